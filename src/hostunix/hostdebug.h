@@ -1,0 +1,35 @@
+// The end of the road: where the process stops when it cannot go on.
+//
+//   HostOnDebug(saveMyState);                        // called before anything else is done
+//   if (lost) HostCallDebuggerMsg("list is cut");    // says so and ends the process
+//
+// A program that must survive its own broken state (a debugger, a test) sets `noHalt`; then every
+// function here returns to its caller.
+#pragma once
+
+#include "povzeltypes.h"
+
+using HostOnDebugHandlerType = void (*)();
+
+extern "C" {
+
+// When non-zero, the fatal paths return at once. The library never sets it.
+POVZEL_EXPORT extern BoolType noHalt;
+
+// Registers `hook`, which HostCallDebugger calls first; null removes it.
+POVZEL_EXPORT void HostOnDebug(HostOnDebugHandlerType hook);
+
+// Ends the process after a fatal error: calls the registered hook, flushes the standard streams
+// and exits with status 3. A second call while the first is still at work prints "Recursive error
+// caught!" and aborts. Returns 0, and only when `noHalt` is set; then nothing at all has been done.
+POVZEL_EXPORT int HostCallDebugger();
+
+// Prints `msg` (null counts as empty) and a newline on standard output, then does the same as
+// HostCallDebugger, whose result it returns.
+POVZEL_EXPORT int HostCallDebuggerMsg(const char* msg);
+
+// Prints "\n%s arg:%lu\n" with `msg` and `o` on standard output, then does the same as
+// HostCallDebugger. Returns `o`.
+POVZEL_EXPORT unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o);
+
+}  // extern "C"
