@@ -8,6 +8,7 @@
 namespace {
 
 constexpr std::size_t nameBufferSize = 2048;
+constexpr int longestBareName = 2043;  // that ".so" is added to
 constexpr char noErrorInfo[] = "(no error info returned)";
 
 // AddressSanitizer refuses RTLD_DEEPBIND, so its builds go without it.
@@ -34,16 +35,17 @@ BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySiz
   *resultPtr = nullptr;
   char withSuffix[nameBufferSize];
   if (!hasDotInBaseName(name)) {
-    const int length = std::snprintf(withSuffix, sizeof withSuffix, "%s.so", name);
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof withSuffix) {
+    const std::size_t length = std::strlen(name);
+    if (length > std::size_t{longestBareName}) {
       if (err != nullptr) {
         std::snprintf(err, errSize,
-                      "dlopen failed because the library name is too long (%zu characters with "
-                      "\".so\", at most %zu): %s",
-                      std::strlen(name) + 3, sizeof withSuffix - 1, name);
+                      "dlopen failed because the library name is too long (%zu characters, at most "
+                      "%d before \".so\" is added): %.*s",
+                      length, longestBareName, longestBareName, name);
       }
       return 0;
     }
+    std::snprintf(withSuffix, sizeof withSuffix, "%s.so", name);
     name = withSuffix;
   }
   *resultPtr = dlopen(name, openFlags);

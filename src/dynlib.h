@@ -19,8 +19,8 @@ extern "C" {
 //
 // *resultPtr receives the handle, or null on failure. Returns 1 if the library is open, else 0
 // with "dlopen(%s) failed because %s" in `err`, cut to `errSize` bytes with its terminator; `err`
-// may be null. A name that exceeds 2047 characters with its ".so" is refused with a text that
-// gives its length, and nothing is opened.
+// may be null. A name of more than 2043 characters to which ".so" would be appended is refused
+// with a text that gives its length, and nothing is opened.
 POVZEL_EXPORT BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err,
                                   ArraySizeType errSize);
 
