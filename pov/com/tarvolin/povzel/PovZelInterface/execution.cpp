@@ -1,0 +1,172 @@
+// The natives that run code in the database.
+#include "bridge.h"
+
+using namespace bridge;
+
+namespace {
+
+constexpr jint mostArguments = 20;
+constexpr OopType noReplacement = 1;  // what a process resumed after an interrupt receives
+
+constexpr CountNames performNames = {"perform", "numArgs", "args"};
+
+jint checkArguments(jobjectArray jArgs, jint numArgs, jobject jErrReport) {
+  if (numArgs > mostArguments) {
+    return refuse(jErrReport, "perform(): numArgs exceeds %d", mostArguments);
+  }
+  return checkCount(performNames, jArgs, numArgs, jErrReport);
+}
+
+jint convertArguments(jobjectArray jArgs, jint numArgs, OopType* args, jobject jErrReport) {
+  for (jint i = 0; i < numArgs; ++i) {
+    const Element argument(jArgs, i);
+    TRACE("     jarg[%d] = %ld\n", i, traced(argument.reference));
+    const jint status =
+        argumentOop(argument.reference, "perform", "args element", &args[i], jErrReport);
+    if (status != 0) return status;
+    TRACE("     arg[%d] = %ld\n", i, traced(args[i]));
+  }
+  return 0;
+}
+
+// Creates an array object whose slots from 1 on hold `values`.
+template <int count>
+jint createArray(const OopType (&values)[count], OopType* array, jobject jErrReport) {
+  *array = rtlPrivZelRtlFuncs->ZelNewOop(ArrayClassOop);
+  if (zelError(jErrReport) != 0) return -1;
+  for (int i = 0; i < count; ++i) {
+    rtlPrivZelRtlFuncs->ZelStoreOop(*array, i + 1, values[i]);
+    if (zelError(jErrReport) != 0) return -1;
+  }
+  return 0;
+}
+
+// Creates a string object that holds the bytes of `text`, which is `jText` converted.
+jint createText(jstring jText, const ByteType* text, OopType* oop, jobject jErrReport) {
+  const auto size = static_cast<ArraySizeType>(ENV->GetStringUTFLength(jText));
+  *oop = rtlPrivZelRtlFuncs->ZelNewOop(StringClassOop);
+  if (zelError(jErrReport) != 0) return -1;
+  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, *oop, 1, text, size);
+  return zelError(jErrReport) != 0 ? -1 : 0;
+}
+
+jint normalReplacement(jobject jStResult, OopType* replacement, jobject jErrReport) {
+  TRACE("Normal continue.");
+  OopType value = 0;
+  const jint status = getOop(jStResult, &value, jErrReport);
+  if (status != 0) return status;
+  return createArray({value}, replacement, jErrReport);
+}
+
+jint errorReplacement(jstring jErrMsg, jstring jErrStk, OopType* replacement, jobject jErrReport) {
+  TRACE("Error continue.");
+  const ByteType* message = GetSbString(jErrMsg);
+  if (message == nullptr) return allocationFailure();
+  TRACE("Error message: %s\n", reinterpret_cast<const char*>(message));
+  OopType messageOop = 0;
+  jint status = createText(jErrMsg, message, &messageOop, jErrReport);
+  if (status != 0) return status;
+
+  if (jErrStk == nullptr) return refuse(jErrReport, "continue(): NULL errStk argument");
+  const ByteType* stack = GetSbString(jErrStk);
+  if (stack == nullptr) return allocationFailure();
+  TRACE("Error stack: \n%s", reinterpret_cast<const char*>(stack));
+  OopType stackOop = 0;
+  status = createText(jErrStk, stack, &stackOop, jErrReport);
+  if (status != 0) return status;
+  return createArray({messageOop, stackOop}, replacement, jErrReport);
+}
+
+jint interruptReplacement(OopType* replacement) {
+  TRACE("Interrupt continue.");
+  *replacement = noReplacement;
+  return 0;
+}
+
+}  // namespace
+
+jint Java_com_tarvolin_povzel_PovZelInterface__1executeStr(JNIEnv* env, jclass, jint sessionId,
+                                                           jstring jExecStr, jobject result,
+                                                           jthrowable jErrReport) {
+  TRACE("%d:  ExecuteStr.\n", sessionId);
+  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    if (jExecStr == nullptr) return refuse(jErrReport, "executeStr(): NULL execStr argument");
+    const char* source = reinterpret_cast<const char*>(GetSbString(jExecStr));
+    if (source == nullptr) return allocationFailure();
+    TRACE("     Execute Str = '%s'\n", source);
+    const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
+    TRACE("ResultOop = %ld\n", traced(resultOop));
+    if (zelError(jErrReport) != 0) return -1;
+    return describeResult(resultOop, result, "executeStr", "result", jErrReport);
+  });
+}
+
+jint Java_com_tarvolin_povzel_PovZelInterface__1executeObj(JNIEnv* env, jclass, jint sessionId,
+                                                           jobject jexeObj, jobject result,
+                                                           jthrowable jErrReport) {
+  TRACE("%d:  ExecuteObj.\n", sessionId);
+  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    OopType source = 0;
+    const jint status = argumentOop(jexeObj, "executeObj", "exeObj", &source, jErrReport);
+    if (status != 0) return status;
+    TRACE("     Execute str oop = %ld\n", traced(source));
+    const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
+    if (zelError(jErrReport) != 0) return -1;
+    return describeResult(resultOop, result, "executeObj", "result", jErrReport);
+  });
+}
+
+// The selector is converted last, since every getOop releases the temporary strings.
+jint Java_com_tarvolin_povzel_PovZelInterface__1perform(JNIEnv* env, jclass, jint sessionId,
+                                                        jobject jReceiver, jstring jSelector,
+                                                        jobjectArray jArgs, jint numArgs,
+                                                        jobject result, jthrowable jErrReport) {
+  TRACE("%d: Perform.\n", sessionId);
+  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    jint status = checkArguments(jArgs, numArgs, jErrReport);
+    if (status != 0) return status;
+    OopType receiver = 0;
+    status = argumentOop(jReceiver, "perform", "receiver", &receiver, jErrReport);
+    if (status != 0) return status;
+    TRACE("     Receiver = %ld\n", traced(receiver));
+    TRACE("     NumArgs = %ld\n", traced(numArgs));
+    OopType args[mostArguments];
+    status = convertArguments(jArgs, numArgs, args, jErrReport);
+    if (status != 0) return status;
+
+    if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
+    const char* selector = reinterpret_cast<const char*>(GetSbString(jSelector));
+    if (selector == nullptr) return allocationFailure();
+    TRACE("     Selector = %s\n", selector);
+    const OopType resultOop = rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args,
+                                                             static_cast<ArraySizeType>(numArgs));
+    if (zelError(jErrReport) != 0) return -1;
+    return describeResult(resultOop, result, "perform", "result", jErrReport);
+  });
+}
+
+jint Java_com_tarvolin_povzel_PovZelInterface__1continue(JNIEnv* env, jclass, jint sessionId,
+                                                         jobject jProcess, jobject jStResult,
+                                                         jobject jJvResult, jstring jErrMsg,
+                                                         jstring jErrStk, jthrowable jErrReport) {
+  TRACE("%d:  Continue.\n", sessionId);
+  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    OopType process = 0;
+    jint status = argumentOop(jProcess, "continue", "process", &process, jErrReport);
+    if (status != 0) return status;
+    OopType replacement = 0;
+    if (jStResult != nullptr) {
+      status = normalReplacement(jStResult, &replacement, jErrReport);
+    } else if (jErrMsg != nullptr) {
+      status = errorReplacement(jErrMsg, jErrStk, &replacement, jErrReport);
+    } else {
+      status = interruptReplacement(&replacement);
+    }
+    if (status != 0) return status;
+
+    const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
+    if (zelError(jErrReport) != 0) return -1;
+    TRACE("Continue: oop result = %ld\n", traced(resultOop));
+    return describeResult(resultOop, jJvResult, "continue", "jvResult", jErrReport);
+  });
+}
