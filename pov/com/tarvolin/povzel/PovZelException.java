@@ -4,7 +4,7 @@ package com.tarvolin.povzel;
  * A call that failed, with what the database or the bridge says of it.
  *
  * <p>The natives of {@link PovZelInterface} never throw: they fill the instance they are given and
- * return a negative status. {@code PovZelSession} throws it.
+ * return a negative status. {@link PovZelSession} throws it.
  */
 public class PovZelException extends RuntimeException {
     private static final long serialVersionUID = 1L;

@@ -1,7 +1,7 @@
 package com.tarvolin.povzel;
 
 /**
- * The natives of {@code libpovzel30}, as they are. Programs use {@code PovZelSession} instead.
+ * The natives of {@code libpovzel30}, as they are. Programs use {@link PovZelSession} instead.
  *
  * <p>The library must be loaded ({@link System#load}) before the first call, and {@link #_initialize}
  * must be that call. The natives share state without a lock: a program makes at most one call at a

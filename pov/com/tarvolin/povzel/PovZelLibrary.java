@@ -1,0 +1,267 @@
+package com.tarvolin.povzel;
+
+import java.io.File;
+import java.io.FileInputStream;
+import java.io.IOException;
+import java.io.InputStream;
+import java.net.URISyntaxException;
+import java.security.CodeSource;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.locks.ReentrantLock;
+
+/**
+ * The native library behind every session: found, loaded and initialized once per process.
+ *
+ * <p>{@link PovZelSession#login(String, String)} does all of this with the default settings. A
+ * program that wants others calls {@link #initialize(boolean, String, int, int, boolean)} before its
+ * first login.
+ *
+ * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or, when the
+ * property is not set, {@value #FILE_NAME} in a directory of {@code java.library.path}, in
+ * {@code $TARVOLIN/lib}, or beside the jar these classes come from.
+ */
+public final class PovZelLibrary {
+    /** The system property that names the library's file. */
+    public static final String LIBRARY_PROPERTY = "povzel.library";
+
+    /** The library's file name. */
+    public static final String FILE_NAME = "libpovzel30.so";
+
+    /** The size of the transfer buffers unless a program asks for another: 64 KiB. */
+    public static final int DEFAULT_BUFFER_SIZE = 64 * 1024;
+
+    /** How many bytes of an object come with its description unless a program asks otherwise. */
+    public static final int DEFAULT_PRELOAD_SIZE = 1024;
+
+    /** Smaller buffers would make chunked transfers crawl. */
+    private static final int SMALLEST_BUFFER = 256;
+
+    private static final int BRIDGE_ERROR = 2318;
+    private static final int ELF_CLASS_OFFSET = 4;
+    private static final int ELF_64 = 2;
+
+    /** The natives allow one call at a time, in the whole process. */
+    static final ReentrantLock LOCK = new ReentrantLock();
+
+    private static boolean loaded;
+    private static boolean initialized;
+    private static int bufferSize;
+    private static PovZelException errorReport = new PovZelException();
+
+    private PovZelLibrary() {
+    }
+
+    /** One native, called with the error report it fills on failure. */
+    interface Native {
+        int call(PovZelException errorReport);
+    }
+
+    /**
+     * Loads the library and initializes it with the default settings. Does nothing when that has
+     * been done before.
+     *
+     * @return whether this call initialized the library
+     * @throws PovZelException if it cannot be loaded or initialized
+     */
+    public static boolean initialize() {
+        return initialize(false, null, DEFAULT_BUFFER_SIZE, DEFAULT_PRELOAD_SIZE, false);
+    }
+
+    /**
+     * Loads the library and initializes it. The settings of the call that does so hold for the life
+     * of the process; later calls change nothing.
+     *
+     * @param linked whether to use the linked interface library rather than the remote one
+     * @param applicationName the name by which the database knows the program, or null
+     * @param bufferBytes the size of the transfer buffers: the most that one native call moves; at
+     *     least 256
+     * @param preloadBytes how many bytes of an object come with its description
+     * @param debug whether to trace every call on standard output
+     * @return whether this call initialized the library
+     * @throws PovZelException if it cannot be loaded or initialized; its message says what was looked
+     *     for, where, and what to set
+     */
+    public static boolean initialize(boolean linked, String applicationName, int bufferBytes,
+            int preloadBytes, boolean debug) {
+        if (bufferBytes < SMALLEST_BUFFER || preloadBytes < 0) {
+            throw new IllegalArgumentException("The buffers need " + SMALLEST_BUFFER
+                    + " bytes or more and the preload size may not be negative; asked for "
+                    + bufferBytes + " and " + preloadBytes);
+        }
+        LOCK.lock();
+        try {
+            if (initialized) {
+                return false;
+            }
+            load();
+            try {
+                check(e -> PovZelInterface._initialize(linked ? 1 : 0, applicationName, bufferBytes,
+                        preloadBytes, debug ? 1 : 0, e));
+            } catch (PovZelException e) {
+                e.message += adviceFor(e.message, linked);
+                throw e;
+            }
+            bufferSize = bufferBytes;
+            initialized = true;
+            return true;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** The most bytes that one call transfers. */
+    static int byteCapacity() {
+        return bufferSize;
+    }
+
+    /** The most oops that one call transfers. */
+    static int oopCapacity() {
+        return bufferSize / 4;
+    }
+
+    /**
+     * Calls a native, with the lock held by the caller, and turns its failures into exceptions. One
+     * report serves all calls until a failure is thrown with it: making an exception costs more than
+     * most natives.
+     */
+    static int check(Native call) {
+        PovZelException error = errorReport;
+        int status = call.call(error);
+        if (status >= 0) {
+            return status;
+        }
+        errorReport = new PovZelException();
+        if (status != -1 || error.message == null) {
+            error.message = "The JVM could not provide a string or an array that the native needs: it is"
+                    + " out of memory, or a text has no room in the transfer table (status " + status
+                    + ")";
+        }
+        error.fillInStackTrace();
+        throw error;
+    }
+
+    private static void load() {
+        if (loaded) {
+            return;
+        }
+        if ("64".equals(System.getProperty("sun.arch.data.model"))) {
+            throw failure("This JVM is a 64-bit one (" + System.getProperty("os.arch") + ", "
+                    + System.getProperty("java.home") + "), and " + FILE_NAME
+                    + " is a 32-bit library: run the program with a 32-bit (i386) JVM", null);
+        }
+        File file = find();
+        try {
+            System.load(file.getAbsolutePath());
+        } catch (UnsatisfiedLinkError e) {
+            throw failure("Cannot load " + file + ": " + e.getMessage() + hintFor(file, e), e);
+        }
+        loaded = true;
+    }
+
+    private static File find() {
+        String named = System.getProperty(LIBRARY_PROPERTY);
+        if (named != null && !named.isEmpty()) {
+            File file = new File(named);
+            if (!file.isFile()) {
+                throw failure("Library not found: there is no file " + file.getAbsolutePath()
+                        + ", which the system property " + LIBRARY_PROPERTY + " names", null);
+            }
+            return file;
+        }
+        List<File> candidates = candidates();
+        StringBuilder tried = new StringBuilder();
+        for (File candidate : candidates) {
+            if (candidate.isFile()) {
+                return candidate;
+            }
+            tried.append("\n  ").append(candidate);
+        }
+        throw failure("Library not found: " + FILE_NAME + " is none of" + tried + "\nName the file with"
+                + " -D" + LIBRARY_PROPERTY + "=FILE, its directory with -Djava.library.path=DIRECTORY,"
+                + " or the installation with the environment variable TARVOLIN", null);
+    }
+
+    private static List<File> candidates() {
+        List<File> files = new ArrayList<>();
+        String path = System.getProperty("java.library.path", "");
+        for (String directory : path.split(File.pathSeparator)) {
+            if (!directory.isEmpty()) {
+                files.add(new File(directory, FILE_NAME));
+            }
+        }
+        String installation = System.getenv("TARVOLIN");
+        if (installation != null && !installation.isEmpty()) {
+            files.add(new File(new File(installation, "lib"), FILE_NAME));
+        }
+        File jar = jarDirectory();
+        if (jar != null) {
+            files.add(new File(jar, FILE_NAME));
+            files.add(new File(new File(jar.getParentFile(), "lib"), FILE_NAME));
+        }
+        return files;
+    }
+
+    private static File jarDirectory() {
+        try {
+            CodeSource source = PovZelLibrary.class.getProtectionDomain().getCodeSource();
+            return source == null ? null : new File(source.getLocation().toURI()).getParentFile();
+        } catch (URISyntaxException | IllegalArgumentException | SecurityException e) {
+            return null;
+        }
+    }
+
+    private static String hintFor(File file, UnsatisfiedLinkError e) {
+        if (String.valueOf(e.getMessage()).contains("another classloader")) {
+            return "\nA JVM loads a native library for one class loader only: put povzel.jar on the class"
+                    + " path of the loader that all its users share";
+        }
+        if (elfClass(file) == ELF_64) {
+            return "\nThe file is a 64-bit library; this JVM needs the 32-bit one";
+        }
+        return "";
+    }
+
+    private static int elfClass(File file) {
+        byte[] start = new byte[ELF_CLASS_OFFSET + 1];
+        try (InputStream in = new FileInputStream(file)) {
+            return in.read(start) == start.length && start[1] == 'E' ? start[ELF_CLASS_OFFSET] : 0;
+        } catch (IOException e) {
+            return 0;
+        }
+    }
+
+    /** What a user can do about an interface library that is missing or not the right one. */
+    private static String adviceFor(String message, boolean linked) {
+        if (!message.startsWith("ZelRtlLoad failure:")) {
+            return "";
+        }
+        String installation = System.getenv("TARVOLIN");
+        return "\nThe database's interface library is looked for as " + interfaceLibrary(linked) + " in "
+                + (installation == null ? "" : installation + "/lib and then in ")
+                + "the system's library directories. Set TARVOLIN to the installation that holds it,"
+                + " ZELRTL_BASELIBNAME and ZELRTL_VERSION when its name differs, and start the program"
+                + " again";
+    }
+
+    private static String interfaceLibrary(boolean linked) {
+        return "lib" + environment("ZELRTL_BASELIBNAME", "zel") + (linked ? "lnk" : "rpc")
+                + environment("ZELRTL_VERSION", "67") + ".so";
+    }
+
+    private static String environment(String name, String otherwise) {
+        String value = System.getenv(name);
+        return value == null || value.isEmpty() ? otherwise : value;
+    }
+
+    private static PovZelException failure(String message, Throwable cause) {
+        PovZelException e = new PovZelException();
+        e.number = BRIDGE_ERROR;
+        e.category = PovZelValues.NIL;
+        e.context = PovZelValues.NIL;
+        e.args = new long[0];
+        e.message = message;
+        e.initCause(cause);
+        return e;
+    }
+}

@@ -1,0 +1,358 @@
+package com.tarvolin.povzel;
+
+import java.io.InputStream;
+import java.io.OutputStream;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Collections;
+import java.util.List;
+import java.util.function.LongConsumer;
+
+/**
+ * A reference to an object of the database.
+ *
+ * <p>The database keeps the object for the session while a reference to it exists. {@link #close()}
+ * gives it up at once; a reference that the program merely forgets is given up some time after it was
+ * garbage-collected, at one of the session's next calls. Indexes count from 1, as in the database.
+ *
+ * <p>Two references are equal when they name the same object in the same session.
+ */
+public final class PovZelObject implements AutoCloseable {
+    private final PovZelSession session;
+    private final long oop;
+    private final PovZelReferences.Handle handle;
+    private boolean closed;
+
+    /** Needs the library's lock. */
+    PovZelObject(PovZelSession session, long oop, PovZelReferences references) {
+        this.session = session;
+        this.oop = oop;
+        this.handle = references.hold(this, oop);
+    }
+
+    /**
+     * Returns the session that the object belongs to.
+     *
+     * @return the session
+     */
+    public PovZelSession session() {
+        return session;
+    }
+
+    /**
+     * Returns the object's identity in the database.
+     *
+     * @return the oop
+     */
+    public long oop() {
+        return oop;
+    }
+
+    /**
+     * Returns the object's value as Java has it: a {@code String}, {@code Double},
+     * {@code LocalDateTime}, {@code Long} or {@code java.math.BigInteger} for what the database
+     * stores as such, a {@code byte[]} for other byte objects, and a {@code List} of the elements
+     * for an object with oops, its indexed ones only.
+     *
+     * @return the value
+     * @throws PovZelException if the object cannot be read
+     */
+    public Object value() {
+        return session.locked(() -> {
+            PovZelReport report = describe();
+            Object value = session.converter().simpleValue(report);
+            if (value != null) {
+                return value;
+            }
+            return report.objType == PovZelValues.BYTES ? bytes(report, null)
+                    : new ArrayList<>(new PovZelList(this, report.indexedSize));
+        });
+    }
+
+    /**
+     * Returns the object's class.
+     *
+     * @return the class
+     * @throws PovZelException if the object cannot be read
+     */
+    public PovZelObject classObject() {
+        return session.locked(() -> session.object(describe().classOop));
+    }
+
+    /**
+     * Returns the name of the object's class.
+     *
+     * @return what the class answers to {@code name}
+     * @throws PovZelException if the object cannot be read
+     */
+    public String className() {
+        return session.locked(() -> String.valueOf(classObject().perform("name")));
+    }
+
+    /**
+     * Returns how many bytes, indexed slots or elements the object has now.
+     *
+     * @return the size
+     * @throws PovZelException if the object cannot be read
+     */
+    public long size() {
+        return describe().indexedSize;
+    }
+
+    /**
+     * Returns the database's own description of the object, freshly made.
+     *
+     * @return a report that the caller owns
+     * @throws PovZelException if the object cannot be read
+     */
+    public PovZelReport describe() {
+        return session.locked(() -> session.describe(report()));
+    }
+
+    /**
+     * Tests whether the object is an instance of a class or of one of its subclasses.
+     *
+     * @param cls the class
+     * @return whether it is
+     * @throws PovZelException if {@code cls} is no class
+     */
+    public boolean isKindOf(PovZelObject cls) {
+        return session.call((id, e) -> PovZelInterface._isKindOf(id, report(), session.converter().report(cls), e))
+                != 0;
+    }
+
+    /**
+     * Sends the object a message.
+     *
+     * @param selector the message's name, such as {@code at:put:}
+     * @param arguments the arguments, at most 20, of the types that {@link PovZelSession} lists
+     * @return the answer, as {@link PovZelSession#execute(String)} returns it
+     * @throws PovZelException if the database reports an error
+     */
+    public Object perform(String selector, Object... arguments) {
+        return session.perform(this, selector, arguments);
+    }
+
+    /**
+     * Returns the bytes of a byte object, however many.
+     *
+     * @return the bytes
+     * @throws PovZelException if the object cannot be read
+     */
+    public byte[] bytes() {
+        return bytes(null);
+    }
+
+    /**
+     * Returns the bytes of a byte object, and reports the progress.
+     *
+     * @param progress is told after each transfer how many bytes have arrived; or null
+     * @return the bytes
+     * @throws PovZelException if the object cannot be read
+     */
+    public byte[] bytes(LongConsumer progress) {
+        return bytes(describe(), progress);
+    }
+
+    /** The bytes of the object that {@code report} describes: the first ones came with it. */
+    byte[] bytes(PovZelReport report, LongConsumer progress) {
+        if (report.valueBytes == null) {
+            throw new IllegalArgumentException(this + " is no byte object");
+        }
+        if (report.indexedSize > Integer.MAX_VALUE) {
+            throw new IllegalArgumentException(this + " has " + report.indexedSize
+                    + " bytes, more than an array of Java: use inputStream()");
+        }
+        byte[] bytes = Arrays.copyOf(report.valueBytes, (int) report.indexedSize);
+        byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
+        int done = report.valueBytes.length;
+        notify(progress, done);
+        while (done < bytes.length) {
+            int count = Math.min(chunk.length, bytes.length - done);
+            fetch(done + 1L, count, chunk);
+            System.arraycopy(chunk, 0, bytes, done, count);
+            done += count;
+            notify(progress, done);
+        }
+        return bytes;
+    }
+
+    private static void notify(LongConsumer progress, long done) {
+        if (progress != null) {
+            progress.accept(done);
+        }
+    }
+
+    /**
+     * Stores bytes from the first byte on. The object grows as needed and keeps what it has beyond.
+     *
+     * @param bytes the bytes
+     * @throws PovZelException if they cannot be stored
+     */
+    public void setBytes(byte[] bytes) {
+        setBytes(1, bytes, null);
+    }
+
+    /**
+     * Stores bytes at a place, and reports the progress.
+     *
+     * @param start the index of the first byte, from 1
+     * @param bytes the bytes
+     * @param progress is told after each transfer how many bytes have been stored; or null
+     * @throws PovZelException if they cannot be stored; those reported to {@code progress} are
+     */
+    public void setBytes(long start, byte[] bytes, LongConsumer progress) {
+        byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
+        int done = 0;
+        while (done < bytes.length) {
+            int count = Math.min(chunk.length, bytes.length - done);
+            System.arraycopy(bytes, done, chunk, 0, count);
+            store(start + done, count, chunk);
+            done += count;
+            notify(progress, done);
+        }
+    }
+
+    /**
+     * Returns a stream of the bytes that the object has now. It reads ahead by one transfer buffer.
+     *
+     * @return the stream
+     * @throws PovZelException if the object cannot be read
+     */
+    public InputStream inputStream() {
+        return new PovZelInputStream(this);
+    }
+
+    /**
+     * Returns a stream that stores bytes from a place on, one transfer buffer at a time, and what is
+     * left when it is flushed or closed. The object grows as needed.
+     *
+     * @param start the index of the first byte, from 1
+     * @return the stream
+     */
+    public OutputStream outputStream(long start) {
+        if (start < 1) {
+            throw new IllegalArgumentException("Bytes count from 1, not " + start);
+        }
+        return new PovZelOutputStream(this, start);
+    }
+
+    /**
+     * Returns the elements of an array or another collection as a list that reads them from the
+     * database in chunks. It has the size that the object has now and may show an element as it was
+     * when its chunk was read; {@code set} stores an element in the database at once.
+     *
+     * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
+     * @throws PovZelException if the object cannot be read
+     */
+    public List<Object> list() {
+        return new PovZelList(this, size());
+    }
+
+    /**
+     * Stores elements at a place, in chunks. The object grows as needed.
+     *
+     * @param start the index of the first one, from 1
+     * @param elements the elements, of the types that {@link PovZelSession} lists
+     * @throws PovZelException if they cannot be stored
+     */
+    public void setElements(long start, List<?> elements) {
+        session.locked(() -> {
+            int done = 0;
+            while (done < elements.size()) {
+                int count = Math.min(elements.size() - done, PovZelLibrary.oopCapacity());
+                PovZelReport[] reports = session.converter().reports(elements.subList(done, done + count));
+                long at = start + done;
+                session.call((id, e) -> PovZelInterface._putObjs(id, report(), at, count, reports, e));
+                done += count;
+            }
+            return null;
+        });
+    }
+
+    /**
+     * Returns the values of the named slots.
+     *
+     * @return the values, as {@link PovZelSession#execute(String)} returns them
+     * @throws PovZelException if the object cannot be read
+     */
+    public List<Object> namedSlots() {
+        return session.locked(() -> {
+            int count = describe().namedSize;
+            List<Object> values = new ArrayList<>(count);
+            int chunk = Math.min(count, PovZelLibrary.oopCapacity());
+            while (values.size() < count) {
+                long start = values.size() + 1;
+                int wanted = Math.min(chunk, count - values.size());
+                List<Object> some = session.fetch(wanted, (reports, id, e) ->
+                        PovZelInterface._getNamedObjs(id, report(), start, wanted, reports, e));
+                if (some.isEmpty()) {
+                    break;
+                }
+                values.addAll(some);
+            }
+            return values;
+        });
+    }
+
+    /**
+     * Stores a value in a named slot.
+     *
+     * @param slot the slot's index, from 1
+     * @param value the value, of the types that {@link PovZelSession} lists
+     * @throws PovZelException if it cannot be stored
+     */
+    public void setNamedSlot(int slot, Object value) {
+        session.locked(() -> {
+            PovZelReport[] reports = session.converter().reports(Collections.singletonList(value));
+            return session.call((id, e) ->
+                    PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
+        });
+    }
+
+    /** Gives the reference up. Does nothing when it is closed or its session is. */
+    @Override
+    public void close() {
+        PovZelLibrary.LOCK.lock();
+        try {
+            if (!closed) {
+                closed = true;
+                session.release(handle);
+            }
+        } finally {
+            PovZelLibrary.LOCK.unlock();
+        }
+    }
+
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof PovZelObject && ((PovZelObject) other).oop == oop
+                && ((PovZelObject) other).session == session;
+    }
+
+    @Override
+    public int hashCode() {
+        return Long.hashCode(oop);
+    }
+
+    @Override
+    public String toString() {
+        return "object " + oop + (closed ? " (closed)" : "");
+    }
+
+    /** The report that names the object to a native. */
+    PovZelReport report() {
+        if (closed) {
+            throw new IllegalStateException("The reference to the object " + oop + " is closed");
+        }
+        return PovZelValues.existing(oop);
+    }
+
+    void fetch(long start, int count, byte[] into) {
+        session.call((id, e) -> PovZelInterface._getBytes(id, report(), start, count, into, e));
+    }
+
+    void store(long start, int count, byte[] from) {
+        session.call((id, e) -> PovZelInterface._putBytes(id, report(), start, count, from, e));
+    }
+}

@@ -1,0 +1,448 @@
+package com.tarvolin.povzel;
+
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.function.Consumer;
+import java.util.function.Supplier;
+
+/**
+ * A session with the database.
+ *
+ * <pre>{@code
+ * try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
+ *     Object seven = session.execute("3 + 4");
+ * }
+ * }</pre>
+ *
+ * <p>Sessions may be used from any thread; calls are made one at a time, across all sessions of the
+ * process, because the native library takes no more.
+ *
+ * <p>These values of Java can be given to the database, as arguments and as elements: {@code null},
+ * {@code Boolean}, {@code Character}, whole numbers of up to 32 bits, {@code Double} and
+ * {@code Float}, {@code String} (stored in one byte per character when it is plain ASCII and in two
+ * otherwise), {@code java.time.LocalDateTime} in milliseconds, {@code byte[]}, {@code Object[]} and
+ * {@code List} of such values, and {@link PovZelObject}. Anything else is refused with an
+ * {@code IllegalArgumentException}.
+ *
+ * <p>A failing call throws a {@link PovZelException}; a call after {@link #close()} throws an
+ * {@code IllegalStateException}.
+ */
+public final class PovZelSession implements AutoCloseable {
+    private final int id;
+    private final PovZelReferences references = new PovZelReferences();
+    private final PovZelConverter converter = new PovZelConverter(this);
+    private final List<Consumer<PovZelObject>> listeners = new ArrayList<>();
+    private boolean open = true;
+
+    private PovZelSession(int id) {
+        this.id = id;
+    }
+
+    /** A native of this session. */
+    interface Call {
+        int call(int sessionId, PovZelException errorReport);
+    }
+
+    /** A native of this session that fills reports. */
+    interface Fetch {
+        int call(PovZelReport[] reports, int sessionId, PovZelException errorReport);
+    }
+
+    /**
+     * Logs in to the database that needs no server's name, such as the embedded one.
+     *
+     * @param user the database user
+     * @param password the user's password
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String user, String password) {
+        return login("", user, password);
+    }
+
+    /**
+     * Logs in to the database of a server.
+     *
+     * @param server the server's name
+     * @param user the database user
+     * @param password the user's password
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String server, String user, String password) {
+        return login(server, null, user, password, null, null);
+    }
+
+    /**
+     * Logs in to the database of a server on another host.
+     *
+     * @param server the server's name
+     * @param kellService the name of the Kell service on that host, or null
+     * @param user the database user
+     * @param password the user's password
+     * @param hostUser the user on that host, or null
+     * @param hostPassword the password of that user, or null
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String server, String kellService, String user, String password,
+            String hostUser, String hostPassword) {
+        PovZelLibrary.LOCK.lock();
+        try {
+            PovZelLibrary.initialize();
+            return new PovZelSession(PovZelLibrary.check(e -> PovZelInterface._login(server, kellService,
+                    user, password, hostUser, hostPassword, e)));
+        } finally {
+            PovZelLibrary.LOCK.unlock();
+        }
+    }
+
+    /**
+     * Returns the database's number for the session.
+     *
+     * @return the session's id
+     */
+    public int id() {
+        return id;
+    }
+
+    /**
+     * Compiles and runs a text.
+     *
+     * @param text the text
+     * @return its result: null, a {@code Boolean}, {@code Character}, {@code Long}, {@code Double},
+     *     {@code String} or {@code LocalDateTime} when it is such a value, a {@link PovZelObject}
+     *     otherwise
+     * @throws PovZelException if it cannot be compiled or ends in an error
+     */
+    public Object execute(String text) {
+        requireText(text, "text");
+        return locked(() -> {
+            PovZelReport result = new PovZelReport();
+            call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
+            return converter.value(result);
+        });
+    }
+
+    /**
+     * Compiles and runs a text that is a string in the database.
+     *
+     * @param text the string
+     * @return its result, as {@link #execute(String)} returns it
+     * @throws PovZelException if it cannot be compiled or ends in an error
+     */
+    public Object execute(PovZelObject text) {
+        return locked(() -> {
+            PovZelReport result = new PovZelReport();
+            PovZelReport source = converter.report(text);
+            call((id, e) -> PovZelInterface._executeObj(id, source, result, e));
+            return converter.value(result);
+        });
+    }
+
+    /**
+     * Compiles and runs a text, and returns a reference to its result even when that is a string or
+     * another value that {@link #execute(String)} converts.
+     *
+     * @param text the text
+     * @return a reference to the result
+     * @throws PovZelException if it cannot be compiled or ends in an error
+     * @throws IllegalArgumentException if the result is nil, a boolean, a character or a small integer
+     */
+    public PovZelObject executeForObject(String text) {
+        requireText(text, "text");
+        return locked(() -> {
+            PovZelReport result = new PovZelReport();
+            call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
+            return object(result.oop);
+        });
+    }
+
+    /**
+     * Sends a message.
+     *
+     * @param receiver the receiver, of the types listed above
+     * @param selector the message's name, such as {@code at:put:}
+     * @param arguments the arguments, at most 20
+     * @return the answer, as {@link #execute(String)} returns it
+     * @throws PovZelException if the database reports an error
+     */
+    public Object perform(Object receiver, String selector, Object... arguments) {
+        requireText(selector, "selector");
+        return locked(() -> {
+            PovZelReport to = converter.report(receiver);
+            PovZelReport[] with = converter.reports(Arrays.asList(arguments));
+            PovZelReport result = new PovZelReport();
+            call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
+            return converter.value(result);
+        });
+    }
+
+    /**
+     * Resumes the process that an error suspended, as if what failed had returned a value.
+     *
+     * @param suspended the error
+     * @param value the value, of the types listed above
+     * @return the process's result, as {@link #execute(String)} returns it
+     * @throws PovZelException if the process ends in an error again, or cannot be resumed
+     */
+    public Object continueWith(PovZelException suspended, Object value) {
+        return locked(() -> resume(suspended, converter.report(value), null, null));
+    }
+
+    /**
+     * Resumes the process that an error suspended by raising another error in it.
+     *
+     * @param suspended the error
+     * @param message the new error's text
+     * @param stack a description of where it came from
+     * @return the process's result, as {@link #execute(String)} returns it
+     * @throws PovZelException if the process ends in an error again, or cannot be resumed
+     */
+    public Object continueWithError(PovZelException suspended, String message, String stack) {
+        requireText(message, "message");
+        requireText(stack, "stack");
+        return locked(() -> resume(suspended, null, message, stack));
+    }
+
+    /**
+     * Resumes the process that an interrupt suspended, where it was.
+     *
+     * @param suspended the error that reported the interrupt
+     * @return the process's result, as {@link #execute(String)} returns it
+     * @throws PovZelException if the process ends in an error, or cannot be resumed
+     */
+    public Object continueAfterInterrupt(PovZelException suspended) {
+        return locked(() -> resume(suspended, null, null, null));
+    }
+
+    private Object resume(PovZelException suspended, PovZelReport value, String message, String stack) {
+        PovZelReport process = PovZelValues.existing(suspended.context);
+        PovZelReport result = new PovZelReport();
+        call((id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e));
+        return converter.value(result);
+    }
+
+    /**
+     * Returns a reference to the object that an oop names, such as one of an exception's arguments.
+     *
+     * @param oop the oop
+     * @return the reference
+     * @throws PovZelException if there is no such object
+     * @throws IllegalArgumentException if the oop is a value, such as nil or a small integer
+     */
+    public PovZelObject object(long oop) {
+        if (!PovZelValues.isReference(oop)) {
+            throw new IllegalArgumentException("The oop " + oop
+                    + " is a value of its own and names no object: " + PovZelValues.immediate(oop));
+        }
+        return locked(() -> {
+            describe(PovZelValues.existing(oop));
+            return hold(oop);
+        });
+    }
+
+    /**
+     * Returns the value that an oop names, such as one of an exception's arguments.
+     *
+     * @param oop the oop
+     * @return the value, as {@link #execute(String)} returns it
+     * @throws PovZelException if there is no such object
+     */
+    public Object value(long oop) {
+        return PovZelValues.isReference(oop)
+                ? locked(() -> converter.value(describe(PovZelValues.existing(oop))))
+                : PovZelValues.immediate(oop);
+    }
+
+    /**
+     * Creates a single-byte string. Characters beyond ASCII take two or three bytes each, which count
+     * as so many characters in the database; Java reads the text back as it was.
+     *
+     * @param text the text
+     * @return a reference to the string
+     * @throws PovZelException if it cannot be created
+     */
+    public PovZelObject newString(String text) {
+        requireText(text, "text");
+        return locked(() -> create(PovZelValues.string(text, false)));
+    }
+
+    /**
+     * Creates a double-byte string: two bytes for each {@code char}.
+     *
+     * @param text the text
+     * @return a reference to the string
+     * @throws PovZelException if it cannot be created
+     */
+    public PovZelObject newDoubleByteString(String text) {
+        requireText(text, "text");
+        return locked(() -> create(PovZelValues.string(text, true)));
+    }
+
+    /**
+     * Creates a byte array.
+     *
+     * @param bytes its contents
+     * @return a reference to the byte array
+     * @throws PovZelException if it cannot be created
+     */
+    public PovZelObject newBytes(byte[] bytes) {
+        return locked(() -> {
+            PovZelObject object = executeForObject("ByteArray new");
+            object.setBytes(bytes);
+            return object;
+        });
+    }
+
+    /**
+     * Creates an array.
+     *
+     * @param elements its elements, of the types listed above
+     * @return a reference to the array
+     * @throws PovZelException if it cannot be created
+     */
+    public PovZelObject newArray(List<?> elements) {
+        return locked(() -> converter.newArray(elements));
+    }
+
+    /**
+     * Adds a listener that {@link #pollChanges()} tells of changed objects.
+     *
+     * @param listener is given a reference of its own to each object
+     */
+    public void onChange(Consumer<PovZelObject> listener) {
+        locked(() -> listeners.add(listener));
+    }
+
+    /**
+     * Asks the database which objects that the program refers to have been changed since it was asked
+     * last, and tells the listeners, on this thread.
+     *
+     * @return the changed objects
+     * @throws PovZelException if the database reports an error
+     */
+    public List<PovZelObject> pollChanges() {
+        List<Consumer<PovZelObject>> told = new ArrayList<>();
+        List<PovZelObject> changed = locked(() -> {
+            told.addAll(listeners);
+            return changedObjects();
+        });
+        for (Consumer<PovZelObject> listener : told) {
+            changed.forEach(listener);
+        }
+        return changed;
+    }
+
+    private List<PovZelObject> changedObjects() {
+        List<PovZelObject> changed = new ArrayList<>();
+        long[] oops = new long[Math.min(1024, PovZelLibrary.oopCapacity())];
+        int count;
+        do {
+            count = call((id, e) -> PovZelInterface._changedOops(id, oops, oops.length, e));
+            for (int i = 0; i < count; i++) {
+                changed.add(hold(oops[i]));
+            }
+        } while (count == oops.length);
+        return changed;
+    }
+
+    /**
+     * Ends the session. Does nothing when it has ended.
+     *
+     * @throws PovZelException if the database reports an error; the session has ended all the same
+     */
+    @Override
+    public void close() {
+        PovZelLibrary.LOCK.lock();
+        try {
+            if (open) {
+                open = false;
+                PovZelLibrary.check(e -> PovZelInterface._logout(id, e));
+            }
+        } finally {
+            PovZelLibrary.LOCK.unlock();
+        }
+    }
+
+    /**
+     * Does something with the library's lock held and the session open. References that were given up
+     * are released first, and only in the outermost call: none that the work still uses can be among
+     * them.
+     */
+    <T> T locked(Supplier<T> work) {
+        PovZelLibrary.LOCK.lock();
+        try {
+            if (!open) {
+                throw new IllegalStateException("The session is closed");
+            }
+            if (PovZelLibrary.LOCK.getHoldCount() == 1) {
+                references.releaseUnused(id);
+            }
+            return work.get();
+        } finally {
+            PovZelLibrary.LOCK.unlock();
+        }
+    }
+
+    /** Calls a native of this session. */
+    int call(Call call) {
+        return locked(() -> PovZelLibrary.check(e -> call.call(id, e)));
+    }
+
+    /** Calls a native that fills up to {@code count} reports, and returns their values. */
+    List<Object> fetch(int count, Fetch fetch) {
+        return locked(() -> {
+            PovZelReport[] reports = new PovZelReport[count];
+            Arrays.setAll(reports, i -> new PovZelReport());
+            int fetched = call((id, e) -> fetch.call(reports, id, e));
+            List<Object> values = new ArrayList<>(fetched);
+            for (int i = 0; i < fetched; i++) {
+                values.add(value(reports[i].oop));
+            }
+            return values;
+        });
+    }
+
+    /** Fills a report that holds an oop. */
+    PovZelReport describe(PovZelReport report) {
+        call((id, e) -> PovZelInterface._setup(id, report, e));
+        references.exported(report.oop);
+        return report;
+    }
+
+    /** A new reference to an object that the database has exported. */
+    PovZelObject hold(long oop) {
+        return new PovZelObject(this, oop, references);
+    }
+
+    void release(PovZelReferences.Handle handle) {
+        references.release(handle);
+    }
+
+    /** Notes that the database exported an object to which the program got no reference. */
+    void exported(long oop) {
+        references.exported(oop);
+    }
+
+    PovZelConverter converter() {
+        return converter;
+    }
+
+    /** How many objects the program refers to. */
+    int heldObjects() {
+        return locked(references::held);
+    }
+
+    private PovZelObject create(PovZelReport value) {
+        describe(value);
+        return hold(value.oop);
+    }
+
+    private static void requireText(String text, String what) {
+        if (text == null) {
+            throw new IllegalArgumentException("The " + what + " is null");
+        }
+    }
+}
