@@ -1,7 +1,10 @@
 package com.tarvolin.povzel;
 
+import java.math.BigInteger;
 import java.util.Arrays;
+import java.util.HashMap;
 import java.util.List;
+import java.util.Map;
 
 /**
  * Converts between values of Java and objects of one session, where that takes natives. All methods
@@ -11,6 +14,8 @@ final class PovZelConverter {
     private static final int LARGEST_DEPTH = 100;
 
     private final PovZelSession session;
+    /** Which classes of byte objects are integers too large for an oop. */
+    private final Map<Long, Boolean> integerClasses = new HashMap<>();
 
     PovZelConverter(PovZelSession session) {
         this.session = session;
@@ -31,6 +36,8 @@ final class PovZelConverter {
         switch (report.valueType) {
             case PovZelValues.VALUE_FLOAT:
                 return report.valueDouble;
+            case PovZelValues.VALUE_BYTES:
+                return isInteger(report) ? integer(report) : null;
             case PovZelValues.VALUE_STRING:
                 return PovZelValues.decodeSingleByte(bytes(report));
             case PovZelValues.VALUE_DOUBLE_BYTE_STRING:
@@ -40,6 +47,25 @@ final class PovZelConverter {
             default:
                 return null;
         }
+    }
+
+    private boolean isInteger(PovZelReport object) {
+        Boolean known = integerClasses.get(object.classOop);
+        if (known == null) {
+            try (PovZelObject integers = session.executeForObject("Integer");
+                    PovZelObject value = session.hold(object.oop)) {
+                known = value.isKindOf(integers);
+            }
+            integerClasses.put(object.classOop, known);
+        }
+        return known;
+    }
+
+    /** How the database keeps a large integer is its own affair; what it prints is not. */
+    private Object integer(PovZelReport object) {
+        BigInteger value = new BigInteger(
+                (String) session.perform(session.hold(object.oop), "printString"));
+        return value.bitLength() < Long.SIZE ? (Object) value.longValue() : value;
     }
 
     private byte[] bytes(PovZelReport report) {
@@ -82,6 +108,9 @@ final class PovZelConverter {
                 throw new IllegalArgumentException(value + " belongs to another session");
             }
             return ((PovZelObject) value).report();
+        }
+        if (value instanceof Long || value instanceof BigInteger) {
+            return session.executeForObject(value.toString()).report();
         }
         if (value instanceof byte[]) {
             return session.newBytes((byte[]) value).report();

@@ -19,10 +19,11 @@ import java.util.function.Supplier;
  * process, because the native library takes no more.
  *
  * <p>These values of Java can be given to the database, as arguments and as elements: {@code null},
- * {@code Boolean}, {@code Character}, whole numbers of up to 32 bits, {@code Double} and
- * {@code Float}, {@code String} (stored in one byte per character when it is plain ASCII and in two
- * otherwise), {@code java.time.LocalDateTime} in milliseconds, {@code byte[]}, {@code Object[]} and
- * {@code List} of such values, and {@link PovZelObject}. Anything else is refused with an
+ * {@code Boolean}, {@code Character}, {@code Byte} to {@code Long} and {@code java.math.BigInteger}
+ * as far as the database's integers go, {@code Double} and {@code Float}, {@code String} (stored in
+ * one byte per character when it is plain ASCII and in two otherwise),
+ * {@code java.time.LocalDateTime} in milliseconds, {@code byte[]}, {@code Object[]} and {@code List}
+ * of such values, and {@link PovZelObject}. Anything else is refused with an
  * {@code IllegalArgumentException}.
  *
  * <p>A failing call throws a {@link PovZelException}; a call after {@link #close()} throws an
@@ -142,21 +143,40 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Compiles and runs a text, and returns a reference to its result even when that is a string or
-     * another value that {@link #execute(String)} converts.
+     * Compiles and runs a text, and returns its result as it is: a reference even when
+     * {@link #execute(String)} would convert a string or another object.
      *
      * @param text the text
-     * @return a reference to the result
+     * @return null, a {@code Boolean}, {@code Character} or {@code Long} when the result is nil, such
+     *     a value or a small integer; a {@link PovZelObject} otherwise
      * @throws PovZelException if it cannot be compiled or ends in an error
-     * @throws IllegalArgumentException if the result is nil, a boolean, a character or a small integer
      */
-    public PovZelObject executeForObject(String text) {
+    public Object evaluate(String text) {
         requireText(text, "text");
         return locked(() -> {
             PovZelReport result = new PovZelReport();
             call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
-            return object(result.oop);
+            return PovZelValues.isReference(result.oop) ? hold(result.oop)
+                    : PovZelValues.immediate(result.oop);
         });
+    }
+
+    /**
+     * Compiles and runs a text, and returns a reference to its result.
+     *
+     * @param text the text
+     * @return a reference to the result
+     * @throws PovZelException if it cannot be compiled or ends in an error
+     * @throws IllegalArgumentException if the result is no object with contents: see
+     *     {@link #evaluate}
+     */
+    public PovZelObject executeForObject(String text) {
+        Object result = evaluate(text);
+        if (result instanceof PovZelObject) {
+            return (PovZelObject) result;
+        }
+        throw new IllegalArgumentException("The result " + result + " of " + text
+                + " is a value, not an object to refer to");
     }
 
     /**

@@ -5,7 +5,6 @@ import java.nio.charset.StandardCharsets;
 import java.time.DateTimeException;
 import java.time.LocalDate;
 import java.time.LocalDateTime;
-import java.util.concurrent.TimeUnit;
 
 /**
  * Values of Java as reports that the natives understand, and reports as values of Java.
@@ -22,7 +21,7 @@ final class PovZelValues {
     static final int BYTES = 1;
     private static final int SPECIAL = 3;
 
-    static final int VALUE_INTEGER = 3;
+    private static final int VALUE_INTEGER = 3;
     static final int VALUE_FLOAT = 4;
     static final int VALUE_BYTES = 5;
     static final int VALUE_STRING = 7;
@@ -31,7 +30,7 @@ final class PovZelValues {
 
     private static final int SMALLEST_IN_OOP = -(1 << 29);
     private static final int LARGEST_IN_OOP = (1 << 29) - 1;
-    private static final long NANOS_PER_MILLI = TimeUnit.MILLISECONDS.toNanos(1);
+    private static final long NANOS_PER_MILLI = 1_000_000;
 
     private PovZelValues() {
     }
@@ -67,10 +66,9 @@ final class PovZelValues {
     }
 
     /**
-     * A report of a value that needs no object of more than one native: everything but arrays, byte
-     * arrays and references.
+     * A report of a value that any native takes as it is.
      *
-     * @return null if {@code value} is of no such type
+     * @return null for one that takes more, such as an array or an integer of more than 32 bits
      */
     static PovZelReport simple(Object value) {
         if (value == null) {
@@ -86,12 +84,8 @@ final class PovZelValues {
                 || value instanceof Byte) {
             return integer(((Number) value).longValue());
         }
-        if (value instanceof BigInteger) {
-            BigInteger big = (BigInteger) value;
-            if (big.bitLength() > 63) {
-                throw outOfRange(value);
-            }
-            return integer(big.longValue());
+        if (value instanceof BigInteger && ((BigInteger) value).bitLength() < Long.SIZE) {
+            return integer(((BigInteger) value).longValue());
         }
         if (value instanceof Double || value instanceof Float) {
             PovZelReport report = newValue(VALUE_FLOAT);
@@ -113,16 +107,11 @@ final class PovZelValues {
             return existing((value << 2 | 3) & 0xFFFFFFFFL);
         }
         if (value != (int) value) {
-            throw outOfRange(value);
+            return null;
         }
         PovZelReport report = newValue(VALUE_INTEGER);
         report.valueLong = value;
         return report;
-    }
-
-    private static IllegalArgumentException outOfRange(Object value) {
-        return new IllegalArgumentException("The integer " + value
-                + " has more than 32 bits and cannot be passed to the database");
     }
 
     /** A new string of the given width. */
