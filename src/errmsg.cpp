@@ -5,9 +5,9 @@
 #include <atomic>
 #include <cstring>
 
-#include "errmsgtext.h"
+#include "errmsgpriv.h"
 #include "errutl.h"
-#include "errutlfile.h"
+#include "errutlpriv.h"
 #include "hash.h"
 #include "hostmutex.h"
 #include "utlheap.h"

@@ -1,4 +1,4 @@
-#include "errmsgtext.h"
+#include "errmsgpriv.h"
 
 #include <charconv>
 #include <cstdio>

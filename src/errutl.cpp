@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "errutlfile.h"
+#include "errutlpriv.h"
 #include "utlheap.h"
 
 HostFnameStrType ErrUtlErrFileName;

@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "errutl.h"
-#include "errutlfile.h"
+#include "errutlpriv.h"
 
 namespace {
 

@@ -1,0 +1,139 @@
+// Writing compiled files and reading them back.
+//
+// Header and table come first, then the key strings of symbols that share their hash with another
+// one, then the entries in the order of the source.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unordered_map>
+
+#include "errutl.h"
+#include "errutlpriv.h"
+#include "hash.h"
+#include "messages.h"
+
+namespace {
+
+constexpr std::size_t longestLine = 2047;
+constexpr std::uint32_t smallestTable = 64;
+
+struct Slot {
+  std::uint32_t hash = 0;
+  std::uint32_t keyLoc = 0;
+  std::uint32_t valLoc = 0;
+};
+
+std::uint32_t hashOf(const std::string& symbol) {
+  return static_cast<std::uint32_t>(
+      HashStrHash(reinterpret_cast<const ByteType*>(symbol.data()), symbol.size(), 1));
+}
+
+void putInteger(std::string* out, std::uint32_t value, const ByteOrder& order) {
+  for (const unsigned char significance : order) {
+    out->push_back(static_cast<char>(value >> 8 * significance & 0xFF));
+  }
+}
+
+std::uint32_t size32(const std::string& bytes) {
+  return static_cast<std::uint32_t>(bytes.size());
+}
+
+std::string orderList(const std::vector<int>& order) {
+  std::string list;
+  for (const int numeral : order) list += (list.empty() ? "(" : " ") + std::to_string(numeral);
+  return list.empty() ? list : list + ")";
+}
+
+}  // namespace
+
+std::string entryLines(const Message& message) {
+  const std::string list = orderList(message.order);
+  const std::size_t length = message.symbol.size() + list.size() + 1 + message.text.size();
+  std::string lines = message.symbol;
+  const bool hasRoom = length + 2 <= longestLine;
+  if (hasRoom && !list.empty()) lines += ' ';
+  lines += list;
+  if (hasRoom) lines += ' ';
+  lines += ':' + message.text;
+  // A backslash that ends the text must not continue the line: an empty line continues it instead.
+  if (!message.text.empty() && message.text.back() == '\\') lines += "\\\n";
+  return lines + '\n';
+}
+
+std::string compile(const std::vector<Message>& messages, const ByteOrder& order) {
+  std::uint32_t tabSize = smallestTable;
+  while (tabSize < 2 * messages.size()) tabSize *= 2;
+  std::unordered_map<std::uint32_t, int> symbolsOf;
+  for (const Message& message : messages) ++symbolsOf[hashOf(message.symbol)];
+
+  const auto keysBegin = static_cast<std::uint32_t>(sizeof(ErrUtlHdrSType)) +
+                         tabSize * static_cast<std::uint32_t>(sizeof(ErrUtlHashSType));
+  std::string keys;
+  std::string entries;
+  std::vector<Slot> slots(tabSize);
+  std::vector<Slot*> slotOf;
+  for (const Message& message : messages) {
+    const std::uint32_t hash = hashOf(message.symbol);
+    std::uint32_t index = hash % tabSize;
+    while (slots[index].valLoc != 0) index = (index + 1) % tabSize;
+    Slot& slot = slots[index];
+    slot = {hash, 0, 1};
+    if (symbolsOf[hash] > 1) {
+      slot.keyLoc = keysBegin + size32(keys);
+      keys += message.symbol + '\0';
+    }
+    slotOf.push_back(&slot);
+  }
+  const std::uint32_t textBegin = keysBegin + size32(keys);
+  for (std::size_t i = 0; i < messages.size(); ++i) {
+    slotOf[i]->valLoc = textBegin + size32(entries);
+    entries += entryLines(messages[i]);
+  }
+
+  std::string file(reinterpret_cast<const char*>(ErrUtlGetMagic()), sizeof magicArray);
+  file.append(order.begin(), order.end());
+  for (const std::uint32_t value : {1u, tabSize, textBegin}) putInteger(&file, value, order);
+  for (const Slot& slot : slots) {
+    for (const std::uint32_t value : {slot.hash, slot.keyLoc, slot.valLoc}) {
+      putInteger(&file, value, order);
+    }
+  }
+  return file + keys + entries;
+}
+
+std::vector<Message> readCompiled(const std::string& file, Faults* faults) {
+  std::vector<Message> messages;
+  if (!ErrUtlInit(1, file.c_str())) {
+    faults->addReported();
+    return messages;
+  }
+  const ErrUtlBytes contents = errUtlContents();
+  std::vector<std::uint32_t> places;
+  for (std::uint32_t i = 0; i < ErrUtlFileHdr.tabSize; ++i) {
+    const std::uint64_t at = sizeof(ErrUtlHdrSType) + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
+    if (!contents.holds(at, sizeof(ErrUtlHashSType))) {
+      faults->add(file, 0, "the file ends within its table, before slot %u", i);
+      break;
+    }
+    const std::uint32_t valLoc = errUtlDecode(contents.data + at + 8, ErrUtlFileHdr.transform);
+    if (valLoc != 0) places.push_back(valLoc);
+  }
+  std::sort(places.begin(), places.end());
+  for (const std::uint32_t place : places) {
+    ErrUtlEntrySType entry;
+    BoolType syntaxErr = 0;
+    if (!errUtlEntryAt(contents, place, &entry, &syntaxErr) || syntaxErr != 0) {
+      faults->add(file, 0, "there is no entry at offset %u", place);
+      continue;
+    }
+    messages.push_back({entry.sym,
+                        {entry.argOrder, entry.argOrder + entry.argListSize},
+                        entry.buf,
+                        0,
+                        entry.expectedArgCount});
+  }
+  ErrUtlShutdown();
+  return messages;
+}
