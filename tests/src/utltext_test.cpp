@@ -1,0 +1,195 @@
+#include "utl/utltext.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "slowglob.h"
+#include "utl/utlfilename.h"
+#include "utl/utlglob.h"
+
+namespace {
+
+TEST(UtlGlob, Table) {
+  const struct {
+    const char* pattern;
+    std::vector<const char*> matching;
+    std::vector<const char*> others;
+  } cases[] = {
+      {"", {""}, {"a"}},
+      {"abc", {"abc"}, {"", "ab", "abcd", "abC"}},
+      {"a*c", {"abc", "ac", "acc", "acbc"}, {"a", "c", "acb"}},
+      {"a?c", {"abc", "a?c"}, {"ac", "abbc"}},
+      {"*", {"", "a", "*"}, {}},
+      {"a***", {"a", "abc"}, {"", "ba"}},
+      {"**?", {"a", "ab"}, {""}},
+      {"*ab*ab", {"abab", "xabyab", "ababab"}, {"ab", "aba", "ababx"}},
+      {"*.lo[gk]", {"db.log", ".lok", "a.log.log"}, {"log", "db.logs"}},
+      {"[^a-c]x", {"dx", "^x", "\xFFx"}, {"bx", "x", "d"}},
+      {"[a^]", {"a", "^"}, {"b"}},
+      {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
+      {"[^b-]x", {"ax", "\x80x"}, {"bx", "zx"}},
+      {"[\x80-\x82]", {"\x80", "\x81", "\x82"}, {"\x83", "a"}},
+      {"[\xFE-\x02]", {"\xFE", "\xFF", "\x01", "\x02"}, {"\x03", "a"}},
+      {"[z-a]", {}, {"a", "m", "z", "-"}},
+      {"[-a]", {"-", "a"}, {"b"}},
+      {"[a-c-e]", {"b", "-", "e"}, {"d"}},
+      {"[*?\\]", {"*", "?", "\\"}, {"a"}},
+      {"[]", {}, {"", "]", "a"}},
+      {"[^]", {"]", "a"}, {""}},
+      {"[]a]", {}, {"a", "]", "a]"}},
+      {"[[]", {"["}, {"]"}},
+      {"[", {}, {"", "["}},
+      {"a*[b", {}, {"ab", "a", "a[b"}},
+      {"[a-", {}, {"a", "-"}},
+      {"[^", {}, {"a", "^"}},
+      {"\\*", {"*"}, {"a", "\\*", ""}},
+      {"\\[a]", {"[a]"}, {"a"}},
+      {"*\\?", {"?", "a?"}, {"a"}},
+      {"a\\", {"a\\"}, {"a"}},
+      {"\\a\\\\", {"a\\"}, {"\\a\\"}},
+  };
+  for (const auto& c : cases) {
+    for (const char* text : c.matching) EXPECT_EQ(UtlGlob(c.pattern, text), 1) << c.pattern << text;
+    for (const char* text : c.others) EXPECT_EQ(UtlGlob(c.pattern, text), 0) << c.pattern << text;
+  }
+}
+
+TEST(UtlGlob, AgreesWithTheSlowMatcher) {
+  std::mt19937 random(3);
+  const auto pick = [&](const std::string& letters, std::size_t most) {
+    std::string text(random() % (most + 1), ' ');
+    for (char& c : text) c = letters[random() % letters.size()];
+    return text;
+  };
+  int matches = 0;
+  for (int i = 0; i < 100000; ++i) {
+    const std::string pattern = pick("aabb**?[]^-\\\xF0", 9);
+    const std::string text = pick("aabb-]\\\xF0", 7);
+    const bool expected = slowGlob(pattern, text);
+    matches += expected ? 1 : 0;
+    ASSERT_EQ(UtlGlob(pattern.c_str(), text.c_str()), expected ? 1 : 0) << pattern << " " << text;
+  }
+  EXPECT_GT(matches, 4000);
+}
+
+TEST(UtlGlob, ManyStarsTakeNoLonger) {
+  std::string pattern;
+  for (int i = 0; i < 1000; ++i) pattern += "a*";
+  const std::string text(100000, 'a');
+  EXPECT_EQ(UtlGlob(pattern.c_str(), text.c_str()), 1);
+  EXPECT_EQ(UtlGlob((pattern + "b").c_str(), text.c_str()), 0);
+}
+
+TEST(UtlText, VisibleBytes) {
+  const std::string carets = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_";
+  std::vector<std::string> renderings(128);
+  for (int byte = 0; byte < 128; ++byte) renderings[byte] = static_cast<char>(byte);
+  for (int byte = 0; byte < 32; ++byte) renderings[byte] = std::string("^") + carets[byte];
+  renderings['\t'] = "\t";
+  renderings['\n'] = "\n";
+  renderings[127] = "^?";
+
+  std::string all;
+  std::string expected;
+  for (int byte = 1; byte < 256; ++byte) {
+    all += static_cast<char>(byte);
+    expected += byte < 128 ? renderings[byte] : "!" + renderings[byte - 128];
+  }
+  std::FILE* file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  UtlPrintVisible(file, "");
+  UtlPrintVisible(file, all.c_str());
+  std::string printed(2000, ' ');
+  std::rewind(file);
+  printed.resize(std::fread(printed.data(), 1, printed.size(), file));
+  std::fclose(file);
+  EXPECT_EQ(printed, expected);
+}
+
+TEST(UtlText, PrintStrIsUnchanged) {
+  testing::internal::CaptureStdout();
+  UtlPrintStr("a\x01%s\xFF");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "a\x01%s\xFF");
+}
+
+TEST(UtlText, CaseOfTheLowSixteenBits) {
+  const struct {
+    int c, upper, lower;
+  } cases[] = {
+      {'a', 'A', 'a'},           {'Q', 'Q', 'q'},      {0xE0, 0xC0, 0xE0},    {0x10061, 'A', 'a'},
+      {0x12345, 0x2345, 0x2345}, {-1, 0xFFFF, 0xFFFF}, {-32, 0xFFE0, 0xFFE0}, {'1', '1', '1'}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(UtlToUpper(c.c), c.upper);
+    EXPECT_EQ(UtlToLower(c.c), c.lower);
+  }
+}
+
+TEST(UtlText, PartialComparison) {
+  const struct {
+    const char* a;
+    const char* b;
+    int expected;
+  } cases[] = {{"abc", "ABC", 0}, {"ab", "abc", -1},   {"abd", "abc", 1},    {"", "abc", 1},
+               {"abc", "", 1},    {"", "", 1},         {"abc", "ab", 1},     {"aBx", "abc", 1},
+               {"a", "b", 1},     {"\xE0", "\xC0", 1}, {"\xE0", "\xE0!", -1}};
+  for (const auto& c : cases) EXPECT_EQ(UtlPartialStrCmp(c.a, c.b), c.expected) << c.a << c.b;
+}
+
+TEST(UtlText, BytesCompareUnsigned) {
+  EXPECT_EQ(UtlMemcmp("\x80", "\x7F", 1), 1);
+  EXPECT_EQ(UtlMemcmp("ab", "ac", 2), -1);
+  EXPECT_EQ(UtlMemcmp("ab", "ac", 1), 0);
+  EXPECT_EQ(UtlMemcmp("a", "b", 0), 0);
+}
+
+TEST(UtlText, ErrorTexts) {
+  const struct {
+    int number;
+    std::string text;
+  } cases[] = {{ENOENT, "No such file or directory"},
+               {0, "Success"},
+               {-7, "(no message from strerror for -7)"},
+               {99999, "(no message from strerror for 99999)"}};
+  for (const auto& c : cases) {
+    for (std::size_t length = 0; length < c.text.size() + 3; ++length) {
+      std::vector<char> buffer(length + 1, '#');
+      errno = 77;
+      UtlStrerror(c.number, buffer.data(), length);
+      EXPECT_EQ(errno, 77);
+      EXPECT_EQ(buffer[length], '#');
+      EXPECT_EQ(length > 0 ? buffer.data() : "", c.text.substr(0, length > 0 ? length - 1 : 0));
+    }
+  }
+}
+
+TEST(UtlFileName, Parts) {
+  const struct {
+    const char* name;
+    std::size_t path, namePart, extension;
+    const char* base;
+  } cases[] = {
+      {"/tmp/log.txt", 0, 5, 8, "log"},
+      {"log.txt", 7, 0, 3, "log"},
+      {"a.b/c", 0, 4, 5, "c"},
+      {"a.tar.gz", 8, 0, 5, "a.tar"},
+      {"/d/.hidden", 0, 3, 3, ""},
+      {"", 0, 0, 0, ""},
+      {"dir/", 0, 4, 4, ""},
+      {"end.", 4, 0, 3, "end"},
+  };
+  for (const auto& c : cases) {
+    std::string name = c.name;
+    char* start = name.data();
+    EXPECT_EQ(UtlFnGetPathPtr(start) - start, static_cast<long>(c.path)) << c.name;
+    EXPECT_EQ(UtlFnGetNamePtr(start) - start, static_cast<long>(c.namePart)) << c.name;
+    EXPECT_EQ(UtlFnGetExtensionPtr(start) - start, static_cast<long>(c.extension)) << c.name;
+    EXPECT_STREQ(UtlBasename(start), c.base) << c.name;
+  }
+}
+
+}  // namespace
