@@ -1,7 +1,7 @@
 # Public headers go to include/povzel of the installation, in the folders they have under src/.
-# Private ones (*priv.h) stay behind.
+# Private ones (*priv.h and the library's own basics) stay behind.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.h)
-list(FILTER headers EXCLUDE REGEX "priv\\.h$")
+list(FILTER headers EXCLUDE REGEX "(priv|/guarantee|/errnokeeper|/utlheapseam)\\.h$")
 set(installed_headers "")
 foreach(header ${headers})
   file(RELATIVE_PATH relative ${CMAKE_SOURCE_DIR}/src ${header})

@@ -1,6 +1,5 @@
 #include "utlheap.h"
 
-#include <pthread.h>
 #include <sys/mman.h>
 
 #include <atomic>
@@ -8,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "hostmutex.h"
 #include "hostunix/hostdebug.h"
 #include "utl/guarantee.h"
 #include "utl/utlsystem.h"
@@ -21,7 +21,7 @@ namespace {
 constexpr int freeOfNullLine = 434;
 
 std::atomic<BoolType> initDone{0};
-pthread_mutex_t heapMutex;
+HostMutexSType heapMutex;
 
 void* allocate(std::size_t length) {
   if (initDone.load(std::memory_order_relaxed) == 0) UtlHeapInit();
@@ -79,7 +79,7 @@ void UtlFree(const void* ptr) {
 
 void UtlHeapInit() {
   if (initDone.exchange(1) != 0) return;
-  if (pthread_mutex_init(&heapMutex, nullptr) != 0) utlGuaranteeFailed("src/utlheap", __LINE__);
+  HostMutexInit(&heapMutex);
 }
 
 void UtlHeapCheck() {}

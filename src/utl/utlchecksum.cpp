@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "utl/utlchecksumfold.h"
-#include "utl/utlcpu.h"
+#include "utl/utlchecksumfoldpriv.h"
+#include "utl/utlcpupriv.h"
 
 namespace {
 

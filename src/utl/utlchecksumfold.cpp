@@ -1,4 +1,4 @@
-#include "utl/utlchecksumfold.h"
+#include "utl/utlchecksumfoldpriv.h"
 
 #include <immintrin.h>
 

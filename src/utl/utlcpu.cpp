@@ -1,4 +1,4 @@
-#include "utl/utlcpu.h"
+#include "utl/utlcpupriv.h"
 
 namespace {
 

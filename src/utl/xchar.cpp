@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "utl/xchartables.h"
+#include "utl/xchartablespriv.h"
 #include "utlheap.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "utl/xchartables.h"
+#include "utl/xchartablespriv.h"
 
 #include <initializer_list>
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "utl/utlbits.h"
-#include "utl/utlcpu.h"
+#include "utl/utlcpupriv.h"
 
 namespace {
 
