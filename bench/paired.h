@@ -1,0 +1,71 @@
+// Paired measurements: two pieces of code take turns in one run, so that their ratio holds while
+// the machine's speed drifts.
+//
+//   void BM_Append(benchmark::State& state) {
+//     comparePaired(state, [] { ours(); }, [] { theirs(); }, {.bound = 1.0});
+//   }
+//   BENCHMARK(BM_Append)->UseManualTime();
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <vector>
+
+struct PairedOptions {
+  double units = 1;  // what one call works on; times are given per unit
+  double bound = 0;  // the ratio that is promised at the most; 0: none
+};
+
+namespace paired {
+
+template <typename Run>
+double secondsOf(Run& run, int calls) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (int call = 0; call < calls; ++call) run();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// As many calls as take about a fifth of a millisecond.
+template <typename Run>
+int callsPerTurn(Run& run) {
+  constexpr double turn = 2e-4;
+  int calls = 1;
+  while (calls < 1 << 20 && secondsOf(run, calls) < turn) calls *= 2;
+  return calls;
+}
+
+inline double median(std::vector<double>& values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+}  // namespace paired
+
+// Measures `ours` and `other` in turns. The benchmark's time is that of `ours`; the counters are
+// the other's time in nanoseconds, the median of the ratios ours/other, and the bound.
+template <typename Ours, typename Other>
+void comparePaired(benchmark::State& state, Ours ours, Other other, PairedOptions options = {}) {
+  const int ourCalls = paired::callsPerTurn(ours);
+  const int otherCalls = paired::callsPerTurn(other);
+  std::vector<double> ratios;
+  std::vector<double> others;
+  bool oursFirst = true;
+  for (auto _ : state) {
+    double mine = 0;
+    if (oursFirst) mine = paired::secondsOf(ours, ourCalls);
+    const double theirs = paired::secondsOf(other, otherCalls) / otherCalls / options.units;
+    if (!oursFirst) mine = paired::secondsOf(ours, ourCalls);
+    oursFirst = !oursFirst;
+    mine = mine / ourCalls / options.units;
+    state.SetIterationTime(mine);
+    others.push_back(theirs);
+    ratios.push_back(mine / theirs);
+  }
+  state.counters["other_ns"] = paired::median(others) * 1e9;
+  state.counters["ratio"] = paired::median(ratios);
+  if (options.bound > 0) state.counters["bound"] = options.bound;
+}
