@@ -333,20 +333,4 @@ TEST(OpenHashTable, FailedAllocationsLeaveTheTableAsItWas) {
   EXPECT_EQ(table.numEntries, 0);
 }
 
-TEST(OpenHashTable, RecordsTooLargeToCopyAreRefused) {
-  HashTableSType table;
-  HashTableInit(&table, 1, 0xFFFFFFF0U, recordHash, recordsEqual);
-  Record record{1, 1};
-  EXPECT_FALSE(HashTableInsert(&table, HashTableLookup(&table, &record), &record));
-  EXPECT_EQ(table.numEntries, 0);
-  UtlFree(table.table);
-}
-
 }  // namespace
-
-#ifdef POVZEL_SANITIZE
-extern "C" const char* __asan_default_options();
-extern "C" const char* __asan_default_options() {
-  return "allocator_may_return_null=1";
-}
-#endif
