@@ -4,9 +4,9 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
+#include "errmsg.h"
 #include "utl/errnokeeper.h"
 
 namespace {
@@ -182,12 +182,12 @@ void UnixErr(int number, char* buffer, ArraySizeType size) {
   buffer[0] = '\0';
   if (number == 0 || size == 1) return;
   const ErrnoKeeper keeper;
-  std::snprintf(buffer, size - 1, "[unixerr.part1 %d]", number);
+  ErrMsgSymToText("unixerr.part1", buffer, size - 1, "d", static_cast<long>(number));
 
   const Row* row = findRow(number);
   if (row == nullptr) return;
   const std::size_t length = std::strlen(buffer);
-  std::snprintf(buffer + length, size - 1 - length, "[%s]", row->symbol);
+  ErrMsgSymToText(row->symbol, buffer + length, size - 1 - length, nullptr);
 }
 
 void HostGetErrMsg(const HostErrSType* record, char* buffer, ArraySizeType size) {

@@ -1,0 +1,53 @@
+// Listing directories (hostfiles.h).
+
+#include <dirent.h>
+
+#include <cstring>
+
+#include "hostunix/hostfiles.h"
+#include "hostunix/hostfname.h"
+#include "utl/utlglob.h"
+
+namespace {
+
+// The last "/" in `spec` that is not escaped by a backslash, or null.
+char* lastSeparator(char* spec) {
+  char* found = nullptr;
+  for (char* at = spec; *at != '\0'; ++at) {
+    if (*at == '/') found = at;
+    if (*at == '\\' && at[1] != '\0') ++at;
+  }
+  return found;
+}
+
+struct Listing {
+  const char* directory;
+  const char* pattern;
+};
+
+// Cuts the expanded `spec` into its two parts.
+Listing split(char* spec) {
+  char* separator = lastSeparator(spec);
+  if (separator == nullptr) return {spec, "*"};
+  *separator = '\0';
+  return {separator != spec ? spec : "/", separator[1] != '\0' ? separator + 1 : "*"};
+}
+
+}  // namespace
+
+BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback, void* clientData) {
+  if (wildcardSpec[0] == '\0') return 1;
+  HostFnameStrType spec;
+  HostExpandFileName(wildcardSpec, spec, sizeof spec);
+  const Listing listing = split(spec);
+
+  DIR* stream = opendir(listing.directory);
+  if (stream == nullptr) return 1;
+  while (dirent64* entry = readdir64(stream)) {
+    if (UtlGlob(listing.pattern, entry->d_name)) {
+      callback(listing.directory, entry->d_name, "/", clientData);
+    }
+  }
+  closedir(stream);
+  return 1;
+}

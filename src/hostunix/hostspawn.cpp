@@ -1,0 +1,66 @@
+#include "hostunix/hostspawn.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "hostunix/hostenv.h"
+#include "hostunix/hostunixpriv.h"
+
+namespace {
+
+constexpr std::size_t shellCommandSize = 80;
+
+// A signal is ignored while this lives; then its former action is back, unchanged.
+class Ignored {
+ public:
+  explicit Ignored(int sig) : sig_(sig) { UNIXIO_DO_SIGNAL(sig, plainAction(SIG_IGN), &former_); }
+  ~Ignored() {
+    const ErrnoKeeper keeper;
+    sigaction(sig_, &former_, nullptr);
+  }
+  Ignored(const Ignored&) = delete;
+  Ignored& operator=(const Ignored&) = delete;
+
+ private:
+  int sig_;
+  struct sigaction former_ = {};
+};
+
+void composeShellCommand(char (&command)[shellCommandSize]) {
+  char shell[shellCommandSize - 3];
+  const bool known = HostGetEnv("SHELL", shell, sizeof shell) != 0;
+  std::snprintf(command, sizeof command, "%s -i", known ? shell : "/bin/sh");
+}
+
+void keepOpenOnExec(int fd) {
+  const int flags = fcntl(fd, F_GETFD);
+  if (flags != -1) fcntl(fd, F_SETFD, flags & ~FD_CLOEXEC);
+}
+
+}  // namespace
+
+BoolType HostSpawn(const char* theCommand) {
+  const Ignored interrupt(SIGINT);
+  const Ignored quit(SIGQUIT);
+  const Ignored terminalOutput(SIGTTOU);
+  const Ignored terminalInput(SIGTTIN);
+  return HostInteractiveSpawn(theCommand);
+}
+
+BoolType HostInteractiveSpawn(const char* theCommand) {
+  const Ignored child(SIGCHLD);
+  char shellCommand[shellCommandSize];
+  if (theCommand[0] == '\0') {
+    composeShellCommand(shellCommand);
+    theCommand = shellCommand;
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) keepOpenOnExec(fd);
+  }
+  errno = 0;
+  if (UnixIoSystem(theCommand, 1) == 0) return 1;
+  if (errno != ECHILD) return 0;
+  errno = 0;
+  return 1;
+}
