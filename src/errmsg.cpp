@@ -21,7 +21,6 @@ constexpr std::uint64_t tableOffset = sizeof(ErrUtlHdrSType);
 HostMutexSType printMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the file and all that follows
 BoolType initialized = 0;
 std::atomic<BoolType> ErrMsgPanicked{1};
-bool opening = false;  // ErrMsgInit is opening a file without holding the mutex
 bool swizzleNeeded = false;
 ErrUtlHashSType cachedMessages[cacheSize];
 unsigned long cacheProbes = 0;
@@ -84,7 +83,7 @@ bool findSlot(const ErrUtlBytes& file, const char* symbol, std::size_t length, s
 
 bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
   const ErrMsgAccessor accessor(&printMutex);
-  if (opening || ErrUtlErrFile == nullptr) return false;
+  if (ErrUtlErrFile == nullptr) return false;
   const std::size_t length = std::strlen(symbol);
   if (length > longestSymbol) return false;
   const long hash = HashStrHash(reinterpret_cast<const ByteType*>(symbol), length, 1);
@@ -107,6 +106,17 @@ bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
   return std::strcmp(entry->sym, symbol) == 0;
 }
 
+// ErrMsgReset for those who hold the mutex.
+bool reopen() {
+  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
+  if (!ErrUtlReset(0)) return panic();
+  swizzleNeeded = std::memcmp(ErrUtlFileHdr.transform, hostTransform, sizeof hostTransform) != 0;
+  for (ErrUtlHashSType& cached : cachedMessages) cached.valLoc = 0;
+  cacheProbes = 0;
+  cacheHits = 0;
+  return true;
+}
+
 // Copies what fits into a caller's buffer of at least one byte.
 void putText(const char* text, char* buffer, std::size_t size) {
   const std::size_t length = strnlen(text, size - 1);
@@ -122,33 +132,21 @@ void ErrMsgInit() {
     pthread_atfork(forkGetLocks, forkReleaseLocks, forkReleaseLocks);
     initialized = 1;
   }
-  {
-    // Opening a file may itself ask for error texts, so the mutex cannot be held meanwhile.
-    const ErrMsgAccessor accessor(&printMutex);
-    ErrMsgPanicked = 0;
-    opening = true;
+  // Finding the file may ask for an error text, so the mutex is not held yet.
+  HostFnameStrType name;
+  errUtlFindFile(nullptr, name);
+  const ErrMsgAccessor accessor(&printMutex);
+  ErrMsgPanicked = 0;
+  if (!errUtlOpen(1, name)) {
+    panic();
+    return;
   }
-  const bool opened = ErrUtlInit(1, nullptr) != 0;
-  {
-    const ErrMsgAccessor accessor(&printMutex);
-    opening = false;
-    if (!opened) ErrMsgPanicked = 1;
-  }
-  if (opened) ErrMsgReset();
+  reopen();
 }
 
 BoolType ErrMsgReset() {
-  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
   const ErrMsgAccessor accessor(&printMutex);
-  if (!ErrUtlReset(0)) {
-    ErrMsgPanicked = 1;
-    return 0;
-  }
-  swizzleNeeded = std::memcmp(ErrUtlFileHdr.transform, hostTransform, sizeof hostTransform) != 0;
-  for (ErrUtlHashSType& cached : cachedMessages) cached.valLoc = 0;
-  cacheProbes = 0;
-  cacheHits = 0;
-  return 1;
+  return reopen();
 }
 
 void ErrMsgShutdown() {

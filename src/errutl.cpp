@@ -31,10 +31,6 @@ void closeErrFile() {
   ErrUtlErrFile = nullptr;
 }
 
-void setFileName(const char* name) {
-  std::snprintf(ErrUtlErrFileName, sizeof ErrUtlErrFileName, "%s", name);
-}
-
 bool isPermutation(const unsigned char* values, unsigned count) {
   unsigned seen = 0;
   for (unsigned i = 0; i < count; ++i) {
@@ -119,20 +115,27 @@ BoolType ErrUtlReset(BoolType isCompiled) {
   return 0;
 }
 
+void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
+  if (fileName == nullptr) {
+    const char* language = std::getenv(languageVariable);
+    fileName = language != nullptr && language[0] != '\0' ? language : defaultFileName;
+  }
+  std::snprintf(name, sizeof name, "%s", fileName);
+}
+
+bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {
+  std::memcpy(ErrUtlErrFileName, name, sizeof ErrUtlErrFileName);
+  errutl_is_init = ErrUtlReset(isCompiled);
+  if (errutl_is_init != 0) return true;
+  std::fprintf(stderr, "ErrUtlInit: Unable to use file %s as a language file\n", name);
+  return false;
+}
+
 BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {
   errutl_is_init = 0;
-  if (fileName != nullptr) {
-    setFileName(fileName);
-  } else {
-    const char* language = std::getenv(languageVariable);
-    setFileName(language != nullptr && language[0] != '\0' ? language : defaultFileName);
-  }
-  if (ErrUtlReset(isCompiled)) {
-    errutl_is_init = 1;
-    return 1;
-  }
-  std::fprintf(stderr, "ErrUtlInit: Unable to use file %s as a language file\n", ErrUtlErrFileName);
-  return 0;
+  HostFnameStrType name;
+  errUtlFindFile(fileName, name);
+  return errUtlOpen(isCompiled, name);
 }
 
 BoolType ErrUtlIsUp() {

@@ -157,7 +157,7 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
     if (buildingTable) *lineNum += line.physicalLines;
     if (!complete) {
       if (!buildingTable) std::fprintf(stderr, "%s: unexpected eof\n", fname);
-      *syntaxErr = line.begun;
+      if (line.begun) *syntaxErr = 1;
       return 0;
     }
     const Complaint complain{fname, *lineNum};

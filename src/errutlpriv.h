@@ -1,10 +1,17 @@
-// What errmsg needs of the reader beyond its public header: the open file's contents in memory.
+// What errmsg needs of the reader beyond its public header: ErrUtlInit in two steps, and the open
+// file's contents in memory.
 //
 // Looking a message up touches half a dozen places of a small file. A stream asks the system for
 // each of them, even within its own buffer, so the whole file is read once, at the first lookup.
 #pragma once
 
 #include "errutl.h"
+
+// Finds the file that ErrUtlInit is to open. This may itself ask for error texts.
+void errUtlFindFile(const char* fileName, HostFnameStrType& name);
+
+// Opens it. This does not.
+bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name);
 
 struct ErrUtlBytes {
   const unsigned char* data;
