@@ -48,6 +48,7 @@ endfunction()
 # povzel_fuzz(NAME SOURCE): a libFuzzer target over the corpus in fuzz/corpus/NAME.
 function(povzel_fuzz name source)
   add_executable(${name} ${source})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)
   target_link_libraries(${name} PRIVATE povzel_objects)
   target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)

@@ -1,9 +1,9 @@
 #include "utl/utltext.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
+#include "utl/errnokeeper.h"
 #include "utl/xchar.h"
 
 namespace {
@@ -82,7 +82,7 @@ int UtlMemcmp(const void* a, const void* b, std::size_t length) {
 
 void UtlStrerror(int number, char* buffer, std::size_t length) {
   if (length == 0) return;
-  const int saved = errno;
+  const ErrnoKeeper keeper;
   const char* text = strerror_r(number, buffer, length);
   char fallback[64];
   if (text == nullptr || text == buffer) {
@@ -90,5 +90,4 @@ void UtlStrerror(int number, char* buffer, std::size_t length) {
     text = fallback;
   }
   copyCut(buffer, length, text);
-  errno = saved;
 }

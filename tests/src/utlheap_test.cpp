@@ -2,34 +2,28 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "failing_heap.h"
 #include "hostunix/hostdebug.h"
 #include "utl/utlsystem.h"
 #include "utlheapseam.h"
 
 namespace {
 
+#ifndef PR_SET_MDWE
+#define PR_SET_MDWE 65
+#define PR_MDWE_REFUSE_EXEC_GAIN 1
+#endif
+
 void* refuse(std::size_t) {
   return nullptr;
 }
-
-// While it lives, allocations fail and the fatal path returns.
-class AllocationsFail {
- public:
-  AllocationsFail() {
-    utlHeapAllocate = refuse;
-    noHalt = 1;
-  }
-  ~AllocationsFail() {
-    utlHeapAllocate = std::malloc;
-    noHalt = 0;
-  }
-};
 
 struct Printed {
   std::string out;
@@ -76,8 +70,8 @@ TEST(UtlHeap, FailureIsReportedWithTheRequester) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    AllocationsFail failing;
-    void* block = &failing;
+    const FailingHeap failing(0);
+    void* block = &block;
     const Printed printed = printedBy([&] { block = c.allocate(); });
     EXPECT_EQ(block, nullptr);
     EXPECT_EQ(printed.out, c.out);
@@ -127,6 +121,15 @@ TEST(UtlHeap, ExecutableBlocksRunCodeFromTheirFirstAndLastPage) {
   void* empty = UtlMallocExe(0, 1, "test");
   EXPECT_NE(empty, nullptr);
   UtlFree(empty);
+}
+
+TEST(UtlHeapDeathTest, RefusedExecutableMemoryIsNull) {
+  EXPECT_EXIT(
+      {
+        if (prctl(PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN, 0, 0, 0) != 0) std::_Exit(0);
+        std::_Exit(UtlMallocExe(100, 1, "test") == nullptr ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "^$");
 }
 
 TEST(UtlHeap, IsNeitherCheckedNorMeasured) {
