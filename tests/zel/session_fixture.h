@@ -1,0 +1,43 @@
+// A test with a session of its own in a fresh database.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "vm/printing.h"
+#include "zel.h"
+
+class ZelSession : public testing::Test {
+ protected:
+  void SetUp() override {
+    zel->ZelInit();
+    ASSERT_NE(0, zel->ZelLogin("SystemUser", "swordfish"));
+    zel->ZelDirtyObjsInit();
+  }
+  void TearDown() override {
+    zel->ZelShutdown();
+    zel->ZelUnload();
+  }
+
+  OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
+
+  // The printed result, or "error NUMBER" with the message.
+  std::string show(const std::string& source) {
+    const OopType oop = run(source);
+    const std::string failure = takeError();
+    return failure.empty() ? ::zel::printString(oop) : failure;
+  }
+
+  // The pending error as text, empty if there is none; its record stays in `error`.
+  std::string takeError() {
+    if (zel->ZelErr(&error) == 0) return "";
+    return "error " + std::to_string(error.number) + ": " + error.message;
+  }
+
+  // The pending error's number, 0 if there is none.
+  int errorNumber() { return zel->ZelErr(&error) != 0 ? error.number : 0; }
+
+  const ZelRtlJumpSType* zel = ZelGetRtlTable();
+  ZelErrSType error{};
+};

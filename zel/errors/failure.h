@@ -1,0 +1,67 @@
+// Errors inside the embedded interface library.
+//
+// Whatever goes wrong below the table is thrown as a Failure. Two places catch it: the interpreter,
+// which looks for a handler in the running program, and the frame around each table function,
+// which stores it as the session's pending error. No exception ever leaves the table.
+//
+//   if (index > size) throw zel::Failure(zel::ErrBadSubscript, "index 9 is out of range", {oop});
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "povzeltypes.h"
+
+namespace zel {
+
+// Numbers of the database's own errors. Those from 2501 on belong to the embedded library alone.
+enum ErrorNumber : std::int32_t {
+  ErrBadSubscript = 2004,
+  ErrBadMessageParts = 2005,
+  ErrDoesNotUnderstand = 2010,
+  ErrNotInCollection = 2015,
+  ErrBadArgumentKind = 2094,
+  ErrBadOffset = 2110,
+  ErrNotFloat = 2120,
+  ErrTooDeep = 2138,
+  ErrDateTimeRange = 2161,
+  ErrNotLong = 2163,
+  ErrNotCharacter = 2164,
+  ErrInternal = 2183,
+  ErrUnknownName = 2189,
+  ErrNoMemory = 2208,
+  ErrNotBoolean = 2211,
+  ErrCompile = 2501,
+  ErrSuspended = 2502,
+  ErrUser = 2503,
+  ErrZeroDivide = 2504,
+  ErrOverflow = 2505,
+  ErrInvariant = 2506,
+  ErrNoSuchObject = 2507,
+  ErrConflict = 2508,
+  ErrNotImplemented = 2509,
+  ErrNotSuspended = 2510,
+  ErrDeadReturn = 2511,
+  ErrTooManySessions = 2512,
+  ErrLoginDenied = 4051,
+  ErrBadSession = 4100,
+  ErrBadArgument = 5065,
+  ErrSoftBreak = 6003,
+  ErrHardBreak = 6004,
+};
+
+// One error on its way up.
+struct Failure {
+  std::int32_t number;
+  std::string message;
+  std::vector<OopType> args;
+  OopType exceptionClass = 0;  // what handlers in the program compare with; 0 means Error
+  OopType exception = 0;       // the program's own exception object, if it signalled one
+  OopType context = 0;         // the process that can be continued, 0 if there is none
+
+  Failure(std::int32_t errorNumber, std::string text, std::initializer_list<OopType> arguments = {})
+      : number(errorNumber), message(std::move(text)), args(arguments) {}
+};
+
+}  // namespace zel

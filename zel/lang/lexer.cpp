@@ -1,0 +1,250 @@
+#include "lexer.h"
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "errors/failure.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::string_view binaryCharacters = "+-*/\\<>=~,%&?@|!";
+
+bool isLetter(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool isWordCharacter(char c) {
+  return isLetter(c) || isDigit(c);
+}
+bool isBinary(char c) {
+  return c != '\0' && binaryCharacters.find(c) != std::string_view::npos;
+}
+
+int digitValue(char c) {
+  if (isDigit(c)) return c - '0';
+  if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
+  return 99;
+}
+
+bool endsOperand(Token token) {
+  switch (token) {
+    case Token::identifier:
+    case Token::integer:
+    case Token::floating:
+    case Token::character:
+    case Token::string:
+    case Token::symbol:
+    case Token::closeParen:
+    case Token::closeBracket:
+    case Token::closeBrace:
+      return true;
+    default:
+      return false;
+  }
+}
+
+constexpr struct {
+  char character;
+  Token token;
+} singles[] = {
+    {'^', Token::caret},        {'.', Token::period},     {';', Token::semicolon},
+    {'(', Token::openParen},    {')', Token::closeParen}, {'[', Token::openBracket},
+    {']', Token::closeBracket}, {'{', Token::braceStart}, {'}', Token::closeBrace},
+};
+
+}  // namespace
+
+char Lexer::peek(std::size_t ahead) const {
+  return at_ + ahead < source_.size() ? source_[at_ + ahead] : '\0';
+}
+
+void Lexer::fail(const std::string& message) const {
+  std::size_t line = 1;
+  std::size_t column = 1;
+  for (std::size_t i = 0; i < position && i < source_.size(); ++i) {
+    ++column;
+    if (source_[i] != '\n') continue;
+    ++line;
+    column = 1;
+  }
+  throw Failure(ErrCompile, "line " + std::to_string(line) + ", column " + std::to_string(column) +
+                                ": " + message);
+}
+
+void Lexer::skipBlanks() {
+  while (at_ < source_.size()) {
+    const char c = source_[at_];
+    if (c == '"') {
+      position = at_;
+      const std::size_t close = source_.find('"', at_ + 1);
+      if (close == std::string_view::npos) fail("the comment is not closed");
+      at_ = close + 1;
+    } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
+      ++at_;
+    } else {
+      return;
+    }
+  }
+}
+
+bool Lexer::minusStartsNumber() const {
+  return peek() == '-' && isDigit(peek(1)) && (literalDepth > 0 || !afterOperand_);
+}
+
+void Lexer::next() {
+  afterOperand_ = endsOperand(token);
+  skipBlanks();
+  position = at_;
+  if (at_ >= source_.size()) {
+    token = Token::end;
+    return;
+  }
+  const char c = peek();
+  if (isLetter(c)) return readWord();
+  if (isDigit(c) || minusStartsNumber()) return readNumber();
+  if (c == '\'') {
+    readQuoted();
+    token = Token::string;
+    return;
+  }
+  if (c == '#') return readHash();
+  if (c == '$') {
+    if (at_ + 1 >= source_.size()) fail("a character is missing after $");
+    integerValue = static_cast<unsigned char>(source_[at_ + 1]);
+    at_ += 2;
+    token = Token::character;
+    return;
+  }
+  if (c == ':') {
+    const bool assigns = peek(1) == '=';
+    token = assigns ? Token::assign : Token::colon;
+    at_ += assigns ? 2 : 1;
+    return;
+  }
+  for (const auto& single : singles) {
+    if (single.character != c) continue;
+    token = single.token;
+    ++at_;
+    return;
+  }
+  if (isBinary(c)) return readBinary();
+  fail("the character with code " + std::to_string(static_cast<unsigned char>(c)) +
+       " has no meaning here");
+}
+
+void Lexer::readWord() {
+  const std::size_t start = at_;
+  while (isWordCharacter(peek())) ++at_;
+  token = Token::identifier;
+  if (peek() == ':' && peek(1) != '=') {
+    ++at_;
+    token = Token::keyword;
+  }
+  text = source_.substr(start, at_ - start);
+}
+
+std::int64_t Lexer::readDigits(int radix) {
+  std::int64_t value = 0;
+  const std::size_t start = at_;
+  for (; digitValue(peek()) < radix; ++at_) {
+    if (__builtin_mul_overflow(value, radix, &value) ||
+        __builtin_add_overflow(value, digitValue(peek()), &value)) {
+      fail("the integer has more than 64 bits");
+    }
+  }
+  if (at_ == start) fail("digits are missing");
+  return value;
+}
+
+void Lexer::readFraction(std::size_t start) {
+  ++at_;
+  while (isDigit(peek())) ++at_;
+  const std::size_t sign = peek(1) == '-' || peek(1) == '+' ? 1 : 0;
+  if ((peek() == 'e' || peek() == 'E') && isDigit(peek(1 + sign))) {
+    at_ += 1 + sign;
+    while (isDigit(peek())) ++at_;
+  }
+  const std::string digits(source_.substr(start, at_ - start));
+  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), floatValue);
+  if (result.ec != std::errc{}) fail("the float is out of range");
+  token = Token::floating;
+}
+
+void Lexer::readNumber() {
+  const bool negative = peek() == '-';
+  if (negative) ++at_;
+  const std::size_t start = at_;
+  std::size_t ahead = 0;
+  while (isDigit(peek(ahead))) ++ahead;
+  const std::size_t sign = peek(ahead + 1) == '-' || peek(ahead + 1) == '+' ? 1 : 0;
+  const bool hasFraction = peek(ahead) == '.' && isDigit(peek(ahead + 1));
+  const bool hasExponent =
+      (peek(ahead) == 'e' || peek(ahead) == 'E') && isDigit(peek(ahead + 1 + sign));
+  if (hasFraction || hasExponent) {
+    at_ += hasFraction ? ahead : ahead - 1;
+    readFraction(start);
+    if (negative) floatValue = -floatValue;
+    return;
+  }
+  integerValue = readDigits(10);
+  if (peek() == 'r') {
+    if (integerValue < 2 || integerValue > 36) fail("the radix is not between 2 and 36");
+    const int radix = static_cast<int>(integerValue);
+    ++at_;
+    integerValue = readDigits(radix);
+  }
+  if (isWordCharacter(peek())) fail("a letter follows the number");
+  if (negative) integerValue = -integerValue;
+  token = Token::integer;
+}
+
+void Lexer::readQuoted() {
+  text.clear();
+  for (++at_;; ++at_) {
+    const std::size_t quote = source_.find('\'', at_);
+    if (quote == std::string_view::npos) fail("the string is not closed");
+    text += source_.substr(at_, quote - at_);
+    at_ = quote + 1;
+    if (peek() != '\'') return;
+    text += '\'';
+  }
+}
+
+void Lexer::readHash() {
+  ++at_;
+  const char c = peek();
+  if (c == '(' || c == '[') {
+    ++at_;
+    token = c == '(' ? Token::arrayStart : Token::bytesStart;
+  } else if (c == '\'') {
+    readQuoted();
+    token = Token::symbol;
+  } else if (isLetter(c)) {
+    const std::size_t start = at_;
+    while (isWordCharacter(peek()) || (peek() == ':' && peek(1) != '=')) ++at_;
+    text = source_.substr(start, at_ - start);
+    token = Token::symbol;
+  } else if (isBinary(c)) {
+    readBinary();
+    token = Token::symbol;
+  } else {
+    fail("a symbol or an array is expected after #");
+  }
+}
+
+void Lexer::readBinary() {
+  const std::size_t start = at_;
+  ++at_;
+  // A minus sign before a digit belongs to the number: 3--4, x>-1.
+  while (isBinary(peek()) && !(peek() == '-' && isDigit(peek(1)))) ++at_;
+  text = source_.substr(start, at_ - start);
+  token = text == "|" ? Token::bar : Token::binary;
+}
+
+}  // namespace zel

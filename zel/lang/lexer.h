@@ -1,0 +1,70 @@
+// Splits a text of the language into tokens. docs/language.md describes what they look like.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "povzeltypes.h"
+
+namespace zel {
+
+enum class Token {
+  end,
+  identifier,  // text: the name
+  keyword,     // text: with its colon
+  binary,      // text: the operator
+  integer,     // integerValue
+  floating,    // floatValue
+  character,   // integerValue: the code
+  string,      // text: the bytes
+  symbol,      // text
+  arrayStart,  // #(
+  bytesStart,  // #[
+  braceStart,
+  assign,
+  caret,
+  period,
+  semicolon,
+  colon,
+  bar,
+  openParen,
+  closeParen,
+  openBracket,
+  closeBracket,
+  closeBrace,
+};
+
+class Lexer {
+ public:
+  explicit Lexer(std::string_view source) : source_(source) { next(); }
+
+  Token token = Token::end;
+  std::string text;
+  std::int64_t integerValue = 0;
+  double floatValue = 0;
+  std::size_t position = 0;  // where the token starts
+  int literalDepth = 0;      // inside literal arrays a minus sign always belongs to a number
+
+  // Reads the next token. Throws Failure ErrCompile.
+  void next();
+  // Ends with the message, which says where in the text it happened.
+  [[noreturn]] void fail(const std::string& message) const;
+
+ private:
+  char peek(std::size_t ahead = 0) const;
+  void skipBlanks();
+  void readWord();
+  void readNumber();
+  std::int64_t readDigits(int radix);
+  void readFraction(std::size_t start);
+  void readQuoted();
+  void readHash();
+  void readBinary();
+  bool minusStartsNumber() const;
+
+  std::string_view source_;
+  std::size_t at_ = 0;
+  bool afterOperand_ = false;  // a minus sign here is a message, not a number's sign
+};
+
+}  // namespace zel

@@ -1,0 +1,336 @@
+#include "parser.h"
+
+#include "errors/failure.h"
+#include "lexer.h"
+#include "objmem/values.h"
+
+namespace zel {
+
+namespace {
+
+// Nesting of parentheses, blocks and arrays; each level costs a few C++ frames.
+constexpr int deepestNesting = 100;
+
+class Parser {
+ public:
+  Parser(std::string_view source, Tree& tree) : lexer_(source), tree_(tree) {}
+
+  void text() {
+    tree_.body = tree_.make(NodeKind::block, 0);
+    temporaries(*tree_.body);
+    statements(*tree_.body, Token::end);
+  }
+
+  void method() {
+    tree_.body = tree_.make(NodeKind::block, 0);
+    pattern(*tree_.body);
+    temporaries(*tree_.body);
+    statements(*tree_.body, Token::end);
+  }
+
+ private:
+  struct Nesting {
+    explicit Nesting(Parser& parser) : parser_(parser) {
+      if (++parser_.depth_ > deepestNesting) {
+        parser_.lexer_.fail("nested more than " + std::to_string(deepestNesting) + " deep");
+      }
+    }
+    ~Nesting() { --parser_.depth_; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+    Parser& parser_;
+  };
+
+  bool at(Token token) const { return lexer_.token == token; }
+  bool accept(Token token) {
+    if (!at(token)) return false;
+    lexer_.next();
+    return true;
+  }
+  void expect(Token token, const char* what) {
+    if (!accept(token)) lexer_.fail(std::string(what) + " is expected");
+  }
+  std::string takeName(const char* what) {
+    if (!at(Token::identifier)) lexer_.fail(std::string(what) + " is expected");
+    std::string name = lexer_.text;
+    lexer_.next();
+    return name;
+  }
+
+  void pattern(Node& body) {
+    if (at(Token::identifier)) {
+      tree_.selector = takeName("a selector");
+    } else if (at(Token::binary) || at(Token::bar)) {
+      tree_.selector = lexer_.text;
+      lexer_.next();
+      body.parameters.push_back(takeName("an argument name"));
+    } else {
+      while (at(Token::keyword)) {
+        tree_.selector += lexer_.text;
+        lexer_.next();
+        body.parameters.push_back(takeName("an argument name"));
+      }
+    }
+    if (tree_.selector.empty()) lexer_.fail("a method begins with its selector");
+  }
+
+  void temporaries(Node& block) {
+    if (at(Token::binary) && lexer_.text == "||") {  // an empty list
+      lexer_.next();
+      return;
+    }
+    if (!accept(Token::bar)) return;
+    while (at(Token::identifier)) block.temporaries.push_back(takeName("a name"));
+    expect(Token::bar, "| after the temporaries");
+  }
+
+  void statements(Node& block, Token close) {
+    while (!at(close)) {
+      if (accept(Token::period)) continue;
+      if (at(Token::end)) lexer_.fail("the block is not closed");
+      block.parts.push_back(statement());
+      if (!at(close)) expect(Token::period, "a period between two statements");
+    }
+  }
+
+  Node* statement() {
+    if (!at(Token::caret)) return expression();
+    Node* node = tree_.make(NodeKind::answer, lexer_.position);
+    lexer_.next();
+    node->value = expression();
+    return node;
+  }
+
+  Node* expression() {
+    const Nesting nesting(*this);
+    Node* node = primary();
+    if (node->kind == NodeKind::variable && at(Token::assign)) {
+      lexer_.next();
+      Node* assign = tree_.make(NodeKind::assign, node->position);
+      assign->name = node->name;
+      assign->value = expression();
+      return assign;
+    }
+    node = keywordSend(binarySends(unarySends(node)));
+    return at(Token::semicolon) ? cascade(node) : node;
+  }
+
+  Node* send(Node* receiver, std::string selector, std::vector<Node*> arguments) {
+    Node* node = tree_.make(NodeKind::send, lexer_.position);
+    node->receiver = receiver;
+    node->name = std::move(selector);
+    node->parts = std::move(arguments);
+    return node;
+  }
+
+  Node* unarySends(Node* receiver) {
+    while (at(Token::identifier)) receiver = send(receiver, takeName("a message"), {});
+    return receiver;
+  }
+
+  bool atBinary() const { return at(Token::binary) || at(Token::bar); }
+
+  Node* binarySend(Node* receiver) {
+    std::string selector = lexer_.text;
+    lexer_.next();
+    Node* argument = unarySends(primary());
+    return send(receiver, std::move(selector), {argument});
+  }
+
+  Node* binarySends(Node* receiver) {
+    while (atBinary()) receiver = binarySend(receiver);
+    return receiver;
+  }
+
+  Node* keywordSend(Node* receiver) {
+    if (!at(Token::keyword)) return receiver;
+    std::string selector;
+    std::vector<Node*> arguments;
+    while (at(Token::keyword)) {
+      selector += lexer_.text;
+      lexer_.next();
+      arguments.push_back(binarySends(unarySends(primary())));
+    }
+    return send(receiver, std::move(selector), std::move(arguments));
+  }
+
+  Node* cascade(Node* first) {
+    if (first->kind != NodeKind::send) lexer_.fail("a message is expected before ;");
+    Node* node = tree_.make(NodeKind::cascade, first->position);
+    node->receiver = first->receiver;
+    first->receiver = nullptr;
+    node->parts.push_back(first);
+    while (accept(Token::semicolon)) {
+      Node* message = nullptr;
+      if (at(Token::identifier)) {
+        message = send(nullptr, takeName("a message"), {});
+      } else if (atBinary()) {
+        message = binarySend(nullptr);
+      } else if (at(Token::keyword)) {
+        message = keywordSend(nullptr);
+      } else {
+        lexer_.fail("a message is expected after ;");
+      }
+      node->parts.push_back(message);
+    }
+    return node;
+  }
+
+  Node* literal(OopType oop) {
+    Node* node = tree_.make(NodeKind::literal, lexer_.position);
+    node->literal = oop;
+    lexer_.next();
+    return node;
+  }
+
+  Node* primary() {
+    switch (lexer_.token) {
+      case Token::identifier: {
+        Node* node = tree_.make(NodeKind::variable, lexer_.position);
+        node->name = takeName("a name");
+        return node;
+      }
+      case Token::openParen: {
+        lexer_.next();
+        Node* node = expression();
+        expect(Token::closeParen, ")");
+        return node;
+      }
+      case Token::openBracket:
+        return block();
+      case Token::braceStart:
+        return brace();
+      default:
+        break;
+    }
+    Node* node = tree_.make(NodeKind::literal, lexer_.position);
+    node->literal = literalValue("an expression is expected");
+    return node;
+  }
+
+  Node* block() {
+    const Nesting nesting(*this);
+    Node* node = tree_.make(NodeKind::block, lexer_.position);
+    lexer_.next();
+    while (accept(Token::colon)) node->parameters.push_back(takeName("a parameter name"));
+    if (!node->parameters.empty() && !at(Token::closeBracket)) {
+      if (at(Token::binary) && lexer_.text == "||") {  // end of parameters, then temporaries
+        lexer_.next();
+        while (at(Token::identifier)) node->temporaries.push_back(takeName("a name"));
+        expect(Token::bar, "| after the temporaries");
+      } else {
+        expect(Token::bar, "| after the parameters");
+        temporaries(*node);
+      }
+    } else {
+      temporaries(*node);
+    }
+    statements(*node, Token::closeBracket);
+    lexer_.next();
+    return node;
+  }
+
+  Node* brace() {
+    const Nesting nesting(*this);
+    Node* node = tree_.make(NodeKind::brace, lexer_.position);
+    lexer_.next();
+    while (!at(Token::closeBrace)) {
+      if (accept(Token::period)) continue;
+      if (at(Token::end)) lexer_.fail("the brace is not closed");
+      node->parts.push_back(expression());
+      if (!at(Token::closeBrace)) expect(Token::period, "a period between two elements");
+    }
+    lexer_.next();
+    return node;
+  }
+
+  // The value of the literal that begins here; moves behind it.
+  OopType literalValue(const char* otherwise) {
+    OopType oop = 0;
+    switch (lexer_.token) {
+      case Token::integer:
+        oop = integerOop(lexer_.integerValue);
+        break;
+      case Token::floating:
+        oop = floatOop(lexer_.floatValue);
+        break;
+      case Token::character:
+        oop = characterOop(static_cast<std::uint32_t>(lexer_.integerValue));
+        break;
+      case Token::string:
+        oop = stringOop(lexer_.text);
+        break;
+      case Token::symbol:
+        oop = symbolOop(lexer_.text);
+        break;
+      case Token::arrayStart:
+        lexer_.next();
+        return literalArray();
+      case Token::bytesStart:
+        lexer_.next();
+        return literalBytes();
+      default:
+        lexer_.fail(otherwise);
+    }
+    lexer_.next();
+    return oop;
+  }
+
+  OopType literalElement() {
+    if (accept(Token::openParen)) return literalArray();
+    if (accept(Token::openBracket)) return literalBytes();
+    if (at(Token::identifier) || at(Token::keyword) || atBinary()) {
+      const std::string word = lexer_.text;
+      lexer_.next();
+      if (word == "nil") return NilOop;
+      if (word == "true") return TrueOop;
+      if (word == "false") return FalseOop;
+      return symbolOop(word);
+    }
+    return literalValue("a literal is expected");
+  }
+
+  OopType literalArray() {
+    const Nesting nesting(*this);
+    std::vector<OopType> elements;
+    ++lexer_.literalDepth;
+    while (!at(Token::closeParen)) {
+      if (at(Token::end)) lexer_.fail("the array is not closed");
+      elements.push_back(literalElement());
+    }
+    --lexer_.literalDepth;
+    lexer_.next();
+    return arrayOop(elements);
+  }
+
+  OopType literalBytes() {
+    std::vector<ByteType> bytes;
+    while (!at(Token::closeBracket)) {
+      if (!at(Token::integer) || lexer_.integerValue < 0 || lexer_.integerValue > 255) {
+        lexer_.fail("a byte from 0 to 255 is expected");
+      }
+      bytes.push_back(static_cast<ByteType>(lexer_.integerValue));
+      lexer_.next();
+    }
+    lexer_.next();
+    const OopType oop = allocate(ByteArrayClass, Impl::bytes, 0, bytes.size(), true);
+    findObject(oop)->bytes = std::move(bytes);
+    return oop;
+  }
+
+  Lexer lexer_;
+  Tree& tree_;
+  int depth_ = 0;
+};
+
+}  // namespace
+
+void parseText(std::string_view source, Tree& tree) {
+  Parser(source, tree).text();
+}
+
+void parseMethod(std::string_view source, Tree& tree) {
+  Parser(source, tree).method();
+}
+
+}  // namespace zel

@@ -1,0 +1,61 @@
+// Classes as objects: their twelve named slots, the classes that exist from the start, instances.
+//
+// A class has no metaclass: the class of every class is Class, and messages to a class itself are
+// looked up in slot `classMethods` along the superclasses and then in Class.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "memory.h"
+
+namespace zel {
+
+// Named slots of a class, counted from 1 as clients count them.
+enum ClassSlot : std::uint32_t {
+  ClassSuperclass = 1,
+  ClassFormat,        // small integer made of ClassFormatBits
+  ClassInstVarCount,  // inherited ones included
+  ClassInstVarNames,  // Array of Symbol, inherited ones first
+  ClassCategory,
+  ClassComment,
+  ClassMethods,  // Dictionary of Symbol to method
+  ClassClassMethods,
+  ClassVariables,  // not used, nil
+  ClassTimeStamp,  // not used, nil
+  ClassName,       // Symbol
+  ClassHistory,    // ClassHistory: the versions of this class, oldest first
+};
+constexpr std::uint32_t classSlotCount = 12;
+
+enum ClassFormatBits : std::uint32_t {
+  FormatImpl = 3,  // an Impl
+  FormatIndexable = 4,
+  FormatFixedSize = 8,      // byte objects whose size is given by the class
+  FormatNotCreatable = 16,  // instances come only from literals and primitives
+  FormatInvariant = 32,     // instances never change
+};
+
+// Makes the classes that exist from the start, and the dictionary of globals.
+void bootstrapClasses();
+
+bool isClass(OopType oop);
+OopType classOf(OopType oop);
+OopType superclassOf(OopType classOop);
+std::uint32_t formatOf(OopType classOop);
+// The class's name, for messages and printing.
+std::string nameOf(OopType classOop);
+bool inheritsFrom(OopType classOop, OopType ancestor);
+bool isKindOf(OopType oop, OopType classOop);
+
+// An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when
+// `classOop` is no class or its instances cannot be made this way.
+OopType newInstance(OopType classOop, std::size_t indexed = 0);
+
+// A new class below `superclass` with the further named instance variables, also put under its
+// name in the globals. A class of that name that exists already stays as it is for its instances;
+// the new one shares its history. Throws on bad names and on classes that cannot be inherited from.
+OopType makeSubclass(OopType superclass, std::string_view name,
+                     const std::vector<std::string>& instVarNames);
+
+}  // namespace zel

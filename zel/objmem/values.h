@@ -1,0 +1,54 @@
+// Values as objects: numbers, strings, symbols, date-times, and back to C++ values.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "memory.h"
+
+namespace zel {
+
+// Integers have 64 bits: small ones are immediate, others objects of 8 bytes.
+OopType integerOop(std::int64_t value);
+bool isInteger(OopType oop);
+std::int64_t integerValue(OopType oop);  // the argument must be an integer
+// The value of an argument that must be an integer within the bounds.
+std::int64_t integerArgument(OopType oop, std::int64_t least, std::int64_t most);
+
+OopType floatOop(double value);
+bool isFloat(OopType oop);
+double floatValue(OopType oop);
+bool isNumber(OopType oop);
+double numberValue(OopType oop);  // integer or float
+
+OopType stringOop(std::string_view text);
+OopType symbolOop(std::string_view text);  // the one symbol of that text
+OopType doubleByteStringOop(std::u16string_view text);
+bool isString(OopType oop);  // single-byte, symbols included
+bool isSymbol(OopType oop);
+bool isDoubleByteString(OopType oop);
+// The bytes of a byte object; valid until it is changed.
+std::string_view bytesOf(OopType oop);
+std::u16string unitsOf(OopType doubleByteString);
+// The bytes of an argument that must be a single-byte string or a symbol.
+std::string_view stringArgument(OopType oop);
+
+// UTF-8 to UTF-16; bytes that are not UTF-8 become one code unit each.
+std::u16string decodeUtf8(std::string_view text);
+std::string encodeUtf8(std::u16string_view units);
+
+OopType arrayOop(const std::vector<OopType>& elements);
+OopType associationOop(OopType key, OopType value);
+
+// A date-time of the class. Throws ErrDateTimeRange unless the day exists in the year and the
+// milliseconds lie within a day; years go from -999,999 to 999,999.
+OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time);
+ZelDateTimeSType dateTimeValue(OopType oop);
+bool isLeapYear(std::int32_t year);
+
+// Drops the symbols that a collection found unused; registered by bootstrap.
+void sweepSymbols();
+// Forgets all symbols.
+void clearSymbols();
+
+}  // namespace zel

@@ -1,0 +1,34 @@
+// Transactions: who changed what since the last commit, the images to go back to, and which
+// exported objects have changed.
+//
+// All sessions see one object memory. The first change that a session makes to an object which is
+// older than its transaction keeps the object's image; aborting puts the images back. Until the
+// session commits or aborts no other session can change that object: it gets ErrConflict.
+#pragma once
+
+#include "objmem/memory.h"
+
+namespace zel {
+
+// To be called before any change of an object's contents. Throws ErrInvariant for objects that
+// never change and ErrConflict as above. Marks the object as changed for the sessions that have
+// exported it and track changes.
+void prepareWrite(OopType oop);
+
+// Begins the session's next transaction; new objects belong to it while it is current.
+void beginTransaction(std::int32_t sessionId);
+// Makes the transaction's changes final.
+void commitTransaction(std::int32_t sessionId);
+// Takes the transaction's changes back. Objects created in it keep their contents.
+void abortTransaction(std::int32_t sessionId);
+// The session's changes not yet committed.
+std::size_t uncommittedChanges(std::int32_t sessionId);
+// Aborts and forgets the session.
+void endTransactions(std::int32_t sessionId);
+// Says which session's changes follow; 0 for none (no images are kept then).
+void selectTransaction(std::int32_t sessionId);
+
+void markChanges(Marker mark);
+void clearChanges();
+
+}  // namespace zel

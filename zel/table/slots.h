@@ -1,0 +1,28 @@
+// The table's functions that libpovzel30 calls, under their own names.
+//
+// Each reports errors the same way: it leaves a pending error that ZelErr delivers once and
+// answers 0, false or NoOop. Indexes count from 1. Oops that a function answers stay alive until
+// they are released; oops read out of an object live as long as that object holds them.
+#pragma once
+
+#include "zeltable.h"
+
+namespace zel::slots {
+
+#define ZEL_DECLARE_TYPED(name, result, arguments) result name arguments;
+#define ZEL_DECLARE_UNTYPED(name)
+ZEL_RTL_SLOTS(ZEL_DECLARE_TYPED, ZEL_DECLARE_UNTYPED)
+#undef ZEL_DECLARE_TYPED
+#undef ZEL_DECLARE_UNTYPED
+
+// Further functions whose use is plain: true on success; ZelAbort, ZelSoftBreak and ZelHardBreak
+// answer nothing. The breaks may be called from any thread.
+BoolType ZelCommit();
+void ZelAbort();
+void ZelSoftBreak();
+void ZelHardBreak();
+void ZelReleaseAllOops();
+int ZelFeatureLevel();
+int ZelCompatiblityLevel();
+
+}  // namespace zel::slots

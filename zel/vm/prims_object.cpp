@@ -1,0 +1,128 @@
+// Messages that every object understands.
+#include "lang/compiler.h"
+#include "objmem/classes.h"
+#include "objmem/hashed.h"
+#include "objmem/values.h"
+#include "primitives.h"
+#include "printing.h"
+#include "session/changes.h"
+
+namespace zel {
+
+namespace {
+
+OopType classMessage(Machine&, OopType receiver, const OopType*) {
+  return classOf(receiver);
+}
+OopType identical(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(receiver == args[0]);
+}
+OopType notIdentical(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(receiver != args[0]);
+}
+OopType equal(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(equalOops(receiver, args[0]));
+}
+OopType notEqual(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(!equalOops(receiver, args[0]));
+}
+OopType hash(Machine&, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(hashOop(receiver) >> 4));
+}
+OopType identityHash(Machine&, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(receiver >> 3));
+}
+OopType printStringMessage(Machine&, OopType receiver, const OopType*) {
+  return stringOop(printString(receiver));
+}
+OopType displayStringMessage(Machine&, OopType receiver, const OopType*) {
+  return stringOop(displayString(receiver));
+}
+OopType isKindOfMessage(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(isClass(args[0]) && isKindOf(receiver, args[0]));
+}
+OopType isMemberOf(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(classOf(receiver) == args[0]);
+}
+OopType respondsTo(Machine&, OopType receiver, const OopType* args) {
+  const bool classSide = isClass(receiver);
+  const OopType selector = symbolOop(stringArgument(args[0]));
+  return booleanOop(lookupMethod(classSide ? receiver : classOf(receiver), selector, classSide) !=
+                    0);
+}
+
+OopType copy(Machine&, OopType receiver, const OopType*) {
+  const Object* object = findObject(receiver);
+  if (object == nullptr || object->invariant || isClass(receiver)) return receiver;
+  const OopType oop =
+      allocate(object->classOop, object->impl, static_cast<std::size_t>(object->namedSize),
+               object->indexedSize(), object->indexable);
+  Object& twin = *findObject(oop);
+  twin.slots = findObject(receiver)->slots;
+  twin.bytes = findObject(receiver)->bytes;
+  twin.fixedSize = findObject(receiver)->fixedSize;
+  return oop;
+}
+
+OopType becomeInvariant(Machine&, OopType receiver, const OopType*) {
+  if (findObject(receiver) == nullptr || findObject(receiver)->invariant) return receiver;
+  prepareWrite(receiver);
+  findObject(receiver)->invariant = true;
+  return receiver;
+}
+OopType isInvariant(Machine&, OopType receiver, const OopType*) {
+  const Object* object = findObject(receiver);
+  return booleanOop(object == nullptr || object->invariant);
+}
+OopType asOop(Machine&, OopType receiver, const OopType*) {
+  return integerOop(receiver);
+}
+
+std::size_t namedIndex(OopType receiver, OopType index) {
+  const Object* object = findObject(receiver);
+  const std::int64_t named = object != nullptr ? object->namedSize : 0;
+  return static_cast<std::size_t>(integerArgument(index, 1, named)) - 1;
+}
+OopType instVarAt(Machine&, OopType receiver, const OopType* args) {
+  return findObject(receiver)->slots[namedIndex(receiver, args[0])];
+}
+OopType instVarAtPut(Machine&, OopType receiver, const OopType* args) {
+  const std::size_t index = namedIndex(receiver, args[0]);
+  prepareWrite(receiver);
+  return findObject(receiver)->slots[index] = args[1];
+}
+
+constexpr PrimitiveSpec specs[] = {
+    {ObjectClass, "class", classMessage},
+    {ObjectClass, "==", identical},
+    {ObjectClass, "~~", notIdentical},
+    {ObjectClass, "=", equal},
+    {ObjectClass, "~=", notEqual},
+    {ObjectClass, "hash", hash},
+    {ObjectClass, "identityHash", identityHash},
+    {ObjectClass, "printString", printStringMessage},
+    {ObjectClass, "displayString", displayStringMessage},
+    {ObjectClass, "isKindOf:", isKindOfMessage},
+    {ObjectClass, "isMemberOf:", isMemberOf},
+    {ObjectClass, "respondsTo:", respondsTo},
+    {ObjectClass, "copy", copy},
+    {ObjectClass, "immediateInvariant", becomeInvariant},
+    {ObjectClass, "isInvariant", isInvariant},
+    {ObjectClass, "asOop", asOop},
+    {ObjectClass, "instVarAt:", instVarAt},
+    {ObjectClass, "instVarAt:put:", instVarAtPut},
+};
+
+}  // namespace
+
+void installAll(std::span<const PrimitiveSpec> all) {
+  for (const PrimitiveSpec& spec : all) {
+    installPrimitive(spec.owner, spec.selector, spec.classSide, spec.primitive);
+  }
+}
+
+void installObjectPrimitives() {
+  installAll(specs);
+}
+
+}  // namespace zel

@@ -1,0 +1,178 @@
+#include "printing.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "objmem/classes.h"
+#include "objmem/values.h"
+
+namespace zel {
+
+namespace {
+
+constexpr int deepestPrint = 8;
+constexpr std::size_t longestPrint = 1U << 20;
+
+std::string withArticle(const std::string& name) {
+  const bool vowel = std::string_view("AEIOU").find(name[0]) != std::string_view::npos;
+  return (vowel ? "an " : "a ") + name;
+}
+
+std::string quoted(std::string_view text) {
+  std::string result = "'";
+  for (const char c : text) {
+    result += c;
+    if (c == '\'') result += c;
+  }
+  return result + "'";
+}
+
+bool isPlainSymbol(std::string_view text) {
+  if (text.empty()) return false;
+  const bool letterFirst = std::isalpha(static_cast<unsigned char>(text[0])) != 0 || text[0] == '_';
+  for (const char c : text) {
+    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':';
+    if (letterFirst && !plain) return false;
+    if (!letterFirst && std::string_view("+-*/\\<>=~,%&?@|!").find(c) == std::string_view::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string printDateTime(const ZelDateTimeSType& time) {
+  const int seconds = time.milliseconds / 1000;
+  char text[64];
+  std::snprintf(text, sizeof text, "%d-%03d %02d:%02d:%02d.%03d", time.year, time.dayOfYear,
+                seconds / 3600, seconds / 60 % 60, seconds % 60, time.milliseconds % 1000);
+  return text;
+}
+
+class Printer {
+ public:
+  explicit Printer(bool display) : display_(display) {}
+  std::string text;
+
+  void print(OopType oop, int depth) {
+    if (text.size() > longestPrint) return;
+    if (isInteger(oop)) {
+      text += std::to_string(integerValue(oop));
+    } else if (isCharacter(oop)) {
+      if (!display_) text += '$';
+      const char16_t unit = static_cast<char16_t>(characterCode(oop));
+      if (unit < 256) {
+        text += static_cast<char>(unit);
+      } else {
+        text += encodeUtf8({&unit, 1});
+      }
+    } else if (oop == NilOop) {
+      text += "nil";
+    } else if (isBoolean(oop)) {
+      text += oop == TrueOop ? "true" : "false";
+    } else if (findObject(oop) == nullptr) {
+      text += "oop " + std::to_string(oop);
+    } else {
+      printObject(oop, depth);
+    }
+  }
+
+ private:
+  void printObject(OopType oop, int depth) {
+    const OopType classOop = classOf(oop);
+    if (isClass(oop)) {
+      text += nameOf(oop);
+    } else if (isFloat(oop)) {
+      text += printFloat(floatValue(oop));
+    } else if (isSymbol(oop)) {
+      printSymbol(bytesOf(oop));
+    } else if (isString(oop)) {
+      text += display_ ? std::string(bytesOf(oop)) : quoted(bytesOf(oop));
+    } else if (isDoubleByteString(oop)) {
+      const std::string utf8 = encodeUtf8(unitsOf(oop));
+      text += display_ ? utf8 : quoted(utf8);
+    } else if (inheritsFrom(classOop, DateTimeClassOop)) {
+      text += printDateTime(dateTimeValue(oop));
+    } else if (inheritsFrom(classOop, AssociationClass)) {
+      printElement(findObject(oop)->slots[0], depth);
+      text += "->";
+      printElement(findObject(oop)->slots[1], depth);
+    } else if (classOop == MethodClass || !inheritsFrom(classOop, CollectionClass)) {
+      text += withArticle(nameOf(classOop));
+    } else {
+      printCollection(oop, depth);
+    }
+  }
+
+  void printSymbol(std::string_view symbol) {
+    if (display_) {
+      text += symbol;
+    } else {
+      text += isPlainSymbol(symbol) ? "#" + std::string(symbol) : "#" + quoted(symbol);
+    }
+  }
+
+  void printElement(OopType oop, int depth) {
+    if (depth == 0) {
+      text += "...";
+    } else {
+      print(oop, depth - 1);
+    }
+  }
+
+  void printCollection(OopType oop, int depth) {
+    const Object& object = *findObject(oop);
+    text += withArticle(nameOf(object.classOop)) + "(";
+    const bool dictionary = inheritsFrom(object.classOop, DictionaryClass);
+    for (std::size_t i = static_cast<std::size_t>(object.namedSize); i < object.size(); ++i) {
+      if (text.size() > longestPrint) {
+        text += " ...";
+        break;
+      }
+      text += ' ';
+      if (object.impl == Impl::bytes) {
+        text += std::to_string(object.bytes[i]);
+        continue;
+      }
+      printElement(object.slots[i], depth);
+      if (!dictionary || i + 1 >= object.size()) continue;
+      text += "->";
+      printElement(object.slots[++i], depth);
+    }
+    text += " )";
+  }
+
+  bool display_;
+};
+
+}  // namespace
+
+std::string printString(OopType oop) {
+  Printer printer(false);
+  printer.print(oop, deepestPrint);
+  return std::move(printer.text);
+}
+
+std::string displayString(OopType oop) {
+  Printer printer(true);
+  printer.print(oop, deepestPrint);
+  return std::move(printer.text);
+}
+
+std::string describe(OopType oop) {
+  if (isClass(oop)) return "the class " + nameOf(oop);
+  if (oop == NilOop || isBoolean(oop)) return printString(oop);
+  return withArticle(nameOf(classOf(oop)));
+}
+
+std::string printFloat(double value) {
+  if (std::isnan(value)) return "nan";
+  if (std::isinf(value)) return value > 0 ? "inf" : "-inf";
+  char digits[64];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  std::string text(digits, end);
+  if (text.find_first_of(".e") == std::string::npos) text += ".0";
+  return text;
+}
+
+}  // namespace zel

@@ -1,0 +1,20 @@
+// Objects as text.
+#pragma once
+
+#include <string>
+
+#include "objmem/memory.h"
+
+namespace zel {
+
+// What printString answers: literals as one writes them, collections with their elements down to
+// a depth of 8 and a length of a mebibyte, other objects with their class's name.
+std::string printString(OopType oop);
+// What displayString answers: as printString, but characters, strings and symbols without marks.
+std::string displayString(OopType oop);
+// For messages: "a Foo", "an Array", "nil", "the class Foo".
+std::string describe(OopType oop);
+// The shortest decimal digits that read back as the same float.
+std::string printFloat(double value);
+
+}  // namespace zel
