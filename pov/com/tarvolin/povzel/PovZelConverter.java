@@ -8,17 +8,17 @@ import java.util.Map;
 
 /**
  * Converts between values of Java and objects of one session, where that takes natives. All methods
- * run inside {@link PovZelSession#locked}.
+ * run inside {@link PovZelCalls#locked}.
  */
 final class PovZelConverter {
     private static final int LARGEST_DEPTH = 100;
 
-    private final PovZelSession session;
+    private final PovZelCalls calls;
     /** Which classes of byte objects are integers too large for an oop. */
     private final Map<Long, Boolean> integerClasses = new HashMap<>();
 
-    PovZelConverter(PovZelSession session) {
-        this.session = session;
+    PovZelConverter(PovZelCalls calls) {
+        this.calls = calls;
     }
 
     /** What a filled report describes, as {@link PovZelSession#execute(String)} returns it. */
@@ -27,12 +27,12 @@ final class PovZelConverter {
             return PovZelValues.immediate(report.oop);
         }
         Object value = simpleValue(report);
-        return value != null ? value : session.hold(report.oop);
+        return value != null ? value : calls.hold(report.oop);
     }
 
     /** The value of an object that Java has a type for; null for others. */
     Object simpleValue(PovZelReport report) {
-        session.exported(report.oop);
+        calls.exported(report.oop);
         switch (report.valueType) {
             case PovZelValues.VALUE_FLOAT:
                 return report.valueDouble;
@@ -52,8 +52,8 @@ final class PovZelConverter {
     private boolean isInteger(PovZelReport object) {
         Boolean known = integerClasses.get(object.classOop);
         if (known == null) {
-            try (PovZelObject integers = session.executeForObject("Integer");
-                    PovZelObject value = session.hold(object.oop)) {
+            try (PovZelObject integers = calls.session().executeForObject("Integer");
+                    PovZelObject value = calls.hold(object.oop)) {
                 known = value.isKindOf(integers);
             }
             integerClasses.put(object.classOop, known);
@@ -64,7 +64,7 @@ final class PovZelConverter {
     /** How the database keeps a large integer is its own affair; what it prints is not. */
     private Object integer(PovZelReport object) {
         BigInteger value = new BigInteger(
-                (String) session.perform(session.hold(object.oop), "printString"));
+                (String) calls.session().perform(calls.hold(object.oop), "printString"));
         return value.bitLength() < Long.SIZE ? (Object) value.longValue() : value;
     }
 
@@ -72,7 +72,7 @@ final class PovZelConverter {
         if (report.valueBytes.length == report.indexedSize) {
             return report.valueBytes;
         }
-        try (PovZelObject object = session.hold(report.oop)) {
+        try (PovZelObject object = calls.hold(report.oop)) {
             return object.bytes(report, null);
         }
     }
@@ -104,16 +104,16 @@ final class PovZelConverter {
             return report;
         }
         if (value instanceof PovZelObject) {
-            if (((PovZelObject) value).session() != session) {
+            if (((PovZelObject) value).session() != calls.session()) {
                 throw new IllegalArgumentException(value + " belongs to another session");
             }
             return ((PovZelObject) value).report();
         }
         if (value instanceof Long || value instanceof BigInteger) {
-            return session.executeForObject(value.toString()).report();
+            return calls.session().executeForObject(value.toString()).report();
         }
         if (value instanceof byte[]) {
-            return session.newBytes((byte[]) value).report();
+            return calls.session().newBytes((byte[]) value).report();
         }
         if (value instanceof Object[]) {
             return newArray(Arrays.asList((Object[]) value), depth + 1).report();
@@ -132,15 +132,15 @@ final class PovZelConverter {
         }
         PovZelReport[] size = {PovZelValues.simple(elements.size())};
         PovZelReport array = new PovZelReport();
-        session.call((id, e) -> PovZelInterface._perform(id,
+        calls.call((id, e) -> PovZelInterface._perform(id,
                 PovZelValues.existing(PovZelValues.ARRAY_CLASS), "new:", size, 1, array, e));
-        PovZelObject object = session.hold(array.oop);
+        PovZelObject object = calls.hold(array.oop);
         int chunk = PovZelLibrary.oopCapacity();
         for (int done = 0; done < elements.size(); done += chunk) {
             int count = Math.min(chunk, elements.size() - done);
             PovZelReport[] reports = reports(elements.subList(done, done + count), depth);
             long start = done + 1L;
-            session.call((id, e) ->
+            calls.call((id, e) ->
                     PovZelInterface._putObjs(id, object.report(), start, count, reports, e));
         }
         return object;

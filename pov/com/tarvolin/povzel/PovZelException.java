@@ -1,5 +1,7 @@
 package com.tarvolin.povzel;
 
+import java.util.List;
+
 /**
  * A call that failed, with what the database or the bridge says of it.
  *
@@ -18,7 +20,7 @@ public class PovZelException extends RuntimeException {
     /** The oop of the error's category; 10, the oop of nil, for the bridge's own errors. */
     public long category;
 
-    /** The oop of the error's context, such as a suspended process; 10 when there is none. */
+    /** The oop of the error's context, mostly the suspended process; 10 when there is none. */
     public long context;
 
     /** Whether the session is no longer usable. */
@@ -29,6 +31,9 @@ public class PovZelException extends RuntimeException {
 
     /** The oops of the error's arguments. */
     public long[] args;
+
+    /** Keeps the context and the arguments in the database as long as this exception is kept. */
+    transient List<PovZelObject> kept;
 
     /** An exception for a native to fill. */
     public PovZelException() {

@@ -8,7 +8,7 @@ final class PovZelInputStream extends InputStream {
     private final PovZelObject object;
     private final long size;
     private final byte[] chunk;
-    /** The object's bytes {@code position - next} up to {@code position - next + filled} are in {@link #chunk}. */
+    /** What {@link #chunk} holds begins {@link #next} bytes before the position. */
     private long position;
     private int next;
     private int filled;

@@ -137,6 +137,10 @@ public final class PovZelLibrary {
                     + " out of memory, or a text has no room in the transfer table (status " + status
                     + ")";
         }
+        if (error.args == null) {
+            error.args = new long[0];
+            error.argCount = 0;
+        }
         error.fillInStackTrace();
         throw error;
     }

@@ -5,7 +5,7 @@ import java.util.Collections;
 import java.util.List;
 import java.util.RandomAccess;
 
-/** The indexed elements of an object, read in chunks. */
+/** The indexed elements of an object, read in chunks. The library's lock guards the chunk. */
 final class PovZelList extends AbstractList<Object> implements RandomAccess {
     private static final int LARGEST_CHUNK = 1024;
 
@@ -31,7 +31,11 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
     }
 
     @Override
-    public synchronized Object get(int index) {
+    public Object get(int index) {
+        return object.session().calls().locked(() -> getLocked(index));
+    }
+
+    private Object getLocked(int index) {
         requireInside(index);
         if (index < chunkStart || index - chunkStart >= chunk.size()) {
             read(index - index % chunkSize);
@@ -45,16 +49,18 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
 
     /** Stores the element in the database. The former one is returned as {@link #get} would. */
     @Override
-    public synchronized Object set(int index, Object element) {
-        Object former = get(index);
-        object.setElements(index + 1L, Collections.singletonList(element));
-        chunk = Collections.emptyList();
-        return former;
+    public Object set(int index, Object element) {
+        return object.session().calls().locked(() -> {
+            Object former = getLocked(index);
+            object.setElements(index + 1L, Collections.singletonList(element));
+            chunk = Collections.emptyList();
+            return former;
+        });
     }
 
     private void read(int start) {
         int count = Math.min(chunkSize, size - start);
-        chunk = object.session().fetch(count, (reports, id, e) ->
+        chunk = object.session().calls().fetch(count, (reports, id, e) ->
                 PovZelInterface._getObjs(id, object.report(), start + 1L, count, reports, e));
         chunkStart = start;
     }

@@ -19,6 +19,7 @@ import java.util.function.LongConsumer;
  */
 public final class PovZelObject implements AutoCloseable {
     private final PovZelSession session;
+    private final PovZelCalls calls;
     private final long oop;
     private final PovZelReferences.Handle handle;
     private boolean closed;
@@ -26,6 +27,7 @@ public final class PovZelObject implements AutoCloseable {
     /** Needs the library's lock. */
     PovZelObject(PovZelSession session, long oop, PovZelReferences references) {
         this.session = session;
+        this.calls = session.calls();
         this.oop = oop;
         this.handle = references.hold(this, oop);
     }
@@ -58,9 +60,9 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public Object value() {
-        return session.locked(() -> {
+        return calls.locked(() -> {
             PovZelReport report = describe();
-            Object value = session.converter().simpleValue(report);
+            Object value = calls.converter().simpleValue(report);
             if (value != null) {
                 return value;
             }
@@ -76,7 +78,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public PovZelObject classObject() {
-        return session.locked(() -> session.object(describe().classOop));
+        return calls.locked(() -> session.object(describe().classOop));
     }
 
     /**
@@ -86,7 +88,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public String className() {
-        return session.locked(() -> String.valueOf(classObject().perform("name")));
+        return calls.locked(() -> String.valueOf(classObject().perform("name")));
     }
 
     /**
@@ -106,7 +108,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public PovZelReport describe() {
-        return session.locked(() -> session.describe(report()));
+        return calls.locked(() -> calls.describe(report()));
     }
 
     /**
@@ -117,7 +119,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if {@code cls} is no class
      */
     public boolean isKindOf(PovZelObject cls) {
-        return session.call((id, e) -> PovZelInterface._isKindOf(id, report(), session.converter().report(cls), e))
+        return calls.call((id, e) -> PovZelInterface._isKindOf(id, report(), calls.converter().report(cls), e))
                 != 0;
     }
 
@@ -244,9 +246,14 @@ public final class PovZelObject implements AutoCloseable {
      *
      * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
      * @throws PovZelException if the object cannot be read
+     * @throws IllegalArgumentException if the object holds bytes
      */
     public List<Object> list() {
-        return new PovZelList(this, size());
+        PovZelReport report = describe();
+        if (report.valueLongs == null) {
+            throw new IllegalArgumentException(this + " holds no elements");
+        }
+        return new PovZelList(this, report.indexedSize);
     }
 
     /**
@@ -257,13 +264,13 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if they cannot be stored
      */
     public void setElements(long start, List<?> elements) {
-        session.locked(() -> {
+        calls.locked(() -> {
             int done = 0;
             while (done < elements.size()) {
                 int count = Math.min(elements.size() - done, PovZelLibrary.oopCapacity());
-                PovZelReport[] reports = session.converter().reports(elements.subList(done, done + count));
+                PovZelReport[] reports = calls.converter().reports(elements.subList(done, done + count));
                 long at = start + done;
-                session.call((id, e) -> PovZelInterface._putObjs(id, report(), at, count, reports, e));
+                calls.call((id, e) -> PovZelInterface._putObjs(id, report(), at, count, reports, e));
                 done += count;
             }
             return null;
@@ -277,14 +284,14 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public List<Object> namedSlots() {
-        return session.locked(() -> {
+        return calls.locked(() -> {
             int count = describe().namedSize;
             List<Object> values = new ArrayList<>(count);
             int chunk = Math.min(count, PovZelLibrary.oopCapacity());
             while (values.size() < count) {
                 long start = values.size() + 1;
                 int wanted = Math.min(chunk, count - values.size());
-                List<Object> some = session.fetch(wanted, (reports, id, e) ->
+                List<Object> some = calls.fetch(wanted, (reports, id, e) ->
                         PovZelInterface._getNamedObjs(id, report(), start, wanted, reports, e));
                 if (some.isEmpty()) {
                     break;
@@ -303,9 +310,9 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if it cannot be stored
      */
     public void setNamedSlot(int slot, Object value) {
-        session.locked(() -> {
-            PovZelReport[] reports = session.converter().reports(Collections.singletonList(value));
-            return session.call((id, e) ->
+        calls.locked(() -> {
+            PovZelReport[] reports = calls.converter().reports(Collections.singletonList(value));
+            return calls.call((id, e) ->
                     PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
         });
     }
@@ -317,7 +324,7 @@ public final class PovZelObject implements AutoCloseable {
         try {
             if (!closed) {
                 closed = true;
-                session.release(handle);
+                calls.release(handle);
             }
         } finally {
             PovZelLibrary.LOCK.unlock();
@@ -349,10 +356,10 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     void fetch(long start, int count, byte[] into) {
-        session.call((id, e) -> PovZelInterface._getBytes(id, report(), start, count, into, e));
+        calls.call((id, e) -> PovZelInterface._getBytes(id, report(), start, count, into, e));
     }
 
     void store(long start, int count, byte[] from) {
-        session.call((id, e) -> PovZelInterface._putBytes(id, report(), start, count, from, e));
+        calls.call((id, e) -> PovZelInterface._putBytes(id, report(), start, count, from, e));
     }
 }

@@ -30,24 +30,13 @@ import java.util.function.Supplier;
  * {@code IllegalStateException}.
  */
 public final class PovZelSession implements AutoCloseable {
-    private final int id;
-    private final PovZelReferences references = new PovZelReferences();
-    private final PovZelConverter converter = new PovZelConverter(this);
+    private final PovZelCalls calls;
+    private final PovZelConverter converter;
     private final List<Consumer<PovZelObject>> listeners = new ArrayList<>();
-    private boolean open = true;
 
     private PovZelSession(int id) {
-        this.id = id;
-    }
-
-    /** A native of this session. */
-    interface Call {
-        int call(int sessionId, PovZelException errorReport);
-    }
-
-    /** A native of this session that fills reports. */
-    interface Fetch {
-        int call(PovZelReport[] reports, int sessionId, PovZelException errorReport);
+        calls = new PovZelCalls(this, id);
+        converter = calls.converter();
     }
 
     /**
@@ -105,7 +94,7 @@ public final class PovZelSession implements AutoCloseable {
      * @return the session's id
      */
     public int id() {
-        return id;
+        return calls.sessionId();
     }
 
     /**
@@ -119,9 +108,9 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object execute(String text) {
         requireText(text, "text");
-        return locked(() -> {
+        return calls.locked(() -> {
             PovZelReport result = new PovZelReport();
-            call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
+            calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
             return converter.value(result);
         });
     }
@@ -134,10 +123,10 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be compiled or ends in an error
      */
     public Object execute(PovZelObject text) {
-        return locked(() -> {
+        return calls.locked(() -> {
             PovZelReport result = new PovZelReport();
             PovZelReport source = converter.report(text);
-            call((id, e) -> PovZelInterface._executeObj(id, source, result, e));
+            calls.call((id, e) -> PovZelInterface._executeObj(id, source, result, e));
             return converter.value(result);
         });
     }
@@ -153,10 +142,10 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object evaluate(String text) {
         requireText(text, "text");
-        return locked(() -> {
+        return calls.locked(() -> {
             PovZelReport result = new PovZelReport();
-            call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
-            return PovZelValues.isReference(result.oop) ? hold(result.oop)
+            calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
+            return PovZelValues.isReference(result.oop) ? calls.hold(result.oop)
                     : PovZelValues.immediate(result.oop);
         });
     }
@@ -190,11 +179,11 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object perform(Object receiver, String selector, Object... arguments) {
         requireText(selector, "selector");
-        return locked(() -> {
+        return calls.locked(() -> {
             PovZelReport to = converter.report(receiver);
             PovZelReport[] with = converter.reports(Arrays.asList(arguments));
             PovZelReport result = new PovZelReport();
-            call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
+            calls.call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
             return converter.value(result);
         });
     }
@@ -208,7 +197,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the process ends in an error again, or cannot be resumed
      */
     public Object continueWith(PovZelException suspended, Object value) {
-        return locked(() -> resume(suspended, converter.report(value), null, null));
+        return calls.locked(() -> resume(suspended, converter.report(value), null, null));
     }
 
     /**
@@ -223,7 +212,7 @@ public final class PovZelSession implements AutoCloseable {
     public Object continueWithError(PovZelException suspended, String message, String stack) {
         requireText(message, "message");
         requireText(stack, "stack");
-        return locked(() -> resume(suspended, null, message, stack));
+        return calls.locked(() -> resume(suspended, null, message, stack));
     }
 
     /**
@@ -234,13 +223,13 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the process ends in an error, or cannot be resumed
      */
     public Object continueAfterInterrupt(PovZelException suspended) {
-        return locked(() -> resume(suspended, null, null, null));
+        return calls.locked(() -> resume(suspended, null, null, null));
     }
 
     private Object resume(PovZelException suspended, PovZelReport value, String message, String stack) {
         PovZelReport process = PovZelValues.existing(suspended.context);
         PovZelReport result = new PovZelReport();
-        call((id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e));
+        calls.call((id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e));
         return converter.value(result);
     }
 
@@ -257,9 +246,9 @@ public final class PovZelSession implements AutoCloseable {
             throw new IllegalArgumentException("The oop " + oop
                     + " is a value of its own and names no object: " + PovZelValues.immediate(oop));
         }
-        return locked(() -> {
-            describe(PovZelValues.existing(oop));
-            return hold(oop);
+        return calls.locked(() -> {
+            calls.describe(PovZelValues.existing(oop));
+            return calls.hold(oop);
         });
     }
 
@@ -272,7 +261,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object value(long oop) {
         return PovZelValues.isReference(oop)
-                ? locked(() -> converter.value(describe(PovZelValues.existing(oop))))
+                ? calls.locked(() -> converter.value(calls.describe(PovZelValues.existing(oop))))
                 : PovZelValues.immediate(oop);
     }
 
@@ -286,7 +275,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public PovZelObject newString(String text) {
         requireText(text, "text");
-        return locked(() -> create(PovZelValues.string(text, false)));
+        return calls.locked(() -> create(PovZelValues.string(text, false)));
     }
 
     /**
@@ -298,7 +287,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public PovZelObject newDoubleByteString(String text) {
         requireText(text, "text");
-        return locked(() -> create(PovZelValues.string(text, true)));
+        return calls.locked(() -> create(PovZelValues.string(text, true)));
     }
 
     /**
@@ -309,7 +298,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newBytes(byte[] bytes) {
-        return locked(() -> {
+        return calls.locked(() -> {
             PovZelObject object = executeForObject("ByteArray new");
             object.setBytes(bytes);
             return object;
@@ -324,7 +313,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newArray(List<?> elements) {
-        return locked(() -> converter.newArray(elements));
+        return calls.locked(() -> converter.newArray(elements));
     }
 
     /**
@@ -333,7 +322,7 @@ public final class PovZelSession implements AutoCloseable {
      * @param listener is given a reference of its own to each object
      */
     public void onChange(Consumer<PovZelObject> listener) {
-        locked(() -> listeners.add(listener));
+        calls.locked(() -> listeners.add(listener));
     }
 
     /**
@@ -345,7 +334,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public List<PovZelObject> pollChanges() {
         List<Consumer<PovZelObject>> told = new ArrayList<>();
-        List<PovZelObject> changed = locked(() -> {
+        List<PovZelObject> changed = calls.locked(() -> {
             told.addAll(listeners);
             return changedObjects();
         });
@@ -360,9 +349,9 @@ public final class PovZelSession implements AutoCloseable {
         long[] oops = new long[Math.min(1024, PovZelLibrary.oopCapacity())];
         int count;
         do {
-            count = call((id, e) -> PovZelInterface._changedOops(id, oops, oops.length, e));
+            count = calls.call((id, e) -> PovZelInterface._changedOops(id, oops, oops.length, e));
             for (int i = 0; i < count; i++) {
-                changed.add(hold(oops[i]));
+                changed.add(calls.hold(oops[i]));
             }
         } while (count == oops.length);
         return changed;
@@ -375,89 +364,16 @@ public final class PovZelSession implements AutoCloseable {
      */
     @Override
     public void close() {
-        PovZelLibrary.LOCK.lock();
-        try {
-            if (open) {
-                open = false;
-                PovZelLibrary.check(e -> PovZelInterface._logout(id, e));
-            }
-        } finally {
-            PovZelLibrary.LOCK.unlock();
-        }
+        calls.end();
     }
 
-    /**
-     * Does something with the library's lock held and the session open. References that were given up
-     * are released first, and only in the outermost call: none that the work still uses can be among
-     * them.
-     */
-    <T> T locked(Supplier<T> work) {
-        PovZelLibrary.LOCK.lock();
-        try {
-            if (!open) {
-                throw new IllegalStateException("The session is closed");
-            }
-            if (PovZelLibrary.LOCK.getHoldCount() == 1) {
-                references.releaseUnused(id);
-            }
-            return work.get();
-        } finally {
-            PovZelLibrary.LOCK.unlock();
-        }
-    }
-
-    /** Calls a native of this session. */
-    int call(Call call) {
-        return locked(() -> PovZelLibrary.check(e -> call.call(id, e)));
-    }
-
-    /** Calls a native that fills up to {@code count} reports, and returns their values. */
-    List<Object> fetch(int count, Fetch fetch) {
-        return locked(() -> {
-            PovZelReport[] reports = new PovZelReport[count];
-            Arrays.setAll(reports, i -> new PovZelReport());
-            int fetched = call((id, e) -> fetch.call(reports, id, e));
-            List<Object> values = new ArrayList<>(fetched);
-            for (int i = 0; i < fetched; i++) {
-                values.add(value(reports[i].oop));
-            }
-            return values;
-        });
-    }
-
-    /** Fills a report that holds an oop. */
-    PovZelReport describe(PovZelReport report) {
-        call((id, e) -> PovZelInterface._setup(id, report, e));
-        references.exported(report.oop);
-        return report;
-    }
-
-    /** A new reference to an object that the database has exported. */
-    PovZelObject hold(long oop) {
-        return new PovZelObject(this, oop, references);
-    }
-
-    void release(PovZelReferences.Handle handle) {
-        references.release(handle);
-    }
-
-    /** Notes that the database exported an object to which the program got no reference. */
-    void exported(long oop) {
-        references.exported(oop);
-    }
-
-    PovZelConverter converter() {
-        return converter;
-    }
-
-    /** How many objects the program refers to. */
-    int heldObjects() {
-        return locked(references::held);
+    PovZelCalls calls() {
+        return calls;
     }
 
     private PovZelObject create(PovZelReport value) {
-        describe(value);
-        return hold(value.oop);
+        calls.describe(value);
+        return calls.hold(value.oop);
     }
 
     private static void requireText(String text, String what) {

@@ -1,6 +1,7 @@
 package com.tarvolin.povzel.shell;
 
 import java.io.Closeable;
+import java.io.IOError;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
@@ -18,9 +19,11 @@ import org.jline.terminal.impl.PosixSysTerminal;
 /** The user's terminal: line editing, history, and passwords that are not shown. */
 final class Console implements Closeable {
     private static final String DEVICE = "/dev/tty";
+    private static final int MOST_FAILURES = 3;
 
     private final Terminal terminal;
     private LineReader reader;
+    private int failures;
 
     /** The terminal itself, wherever the standard descriptors lead. */
     private static final class Device extends ExecPty {
@@ -43,7 +46,7 @@ final class Console implements Closeable {
     Console() throws IOException {
         String type = System.getenv().getOrDefault("TERM", "dumb");
         terminal = new PosixSysTerminal("povzel", type, new Device(), StandardCharsets.UTF_8.name(), true,
-                Terminal.SignalHandler.SIG_IGN);
+                Terminal.SignalHandler.SIG_DFL);
     }
 
     /** Reads a password, or null when the user declines. */
@@ -54,17 +57,29 @@ final class Console implements Closeable {
             return unseen.readLine(prompt, '\0');
         } catch (EndOfFileException | UserInterruptException e) {
             return null;
+        } finally {
+            // Neither is the end of the line shown.
+            print("");
         }
     }
 
     /** Reads a text, null at the end of the input; one that the user interrupts is empty. */
     String readText(String prompt) {
         try {
-            return reader().readLine(prompt);
+            String text = reader().readLine(prompt);
+            failures = 0;
+            return text;
         } catch (UserInterruptException e) {
             return "";
         } catch (EndOfFileException e) {
             return null;
+        } catch (IOError e) {
+            // An interrupt also ends the stty that prepares the terminal. Lasting trouble is another thing.
+            if (++failures > MOST_FAILURES) {
+                throw e;
+            }
+            Thread.interrupted();
+            return "";
         }
     }
 
