@@ -17,6 +17,10 @@ jlong* longBuf = nullptr;
 int PreloadSizeBytes = 0;
 int PreloadSizeOops = 0;
 ZelErrSType ZelError;
+jstring AllocatedJniString[stringTableSize];
+ByteType* AllocatedString[stringTableSize];
+int AllocatedStringType[stringTableSize];
+jint AllocatedStringIndex = 0;
 
 jfieldID oopFid, classOopFid, classHistoryOopFid, objTypeFid, namedSizeFid, indexedSizeFid,
     isCollectionFid, isStringFid, isDBStringFid, valueTypeFid, int1Fid, int2Fid, longFid, doubleFid,
@@ -82,20 +86,6 @@ jint allocationFailure() {
   ENV->ExceptionClear();
   TRACE("Allocation Error return");
   return -2;
-}
-
-jint checkCount(const CountNames& names, jarray array, jint count, jobject jErrReport,
-                bool alwaysUsed) {
-  if (count < 0) return refuse(jErrReport, "%s(): %s is negative", names.native, names.count);
-  if (count == 0 && !alwaysUsed) return 0;
-  if (array == nullptr) {
-    return refuse(jErrReport, "%s(): NULL %s argument", names.native, names.array);
-  }
-  if (count > ENV->GetArrayLength(array)) {
-    return refuse(jErrReport, "%s(): %s exceeds the length of %s", names.native, names.count,
-                  names.array);
-  }
-  return 0;
 }
 
 }  // namespace bridge

@@ -26,6 +26,14 @@ extern int PreloadSizeOops;
 
 extern ZelErrSType ZelError;  // the last error
 
+// The temporary strings: where each came from, its buffer, its kind, and how many are live.
+constexpr jint stringTableSize = 100;
+enum StringKind : int { SbString = 1, DbString = 2, Scratch = 3 };
+extern jstring AllocatedJniString[stringTableSize];
+extern ByteType* AllocatedString[stringTableSize];
+extern int AllocatedStringType[stringTableSize];
+extern jint AllocatedStringIndex;
+
 extern jfieldID oopFid, classOopFid, classHistoryOopFid, objTypeFid, namedSizeFid, indexedSizeFid,
     isCollectionFid, isStringFid, isDBStringFid, valueTypeFid, int1Fid, int2Fid, longFid, doubleFid,
     bytesFid, longsFid, stringFid;
@@ -105,10 +113,71 @@ struct CountNames {
   const char* array;
 };
 
-// Refuses a negative count, and a null array or one shorter than `count`. An array that no
-// element is taken from may be null and is not looked at, unless `alwaysUsed`. Returns 0 or -1.
-jint checkCount(const CountNames& names, jarray array, jint count, jobject jErrReport,
-                bool alwaysUsed = false);
+// Refuses a negative count, and a null array or one shorter than `count`. An array that no element
+// is taken from may be null and is not looked at, unless `alwaysUsed`. Returns 0 or -1.
+inline jint checkCount(const CountNames& names, jarray array, jint count, jobject jErrReport,
+                       bool alwaysUsed = false) {
+  if (count < 0) [[unlikely]]
+    return refuse(jErrReport, "%s(): %s is negative", names.native, names.count);
+  if (count == 0 && !alwaysUsed) return 0;
+  if (array == nullptr) [[unlikely]]
+    return refuse(jErrReport, "%s(): NULL %s argument", names.native, names.array);
+  if (count <= ENV->GetArrayLength(array)) [[likely]]
+    return 0;
+  return refuse(jErrReport, "%s(): %s exceeds the length of %s", names.native, names.count,
+                names.array);
+}
+
+// What exported functions do, without a call on the paths that natives always take: zelError while
+// a library is loaded, GetSbString, ReleaseStrings, and getOop of a report that names an object.
+
+inline bool errorPending(jobject jErrReport) {
+  if (rtlPrivZelRtlFuncs->ZelErr(&ZelError) == 0) [[likely]]
+    return false;
+  setupError(jErrReport);
+  return true;
+}
+
+inline ByteType* recordString(jstring jstr, const void* buffer, StringKind kind) {
+  auto* bytes = static_cast<ByteType*>(const_cast<void*>(buffer));
+  const jint index = AllocatedStringIndex;
+  AllocatedJniString[index] = jstr;
+  AllocatedString[index] = bytes;
+  AllocatedStringType[index] = kind;
+  AllocatedStringIndex = index + 1;
+  return bytes;
+}
+
+inline const char* sbString(jstring jstr) {
+  if (jstr == nullptr || AllocatedStringIndex >= stringTableSize) [[unlikely]]
+    return nullptr;
+  const char* characters = ENV->GetStringUTFChars(jstr, nullptr);
+  if (characters != nullptr) [[likely]]
+    recordString(jstr, characters, SbString);
+  return characters;
+}
+
+inline void releaseStrings() {
+  if (AllocatedStringIndex > 0) ReleaseStrings();
+}
+
+// The way out of a native, and of every function whose last act is to release the strings.
+inline jint leave(jint status) {
+  TRACE("Returning: %ld\n", traced(status));
+  releaseStrings();
+  return status;
+}
+
+// Makes the oop of a report that carries a new value, as getOop does, but for the way out.
+jint makeOop(jobject jobj, OopType* oop, jobject jErrReport);
+
+inline jint oopOf(jobject jobj, OopType* oop, jobject jErrReport) {
+  if (ENV->GetByteField(jobj, objTypeFid) == NewValue) {
+    return leave(makeOop(jobj, oop, jErrReport));
+  }
+  *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
+  return leave(0);
+}
 
 // getOop for an argument `name` of `native` that may be null. An argument that stands for no oop
 // counts as 0.
@@ -117,7 +186,7 @@ inline jint argumentOop(jobject argument, const char* native, const char* name, 
   if (argument == nullptr) [[unlikely]]
     return refuse(jErrReport, "%s(): NULL %s argument", native, name);
   *oop = 0;
-  return getOop(argument, oop, jErrReport);
+  return oopOf(argument, oop, jErrReport);
 }
 
 // setupReport, in full, for a native's result report, which may be null.
@@ -147,13 +216,6 @@ inline void widen(const OopType* from, jlong* to, jint count) {
   for (jint i = 0; i < count; ++i) to[i] = from[i];
 }
 
-// The way out of a native.
-inline jint leave(jint status) {
-  TRACE("Returning: %ld\n", traced(status));
-  ReleaseStrings();
-  return status;
-}
-
 // The frame of every native but _initialize, behind its entry trace. Before initialization
 // nothing happens but the report of it: no trace, and no release of strings. A library that was
 // unloaded behind the bridge's back counts as not initialized.
@@ -172,7 +234,7 @@ template <typename Work>
 inline jint runInSession(JNIEnv* env, jint sessionId, jobject jErrReport, Work work) {
   return runNative(env, jErrReport, [&]() -> jint {
     rtlPrivZelRtlFuncs->ZelSetSessionId(sessionId);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return work();
   });
 }

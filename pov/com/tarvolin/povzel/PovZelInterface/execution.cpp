@@ -33,44 +33,45 @@ jint convertArguments(jobjectArray jArgs, jint numArgs, OopType* args, jobject j
 template <int count>
 jint createArray(const OopType (&values)[count], OopType* array, jobject jErrReport) {
   *array = rtlPrivZelRtlFuncs->ZelNewOop(ArrayClassOop);
-  if (zelError(jErrReport) != 0) return -1;
+  if (errorPending(jErrReport)) return -1;
   for (int i = 0; i < count; ++i) {
     rtlPrivZelRtlFuncs->ZelStoreOop(*array, i + 1, values[i]);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
   }
   return 0;
 }
 
 // Creates a string object that holds the bytes of `text`, which is `jText` converted.
-jint createText(jstring jText, const ByteType* text, OopType* oop, jobject jErrReport) {
+jint createText(jstring jText, const char* text, OopType* oop, jobject jErrReport) {
   const auto size = static_cast<ArraySizeType>(ENV->GetStringUTFLength(jText));
   *oop = rtlPrivZelRtlFuncs->ZelNewOop(StringClassOop);
-  if (zelError(jErrReport) != 0) return -1;
-  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, *oop, 1, text, size);
-  return zelError(jErrReport) != 0 ? -1 : 0;
+  if (errorPending(jErrReport)) return -1;
+  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, *oop, 1,
+                                              reinterpret_cast<const ByteType*>(text), size);
+  return errorPending(jErrReport) ? -1 : 0;
 }
 
 jint normalReplacement(jobject jStResult, OopType* replacement, jobject jErrReport) {
   TRACE("Normal continue.");
   OopType value = 0;
-  const jint status = getOop(jStResult, &value, jErrReport);
+  const jint status = oopOf(jStResult, &value, jErrReport);
   if (status != 0) return status;
   return createArray({value}, replacement, jErrReport);
 }
 
 jint errorReplacement(jstring jErrMsg, jstring jErrStk, OopType* replacement, jobject jErrReport) {
   TRACE("Error continue.");
-  const ByteType* message = GetSbString(jErrMsg);
+  const char* message = sbString(jErrMsg);
   if (message == nullptr) return allocationFailure();
-  TRACE("Error message: %s\n", reinterpret_cast<const char*>(message));
+  TRACE("Error message: %s\n", message);
   OopType messageOop = 0;
   jint status = createText(jErrMsg, message, &messageOop, jErrReport);
   if (status != 0) return status;
 
   if (jErrStk == nullptr) return refuse(jErrReport, "continue(): NULL errStk argument");
-  const ByteType* stack = GetSbString(jErrStk);
+  const char* stack = sbString(jErrStk);
   if (stack == nullptr) return allocationFailure();
-  TRACE("Error stack: \n%s", reinterpret_cast<const char*>(stack));
+  TRACE("Error stack: \n%s", stack);
   OopType stackOop = 0;
   status = createText(jErrStk, stack, &stackOop, jErrReport);
   if (status != 0) return status;
@@ -91,12 +92,12 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1executeStr(JNIEnv* env, jclass, 
   TRACE("%d:  ExecuteStr.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
     if (jExecStr == nullptr) return refuse(jErrReport, "executeStr(): NULL execStr argument");
-    const char* source = reinterpret_cast<const char*>(GetSbString(jExecStr));
+    const char* source = sbString(jExecStr);
     if (source == nullptr) return allocationFailure();
     TRACE("     Execute Str = '%s'\n", source);
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
     TRACE("ResultOop = %ld\n", traced(resultOop));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return describeResult(resultOop, result, "executeStr", "result", jErrReport);
   });
 }
@@ -111,7 +112,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1executeObj(JNIEnv* env, jclass, 
     if (status != 0) return status;
     TRACE("     Execute str oop = %ld\n", traced(source));
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return describeResult(resultOop, result, "executeObj", "result", jErrReport);
   });
 }
@@ -135,12 +136,12 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1perform(JNIEnv* env, jclass, jin
     if (status != 0) return status;
 
     if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
-    const char* selector = reinterpret_cast<const char*>(GetSbString(jSelector));
+    const char* selector = sbString(jSelector);
     if (selector == nullptr) return allocationFailure();
     TRACE("     Selector = %s\n", selector);
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args,
                                                              static_cast<ArraySizeType>(numArgs));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return describeResult(resultOop, result, "perform", "result", jErrReport);
   });
 }
@@ -165,7 +166,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1continue(JNIEnv* env, jclass, ji
     if (status != 0) return status;
 
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("Continue: oop result = %ld\n", traced(resultOop));
     return describeResult(resultOop, jJvResult, "continue", "jvResult", jErrReport);
   });

@@ -93,9 +93,8 @@ jint checkProduct(jobject jErrReport) {
 
 jint giveAppName(jstring jAppName) {
   if (jAppName == nullptr) return 0;
-  const ByteType* bytes = GetSbString(jAppName);
-  if (bytes == nullptr) return allocationFailure();
-  const char* appName = reinterpret_cast<const char*>(bytes);
+  const char* appName = sbString(jAppName);
+  if (appName == nullptr) return allocationFailure();
   TRACE("     Ready to ZelInitAppName: %s\n", appName);
   rtlPrivZelRtlFuncs->ZelInitAppName(appName, 1);
   return 0;

@@ -35,33 +35,43 @@ void setValueType(jobject result, ValueType valueType) {
   ENV->SetByteField(result, valueTypeFid, valueType);
 }
 
-// A value decoded from the oop's own bits.
+jint describeInteger(OopType oop, jobject result, jobject jErrReport) {
+  if (errorPending(jErrReport)) return -1;
+  const jint value = smallIntegerValue(oop);
+  TRACE("setup:  oop %ld is a small int, value = %ld\n", traced(oop), traced(value));
+  setValueType(result, IntegerValue);
+  ENV->SetLongField(result, longFid, value);
+  return 0;
+}
+
+jint describeUnknown(OopType oop, jobject jErrReport) {
+  TRACE("setup:  unknown special with oop %ld\n", traced(oop));
+  return refuse(jErrReport, "Logic error:  Bad object type");
+}
+
+// A value decoded from the oop's own bits. The kinds exclude each other; the commonest comes first.
 jint describeImmediate(OopType oop, jobject result, jobject jErrReport) {
   TRACE("   Initializing value fields for special");
   ENV->SetByteField(result, objTypeFid, SpecialObject);
+  if (isSmallInteger(oop)) return describeInteger(oop, result, jErrReport);
   if (oop == NilOop) {
     TRACE("Oop is NIL");
     setValueType(result, NilValue);
-  } else if (isBoolean(oop)) {
+    return 0;
+  }
+  if (isBoolean(oop)) {
     TRACE("Oop is Boolean");
     setValueType(result, BooleanValue);
     ENV->SetLongField(result, longFid, rtlPrivZelRtlFuncs->ZelOopToBool(oop) != 0 ? 1 : 0);
-  } else if (isCharacter(oop)) {
+    return 0;
+  }
+  if (isCharacter(oop)) {
     TRACE("Oop is Char");
     setValueType(result, CharacterValue);
     ENV->SetLongField(result, longFid, rtlPrivZelRtlFuncs->ZelOopToChr(oop));
-  } else if (isSmallInteger(oop)) {
-    if (zelError(jErrReport) != 0) return -1;
-    const jint value = smallIntegerValue(oop);
-    TRACE("setup:  oop %ld is a small int, value = %ld\n", traced(oop), traced(value));
-    setValueType(result, IntegerValue);
-    ENV->SetLongField(result, longFid, value);
-  } else {
-    TRACE("setup:  unknown special with oop %ld\n", traced(oop));
-    return refuse(jErrReport, "Logic error:  Bad object type");
+    return 0;
   }
-  ReleaseStrings();
-  return 0;
+  return describeUnknown(oop, jErrReport);
 }
 
 jint storeBytes(jobject result, jint count) {
@@ -172,7 +182,7 @@ jint describeFully(OopType oop, jobject result, jobject jErrReport) {
   ArraySizeType fetched = 0;
   const auto preloadSize = static_cast<ArraySizeType>(std::max(PreloadSizeBytes, 0));
   if (rtlPrivZelRtlFuncs->ZelFetchObjInfo(oop, 1, preloadSize, &info, byteBuf, &fetched) == 0) {
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return refuse(jErrReport, "Failure in ZelFetchObjInfo() call");
   }
   ENV->SetLongField(result, classOopFid, info.objClass);
@@ -190,22 +200,26 @@ jint describeFully(OopType oop, jobject result, jobject jErrReport) {
 
   const jint status = describeContents(oop, info, indexedSize, result, jErrReport);
   if (status != 0) return status;
-  return zelError(jErrReport) != 0 ? -1 : 0;
+  return errorPending(jErrReport) ? -1 : 0;
 }
 
 jint describe(OopType oop, jobject result, jobject jErrReport, BoolType fullSetup) {
   if (oop == 0) {
-    const jint status = getOop(result, &oop, jErrReport);
+    const jint status = oopOf(result, &oop, jErrReport);
     if (status != 0) return status;
   }
   TRACE("setupReport: oop set to %ld\n", traced(oop));
   ENV->SetLongField(result, oopFid, oop);
   if (oop <= 1) return 0;
-  if (isImmediate(oop)) return describeImmediate(oop, result, jErrReport);
+  if (isImmediate(oop)) {
+    const jint status = describeImmediate(oop, result, jErrReport);
+    releaseStrings();
+    return status;
+  }
 
   oopBuf[0] = oop;
   rtlPrivZelRtlFuncs->ZelSaveObjs(oopBuf, 1);
-  if (zelError(jErrReport) != 0) return -1;
+  if (errorPending(jErrReport)) return -1;
   return fullSetup != 0 ? describeFully(oop, result, jErrReport) : 0;
 }
 
@@ -216,6 +230,6 @@ jint setupReport(OopType resultOop, jobject result, jobject jErrReport, BoolType
   const jint status = result != nullptr ? describe(resultOop, result, jErrReport, fullSetup)
                                         : refuse(jErrReport, "setupReport(): NULL result argument");
   TRACE("Returning: %ld\n", traced(status));
-  if (status != 0) ReleaseStrings();
+  if (status != 0) releaseStrings();
   return status;
 }

@@ -18,7 +18,7 @@ jint convertArgument(const LoginArgument& argument, const char** converted, jobj
   if (argument.text == nullptr) {
     return argument.nullMessage == nullptr ? 0 : refuse(jErrReport, "%s", argument.nullMessage);
   }
-  *converted = reinterpret_cast<const char*>(GetSbString(argument.text));
+  *converted = sbString(argument.text);
   return *converted != nullptr ? 0 : allocationFailure();
 }
 
@@ -50,20 +50,20 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1login(JNIEnv* env, jclass, jstri
     TRACE("     Connect: server = %s user = %s pass = %s\n", serverName, userName, password);
     TRACE("     Ready to ZelSetNet..");
     rtlPrivZelRtlFuncs->ZelSetNet(serverName, hostUserName, hostPassword, kellnetName);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
 
     TRACE("     Ready to ZelLogin..");
     if (rtlPrivZelRtlFuncs->ZelLogin(userName, password) == 0) {
-      if (zelError(jErrReport) != 0) return -1;
+      if (errorPending(jErrReport)) return -1;
       return refuse(jErrReport, "ZelLogin failure: cause unknown");
     }
     TRACE("     Zel_Login OK!");
     const ZelSessionIdType sessionId = rtlPrivZelRtlFuncs->ZelGetSessionId();
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
 
     TRACE("     Setting up dirty object tracking..");
     rtlPrivZelRtlFuncs->ZelDirtyObjsInit();
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("Login completed session = %d.\n", sessionId);
     return sessionId;
   });
@@ -74,7 +74,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1logout(JNIEnv* env, jclass, jint
   TRACE("%d:  Logout session.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
     rtlPrivZelRtlFuncs->ZelLogout();
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     [[maybe_unused]] const ZelSessionIdType current = rtlPrivZelRtlFuncs->ZelGetSessionId();
     TRACE("     After Logout: Session ID = %d\n", current);
     TRACE("Logout completed.");

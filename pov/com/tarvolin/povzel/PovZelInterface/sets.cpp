@@ -55,7 +55,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1removeFromExportSet(
     if (status == 0) status = convertObjs(jobjs, numObjs, jErrReport);
     if (status != 0) return status;
     rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(numObjs));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("removeFromExportSet completed.");
     return 0;
   });
@@ -74,7 +74,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1releaseOops(JNIEnv* env, jclass,
     traceLongs(numOops);
     for (jint i = 0; i < numOops; ++i) oopBuf[i] = static_cast<OopType>(longBuf[i]);
     rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(numOops));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("ReleaseOops completed.");
     return 0;
   });
@@ -93,7 +93,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(JNIEnv* env, jclass,
     rtlPrivZelRtlFuncs->ZelDirtySaveObjs(oopBuf, &delivered);
     const auto changed = static_cast<jint>(std::min(delivered, room));
     widen(oopBuf, longBuf, changed);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("     Returning %d changed oops:\n", changed);
     traceLongs(changed);
     status = copyToJava(joops, changed, jErrReport);
@@ -114,7 +114,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass, ji
     if (status == 0) status = argumentOop(jcls, "isKindOf", "cls", &cls, jErrReport);
     if (status != 0) return status;
     const BoolType answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("isKindOf completed.");
     return answer;
   });

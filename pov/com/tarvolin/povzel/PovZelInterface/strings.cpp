@@ -7,42 +7,21 @@ using namespace bridge;
 
 namespace {
 
-constexpr jint tableCapacity = 100;
-
-enum StringKind : int { SbString = 1, DbString = 2, Scratch = 3 };
-
-jstring AllocatedJniString[tableCapacity];
-ByteType* AllocatedString[tableCapacity];
-int AllocatedStringType[tableCapacity];
-jint AllocatedStringIndex = 0;
-
 bool tableIsFull() {
-  return AllocatedStringIndex >= tableCapacity;
-}
-
-ByteType* record(jstring jstr, const void* buffer, StringKind kind) {
-  auto* bytes = static_cast<ByteType*>(const_cast<void*>(buffer));
-  AllocatedJniString[AllocatedStringIndex] = jstr;
-  AllocatedString[AllocatedStringIndex] = bytes;
-  AllocatedStringType[AllocatedStringIndex] = kind;
-  ++AllocatedStringIndex;
-  return bytes;
+  return AllocatedStringIndex >= stringTableSize;
 }
 
 }  // namespace
 
 ByteType* GetSbString(jstring jstr) {
-  if (jstr == nullptr || tableIsFull()) return nullptr;
-  const char* characters = ENV->GetStringUTFChars(jstr, nullptr);
-  if (characters == nullptr) return nullptr;
-  return record(jstr, characters, SbString);
+  return reinterpret_cast<ByteType*>(const_cast<char*>(sbString(jstr)));
 }
 
 ByteType* GetDbString(jstring jstr) {
   if (jstr == nullptr || tableIsFull()) return nullptr;
   const jchar* characters = ENV->GetStringChars(jstr, nullptr);
   if (characters == nullptr) return nullptr;
-  return record(jstr, characters, DbString);
+  return recordString(jstr, characters, DbString);
 }
 
 ByteType* GetString(int length) {
@@ -50,7 +29,7 @@ ByteType* GetString(int length) {
   const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 1;
   void* scratch = std::malloc(size);
   if (scratch == nullptr) return nullptr;
-  return record(nullptr, scratch, Scratch);
+  return recordString(nullptr, scratch, Scratch);
 }
 
 void ReleaseStrings() {

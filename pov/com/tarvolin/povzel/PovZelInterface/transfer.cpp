@@ -29,8 +29,9 @@ constexpr Transfer putNamedObjs = {
     {"putNamedObjs", "numObjs", "objs"}, "numObjs requested exceeds buffer size", "putNamedObjs"};
 
 // The tests that come before a transfer, in their order; then the object's conversion.
-jint prepare(const Transfer& transfer, jint limit, jobject jobj, jlong startIndex, jint count,
-             jarray array, OopType* rcvr, jobject jErrReport) {
+[[gnu::always_inline]] inline jint prepare(const Transfer& transfer, jint limit, jobject jobj,
+                                           jlong startIndex, jint count, jarray array,
+                                           OopType* rcvr, jobject jErrReport) {
   const char* native = transfer.names.native;
   if (startIndex < 1) return refuse(jErrReport, "%s(): startIndex < 1", native);
   if (count > limit) return refuse(jErrReport, "%s(): %s", native, transfer.tooMany);
@@ -66,7 +67,7 @@ jint collectOops(const Transfer& transfer, jobjectArray jobjs, jint count, jobje
     const Element element(jobjs, i);
     if (element.reference == nullptr) return missingElement(transfer, jErrReport);
     oopBuf[i] = 0;
-    const jint status = getOop(element.reference, &oopBuf[i], jErrReport);
+    const jint status = oopOf(element.reference, &oopBuf[i], jErrReport);
     if (status != 0) return status;
   }
   return 0;
@@ -113,7 +114,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1getBytes(JNIEnv* env, jclass, ji
     if (elements == nullptr) return allocationFailure();
     const long fetched = rtlPrivZelRtlFuncs->ZelFetchBytes(
         rcvr, static_cast<long>(startIndex), elements, static_cast<ArraySizeType>(numBytes));
-    const bool failed = zelError(jErrReport) != 0;
+    const bool failed = errorPending(jErrReport);
     if (!failed) TRACE("     fetchedBytes = %ld\n", fetched);
     releaseElements(bytes, elements);
     if (failed) return -1;
@@ -136,7 +137,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1getObjs(JNIEnv* env, jclass, jin
         prepare(getObjs, BufSizeOops, jobj, startIndex, numObjs, jobjs, &rcvr, jErrReport);
     if (status != 0) return status;
     const long fetched = zelFetchVaryingOops(rcvr, startIndex, longBuf, numObjs);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("%d:  GetObjs oopsFetched: %ld\n", sessionId, fetched);
     return describeFetched(getObjs, fetched, numObjs, jobjs, jErrReport);
   });
@@ -153,7 +154,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1getNamedObjs(JNIEnv* env, jclass
         prepare(getNamedObjs, BufSizeOops, jobj, startIndex, numObjs, jobjs, &rcvr, jErrReport);
     if (status != 0) return status;
     const long fetched = zelFetchNamedOops(rcvr, startIndex, longBuf, numObjs);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     return describeFetched(getNamedObjs, fetched, numObjs, jobjs, jErrReport);
   });
 }
@@ -173,7 +174,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1putBytes(JNIEnv* env, jclass, ji
     rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, rcvr, static_cast<long>(startIndex),
                                                 elements, static_cast<ArraySizeType>(numBytes));
     releaseElements(bytes, elements);
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("putBytes completed.");
     return 0;
   });
@@ -192,7 +193,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1putObjs(JNIEnv* env, jclass, jin
     if (status != 0) return status;
     rtlPrivZelRtlFuncs->ZelStoreIdxOops(rcvr, static_cast<long>(startIndex), oopBuf,
                                         static_cast<ArraySizeType>(numObjs));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("putObjs completed.");
     return 0;
   });
@@ -211,7 +212,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1putNamedObjs(JNIEnv* env, jclass
     if (status != 0) return status;
     rtlPrivZelRtlFuncs->ZelStoreNamedOops(rcvr, static_cast<long>(startIndex), oopBuf,
                                           static_cast<ArraySizeType>(numObjs));
-    if (zelError(jErrReport) != 0) return -1;
+    if (errorPending(jErrReport)) return -1;
     TRACE("putNamedObjs completed.");
     return 0;
   });

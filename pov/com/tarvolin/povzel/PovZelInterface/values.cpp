@@ -16,7 +16,7 @@ void produce(OopType made, jobject jobj, OopType* oop) {
 // The same for oops that are formed rather than created: the error poll comes afterwards.
 jint produceValue(OopType made, jobject jobj, OopType* oop, jobject jErrReport) {
   produce(made, jobj, oop);
-  return zelError(jErrReport) != 0 ? -1 : 0;
+  return errorPending(jErrReport) ? -1 : 0;
 }
 
 jint nilOop(jobject jobj, OopType* oop, jobject) {
@@ -49,9 +49,9 @@ jint createString(OopType stringClass, const ByteType* bytes, ArraySizeType size
                   OopType* oop, jobject jErrReport) {
   if (bytes == nullptr) return allocationFailure();
   const OopType made = rtlPrivZelRtlFuncs->ZelNewOop(stringClass);
-  if (zelError(jErrReport) != 0) return -1;
+  if (errorPending(jErrReport)) return -1;
   rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, made, 1, bytes, size);
-  if (zelError(jErrReport) != 0) return -1;
+  if (errorPending(jErrReport)) return -1;
   produce(made, jobj, oop);
   return 0;
 }
@@ -63,7 +63,7 @@ struct ReportText {
       : text(static_cast<jstring>(ENV->GetObjectField(jobj, stringFid))) {}
   ~ReportText() {
     if (text == nullptr) return;
-    ReleaseStrings();
+    releaseStrings();
     ENV->DeleteLocalRef(text);
   }
   ReportText(const ReportText&) = delete;
@@ -98,7 +98,7 @@ jint dateTimeOop(jobject jobj, OopType* oop, jobject jErrReport) {
   TRACE("CALENDAR: yr %ld day %ld ms %lld\n", traced(year), traced(day), milliseconds);
   const ZelDateTimeSType dateTime{year, day, static_cast<std::int32_t>(milliseconds), NilOop};
   const OopType made = rtlPrivZelRtlFuncs->ZelNewDateTime(DateTimeClassOop, &dateTime);
-  if (zelError(jErrReport) != 0) return -1;
+  if (errorPending(jErrReport)) return -1;
   produce(made, jobj, oop);
   return 0;
 }
@@ -111,12 +111,11 @@ constexpr MakerFType makers[] = {
 };
 static_assert(std::size(makers) == DateTimeValue + 1);
 
-jint convert(jobject jobj, OopType* oop, jobject jErrReport) {
-  if (jobj == nullptr) return refuse(jErrReport, "getOop(): NULL report");
-  if (ENV->GetByteField(jobj, objTypeFid) != NewValue) {
-    *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
-    return 0;
-  }
+}  // namespace
+
+namespace bridge {
+
+jint makeOop(jobject jobj, OopType* oop, jobject jErrReport) {
   const jbyte valueType = ENV->GetByteField(jobj, valueTypeFid);
   if (valueType == NoValue) return 0;
   const bool known = valueType >= NilValue && valueType <= DateTimeValue;
@@ -128,8 +127,9 @@ jint convert(jobject jobj, OopType* oop, jobject jErrReport) {
   return maker(jobj, oop, jErrReport);
 }
 
-}  // namespace
+}  // namespace bridge
 
 jint getOop(jobject jobj, OopType* oop, jobject jErrReport) {
-  return leave(convert(jobj, oop, jErrReport));
+  if (jobj == nullptr) return leave(refuse(jErrReport, "getOop(): NULL report"));
+  return oopOf(jobj, oop, jErrReport);
 }

@@ -1,0 +1,518 @@
+// What the bridge costs beyond the JNI and library calls that the work cannot do without.
+//
+// Each native runs beside its floor: a function here that makes those calls alone, with the checks
+// that -Xcheck:jni insists on. Both run in turns, in small batches, so that the machine's moods
+// meet both alike; "ratio" is the median over the turns. The interface library does nothing.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "idlelib.h"
+#include "jvm.h"
+#include "povzelinterface.h"
+#include "zelrtl.h"
+
+namespace {
+
+constexpr jint bufSize = 2 << 20;
+constexpr jint preloadSize = 256;
+constexpr jint mostObjs = 100000;
+constexpr jint distinctReports = 100;
+constexpr jint session = 1;
+constexpr int turns = 1000;
+
+JNIEnv* env = nullptr;
+const ZelRtlJumpSType* zel = nullptr;
+ZelErrSType zelErr;
+
+struct FieldIds {
+  jfieldID oop, classOop, classHistoryOop, objType, namedSize, indexedSize, isCollection, isString,
+      valueType, valueLong, valueBytes, valueLongs;
+} fid;
+
+// Java objects that the natives are called with.
+jobject result, arrayReport, integerReport, stringReport;
+jobjectArray threeReports, manyReports;
+jlongArray manyLongs;
+jbyteArray manyBytes;  // of the case's size: its elements are copied whole
+jstring source, selector, serverName, userName, password;
+jthrowable error;
+
+std::vector<OopType> oops(mostObjs);
+std::vector<jlong> longs(mostObjs);
+std::vector<ByteType> preload(preloadSize);
+
+template <typename T>
+T keep(T local) {
+  return static_cast<T>(env->NewGlobalRef(local));
+}
+
+void require(bool held, const char* what) {
+  if (held) return;
+  std::fprintf(stderr, "bridge_bench: %s failed\n", what);
+  std::exit(1);
+}
+
+jobject reportOf(OopType oop) {
+  jobject report = keep(jvm::newReport());
+  jvm::setNumber(report, "oop", oop);
+  return report;
+}
+
+// Few enough objects to stay in the cache: what is measured is the bridge, not the memory.
+jobjectArray reportsOf(jint count) {
+  jobjectArray reports = keep(jvm::newReports(count));
+  const jvm::Frame frame(2 * distinctReports);
+  std::vector<jobject> distinct;
+  for (jint i = 0; i < distinctReports; ++i) {
+    distinct.push_back(jvm::newReport());
+    jvm::setNumber(distinct.back(), "oop", idle::arrayOop);
+  }
+  for (jint i = 0; i < count; ++i) {
+    env->SetObjectArrayElement(reports, i, distinct[i % distinctReports]);
+  }
+  return reports;
+}
+
+void findFields() {
+  jclass cls = env->GetObjectClass(result);
+  const auto find = [&](const char* name, const char* signature) {
+    return env->GetFieldID(cls, name, signature);
+  };
+  fid = {find("oop", "J"),          find("classOop", "J"),    find("classHistoryOop", "J"),
+         find("objType", "B"),      find("namedSize", "I"),   find("indexedSize", "J"),
+         find("isCollection", "Z"), find("isString", "Z"),    find("valueType", "B"),
+         find("valueLong", "J"),    find("valueBytes", "[B"), find("valueLongs", "[J")};
+}
+
+void start() {
+  setenv("TARVOLIN", POVZEL_IDLE, 1);
+  env = jvm::start({});
+  error = keep(jvm::newException());
+  require(Java_com_tarvolin_povzel_PovZelInterface__1initialize(env, nullptr, 0, nullptr, bufSize,
+                                                                preloadSize, 0, error) == 32,
+          "_initialize");
+  zel = rtlPrivZelRtlFuncs;
+  result = keep(jvm::newReport());
+  findFields();
+  arrayReport = reportOf(idle::arrayOop);
+  integerReport = reportOf(idle::integerSeven);
+  stringReport = reportOf(idle::stringOop);
+  threeReports = reportsOf(3);
+  manyReports = reportsOf(mostObjs);
+  manyLongs = keep(env->NewLongArray(mostObjs));
+  source = keep(jvm::newString("3 + 4"));
+  selector = keep(jvm::newString("at:put:with:"));
+  serverName = keep(jvm::newString("server"));
+  userName = keep(jvm::newString("DataCurator"));
+  password = keep(jvm::newString("swordfish"));
+}
+
+// ---- The floors' common steps ----
+
+bool poll() {
+  return zel->ZelErr(&zelErr) != 0;
+}
+
+bool selectSession() {
+  zel->ZelSetSessionId(session);
+  return !poll();
+}
+
+// Every argument that a native is given may be null, and every array shorter than the count.
+bool fits(jarray array, jint count) {
+  return array != nullptr && env->GetArrayLength(array) >= count;
+}
+
+bool threw() {
+  return env->ExceptionCheck() == JNI_TRUE;
+}
+
+OopType oopOf(jobject report) {
+  if (env->GetByteField(report, fid.objType) == -1) return 0;
+  return static_cast<OopType>(env->GetLongField(report, fid.oop));
+}
+
+void storeOop(jobject report, OopType oop) {
+  env->SetLongField(report, fid.oop, oop);
+}
+
+jint describeInteger(OopType oop, jobject report) {
+  storeOop(report, oop);
+  env->SetByteField(report, fid.objType, 3);
+  if (poll()) return -1;
+  env->SetByteField(report, fid.valueType, 3);
+  env->SetLongField(report, fid.valueLong, static_cast<jint>(oop) >> 2);
+  return 0;
+}
+
+bool saveObject(OopType oop, jobject report) {
+  storeOop(report, oop);
+  zel->ZelSaveObjs(&oop, 1);
+  return !poll();
+}
+
+bool describeObject(OopType oop, jobject report, ZelObjInfoSType* info) {
+  ArraySizeType fetched = 0;
+  if (!saveObject(oop, report)) return false;
+  if (zel->ZelFetchObjInfo(oop, 1, preloadSize, info, preload.data(), &fetched) == 0) return false;
+  env->SetLongField(report, fid.classOop, info->objClass);
+  const OopType history = zel->ZelFetchNamedOop(info->objClass, 12);
+  poll();
+  env->SetLongField(report, fid.classHistoryOop, history);
+  env->SetIntField(report, fid.namedSize, info->namedSize);
+  env->SetLongField(report, fid.indexedSize, info->objSize - info->namedSize);
+  env->SetByteField(report, fid.objType, static_cast<jbyte>(info->objImpl));
+  env->SetBooleanField(report, fid.isCollection, static_cast<jboolean>(info->isIndexable));
+  return true;
+}
+
+// ---- Floors ----
+
+jint executeStrFloor() {
+  if (!selectSession()) return -1;
+  const char* text = env->GetStringUTFChars(source, nullptr);
+  if (text == nullptr) return -2;
+  const OopType oop = zel->ZelExecuteStr(text, NilOop);
+  if (poll()) return -1;
+  const jint status = describeInteger(oop, result);
+  env->ReleaseStringUTFChars(source, text);
+  return status;
+}
+
+jint performFloor() {
+  if (!selectSession()) return -1;
+  if (!fits(threeReports, 3)) return -1;
+  const OopType receiver = oopOf(arrayReport);
+  OopType args[20];
+  for (jint i = 0; i < 3; ++i) {
+    jobject argument = env->GetObjectArrayElement(threeReports, i);
+    if (threw()) return -1;
+    args[i] = oopOf(argument);
+    env->DeleteLocalRef(argument);
+  }
+  const char* text = env->GetStringUTFChars(selector, nullptr);
+  if (text == nullptr) return -2;
+  const OopType oop = zel->ZelPerform(receiver, text, args, 3);
+  if (poll()) return -1;
+  const jint status = describeInteger(oop, result);
+  env->ReleaseStringUTFChars(selector, text);
+  return status;
+}
+
+jint setupIntegerFloor() {
+  if (!selectSession()) return -1;
+  const auto oop = static_cast<OopType>(env->GetLongField(integerReport, fid.oop));
+  return describeInteger(oop, integerReport);
+}
+
+jint setupStringFloor() {
+  if (!selectSession()) return -1;
+  const auto oop = static_cast<OopType>(env->GetLongField(stringReport, fid.oop));
+  ZelObjInfoSType info;
+  if (!describeObject(oop, stringReport, &info)) return -1;
+  if (zel->ZelIsKindOf(oop, StringKindClassOop) == 0) return -1;
+  env->SetBooleanField(stringReport, fid.isString, JNI_TRUE);
+  if (zel->ZelIsKindOf(oop, DoubleByteStringClassOop) != 0) return -1;
+  env->SetByteField(stringReport, fid.valueType, 7);
+  jbyteArray bytes = env->NewByteArray(info.objSize);
+  if (bytes == nullptr) return -2;
+  env->SetByteArrayRegion(bytes, 0, info.objSize, reinterpret_cast<jbyte*>(preload.data()));
+  if (threw()) return -2;
+  env->SetObjectField(stringReport, fid.valueBytes, bytes);
+  return poll() ? -1 : 0;
+}
+
+jint setupArrayFloor() {
+  if (!selectSession()) return -1;
+  const auto oop = static_cast<OopType>(env->GetLongField(arrayReport, fid.oop));
+  ZelObjInfoSType info;
+  if (!describeObject(oop, arrayReport, &info)) return -1;
+  jlongArray array = env->NewLongArray(info.objSize);
+  if (array == nullptr) return -2;
+  const void* bytes = preload.data();
+  const auto* preloaded = static_cast<const OopType*>(bytes);
+  for (jint i = 0; i < info.objSize; ++i) longs[i] = preloaded[i];
+  env->SetLongArrayRegion(array, 0, info.objSize, longs.data());
+  if (threw()) return -2;
+  env->SetObjectField(arrayReport, fid.valueLongs, array);
+  env->SetByteField(arrayReport, fid.valueType, 6);
+  return poll() ? -1 : 0;
+}
+
+jint loginFloor() {
+  const jstring strings[] = {serverName, userName, password};
+  const char* texts[3];
+  for (int i = 0; i < 3; ++i) {
+    texts[i] = env->GetStringUTFChars(strings[i], nullptr);
+    if (texts[i] == nullptr) return -2;
+  }
+  zel->ZelSetNet(texts[0], nullptr, nullptr, nullptr);
+  if (poll()) return -1;
+  if (zel->ZelLogin(texts[1], texts[2]) == 0) return -1;
+  const jint id = zel->ZelGetSessionId();
+  if (poll()) return -1;
+  zel->ZelDirtyObjsInit();
+  if (poll()) return -1;
+  for (int i = 0; i < 3; ++i) env->ReleaseStringUTFChars(strings[i], texts[i]);
+  return id;
+}
+
+jint getBytesFloor(jint count) {
+  if (!selectSession() || !fits(manyBytes, count)) return -1;
+  const OopType oop = oopOf(arrayReport);
+  jbyte* elements = env->GetByteArrayElements(manyBytes, nullptr);
+  if (elements == nullptr) return -2;
+  const long fetched = zel->ZelFetchBytes(oop, 1, reinterpret_cast<ByteType*>(elements),
+                                          static_cast<ArraySizeType>(count));
+  const bool failed = poll();
+  env->ReleaseByteArrayElements(manyBytes, elements, 0);
+  return failed || fetched != count ? -1 : count;
+}
+
+jint putBytesFloor(jint count) {
+  if (!selectSession() || !fits(manyBytes, count)) return -1;
+  const OopType oop = oopOf(arrayReport);
+  jbyte* elements = env->GetByteArrayElements(manyBytes, nullptr);
+  if (elements == nullptr) return -2;
+  zel->ZelStoreBytesInstanceOf(NilOop, oop, 1, reinterpret_cast<ByteType*>(elements),
+                               static_cast<ArraySizeType>(count));
+  env->ReleaseByteArrayElements(manyBytes, elements, 0);
+  return poll() ? -1 : 0;
+}
+
+jint getObjsFloor(jint count) {
+  if (!selectSession() || !fits(manyReports, count)) return -1;
+  const OopType oop = oopOf(arrayReport);
+  const long fetched =
+      zel->ZelFetchVaryingOops(oop, 1, oops.data(), static_cast<ArraySizeType>(count));
+  if (poll()) return -1;
+  for (jint i = 0; i < fetched; ++i) {
+    jobject report = env->GetObjectArrayElement(manyReports, i);
+    if (threw()) return -1;
+    if (!saveObject(oops[i], report)) return -1;
+    env->DeleteLocalRef(report);
+  }
+  return fetched;
+}
+
+jint putObjsFloor(jint count) {
+  if (!selectSession() || !fits(manyReports, count)) return -1;
+  const OopType oop = oopOf(arrayReport);
+  for (jint i = 0; i < count; ++i) {
+    jobject report = env->GetObjectArrayElement(manyReports, i);
+    if (threw()) return -1;
+    oops[i] = oopOf(report);
+    env->DeleteLocalRef(report);
+  }
+  zel->ZelStoreIdxOops(oop, 1, oops.data(), static_cast<ArraySizeType>(count));
+  return poll() ? -1 : 0;
+}
+
+jint releaseOopsFloor(jint count) {
+  if (!selectSession() || !fits(manyLongs, count)) return -1;
+  env->GetLongArrayRegion(manyLongs, 0, count, longs.data());
+  if (threw()) return -1;
+  for (jint i = 0; i < count; ++i) oops[i] = static_cast<OopType>(longs[i]);
+  zel->ZelReleaseOops(oops.data(), static_cast<ArraySizeType>(count));
+  return poll() ? -1 : 0;
+}
+
+jint changedOopsFloor(jint count) {
+  if (!selectSession() || !fits(manyLongs, count)) return -1;
+  auto delivered = static_cast<ArraySizeType>(count);
+  zel->ZelDirtySaveObjs(oops.data(), &delivered);
+  if (poll()) return -1;
+  const auto changed = static_cast<jint>(delivered);
+  for (jint i = 0; i < changed; ++i) longs[i] = oops[i];
+  env->SetLongArrayRegion(manyLongs, 0, changed, longs.data());
+  return threw() ? -1 : changed;
+}
+
+jint isKindOfFloor() {
+  if (!selectSession()) return -1;
+  const OopType obj = oopOf(arrayReport);
+  const BoolType answer = zel->ZelIsKindOf(obj, oopOf(stringReport));
+  return poll() ? -1 : answer;
+}
+
+// ---- Natives beside their floors ----
+
+using RunFType = jint (*)(jint count);
+
+struct Case {
+  const char* name;
+  jint count;
+  RunFType native;
+  RunFType floor;
+};
+
+#define NATIVE(name) Java_com_tarvolin_povzel_PovZelInterface__1##name
+
+jint nativeGetBytes(jint n) {
+  return NATIVE(getBytes)(env, nullptr, session, arrayReport, 1, n, manyBytes, error);
+}
+jint nativePutBytes(jint n) {
+  return NATIVE(putBytes)(env, nullptr, session, arrayReport, 1, n, manyBytes, error);
+}
+jint nativeGetObjs(jint n) {
+  return NATIVE(getObjs)(env, nullptr, session, arrayReport, 1, n, manyReports, error);
+}
+jint nativePutObjs(jint n) {
+  return NATIVE(putObjs)(env, nullptr, session, arrayReport, 1, n, manyReports, error);
+}
+jint nativeReleaseOops(jint n) {
+  return NATIVE(releaseOops)(env, nullptr, session, manyLongs, n, error);
+}
+jint nativeChangedOops(jint n) {
+  return NATIVE(changedOops)(env, nullptr, session, manyLongs, n, error);
+}
+
+const Case cases[] = {
+    {"executeStr", 1,
+     [](jint) { return NATIVE(executeStr)(env, nullptr, session, source, result, error); },
+     [](jint) { return executeStrFloor(); }},
+    {"perform/3", 1,
+     [](jint) {
+       return NATIVE(perform)(env, nullptr, session, arrayReport, selector, threeReports, 3, result,
+                              error);
+     },
+     [](jint) { return performFloor(); }},
+    {"setup/integer", 1,
+     [](jint) { return NATIVE(setup)(env, nullptr, session, integerReport, error); },
+     [](jint) { return setupIntegerFloor(); }},
+    {"setup/string200", 1,
+     [](jint) { return NATIVE(setup)(env, nullptr, session, stringReport, error); },
+     [](jint) { return setupStringFloor(); }},
+    {"setup/array50", 1,
+     [](jint) { return NATIVE(setup)(env, nullptr, session, arrayReport, error); },
+     [](jint) { return setupArrayFloor(); }},
+    {"login", 1,
+     [](jint) {
+       return NATIVE(login)(env, nullptr, serverName, nullptr, userName, password, nullptr, nullptr,
+                            error);
+     },
+     [](jint) { return loginFloor(); }},
+    {"getBytes", 64, nativeGetBytes, getBytesFloor},
+    {"getBytes", 4096, nativeGetBytes, getBytesFloor},
+    {"getBytes", 1 << 20, nativeGetBytes, getBytesFloor},
+    {"putBytes", 64, nativePutBytes, putBytesFloor},
+    {"putBytes", 4096, nativePutBytes, putBytesFloor},
+    {"putBytes", 1 << 20, nativePutBytes, putBytesFloor},
+    {"getObjs", 1, nativeGetObjs, getObjsFloor},
+    {"getObjs", 100, nativeGetObjs, getObjsFloor},
+    {"getObjs", 10000, nativeGetObjs, getObjsFloor},
+    {"putObjs", 1, nativePutObjs, putObjsFloor},
+    {"putObjs", 100, nativePutObjs, putObjsFloor},
+    {"putObjs", 10000, nativePutObjs, putObjsFloor},
+    {"releaseOops", 1000, nativeReleaseOops, releaseOopsFloor},
+    {"changedOops", 1000, nativeChangedOops, changedOopsFloor},
+    {"isKindOf", 1,
+     [](jint) { return NATIVE(isKindOf)(env, nullptr, session, arrayReport, stringReport, error); },
+     [](jint) { return isKindOfFloor(); }},
+};
+
+// The thread's own time: a long turn on a busy machine loses the processor now and then.
+double threadSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+double secondsOf(RunFType run, jint count, int calls) {
+  const jvm::Frame frame(16);
+  const double begin = threadSeconds();
+  for (int i = 0; i < calls; ++i) benchmark::DoNotOptimize(run(count));
+  return threadSeconds() - begin;
+}
+
+// As many calls as take about a tenth of a millisecond.
+int callsPerTurn(RunFType run, jint count) {
+  constexpr double turn = 1e-4;
+  int calls = 1;
+  while (calls < 1 << 16 && secondsOf(run, count, calls) < turn) calls *= 2;
+  return calls;
+}
+
+double median(std::vector<double>& values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Runs both in turns and reports the first's time, the second's, and the median of their ratios.
+// Times are per call, or per element where there are several.
+void compare(benchmark::State& state, const Case& one, const Case& other, const char* otherName) {
+  const int oneCalls = callsPerTurn(one.native, one.count);
+  const int otherCalls = callsPerTurn(other.floor, other.count);
+  std::vector<double> ratios;
+  std::vector<double> others;
+  bool oneFirst = true;
+  for (auto _ : state) {
+    double first = 0;
+    if (oneFirst) first = secondsOf(one.native, one.count, oneCalls);
+    const double second =
+        secondsOf(other.floor, other.count, otherCalls) / otherCalls / other.count;
+    if (!oneFirst) first = secondsOf(one.native, one.count, oneCalls);
+    oneFirst = !oneFirst;
+    first = first / oneCalls / one.count;
+    state.SetIterationTime(first);
+    others.push_back(second);
+    ratios.push_back(first / second);
+  }
+  state.counters[otherName] = median(others) * 1e9;
+  state.counters["ratio"] = median(ratios);
+}
+
+// The cost per element of 100,000 against that of 100.
+const Case flat[] = {
+    {"getObjs", mostObjs, nativeGetObjs, nativeGetObjs},
+    {"putObjs", mostObjs, nativePutObjs, nativePutObjs},
+    {"releaseOops", mostObjs, nativeReleaseOops, nativeReleaseOops},
+    {"changedOops", mostObjs, nativeChangedOops, nativeChangedOops},
+};
+
+void registerAll() {
+  for (const Case& one : cases) {
+    std::string name = one.name;
+    if (one.count > 1 || one.native == nativeGetObjs || one.native == nativePutObjs) {
+      name += "/" + std::to_string(one.count);
+    }
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [&one](benchmark::State& state) {
+                                   manyBytes = env->NewByteArray(one.count);
+                                   require(one.native(one.count) == one.floor(one.count), one.name);
+                                   compare(state, one, one, "floor_ns");
+                                   env->DeleteLocalRef(manyBytes);
+                                 })
+        ->UseManualTime()
+        ->Iterations(turns);
+  }
+  for (const Case& large : flat) {
+    const std::string name = std::string(large.name) + "/100000_beside_100";
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [&large](benchmark::State& state) {
+                                   Case small = large;
+                                   small.count = 100;
+                                   compare(state, large, small, "small_ns");
+                                 })
+        ->UseManualTime()
+        ->Iterations(turns);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  start();
+  registerAll();
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
