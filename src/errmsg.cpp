@@ -10,6 +10,7 @@
 #include "errutlpriv.h"
 #include "hash.h"
 #include "hostmutex.h"
+#include "utl/utltime.h"
 #include "utlheap.h"
 
 namespace {
@@ -124,6 +125,17 @@ void putText(const char* text, char* buffer, std::size_t size) {
   buffer[length] = '\0';
 }
 
+// Formats the caller's own printf format, without the catalogue.
+template <typename... Strings>
+void stampFormatted(const char* format, std::FILE* stream, Strings... strings) {
+  char text[1024];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+  std::snprintf(text, sizeof text, format, strings...);
+#pragma GCC diagnostic pop
+  UtlTimeStampMs_s(stream, text, 0);
+}
+
 }  // namespace
 
 void ErrMsgInit() {
@@ -207,6 +219,16 @@ void ErrMsgSymToText(const char* symbol, char* buffer, std::size_t size, const c
   va_end(arguments);
 }
 
+void ErrMsgSymToFile(const char* symbol, std::FILE* stream, const char* kinds, ...) {
+  ErrMsgStrType text;
+  va_list arguments;
+  va_start(arguments, kinds);
+  ErrMsgBuildString(symbol, text, sizeof text, kinds, arguments);
+  va_end(arguments);
+  UtlTimeStampMs_s(stream, text, 0);
+  std::fflush(stream);
+}
+
 void ErrMsgSymToFileNoTimeStamp(const char* symbol, std::FILE* stream, const char* kinds, ...) {
   ErrMsgStrType text;
   va_list arguments;
@@ -215,6 +237,15 @@ void ErrMsgSymToFileNoTimeStamp(const char* symbol, std::FILE* stream, const cha
   va_end(arguments);
   std::fputs(text, stream);
   std::fflush(stream);
+}
+
+void ErrMsgSymToFile_1(const char* format, std::FILE* stream, const char* string1) {
+  stampFormatted(format, stream, string1);
+}
+
+void ErrMsgSymToFile_2(const char* format, std::FILE* stream, const char* string1,
+                       const char* string2) {
+  stampFormatted(format, stream, string1, string2);
 }
 
 void ErrMsgToTxt(OopType category, long number, char* buffer, std::size_t size) {

@@ -1,28 +1,45 @@
 #include "hostunix/hostinit.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "errmsg.h"
+#include "hostunix/hostdebug.h"
+#include "hostunix/hostdebugpriv.h"
 #include "hostunix/hostenv.h"
+#include "hostunix/hostfaultpriv.h"
+#include "hostunix/hostpagespriv.h"
+#include "hostunix/hostsignalspriv.h"
 #include "hostunix/hosttime.h"
 #include "hostunix/hostunixpriv.h"
+#include "utl/utlexit.h"
 #include "utl/utlsystem.h"
+#include "utl/utltime.h"
 #include "utlheap.h"
+#include "vermsg.h"
 
 BoolType hostIsInitialized = 0;
 utsname unameData = {};
 HostSystemInfoSType systemInfoData = {};
 HostFnameStrType autoMountPrefix = "";
+char* childLogPtr = nullptr;
 long initialCpuClockReading = 0;
 double sc_clk_tck = 0;
 timeval beginTp = {};
 
 namespace {
+
+char OriginalTerminalName[80];  // of standard input at start; read with a debugger
+
+constexpr int startFailureStatus = 3;
 
 template <std::size_t size>
 void copyCut(char (&to)[size], const char* from) {
@@ -48,10 +65,76 @@ void readSystemInfo() {
                 pages / pagesInMegabyte);
 }
 
+// Takes the name of this process's log away from the environment, so that no child inherits it.
+void takeChildLog() {
+  HostFnameStrType name;
+  if (!HostGetEnv("TARVOLIN_CHILD_LOG", name, sizeof name)) return;
+  const std::size_t size = std::strlen(name) + 1;
+  childLogPtr = static_cast<char*>(UtlMalloc_(size, __LINE__));
+  if (childLogPtr != nullptr) std::memcpy(childLogPtr, name, size);
+  HostSetEnv("TARVOLIN_CHILD_LOG", "");
+}
+
 void startClocks() {
   sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
   initialCpuClockReading = HostClock();
   gettimeofday(&beginTp, nullptr);
+}
+
+void unblockSignals() {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void rememberTerminal() {
+  const char* terminal = ttyname(STDIN_FILENO);
+  copyCut(OriginalTerminalName, terminal != nullptr ? terminal : "");
+}
+
+void initMessage(const char* symbol, const char* argument) {
+  ErrMsgStrType text;
+  ErrMsgSymToText(symbol, text, sizeof text, "s", argument);
+  VerMessage(stderr, text);
+}
+
+// The end of a process that could not be prepared.
+[[noreturn]] void crashAtStart(const char* reason) {
+  const int error = errno;
+  std::fflush(stdout);
+  std::fputs("\n\n", stderr);
+  VerLeadingEdge(stderr);
+  initMessage("host.initfail", reason);
+  if (error != 0) {
+    ErrMsgStrType text;
+    errnoMessage(error, text);
+    VerMessage(stderr, text);
+  }
+  ZelCTimeStringType date;
+  initMessage("fault.date", UtlCtime(std::time(nullptr), &date));
+  VerEndEdge(stderr);
+  UtlExit(startFailureStatus);
+}
+
+struct RaisedLimit {
+  __rlimit_resource resource;
+  const char* readError;
+  const char* raiseError;
+};
+constexpr RaisedLimit raisedLimits[] = {
+    {RLIMIT_CPU, "getrlimit(RLIMIT_CPU) error", "setrlimit(RLIMIT_CPU) error"},
+    {RLIMIT_DATA, "getrlimit(RLIMIT_DATA) error", "setrlimit(RLIMIT_DATA) error"},
+    {RLIMIT_FSIZE, "getrlimit(RLIMIT_FSIZE) error", "setrlimit(RLIMIT_FSIZE) error"},
+};
+
+// Raises the soft limits to the hard ones.
+void raiseLimits() {
+  for (const RaisedLimit& limit : raisedLimits) {
+    struct rlimit64 values;
+    if (getrlimit64(limit.resource, &values) != 0) crashAtStart(limit.readError);
+    values.rlim_cur = values.rlim_max;
+    if (setrlimit64(limit.resource, &values) != 0) crashAtStart(limit.raiseError);
+  }
 }
 
 void readAutoMountPrefix() {
@@ -69,11 +152,24 @@ void rememberLoginName() {
 void HostInit() {
   if (hostIsInitialized != 0) return;
   UtlHeapInit();
+  forgetOldHandlers();
+  forgetProtectedPages();
+  resetFaultSwitches();
+  noHalt = 0;
+  takeChildLog();
   readSystemInfo();
+  forgetProfTimer();
+  forgetFatalReports();
+  UtlInit();
   ErrMsgInit();
   startClocks();
+  HostFatalErr = 0;
+  unblockSignals();
+  rememberTerminal();
+  raiseLimits();
   hostIsInitialized = 1;
   HostSetLocale(LC_ALL, "");
+  ignoreUnlessHandled(SIGIO);
   readAutoMountPrefix();
   rememberLoginName();
 }

@@ -7,27 +7,12 @@
 #include <cstdio>
 
 #include "hostunix/hostenv.h"
+#include "hostunix/hostsignalspriv.h"
 #include "hostunix/hostunixpriv.h"
 
 namespace {
 
 constexpr std::size_t shellCommandSize = 80;
-
-// A signal is ignored while this lives; then its former action is back, unchanged.
-class Ignored {
- public:
-  explicit Ignored(int sig) : sig_(sig) { UNIXIO_DO_SIGNAL(sig, plainAction(SIG_IGN), &former_); }
-  ~Ignored() {
-    const ErrnoKeeper keeper;
-    sigaction(sig_, &former_, nullptr);
-  }
-  Ignored(const Ignored&) = delete;
-  Ignored& operator=(const Ignored&) = delete;
-
- private:
-  int sig_;
-  struct sigaction former_ = {};
-};
 
 void composeShellCommand(char (&command)[shellCommandSize]) {
   char shell[shellCommandSize - 3];
@@ -43,15 +28,15 @@ void keepOpenOnExec(int fd) {
 }  // namespace
 
 BoolType HostSpawn(const char* theCommand) {
-  const Ignored interrupt(SIGINT);
-  const Ignored quit(SIGQUIT);
-  const Ignored terminalOutput(SIGTTOU);
-  const Ignored terminalInput(SIGTTIN);
+  const IgnoredSignal interrupt(SIGINT);
+  const IgnoredSignal quit(SIGQUIT);
+  const IgnoredSignal terminalOutput(SIGTTOU);
+  const IgnoredSignal terminalInput(SIGTTIN);
   return HostInteractiveSpawn(theCommand);
 }
 
 BoolType HostInteractiveSpawn(const char* theCommand) {
-  const Ignored child(SIGCHLD);
+  const IgnoredSignal child(SIGCHLD);
   char shellCommand[shellCommandSize];
   if (theCommand[0] == '\0') {
     composeShellCommand(shellCommand);

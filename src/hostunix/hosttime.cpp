@@ -27,7 +27,7 @@ bool isDateTimeFormat(const char* format) {
 
 char* copyOnHeap(const char* text) {
   const std::size_t size = std::strlen(text) + 1;
-  auto* copy = static_cast<char*>(UtlMalloc(size, "HostDateTimeFormat"));
+  auto* copy = static_cast<char*>(UtlMalloc_(size, __LINE__));
   if (copy != nullptr) std::memcpy(copy, text, size);
   return copy;
 }
@@ -88,7 +88,8 @@ int HostTIMEZONE(const std::time_t* arg) {
 
 const char* HostDateTimeFormat() {
   if (dateTimeFormat == nullptr) dateTimeFormat = buildDateTimeFormat();
-  return dateTimeFormat;
+  // The report of a failed allocation shows a date as well, so a failure here must not be reported.
+  return dateTimeFormat != nullptr ? dateTimeFormat : "%x %X";
 }
 
 lconv* HostLocale() {

@@ -19,6 +19,7 @@ extern BoolType hostIsInitialized;
 extern utsname unameData;  // empty names when uname failed
 extern HostSystemInfoSType systemInfoData;
 extern HostFnameStrType autoMountPrefix;
+extern char* childLogPtr;            // heap copy of TARVOLIN_CHILD_LOG, or null
 extern long initialCpuClockReading;  // CPU milliseconds used before HostInit
 extern double sc_clk_tck;            // clock ticks in a second
 extern timeval beginTp;              // time of day when HostInit ran

@@ -85,7 +85,7 @@ TEST(UtlHeapDeathTest, FailureEndsTheProcess) {
         utlHeapAllocate = refuse;
         UtlMalloc(8, "tvdstring");
       },
-      testing::ExitedWithCode(3), "^malloc failure allocating 8 bytes: tvdstring\n$");
+      testing::ExitedWithCode(3), "^malloc failure allocating 8 bytes: tvdstring\n");
 }
 
 TEST(UtlHeapDeathTest, FreeOfNullIsABrokenGuarantee) {
@@ -95,7 +95,7 @@ TEST(UtlHeapDeathTest, FreeOfNullIsABrokenGuarantee) {
         UtlFree(nullptr);
       },
       testing::ExitedWithCode(3),
-      "^Freeing a NULL pointer\nUTL_GUARANTEE failure in file src/utlheap at line 434\n$");
+      "^Freeing a NULL pointer\nUTL_GUARANTEE failure in file src/utlheap at line 434\n");
 }
 
 TEST(UtlHeap, FreeOfNullGoesOnWhenToldNotToHalt) {

@@ -1,0 +1,254 @@
+#include "hostunix/hostcore.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "errmsg.h"
+#include "hostunix/hostdebug.h"
+#include "hostunix/hostdebugpriv.h"
+#include "hostunix/hostenv.h"
+#include "hostunix/hostfaultpriv.h"
+#include "hostunix/hostfname.h"
+#include "hostunix/hoststackpriv.h"
+#include "hostunix/hostsystem.h"
+#include "hostunix/hostunixpriv.h"
+#include "unixerr.h"
+#include "vermsg.h"
+
+namespace {
+
+int coreAttempts = 0;
+BoolType madeCoreDir = 0;
+HostFnameStrType coreDirName;
+
+constexpr int defaultWaitSeconds = 60;
+constexpr unsigned waitStepSeconds = 3;
+constexpr int panicExitStatus = 1;
+
+// What still reaches a process that waits for a debugger.
+constexpr int signalsWhileWaiting[] = {SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT,
+                                       SIGABRT, SIGTSTP, SIGCONT};
+
+template <typename... Arguments>
+void report(const char* symbol, const char* kinds, Arguments... arguments) {
+  ErrMsgStrType text;
+  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
+  VerMessage(stderr, text);
+}
+
+void reportError(const char* symbol, int error) {
+  ErrMsgStrType reason;
+  UnixErr(error, reason, sizeof reason);
+  report(symbol, "ds", static_cast<long>(error), reason);
+}
+
+int waitSeconds() {
+  char value[80];
+  return HostGetEnv("TV_CORE_TIME_OUT", value, sizeof value)
+             ? static_cast<int>(std::strtol(value, nullptr, 10))
+             : defaultWaitSeconds;
+}
+
+void waitForAttachment(int seconds) {
+  printDebuggerBanner("HostCoredump");
+  std::printf("\n    Sleeping for %d seconds before dumping core.\n", seconds);
+  std::printf("    You can now attach a debugger. ");
+  std::printf("    Process Id is %ld\n", static_cast<long>(getpid()));
+  std::fflush(stdout);
+
+  sigset_t blocked;
+  sigfillset(&blocked);
+  for (const int signal : signalsWhileWaiting) sigdelset(&blocked, signal);
+  sigprocmask(SIG_SETMASK, &blocked, nullptr);
+  const std::time_t start = std::time(nullptr);
+  while (std::time(nullptr) - start < seconds) sleep(waitStepSeconds);
+}
+
+void enterCoreDirectory() {
+  HostFnameStrType name;
+  char host[256];
+  if (HostGetHostname(host, sizeof host)) {
+    std::snprintf(name, sizeof name, "coredir%lu-%s", static_cast<unsigned long>(getpid()), host);
+  } else {
+    std::snprintf(name, sizeof name, "coredir%lu-%lu", static_cast<unsigned long>(getpid()),
+                  static_cast<unsigned long>(std::time(nullptr)));
+  }
+  HostExpandFileName(name, coreDirName, sizeof coreDirName);
+  if (mkdir(coreDirName, 0700) != 0) {
+    std::fprintf(stderr, "coredump:  Unable to create core directory %s; errno = %d\n", coreDirName,
+                 errno);
+    return;
+  }
+  if (chdir(coreDirName) != 0) {
+    std::fprintf(stderr, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName, errno);
+    rmdir(coreDirName);
+    return;
+  }
+  madeCoreDir = 1;
+}
+
+void leaveCoreDirectory() {
+  if (madeCoreDir == 0) return;
+  if (chdir("..") == 0) rmdir(coreDirName);
+  madeCoreDir = 0;
+}
+
+void prepareFirstAttempt() {
+  if (fileFlusherFct != nullptr) fileFlusherFct();
+  if (setgid(getgid()) != 0 || setuid(getuid()) != 0) {
+    std::fprintf(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
+  }
+  enterCoreDirectory();
+}
+
+void preparePanicAttempt() {
+  std::fputs("coredump panic: Avoiding user-defined rundown function\n", stderr);
+  std::fputs("coredump panic: disabling errmsg expansion\n", stderr);
+  ErrMsgSetPanicked(1);
+}
+
+// In the child whose image becomes the core.
+[[noreturn]] void dumpCore() {
+  std::signal(SIGINT, SIG_IGN);
+  std::signal(SIGABRT, SIG_DFL);
+  std::signal(SIGQUIT, SIG_DFL);
+  sigset_t quit;
+  sigemptyset(&quit);
+  sigaddset(&quit, SIGQUIT);
+  sigprocmask(SIG_UNBLOCK, &quit, nullptr);
+  kill(getpid(), SIGQUIT);
+
+  constexpr char survived[] = "gross failure in coredump: shouldn't be here!";
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, survived, sizeof survived - 1);
+  _exit(panicExitStatus);
+}
+
+// Moves the child's core file up to where the process was started.
+void keepCore(pid_t child) {
+  char name[32];
+  std::snprintf(name, sizeof name, "core.%u", static_cast<unsigned>(child));
+  char wanted[32];
+  std::snprintf(wanted, sizeof wanted, madeCoreDir != 0 ? "../core%lu" : "core%lu",
+                static_cast<unsigned long>(getpid()));
+  HostFnameStrType target;
+  HostExpandFileName(wanted, target, sizeof target);
+  if (rename(name, target) != 0) {
+    const int reason = errno;
+    report("host.core5", "s", target);
+    reportError("host.core6", reason);
+    return;
+  }
+  leaveCoreDirectory();
+  report("host.core7", "s", target);
+}
+
+// Says why the system may have written no core file here.
+void explainMissingCore() {
+  struct rlimit limit;
+  if (getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
+    VerMessage(stderr, "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
+    return;
+  }
+  char pattern[128] = "";
+  const int file = open("/proc/sys/kernel/core_pattern", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return;
+  const ssize_t length = read(file, pattern, sizeof pattern - 1);
+  close(file);
+  if (length <= 0) return;
+  if (pattern[length - 1] == '\n') pattern[length - 1] = '\0';
+
+  char text[256];
+  if (pattern[0] == '|') {
+    std::snprintf(text, sizeof text,
+                  "The system hands cores to a program (kernel.core_pattern is \"%s\").", pattern);
+  } else if (pattern[0] == '/') {
+    std::snprintf(text, sizeof text,
+                  "The system writes cores elsewhere (kernel.core_pattern is \"%s\").", pattern);
+  } else {
+    return;
+  }
+  VerMessage(stderr, text);
+}
+
+// _Fork rather than vfork: before Linux 5.16 a core dump ended every process that shares the
+// dumping one's memory, and so the parent. Unlike fork it takes no locks, so that it also works in
+// a signal handler.
+pid_t startDumpingChild() {
+  return retryInterrupted([] { return _Fork(); });
+}
+
+BoolType dumpInChild() {
+  const pid_t child = startDumpingChild();
+  if (child == 0) dumpCore();
+  if (child < 0) {
+    reportError("host.core2", errno);
+    return 0;
+  }
+  int status = 0;
+  if (retryInterrupted([&] { return waitpid(child, &status, 0); }) < 0) {
+    reportError("host.core3", errno);
+    return 0;
+  }
+  if (!WIFSIGNALED(status) || !WCOREDUMP(status)) {
+    report("host.core4", nullptr);
+    explainMissingCore();
+    return 0;
+  }
+  keepCore(child);
+  return 1;
+}
+
+}  // namespace
+
+BoolType HostCoredump(BoolType explicitlyRequested) {
+  const int seconds = waitSeconds();
+  if (noHalt != 0) return 1;
+
+  if (coreAttempts == 0) {
+    if (fileFlusherFct != nullptr) fileFlusherFct();
+    if (coreAttempts == 0) {
+      coreAttempts = 1;
+      printStacks();
+    }
+  } else {
+    ++coreAttempts;
+  }
+  if (explicitlyRequested == 0) waitForAttachment(seconds);
+  if (coreAttempts > 2) {
+    std::fputs("coredump panic:  giving up!\n", stderr);
+    _exit(panicExitStatus);
+  }
+
+  HostFatalErr = 1;
+  if (coreAttempts == 1) {
+    prepareFirstAttempt();
+  } else {
+    preparePanicAttempt();
+  }
+
+  std::signal(SIGABRT, SIG_DFL);
+  struct sigaction byDefault = {};
+  byDefault.sa_handler = SIG_DFL;
+  struct sigaction oldChildAction;
+  sigaction(SIGCHLD, &byDefault, &oldChildAction);
+  sigset_t allButChild;
+  sigfillset(&allButChild);
+  sigdelset(&allButChild, SIGCHLD);
+  sigprocmask(SIG_SETMASK, &allButChild, nullptr);
+
+  const BoolType dumped = dumpInChild();
+
+  sigaction(SIGCHLD, &oldChildAction, nullptr);
+  // A panicking process is not asked to run the application down as well.
+  if (coreAttempts == 1 && shutdownFct != nullptr) shutdownFct();
+  return dumped;
+}

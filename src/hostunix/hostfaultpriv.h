@@ -1,0 +1,50 @@
+// The parts of the fault handler: what it knows of a signal, and the report of one that nobody
+// handles.
+#pragma once
+
+#include <csignal>
+
+#include "hostunix/hostfault.h"
+#include "povzeltypes.h"
+
+// A signal as the handler received it. `info` is null when the handler's argument was not usable.
+struct SignalEvent {
+  int signal;
+  siginfo_t* info;
+  ucontext_t* context;
+
+  // A memory access that faulted.
+  bool isFaultSignal() const { return signal == SIGSEGV || signal == SIGBUS; }
+  // Sent by a process or by the program itself, not raised by the hardware or the kernel.
+  bool wasSent() const { return info != nullptr && info->si_code < 1; }
+};
+
+const char* signalName(int signal);
+const char* siCodeText(const siginfo_t* info);
+
+// The instruction at which the signal arrived, or null when the context is not known.
+const void* programCounter(const ucontext_t* context);
+
+// Prints the whole report, a line at a time. Signal-safe.
+void reportUnhandledSignal(const SignalEvent& event);
+
+// The time for the handler's texts: seconds since the epoch.
+long handlerTime();
+
+// The handler that was there before, where it is a function of the program's; null for the default
+// action, for ignoring, and for our own handler.
+struct sigaction* rememberedHandler(int signal);
+
+// Forgets every remembered handler without putting it back.
+void forgetOldHandlers();
+
+// Whether `address` lies in this library's code. Signal-safe.
+bool isInThisLibrary(const void* address);
+
+// Shared with the other fatal paths (hostfault.cpp).
+extern HostFaultFuncType* fileFlusherFct;  // the application's callbacks; null for none
+extern HostFaultFuncType* shutdownFct;
+extern BoolType HostFatalErr;
+
+// Puts the switches of the handler back to what they are at start.
+void resetFaultSwitches();

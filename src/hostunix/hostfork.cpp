@@ -1,0 +1,214 @@
+#include <fcntl.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "errmsg.h"
+#include "hostunix/hostenv.h"
+#include "hostunix/hostforkpriv.h"
+#include "hostunix/hostprocess.h"
+#include "hostunix/hostunixpriv.h"
+#include "unixerr.h"
+#include "utlheap.h"
+
+namespace {
+
+constexpr char reconnectVariable[] = "TARVOLIN_NRS_ALL";
+constexpr std::size_t reconnectSize = 2048;
+constexpr char directoryTag[] = "#dir";
+
+// The caller's buffer for the reason of a failure.
+struct FailureText {
+  char* text;
+  ArraySizeType size;
+
+  template <typename... Arguments>
+  bool fail(const char* symbol, const char* kinds, Arguments... arguments) const {
+    if (text != nullptr && size > 0) ErrMsgSymToText(symbol, text, size, kinds, arguments...);
+    return false;
+  }
+  bool failedCall(const char* call, int error) const {
+    ErrMsgStrType reason;
+    UnixErr(error, reason, sizeof reason);
+    return fail("host.syscallfailed", "ss", call, reason);
+  }
+};
+
+// Reads the user's groups here, because the child must not search the group database: another
+// thread may have been in it when the process forked.
+void readGroups(ForkPlan& plan) {
+  for (int room = 64;; room *= 2) {
+    plan.groups = static_cast<gid_t*>(std::malloc(static_cast<std::size_t>(room) * sizeof(gid_t)));
+    if (plan.groups == nullptr) {
+      plan.groupsError = ENOMEM;
+      return;
+    }
+    plan.groupCount = room;
+    if (getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return;
+    std::free(plan.groups);
+  }
+}
+
+bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureText& failure) {
+  errno = 0;
+  const struct passwd* entry = getpwnam(user);
+  if (entry == nullptr) {
+    ErrMsgStrType reason;
+    UnixErr(errno, reason, sizeof reason);
+    return failure.fail("host.fork1", "s", reason);
+  }
+  if (parentUid != 0 && parentUid != entry->pw_uid) return failure.fail("host.fork1a", "s", user);
+  plan.byDaemon = true;
+  std::snprintf(plan.userName, sizeof plan.userName, "%s", entry->pw_name);
+  std::snprintf(plan.homeDirectory, sizeof plan.homeDirectory, "%s", entry->pw_dir);
+  plan.uid = entry->pw_uid;
+  plan.gid = entry->pw_gid;
+  plan.setsGroups = parentUid == 0 && plan.uid != 0;
+  if (plan.setsGroups) readGroups(plan);
+  return true;
+}
+
+// Adds the working directory to the value of TARVOLIN_NRS_ALL (2048 bytes), before a '!' at its
+// end, unless it names a directory already or has no room.
+void addWorkingDirectory(char* value, const char* directory) {
+  if (std::strstr(value, directoryTag) != nullptr && std::strstr(value, directory) != nullptr) {
+    return;
+  }
+  std::size_t length = std::strlen(value);
+  if (length + std::strlen(directory) + 5 >= reconnectSize) return;
+  const bool endsInMark = length > 0 && value[length - 1] == '!';
+  if (endsInMark) --length;
+  std::snprintf(value + length, reconnectSize - length, "%s:%s%s", directoryTag, directory,
+                endsInMark ? "!" : "");
+}
+
+void planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
+  if (plan.isServer) {
+    char descriptor[16];
+    std::snprintf(descriptor, sizeof descriptor, "%d", plan.pipeWrite);
+    environment.set("TARVOLIN_SERVER_PIPE", descriptor);
+  }
+  if (!plan.byDaemon) return;
+  environment.set("HOME", plan.homeDirectory);
+  environment.set("USER", plan.userName);
+  environment.set("LOGNAME", plan.userName);
+  environment.set("PATH", "/bin:/usr/bin:/usr/ucb");
+  char reconnect[reconnectSize] = "";
+  HostGetEnv(reconnectVariable, reconnect, sizeof reconnect);
+  if (plan.workingDir != nullptr) addWorkingDirectory(reconnect, plan.workingDir);
+  environment.set(reconnectVariable, reconnect);
+}
+
+// Waits for the server's byte.
+bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const FailureText& failure) {
+  close(plan.pipeWrite);
+  char ready;
+  const ssize_t received = retryInterrupted([&] { return read(plan.pipeRead, &ready, 1); });
+  const int readError = errno;
+  close(plan.pipeRead);
+  if (received < 0) return failure.failedCall("read", readError);
+  *thePid = child;
+  if (received == 0) return failure.fail("host.serverfailed", nullptr);
+  return true;
+}
+
+bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
+  std::fflush(stderr);
+  std::fflush(stdout);
+  if (plan.isServer) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return failure.failedCall("pipe", errno);
+    plan.pipeRead = ends[0];
+    plan.pipeWrite = ends[1];
+  }
+  ChildEnvironment environment;
+  planEnvironment(plan, environment);
+
+  const pid_t child = retryInterrupted([] { return fork(); });
+  if (child == 0) runForkedChild(plan, environment);
+  if (child < 0) {
+    const int forkError = errno;
+    if (plan.isServer) {
+      close(plan.pipeRead);
+      close(plan.pipeWrite);
+    }
+    return failure.failedCall("fork", forkError);
+  }
+  ErrMsgReset();
+  if (plan.isServer) return awaitServer(plan, child, thePid, failure);
+  *thePid = child;
+  return true;
+}
+
+BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
+                     const FailureText& failure) {
+  PidType ignored;
+  if (thePid == nullptr) thePid = &ignored;
+  const uid_t parentUid = geteuid();
+  plan.pipeRead = -1;
+  plan.pipeWrite = -1;
+  const bool started = (user == nullptr || planUser(plan, user, parentUid, failure)) &&
+                       startChild(plan, thePid, failure);
+  std::free(plan.groups);
+  return started;
+}
+
+}  // namespace
+
+ChildEnvironment::ChildEnvironment() {
+  std::size_t present = 0;
+  while (environ != nullptr && environ[present] != nullptr) ++present;
+  capacity_ = present + spare;
+  entries_ = static_cast<char**>(std::calloc(capacity_ + 1, sizeof(char*)));
+  if (entries_ == nullptr) return;
+  for (; count_ < present; ++count_) entries_[count_] = environ[count_];
+}
+
+ChildEnvironment::~ChildEnvironment() {
+  for (char* text : owned_) std::free(text);
+  std::free(entries_);
+}
+
+void ChildEnvironment::set(const char* name, const char* value) {
+  if (entries_ == nullptr || ownedCount_ == spare) return;
+  const std::size_t nameLength = std::strlen(name);
+  const std::size_t size = nameLength + std::strlen(value) + 2;
+  char* text = static_cast<char*>(std::malloc(size));
+  if (text == nullptr) return;
+  std::snprintf(text, size, "%s=%s", name, value);
+  owned_[ownedCount_++] = text;
+  for (std::size_t index = 0; index < count_; ++index) {
+    if (std::strncmp(entries_[index], text, nameLength + 1) != 0) continue;
+    entries_[index] = text;
+    return;
+  }
+  if (count_ < capacity_) entries_[count_++] = text;
+}
+
+void ChildEnvironment::enter() {
+  if (entries_ != nullptr) environ = entries_;
+}
+
+BoolType HostFork(const char* cmd, const char* user, long /*unused1*/, char* msg,
+                  ArraySizeType msgLength, const char* clientHost, const char* logName,
+                  const char* workingDir, PidType* thePid) {
+  ForkPlan plan{};
+  plan.cmd = cmd;
+  plan.clientHost = clientHost;
+  plan.logName = logName;
+  plan.workingDir = workingDir;
+  return forkProcess(plan, user, thePid, {msg, msgLength});
+}
+
+BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength, PidType* thePid) {
+  if (thePid != nullptr) *thePid = 0;
+  ForkPlan plan{};
+  plan.cmd = cmd;
+  plan.workingDir = ".";
+  plan.isServer = true;
+  return forkProcess(plan, nullptr, thePid, {msg, msgLength});
+}

@@ -1,0 +1,265 @@
+// The child between fork and exec. Other threads of the parent are gone, with whatever locks they
+// held. The C library makes memory and streams usable again in the child, and the catalogue holds
+// its mutex across the fork, so messages, logs and file names may be used here; the environment
+// and the group database may not, and what is needed of them comes in the plan.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "errmsg.h"
+#include "hostunix/hostfaultpriv.h"
+#include "hostunix/hostfiles.h"
+#include "hostunix/hostfname.h"
+#include "hostunix/hostforkpriv.h"
+#include "hostunix/hostids.h"
+#include "hostunix/hostsignalspriv.h"
+#include "hostunix/hostunixpriv.h"
+#include "hostunix/hostusers.h"
+#include "unixerr.h"
+#include "unixio.h"
+#include "utl/utllogname.h"
+#include "utlheap.h"
+#include "vermsg.h"
+
+namespace {
+
+constexpr int childFailureStatus = 3;
+constexpr int firstClosedDescriptor = 8;
+constexpr int lastClosedDescriptor = 15;
+constexpr char defaultLogName[] = "%N%P%M.log";
+constexpr char blanks[] = " \t\n";
+
+// The application's shutdown callback is not run by a child that fails: it belongs to the parent.
+HostFaultFuncType* keptShutdown = nullptr;
+
+[[noreturn]] void endChild() {
+  shutdownFct = keptShutdown;
+  _exit(childFailureStatus);
+}
+
+template <typename... Arguments>
+void message(FILE* stream, const char* symbol, const char* kinds, Arguments... arguments) {
+  ErrMsgStrType text;
+  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
+  VerMessage(stream, text);
+}
+
+void errorMessage(FILE* stream, const char* symbol, int error) {
+  ErrMsgStrType reason;
+  UnixErr(error, reason, sizeof reason);
+  message(stream, symbol, "s", reason);
+}
+
+// Ends a box with the reason, and the child.
+[[noreturn]] void endChildWithReason(int error) {
+  errorMessage(stderr, "host.fork4", error);
+  VerEndEdge(stderr);
+  endChild();
+}
+
+// Reports a failed system call outside any box, and ends the child.
+[[noreturn]] void endChildAfterCall(const char* call, int error) {
+  ErrMsgStrType reason;
+  UnixErr(error, reason, sizeof reason);
+  std::fprintf(stderr, "%s failure, errno = %ld,  at time = %ld\n     %s\n", call,
+               static_cast<long>(error), static_cast<long>(std::time(nullptr)), reason);
+  endChild();
+}
+
+void setCloseOnExec(int descriptor, bool closes) {
+  const int flags = fcntl(descriptor, F_GETFD);
+  if (flags == -1) return;
+  fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
+}
+
+void closeInherited(const ForkPlan& plan) {
+  for (int descriptor = firstClosedDescriptor; descriptor <= lastClosedDescriptor; ++descriptor) {
+    if (descriptor != plan.pipeWrite) close(descriptor);
+  }
+}
+
+std::size_t countWords(const char* text) {
+  std::size_t count = 0;
+  for (text += std::strspn(text, blanks); *text != '\0'; text += std::strspn(text, blanks)) {
+    text += std::strcspn(text, blanks);
+    ++count;
+  }
+  return count;
+}
+
+// Splits `cmd` at blanks, tabs and new lines into a null-terminated vector of heap copies.
+const char** splitCommand(const char* cmd) {
+  const std::size_t count = countWords(cmd);
+  auto** argv = static_cast<const char**>(
+      UtlMalloc((count + 1) * sizeof(char*), "HostFork (creating an argv)"));
+  if (argv == nullptr) endChild();
+  for (std::size_t index = 0; index < count; ++index) {
+    cmd += std::strspn(cmd, blanks);
+    const std::size_t length = std::strcspn(cmd, blanks);
+    auto* word = static_cast<char*>(UtlMalloc(length + 1, "HostFork (argv)"));
+    if (word == nullptr) endChild();
+    std::memcpy(word, cmd, length);
+    word[length] = '\0';
+    argv[index] = word;
+    cmd += length;
+  }
+  argv[count] = nullptr;
+  return argv;
+}
+
+[[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
+  VerLeadingEdge(stderr);
+  message(stderr, symbol, "d", static_cast<long>(getpid()));
+  endChildWithReason(error);
+}
+
+// Becomes the daemon's user.
+void takeIdentity(const ForkPlan& plan) {
+  if (plan.setsGroups) {
+    if (plan.groups == nullptr) endChildAfterIdentity("host.fork13", plan.groupsError);
+    if (setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
+      endChildAfterIdentity("host.fork13", errno);
+    }
+  }
+  if (setgid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
+  if (setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
+}
+
+// Expands a log-name template and then the file name that it gives.
+bool expandTemplate(const ForkPlan& plan, const char* text, const char* program,
+                    HostFnameStrType result) {
+  HostFnameStrType name;
+  const char* user = plan.byDaemon ? plan.userName : nullptr;
+  const char* home = plan.byDaemon ? plan.homeDirectory : nullptr;
+  if (!UtlExpandLogName(text, name, sizeof name, program, user, home, nullptr, 0)) return false;
+  HostExpandFileName(name, result, sizeof(HostFnameStrType));
+  return true;
+}
+
+void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
+  HostFnameStrType directory;
+  if (plan.workingDir == nullptr || !expandTemplate(plan, plan.workingDir, program, directory)) {
+    if (plan.byDaemon) {
+      std::snprintf(directory, sizeof directory, "%s", plan.homeDirectory);
+    } else {
+      HostGetHomeDir(HostGetUserName(), directory);
+    }
+  }
+  if (chdir(directory) == 0) return;
+  const int reason = errno;
+  message(stderr, "host.fork11", "s", directory);
+  endChildWithReason(reason);
+}
+
+void openNullInput() {
+  close(STDIN_FILENO);
+  const int input = open("/dev/null", O_RDONLY);
+  if (input < 0 || input == STDIN_FILENO) return;
+  dup2(input, STDIN_FILENO);
+  close(input);
+}
+
+int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
+  const char* text = plan.logName != nullptr ? plan.logName : defaultLogName;
+  if (!expandTemplate(plan, text, program, name)) {
+    HostFnameStrType plain;
+    std::snprintf(plain, sizeof plain, "lanvex%lu.log", static_cast<unsigned long>(getpid()));
+    HostExpandFileName(plain, name, sizeof(HostFnameStrType));
+  }
+  int log;
+  {
+    const RealIds ids(!plan.byDaemon);
+    log = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
+  }
+  if (log >= 0) return log;
+  const int reason = errno;
+  VerLeadingEdge(stderr);
+  message(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
+  errorMessage(stderr, "host.fork13", reason);
+  VerEndEdge(stderr);
+  endChild();
+}
+
+void writeLogHeader(FILE* stream, const ForkPlan& plan) {
+  VerLeadingEdge(stream);
+  ErrMsgStrType title;
+  ErrMsgSymToText(plan.byDaemon ? "host.fork9a" : "host.fork9b", title, sizeof title, nullptr);
+  VerCenteredMessage(stream, title);
+  VerMessage(stream, "");
+  if (plan.clientHost != nullptr) message(stream, "host.forkClient", "s", plan.clientHost);
+  VerInfo(stream, nullptr);
+  message(stream, "host.fork10", "s", plan.cmd);
+  VerEndEdge(stream);
+  std::fflush(stream);
+}
+
+[[noreturn]] void endChildAfterLogCall(const char* format, int log, int error) {
+  ErrMsgStrType reason;
+  UnixErr(error, reason, sizeof reason);
+  char call[64];
+  std::snprintf(call, sizeof call, format, log);
+  std::fprintf(stderr, "%s failed, errno = %ld, at time = %ld\n     %s\n", call,
+               static_cast<long>(error), static_cast<long>(std::time(nullptr)), reason);
+  endChild();
+}
+
+// Client mode: output and errors go to the log, which begins with a header.
+FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& environment) {
+  HostFnameStrType name;
+  const int log = openLog(plan, program, name);
+  environment.set("TARVOLIN_CHILD_LOG", name);
+  if (dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
+  if (dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
+  setCloseOnExec(log, true);
+  setCloseOnExec(STDOUT_FILENO, false);
+  setCloseOnExec(STDERR_FILENO, false);
+  openNullInput();
+  FILE* stream = fdopen(STDOUT_FILENO, "a");
+  if (stream == nullptr) endChildAfterLogCall("fdopen(%d, \"a\")", STDOUT_FILENO, errno);
+  writeLogHeader(stream, plan);
+  return stream;
+}
+
+// Server mode: output and errors stay where they are, and the ready pipe is handed over.
+FILE* keepOutput(const ForkPlan& plan) {
+  setCloseOnExec(plan.pipeWrite, false);
+  setCloseOnExec(STDOUT_FILENO, false);
+  setCloseOnExec(STDERR_FILENO, false);
+  openNullInput();
+  return stderr;
+}
+
+}  // namespace
+
+void runForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
+  keptShutdown = shutdownFct;
+  shutdownFct = nullptr;
+  if (plan.isServer) close(plan.pipeRead);
+  environment.enter();
+  closeInherited(plan);
+  ErrMsgReset();
+  const char** argv = splitCommand(plan.cmd);
+  const char* program = argv[0] != nullptr ? argv[0] : "";
+  if (setsid() < 0) endChildAfterCall("setsid()", errno);
+  if (plan.byDaemon) takeIdentity(plan);
+  enterWorkingDirectory(plan, program);
+  FILE* log = plan.isServer ? keepOutput(plan) : startLog(plan, program, environment);
+
+  UNIXIO_DO_SIGNAL(SIGINT, ignoreSignal, nullptr);
+  shutdownFct = keptShutdown;
+  UnixIoExecv(program, argv);
+
+  const int reason = errno;
+  VerLeadingEdge(log);
+  message(log, "host.fork12", nullptr);
+  errorMessage(log, "host.fork4", reason);
+  VerEndEdge(log);
+  std::fflush(log);
+  if (!plan.isServer) std::fclose(log);
+  _exit(childFailureStatus);
+}

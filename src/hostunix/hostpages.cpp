@@ -1,0 +1,96 @@
+#include "hostunix/hostpages.h"
+
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "hostunix/hostpagespriv.h"
+#include "utl/utlsystem.h"
+
+namespace {
+
+struct protectedSType {
+  char* pageAddr;  // null: the slot is free
+  HostProtectHandlerFType protectHandler;
+};
+
+protectedSType protectedPages[HostMaxProtectedPages];
+
+// Read once outside any handler; HostProtectPage always comes before a page can fault.
+std::size_t pageSize = 0;
+
+protectedSType* slotOf(const char* pageAddr) {
+  for (protectedSType& slot : protectedPages) {
+    if (slot.pageAddr == pageAddr) return &slot;
+  }
+  return nullptr;
+}
+
+bool covers(const protectedSType& slot, const char* faultAddr) {
+  return faultAddr == nullptr ||
+         (faultAddr >= slot.pageAddr && faultAddr < slot.pageAddr + pageSize);
+}
+
+// A page that the system refuses to unprotect is most likely unmapped: its slot is of no use either
+// way.
+bool unprotect(protectedSType& slot) {
+  const bool done = mprotect(slot.pageAddr, pageSize, PROT_READ | PROT_WRITE) == 0;
+  slot = {};
+  return done;
+}
+
+}  // namespace
+
+void forgetProtectedPages() {
+  for (protectedSType& slot : protectedPages) slot = {};
+}
+
+bool handleGuardPageAccess(char* faultAddr) {
+  bool unprotected = false;
+  for (protectedSType& slot : protectedPages) {
+    if (slot.pageAddr == nullptr || !covers(slot, faultAddr)) continue;
+    if (!slot.protectHandler(slot.pageAddr, faultAddr)) continue;
+    unprotected |= unprotect(slot);
+    if (faultAddr != nullptr) break;
+  }
+  return unprotected;
+}
+
+BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErrorSType* err) {
+  pageSize = static_cast<std::size_t>(UtlGetPageSize());
+  const auto size = static_cast<long>(pageSize);
+  if (reinterpret_cast<std::uintptr_t>(pageAddr) % pageSize != 0) {
+    SysErrorSet(err, -1, "Page pointer %p was not aligned on page boundary %ld.",
+                static_cast<void*>(pageAddr), size);
+    return 0;
+  }
+  protectedSType* slot = slotOf(pageAddr);
+  if (slot == nullptr) slot = slotOf(nullptr);
+  if (slot == nullptr) {
+    SysErrorSet(err, -1, "System only supports protecting %d pages.", HostMaxProtectedPages);
+    return 0;
+  }
+  // The slot is filled before the page can fault: another thread may touch it at once.
+  const protectedSType before = *slot;
+  *slot = {pageAddr, handler};
+  if (mprotect(pageAddr, pageSize, PROT_NONE) == 0) return 1;
+  const int reason = errno;
+  *slot = before;
+  SysErrorSet(err, reason, "mprotect(%p,%ld,PROT_NONE)", static_cast<void*>(pageAddr), size);
+  return 0;
+}
+
+BoolType HostUnProtectPage(char* pageAddr) {
+  protectedSType* slot = pageAddr != nullptr ? slotOf(pageAddr) : nullptr;
+  if (slot == nullptr) return 0;
+  return unprotect(*slot);
+}
+
+BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes) {
+  return mprotect(addr, numBytes, PROT_READ) == 0;
+}
+
+BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes) {
+  return mprotect(addr, numBytes, PROT_READ | PROT_WRITE) == 0;
+}

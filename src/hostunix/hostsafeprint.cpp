@@ -1,0 +1,121 @@
+#include "hostunix/hostsafeprint.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "hostunix/hostsafeprintpriv.h"
+#include "utl/errnokeeper.h"
+
+namespace {
+
+// The line as it grows; characters beyond its end are dropped.
+struct LineWriter {
+  char* next;
+  char* last;  // where the terminator goes at the latest
+
+  void put(char character) {
+    if (next < last) *next++ = character;
+  }
+  void put(const char* text) {
+    for (; *text != '\0'; ++text) put(*text);
+  }
+  void putNumber(unsigned long value, unsigned base) {
+    char digits[3 * sizeof value];
+    char* first = digits + sizeof digits;
+    do {
+      *--first = "0123456789abcdef"[value % base];
+      value /= base;
+    } while (value != 0);
+    for (; first < digits + sizeof digits; ++first) put(*first);
+  }
+  void putSigned(long value) {
+    auto magnitude = static_cast<unsigned long>(value);
+    if (value < 0) {
+      put('-');
+      magnitude = 0 - magnitude;
+    }
+    putNumber(magnitude, 10);
+  }
+  void putPointer(const void* pointer) {
+    if (pointer == nullptr) {
+      put("(nil)");
+      return;
+    }
+    put("0x");
+    putNumber(reinterpret_cast<std::uintptr_t>(pointer), 16);
+  }
+};
+
+// int and long are one width here, so an 'l' needs no case of its own.
+static_assert(sizeof(int) == sizeof(long));
+
+}  // namespace
+
+void safeFormatList(char* buffer, std::size_t size, const char* format, std::va_list arguments) {
+  LineWriter out{buffer, buffer + size - 1};
+  for (; *format != '\0'; ++format) {
+    if (*format != '%') {
+      out.put(*format);
+      continue;
+    }
+    const char* directive = format;
+    ++format;
+    if (*format == 'l') ++format;
+    switch (*format) {
+      case 'd':
+        out.putSigned(va_arg(arguments, long));
+        break;
+      case 'u':
+        out.putNumber(va_arg(arguments, unsigned long), 10);
+        break;
+      case 'x':
+        out.putNumber(va_arg(arguments, unsigned long), 16);
+        break;
+      case 'p':
+        out.putPointer(va_arg(arguments, void*));
+        break;
+      case 's':
+        out.put(va_arg(arguments, const char*));
+        break;
+      case '%':
+        out.put('%');
+        break;
+      default:
+        out.put('%');
+        format = directive;
+        break;
+    }
+  }
+  *out.next = '\0';
+}
+
+void safeFormat(char* buffer, std::size_t size, const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  safeFormatList(buffer, size, format, arguments);
+  va_end(arguments);
+}
+
+void safePrint(const char* format, ...) {
+  SafeLine line;
+  std::va_list arguments;
+  va_start(arguments, format);
+  safeFormatList(line, sizeof line, format, arguments);
+  va_end(arguments);
+  HostSignalSafePrint(line);
+}
+
+void HostSignalSafePrint(const char* msg) {
+  const ErrnoKeeper keepErrno;
+  std::size_t left = 0;
+  while (msg[left] != '\0') ++left;
+  while (left > 0) {
+    const ssize_t written = write(STDERR_FILENO, msg, left);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    msg += written;
+    left -= static_cast<std::size_t>(written);
+  }
+}

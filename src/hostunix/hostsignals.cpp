@@ -1,0 +1,92 @@
+#include "hostunix/hostsignals.h"
+
+#include <sys/time.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "hostunix/hostsignalspriv.h"
+#include "unixio.h"
+#include "utl/errnokeeper.h"
+
+namespace {
+
+bool interruptsAreDisabled = false;
+struct sigaction oldSigVtalrm;
+
+itimerval timerOf(long milliseconds) {
+  const timeval period{milliseconds / 1000, milliseconds % 1000 * 1000};
+  return {period, period};
+}
+
+void setInterrupts(bool disable) {
+  const ErrnoKeeper keeper;
+  if (interruptsAreDisabled == disable) return;
+  sigset_t mask;
+  if (disable) {
+    sigfillset(&mask);
+  } else {
+    sigemptyset(&mask);
+  }
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  interruptsAreDisabled = disable;
+}
+
+}  // namespace
+
+void ignoreUnlessHandled(int signal) {
+  struct sigaction previous;
+  UNIXIO_DO_SIGNAL(signal, ignoreSignal, &previous);
+  if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
+    sigaction(signal, &previous, nullptr);
+  }
+}
+
+void forgetProfTimer() {
+  oldSigVtalrm = {};
+}
+
+void HostIgnoreSigTerm() {
+  UNIXIO_DO_SIGNAL(SIGTERM, ignoreSignal, nullptr);
+}
+
+void HostIgnoreSigIo() {
+  UNIXIO_DO_SIGNAL(SIGIO, ignoreSignal, nullptr);
+}
+
+void HostEnableKbInt(HostKbIntFuncType* routine) {
+  struct sigaction previous;
+  UNIXIO_DO_SIGNAL(SIGINT, ignoreSignal, &previous);
+  if (previous.sa_handler != SIG_IGN) UNIXIO_DO_SIGNAL_1ARG(SIGINT, routine, nullptr);
+}
+
+void HostDisableInterrupts() {
+  setInterrupts(true);
+}
+
+void HostEnableInterrupts() {
+  setInterrupts(false);
+}
+
+void HostBeginSampling(const char* file) {
+  std::printf("Error -- Profiling (to file %s) not enabled in this executable.\n", file);
+  std::fflush(stdout);
+}
+
+void HostStopSampling() {
+  std::puts("Error -- profiling not enabled in this executable.");
+  std::fflush(stdout);
+}
+
+BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func) {
+  UNIXIO_DO_SIGNAL_1ARG(SIGVTALRM, func, &oldSigVtalrm);
+  const itimerval timer = timerOf(millisec);
+  return setitimer(ITIMER_VIRTUAL, &timer, nullptr) == 0;
+}
+
+void HostStopProfTimer() {
+  const itimerval stopped = timerOf(0);
+  setitimer(ITIMER_VIRTUAL, &stopped, nullptr);
+  sigaction(SIGVTALRM, &oldSigVtalrm, nullptr);
+  oldSigVtalrm = {};
+}

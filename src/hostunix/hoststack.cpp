@@ -1,0 +1,107 @@
+// Runs in signal handlers: programs are started with _Fork, which unlike fork takes no lock and
+// calls no fork handlers, and all own output goes through HostSignalSafePrint.
+#include "hostunix/hoststack.h"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "atomics.h"
+#include "hostunix/hostfiles.h"
+#include "hostunix/hostfname.h"
+#include "hostunix/hostsafeprint.h"
+#include "hostunix/hostsafeprintpriv.h"
+#include "hostunix/hoststackpriv.h"
+#include "utl/errnokeeper.h"
+
+namespace {
+
+BoolType printingStacks = 0;
+PrintStackFuncType* SmalltalkPrintStackFunc = nullptr;
+
+constexpr int reapPauseMilliseconds = 50;
+
+// In the child. The handler's blocked signals would stay blocked in the program.
+[[noreturn]] void execProgram(const char* program, const char* const* argv) {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execv(program, const_cast<char* const*>(argv));
+
+  const int reason = errno;
+  SafeLine arguments;
+  char* next = arguments;
+  *next = '\0';
+  for (; *argv != nullptr; ++argv) {
+    safeFormat(next, static_cast<std::size_t>(arguments + sizeof arguments - next),
+               next == arguments ? "%s" : " %s", *argv);
+    while (*next != '\0') ++next;
+  }
+  safePrint("\n    Problem with exev()\n  cmd=%s\n  args=%s\n  errno=%d.\n", program, arguments,
+            reason);
+  _exit(0);
+}
+
+// Runs a program and waits until it is gone, whoever reaps it.
+bool runAndWait(const char* program, const char* const* argv) {
+  const pid_t child = _Fork();
+  if (child < 0) {
+    safePrint("  Problem calling fork, errno=%d\n", errno);
+    return false;
+  }
+  if (child == 0) execProgram(program, argv);
+  for (;;) {
+    const pid_t reaped = waitpid(child, nullptr, 0);
+    if (reaped == child) {
+      poll(nullptr, 0, reapPauseMilliseconds);
+    } else if (reaped != -1) {
+      safePrint("Problem calling waitpid(), result = %d, errno = %d\n", reaped, errno);
+      return false;
+    } else if (errno == ECHILD) {
+      return true;
+    }
+  }
+}
+
+}  // namespace
+
+void printStacks() {
+  if (HostAsmSyncOr(&printingStacks, 1) != 0) return;
+  HostPrintMyCStack();
+  if (SmalltalkPrintStackFunc != nullptr) SmalltalkPrintStackFunc();
+  HostAsmSyncAnd(&printingStacks, 0);
+}
+
+void HostPrintCStack(PidType forPid) {
+  if (forPid == -1) return;
+  const ErrnoKeeper keeper;
+  safePrint("\nBegin attempt to print C-level stack for PID %d at: ", forPid);
+  const char* const date[] = {"sh", "-c", "date", nullptr};
+  runAndWait("/bin/sh", date);
+  HostSignalSafePrint("\n");
+
+  HostFnameStrType printer;
+  HostExpandFileName("$TARVOLIN/bin/gstack", printer, sizeof printer);
+  HostErrSType ignored;
+  if (HostFileExist(printer, &ignored)) {
+    char id[16];
+    safeFormat(id, sizeof id, "%d", forPid);
+    const char* const gstack[] = {"gstack", id, nullptr};
+    runAndWait(printer, gstack);
+  } else {
+    safePrint("  Warning: Unable to print C call stack.  '%s' file not found\n", "gstack");
+    HostSignalSafePrint("\nC-level stack not available\n");
+  }
+  safePrint("\nEnd of C-level stack for PID %d\n\n", forPid);
+}
+
+void HostPrintMyCStack() {
+  HostPrintCStack(getpid());
+}
+
+void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* function) {
+  SmalltalkPrintStackFunc = function;
+}
