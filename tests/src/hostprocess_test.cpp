@@ -1,0 +1,272 @@
+#include "hostunix/hostprocess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "child.h"
+#include "hostunix/hostfault.h"
+#include "hostunix/hostinit.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+int statusOf(PidType child) {
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return status;
+}
+
+// A directory in which any user may write, with a script that a child runs.
+class HostForking : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { HostInit(); }
+  void SetUp() override {
+    directory_ = fs::current_path() / "fork";
+    fs::create_directory(directory_);
+    fs::permissions(directory_, fs::perms::all);
+    fs::permissions(fs::current_path(), fs::perms::all);
+  }
+  void TearDown() override { fs::remove_all(directory_); }
+
+  std::string at(const std::string& name) const { return directory_ / name; }
+  std::string script(const std::string& text) const {
+    writeFile(at("script"), text);
+    return "\t/bin/sh  " + at("script") + "\n argument ";
+  }
+
+  fs::path directory_;
+  char why_[2049] = "";
+  PidType child_ = -1;
+};
+
+TEST_F(HostForking, ServerSaysWhenItIsReady) {
+  const std::string cmd = script(
+      "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"\n"
+      "ls -l /proc/$$/fd > fds\n"
+      "cut -d' ' -f6 /proc/$$/stat > session; echo $$ >> session\n"
+      "pwd > cwd; readlink /proc/$$/fd/0 >> cwd; cat /proc/self/status > status\n");
+  const int inherited = open("/dev/null", O_RDONLY);
+  ASSERT_EQ(dup2(inherited, 9), 9);
+  fs::current_path(directory_);
+  ASSERT_TRUE(HostForkServer(cmd.c_str(), why_, sizeof why_, &child_)) << why_;
+  fs::current_path("..");
+  close(9);
+  close(inherited);
+  EXPECT_EQ(statusOf(child_), 0);
+  const std::string pid = std::to_string(child_);
+  EXPECT_EQ(readFile(at("session")), pid + "\n" + pid + "\n");
+  EXPECT_EQ(readFile(at("cwd")), directory_.string() + "\n/dev/null\n");
+  EXPECT_FALSE(contains(readFile(at("fds")), " 9 -> "));
+  EXPECT_TRUE(contains(readFile(at("fds")), "pipe:"));
+  EXPECT_TRUE(contains(readFile(at("status")), "SigBlk:\t0000000000000000"));
+  EXPECT_TRUE(contains(readFile(at("status")), "SigIgn:\t0000000010000002"))
+      << readFile(at("status"));
+}
+
+TEST_F(HostForking, ServerThatEndsWithoutAWordHasFailed) {
+  EXPECT_FALSE(HostForkServer(script("exit 5").c_str(), why_, sizeof why_, &child_));
+  EXPECT_STREQ(why_, "[host.serverfailed]");
+  ASSERT_GT(child_, 0);
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 5);
+
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(HostForkServer("/nonexistent/server", why_, sizeof why_, &child_));
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
+  const std::string report = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(contains(report, "[host.fork12]")) << report;
+  EXPECT_TRUE(contains(report, "[host.fork4 [unixerr.part1 2][unixerr.ENOENT]]")) << report;
+}
+
+TEST_F(HostForking, ClientLogsWhatItWrites) {
+  const std::string cmd = script("echo out; echo err >&2; echo \"log=$TARVOLIN_CHILD_LOG\"; pwd");
+  ASSERT_TRUE(HostFork(cmd.c_str(), nullptr, 0, why_, sizeof why_, "client.host",
+                       at("%N-%P.log").c_str(), directory_.c_str(), &child_))
+      << why_;
+  EXPECT_EQ(statusOf(child_), 0);
+  const std::string name = at("sh-" + std::to_string(child_) + ".log");
+  const std::string log = readFile(name);
+  std::size_t from = 0;
+  for (const std::string& part :
+       {std::string(" ____"), std::string("[host.fork9b]"),
+        std::string("[host.forkClient client.host]"), std::string("[version.version 6.7"),
+        std::string("[host.fork10 \t/bin/sh"), std::string("|____"),
+        std::string("out\nerr\nlog=" + name + "\n" + directory_.string())}) {
+    from = log.find(part, from);
+    ASSERT_NE(from, std::string::npos) << part << " in\n" << log;
+  }
+
+  ASSERT_TRUE(HostFork("/nonexistent/client", nullptr, 0, why_, sizeof why_, nullptr,
+                       at("failed.log").c_str(), directory_.c_str(), &child_));
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
+  EXPECT_TRUE(contains(readFile(at("failed.log")), "[host.fork12]"));
+}
+
+TEST_F(HostForking, ClientWithoutALogEnds) {
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, "/nonexistent/x.log",
+                       directory_.c_str(), &child_));
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
+  const std::string report = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(contains(report, "[host.fork7 " + std::to_string(child_) + " /nonexistent/x.log]"))
+      << report;
+  EXPECT_TRUE(contains(report, "[host.fork13 [unixerr.part1 2][unixerr.ENOENT]]"));
+
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, nullptr,
+                       "/nonexistent/dir", &child_));
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
+  EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "[host.fork11 /nonexistent/dir]"));
+}
+
+TEST_F(HostForking, DaemonStartsProcessesOfUsers) {
+  const struct passwd* nobody = getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  const std::string tag = "#dir:" + directory_.string();
+  const std::string named = "#dir:/y " + directory_.string();
+  const std::pair<std::string, std::string> cases[] = {
+      {"x!", "x" + tag + "!"}, {"x", "x" + tag}, {"", tag}, {named, named}};
+  for (const auto& [before, after] : cases) {
+    setenv("TARVOLIN_NRS_ALL", before.c_str(), 1);
+    const std::string cmd =
+        script("echo \"$HOME|$USER|$LOGNAME|$PATH|$TARVOLIN_NRS_ALL|$(id -u)|$(id -G)\" > who");
+    ASSERT_TRUE(HostFork(cmd.c_str(), "nobody", 0, why_, sizeof why_, nullptr, at("%U.log").c_str(),
+                         directory_.c_str(), &child_))
+        << why_;
+    EXPECT_EQ(statusOf(child_), 0);
+    EXPECT_EQ(readFile(at("who")),
+              std::string(nobody->pw_dir) + "|nobody|nobody|/bin:/usr/bin:/usr/ucb|" + after + "|" +
+                  std::to_string(nobody->pw_uid) + "|" + std::to_string(nobody->pw_gid) + "\n");
+    EXPECT_TRUE(contains(readFile(at("nobody.log")), "[host.fork9a]"));
+    fs::remove(at("who"));
+  }
+  unsetenv("TARVOLIN_NRS_ALL");
+}
+
+TEST_F(HostForking, RefusesUsersBeforeForking) {
+  EXPECT_FALSE(HostFork("/bin/true", "no such user", 0, why_, sizeof why_, nullptr, nullptr,
+                        nullptr, &child_));
+  EXPECT_TRUE(contains(why_, "[host.fork1 ")) << why_;
+  const ChildResult other = runInChild([&] {
+    if (setuid(getpwnam("nobody")->pw_uid) != 0) _exit(1);
+    if (HostFork("/bin/true", "daemon", 0, why_, sizeof why_, nullptr, nullptr, nullptr, &child_)) {
+      _exit(2);
+    }
+    std::printf("%s", why_);
+  });
+  EXPECT_EQ(other.out, "[host.fork1a daemon]");
+}
+
+TEST_F(HostForking, LeavesNeitherDescriptorsNorZombies) {
+  const ChildResult child = runInChild([&] {
+    HostInstallFaultHandler(nullptr, nullptr);
+    fs::current_path(directory_);
+    const auto descriptors = [] {
+      return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto before = descriptors();
+    for (int count = 0; count < 200; ++count) {
+      if (!HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, "log", ".", &child_)) {
+        _exit(1);
+      }
+      if (HostForkServer("/bin/false", why_, sizeof why_, &child_)) _exit(2);
+    }
+    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+    }
+    if (errno != ECHILD || descriptors() != before) _exit(3);
+  });
+  EXPECT_TRUE(child.exitedWith(0)) << child.status << child.err;
+}
+
+TEST(HostPerform, RunsACommandFile) {
+  std::signal(SIGCHLD, SIG_DFL);
+  fs::create_directories("/tmp/pvz");
+  writeFile("/tmp/pvz/c", "cat; echo out; echo err >&2; exit 3\n");
+  EXPECT_TRUE(HostPerform("/tmp/pvz/c", "/tmp/pvz/o"));
+  EXPECT_EQ(readFile("/tmp/pvz/o"), "out\nerr\n");
+  struct sigaction action;
+  sigaction(SIGCHLD, nullptr, &action);
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
+  fs::remove("/tmp/pvz/o");
+  const std::string longName = "/tmp/pvz/" + std::string(81 - 9 - 10, 'o');
+  EXPECT_FALSE(HostPerform("/tmp/pvz/c", longName.c_str()));
+  EXPECT_TRUE(fs::exists("/tmp/pvz/c") && !fs::exists(longName));
+  fs::remove_all("/tmp/pvz");
+}
+
+TEST(HostProcess, JoinsItsArguments) {
+  char program[] = "prog";
+  char first[] = "ab";
+  char second[] = "cde";
+  char* argv[] = {program, first, second, nullptr};
+  struct Case {
+    ArraySizeType length;
+    int argc;
+    const char* expected;
+  };
+  const Case cases[] = {{8, 3, "ab cde "}, {7, 3, "ab "}, {4, 3, "ab "}, {3, 3, ""},
+                        {8, 1, ""},        {8, 0, ""},    {1, 3, ""}};
+  for (const Case& one : cases) {
+    char line[9] = "########";
+    HostGetCommandLine(line, one.length, one.argc, argv);
+    EXPECT_STREQ(line, one.expected) << one.length;
+    EXPECT_EQ(line[one.length], one.length == 8 ? '\0' : '#');
+  }
+}
+
+TEST(HostProcess, KillsProcesses) {
+  for (const int signal : {SIGKILL, SIGTERM}) {
+    const pid_t child = fork();
+    if (child == 0) {
+      for (;;) pause();
+    }
+    EXPECT_TRUE(signal == SIGKILL ? HostKillOtherProcess(child) : HostTerminateOtherProcess(child));
+    EXPECT_EQ(WTERMSIG(statusOf(child)), signal);
+    EXPECT_FALSE(HostKillOtherProcess(child));
+    EXPECT_EQ(errno, ESRCH);
+  }
+  const ChildResult self = runInChild([] {
+    HostInstallFaultHandler([] { std::fputs("flushed", stderr); }, nullptr);
+    HostKillProcess();
+  });
+  EXPECT_TRUE(self.killedBy(SIGKILL));
+  EXPECT_EQ(self.err, "flushed");
+  PidType id = 0;
+  EXPECT_TRUE(HostGetProcessId(&id));
+  EXPECT_EQ(id, getpid());
+}
+
+TEST(HostProcess, TellsItsKindByStandardInput) {
+  struct Case {
+    const char* input;
+    HostProcessEType kind;
+  };
+  writeFile("input", "x");
+  for (const Case& one :
+       {Case{"input", HOST_PROCESS_BATCH}, Case{"/dev/null", HOST_PROCESS_NETWORK},
+        Case{"/dev/ptmx", HOST_PROCESS_INTERACTIVE}, Case{nullptr, HOST_PROCESS_OTHER}}) {
+    const ChildResult child = runInChild([&] {
+      close(STDIN_FILENO);
+      if (one.input != nullptr && open(one.input, O_RDWR | O_NOCTTY) != STDIN_FILENO) _exit(99);
+      _exit(HostGetProcessKind());
+    });
+    EXPECT_TRUE(child.exitedWith(one.kind)) << one.kind;
+  }
+}
+
+}  // namespace
