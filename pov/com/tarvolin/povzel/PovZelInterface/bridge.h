@@ -189,14 +189,6 @@ inline jint argumentOop(jobject argument, const char* native, const char* name, 
   return oopOf(argument, oop, jErrReport);
 }
 
-// setupReport, in full, for a native's result report, which may be null.
-inline jint describeResult(OopType oop, jobject result, const char* native, const char* name,
-                           jobject jErrReport) {
-  if (result == nullptr) [[unlikely]]
-    return refuse(jErrReport, "%s(): NULL %s argument", native, name);
-  return setupReport(oop, result, jErrReport, 1);
-}
-
 // One element of an array of reports. Its local reference ends with its turn of the loop.
 class Element {
  public:

@@ -1,6 +1,7 @@
 // Errors of the interface library and of the bridge, copied into the Java error report.
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "bridge.h"
 
@@ -26,6 +27,8 @@ void traceError() {
 
 // Initialization reports errors before it has come to the exception class's fields.
 void findMissingFields() {
+  const auto isKnown = [](const Field& field) { return *field.id != nullptr; };
+  if (std::all_of(std::begin(exceptionFields), std::end(exceptionFields), isKnown)) return;
   jclass cls = ENV->FindClass(exceptionClass);
   if (cls == nullptr) {
     ENV->ExceptionClear();
@@ -79,9 +82,7 @@ jint setupError(jobject jErrRpt) {
   ZelError.message[sizeof ZelError.message - 1] = '\0';
   traceError();
   if (jErrRpt == nullptr) return 0;
-  // The last field to be looked up: without it some are missing.
-  if (argsFid == nullptr) findMissingFields();
-
+  findMissingFields();
   storeNumbers(jErrRpt);
   if (storeMessage(jErrRpt) && storeArguments(jErrRpt)) return 0;
   return leave(allocationFailure());

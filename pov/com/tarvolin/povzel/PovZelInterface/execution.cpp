@@ -1,4 +1,5 @@
-// The natives that run code in the database.
+// The natives that run code in the database. A result that could not be reported is refused before
+// anything runs.
 #include "bridge.h"
 
 using namespace bridge;
@@ -91,6 +92,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1executeStr(JNIEnv* env, jclass, 
                                                            jthrowable jErrReport) {
   TRACE("%d:  ExecuteStr.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    if (result == nullptr) return refuse(jErrReport, "executeStr(): NULL result argument");
     if (jExecStr == nullptr) return refuse(jErrReport, "executeStr(): NULL execStr argument");
     const char* source = sbString(jExecStr);
     if (source == nullptr) return allocationFailure();
@@ -98,7 +100,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1executeStr(JNIEnv* env, jclass, 
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
     TRACE("ResultOop = %ld\n", traced(resultOop));
     if (errorPending(jErrReport)) return -1;
-    return describeResult(resultOop, result, "executeStr", "result", jErrReport);
+    return setupReport(resultOop, result, jErrReport, 1);
   });
 }
 
@@ -107,13 +109,14 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1executeObj(JNIEnv* env, jclass, 
                                                            jthrowable jErrReport) {
   TRACE("%d:  ExecuteObj.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    if (result == nullptr) return refuse(jErrReport, "executeObj(): NULL result argument");
     OopType source = 0;
     const jint status = argumentOop(jexeObj, "executeObj", "exeObj", &source, jErrReport);
     if (status != 0) return status;
     TRACE("     Execute str oop = %ld\n", traced(source));
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
     if (errorPending(jErrReport)) return -1;
-    return describeResult(resultOop, result, "executeObj", "result", jErrReport);
+    return setupReport(resultOop, result, jErrReport, 1);
   });
 }
 
@@ -124,6 +127,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1perform(JNIEnv* env, jclass, jin
                                                         jobject result, jthrowable jErrReport) {
   TRACE("%d: Perform.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    if (result == nullptr) return refuse(jErrReport, "perform(): NULL result argument");
     jint status = checkArguments(jArgs, numArgs, jErrReport);
     if (status != 0) return status;
     OopType receiver = 0;
@@ -142,7 +146,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1perform(JNIEnv* env, jclass, jin
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args,
                                                              static_cast<ArraySizeType>(numArgs));
     if (errorPending(jErrReport)) return -1;
-    return describeResult(resultOop, result, "perform", "result", jErrReport);
+    return setupReport(resultOop, result, jErrReport, 1);
   });
 }
 
@@ -152,6 +156,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1continue(JNIEnv* env, jclass, ji
                                                          jstring jErrStk, jthrowable jErrReport) {
   TRACE("%d:  Continue.\n", sessionId);
   return runInSession(env, sessionId, jErrReport, [&]() -> jint {
+    if (jJvResult == nullptr) return refuse(jErrReport, "continue(): NULL jvResult argument");
     OopType process = 0;
     jint status = argumentOop(jProcess, "continue", "process", &process, jErrReport);
     if (status != 0) return status;
@@ -168,6 +173,6 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1continue(JNIEnv* env, jclass, ji
     const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
     if (errorPending(jErrReport)) return -1;
     TRACE("Continue: oop result = %ld\n", traced(resultOop));
-    return describeResult(resultOop, jJvResult, "continue", "jvResult", jErrReport);
+    return setupReport(resultOop, jJvResult, jErrReport, 1);
   });
 }
