@@ -82,11 +82,14 @@ jint JNICALL print(FILE*, const char* format, va_list arguments) {
   return length;
 }
 
-void failIfWarned() {
-  if (takeWarnings().empty()) return;
+// The last thing in the process: the JVM's threads run on, so nothing is taken down under them.
+void end(int status, void*) {
   std::fflush(nullptr);
-  std::fputs("jvm: the JVM printed warnings\n", stderr);
-  _exit(warnedStatus);
+  if (!takeWarnings().empty()) {
+    std::fputs("jvm: the JVM printed warnings\n", stderr);
+    status = warnedStatus;
+  }
+  _exit(status);
 }
 
 jfieldID fieldOf(jobject object, const char* name, char* type) {
@@ -148,7 +151,7 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   env = static_cast<JNIEnv*>(created);
   reportClass = globalClass("com/tarvolin/povzel/PovZelReport");
   exceptionClass = globalClass("com/tarvolin/povzel/PovZelException");
-  std::atexit(failIfWarned);
+  on_exit(end, nullptr);
   return env;
 }
 

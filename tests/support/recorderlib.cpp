@@ -1,0 +1,12 @@
+// The interface library file whose table is the test program's.
+#include "zeltable.h"
+
+extern "C" {
+
+const ZelRtlJumpSType* recorderTable();
+
+POVZEL_EXPORT const ZelRtlJumpSType* ZelGetRtlTable() {
+  return recorderTable();
+}
+
+}  // extern "C"
