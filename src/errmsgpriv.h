@@ -21,7 +21,7 @@ struct ErrMsgArgs {
   std::size_t held = 0;
   ErrMsgArg arg[ErrUtlMaxArgs];
 
-  void collect(const char* kinds, va_list arguments);
+  void collect(const char* kinds, va_list& arguments);
 };
 
 // Puts the entry's text with the arguments inserted into `out`, at most 2047 characters.

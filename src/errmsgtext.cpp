@@ -66,8 +66,12 @@ struct NumberText {
   }
 };
 
+bool isOneOf(char c, const char* characters) {
+  return c != '\0' && std::strchr(characters, c) != nullptr;
+}
+
 bool isKnownKind(char kind) {
-  return kind != '\0' && std::strchr("dnosxg", kind) != nullptr;
+  return isOneOf(kind, "dnosxg");
 }
 
 enum class Base { none, integer, floating, string };
@@ -186,9 +190,9 @@ class PrintfFormat {
   static bool takesArgument(char conversion, Base argument) {
     switch (argument) {
       case Base::integer:
-        return std::memchr("dioxXucpP", conversion, 9) != nullptr;
+        return isOneOf(conversion, "dioxXucpP");
       case Base::floating:
-        return std::memchr("eEfFgGaA", conversion, 8) != nullptr;
+        return isOneOf(conversion, "eEfFgGaA");
       default:
         return conversion == 's';
     }
@@ -273,7 +277,7 @@ const char* expandEscape(const char* at, Output* out) {
 
 }  // namespace
 
-void ErrMsgArgs::collect(const char* kinds, va_list arguments) {
+void ErrMsgArgs::collect(const char* kinds, va_list& arguments) {
   if (kinds == nullptr) return;
   count = std::strlen(kinds);
   for (; *kinds != '\0' && held < ErrUtlMaxArgs; ++kinds, ++held) {

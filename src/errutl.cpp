@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "errutlpriv.h"
+#include "hostunix/hostenv.h"
+#include "hostunix/hostfiles.h"
+#include "hostunix/hostfname.h"
 #include "utlheap.h"
 
 HostFnameStrType ErrUtlErrFileName;
@@ -103,11 +105,12 @@ BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
 
 BoolType ErrUtlReset(BoolType isCompiled) {
   closeErrFile();
-  ErrUtlErrFile = std::fopen(ErrUtlErrFileName, "re");
+  HostErrSType error{};
+  ErrUtlErrFile = HostOpenFile(ErrUtlErrFileName, "r", &error, 0);
   if (ErrUtlErrFile == nullptr) {
-    const long error = errno;
     std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
-    std::fprintf(stderr, "     errno = %ld (sorry, no translation available)\n", error);
+    std::fprintf(stderr, "     errno = %ld (sorry, no translation available)\n",
+                 static_cast<long>(error.theErrno));
     return 0;
   }
   if (isCompiled == 0 || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr)) return 1;
@@ -116,11 +119,13 @@ BoolType ErrUtlReset(BoolType isCompiled) {
 }
 
 void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
-  if (fileName == nullptr) {
-    const char* language = std::getenv(languageVariable);
-    fileName = language != nullptr && language[0] != '\0' ? language : defaultFileName;
+  HostFnameStrType given;
+  if (fileName != nullptr) {
+    std::snprintf(given, sizeof given, "%s", fileName);
+  } else if (!HostGetEnv(languageVariable, given, sizeof given)) {
+    std::memcpy(given, defaultFileName, sizeof defaultFileName);
   }
-  std::snprintf(name, sizeof name, "%s", fileName);
+  HostExpandFileName(given, name, sizeof name);
 }
 
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {

@@ -2,6 +2,8 @@
 
 #include "errutl.h"
 #include "errutlpriv.h"
+#include "hostunix/hostfiles.h"
+#include "unixio.h"
 
 namespace {
 
@@ -15,7 +17,7 @@ struct Input {
   const unsigned char* end;
 
   int get() {
-    if (stream != nullptr) return std::fgetc(stream);
+    if (stream != nullptr) return UnixIoFgetc(stream);
     return next < end ? *next++ : EOF;
   }
 };
@@ -151,7 +153,7 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
                  ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr) {
   *syntaxErr = 0;
   for (;;) {
-    if (buildingTable && input->stream != nullptr) theEntry->loc = std::ftell(input->stream);
+    if (buildingTable) Hostftell(input->stream, &theEntry->loc);
     Line line;
     const bool complete = readLine(input, &line);
     if (buildingTable) *lineNum += line.physicalLines;

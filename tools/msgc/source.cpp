@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <regex>
 #include <unordered_map>
 
 #include "errutl.h"
@@ -37,20 +38,12 @@ std::size_t logicalLength(const std::string& lines) {
   return length;
 }
 
-// Whether printf would take exactly one argument of 32 bits, a double or a string for it.
+// Whether printf would take exactly one argument for it: a long, a double or a string.
 bool isPlainDirective(const std::string& directive) {
-  std::size_t at = directive.find_first_not_of("-+ #0'", 1);
-  at = directive.find_first_not_of("0123456789", at);
-  if (at != std::string::npos && directive[at] == '.') {
-    at = directive.find_first_not_of("0123456789", at + 1);
-  }
-  if (at == std::string::npos) return false;
-  const std::string conversion = directive.substr(at);
-  const char last = conversion.back();
-  if (conversion.size() == 1) return std::strchr("diouxXceEfgGs", last) != nullptr;
-  const std::string length = conversion.substr(0, conversion.size() - 1);
-  return (length == "l" || length == "h" || length == "hh") &&
-         std::strchr("diouxX", last) != nullptr;
+  static const std::regex plain(
+      "%(-?[0-9]*(\\.[0-9]*)?s|-?[0-9]*c|"
+      "[-+ #0']*[0-9]*(\\.[0-9]*)?((l|h|hh)?[diouxX]|[eEfgG]))");
+  return std::regex_match(directive, plain);
 }
 
 // What the library takes for a directive: up to the first conversion character.
