@@ -236,7 +236,8 @@ class Emitter {
     }
   }
 
-  // A condition is on the stack; `taken` or `otherwise` may be null, meaning nil.
+  // A condition is on the stack; `taken` or `otherwise` may be null, meaning
+  // nil.
   void emitChoice(OpCode skip, const Node* taken, const Node* otherwise, OopType missing) {
     const std::size_t toOther = emit(skip);
     emitInlined(*taken);
@@ -250,7 +251,8 @@ class Emitter {
     land(toEnd);
   }
 
-  // The receiver is on the stack and stays there as the value if `branch` is not taken.
+  // The receiver is on the stack and stays there as the value if `branch` is
+  // not taken.
   void emitIfNil(const Node* nilBlock, const Node* otherBlock) {
     const std::size_t toOther = emit(OpCode::jumpIfNotNil);
     if (nilBlock != nullptr) {
@@ -404,8 +406,10 @@ OopType methodObject(OopType selector, OopType owner, OopType source) {
 void install(OopType owner, OopType selector, bool classSide, OopType method) {
   const OopType dictionary =
       findObject(owner)->slots[(classSide ? ClassClassMethods : ClassMethods) - 1];
-  prepareWrite(dictionary);
-  dictionaryPut(dictionary, selector, method);
+  {
+    const ChangeOfInvariant change(dictionary);
+    dictionaryPut(dictionary, selector, method);
+  }
   ++lookupEpoch;
 }
 

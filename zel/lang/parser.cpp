@@ -1,5 +1,7 @@
 #include "parser.h"
 
+#include <algorithm>
+
 #include "errors/failure.h"
 #include "lexer.h"
 #include "objmem/values.h"
@@ -314,7 +316,7 @@ class Parser {
     }
     lexer_.next();
     const OopType oop = allocate(ByteArrayClass, Impl::bytes, 0, bytes.size(), true);
-    findObject(oop)->bytes = std::move(bytes);
+    std::copy(bytes.begin(), bytes.end(), findObject(oop)->bytes.begin());
     return oop;
   }
 

@@ -36,8 +36,8 @@ constexpr ClassSpec classSpecs[] = {
     {BooleanClass, "Boolean", ObjectClass, asSpecial, ""},
     {MagnitudeClass, "Magnitude", ObjectClass, asPointers, ""},
     {CharacterClass, "Character", MagnitudeClass, asSpecial, ""},
-    {NumberClass, "Number", MagnitudeClass, asPointers, ""},
-    {IntegerClass, "Integer", NumberClass, asPointers, ""},
+    {NumberClass, "Number", MagnitudeClass, internal, ""},
+    {IntegerClass, "Integer", NumberClass, internal, ""},
     {SmallIntegerClass, "SmallInteger", IntegerClass, asSpecial, ""},
     {LargeIntegerClass, "LargeInteger", IntegerClass, fixedBytes | FormatInvariant, ""},
     {FloatClassOop, "Float", NumberClass, fixedBytes, ""},
@@ -58,7 +58,8 @@ constexpr ClassSpec classSpecs[] = {
     {DictionaryClass, "Dictionary", CollectionClass, indexedPointers, ""},
     {AssociationClass, "Association", MagnitudeClass, asPointers, "key value"},
     {ClassClass, "Class", ObjectClass, internal,
-     "superclass format instVarCount instVarNames category comment methods classMethods "
+     "superclass format instVarCount instVarNames category comment methods "
+     "classMethods "
      "classVariables timeStamp name classHistory"},
     {ClassHistoryClass, "ClassHistory", ArrayClassOop, indexedPointers | FormatNotCreatable, ""},
     {MethodClass, "CompiledMethod", ObjectClass, internal, "selector owner source"},
@@ -114,21 +115,26 @@ void describeClass(OopType oop, std::string_view name, OopType superclass, std::
   slots[ClassMethods - 1] = methods;
   slots[ClassClassMethods - 1] = classMethods;
   slots[ClassName - 1] = symbol;
-  findObject(oop)->invariant = true;
+  // What the interpreter relies on, nobody else changes.
+  for (const OopType part : {oop, names, methods, classMethods}) {
+    findObject(part)->invariant = true;
+  }
 }
 
-// Appends the class to its history: that of the class it replaces, or a new one.
+// Appends the class to its history: that of the class it replaces, or a new
+// one.
 void recordInHistory(OopType oop, OopType replaced) {
   OopType history = 0;
   if (replaced != 0) {
     history = slotOf(replaced, ClassHistory);
-    prepareWrite(history);
+    const ChangeOfInvariant change(history);
     Object& versions = *findObject(history);
     resizeBody(versions, versions.slots.size() + 1);
     versions.slots.back() = oop;
   } else {
     history = allocate(ClassHistoryClass, Impl::pointers, 0, 1, true);
     findObject(history)->slots[0] = oop;
+    findObject(history)->invariant = true;
   }
   findObject(oop)->slots[ClassHistory - 1] = history;
 }

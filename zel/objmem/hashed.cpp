@@ -1,10 +1,12 @@
 #include "hashed.h"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <string_view>
 
 #include "classes.h"
+#include "errors/failure.h"
 #include "values.h"
 
 namespace zel {
@@ -12,6 +14,9 @@ namespace zel {
 namespace {
 
 constexpr int deepestComparison = 16;
+constexpr int mostComparisons = 20'000'000;
+constexpr int deepestHash = 2;
+constexpr std::size_t hashedElements = 16;
 constexpr std::uint32_t freeEntry = 0;
 constexpr std::uint32_t removedEntry = 1;
 constexpr std::uint32_t firstPosition = 2;
@@ -21,8 +26,11 @@ bool comparesByContent(const Object& object) {
          object.classOop == AssociationClass || inheritsFrom(object.classOop, DateTimeClassOop);
 }
 
-bool equalTo(OopType a, OopType b, int depth) {
+// `budget` counts comparisons: arrays that share arrays may have exponentially
+// many paths.
+bool equalTo(OopType a, OopType b, int depth, int& budget) {
   if (a == b) return true;
+  if (--budget < 0) throw Failure(ErrTooDeep, "the objects are too large to compare", {a, b});
   if (isNumber(a) && isNumber(b)) {
     if (isInteger(a) && isInteger(b)) return integerValue(a) == integerValue(b);
     return numberValue(a) == numberValue(b);
@@ -38,7 +46,7 @@ bool equalTo(OopType a, OopType b, int depth) {
   if (left->classOop != right->classOop || left->slots.size() != right->slots.size()) return false;
   if (!comparesByContent(*left) || depth == 0) return false;
   for (std::size_t i = 0; i < left->slots.size(); ++i) {
-    if (!equalTo(left->slots[i], right->slots[i], depth - 1)) return false;
+    if (!equalTo(left->slots[i], right->slots[i], depth - 1, budget)) return false;
   }
   return true;
 }
@@ -65,17 +73,17 @@ std::uint32_t hashOf(OopType oop, int depth) {
     return comparesByContent(*object) ? 7 : mix(oop);
   }
   std::uint32_t hash = mix(object->slots.size());
-  const std::size_t sampled = object->slots.size() < 64 ? object->slots.size() : 64;
+  const std::size_t sampled = std::min(object->slots.size(), hashedElements);
   for (std::size_t i = 0; i < sampled; ++i) hash = hash * 31 + hashOf(object->slots[i], depth - 1);
   return hash;
 }
 
 std::uint32_t hashFor(OopType key, bool identity) {
-  return identity ? mix(key) : hashOf(key, 4);
+  return identity ? mix(key) : hashOf(key, deepestHash);
 }
 
 bool matches(OopType a, OopType b, bool identity) {
-  return identity ? a == b : equalTo(a, b, deepestComparison);
+  return identity ? a == b : equalOops(a, b);
 }
 
 void insertPosition(HashIndex& index, std::uint32_t hash, std::size_t position) {
@@ -159,11 +167,12 @@ bool isIdentitySet(const Object& object) {
 }  // namespace
 
 bool equalOops(OopType a, OopType b) {
-  return equalTo(a, b, deepestComparison);
+  int budget = mostComparisons;
+  return equalTo(a, b, deepestComparison, budget);
 }
 
 std::uint32_t hashOop(OopType oop) {
-  return hashOf(oop, 4);
+  return hashOf(oop, deepestHash);
 }
 
 std::size_t findPosition(OopType collection, OopType key, std::size_t stride, bool identity) {

@@ -71,6 +71,16 @@ void prepareWrite(OopType oop) {
   if (object.exports != 0) noteChanged(oop);
 }
 
+ChangeOfInvariant::ChangeOfInvariant(OopType oop) : object_(objectAt(oop)) {
+  object_.invariant = false;
+  try {
+    prepareWrite(oop);
+  } catch (...) {
+    object_.invariant = true;
+    throw;
+  }
+}
+
 void beginTransaction(std::int32_t sessionId) {
   transactions[sessionId].serial = ++lastSerial;
   selectTransaction(sessionId);

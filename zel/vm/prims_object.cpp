@@ -64,12 +64,6 @@ OopType copy(Machine&, OopType receiver, const OopType*) {
   return oop;
 }
 
-OopType becomeInvariant(Machine&, OopType receiver, const OopType*) {
-  if (findObject(receiver) == nullptr || findObject(receiver)->invariant) return receiver;
-  prepareWrite(receiver);
-  findObject(receiver)->invariant = true;
-  return receiver;
-}
 OopType isInvariant(Machine&, OopType receiver, const OopType*) {
   const Object* object = findObject(receiver);
   return booleanOop(object == nullptr || object->invariant);
@@ -106,7 +100,6 @@ constexpr PrimitiveSpec specs[] = {
     {ObjectClass, "isMemberOf:", isMemberOf},
     {ObjectClass, "respondsTo:", respondsTo},
     {ObjectClass, "copy", copy},
-    {ObjectClass, "immediateInvariant", becomeInvariant},
     {ObjectClass, "isInvariant", isInvariant},
     {ObjectClass, "asOop", asOop},
     {ObjectClass, "instVarAt:", instVarAt},

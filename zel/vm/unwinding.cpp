@@ -26,8 +26,9 @@ std::size_t handlerDepth(const ProcessState& process, OopType exceptionClass) {
   return SIZE_MAX;
 }
 
-// Replaces the protected block's activation by one of its handler. Unwinds first, so that a
-// handler that cannot start leaves its failure to those further out.
+// Replaces the protected block's activation by one of its handler. Unwinds
+// first, so that a handler that cannot start leaves its failure to those
+// further out.
 void activateHandler(Machine& machine, std::size_t depth, const Failure& failure) {
   ProcessState& process = *machine.process;
   const Frame frame = process.frames[depth];
@@ -47,7 +48,9 @@ void activateHandler(Machine& machine, std::size_t depth, const Failure& failure
 
 [[noreturn]] void putAside(Machine& machine, Failure failure) {
   ProcessState& process = *machine.process;
-  process.suspended = process.awaiting != notAwaiting || failure.number == ErrSoftBreak;
+  // A program that filled the memory must not go on holding what it made.
+  process.suspended = failure.number != ErrNoMemory &&
+                      (process.awaiting != notAwaiting || failure.number == ErrSoftBreak);
   if (process.suspended) {
     failure.context = machine.processOop;
   } else {
@@ -71,7 +74,8 @@ void handleOrThrow(Machine& machine, const Failure& failure) {
       activateHandler(machine, depth, current);
       return;
     } catch (const Failure& inHandler) {
-      // The handler could not even start; its own failure goes to the next one out.
+      // The handler could not even start; its own failure goes to the next one
+      // out.
       current = inHandler;
     }
   }
