@@ -62,6 +62,20 @@ struct Failure {
 
   Failure(std::int32_t errorNumber, std::string text, std::initializer_list<OopType> arguments = {})
       : number(errorNumber), message(std::move(text)), args(arguments) {}
+
+  // The same failure, for handlers of the class.
+  Failure ofClass(OopType handledAs) const {
+    Failure failure = *this;
+    failure.exceptionClass = handledAs;
+    return failure;
+  }
+  // The same failure, signalled by the program with its own exception object.
+  Failure signalledBy(OopType signalled) const {
+    Failure failure = *this;
+    failure.exception = signalled;
+    failure.args = {signalled};
+    return failure;
+  }
 };
 
 }  // namespace zel

@@ -6,7 +6,7 @@
 #include "objmem/classes.h"
 #include "objmem/values.h"
 #include "slots.h"
-#include "vm/interpreter.h"
+#include "vm/unwinding.h"
 
 namespace zel::slots {
 
@@ -72,13 +72,12 @@ OopType ZelContinueWith(OopType process, OopType replacement, long, ZelErrSType*
                     {replacement});
     }
     if (array.slots.size() == 1) return handOut(continueWithValue(process, array.slots[0]));
-    Failure failure(ErrUser, std::string(stringArgument(array.slots[0])));
-    failure.exception = newInstance(ErrorClass);
-    std::vector<OopType>& slots = findObject(failure.exception)->slots;
-    slots[0] = array.slots[0];
-    slots[3] = array.slots[1];
-    failure.args = {failure.exception};
-    return handOut(continueWithFailure(process, failure));
+    const Failure failure(ErrUser, std::string(stringArgument(array.slots[0])));
+    const OopType exception = newInstance(ErrorClass);
+    std::vector<OopType>& slots = findObject(exception)->slots;
+    slots[ExceptionText] = array.slots[0];
+    slots[ExceptionStack] = array.slots[1];
+    return handOut(continueWithFailure(process, failure.signalledBy(exception)));
   });
 }
 

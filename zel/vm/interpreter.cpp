@@ -96,11 +96,10 @@ void activateMethod(Machine& machine, OopType method, const Code& code, std::siz
                                     std::size_t argumentCount) {
   const OopType* arguments = process.stack.data() + process.stack.size() - argumentCount;
   const OopType receiver = arguments[-1];
-  Failure failure(ErrDoesNotUnderstand,
-                  describe(receiver) + " does not understand #" + std::string(bytesOf(selector)),
-                  {receiver, selector, arrayOop({arguments, arguments + argumentCount})});
-  failure.exceptionClass = MessageNotUnderstoodClass;
-  throw failure;
+  throw Failure(ErrDoesNotUnderstand,
+                describe(receiver) + " does not understand #" + std::string(bytesOf(selector)),
+                {receiver, selector, arrayOop({arguments, arguments + argumentCount})})
+      .ofClass(MessageNotUnderstoodClass);
 }
 
 OopType callPrimitive(Machine& machine, PrimitiveFType primitive, std::size_t argumentCount) {

@@ -74,19 +74,21 @@ OopType performWithArguments(Machine& machine, OopType, const OopType* args) {
   return frameChanged;
 }
 
+// A program cannot pass its error off as a break or a suspension, which nothing handles.
+std::int32_t numberOf(OopType exception) {
+  const OopType number = findObject(exception)->slots[ExceptionNumber];
+  if (!isSmallInt(number)) return ErrUser;
+  const std::int32_t value = smallIntValue(number);
+  const bool reserved =
+      value == ErrSoftBreak || value == ErrHardBreak || value == ErrSuspended || value == 0;
+  return reserved ? std::int32_t{ErrUser} : value;
+}
+
 [[noreturn]] void signalException(OopType exception) {
-  const std::vector<OopType>& slots = findObject(exception)->slots;
-  const OopType number = slots[ExceptionNumber];
-  const OopType text = slots[ExceptionText];
-  Failure failure(isSmallInt(number) ? smallIntValue(number) : ErrUser,
-                  isString(text) ? std::string(bytesOf(text)) : nameOf(classOf(exception)),
-                  {exception});
-  if (failure.number == ErrSoftBreak || failure.number == ErrHardBreak ||
-      failure.number == ErrSuspended) {
-    failure.number = ErrUser;
-  }
-  failure.exception = exception;
-  throw failure;
+  const OopType text = findObject(exception)->slots[ExceptionText];
+  throw Failure(numberOf(exception),
+                isString(text) ? std::string(bytesOf(text)) : nameOf(classOf(exception)))
+      .signalledBy(exception);
 }
 
 OopType signal(Machine&, OopType receiver, const OopType*) {

@@ -26,9 +26,7 @@ void requireNumber(OopType oop) {
 }
 
 [[noreturn]] void zeroDivide(OopType receiver) {
-  Failure failure(ErrZeroDivide, "division by zero", {receiver});
-  failure.exceptionClass = ZeroDivideClass;
-  throw failure;
+  throw Failure(ErrZeroDivide, "division by zero", {receiver}).ofClass(ZeroDivideClass);
 }
 
 bool areIntegers(OopType a, OopType b) {

@@ -58,7 +58,7 @@ void activateHandler(Machine& machine, std::size_t depth, const Failure& failure
     process.stack = std::vector<OopType>();
   }
   if (failure.number == ErrSuspended) failure.args.insert(failure.args.begin(), machine.processOop);
-  throw failure;
+  throw Failure(failure);
 }
 
 }  // namespace
