@@ -144,15 +144,19 @@ OopType readGlobal(Machine& machine, OopType name) {
 
 void writeGlobal(Machine& machine, OopType name, OopType value) {
   constexpr std::size_t mostVariables = 100'000;
+  Session& session = requireSession();
+  const auto variable = session.variables.find(name);
+  if (variable != session.variables.end()) {
+    variable->second = value;
+    return;
+  }
+  machine.process->awaiting = notAwaiting;
   if (dictionaryAt(GlobalsOop, name) != 0) {
-    machine.process->awaiting = notAwaiting;
     throw Failure(ErrInvariant,
                   std::string(bytesOf(name)) + " is a global: use Globals at: put: to change it",
                   {name});
   }
-  Session& session = requireSession();
   if (session.variables.size() >= mostVariables) {
-    machine.process->awaiting = notAwaiting;
     throw Failure(ErrNoMemory, "the session has too many variables");
   }
   session.variables[name] = value;
