@@ -189,6 +189,29 @@ inline jint argumentOop(jobject argument, const char* native, const char* name, 
   return oopOf(argument, oop, jErrReport);
 }
 
+// An oop that names an ordinary object, not a value decoded from the oop's own bits.
+constexpr bool isObject(OopType oop) {
+  return oop > 1 && (oop & 2) == 0;
+}
+
+// What every description of an ordinary object begins with: its oop in the report, and its place in
+// the export set. Returns 0 or -1.
+inline jint saveObject(OopType oop, jobject result, jobject jErrReport) {
+  ENV->SetLongField(result, oopFid, oop);
+  oopBuf[0] = oop;
+  rtlPrivZelRtlFuncs->ZelSaveObjs(oopBuf, 1);
+  return errorPending(jErrReport) ? -1 : 0;
+}
+
+// setupReport's short description, without the call for the objects that a collection mostly holds.
+inline jint describeShortly(OopType oop, jobject result, jobject jErrReport) {
+  if (Debug != 0 || !isObject(oop)) return setupReport(oop, result, jErrReport, 0);
+  const jint status = saveObject(oop, result, jErrReport);
+  if (status != 0) [[unlikely]]
+    releaseStrings();
+  return status;
+}
+
 // One element of an array of reports. Its local reference ends with its turn of the loop.
 class Element {
  public:

@@ -11,10 +11,6 @@ constexpr long classHistorySlot = 12;
 
 enum ObjImpl : unsigned { Pointers = 0, Bytes = 1, Nsc = 2, Special = 3 };
 
-bool isImmediate(OopType oop) {
-  return (oop & 2) != 0;
-}
-
 bool isBoolean(OopType oop) {
   return (oop & 31) == FalseOop;
 }
@@ -209,18 +205,16 @@ jint describe(OopType oop, jobject result, jobject jErrReport, BoolType fullSetu
     if (status != 0) return status;
   }
   TRACE("setupReport: oop set to %ld\n", traced(oop));
+  if (isObject(oop)) {
+    const jint status = saveObject(oop, result, jErrReport);
+    if (status != 0 || fullSetup == 0) return status;
+    return describeFully(oop, result, jErrReport);
+  }
   ENV->SetLongField(result, oopFid, oop);
   if (oop <= 1) return 0;
-  if (isImmediate(oop)) {
-    const jint status = describeImmediate(oop, result, jErrReport);
-    releaseStrings();
-    return status;
-  }
-
-  oopBuf[0] = oop;
-  rtlPrivZelRtlFuncs->ZelSaveObjs(oopBuf, 1);
-  if (errorPending(jErrReport)) return -1;
-  return fullSetup != 0 ? describeFully(oop, result, jErrReport) : 0;
+  const jint status = describeImmediate(oop, result, jErrReport);
+  releaseStrings();
+  return status;
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ constexpr Transfer putObjs = {
 constexpr Transfer putNamedObjs = {
     {"putNamedObjs", "numObjs", "objs"}, "numObjs requested exceeds buffer size", "putNamedObjs"};
 
+// The steps below are inlined by force: each is most of what a small transfer costs.
+
 // The tests that come before a transfer, in their order; then the object's conversion.
 [[gnu::always_inline]] inline jint prepare(const Transfer& transfer, jint limit, jobject jobj,
                                            jlong startIndex, jint count, jarray array,
@@ -47,14 +49,15 @@ jint missingElement(const Transfer& transfer, jobject jErrReport) {
 
 // Describes the fetched oops, which are in longBuf, in the elements of `jobjs`. No more than
 // `requested` are believed to be there. Returns how many they were.
-jint describeFetched(const Transfer& transfer, long fetched, jint requested, jobjectArray jobjs,
-                     jobject jErrReport) {
+[[gnu::always_inline]] inline jint describeFetched(const Transfer& transfer, long fetched,
+                                                   jint requested, jobjectArray jobjs,
+                                                   jobject jErrReport) {
   const jint count = std::clamp<jint>(fetched, 0, requested);
   for (jint i = 0; i < count; ++i) {
     const Element element(jobjs, i);
     if (element.reference == nullptr) return missingElement(transfer, jErrReport);
     const jint status =
-        setupReport(static_cast<OopType>(longBuf[i]), element.reference, jErrReport, 0);
+        describeShortly(static_cast<OopType>(longBuf[i]), element.reference, jErrReport);
     if (status != 0) return status;
   }
   TRACE("%s completed.", transfer.names.native);
@@ -62,7 +65,8 @@ jint describeFetched(const Transfer& transfer, long fetched, jint requested, job
 }
 
 // Converts the first `count` elements of `jobjs` into oopBuf.
-jint collectOops(const Transfer& transfer, jobjectArray jobjs, jint count, jobject jErrReport) {
+[[gnu::always_inline]] inline jint collectOops(const Transfer& transfer, jobjectArray jobjs,
+                                               jint count, jobject jErrReport) {
   for (jint i = 0; i < count; ++i) {
     const Element element(jobjs, i);
     if (element.reference == nullptr) return missingElement(transfer, jErrReport);
@@ -71,6 +75,25 @@ jint collectOops(const Transfer& transfer, jobjectArray jobjs, jint count, jobje
     if (status != 0) return status;
   }
   return 0;
+}
+
+[[gnu::always_inline]] inline long fetchVaryingOops(OopType rcvr, jlong start, jlong* oops,
+                                                    jint count) {
+  const long fetched = rtlPrivZelRtlFuncs->ZelFetchVaryingOops(
+      rcvr, static_cast<long>(start), oopBuf, static_cast<ArraySizeType>(count));
+  if (fetched != count) {
+    TRACE("Zel_FetchVaryingOops: returned count %ld different from %ld\n", fetched, traced(count));
+  }
+  widen(oopBuf, oops, count);
+  return fetched;
+}
+
+[[gnu::always_inline]] inline long fetchNamedOops(OopType rcvr, jlong start, jlong* oops,
+                                                  jint count) {
+  const long fetched = rtlPrivZelRtlFuncs->ZelFetchNamedOops(rcvr, static_cast<long>(start), oopBuf,
+                                                             static_cast<ArraySizeType>(count));
+  widen(oopBuf, oops, count);
+  return fetched;
 }
 
 ByteType* elementsOf(jbyteArray bytes) {
@@ -84,20 +107,11 @@ void releaseElements(jbyteArray bytes, ByteType* elements) {
 }  // namespace
 
 long zelFetchVaryingOops(OopType rcvr, jlong start, jlong* oops, jint count) {
-  const long fetched = rtlPrivZelRtlFuncs->ZelFetchVaryingOops(
-      rcvr, static_cast<long>(start), oopBuf, static_cast<ArraySizeType>(count));
-  if (fetched != count) {
-    TRACE("Zel_FetchVaryingOops: returned count %ld different from %ld\n", fetched, traced(count));
-  }
-  widen(oopBuf, oops, count);
-  return fetched;
+  return fetchVaryingOops(rcvr, start, oops, count);
 }
 
 long zelFetchNamedOops(OopType rcvr, jlong start, jlong* oops, jint count) {
-  const long fetched = rtlPrivZelRtlFuncs->ZelFetchNamedOops(rcvr, static_cast<long>(start), oopBuf,
-                                                             static_cast<ArraySizeType>(count));
-  widen(oopBuf, oops, count);
-  return fetched;
+  return fetchNamedOops(rcvr, start, oops, count);
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1getBytes(JNIEnv* env, jclass, jint sessionId,
@@ -136,7 +150,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1getObjs(JNIEnv* env, jclass, jin
     const jint status =
         prepare(getObjs, BufSizeOops, jobj, startIndex, numObjs, jobjs, &rcvr, jErrReport);
     if (status != 0) return status;
-    const long fetched = zelFetchVaryingOops(rcvr, startIndex, longBuf, numObjs);
+    const long fetched = fetchVaryingOops(rcvr, startIndex, longBuf, numObjs);
     if (errorPending(jErrReport)) return -1;
     TRACE("%d:  GetObjs oopsFetched: %ld\n", sessionId, fetched);
     return describeFetched(getObjs, fetched, numObjs, jobjs, jErrReport);
@@ -153,7 +167,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1getNamedObjs(JNIEnv* env, jclass
     const jint status =
         prepare(getNamedObjs, BufSizeOops, jobj, startIndex, numObjs, jobjs, &rcvr, jErrReport);
     if (status != 0) return status;
-    const long fetched = zelFetchNamedOops(rcvr, startIndex, longBuf, numObjs);
+    const long fetched = fetchNamedOops(rcvr, startIndex, longBuf, numObjs);
     if (errorPending(jErrReport)) return -1;
     return describeFetched(getNamedObjs, fetched, numObjs, jobjs, jErrReport);
   });
