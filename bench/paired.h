@@ -4,7 +4,7 @@
 //   void BM_Append(benchmark::State& state) {
 //     comparePaired(state, [] { ours(); }, [] { theirs(); }, {.bound = 1.0});
 //   }
-//   BENCHMARK(BM_Append)->UseManualTime();
+//   BENCHMARK(BM_Append)->Iterations(pairedTurns)->UseManualTime();
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -13,6 +13,10 @@
 #include <chrono>
 #include <cstddef>
 #include <vector>
+
+// How many turns each takes. Left to the library, it would go on until the reported times, which
+// are those of single calls, add up to its own idea of a long enough run.
+constexpr benchmark::IterationCount pairedTurns = 201;
 
 struct PairedOptions {
   double units = 1;  // what one call works on; times are given per unit

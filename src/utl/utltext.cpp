@@ -75,11 +75,6 @@ int UtlPartialStrCmp(const char* a, const char* b) {
   return *b != '\0' ? -1 : 0;
 }
 
-int UtlMemcmp(const void* a, const void* b, std::size_t length) {
-  const int order = std::memcmp(a, b, length);
-  return (order > 0) - (order < 0);
-}
-
 void UtlStrerror(int number, char* buffer, std::size_t length) {
   if (length == 0) return;
   const ErrnoKeeper keeper;

@@ -140,11 +140,20 @@ TEST(UtlText, PartialComparison) {
   for (const auto& c : cases) EXPECT_EQ(UtlPartialStrCmp(c.a, c.b), c.expected) << c.a << c.b;
 }
 
-TEST(UtlText, BytesCompareUnsigned) {
-  EXPECT_EQ(UtlMemcmp("\x80", "\x7F", 1), 1);
-  EXPECT_EQ(UtlMemcmp("ab", "ac", 2), -1);
-  EXPECT_EQ(UtlMemcmp("ab", "ac", 1), 0);
+TEST(UtlText, BytesCompareUnsignedAtEveryLengthAndPlace) {
   EXPECT_EQ(UtlMemcmp("a", "b", 0), 0);
+  for (std::size_t length = 1; length < 200; ++length) {
+    const std::vector<char> a(length, '\x7F');
+    std::vector<char> b = a;
+    EXPECT_EQ(UtlMemcmp(a.data(), b.data(), length), 0);
+    for (std::size_t at = 0; at < length; ++at) {
+      b[at] = '\x80';
+      if (at + 1 < length) b[length - 1] = 0;  // a later, opposite difference
+      ASSERT_EQ(UtlMemcmp(a.data(), b.data(), length), -1) << at << " of " << length;
+      ASSERT_EQ(UtlMemcmp(b.data(), a.data(), length), 1) << at << " of " << length;
+      b = a;
+    }
+  }
 }
 
 TEST(UtlText, ErrorTexts) {
