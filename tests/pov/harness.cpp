@@ -13,7 +13,7 @@ constexpr const char* numberFields[] = {"oop",        "classOop",    "classHisto
                                         "valueLong"};
 
 jobject freshReport() {
-  const jobject report = jvm::newReport();
+  jobject report = jvm::newReport();
   for (const char* field : numberFields) {
     if (std::string(field).compare(0, 2, "is") != 0) jvm::setNumber(report, field, untouched);
   }
@@ -64,7 +64,7 @@ void initialize(jint debugFlag) {
   recorder::install();
   recorder::reset();
   const jvm::Frame frame(64);
-  const jthrowable error = jvm::newException();
+  jthrowable error = jvm::newException();
   jint status = 0;
   {
     const Output output;
@@ -145,7 +145,7 @@ std::string outcome(Context& context) {
   add(jvm::elements(context.bytes), "0123456789");
   std::string elements;
   for (int i = 0; i < 5; ++i) {
-    const jobject element = context.env->GetObjectArrayElement(context.array, i);
+    jobject element = context.env->GetObjectArrayElement(context.array, i);
     elements += i == 0 ? "" : " ";
     elements += element != nullptr ? std::to_string(jvm::number(element, "oop")) : "null";
     context.env->DeleteLocalRef(element);

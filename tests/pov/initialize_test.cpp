@@ -43,8 +43,7 @@ struct ArgumentsSType {
 
 Attempt initialize(const ArgumentsSType& arguments) {
   Context context;
-  const jstring appName =
-      arguments.appName != nullptr ? jvm::newString(arguments.appName) : nullptr;
+  jstring appName = arguments.appName != nullptr ? jvm::newString(arguments.appName) : nullptr;
   calls::all.clear();
   Attempt attempt;
   {
@@ -325,7 +324,7 @@ TEST(InitializeDeathTest, SizesAreKeptInBounds) {
     EXPECT_EQ("", getBytes(1001));
     EXPECT_EQ(refused, getBytes(1002));
     Context context;
-    const jlongArray many = jvm::newLongs(std::vector<jlong>(300, 20));
+    jlongArray many = jvm::newLongs(std::vector<jlong>(300, 20));
     EXPECT_EQ(0, context.run(NATIVE(releaseOops), 7, many, 250, context.error));
     EXPECT_EQ(-1, context.run(NATIVE(releaseOops), 7, many, 251, context.error));
   });
@@ -358,8 +357,8 @@ TEST(InitializeDeathTest, LongArraysLeaveNoReferences) {
     EXPECT_EQ(32, initialize({.bufSize = 4 * count}).status);
     calls::recording = false;
     Context context;
-    const jobject text = Context::textValue(jvm::newReport(), 7, u"element");
-    const jobjectArray objs = jvm::newReports(count, text);
+    jobject text = Context::textValue(jvm::newReport(), 7, u"element");
+    jobjectArray objs = jvm::newReports(count, text);
     state.oops.assign(count, 4000);
     jnitable::reset();
     const auto expect = [&](jint wanted, jint status) {
@@ -371,7 +370,7 @@ TEST(InitializeDeathTest, LongArraysLeaveNoReferences) {
     expect(0, context.run(NATIVE(removeFromExportSet), 7, objs, count, context.error));
     expect(count,
            context.run(NATIVE(getObjs), 7, context.object, jlong{1}, count, objs, context.error));
-    const jlongArray longs = jvm::newLongs(std::vector<jlong>(count, 0));
+    jlongArray longs = jvm::newLongs(std::vector<jlong>(count, 0));
     expect(count, context.run(NATIVE(changedOops), 7, longs, count, context.error));
     expect(0, context.run(NATIVE(releaseOops), 7, longs, count, context.error));
     EXPECT_LE(jnitable::state.mostReferences, 4);

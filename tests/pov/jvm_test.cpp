@@ -19,7 +19,7 @@ void misuse(JNIEnv* env) {
 TEST(Jvm, FieldsReadBackAsTheyWereSet) {
   jvm::start();
   const jvm::Frame frame(64);
-  const jobject report = jvm::newReport();
+  jobject report = jvm::newReport();
   jvm::setNumber(report, "oop", 0xffffffffLL);
   jvm::setNumber(report, "objType", -1);
   jvm::setNumber(report, "isString", 1);

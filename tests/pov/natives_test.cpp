@@ -15,7 +15,6 @@
 using harness::Context;
 using harness::scenarios;
 using harness::ScenarioSType;
-using testing::AnyOf;
 using testing::StartsWith;
 
 namespace {
@@ -209,11 +208,11 @@ TEST_F(Natives, RefuseBadArguments) {
     ++refused;
   };
   constexpr jint id = harness::session;
-  const jobject noReport = nullptr;
-  const jstring noString = nullptr;
-  const jobjectArray noArray = nullptr;
-  const jobjectArray many = jvm::newReports(harness::bufferOops + 1, c.object);
-  const jstring text = jvm::newString("text");
+  jobject noReport = nullptr;
+  jstring noString = nullptr;
+  jobjectArray noArray = nullptr;
+  jobjectArray many = jvm::newReports(harness::bufferOops + 1, c.object);
+  jstring text = jvm::newString("text");
   constexpr jlong least = std::numeric_limits<jlong>::min();
   constexpr jint leastInt = std::numeric_limits<jint>::min();
   constexpr jint mostInt = std::numeric_limits<jint>::max();
@@ -249,7 +248,7 @@ TEST_F(Natives, RefuseBadArguments) {
   for (const auto& [name, native] :
        {std::pair{"getBytes", &NATIVE(getBytes)}, std::pair{"putBytes", &NATIVE(putBytes)}}) {
     const std::string prefix = std::string(name) + "(): ";
-    const jbyteArray noBytes = nullptr;
+    jbyteArray noBytes = nullptr;
     for (const jlong start : {jlong{0}, least}) {
       expect(prefix + "startIndex < 1",
              c.run(native, id, noReport, start, mostInt, noBytes, c.error));
@@ -270,7 +269,7 @@ TEST_F(Natives, RefuseBadArguments) {
   for (const auto& [name, native] : {std::pair{"releaseOops", &NATIVE(releaseOops)},
                                      std::pair{"changedOops", &NATIVE(changedOops)}}) {
     const std::string prefix = std::string(name) + "(): ";
-    const jlongArray noLongs = nullptr;
+    jlongArray noLongs = nullptr;
     for (const jint count : {harness::bufferOops + 1, mostInt}) {
       expect(prefix + "buffer size exceeded", c.run(native, id, noLongs, count, c.error));
     }
@@ -285,7 +284,7 @@ TEST_F(Natives, RefuseBadArguments) {
   expect("removeFromExportSet(): numObjs is negative", remove(c.array, -1));
   expect("removeFromExportSet(): numObjs exceeds the length of objs", remove(c.array, 6));
   expect("removeFromExportSet(): NULL objs argument", remove(noArray, 1));
-  const jobjectArray holes = jvm::newReports(20);
+  jobjectArray holes = jvm::newReports(20);
   expect("removeFromExportSet(): NULL objs element argument", remove(holes, 20));
 
   const auto perform = [&](jobject receiver, jstring selector, jobjectArray args, jint count,
@@ -333,9 +332,9 @@ TEST_F(Natives, AcceptWhatJustFits) {
   constexpr jint id = harness::session;
   constexpr jint oops = harness::bufferOops;
   recorder::state.oops.assign(oops, 6);
-  const jobjectArray objs = jvm::newReports(oops, c.object);
-  const jlongArray longs = jvm::newLongs(std::vector<jlong>(oops, 9));
-  const jbyteArray bytes = jvm::newBytes(std::string(harness::bufferBytes, 'x'));
+  jobjectArray objs = jvm::newReports(oops, c.object);
+  jlongArray longs = jvm::newLongs(std::vector<jlong>(oops, 9));
+  jbyteArray bytes = jvm::newBytes(std::string(harness::bufferBytes, 'x'));
   recorder::state.body = std::string(harness::bufferBytes, 'y');
   constexpr jlong most = std::numeric_limits<jlong>::max();
   EXPECT_EQ(oops, c.run(NATIVE(getObjs), id, c.object, most, oops, objs, c.error));
@@ -353,7 +352,7 @@ TEST_F(Natives, AcceptWhatJustFits) {
   // A megabyte of text, of every width of modified UTF-8.
   std::u16string text;
   while (text.size() < (1U << 20)) text += std::u16string(u"a\u00e4\u20ac\xd83d\xde00\0", 6);
-  const jstring large = jvm::newString(text);
+  jstring large = jvm::newString(text);
   EXPECT_EQ(0, c.run(NATIVE(executeStr), id, large, c.result, c.error));
   for (const int valueType : {7, 8}) {
     jvm::setObject(Context::value(c.other, valueType), "valueString", large);
@@ -431,7 +430,7 @@ TEST_F(Natives, TolerateANullErrorReport) {
 // The temporary strings' table: a hundred, released in the order in which they were made.
 TEST_F(Natives, StringTableHoldsAHundred) {
   Context c;
-  const jstring text = jvm::newString(u"\u00e4b");
+  jstring text = jvm::newString(u"\u00e4b");
   c.run(NATIVE(logout), harness::session, c.error);
   clear();
   {
@@ -468,13 +467,13 @@ struct UseSType {
 
 UseSType memoryInUse(JNIEnv* env) {
   const jvm::Frame frame(8);
-  const jclass type = env->FindClass("java/lang/Runtime");
+  jclass type = env->FindClass("java/lang/Runtime");
   const auto call = [&](jobject runtime, const char* name) {
     const jlong answer = env->CallLongMethod(runtime, env->GetMethodID(type, name, "()J"));
     EXPECT_FALSE(env->ExceptionCheck());
     return answer;
   };
-  const jobject runtime = env->CallStaticObjectMethod(
+  jobject runtime = env->CallStaticObjectMethod(
       type, env->GetStaticMethodID(type, "getRuntime", "()Ljava/lang/Runtime;"));
   EXPECT_FALSE(env->ExceptionCheck());
   env->CallVoidMethod(runtime, env->GetMethodID(type, "gc", "()V"));

@@ -190,7 +190,7 @@ void unexpected() {
 
 void prepare(JNIEnv* env) {
   real = env->functions;
-  const jclass local = env->FindClass("java/lang/OutOfMemoryError");
+  jclass local = env->FindClass("java/lang/OutOfMemoryError");
   outOfMemory = static_cast<jclass>(env->NewGlobalRef(local));
   env->DeleteLocalRef(local);
 

@@ -95,8 +95,8 @@ void end(int status, void*) {
 jfieldID fieldOf(jobject object, const char* name, char* type) {
   for (const FieldSType& field : fields) {
     if (std::strcmp(field.name, name) != 0) continue;
-    const jclass owner = env->GetObjectClass(object);
-    const jfieldID id = require(env->GetFieldID(owner, name, field.signature), name);
+    jclass owner = env->GetObjectClass(object);
+    jfieldID id = require(env->GetFieldID(owner, name, field.signature), name);
     env->DeleteLocalRef(owner);
     *type = field.signature[0];
     return id;
@@ -106,17 +106,17 @@ jfieldID fieldOf(jobject object, const char* name, char* type) {
 
 jobject reference(jobject object, const char* field) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   return env->GetObjectField(object, id);
 }
 
 jclass globalClass(const char* name) {
-  const jclass local = require(env->FindClass(name), name);
+  jclass local = require(env->FindClass(name), name);
   return static_cast<jclass>(env->NewGlobalRef(local));
 }
 
 jobject newObject(jclass type) {
-  const jmethodID constructor = require(env->GetMethodID(type, "<init>", "()V"), "constructor");
+  jmethodID constructor = require(env->GetMethodID(type, "<init>", "()V"), "constructor");
   return require(env->NewObject(type, constructor), "object");
 }
 
@@ -184,14 +184,14 @@ jobjectArray newReports(jint count, jobject element) {
 
 jlongArray newLongs(const std::vector<jlong>& values) {
   const jsize count = static_cast<jsize>(values.size());
-  const jlongArray array = require(env->NewLongArray(count), "long array");
+  jlongArray array = require(env->NewLongArray(count), "long array");
   env->SetLongArrayRegion(array, 0, count, values.data());
   return array;
 }
 
 jbyteArray newBytes(const std::string& values) {
   const jsize count = static_cast<jsize>(values.size());
-  const jbyteArray array = require(env->NewByteArray(count), "byte array");
+  jbyteArray array = require(env->NewByteArray(count), "byte array");
   env->SetByteArrayRegion(array, 0, count, reinterpret_cast<const jbyte*>(values.data()));
   return array;
 }
@@ -208,7 +208,7 @@ jstring newString(const std::u16string& codeUnits) {
 
 std::int64_t number(jobject object, const char* field) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   switch (type) {
     case 'Z':
       return env->GetBooleanField(object, id);
@@ -225,12 +225,12 @@ std::int64_t number(jobject object, const char* field) {
 
 double real(jobject object, const char* field) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   return env->GetDoubleField(object, id);
 }
 
 std::string text(jobject object, const char* field) {
-  const jstring value = static_cast<jstring>(reference(object, field));
+  jstring value = static_cast<jstring>(reference(object, field));
   if (value == nullptr) return "(null)";
   const char* characters = require(env->GetStringUTFChars(value, nullptr), field);
   std::string copy = characters;
@@ -240,24 +240,24 @@ std::string text(jobject object, const char* field) {
 }
 
 std::vector<jlong> longs(jobject object, const char* field) {
-  const jlongArray value = static_cast<jlongArray>(reference(object, field));
+  jlongArray value = static_cast<jlongArray>(reference(object, field));
   return value != nullptr ? elements(value) : std::vector<jlong>();
 }
 
 std::string bytes(jobject object, const char* field) {
-  const jbyteArray value = static_cast<jbyteArray>(reference(object, field));
+  jbyteArray value = static_cast<jbyteArray>(reference(object, field));
   return value != nullptr ? elements(value) : std::string();
 }
 
 bool isNull(jobject object, const char* field) {
-  const jobject value = reference(object, field);
+  jobject value = reference(object, field);
   env->DeleteLocalRef(value);
   return value == nullptr;
 }
 
 void setNumber(jobject object, const char* field, std::int64_t value) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   switch (type) {
     case 'Z':
       return env->SetBooleanField(object, id, static_cast<jboolean>(value != 0));
@@ -274,13 +274,13 @@ void setNumber(jobject object, const char* field, std::int64_t value) {
 
 void setReal(jobject object, const char* field, double value) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   env->SetDoubleField(object, id, value);
 }
 
 void setObject(jobject object, const char* field, jobject value) {
   char type = 0;
-  const jfieldID id = fieldOf(object, field, &type);
+  jfieldID id = fieldOf(object, field, &type);
   env->SetObjectField(object, id, value);
 }
 

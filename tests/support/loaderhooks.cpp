@@ -51,6 +51,7 @@ using loaderhooks::stands;
 
 extern "C" {
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 __attribute__((visibility("default"))) void* dlopen(const char* name, int flags) noexcept {
   static const auto real =
       reinterpret_cast<void* (*)(const char*, int)>(dlsym(RTLD_NEXT, "dlopen"));
