@@ -41,7 +41,7 @@ class Name {
     return true;
   }
 
-  void remove(std::size_t from, std::size_t to) { replace(from, to, nullptr, 0); }
+  void remove(std::size_t from, std::size_t to) { replace(from, to, "", 0); }
 
   // readlink of the first `end` characters.
   ssize_t readLink(std::size_t end, HostFnameStrType& target) {

@@ -43,12 +43,6 @@ char* buildDateTimeFormat() {
   return copyOnHeap(standard);
 }
 
-// Waits up to `seconds`, which may be more than poll takes. Returns poll's result.
-int waitSeconds(long long seconds) {
-  constexpr long long most = INT_MAX / 1000;
-  return poll(nullptr, 0, static_cast<int>(std::min(seconds, most) * 1000));
-}
-
 }  // namespace
 
 long HostClock() {
@@ -108,10 +102,16 @@ BoolType HostSetLocale(int category, const char* localeStr) {
 }
 
 void HostSleep(unsigned long seconds) {
+  constexpr long long mostAtOnce = INT_MAX / 1000;
   long long remaining = seconds;
   const long long deadline = std::time(nullptr) + remaining;
   while (remaining > 0) {
-    if (waitSeconds(remaining) == -1 && !interruptedCallGoesOn()) return;
+    const long long wait = std::min(remaining, mostAtOnce);
+    if (poll(nullptr, 0, static_cast<int>(wait * 1000)) == 0) {
+      remaining -= wait;
+      continue;
+    }
+    if (!interruptedCallGoesOn()) return;
     remaining = std::min(remaining, deadline - std::time(nullptr));
   }
 }

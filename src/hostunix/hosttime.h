@@ -44,10 +44,9 @@ POVZEL_EXPORT char HostDecimalPoint();
 POVZEL_EXPORT BoolType HostSetLocale(int category, const char* localeStr);
 
 // Sleep. A signal does not end the sleep, unless a termination request is pending; the last part
-// of HostMilliSleep, less than a second, is not resumed after one. How long remains is told by the
-// wall clock in whole seconds: a clock set forward meanwhile cuts the sleep short, one set back
-// does not make it longer than it was. HostNanoSleep sleeps whole milliseconds; a negative time is
-// 0.
+// of HostMilliSleep, less than a second, is not resumed after one. After a signal the wall clock
+// tells in whole seconds how long remains: a clock set forward cuts the sleep short, one set back
+// does not make it longer. HostNanoSleep sleeps whole milliseconds; a negative time is 0.
 POVZEL_EXPORT void HostSleep(unsigned long seconds);
 POVZEL_EXPORT void HostMilliSleep(unsigned long milliseconds);
 POVZEL_EXPORT void HostNanoSleep(long long nanoseconds);

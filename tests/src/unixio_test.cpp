@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 
-#include <atomic>
 #include <cstring>
 #include <fstream>
 
@@ -13,6 +11,7 @@
 #include "hostunix/hostsigterm.h"
 #include "surroundings.h"
 #include "terminal.h"
+#include "ticking.h"
 #include "unixerr.h"
 
 namespace {
@@ -20,31 +19,11 @@ namespace {
 using testing::ContainsRegex;
 using testing::StartsWith;
 
-std::atomic<int> ticks{0};
 int typeInto = -1;
-void (*onTick)() = nullptr;
 
-void tick(int, siginfo_t*, void*) {
-  if (++ticks == 3) onTick();
-}
+void handler(int, siginfo_t*, void*) {}
 
-void tick1(int) {
-  ++ticks;
-}
-
-// Sends SIGALRM every two milliseconds; `action` runs at the third.
-void startTicking(void (*action)(), bool restart) {
-  ticks = 0;
-  onTick = action;
-  (restart ? UNIXIO_DO_SIGNAL : UNIXIO_DO_SIGNAL_noRestart)(SIGALRM, tick, nullptr);
-  const itimerval every = {{0, 2000}, {0, 2000}};
-  setitimer(ITIMER_REAL, &every, nullptr);
-}
-
-void stopTicking() {
-  const itimerval never = {};
-  setitimer(ITIMER_REAL, &never, nullptr);
-}
+void handler1(int) {}
 
 bool isFull(const sigset_t& set) {
   for (int sig = 1; sig <= SIGRTMAX; ++sig) {
@@ -62,16 +41,17 @@ TEST(UnixIoSignal, ActionsByInstaller) {
     bool oneArgument;
   };
   const Case cases[] = {
-      {"DO_SIGNAL", [](struct sigaction* old) { UNIXIO_DO_SIGNAL(SIGUSR2, tick, old); },
+      {"DO_SIGNAL", [](struct sigaction* old) { UNIXIO_DO_SIGNAL(SIGUSR2, handler, old); },
        SA_RESTART | SA_SIGINFO, false},
       {"DO_SIGNAL_",
        [](struct sigaction* old) {
-         UNIXIO_DO_SIGNAL_(SIGUSR2, tick, old, SA_NODEFER | SA_ONSTACK);
+         UNIXIO_DO_SIGNAL_(SIGUSR2, handler, old, SA_NODEFER | SA_ONSTACK);
        },
        SA_RESTART | SA_SIGINFO | SA_NODEFER | SA_ONSTACK, false},
-      {"noRestart", [](struct sigaction* old) { UNIXIO_DO_SIGNAL_noRestart(SIGUSR2, tick, old); },
-       SA_SIGINFO, false},
-      {"1ARG", [](struct sigaction* old) { UNIXIO_DO_SIGNAL_1ARG(SIGUSR2, tick1, old); },
+      {"noRestart",
+       [](struct sigaction* old) { UNIXIO_DO_SIGNAL_noRestart(SIGUSR2, handler, old); }, SA_SIGINFO,
+       false},
+      {"1ARG", [](struct sigaction* old) { UNIXIO_DO_SIGNAL_1ARG(SIGUSR2, handler1, old); },
        SA_RESTART, true},
   };
   for (const Case& c : cases) {
@@ -85,7 +65,7 @@ TEST(UnixIoSignal, ActionsByInstaller) {
     sigaction(SIGUSR2, nullptr, &now);
     constexpr int restorer = 0x04000000;
     EXPECT_EQ(now.sa_flags & ~restorer, c.flags);
-    EXPECT_TRUE(c.oneArgument ? now.sa_handler == tick1 : now.sa_sigaction == tick);
+    EXPECT_TRUE(c.oneArgument ? now.sa_handler == handler1 : now.sa_sigaction == handler);
     EXPECT_TRUE(isFull(now.sa_mask));
   }
   std::signal(SIGUSR2, SIG_DFL);
@@ -93,7 +73,7 @@ TEST(UnixIoSignal, ActionsByInstaller) {
 
 TEST(UnixIoSignal, RefusedActionIsABrokenGuarantee) {
   const ChildResult child = inChild([] {
-    UNIXIO_DO_SIGNAL(SIGKILL, tick, nullptr);
+    UNIXIO_DO_SIGNAL(SIGKILL, handler, nullptr);
     return 0;
   });
   EXPECT_EQ(exitCode(child), 3);
@@ -185,7 +165,7 @@ TEST(UnixIo, FgetcOnATerminalSurvivesSignals) {
     const Terminal terminal;
     typeInto = terminal.user;
     std::FILE* stream = fdopen(dup(terminal.program), "r");
-    startTicking(c.action, false);
+    startTicking(c.action);
     EXPECT_EQ(UnixIoFgetc(stream), c.result);
     stopTicking();
     EXPECT_GE(ticks, 3);
@@ -199,7 +179,7 @@ TEST(UnixIo, FgetcOfAPipeGivesUpAtTheFirstSignal) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   std::FILE* stream = fdopen(ends[0], "r");
-  startTicking([] {}, false);
+  startTicking([] {});
   EXPECT_EQ(UnixIoFgetc(stream), -1);
   EXPECT_EQ(errno, EINTR);
   stopTicking();
@@ -237,7 +217,7 @@ TEST(UnixIoSystem, ResultsByCommand) {
       // With the caller's signal mask.
       {"grep -q 'SigBlk:.*0000$' /proc/self/status", 0, 0},
   };
-  UNIXIO_DO_SIGNAL(SIGINT, tick, nullptr);
+  UNIXIO_DO_SIGNAL(SIGINT, handler, nullptr);
   for (const Case& c : cases) {
     EXPECT_EQ(UnixIoSystem(c.command, c.interactively), c.result) << c.command;
   }
@@ -277,7 +257,7 @@ std::string signalState() {
 
 void useSpecialSignals() {
   struct sigaction action = {};
-  action.sa_handler = tick1;
+  action.sa_handler = handler1;
   action.sa_flags = SA_NODEFER;
   sigaction(SIGCHLD, &action, nullptr);
   std::signal(SIGVTALRM, SIG_IGN);
@@ -295,7 +275,7 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
     if (signalState().substr(0, 8) != before.substr(0, 8)) return 2;
     struct sigaction action;
     sigaction(SIGCHLD, nullptr, &action);
-    if (action.sa_handler != tick1 || !isFull(action.sa_mask)) return 3;
+    if (action.sa_handler != handler1 || !isFull(action.sa_mask)) return 3;
     if ((action.sa_flags & (SA_RESTART | SA_SIGINFO)) != (SA_RESTART | SA_SIGINFO)) return 4;
     sigaction(SIGVTALRM, nullptr, &action);
     return action.sa_handler == SIG_IGN ? 0 : 5;
@@ -340,7 +320,7 @@ TEST(UnixIoSystem, RunsUnderTheRealIds) {
 }
 
 TEST(UnixIoSystem, SignalsMeanwhileWaitUntilItIsOver) {
-  startTicking([] {}, false);
+  startTicking([] {});
   EXPECT_EQ(UnixIoSystem("sleep 0.02", 0), 0);
   EXPECT_GE(ticks, 1);
   stopTicking();

@@ -1,0 +1,266 @@
+#include "hostunix/hostfname.h"
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "expandermodel.h"
+#include "hostunix/hostunixpriv.h"
+#include "surroundings.h"
+
+namespace {
+
+// Every prefix that readlink was asked about, in order.
+std::vector<std::string> asked;
+
+}  // namespace
+
+// Stands in for the C library's, so that the calls can be counted.
+extern "C" __attribute__((visibility("default"))) ssize_t readlink(const char* name, char* target,
+                                                                   std::size_t size) noexcept {
+  asked.emplace_back(name);
+  return syscall(SYS_readlink, name, target, size);
+}
+
+namespace {
+
+using Expander = void(const char*, char*, ArraySizeType);
+
+std::string expand(const std::string& name, std::size_t size = sizeof(HostFnameStrType),
+                   Expander* expander = HostUnixExpandFileName) {
+  std::vector<char> buffer(size + 1, '#');
+  expander(name.c_str(), buffer.data(), size);
+  EXPECT_EQ(buffer[size], '#') << "overrun for " << name.substr(0, 200);
+  return size == 0 ? "" : buffer.data();
+}
+
+class HostFname : public testing::Test {
+ protected:
+  HostFname() : before_(std::filesystem::current_path()) {
+    std::filesystem::create_directories(root_ / "d/e/f");
+    root_.write("d/file", "x");
+    std::filesystem::current_path(root_ / "d");
+  }
+  ~HostFname() override { std::filesystem::current_path(before_); }
+
+  void link(const std::string& target, const std::string& name) const {
+    std::filesystem::create_symlink(target, root_ / name);
+  }
+
+  const ScratchDirectory root_;
+
+ private:
+  std::filesystem::path before_;
+};
+
+TEST_F(HostFname, ByName) {
+  setenv("EXPAND_ABS", "/h", 1);
+  setenv("EXPAND_REL", "e", 1);
+  setenv("EXPAND_EMPTY", "", 1);
+  setenv("EXPAND_AGAIN", "$EXPAND_ABS", 1);
+  unsetenv("EXPAND_NONE");
+  link("/real", "l");
+  link("d/e", "rel");
+  link("../d/./e/..", "d/up");
+  const std::string root = root_.path();
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"$EXPAND_ABS/x", "/h/x"},
+      {"$EXPAND_ABS", "/h"},
+      {"$EXPAND_REL/x", root + "/d/e/x"},
+      {"$EXPAND_EMPTY/x", "/x"},
+      {"$EXPAND_EMPTY", root + "/d/"},
+      {"$EXPAND_AGAIN/y", "$EXPAND_ABS/y"},
+      {"$EXPAND_NONE/x", "$EXPAND_NONE/x"},
+      {"$EXPAND_NONE/./x/../y", "$EXPAND_NONE/y"},
+      {"$", "$"},
+      {"$/x", "$/x"},
+      {"a/./b", root + "/d/a/b"},
+      {"./a", root + "/d/a"},
+      {"../x", root + "/x"},
+      {".", root + "/d/"},
+      {"/a/b/../c", "/a/c"},
+      {"/a/..", "/"},
+      {"/a/../..", "/../"},
+      {"/..", "/../"},
+      {"/../a", "/../a"},
+      {"/./a/.", "/a"},
+      {"/.", ""},
+      {"/", "/"},
+      {"//", "//"},
+      {"/a//../b", "/a/b"},
+      {"/nowhere/.../..x", "/nowhere/.../..x"},
+      {root + "/l/x", "/real/x"},
+      {root + "/rel/x", root + "/d/e/x"},
+      {root + "/rel", root + "/d/e/"},
+      {root + "/rel/", root + "/d/e/"},
+      {root + "/rel/../file", root + "/d/file"},
+      {"up", root + "/d/"},
+      {"up/file", root + "/d/file"},
+      {"file/", root + "/d/file/"},
+      {"/tmp", "/tmp/"},
+  };
+  for (const auto& [name, expected] : cases) {
+    EXPECT_EQ(expand(name), expected) << name;
+    EXPECT_EQ(ExpanderModel(4096).expand(name), expected) << name;
+    HostFnameStrType inPlace;
+    std::strcpy(inPlace, name.c_str());
+    HostUnixExpandFileName(inPlace, inPlace, sizeof inPlace);
+    EXPECT_EQ(inPlace, expected) << name;
+  }
+}
+
+TEST_F(HostFname, LinksKeptOnRequest) {
+  link("/real", "l");
+  {
+    const KeepSoftLinks keepLinks;
+    EXPECT_EQ(expand(root_ / "l/x"), root_ / "l/x");
+    EXPECT_EQ(expand(root_ / "l/../d/."), root_ / "d");
+    const KeepSoftLinks again;
+  }
+  EXPECT_EQ(expand(root_ / "l/x"), "/real/x");
+}
+
+TEST_F(HostFname, RelativeWithoutACurrentDirectory) {
+  const std::string gone = root_ / "gone";
+  std::filesystem::create_directory(gone);
+  std::filesystem::current_path(gone);
+  std::filesystem::remove(gone);
+  EXPECT_EQ(expand("a/./b"), "a/b");
+  EXPECT_EQ(expand("a/../b/.."), "");
+  EXPECT_EQ(expand("./x"), "./x");
+}
+
+TEST_F(HostFname, AutoMountPrefix) {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"/tmp_mnt", "/tmp_mnt/home/u", "/home/u"}, {"/tmp_mnt", "/tmp_mntx", "/tmp_mntx"},
+      {"/tmp_mnt", "/tmp_mnt", "/tmp_mnt"},       {"/tmp_mnt", "/tmp_mnt/", "/"},
+      {"", "/tmp_mnt/a", "/tmp_mnt/a"},           {"/a/b", "/a/c/../b/d", "/d"},
+  };
+  for (const auto& [prefix, name, expected] : cases) {
+    std::strcpy(autoMountPrefix, prefix);
+    EXPECT_EQ(expand(name, 4096, HostExpandFileName), expected) << prefix << " " << name;
+  }
+  autoMountPrefix[0] = '\0';
+}
+
+TEST_F(HostFname, LoopsEndAfter4095Links) {
+  link("b", "a");
+  link("a", "b");
+  link(root_ / "self", "self");
+  asked.clear();
+  EXPECT_EQ(expand(root_ / "a/x"), root_ / "a/x");
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), root_ / "a") +
+                std::count(asked.begin(), asked.end(), root_ / "b"),
+            4095);
+  EXPECT_EQ(expand(root_ / "self"), root_ / "self");
+  // A link that makes the name longer stops where it no longer fits.
+  link("grow/x", "grow");
+  const std::string grown = expand(root_ / "grow", 300);
+  EXPECT_LT(300 - grown.size(), 4U);
+  EXPECT_EQ(grown, ExpanderModel(300).expand(root_ / "grow"));
+}
+
+TEST_F(HostFname, SettledPrefixesAreNotReadAgain) {
+  std::filesystem::create_directories(root_ / "a/b/c");
+  link(root_ / "a/b", "a/abs");
+  link(root_ / "a", "a/b/up");
+  link("b/./c", "a/rel");
+  const auto depth = std::count(root_.path().begin(), root_.path().end(), '/');
+  const std::pair<const char*, int> cases[] = {
+      {"a/b/c/x", 4},         {"a//b///c", 3}, {"a/./b/././c/.", 3},
+      {"a/b/c/../x/../y", 5}, {"a/abs/c", 4},  // abs, b
+      {"a/rel/x", 5},                          // rel, b, c
+      {"a/b/up/x", 4},                         // up; a is known
+  };
+  for (const auto& [name, calls] : cases) {
+    asked.clear();
+    const std::string result = expand(root_ / name);
+    EXPECT_EQ(asked.size(), static_cast<std::size_t>(depth + calls)) << name;
+    EXPECT_EQ(result, ExpanderModel(4096).expand(root_ / name));
+  }
+}
+
+TEST_F(HostFname, NamesAndTargetsAtTheLimits) {
+  const std::string longName = "/" + std::string(5000, 'n');
+  EXPECT_EQ(expand(longName), longName.substr(0, 4095));
+  setenv("EXPAND_LONG", std::string(4000, 'v').c_str(), 1);
+  EXPECT_EQ(expand("$EXPAND_LONG/" + std::string(200, 'x')),
+            "$EXPAND_LONG/" + std::string(200, 'x'));
+  unsetenv("EXPAND_LONG");
+
+  std::string target;
+  while (target.size() < 4000) target += "/" + std::string(39, 't');
+  link(target, "deep");
+  link("d/" + std::string(200, 'r'), "wide");
+  for (const std::string& name : {root_ / "deep" + "/" + std::string(94, 'y'), root_ / "wide/x",
+                                  root_ / "d/e/../../wide/./y", std::string("e/f"), root_ / "d"}) {
+    const std::size_t longest = ExpanderModel(9000).expand(name).size();
+    for (std::size_t size = 0; size < longest + 4; size += size < 120 ? 1 : longest / 30 + 1) {
+      ASSERT_EQ(expand(name, size), ExpanderModel(size).expand(name)) << name << " in " << size;
+    }
+    for (std::size_t size = longest - 2; size < longest + 4; ++size) {
+      ASSERT_EQ(expand(name, size), ExpanderModel(size).expand(name)) << name << " in " << size;
+    }
+  }
+}
+
+// Trees of random links and names made of their components: the results are the model's.
+TEST_F(HostFname, RandomTreesAgreeWithTheModel) {
+  std::mt19937 random(20240611);
+  const auto pick = [&random](std::size_t count) { return random() % count; };
+  const std::string words[] = {"a", "b", "c", "dd", ".", "..", ""};
+  const auto path = [&](std::size_t most) {
+    std::string result;
+    for (std::size_t i = pick(most) + 1; i > 0; --i) result += words[pick(7)] + (i > 1 ? "/" : "");
+    return result;
+  };
+  for (int tree = 0; tree < 12; ++tree) {
+    const std::string top = root_ / std::to_string(tree);
+    std::filesystem::create_directory(top);
+    for (int entry = 0; entry < 12; ++entry) {
+      const std::string where = top + "/" + words[pick(4)] + (pick(2) ? "/" + words[pick(4)] : "");
+      std::error_code ignored;
+      if (pick(3) == 0) {
+        std::filesystem::create_directory(where, ignored);
+      } else {
+        const std::string target = path(4);
+        std::filesystem::create_symlink(pick(2) || target.empty() ? top + "/" + target : target,
+                                        where, ignored);
+      }
+    }
+    std::filesystem::current_path(top);
+    for (int i = 0; i < 25; ++i) {
+      const std::string name = pick(2) ? path(8) : top + "/" + path(8);
+      const std::size_t size = pick(3) ? 4096 : 40 + pick(100);
+      ASSERT_EQ(expand(name, size), ExpanderModel(size).expand(name)) << name << " in " << size;
+    }
+  }
+}
+
+TEST_F(HostFname, TemporaryNames) {
+  const ChildResult child = inChild([this] {
+    setenv("TMPDIR", root_.path().c_str(), 1);
+    HostFnameStrType first;
+    HostFnameStrType second;
+    HostTempFileSpec(first, sizeof first);
+    HostTempFileSpec(second, sizeof second);
+    if (std::string(first).rfind(root_.path() + "/", 0) != 0) return 1;
+    if (std::strcmp(first, second) == 0 || access(first, F_OK) == 0) return 2;
+    char small[64] = "#########";
+    HostTempFileSpec(small, std::strlen(first));
+    if (small[0] != '\0') return 3;
+    HostTempFileSpec(small, std::strlen(first) + 1);
+    if (std::strlen(small) != std::strlen(first)) return 4;
+    small[0] = '#';
+    HostTempFileSpec(small, 0);
+    return small[0] == '#' ? 0 : 5;
+  });
+  EXPECT_EQ(exitCode(child), 0);
+}
+
+}  // namespace
