@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "hostunix/hostsignalspriv.h"
 #include "hostunix/hostunixpriv.h"
 #include "unixio.h"
 
@@ -38,8 +39,8 @@ sigset_t allSignals() {
 class Surroundings {
  public:
   explicit Surroundings(BoolType interactively) : mask_(allSignals()) {
-    UNIXIO_DO_SIGNAL(SIGCHLD, plainAction(SIG_DFL), &child_);
-    UNIXIO_DO_SIGNAL(SIGVTALRM, plainAction(SIG_IGN), &timer_);
+    UNIXIO_DO_SIGNAL(SIGCHLD, defaultSignal, &child_);
+    UNIXIO_DO_SIGNAL(SIGVTALRM, ignoreSignal, &timer_);
     if (interactively != 0) foreground_ = tcgetpgrp(STDIN_FILENO);
   }
   Surroundings(const Surroundings&) = delete;

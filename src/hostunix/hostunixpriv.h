@@ -11,7 +11,6 @@
 #include "hostunix/hostsigterm.h"
 #include "hostunix/hostsystem.h"
 #include "povzeltypes.h"
-#include "unixio.h"
 #include "utl/errnokeeper.h"
 
 // Filled by HostInit (hostinit.cpp)
@@ -57,13 +56,6 @@ class RealIds {
   bool wanted_;
   HostUserIdSType effective_ = {};
 };
-
-// SIG_DFL or SIG_IGN as the UNIXIO_DO_SIGNAL family takes it.
-inline UnixSigHandlerFType* plainAction(__sighandler_t action) {
-  struct sigaction record;
-  record.sa_handler = action;
-  return record.sa_sigaction;
-}
 
 // Whether the system call that has just failed is to be made again: a signal interrupted it, and
 // nobody has asked the process to end.
