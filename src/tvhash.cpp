@@ -35,7 +35,7 @@ struct StringKey {
   }
 
   static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const char* key) {
-    return std::strcmp(entry->key.string, key) == 0;
+    return *entry->key.string == *key && std::strcmp(entry->key.string, key) == 0;
   }
 
   static std::uint64_t size(const TvHashTable* /*table*/, const char* key) {
@@ -131,7 +131,7 @@ void rebuild(TvHashTable* table, TvHashEntry** newBuckets) {
   table->rebuildSize *= growthFactor;
   table->downShift -= growthBits;
   table->mask = table->mask * growthFactor + growthFactor - 1;
-  std::memset(newBuckets, 0, static_cast<std::size_t>(table->numBuckets) * sizeof *newBuckets);
+  std::memset(newBuckets, 0, static_cast<std::size_t>(table->numBuckets) * sizeof(void*));
   for (long i = 0; i < oldSize; ++i) {
     for (TvHashEntry *entry = oldBuckets[i], *next; entry != nullptr; entry = next) {
       next = entry->nextPtr;
@@ -161,7 +161,7 @@ TvHashEntry* create(TvHashTable* table, const char* key, long* newPtr) {
   TvHashEntry** newBuckets = nullptr;
   const bool grows = table->numEntries + 1 >= table->rebuildSize;
   if (grows) {
-    const auto bytes = static_cast<std::uint64_t>(table->numBuckets) * growthFactor * sizeof entry;
+    const auto bytes = static_cast<std::uint64_t>(table->numBuckets) * growthFactor * sizeof(void*);
     newBuckets = static_cast<TvHashEntry**>(tvAllocate(bytes, "tvHash"));
     if (newBuckets == nullptr) {
       UtlFree(entry);

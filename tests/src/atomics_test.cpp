@@ -98,6 +98,7 @@ void expectNothingLost(const Shared& shared) {
 TEST(Atomics, ThreadsLoseNothing) {
   Shared shared{};
   std::vector<std::thread> threads;
+  threads.reserve(workers);
   for (int i = 0; i < workers; ++i) threads.emplace_back(fight, &shared, i);
   for (std::thread& thread : threads) thread.join();
   expectNothingLost(shared);

@@ -74,7 +74,7 @@ TEST(StringHash, AgreesWithThreePlainHashes) {
     }
     ASSERT_EQ(hashOf(text), pearson(exact));
     ASSERT_EQ(hashOf(text, false), pearson(upper));
-    const std::string untilNul = text.c_str();
+    const std::string untilNul(text, 0, std::strlen(text.c_str()));
     ASSERT_EQ(HashCStrHash(text.c_str()), static_cast<unsigned>(hashOf(untilNul)));
   }
 }

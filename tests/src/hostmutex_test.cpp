@@ -16,6 +16,7 @@ TEST(HostMutex, OnlyOneThreadIsInside) {
   HostMutexInit(&mutex);
   long guarded = 0;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 20000; ++round) {
