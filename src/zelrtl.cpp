@@ -5,8 +5,10 @@
 #include <cstring>
 
 #include "dynlib.h"
+#include "zelrtlpriv.h"
 
 const ZelRtlJumpSType* rtlPrivZelRtlFuncs = nullptr;
+ZelRtlAttemptFType zelRtlObserveAttempt = nullptr;
 
 namespace {
 
@@ -94,6 +96,16 @@ bool composeSearchPath(const char* path, const char* tarvolin, char (&search)[se
   return err.tooLong("interface library search path", wanted, sizeof search - 1, search);
 }
 
+// Opens the library `name` as zeldl. The reason of a failure goes into `err`, which may be null.
+bool openLibrary(const char* name, char* err, ArraySizeType errSize) {
+  if (zelRtlObserveAttempt == nullptr) return DynLibLoad(name, &zeldl, err, errSize) != 0;
+  char reason[1024];
+  const bool opened = DynLibLoad(name, &zeldl, reason, sizeof reason) != 0;
+  zelRtlObserveAttempt(name, opened ? nullptr : reason);
+  if (!opened && err != nullptr) std::snprintf(err, errSize, "%s", reason);
+  return opened;
+}
+
 // Tries `fileName` in each directory of `search`. Leaves zeldl null if none has it. Returns false
 // if a candidate is too long.
 bool openFromDirectories(const char* search, const char* fileName, const ErrorText& err) {
@@ -109,7 +121,7 @@ bool openFromDirectories(const char* search, const char* fileName, const ErrorTe
       char candidate[candidateSize];
       std::snprintf(candidate, sizeof candidate, "%.*s%s%s", static_cast<int>(length), entry,
                     separator, fileName);
-      if (DynLibLoad(candidate, &zeldl, nullptr, 0)) return true;
+      if (openLibrary(candidate, nullptr, 0)) return true;
     }
     entry += length;
     if (*entry == ';') ++entry;
@@ -163,7 +175,7 @@ BoolType ZelRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeTy
   if (!composeSearchPath(path, tarvolin, search, err)) return 0;
   if (!openFromDirectories(search, fileName, err)) return 0;
 
-  if (zeldl == nullptr && !DynLibLoad(fileName, &zeldl, errBuf, errBufSize)) {
+  if (zeldl == nullptr && !openLibrary(fileName, errBuf, errBufSize)) {
     if (tarvolin == nullptr) err.append(noTarvolin);
     return 0;
   }
