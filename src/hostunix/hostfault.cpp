@@ -108,7 +108,7 @@ void reportSentSignal(const SignalEvent& event) {
   } else {
     return;
   }
-  utlGuaranteeFailed("src/hostunix/hostfault", __LINE__);
+  utlGuaranteeFailed("src/hostunix", __LINE__);
 }
 
 // Returns true when the fault was an access to a guarded page that is accessible now.

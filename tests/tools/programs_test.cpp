@@ -11,16 +11,16 @@ namespace {
 
 constexpr char installation[] = POVZEL_INSTALLATION;
 
-struct Run {
+struct Finished {
   int status;
   std::string output;
 };
 
 // Runs a program of the installation through the shell, with its errors in its output.
-Run run(const std::string& command) {
+Finished run(const std::string& command) {
   setenv("TARVOLIN", installation, 1);
   FILE* pipe = popen((std::string(installation) + "/bin/" + command + " 2>&1").c_str(), "r");
-  Run result{};
+  Finished result{};
   char buffer[4096];
   for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
     result.output.append(buffer, got);
@@ -34,7 +34,7 @@ bool contains(const std::string& text, const std::string& part) {
 }
 
 TEST(TvInfo, ShowsWhatIsInForce) {
-  const Run all = run("tvinfo");
+  const Finished all = run("tvinfo");
   EXPECT_EQ(all.status, 0);
   const std::string lib = std::string(installation) + "/lib/";
   for (const std::string& part :
@@ -45,7 +45,7 @@ TEST(TvInfo, ShowsWhatIsInForce) {
     EXPECT_TRUE(contains(all.output, part)) << part << " in\n" << all.output;
   }
   setenv("ZELRTL_VERSION", "99", 1);
-  const Run missing = run("tvinfo");
+  const Finished missing = run("tvinfo");
   unsetenv("ZELRTL_VERSION");
   EXPECT_TRUE(contains(missing.output, "not found          dlopen(" + lib + "libzelrpc99.so)"))
       << missing.output;
@@ -62,7 +62,7 @@ TEST(TvInfo, ShowsMessages) {
 
 TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
   const std::string pid = std::to_string(getpid());
-  const Run plain = run("gstack " + pid);
+  const Finished plain = run("gstack " + pid);
   EXPECT_EQ(plain.status, 0);
   EXPECT_TRUE(contains(plain.output, "Thread ")) << plain.output;
 
@@ -76,7 +76,7 @@ TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
             0);
   const std::string before = std::getenv("PATH");
   setenv("PATH", bin.c_str(), 1);
-  const Run bare = run("gstack " + pid);
+  const Finished bare = run("gstack " + pid);
   setenv("PATH", before.c_str(), 1);
   EXPECT_EQ(bare.status, 0);
   EXPECT_TRUE(contains(bare.output, "Thread " + pid + " (programs_test): state ")) << bare.output;
