@@ -20,7 +20,7 @@ add_compile_options(
   $<$<COMPILE_LANGUAGE:C,CXX>:-Wcast-align> $<$<COMPILE_LANGUAGE:C,CXX>:-Wundef>
   $<$<COMPILE_LANGUAGE:C,CXX>:-Wformat-security> $<$<COMPILE_LANGUAGE:C,CXX>:-Wvla>
   # Texts are cut to their buffers on purpose, everywhere.
-  $<$<COMPILE_LANGUAGE:C,CXX>:-Wno-format-truncation>
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-format-truncation>
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
   $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual> $<$<COMPILE_LANGUAGE:CXX>:-Wextra-semi>)
 add_link_options(-Wl,-z,noexecstack -Wl,-z,relro -Wl,-z,now)
