@@ -132,7 +132,7 @@ void XCharNumericData(DbChar code, short* numerator, short* denominator) {
   *denominator = static_cast<short>(entry.field2);
 }
 
-void XCharSetupSpecialCollate(ByteType* buffer, int size, BoolType isDbChar) {
+void XCharSetupSpecialCollate(const ByteType* buffer, int size, BoolType isDbChar) {
   specialCollateBuffer = buffer;
   specialCollateBufferSize = size;
   specialCollateBufferIsDbChar = isDbChar;
@@ -148,9 +148,9 @@ long XCharSpecialCollate(DbChar code) {
 }
 
 void XCharSetTables(long dispatchTableSize, long mainTableSize, long titleCaseTableSize,
-                    unsigned short* dispatchTable, unsigned short* indexTable,
-                    ByteType* categoryTable, XCharEntrySType* entryTable,
-                    XCharTitleCaseEntrySType* titleCaseTable) {
+                    const unsigned short* dispatchTable, const unsigned short* indexTable,
+                    const ByteType* categoryTable, const XCharEntrySType* entryTable,
+                    const XCharTitleCaseEntrySType* titleCaseTable) {
   XCharDispatchTableSize = dispatchTableSize;
   XCharTableSize = mainTableSize;
   XCharTitleCaseTableSize = titleCaseTableSize;

@@ -94,7 +94,7 @@ POVZEL_EXPORT void XCharNumericData(DbChar code, short* numerator, short* denomi
 // Sets the buffer that XCharSpecialCollate looks up: `size` + 1 entries, for the codes 0 to `size`,
 // of 16 bits if `isDbChar` is non-zero, else of 8. The caller keeps the buffer and may not free it
 // while it is set; null unsets it.
-POVZEL_EXPORT void XCharSetupSpecialCollate(ByteType* buffer, int size, BoolType isDbChar);
+POVZEL_EXPORT void XCharSetupSpecialCollate(const ByteType* buffer, int size, BoolType isDbChar);
 
 // Returns the special buffer's entry for `code`, `code` itself above the buffer's size, 0 without
 // a buffer.
@@ -105,10 +105,10 @@ POVZEL_EXPORT long XCharSpecialCollate(DbChar code);
 // be null) with `titleCaseTableSize`. The tables come from UtlMalloc and now belong to the module.
 // Those in force before are not freed: XCharResetTables first does that.
 POVZEL_EXPORT void XCharSetTables(long dispatchTableSize, long mainTableSize,
-                                  long titleCaseTableSize, unsigned short* dispatchTable,
-                                  unsigned short* indexTable, ByteType* categoryTable,
-                                  XCharEntrySType* entryTable,
-                                  XCharTitleCaseEntrySType* titleCaseTable);
+                                  long titleCaseTableSize, const unsigned short* dispatchTable,
+                                  const unsigned short* indexTable, const ByteType* categoryTable,
+                                  const XCharEntrySType* entryTable,
+                                  const XCharTitleCaseEntrySType* titleCaseTable);
 
 // Stores the sizes and tables in force, which stay the module's.
 POVZEL_EXPORT void XCharGetTables(long* dispatchTableSize, long* mainTableSize,

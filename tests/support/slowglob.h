@@ -11,6 +11,10 @@ inline bool slowGlob(const std::string& pattern, const std::string& text) {
     bool star = false;
     std::bitset<256> accepted{};
   };
+  const auto codeOf = [](char c) {
+    const int code = static_cast<unsigned char>(c);
+    return code < 128 ? code : code - 256;
+  };
   std::vector<Element> elements;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
     Element element;
@@ -25,13 +29,13 @@ inline bool slowGlob(const std::string& pattern, const std::string& text) {
       for (++i;; ++i) {
         if (i >= pattern.size()) return false;
         if (pattern[i] == ']') break;
-        int from = static_cast<signed char>(pattern[i]);
+        int from = codeOf(pattern[i]);
         int to = from;
         bool ends = false;
         if (i + 1 < pattern.size() && pattern[i + 1] == '-') {
           if (i + 2 >= pattern.size()) return false;
           ends = pattern[i + 2] == ']';
-          to = ends ? 127 : static_cast<signed char>(pattern[i + 2]);
+          to = ends ? 127 : codeOf(pattern[i + 2]);
           i += 2;
         }
         for (; from <= to; ++from) element.accepted.set(from & 0xFF);
