@@ -5,7 +5,6 @@
 // meet both alike; "ratio" is the median over the turns. The interface library does nothing.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,6 +13,7 @@
 
 #include "idlelib.h"
 #include "jvm.h"
+#include "paired.h"
 #include "povzelinterface.h"
 #include "zelrtl.h"
 
@@ -431,42 +431,14 @@ double secondsOf(RunFType run, jint count, int calls) {
   return threadSeconds() - begin;
 }
 
-// As many calls as take about a tenth of a millisecond.
-int callsPerTurn(RunFType run, jint count) {
-  constexpr double turn = 1e-4;
-  int calls = 1;
-  while (calls < 1 << 16 && secondsOf(run, count, calls) < turn) calls *= 2;
-  return calls;
-}
-
-double median(std::vector<double>& values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-// Runs both in turns and reports the first's time, the second's, and the median of their ratios.
 // Times are per call, or per element where there are several.
-void compare(benchmark::State& state, const Case& one, const Case& other, const char* otherName) {
-  const int oneCalls = callsPerTurn(one.native, one.count);
-  const int otherCalls = callsPerTurn(other.floor, other.count);
-  std::vector<double> ratios;
-  std::vector<double> others;
-  bool oneFirst = true;
-  for (auto _ : state) {
-    double first = 0;
-    if (oneFirst) first = secondsOf(one.native, one.count, oneCalls);
-    const double second =
-        secondsOf(other.floor, other.count, otherCalls) / otherCalls / other.count;
-    if (!oneFirst) first = secondsOf(one.native, one.count, oneCalls);
-    oneFirst = !oneFirst;
-    first = first / oneCalls / one.count;
-    state.SetIterationTime(first);
-    others.push_back(second);
-    ratios.push_back(first / second);
-  }
-  state.counters[otherName] = median(others) * 1e9;
-  state.counters["ratio"] = median(ratios);
+void compare(benchmark::State& state, const Case& one, const Case& other, double bound) {
+  compareTimed(
+      state, [&](int calls) { return secondsOf(one.native, one.count, calls); },
+      [&](int calls) { return secondsOf(other.floor, other.count, calls); },
+      {.units = static_cast<double>(one.count),
+       .otherUnits = static_cast<double>(other.count),
+       .bound = bound});
 }
 
 // The cost per element of 100,000 against that of 100.
@@ -487,7 +459,7 @@ void registerAll() {
                                  [&one](benchmark::State& state) {
                                    manyBytes = env->NewByteArray(one.count);
                                    require(one.native(one.count) == one.floor(one.count), one.name);
-                                   compare(state, one, one, "floor_ns");
+                                   compare(state, one, one, 1.10);
                                    env->DeleteLocalRef(manyBytes);
                                  })
         ->UseManualTime()
@@ -499,7 +471,7 @@ void registerAll() {
                                  [&large](benchmark::State& state) {
                                    Case small = large;
                                    small.count = 100;
-                                   compare(state, large, small, "small_ns");
+                                   compare(state, large, small, 1.20);
                                  })
         ->UseManualTime()
         ->Iterations(turns);

@@ -19,25 +19,19 @@
 constexpr benchmark::IterationCount pairedTurns = 201;
 
 struct PairedOptions {
-  double units = 1;  // what one call works on; times are given per unit
-  double bound = 0;  // the ratio that is promised at the most; 0: none
+  double units = 1;       // what one call works on; times are given per unit
+  double otherUnits = 0;  // the same for the other; 0: as many
+  double bound = 0;       // the ratio that is promised at the most; 0: none
 };
 
 namespace paired {
 
-template <typename Run>
-double secondsOf(Run& run, int calls) {
-  const auto begin = std::chrono::steady_clock::now();
-  for (int call = 0; call < calls; ++call) run();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
-
-// As many calls as take about a fifth of a millisecond.
-template <typename Run>
-int callsPerTurn(Run& run) {
+// As many calls as take about a fifth of a millisecond. `secondsOf` runs that many and times them.
+template <typename SecondsOf>
+int callsPerTurn(SecondsOf& secondsOf) {
   constexpr double turn = 2e-4;
   int calls = 1;
-  while (calls < 1 << 20 && secondsOf(run, calls) < turn) calls *= 2;
+  while (calls < 1 << 20 && secondsOf(calls) < turn) calls *= 2;
   return calls;
 }
 
@@ -49,20 +43,23 @@ inline double median(std::vector<double>& values) {
 
 }  // namespace paired
 
-// Measures `ours` and `other` in turns. The benchmark's time is that of `ours`; the counters are
-// the other's time in nanoseconds, the median of the ratios ours/other, and the bound.
-template <typename Ours, typename Other>
-void comparePaired(benchmark::State& state, Ours ours, Other other, PairedOptions options = {}) {
+// Measures two pieces in turns, each given as a function that runs it a number of times and returns
+// the seconds that took. The benchmark's time is that of `ours`; the counters are the other's time
+// in nanoseconds, the median of the ratios ours/other, and the bound.
+template <typename OursSeconds, typename OtherSeconds>
+void compareTimed(benchmark::State& state, OursSeconds ours, OtherSeconds other,
+                  PairedOptions options = {}) {
   const int ourCalls = paired::callsPerTurn(ours);
   const int otherCalls = paired::callsPerTurn(other);
+  const double otherUnits = options.otherUnits > 0 ? options.otherUnits : options.units;
   std::vector<double> ratios;
   std::vector<double> others;
   bool oursFirst = true;
   for (auto _ : state) {
     double mine = 0;
-    if (oursFirst) mine = paired::secondsOf(ours, ourCalls);
-    const double theirs = paired::secondsOf(other, otherCalls) / otherCalls / options.units;
-    if (!oursFirst) mine = paired::secondsOf(ours, ourCalls);
+    if (oursFirst) mine = ours(ourCalls);
+    const double theirs = other(otherCalls) / otherCalls / otherUnits;
+    if (!oursFirst) mine = ours(ourCalls);
     oursFirst = !oursFirst;
     mine = mine / ourCalls / options.units;
     state.SetIterationTime(mine);
@@ -72,4 +69,17 @@ void comparePaired(benchmark::State& state, Ours ours, Other other, PairedOption
   state.counters["other_ns"] = paired::median(others) * 1e9;
   state.counters["ratio"] = paired::median(ratios);
   if (options.bound > 0) state.counters["bound"] = options.bound;
+}
+
+// The same for two pieces that are timed by the clock on the wall.
+template <typename Ours, typename Other>
+void comparePaired(benchmark::State& state, Ours ours, Other other, PairedOptions options = {}) {
+  const auto timed = [](auto& run) {
+    return [&run](int calls) {
+      const auto begin = std::chrono::steady_clock::now();
+      for (int call = 0; call < calls; ++call) run();
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+  };
+  compareTimed(state, timed(ours), timed(other), options);
 }
