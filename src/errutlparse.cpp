@@ -28,9 +28,26 @@ struct Line {
   bool begun;  // at the end of the file: there was something before it
 };
 
+// Takes a line from memory that is one physical line and fits, as nearly all do.
+bool takeWholeLine(Input* input, Line* line) {
+  if (input->stream != nullptr || input->next == input->end) return false;
+  const auto left = static_cast<std::size_t>(input->end - input->next);
+  const void* newline = std::memchr(input->next, '\n', left);
+  if (newline == nullptr) return false;
+  const auto length =
+      static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - input->next);
+  if (length > longestLine || (length > 0 && input->next[length - 1] == '\\')) return false;
+  std::memcpy(line->text, input->next, length);
+  line->text[length] = '\0';
+  line->physicalLines = 1;
+  input->next += length + 1;
+  return true;
+}
+
 // Reads one logical line: physical lines joined where a backslash ends them, cut to the longest
 // line. Returns false at the end of the file, also when that comes before the line's end.
 bool readLine(Input* input, Line* line) {
+  if (takeWholeLine(input, line)) return true;
   std::size_t length = 0;
   bool kept = false;  // the last character went into the text
   int last = '\n';
