@@ -10,6 +10,7 @@
 #include "hostunix/hostenv.h"
 #include "hostunix/hostfiles.h"
 #include "hostunix/hostfname.h"
+#include "utl/utlexe.h"
 #include "utlheap.h"
 
 HostFnameStrType ErrUtlErrFileName;
@@ -119,13 +120,13 @@ BoolType ErrUtlReset(BoolType isCompiled) {
 }
 
 void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
-  HostFnameStrType given;
-  if (fileName != nullptr) {
-    std::snprintf(given, sizeof given, "%s", fileName);
-  } else if (!HostGetEnv(languageVariable, given, sizeof given)) {
-    std::memcpy(given, defaultFileName, sizeof defaultFileName);
+  HostFnameStrType language;
+  HostFnameStrType found;
+  if (fileName == nullptr) {
+    const bool isNamed = HostGetEnv(languageVariable, language, sizeof language) != 0;
+    fileName = UtlFindExeFile(isNamed ? language : defaultFileName, ".err", found, sizeof found);
   }
-  HostExpandFileName(given, name, sizeof name);
+  HostExpandFileName(fileName, name, sizeof name);
 }
 
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {

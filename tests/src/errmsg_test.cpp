@@ -292,7 +292,20 @@ TEST_F(Catalogue, StreamsGetTheTextAndAreFlushed) {
   ASSERT_NE(file, nullptr);
   ErrMsgSymToFileNoTimeStamp("m", file, "d", 7L);
   EXPECT_EQ(readFile("out"), "<7>\n");
+  ErrMsgSymToFile("m", file, "d", 8L);
+  const std::string stamped = readFile("out").substr(4);
+  EXPECT_EQ(stamped[0], '[');
+  EXPECT_EQ(stamped.substr(stamped.find('\n')), "\n    <8>\n");
+  ErrMsgSymToFile_1("<%s>", file, "one");
+  ErrMsgSymToFile_2("<%s>", file, std::string(2000, 'x').c_str(), "unused");
+  ErrMsgSymToFile_2("<%s %s>", file, "one", "two");
+  EXPECT_EQ(readFile("out").substr(4), stamped);
   std::fclose(file);
+  const std::string whole = readFile("out");
+  EXPECT_NE(whole.find("    <one>"), std::string::npos);
+  EXPECT_NE(whole.find("    <one two>"), std::string::npos);
+  EXPECT_NE(whole.find("    <" + std::string(1022, 'x')), std::string::npos);
+  EXPECT_EQ(whole.find(std::string(1023, 'x')), std::string::npos);
 }
 
 // Allows a process nothing but to leave by SYS_exit.
