@@ -53,7 +53,7 @@ void UnwindSetCurrentJumpBuffer(UnwindJmpBufSType* jb) {
 void UnwindDoUnwind(UnwindKindEType value) {
   if (UnwindCurrentJumpBuffer != nullptr) {
     UnwindExceptionVal = value;
-    std::longjmp(UnwindCurrentJumpBuffer->buf, value);
+    std::longjmp(UnwindCurrentJumpBuffer->buf, value);  // NOLINT(cert-err52-cpp): what we are for
   }
   std::fputs("UNWIND called with no handler!\n", stderr);
   std::fflush(stderr);

@@ -79,7 +79,7 @@ void substituteVariable(const char* inbuf, char* outbuf, std::size_t size) {
   const std::size_t restLength = std::strlen(rest);
   if (valueLength + restLength >= size) return;
   std::memmove(outbuf + valueLength, rest, restLength + 1);
-  std::memcpy(outbuf, value, valueLength);
+  std::memcpy(outbuf, value, valueLength);  // NOLINT(bugprone-not-null-terminated-result)
 }
 
 void makeAbsolute(Name& name) {

@@ -61,7 +61,8 @@ CryptFunc* findCrypt(const char*& why) {
 }  // namespace
 
 BoolType HostValidatePassword(const char* userName, const char* password, long* pwToken,
-                              char* errBuf, ArraySizeType errBufSize) {
+                              char* errBuf,  // NOLINT(readability-non-const-parameter)
+                              ArraySizeType errBufSize) {
   const Refusal refusal{errBuf, errBufSize};
   *pwToken = 0;
   errno = 0;

@@ -192,7 +192,11 @@ TEST(HostFiles, EffectiveIdsComeBackInEveryCombination) {
   const unsigned ids[][4] = {{root, root, nobody, nobody}, {nobody, nobody, root, root},
                              {nobody, other, root, root},  {root, root, nobody, other},
                              {nobody, root, root, other},  {other, other, other, other}};
-  for (const auto& [ruid, rgid, euid, egid] : ids) {
+  for (const auto& row : ids) {
+    const unsigned ruid = row[0];
+    const unsigned rgid = row[1];
+    const unsigned euid = row[2];
+    const unsigned egid = row[3];
     const ChildResult child = inChild([&] {
       if (setresgid(rgid, egid, 0) != 0 || setresuid(ruid, euid, 0) != 0) return 1;
       HostUserIdSType before = {};

@@ -100,24 +100,29 @@ TEST(HostTime, StatisticsTakeWholePieces) {
 TEST(HostTime, FormatByVariable) {
   const std::string standard = std::string(nl_langinfo(D_FMT)) + " " + nl_langinfo(T_FMT);
   const std::string longest = std::string(99, ' ') + "S";
-  const std::tuple<std::string, std::string, bool> cases[] = {
+  struct Case {
+    std::string variable;
+    std::string expected;
+    bool warned;
+  };
+  const Case cases[] = {
       {"%Y %H:%M:%S", "%Y %H:%M:%S", false},
       {"%H:%M", standard, true},
       {"", standard, false},
       {longest, longest, false},
       {" " + longest, standard, false},
   };
-  for (const auto& [variable, expected, warned] : cases) {
+  for (const Case& c : cases) {
     const ChildResult child = inChild([&] {
-      setenv("TV_CFTIME", variable.c_str(), 1);
+      setenv("TV_CFTIME", c.variable.c_str(), 1);
       const char* format = HostDateTimeFormat();
       setenv("TV_CFTIME", "S", 1);
-      return format == expected && HostDateTimeFormat() == format ? 0 : 1;
+      return format == c.expected && HostDateTimeFormat() == format ? 0 : 1;
     });
-    EXPECT_EQ(exitCode(child), 0) << variable;
-    EXPECT_EQ(
-        child.out,
-        warned ? "\n[WARNING]: Invalid $TV_CFTIME: '" + variable + "', using default.\n" : "");
+    EXPECT_EQ(exitCode(child), 0) << c.variable;
+    const std::string warning =
+        "\n[WARNING]: Invalid $TV_CFTIME: '" + c.variable + "', using default.\n";
+    EXPECT_EQ(child.out, c.warned ? warning : "");
   }
 }
 

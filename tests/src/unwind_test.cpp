@@ -17,10 +17,10 @@ int received(UnwindKindEType value, void (*unwind)(UnwindKindEType)) {
   UnwindJmpBufSType inner;
   outer.previous = UnwindGetCurrentJumpBuffer();
   UnwindSetCurrentJumpBuffer(&outer);
-  if (setjmp(outer.buf) != 0) return -1;
+  if (setjmp(outer.buf) != 0) return -1;  // NOLINT(cert-err52-cpp)
   inner.previous = UnwindGetCurrentJumpBuffer();
   UnwindSetCurrentJumpBuffer(&inner);
-  const int result = setjmp(inner.buf);
+  const int result = setjmp(inner.buf);  // NOLINT(cert-err52-cpp)
   if (result == 0) {
     UnwindSetExceptionVal(UNWIND_LOST_OT);
     unwind(value);

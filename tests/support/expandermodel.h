@@ -76,7 +76,10 @@ class ExpanderModel {
       const std::string text(target, static_cast<std::size_t>(length));
       const std::size_t slash = prefix.rfind('/');
       const std::string directory = slash == std::string::npos ? "" : prefix.substr(0, slash + 1);
-      return assignIfItFits((text[0] == '/' ? text : directory + text) + rest);
+      std::string changed = text[0] == '/' ? "" : directory;
+      changed += text;
+      changed += rest;
+      return assignIfItFits(changed);
     }
     return false;
   }
