@@ -27,9 +27,10 @@ char* putVisible(unsigned char byte, char* out) {
   return out;
 }
 
-// Bytes of 128 and above would index no built-in table: as plain characters they are negative.
+// Bytes of 128 and above would index no built-in table: as plain characters they are negative. The
+// end of a string stays its end, whatever the tables hold for code 0.
 int upperCase(char c) {
-  return c < 0 ? c : UtlToUpper(c);
+  return c <= 0 ? c : UtlToUpper(c);
 }
 
 void copyCut(char* buffer, std::size_t length, const char* text) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hostunix/hostdebug.h"
+#include "utl/utltext.h"
 #include "utlheap.h"
 
 namespace {
@@ -203,6 +204,17 @@ TEST(XChar, DumpBreaksRowsAfterTen) {
             dump.npos);
   EXPECT_NE(dump.find("\n  72/97:  2  65  97\n"), dump.npos);
   EXPECT_NE(dump.find("\n\n\nTitleCase Table:  size = 0\n\n\n\n"), dump.npos);
+}
+
+// Code 0 is a letter here, whose upper case others share.
+TEST(XChar, NoTableHidesTheEndOfAString) {
+  XCharSetTables(3, 3, 0, tableOf<unsigned short>({0, 1, 2}), tableOf<unsigned short>({0, 1, 2}),
+                 tableOf<ByteType>({1, 1, 1}), tableOf<XCharEntrySType>({{7, 0}, {7, 0}, {7, 0}}),
+                 nullptr);
+  EXPECT_EQ(UtlPartialStrCmp("\1\1", "\2\2"), 0);
+  EXPECT_EQ(UtlPartialStrCmp("\1\1", "\2"), 1);
+  EXPECT_EQ(UtlPartialStrCmp("\1", "\2\2"), -1);
+  XCharResetTables();
 }
 
 TEST(XChar, EmptyTablesAnswerForNothing) {
