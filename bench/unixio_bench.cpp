@@ -31,12 +31,14 @@ class Lines {
   std::FILE* file_;
 };
 
+// Argument: whether the command shares the terminal; otherwise it runs in a session of its own.
 void BM_System(benchmark::State& state) {
+  const BoolType interactively = static_cast<BoolType>(state.range(0));
   comparePaired(
-      state, [] { UnixIoSystem("exit 0", 0); },
+      state, [&] { UnixIoSystem("exit 0", interactively); },
       [] { benchmark::DoNotOptimize(std::system("exit 0")); }, {.bound = 1.1});
 }
-BENCHMARK(BM_System)->UseManualTime()->Iterations(200);
+BENCHMARK(BM_System)->Arg(0)->Arg(1)->UseManualTime()->Iterations(100);
 
 void BM_Fgets(benchmark::State& state) {
   const Lines file;
