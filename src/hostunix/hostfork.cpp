@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "errmsg.h"
@@ -42,14 +41,15 @@ struct FailureText {
 // thread may have been in it when the process forked.
 void readGroups(ForkPlan& plan) {
   for (int room = 64;; room *= 2) {
-    plan.groups = static_cast<gid_t*>(std::malloc(static_cast<std::size_t>(room) * sizeof(gid_t)));
+    const std::size_t size = static_cast<std::size_t>(room) * sizeof(gid_t);
+    plan.groups = static_cast<gid_t*>(UtlMalloc_(size, __LINE__));
     if (plan.groups == nullptr) {
       plan.groupsError = ENOMEM;
       return;
     }
     plan.groupCount = room;
     if (getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return;
-    std::free(plan.groups);
+    UtlFree(plan.groups);
   }
 }
 
@@ -153,7 +153,7 @@ BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
   plan.pipeWrite = -1;
   const bool started = (user == nullptr || planUser(plan, user, parentUid, failure)) &&
                        startChild(plan, thePid, failure);
-  std::free(plan.groups);
+  if (plan.groups != nullptr) UtlFree(plan.groups);
   return started;
 }
 
@@ -163,21 +163,23 @@ ChildEnvironment::ChildEnvironment() {
   std::size_t present = 0;
   while (environ != nullptr && environ[present] != nullptr) ++present;
   capacity_ = present + spare;
-  entries_ = static_cast<char**>(std::calloc(capacity_ + 1, sizeof(char*)));
+  const std::size_t size = (capacity_ + 1) * sizeof(char*);
+  entries_ = static_cast<char**>(UtlMalloc_(size, __LINE__));
   if (entries_ == nullptr) return;
+  std::memset(entries_, 0, size);
   for (; count_ < present; ++count_) entries_[count_] = environ[count_];
 }
 
 ChildEnvironment::~ChildEnvironment() {
-  for (char* text : owned_) std::free(text);
-  std::free(entries_);
+  for (std::size_t index = 0; index < ownedCount_; ++index) UtlFree(owned_[index]);
+  if (entries_ != nullptr) UtlFree(entries_);
 }
 
 void ChildEnvironment::set(const char* name, const char* value) {
   if (entries_ == nullptr || ownedCount_ == spare) return;
   const std::size_t nameLength = std::strlen(name);
   const std::size_t size = nameLength + std::strlen(value) + 2;
-  char* text = static_cast<char*>(std::malloc(size));
+  char* text = static_cast<char*>(UtlMalloc_(size, __LINE__));
   if (text == nullptr) return;
   std::snprintf(text, size, "%s=%s", name, value);
   owned_[ownedCount_++] = text;
