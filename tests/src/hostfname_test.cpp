@@ -14,15 +14,16 @@
 
 namespace {
 
-// Every prefix that readlink was asked about, in order.
+// Every prefix that readlink was asked about while recording, in order.
 std::vector<std::string> asked;
+bool recording = false;
 
 }  // namespace
 
 // Stands in for the C library's, so that the calls can be counted.
 extern "C" __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buf,
                                                                    std::size_t len) noexcept {
-  asked.emplace_back(path);
+  if (recording) asked.emplace_back(path);
   return syscall(SYS_readlink, path, buf, len);
 }
 
@@ -153,7 +154,9 @@ TEST_F(HostFname, LoopsEndAfter4095Links) {
   link("a", "b");
   link(root_ / "self", "self");
   asked.clear();
+  recording = true;
   EXPECT_EQ(expand(root_ / "a/x"), root_ / "a/x");
+  recording = false;
   EXPECT_EQ(std::count(asked.begin(), asked.end(), root_ / "a") +
                 std::count(asked.begin(), asked.end(), root_ / "b"),
             4095);
@@ -179,7 +182,9 @@ TEST_F(HostFname, SettledPrefixesAreNotReadAgain) {
   };
   for (const auto& [name, calls] : cases) {
     asked.clear();
+    recording = true;
     const std::string result = expand(root_ / name);
+    recording = false;
     EXPECT_EQ(asked.size(), static_cast<std::size_t>(depth + calls)) << name;
     EXPECT_EQ(result, ExpanderModel(4096).expand(root_ / name));
   }
