@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -109,9 +108,11 @@ TEST_F(UtlSearch, FindsCompanionFiles) {
   EXPECT_EQ(UtlFindExeFile(wanted, nullptr, found, sizeof found), wanted);
 }
 
-// Gives a child a root of its own, in which only `directories` exist. Returns only in the child.
+// Gives this child a root of its own, in which only `directories` exist. Other users than root may
+// do that in a user namespace.
 void enterEmptyRoot(const std::string& root, std::initializer_list<const char*> directories) {
   for (const char* directory : directories) fs::create_directories(root + directory);
+  if (geteuid() != 0) unshare(CLONE_NEWUSER);
   if (chroot(root.c_str()) != 0 || chdir("/") != 0) _exit(99);
 }
 
