@@ -82,7 +82,8 @@ TEST(Shell, FilterPrintsResultsAloneAndTellsWhetherAllRan) {
       {"--debug -e '1'", "", 0, "1\n", "DEBUG/ZelInterface: "},
       {"--nonsense", "", 2, "", "Try: povzel --help"},
       {"--server other -e 1", "", 2, "", "a password is needed"},
-      {"--user SystemUser --password-file /nonexistent -e 1", "", 1, "", "/nonexistent"},
+      {"--user SystemUser --password-file /nonexistent -e 1", "", 1, "",
+       "cannot read the password file /nonexistent"},
       {"--version", "", 0, "povzel 3.0.0\n", ""},
   };
   const Scratch scratch;

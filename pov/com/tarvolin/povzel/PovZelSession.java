@@ -2,6 +2,7 @@ package com.tarvolin.povzel;
 
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Collections;
 import java.util.List;
 import java.util.function.Consumer;
 import java.util.function.Supplier;
@@ -181,7 +182,9 @@ public final class PovZelSession implements AutoCloseable {
         requireText(selector, "selector");
         return calls.locked(() -> {
             PovZelReport to = converter.report(receiver);
-            PovZelReport[] with = converter.reports(Arrays.asList(arguments));
+            // perform(receiver, selector, null) means one argument, nil.
+            List<?> values = arguments == null ? Collections.singletonList(null) : Arrays.asList(arguments);
+            PovZelReport[] with = converter.reports(values);
             PovZelReport result = new PovZelReport();
             calls.call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
             return converter.value(result);

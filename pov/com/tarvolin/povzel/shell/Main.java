@@ -10,6 +10,7 @@ import java.io.PrintStream;
 import java.lang.reflect.Constructor;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.List;
 import picocli.CommandLine;
 import picocli.CommandLine.ParameterException;
@@ -137,12 +138,20 @@ public final class Main {
     /** The password to log in with, or null when the user has to be asked. */
     private String knownPassword(Options options) throws IOException {
         if (options.passwordFile != null) {
-            List<String> lines = Files.readAllLines(options.passwordFile, StandardCharsets.UTF_8);
-            return lines.isEmpty() ? "" : lines.get(0);
+            return firstLine(options.passwordFile);
         }
         boolean wellKnown = embedded && options.server == null
                 && options.user.equals(Options.DEFAULT_USER);
         return wellKnown ? WELL_KNOWN_PASSWORD : null;
+    }
+
+    private static String firstLine(Path file) throws IOException {
+        try {
+            List<String> lines = Files.readAllLines(file, StandardCharsets.UTF_8);
+            return lines.isEmpty() ? "" : lines.get(0);
+        } catch (IOException e) {
+            throw new IOException("cannot read the password file " + file + " (" + e + ")", e);
+        }
     }
 
     private String description(Options options) {

@@ -125,6 +125,7 @@ class SessionTest extends LoggedIn {
     void messagesAndObjectsAsText() {
         assertEquals(7L, session.perform(3, "+", 4));
         assertEquals(5L, session.perform("hello", "size"));
+        assertEquals(true, session.perform(session.executeForObject("[:x | x isNil]"), "value:", (Object[]) null));
         PovZelObject text = session.newString("6 * 7");
         assertEquals(42L, session.execute(text));
         PovZelObject array = session.executeForObject("#(1 2 3)");
@@ -145,6 +146,14 @@ class SessionTest extends LoggedIn {
                 () -> session.continueWithError(again, "no such luck", "Java: main()"));
         assertTrue(raised.message.contains("no such luck"), raised.message);
         assertThrows(PovZelException.class, () -> session.continueWith(suspended, 1));
+
+        PovZelException waiting = assertThrows(PovZelException.class,
+                () -> session.execute("(System suspend: 'a while') isNil"));
+        for (int i = 0; i < 3000; i++) {
+            session.execute("'something else'");
+        }
+        session.execute("System collectGarbage");
+        assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
     }
 
     @Test
