@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "errmsg.h"
@@ -52,7 +53,7 @@ void reportError(const char* symbol, int error) {
 }
 
 int waitSeconds() {
-  char value[80];
+  char value[80 + 1];
   return HostGetEnv("TV_CORE_TIME_OUT", value, sizeof value)
              ? static_cast<int>(std::strtol(value, nullptr, 10))
              : defaultWaitSeconds;
@@ -103,8 +104,10 @@ void leaveCoreDirectory() {
 }
 
 void prepareFirstAttempt() {
-  if (fileFlusherFct != nullptr) fileFlusherFct();
-  if (setgid(getgid()) != 0 || setuid(getuid()) != 0) {
+  flushApplicationFiles();
+  const bool groupGivenUp = setgid(getgid()) == 0;
+  const bool userGivenUp = setuid(getuid()) == 0;
+  if (!groupGivenUp || !userGivenUp) {
     std::fprintf(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
   }
   enterCoreDirectory();
@@ -132,6 +135,36 @@ void preparePanicAttempt() {
   _exit(panicExitStatus);
 }
 
+// How the system names core files; empty when it does not say.
+void readCorePattern(char (&pattern)[128]) {
+  pattern[0] = '\0';
+  const int file = open("/proc/sys/kernel/core_pattern", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return;
+  const ssize_t length = read(file, pattern, sizeof pattern - 1);
+  close(file);
+  pattern[length > 0 ? length : 0] = '\0';
+  pattern[std::strcspn(pattern, "\n")] = '\0';
+}
+
+// Says why there may be no core file where one was looked for, whether the system has dumped one or
+// not.
+void explainMissingCore(bool dumped) {
+  struct rlimit limit;
+  if (!dumped && getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
+    VerMessage(stderr, "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
+    return;
+  }
+  char pattern[128];
+  readCorePattern(pattern);
+  const char* what = dumped ? "names cores by its own pattern" : nullptr;
+  if (pattern[0] == '|') what = "hands cores to a program";
+  if (pattern[0] == '/') what = "writes cores elsewhere";
+  if (what == nullptr) return;
+  char text[256];
+  std::snprintf(text, sizeof text, "The system %s (kernel.core_pattern is \"%s\").", what, pattern);
+  VerMessage(stderr, text);
+}
+
 // Moves the child's core file up to where the process was started.
 void keepCore(pid_t child) {
   char name[32];
@@ -145,38 +178,11 @@ void keepCore(pid_t child) {
     const int reason = errno;
     report("host.core5", "s", target);
     reportError("host.core6", reason);
+    explainMissingCore(true);
     return;
   }
   leaveCoreDirectory();
   report("host.core7", "s", target);
-}
-
-// Says why the system may have written no core file here.
-void explainMissingCore() {
-  struct rlimit limit;
-  if (getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
-    VerMessage(stderr, "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
-    return;
-  }
-  char pattern[128] = "";
-  const int file = open("/proc/sys/kernel/core_pattern", O_RDONLY | O_CLOEXEC);
-  if (file < 0) return;
-  const ssize_t length = read(file, pattern, sizeof pattern - 1);
-  close(file);
-  if (length <= 0) return;
-  if (pattern[length - 1] == '\n') pattern[length - 1] = '\0';
-
-  char text[256];
-  if (pattern[0] == '|') {
-    std::snprintf(text, sizeof text,
-                  "The system hands cores to a program (kernel.core_pattern is \"%s\").", pattern);
-  } else if (pattern[0] == '/') {
-    std::snprintf(text, sizeof text,
-                  "The system writes cores elsewhere (kernel.core_pattern is \"%s\").", pattern);
-  } else {
-    return;
-  }
-  VerMessage(stderr, text);
 }
 
 // _Fork rather than vfork: before Linux 5.16 a core dump ended every process that shares the
@@ -200,7 +206,7 @@ BoolType dumpInChild() {
   }
   if (!WIFSIGNALED(status) || !WCOREDUMP(status)) {
     report("host.core4", nullptr);
-    explainMissingCore();
+    explainMissingCore(false);
     return 0;
   }
   keepCore(child);
@@ -214,7 +220,7 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
   if (noHalt != 0) return 1;
 
   if (coreAttempts == 0) {
-    if (fileFlusherFct != nullptr) fileFlusherFct();
+    flushApplicationFiles();
     if (coreAttempts == 0) {
       coreAttempts = 1;
       printStacks();

@@ -12,7 +12,8 @@ extern "C" {
 //
 // The image is that of a child that ends by SIGQUIT; the process itself goes on. A second call,
 // from a fault on the way, does without the application's callbacks and the message file; a third
-// ends the process at once with status 1. Set-id privileges are given up for good.
+// ends the process at once with status 1. Set-id privileges are given up for good; every signal but
+// SIGCHLD stays blocked in the calling thread, and SIGABRT has its default action.
 //
 // Returns 1 when a core was written, else 0 with the reason on standard error: among others, that
 // the system's core pattern hands cores to a program. With `noHalt` set, returns 1 at once.

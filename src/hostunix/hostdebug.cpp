@@ -26,6 +26,7 @@ constexpr int fatalExitStatus = 3;
 constexpr unsigned attachPollSeconds = 2;
 
 HostOnDebugHandlerType hostCallDebuggerHook = nullptr;
+BoolType hookRunning = 0;
 HostFatalReportFuncType* HostFatalReportFunc = nullptr;
 std::atomic<long> hostFatalReportCount{0};
 
@@ -89,8 +90,8 @@ int HostCallDebugger() {
   const int error = errno;
 
   std::signal(SIGVTALRM, SIG_IGN);
-  if (hostCallDebuggerHook != nullptr) hostCallDebuggerHook();
-  if (fileFlusherFct != nullptr) fileFlusherFct();
+  callUnlessRunning(hostCallDebuggerHook, hookRunning);
+  flushApplicationFiles();
   std::fflush(stderr);
   std::fflush(stdout);
   const bool first = hostFatalReportCount.fetch_add(1) == 0;
@@ -119,7 +120,7 @@ unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o) {
 }
 
 void HostWaitForDebugger() {
-  char value[80];
+  char value[80 + 1];
   if (HostGetEnv("TARVOLIN_CHILD_DEBUG", value, sizeof value)) HostExplicitWaitForDebugger();
 }
 

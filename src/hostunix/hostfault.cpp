@@ -84,7 +84,7 @@ constexpr bool endsAtOnce(int signal) {
 
 void callHandler(const struct sigaction& action, const SignalEvent& event) {
   if ((action.sa_flags & SA_SIGINFO) != 0) {
-    action.sa_sigaction(event.signal, event.info, event.context);
+    action.sa_sigaction(event.signal, event.received, event.context);
   } else {
     action.sa_handler(event.signal);
   }
@@ -175,7 +175,7 @@ void callPreviousHandler(const SignalEvent& event) {
 
 void quietExit(int code, const SignalEvent& event) {
   delaySigExit = nullptr;
-  if (fileFlusherFct != nullptr) fileFlusherFct();
+  flushApplicationFiles();
   if (event.signal != SIGTERM) callPreviousHandler(event);
   UtlExit(code);
 }
@@ -272,7 +272,7 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
   const bool validInfo = info != nullptr &&
                          reinterpret_cast<std::uintptr_t>(info) % alignof(siginfo_t) == 0 &&
                          info->si_signo == sig;
-  const SignalEvent event{sig, validInfo ? info : nullptr, static_cast<ucontext_t*>(context)};
+  const SignalEvent event{sig, validInfo ? info : nullptr, info, static_cast<ucontext_t*>(context)};
 
   if (sig == SIGTERM) {
     HostIncrementSigTerm();
@@ -306,6 +306,17 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
   }
 }
 
+void callUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
+  if (callback == nullptr || HostAsmSyncOr(&running, 1) != 0) return;
+  callback();
+  HostAsmSyncAnd(&running, 0);
+}
+
+void flushApplicationFiles() {
+  static BoolType flushing = 0;
+  callUnlessRunning(fileFlusherFct, flushing);
+}
+
 void resetFaultSwitches() {
   exitOnFault = 0;
   exitOnGuardPageAccess = 0;
@@ -331,7 +342,8 @@ void HostDelaySigExit(HostSigExitHandlerType postponeExit, HostSigExitHandlerTyp
 
 void HostDoSigExit() {
   if (postponed.exitfunc != nullptr) {
-    const SignalEvent event{postponed.signal, postponed.hasInfo ? &postponed.info : nullptr,
+    siginfo_t* info = postponed.hasInfo ? &postponed.info : nullptr;
+    const SignalEvent event{postponed.signal, info, info,
                             postponed.hasContext ? &postponed.context : nullptr};
     postponed.exitfunc(postponed.code, event);
   }

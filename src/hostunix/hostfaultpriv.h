@@ -7,10 +7,11 @@
 #include "hostunix/hostfault.h"
 #include "povzeltypes.h"
 
-// A signal as the handler received it. `info` is null when the handler's argument was not usable.
+// A signal as the handler received it.
 struct SignalEvent {
   int signal;
-  siginfo_t* info;
+  siginfo_t* info;      // null when the handler's argument was not usable
+  siginfo_t* received;  // that argument, for the handlers that are called with it
   ucontext_t* context;
 
   // A memory access that faulted.
@@ -45,6 +46,13 @@ bool isInThisLibrary(const void* address);
 extern HostFaultFuncType* fileFlusherFct;  // the application's callbacks; null for none
 extern HostFaultFuncType* shutdownFct;
 extern BoolType HostFatalErr;
+
+// Calls `callback` unless it is null or at work already (`running`, 0 at start): one that fails
+// itself comes back here, and would be called for ever. Signal-safe, as far as the callback is.
+void callUnlessRunning(HostFaultFuncType* callback, BoolType& running);
+
+// Calls the application's file flusher in that way.
+void flushApplicationFiles();
 
 // Puts the switches of the handler back to what they are at start.
 void resetFaultSwitches();

@@ -1,7 +1,9 @@
 // The child between fork and exec. Other threads of the parent are gone, with whatever locks they
 // held. The C library makes memory and streams usable again in the child, and the catalogue holds
 // its mutex across the fork, so messages, logs and file names may be used here; the environment
-// and the group database may not, and what is needed of them comes in the plan.
+// and the group database may not, and what is needed of them comes in the plan. The log's name and
+// header ask the user database, the resolver and the time zone, each of which has a lock of its
+// own. That one of them was held at the fork is unlikely; a child that waits for it gives up.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,6 +19,7 @@
 #include "hostunix/hostfname.h"
 #include "hostunix/hostforkpriv.h"
 #include "hostunix/hostids.h"
+#include "hostunix/hostsafeprint.h"
 #include "hostunix/hostsignalspriv.h"
 #include "hostunix/hostunixpriv.h"
 #include "hostunix/hostusers.h"
@@ -31,6 +34,7 @@ namespace {
 constexpr int childFailureStatus = 3;
 constexpr int firstClosedDescriptor = 8;
 constexpr int lastClosedDescriptor = 15;
+constexpr unsigned preparationSeconds = 300;  // more than a slow resolver or file server needs
 constexpr char defaultLogName[] = "%N%P%M.log";
 constexpr char blanks[] = " \t\n";
 
@@ -41,6 +45,36 @@ HostFaultFuncType* keptShutdown = nullptr;
   shutdownFct = keptShutdown;
   _exit(childFailureStatus);
 }
+
+// Ends the child when its preparation takes too long; the program that it becomes finds SIGALRM as
+// the parent had it.
+class PreparationLimit {
+ public:
+  PreparationLimit() {
+    UNIXIO_DO_SIGNAL(SIGALRM, giveUp, &action_);
+    sigset_t alarms;
+    sigemptyset(&alarms);
+    sigaddset(&alarms, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarms, &mask_);
+    alarm(preparationSeconds);
+  }
+  ~PreparationLimit() {
+    alarm(0);
+    sigaction(SIGALRM, &action_, nullptr);
+    pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+  }
+  PreparationLimit(const PreparationLimit&) = delete;
+  PreparationLimit& operator=(const PreparationLimit&) = delete;
+
+ private:
+  static void giveUp(int /*sig*/, siginfo_t* /*info*/, void* /*context*/) {
+    HostSignalSafePrint("HostFork: the child took too long to prepare itself.\n");
+    _exit(childFailureStatus);
+  }
+
+  struct sigaction action_ = {};
+  sigset_t mask_;
+};
 
 template <typename... Arguments>
 void message(FILE* stream, const char* symbol, const char* kinds, Arguments... arguments) {
@@ -110,6 +144,11 @@ const char** splitCommand(const char* cmd) {
   }
   argv[count] = nullptr;
   return argv;
+}
+
+// The file to execute; an empty command names none.
+const char* programOf(const char** argv) {
+  return argv[0] != nullptr ? argv[0] : "";
 }
 
 [[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
@@ -234,25 +273,32 @@ FILE* keepOutput(const ForkPlan& plan) {
   return stderr;
 }
 
+// All that comes before exec. Returns the stream that hears of its failure.
+FILE* prepareChild(const ForkPlan& plan, ChildEnvironment& environment, const char**& argv) {
+  const PreparationLimit limit;
+  if (plan.isServer) close(plan.pipeRead);
+  environment.enter();
+  closeInherited(plan);
+  ErrMsgReset();
+  argv = splitCommand(plan.cmd);
+  const char* program = programOf(argv);
+  if (setsid() < 0) endChildAfterCall("setsid()", errno);
+  if (plan.byDaemon) takeIdentity(plan);
+  enterWorkingDirectory(plan, program);
+  return plan.isServer ? keepOutput(plan) : startLog(plan, program, environment);
+}
+
 }  // namespace
 
 void runForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
   keptShutdown = shutdownFct;
   shutdownFct = nullptr;
-  if (plan.isServer) close(plan.pipeRead);
-  environment.enter();
-  closeInherited(plan);
-  ErrMsgReset();
-  const char** argv = splitCommand(plan.cmd);
-  const char* program = argv[0] != nullptr ? argv[0] : "";
-  if (setsid() < 0) endChildAfterCall("setsid()", errno);
-  if (plan.byDaemon) takeIdentity(plan);
-  enterWorkingDirectory(plan, program);
-  FILE* log = plan.isServer ? keepOutput(plan) : startLog(plan, program, environment);
+  const char** argv = nullptr;
+  FILE* log = prepareChild(plan, environment, argv);
 
   UNIXIO_DO_SIGNAL(SIGINT, ignoreSignal, nullptr);
   shutdownFct = keptShutdown;
-  UnixIoExecv(program, argv);
+  UnixIoExecv(programOf(argv), argv);
 
   const int reason = errno;
   VerLeadingEdge(log);

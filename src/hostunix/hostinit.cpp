@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -79,12 +78,6 @@ void startClocks() {
   sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
   initialCpuClockReading = HostClock();
   gettimeofday(&beginTp, nullptr);
-}
-
-void unblockSignals() {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 void rememberTerminal() {
@@ -164,7 +157,7 @@ void HostInit() {
   ErrMsgInit();
   startClocks();
   HostFatalErr = 0;
-  unblockSignals();
+  unblockInterrupts();
   rememberTerminal();
   raiseLimits();
   hostIsInitialized = 1;

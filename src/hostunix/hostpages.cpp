@@ -50,6 +50,7 @@ bool handleGuardPageAccess(char* faultAddr) {
   bool unprotected = false;
   for (protectedSType& slot : protectedPages) {
     if (slot.pageAddr == nullptr || !covers(slot, faultAddr)) continue;
+    if (slot.protectHandler == nullptr) continue;
     if (!slot.protectHandler(slot.pageAddr, faultAddr)) continue;
     unprotected |= unprotect(slot);
     if (faultAddr != nullptr) break;

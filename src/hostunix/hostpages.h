@@ -21,9 +21,9 @@ constexpr int HostMaxProtectedPages = 16;
 
 extern "C" {
 
-// Makes the page at `pageAddr` inaccessible and guards it with `handler`, which replaces the one
-// it has. Returns 1, or 0 with the reason in *err: not the start of a page, 16 pages are guarded
-// already, or the system refused.
+// Makes the page at `pageAddr` inaccessible and guards it with `handler` (null takes no access),
+// which replaces the one it has. Returns 1, or 0 with the reason in *err: not the start of a page,
+// 16 pages are guarded already, or the system refused.
 POVZEL_EXPORT BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler,
                                        SysErrorSType* err);
 

@@ -46,7 +46,7 @@ BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
 
 void HostKillProcess() {
   HostFatalErr = 1;
-  if (fileFlusherFct != nullptr) fileFlusherFct();
+  flushApplicationFiles();
   std::fflush(stderr);
   kill(getpid(), SIGKILL);
 }

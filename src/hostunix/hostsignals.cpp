@@ -21,7 +21,6 @@ itimerval timerOf(long milliseconds) {
 
 void setInterrupts(bool disable) {
   const ErrnoKeeper keeper;
-  if (interruptsAreDisabled == disable) return;
   sigset_t mask;
   if (disable) {
     sigfillset(&mask);
@@ -40,6 +39,10 @@ void ignoreUnlessHandled(int signal) {
   if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
     sigaction(signal, &previous, nullptr);
   }
+}
+
+void unblockInterrupts() {
+  setInterrupts(false);
 }
 
 void forgetProfTimer() {
@@ -61,11 +64,11 @@ void HostEnableKbInt(HostKbIntFuncType* routine) {
 }
 
 void HostDisableInterrupts() {
-  setInterrupts(true);
+  if (!interruptsAreDisabled) setInterrupts(true);
 }
 
 void HostEnableInterrupts() {
-  setInterrupts(false);
+  if (interruptsAreDisabled) setInterrupts(false);
 }
 
 void HostBeginSampling(const char* file) {

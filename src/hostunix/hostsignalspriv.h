@@ -38,5 +38,8 @@ class IgnoredSignal {
 // Ignores `signal` unless the program handles it.
 void ignoreUnlessHandled(int signal);
 
+// Unblocks every signal of the calling thread, whatever HostDisableInterrupts knows of them.
+void unblockInterrupts();
+
 // Forgets the action that HostStartProfTimer replaced.
 void forgetProfTimer();

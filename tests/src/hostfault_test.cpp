@@ -278,6 +278,19 @@ TEST(HostFault, ChainsToEarlierHandlers) {
   EXPECT_EQ(child.out.rfind("2 1 0", 0), 0u) << child.out;
 }
 
+TEST(HostFault, HandsOnInfoThatItCannotUse) {
+  static siginfo_t given;
+  const ChildResult child = runInChild([] {
+    installAction(SIGQUIT, [](int signal, siginfo_t* info, void* context) {
+      _exit(signal == SIGQUIT && info == &given && context == nullptr ? 42 : 1);
+    });
+    installHandlers();
+    given.si_signo = SIGBUS;
+    HostFaultHandler(SIGQUIT, &given, nullptr);
+  });
+  EXPECT_TRUE(child.exitedWith(42)) << child.status;
+}
+
 TEST(HostFault, EndsNestedFaults) {
   const ChildResult child = runInChild([] {
     installAction(

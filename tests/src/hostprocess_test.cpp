@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "child.h"
 #include "hostunix/hostfault.h"
@@ -132,6 +133,19 @@ TEST_F(HostForking, ClientWithoutALogEnds) {
                        "/nonexistent/dir", &child_));
   EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
   EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "[host.fork11 /nonexistent/dir]"));
+}
+
+// A log that is a pipe without a reader: the child would wait for ever.
+TEST_F(HostForking, ChildThatCannotGetReadyGivesUp) {
+  ASSERT_EQ(mkfifo(at("log").c_str(), 0600), 0);
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, at("log").c_str(),
+                       directory_.c_str(), &child_));
+  while (getsid(child_) != child_) std::this_thread::yield();
+  kill(child_, SIGALRM);  // its time is up
+  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
+  EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(),
+                       "HostFork: the child took too long to prepare itself.\n"));
 }
 
 TEST_F(HostForking, DaemonStartsProcessesOfUsers) {
