@@ -103,6 +103,22 @@ void planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
   environment.set(reconnectVariable, reconnect);
 }
 
+// Opens the pipe for the server's byte. Where standard output or error is closed, the write end
+// must not take its place: what the server prints would pass for the byte.
+bool openReadyPipe(ForkPlan& plan) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  plan.pipeRead = ends[0];
+  plan.pipeWrite = ends[1];
+  if (ends[1] > STDERR_FILENO) return true;
+
+  plan.pipeWrite = fcntl(ends[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const ErrnoKeeper keeper;
+  close(ends[1]);
+  if (plan.pipeWrite < 0) close(plan.pipeRead);
+  return plan.pipeWrite >= 0;
+}
+
 // Waits for the server's byte.
 bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const FailureText& failure) {
   close(plan.pipeWrite);
@@ -119,12 +135,7 @@ bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const Failu
 bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
   std::fflush(stderr);
   std::fflush(stdout);
-  if (plan.isServer) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return failure.failedCall("pipe", errno);
-    plan.pipeRead = ends[0];
-    plan.pipeWrite = ends[1];
-  }
+  if (plan.isServer && !openReadyPipe(plan)) return failure.failedCall("pipe", errno);
   ChildEnvironment environment;
   planEnvironment(plan, environment);
 

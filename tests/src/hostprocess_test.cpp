@@ -94,6 +94,15 @@ TEST_F(HostForking, ServerThatEndsWithoutAWordHasFailed) {
   EXPECT_TRUE(contains(report, "[host.fork4 [unixerr.part1 2][unixerr.ENOENT]]")) << report;
 }
 
+TEST_F(HostForking, WhatAServerPrintsIsNotItsByte) {
+  const ChildResult child = runInChild([&] {
+    close(STDOUT_FILENO);
+    close(STDERR_FILENO);
+    _exit(HostForkServer("/bin/ls /nonexistent", why_, sizeof why_, &child_));
+  });
+  EXPECT_TRUE(child.exitedWith(0)) << child.status;
+}
+
 TEST_F(HostForking, ClientLogsWhatItWrites) {
   const std::string cmd = script("echo out; echo err >&2; echo \"log=$TARVOLIN_CHILD_LOG\"; pwd");
   ASSERT_TRUE(HostFork(cmd.c_str(), nullptr, 0, why_, sizeof why_, "client.host",
