@@ -47,13 +47,13 @@ TEST(HostDebug, EndsWithAReport) {
   EXPECT_TRUE(child.exitedWith(3)) << child.status;
   const std::string pid = "process ";
   EXPECT_EQ(child.out.rfind("first\nsecond\nhook\n\nHostcalldebugger invoked in process ", 0), 0u);
-  EXPECT_TRUE(inOrder(child.out, {", notifying torv of fatal error\nserver\n",
-                                  "\nHostCallDebugger invoked in process ", "\n\n ____",
-                                  "[host.debugger1 HostCallDebugger]", "[host.debugger2 ",
-                                  "[host.debugger1 HostCoredump]",
-                                  "\n    Sleeping for 0 seconds before dumping core.\n"
-                                  "    You can now attach a debugger.     Process Id is ",
-                                  "[fault.errno 2 [unixerr.part1 2][unixerr.ENOENT]]", "|____"}))
+  EXPECT_TRUE(inOrder(
+      child.out,
+      {", notifying torv of fatal error\nserver\n", "\nHostCallDebugger invoked in process ",
+       "\n\n ____", "[host.debugger1 HostCallDebugger]", "[host.debugger2 ",
+       "[host.debugger1 HostCoredump]", "\n    Sleeping for 0 seconds before dumping core.\n",
+       "    You can now attach a debugger.     Process Id is ",
+       "[fault.errno 2 [unixerr.part1 2][unixerr.ENOENT]]", "|____"}))
       << child.out;
   EXPECT_NE(child.err.find("[host.core4]"), std::string::npos) << child.err;
 }
@@ -192,9 +192,8 @@ TEST(HostCoredump, PanicsTheSecondTimeAndGivesUpTheThird) {
     }
   });
   EXPECT_TRUE(child.exitedWith(1)) << child.status;
-  EXPECT_TRUE(inOrder(child.err, {"attempt 1\nflush\n", "flush\n", "shut down\n",
-                                  "attempt 2\n"
-                                  "coredump panic: Avoiding user-defined rundown function\n"
+  EXPECT_TRUE(inOrder(child.err, {"attempt 1\nflush\n", "flush\n", "shut down\n", "attempt 2\n",
+                                  "coredump panic: Avoiding user-defined rundown function\n",
                                   "coredump panic: disabling errmsg expansion\n",
                                   "attempt 3\ncoredump panic:  giving up!\n"}))
       << child.err;
