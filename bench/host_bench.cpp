@@ -53,7 +53,7 @@ void BM_StampedLine(benchmark::State& state) {
       },
       [] { stampByHand(sink()); }, {.bound = 0.5});
 }
-BENCHMARK(BM_StampedLine)->UseManualTime();
+BENCHMARK(BM_StampedLine)->Iterations(pairedTurns)->UseManualTime();
 
 void BM_VerMessage(benchmark::State& state) {
   static const char text[] = "A line of about sixty characters, as the version block has";
@@ -61,7 +61,7 @@ void BM_VerMessage(benchmark::State& state) {
       state, [] { VerMessage(sink(), text); }, [] { std::fprintf(sink(), "| %-75s |\n", text); },
       {.bound = 1.0});
 }
-BENCHMARK(BM_VerMessage)->UseManualTime();
+BENCHMARK(BM_VerMessage)->Iterations(pairedTurns)->UseManualTime();
 
 char* guardedPage() {
   static char* page = static_cast<char*>(
@@ -120,7 +120,7 @@ void BM_GuardPage(benchmark::State& state) {
   dup2(realError, STDERR_FILENO);
   close(realError);
 }
-BENCHMARK(BM_GuardPage)->UseManualTime();
+BENCHMARK(BM_GuardPage)->Iterations(pairedTurns)->UseManualTime();
 
 // Start, log header and end of a child, beside posix_spawn with the same header.
 void spawnWithLog() {
@@ -159,11 +159,12 @@ void BM_HostFork(benchmark::State& state) {
       [] { spawnWithLog(); }, {.bound = 1.2});
   unlink("/tmp/povzel-bench.log");
 }
-BENCHMARK(BM_HostFork)->UseManualTime();
+BENCHMARK(BM_HostFork)->Iterations(pairedTurns)->UseManualTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  setenv("TARVOLIN_LANG", POVZEL_ENGLISH_COMPILED, 1);
   HostInit();
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -1,6 +1,8 @@
 #include "hostunix/hostfault.h"
 
+#include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +57,8 @@ struct PostponedExit {
   ucontext_t context;
 };
 PostponedExit postponed;
+
+constexpr int recursion = 3;  // that many SIGSEGVs at once are taken for one
 
 constexpr int guardPageExitStatus = 1;
 constexpr int nestedFaultExitStatus = 2;
@@ -130,12 +134,42 @@ bool resumeAfterGuardPage(const SignalEvent& event) {
   return true;
 }
 
-// Counts nested SIGSEGVs and ends the process when the handling of one keeps faulting.
+// How many SIGSEGV handlers of this thread are running. Lies at a fixed place from the thread's
+// start, so that reading it in a handler never allocates.
+[[gnu::tls_model("initial-exec")]] thread_local int segvDepth = 0;
+
+// Counts a SIGSEGV and returns how many are being handled. What would look like recursion is often
+// no more than several threads of a Java VM at their null checks, each done in microseconds: a
+// thread that has no handler running yet waits a while for the others.
+int segvRunning() {
+  constexpr int yields = 100;
+  constexpr int naps = 1000;
+  constexpr int millisecond = 1;
+  auto* count = reinterpret_cast<int*>(&segvInProgressCount);
+  const bool nested = segvDepth++ > 0;
+  for (int waits = 0;; ++waits) {
+    const int running = HostAsmSyncCtrAdd(count, 1) + 1;
+    if (running < recursion || nested || waits == yields + naps) return running;
+    HostAsmSyncCtrAdd(count, -1);
+    if (waits < yields) {
+      sched_yield();
+    } else {
+      poll(nullptr, 0, millisecond);
+    }
+  }
+}
+
+void segvDone() {
+  --segvDepth;
+  HostAsmSyncCtrAdd(reinterpret_cast<int*>(&segvInProgressCount), -1);
+}
+
+// Ends the process when the handling of a SIGSEGV keeps faulting.
 void countSegv() {
-  const int running = HostAsmSyncCtrAdd(reinterpret_cast<int*>(&segvInProgressCount), 1) + 1;
+  const int running = segvRunning();
   if (running >= 5) _exit(nestedFaultExitStatus);
   if (running == 4) abortProcess();
-  if (running == 3) {
+  if (running == recursion) {
     std::signal(SIGABRT, SIG_DFL);
     HostSignalSafePrint("TV signal handler: Recursive SEGV detected, attempting to dump core\n");
     abortProcess();
@@ -162,9 +196,7 @@ bool chain(const SignalEvent& event) {
   pthread_sigmask(SIG_SETMASK, &mask, &current);
   callHandler(action, event);
   pthread_sigmask(SIG_SETMASK, &current, nullptr);
-  if (event.signal == SIGSEGV) {
-    HostAsmSyncCtrAdd(reinterpret_cast<int*>(&segvInProgressCount), -1);
-  }
+  if (event.signal == SIGSEGV) segvDone();
   return true;
 }
 

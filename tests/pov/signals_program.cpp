@@ -1,0 +1,157 @@
+// A program that starts the VM and installs the fault handler, in the order that its first argument
+// names, and then raises what its second argument names. signals_test.cpp looks at how it ends.
+#include <semaphore.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "hostunix/hostfault.h"
+#include "hostunix/hostinit.h"
+#include "hostunix/hostsafeprint.h"
+#include "jvm.h"
+
+namespace {
+
+JNIEnv* env = nullptr;
+jclass signals = nullptr;
+
+void installFaultHandler() {
+  HostInit();
+  HostInstallFaultHandler(nullptr, nullptr);
+}
+
+template <typename... Arguments>
+jint callJava(const char* name, const char* signature, Arguments... arguments) {
+  jmethodID method = env->GetStaticMethodID(signals, name, signature);
+  if (method == nullptr) std::_Exit(99);
+  const bool isVoid = signature[std::strlen(signature) - 1] == 'V';
+  jint result = 0;
+  if (isVoid) {
+    env->CallStaticVoidMethod(signals, method, arguments...);
+  } else {
+    result = env->CallStaticIntMethod(signals, method, arguments...);
+  }
+  if (env->ExceptionCheck()) std::_Exit(98);
+  return result;
+}
+
+void JNICALL faultInNative(JNIEnv*, jclass) {
+  static volatile std::uintptr_t nowhere = 16;
+  *reinterpret_cast<volatile char*>(nowhere) = 1;
+}
+
+// Java's own faults, in one thread and then in two at once.
+void javaFaults() {
+  const int checks = callJava("nullChecks", "(I)I", 5000);
+  const int overflows = callJava("overflows", "(I)I", 10);
+  const int together = callJava("inThreads", "(III)I", 2, 5000, 10);
+  std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
+              segvInProgressCount);
+}
+
+void manyThreads() {
+  std::printf("caught %d\n", callJava("inThreads", "(III)I", 8, 5000, 5));
+}
+
+// Ends at the first fault that reaches the fault handler.
+void firstToSeeFaults() {
+  HostExitOnFault();
+  javaFaults();
+}
+
+// Asks for a thread dump and reads it up to where the threads end. More follows, which is why the
+// process ends without looking for the VM's warnings.
+void threadDump() {
+  int ends[2];
+  if (pipe(ends) != 0) std::_Exit(97);
+  dup2(ends[1], STDERR_FILENO);
+  kill(getpid(), SIGQUIT);
+  std::string dump;
+  char buffer[4096];
+  while (dump.find("JNI global ref") == std::string::npos) {
+    const ssize_t got = read(ends[0], buffer, sizeof buffer);
+    if (got > 0) dump.append(buffer, static_cast<std::size_t>(got));
+  }
+  if (dump.find("Full thread dump") != std::string::npos) std::puts("thread dump");
+  std::fflush(stdout);
+  _exit(0);
+}
+
+[[noreturn]] void awaitEnd() {
+  for (;;) pause();
+}
+
+void terminate(int signal) {
+  callJava("printAtShutdown", "()V");
+  kill(getpid(), signal);
+  awaitEnd();
+}
+
+void hangUp() {
+  struct sigaction action;
+  sigaction(SIGHUP, nullptr, &action);
+  if (action.sa_handler != SIG_IGN) terminate(SIGHUP);
+  std::puts("ignored");
+}
+
+// The exit is postponed and made from Java.
+void postponedTerminate() {
+  static sem_t asked;
+  sem_init(&asked, 0, 0);
+  callJava("printAtShutdown", "()V");
+  HostDelaySigExit([] { sem_post(&asked); }, [] {});
+  kill(getpid(), SIGTERM);
+  while (sem_wait(&asked) != 0) {
+  }
+  callJava("exit", "(I)V", 143);
+}
+
+struct Scenario {
+  const char* name;
+  void (*run)();
+};
+
+const Scenario scenarios[] = {
+    {"java-faults", javaFaults},
+    {"many-threads", manyThreads},
+    {"first-to-see", firstToSeeFaults},
+    {"thread-dump", threadDump},
+    {"terminate", [] { terminate(SIGTERM); }},
+    {"hang-up", hangUp},
+    {"postponed-terminate", postponedTerminate},
+    {"native-fault", [] { callJava("fault", "()V"); }},
+    {"native-fault-in-thread", [] { callJava("faultInThreads", "(I)V", 1); }},
+    {"native-fault-in-threads", [] { callJava("faultInThreads", "(I)V", 4); }},
+    {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 96;
+  const struct rlimit none = {0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  const bool handlerFirst = std::strcmp(argv[1], "handler-first") == 0;
+  if (handlerFirst) installFaultHandler();
+  // The first compiler alone goes on checking for null by faulting.
+  env = jvm::start({"-XX:TieredStopAtLevel=1", "-Xbootclasspath/a:" POVZEL_SIGNALS_JAR,
+                    argc > 3 ? argv[3] : "-Xshare:auto"});
+  if (!handlerFirst) installFaultHandler();
+  signals = env->FindClass("Signals");
+  char name[] = "fault";
+  char signature[] = "()V";
+  const JNINativeMethod native = {name, signature, reinterpret_cast<void*>(faultInNative)};
+  if (signals == nullptr || env->RegisterNatives(signals, &native, 1) != 0) return 95;
+  for (const Scenario& scenario : scenarios) {
+    if (std::strcmp(scenario.name, argv[2]) != 0) continue;
+    scenario.run();
+    std::exit(0);
+  }
+  return 94;
+}
