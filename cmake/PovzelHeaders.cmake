@@ -1,6 +1,6 @@
 # Public headers go to include/povzel of the installation, in the folders they have under src/.
 # Private ones (*priv.h and the library's own basics) stay behind.
-file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.h)
+file(GLOB_RECURSE headers ${CMAKE_SOURCE_DIR}/src/*.h)
 list(FILTER headers EXCLUDE REGEX "(priv|/guarantee|/errnokeeper|/utlheapseam)\\.h$")
 set(installed_headers "")
 foreach(header ${headers})
