@@ -28,6 +28,8 @@ add_link_options(-Wl,-z,noexecstack -Wl,-z,relro -Wl,-z,now)
 if(POVZEL_SANITIZE)
   add_compile_options(-fsanitize=${POVZEL_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
+  # Instrumented code of the standard library looks uninitialized to GCC.
+  add_compile_options($<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-maybe-uninitialized>)
   add_link_options(-fsanitize=${POVZEL_SANITIZE})
   add_compile_definitions(POVZEL_SANITIZE)
 endif()
