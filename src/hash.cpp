@@ -1,5 +1,8 @@
 #include "hash.h"
 
+#include <emmintrin.h>
+
+#include <bit>
 #include <cctype>
 #include <cstring>
 
@@ -77,6 +80,7 @@ long HashStrHash(const ByteType* bytes, std::size_t count, BoolType caseSensitiv
   const ByteType* const end = bytes + count;
   if (caseSensitive != 0) {
     PearsonHash hash(*bytes);
+#pragma GCC unroll 4
     while (++bytes != end) hash.add(*bytes);
     return static_cast<long>(hash.value());
   }
@@ -107,7 +111,9 @@ BoolType HashCStrCompare(const void* string1, const void* string2) {
   return std::strcmp(static_cast<const char*>(string1), static_cast<const char*>(string2)) == 0;
 }
 
-// The table. Its slots are one block with the holes behind them, at endPtr.
+// The table. Its slots are one block with a mark for each of them behind it, at endPtr. The mark
+// of an occupied slot is a piece of its record's hash: a probe reads marks alone, many at once, and
+// looks at the records only where the mark is right.
 //
 // Emptying a slot would hide the records whose probes passed over it, and moving one of them into
 // it would hide that record from an enumeration that has come this far. So nothing moves: the
@@ -115,120 +121,127 @@ BoolType HashCStrCompare(const void* string1, const void* string2) {
 // more are closed as removals go by, so that they do not accumulate.
 namespace {
 
-constexpr std::size_t bitsPerWord = 32;
 constexpr long slotsPerSweep = 16;  // one sweep over the table for so many slots' worth of holes
 
-struct Holes {
-  std::uint32_t count;
-  std::int32_t madeSinceSweep;
-  std::uint32_t bits[1];  // one for each slot
+// The top bit says that a slot is empty.
+constexpr ByteType endOfRun = 128;  // no probe passes over it
+constexpr ByteType hole = 255;
+
+struct Marks {
+  std::int32_t holesSinceSweep;
+  ByteType of[1];  // each slot, and once more the first ones, so that groups need not wrap
 };
 
-std::size_t holesSize(std::size_t slots) {
-  return offsetof(Holes, bits) + (slots + bitsPerWord - 1) / bitsPerWord * sizeof(std::uint32_t);
+constexpr std::size_t groupSize = sizeof(__m128i);
+
+// A bit for each of the groupSize slots, the first lowest, that is empty or has this mark.
+unsigned emptyOrMarked(const ByteType* marks, ByteType mark) {
+  const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i*>(marks));
+  const __m128i equal = _mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(mark)));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(group, equal)));
 }
 
-Holes* holesOf(const HashTableSType* table) {
-  return reinterpret_cast<Holes*>(table->endPtr);
+// What a hash says of its record: the slot where probes for it start, and its mark.
+struct Place {
+  std::size_t home;
+  ByteType mark;
+};
+
+Marks* marksOf(const HashTableSType* table) {
+  return reinterpret_cast<Marks*>(table->endPtr);
 }
 
 std::size_t indexOf(const HashTableSType* table, const VoidPtrType* slot) {
   return static_cast<std::size_t>(slot - table->table);
 }
 
-bool isHole(const HashTableSType* table, const VoidPtrType* slot) {
-  const std::size_t index = indexOf(table, slot);
-  return (holesOf(table)->bits[index / bitsPerWord] >> index % bitsPerWord & 1) != 0;
+std::size_t sizeOf(const HashTableSType* table) {
+  return static_cast<std::size_t>(table->tableSize);
 }
 
-void setHole(HashTableSType* table, const VoidPtrType* slot, bool hole) {
-  if (isHole(table, slot) == hole) return;
-  const std::size_t index = indexOf(table, slot);
-  holesOf(table)->bits[index / bitsPerWord] ^= std::uint32_t{1} << index % bitsPerWord;
-  holesOf(table)->count += hole ? 1 : -1U;
+// Records with the same home differ in the quotient, neighbours in the hash itself.
+Place placeOf(unsigned int hash, std::size_t size) {
+  return {hash % size, static_cast<ByteType>((hash ^ hash / size) & 127)};
 }
 
-VoidPtrType* homeOf(const HashTableSType* table, const void* record) {
-  return table->table + table->hashFunc(record) % static_cast<unsigned long>(table->tableSize);
+std::size_t marksSize(std::size_t slots) {
+  return offsetof(Marks, of) + slots + groupSize - 1;
 }
 
-VoidPtrType* nextSlot(const HashTableSType* table, VoidPtrType* slot) {
-  return ++slot != table->endPtr ? slot : table->table;
+void setMark(HashTableSType* table, std::size_t index, ByteType mark) {
+  Marks* const marks = marksOf(table);
+  marks->of[index] = mark;
+  if (index < groupSize - 1) marks->of[sizeOf(table) + index] = mark;
 }
 
-VoidPtrType* previousSlot(const HashTableSType* table, VoidPtrType* slot) {
-  return (slot != table->table ? slot : table->endPtr) - 1;
+std::size_t wrapped(const HashTableSType* table, std::size_t index) {
+  return index < sizeOf(table) ? index : index - sizeOf(table);
 }
 
-// Goes on with a look-up from the first hole it has met. Should the record turn up nowhere, that
-// hole is its place.
-VoidPtrType* lookUpBeyond(const HashTableSType* table, const void* record, VoidPtrType* hole,
-                          const VoidPtrType* home) {
-  for (VoidPtrType* slot = nextSlot(table, hole); slot != home; slot = nextSlot(table, slot)) {
-    if (*slot != nullptr) {
-      if (table->compareFunc(record, *slot) != 0) return slot;
-    } else if (!isHole(table, slot)) {
-      break;
-    }
-  }
-  return hole;
+std::size_t nextOf(const HashTableSType* table, std::size_t index) {
+  return wrapped(table, index + 1);
+}
+
+std::size_t previousOf(const HashTableSType* table, std::size_t index) {
+  return (index != 0 ? index : sizeOf(table)) - 1;
 }
 
 // Leaves exactly those holes that the probe of some stored record passes over.
 void sweepHoles(HashTableSType* table) {
-  std::memset(holesOf(table), 0, holesSize(static_cast<std::size_t>(table->tableSize)));
-  for (VoidPtrType* slot = table->table; slot != table->endPtr; ++slot) {
-    if (*slot == nullptr) continue;
-    for (VoidPtrType* at = homeOf(table, *slot); at != slot; at = nextSlot(table, at)) {
-      if (*at == nullptr) setHole(table, at, true);
+  Marks* const marks = marksOf(table);
+  marks->holesSinceSweep = 0;
+  for (std::size_t i = 0; i < sizeOf(table); ++i) {
+    if (marks->of[i] == hole) setMark(table, i, endOfRun);
+  }
+  for (std::size_t i = 0; i < sizeOf(table); ++i) {
+    if (table->table[i] == nullptr) continue;
+    const Place place = placeOf(table->hashFunc(table->table[i]), sizeOf(table));
+    for (std::size_t at = place.home; at != i; at = nextOf(table, at)) {
+      if (marks->of[at] == endOfRun) setMark(table, at, hole);
     }
   }
 }
 
-// Makes the slot, just emptied, a hole if a probe might pass over it. None does when the next
-// slot ends all probes, and then the holes just before have lost their use too.
-void leaveHole(HashTableSType* table, VoidPtrType* slot) {
-  const VoidPtrType* const next = nextSlot(table, slot);
-  if (*next != nullptr || isHole(table, next)) {
-    setHole(table, slot, true);
-    if (++holesOf(table)->madeSinceSweep > table->tableSize / slotsPerSweep) sweepHoles(table);
+// Marks the slot, just emptied, a hole if a probe might pass over it. None does when the next slot
+// ends all probes, and then the holes just before have lost their use too.
+void leaveHole(HashTableSType* table, std::size_t index) {
+  Marks* const marks = marksOf(table);
+  setMark(table, index, hole);
+  if (marks->of[nextOf(table, index)] != endOfRun) {
+    if (++marks->holesSinceSweep > table->tableSize / slotsPerSweep) sweepHoles(table);
     return;
   }
-  for (slot = previousSlot(table, slot); *slot == nullptr && isHole(table, slot);
-       slot = previousSlot(table, slot)) {
-    setHole(table, slot, false);
+  for (; marks->of[index] == hole; index = previousOf(table, index)) {
+    setMark(table, index, endOfRun);
   }
 }
 
-// Gives the table an array of the size that indexOfPrime names and moves the records over.
-// Returns false when memory is short; then the table is as it was.
-bool rehash(HashTableSType* table) {
-  if (table->indexOfPrime > lastPrime) return false;
-  const long indexOfPrime = table->indexOfPrime < firstPrime ? firstPrime : table->indexOfPrime;
-  const long size = powerOfTwoPrime[indexOfPrime];
-  const std::size_t slotBytes = static_cast<std::size_t>(size) * sizeof(VoidPtrType);
-  const std::size_t bytes = slotBytes + holesSize(static_cast<std::size_t>(size));
-  auto* slots = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
-  if (slots == nullptr) return false;
-  std::memset(slots, 0, bytes);
-
-  VoidPtrType* const oldTable = table->table;
-  VoidPtrType* const oldEnd = table->endPtr;
-  table->indexOfPrime = indexOfPrime;
-  table->table = slots;
-  table->endPtr = slots + size;
-  table->tableSize = size;
-  table->halfTableSize = size >> 1;
-  table->quarterTableSize = size >> 2;
-  if (oldTable == nullptr) return true;
-  for (VoidPtrType* old = oldTable; old != oldEnd; ++old) {
-    if (*old == nullptr) continue;
-    VoidPtrType* slot = homeOf(table, *old);
-    while (*slot != nullptr) slot = nextSlot(table, slot);
-    *slot = *old;
+// Searches groupSize slots from `start` on. True ends the search, with its result in `found`; until
+// then that is the first hole, once there is one.
+inline bool searchGroup(const HashTableSType* table, const void* record, ByteType mark,
+                        std::size_t start, VoidPtrType*& found) {
+  const ByteType* const marks = marksOf(table)->of + start;
+  for (unsigned which = emptyOrMarked(marks, mark); which != 0; which &= which - 1) {
+    const auto offset = static_cast<unsigned>(std::countr_zero(which));
+    VoidPtrType* const slot = table->table + wrapped(table, start + offset);
+    if (marks[offset] == mark) {
+      if (table->compareFunc(record, *slot) == 0) continue;
+      found = slot;
+      return true;
+    }
+    if (found == nullptr) found = slot;
+    if (marks[offset] == endOfRun) return true;
   }
-  UtlFree(oldTable);
-  return true;
+  return false;
+}
+
+// Goes on with a search from the second group on. Out of line, since few come this far.
+[[gnu::noinline]] void searchOn(const HashTableSType* table, const void* record, ByteType mark,
+                                std::size_t start, VoidPtrType*& found) {
+  for (std::size_t seen = groupSize; seen < sizeOf(table); seen += groupSize) {
+    start = wrapped(table, start + groupSize);
+    if (searchGroup(table, record, mark, start, found)) return;
+  }
 }
 
 void makeEmpty(HashTableSType* table) {
@@ -253,28 +266,57 @@ void HashTableInit(HashTableSType* table, BoolType copyKeys, unsigned int keySiz
   rehash(table);
 }
 
+BoolType rehash(HashTableSType* table) {
+  if (table->indexOfPrime > lastPrime) return 0;
+  const long indexOfPrime = table->indexOfPrime < firstPrime ? firstPrime : table->indexOfPrime;
+  const long size = powerOfTwoPrime[indexOfPrime];
+  if (size < table->numEntries) return 0;
+  const std::size_t slotBytes = static_cast<std::size_t>(size) * sizeof(VoidPtrType);
+  const std::size_t bytes = slotBytes + marksSize(static_cast<std::size_t>(size));
+  auto* slots = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
+  if (slots == nullptr) return 0;
+  std::memset(slots, 0, slotBytes);
+  std::memset(slots + size, endOfRun, bytes - slotBytes);
+
+  VoidPtrType* const oldTable = table->table;
+  VoidPtrType* const oldEnd = table->endPtr;
+  table->indexOfPrime = indexOfPrime;
+  table->table = slots;
+  table->endPtr = slots + size;
+  table->tableSize = size;
+  table->halfTableSize = size >> 1;
+  table->quarterTableSize = size >> 2;
+  marksOf(table)->holesSinceSweep = 0;
+  if (oldTable == nullptr) return 1;
+  for (VoidPtrType* old = oldTable; old != oldEnd; ++old) {
+    if (*old == nullptr) continue;
+    const auto [home, mark] = placeOf(table->hashFunc(*old), sizeOf(table));
+    std::size_t at = home;
+    while (slots[at] != nullptr) at = nextOf(table, at);
+    slots[at] = *old;
+    setMark(table, at, mark);
+  }
+  UtlFree(oldTable);
+  return 1;
+}
+
 VoidPtrType* HashTableLookup(HashTableSType* table, const void* record) {
   const unsigned int hash = table->hashFunc(record);
   if (table->table == nullptr) return nullptr;
-  VoidPtrType* const home = table->table + hash % static_cast<unsigned long>(table->tableSize);
-  VoidPtrType* slot = home;
-  while (*slot != nullptr) {
-    if (table->compareFunc(record, *slot) != 0) return slot;
-    slot = nextSlot(table, slot);
-    if (slot == home) return nullptr;
-  }
-  if (holesOf(table)->count == 0 || !isHole(table, slot)) return slot;
-  return lookUpBeyond(table, record, slot, home);
+  const auto [home, mark] = placeOf(hash, sizeOf(table));
+  VoidPtrType* found = nullptr;
+  if (!searchGroup(table, record, mark, home, found)) searchOn(table, record, mark, home, found);
+  return found;
 }
 
 BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType record) {
-  if (slot != nullptr && *slot != nullptr) return 0;
+  if (record == nullptr || (slot != nullptr && *slot != nullptr)) return 0;
   if (table->numEntries >= table->halfTableSize && table->indexOfPrime < lastPrime) {
     ++table->indexOfPrime;
-    if (!rehash(table)) return 0;
+    if (rehash(table) == 0) return 0;
     slot = HashTableLookup(table, record);
   }
-  if (slot == nullptr) return 0;
+  if (slot == nullptr || *slot != nullptr) return 0;
   void* stored = record;
   if (table->copyKeys != 0) {
     const auto keySize = static_cast<std::size_t>(table->keySize);
@@ -282,8 +324,8 @@ BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType r
     if (stored == nullptr) return 0;
     std::memcpy(stored, record, keySize);
   }
-  setHole(table, slot, false);
   *slot = stored;
+  setMark(table, indexOf(table, slot), placeOf(table->hashFunc(record), sizeOf(table)).mark);
   ++table->numEntries;
   return 1;
 }
@@ -293,7 +335,7 @@ BoolType HashTableRemove(HashTableSType* table, VoidPtrType* slot) {
   if (table->copyKeys != 0) UtlFree(*slot);
   *slot = nullptr;
   --table->numEntries;
-  leaveHole(table, slot);
+  leaveHole(table, indexOf(table, slot));
   return 1;
 }
 

@@ -61,6 +61,11 @@ POVZEL_EXPORT BoolType HashCStrCompare(const void* string1, const void* string2)
 POVZEL_EXPORT void HashTableInit(HashTableSType* table, BoolType copyKeys, unsigned int keySize,
                                  HashFType* hashFunc, HashCompareFType* compareFunc);
 
+// Moves the records to a new array of the size that indexOfPrime names, or of 37 slots for less
+// than 5; inserts do it when it is time. Returns 1, or 0 and the table as it was when memory is
+// short, the records would not fit or indexOfPrime exceeds 16.
+POVZEL_EXPORT BoolType rehash(HashTableSType* table);
+
 // Returns the slot of the stored record that equals `record`; if there is none, the empty slot
 // where it would go. Null if the table has no slots, or is full and the record not in it. A slot
 // is valid until the next insert or clear.
@@ -69,7 +74,7 @@ POVZEL_EXPORT VoidPtrType* HashTableLookup(HashTableSType* table, const void* re
 // Stores `record` in the empty slot that HashTableLookup has just returned for it. A table that
 // is half full first grows to the next of 67, 131, 257, ... up to 65537 slots, which moves
 // records; the largest size then fills up. Returns 1, or 0 and nothing stored when memory is
-// short or the slot is null (in a table that cannot grow) or not empty.
+// short, the record is null, or the slot is null (in a table that cannot grow) or not empty.
 POVZEL_EXPORT BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot,
                                        VoidPtrType record);
 

@@ -294,6 +294,38 @@ TEST(OpenHashTable, ChurnLeavesSearchesShort) {
   UtlFree(table.table);
 }
 
+TEST_P(HashTable, RehashTakesTheSizeThatIsSet) {
+  std::vector<Record> records(80);
+  for (unsigned i = 0; i < records.size(); ++i) {
+    records[i] = {i, i * 11};
+    ASSERT_TRUE(insert(records[i]));
+  }
+  const struct {
+    long indexOfPrime;
+    BoolType result;
+    long size;
+  } cases[] = {{8, 1, 257}, {7, 1, 131}, {3, 0, 131}, {17, 0, 131}, {16, 1, 65537}, {6, 0, 65537}};
+  for (const auto& c : cases) {
+    table_.indexOfPrime = c.indexOfPrime;
+    EXPECT_EQ(rehash(&table_), c.result) << c.indexOfPrime;
+    EXPECT_EQ(table_.tableSize, c.size);
+    for (const Record& record : records) ASSERT_NE(*slotOf(record), nullptr);
+  }
+}
+
+TEST_P(HashTable, RefusesWhatHasNoSlot) {
+  EXPECT_FALSE(HashTableInsert(&table_, table_.table, nullptr));
+  std::vector<Record> records(18);
+  for (unsigned i = 0; i < records.size(); ++i) {
+    records[i] = {i, i};
+    ASSERT_TRUE(insert(records[i]));
+  }
+  EXPECT_FALSE(HashTableInsert(&table_, table_.table + 20, &records[4])) << "it is there already";
+  EXPECT_EQ(table_.tableSize, 67);
+  EXPECT_EQ(table_.numEntries, 18);
+  EXPECT_EQ(keys().size(), 18U);
+}
+
 TEST(OpenHashTable, FailedAllocationsLeaveTheTableAsItWas) {
   std::vector<Record> records(40);
   for (unsigned i = 0; i < records.size(); ++i) records[i] = {i, i * 5};
