@@ -1,6 +1,7 @@
 #include "unixio.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/single_threaded.h>
 #include <unistd.h>
 
@@ -95,9 +96,13 @@ int UnixIoFgetc(std::FILE* inFile) {
   const int before = errno;
   for (;;) {
     errno = 0;
-    // Whether the stream is a terminal matters only once nothing comes: asking costs a system call.
+    // Asking whether the stream is a terminal costs a system call, so that waits until nothing
+    // comes. Before that its buffering tells: the C library buffers terminals by lines.
     const int character = std::fgetc(inFile);
-    if (character != EOF) return character;
+    if (character != EOF) {
+      if (__flbf(inFile) == 0) errno = before;
+      return character;
+    }
 
     const int reason = errno;
     const bool terminal = isatty(fileno(inFile)) == 1;

@@ -139,9 +139,10 @@ TEST(UnixIo, FgetsAndFgetcOfAFile) {
   EXPECT_TRUE(UnixIoFgets(line, 3, file));
   EXPECT_STREQ(line, "cd");
   EXPECT_FALSE(UnixIoFgets(line, 0, file));
+  errno = 5;
   EXPECT_EQ(UnixIoFgetc(file), 'e');
   EXPECT_EQ(UnixIoFgetc(file), 'f');
-  errno = 5;
+  EXPECT_EQ(errno, 5);
   EXPECT_EQ(UnixIoFgetc(file), -1);
   EXPECT_EQ(errno, 5);
   EXPECT_FALSE(UnixIoFgets(line, sizeof line, file));
@@ -153,12 +154,13 @@ TEST(UnixIo, FgetcOnATerminalSurvivesSignals) {
     const char* name;
     void (*action)();
     int result;
+    int error;
   };
   const Case cases[] = {
-      {"typed", [] { EXPECT_EQ(write(typeInto, "x\n", 2), 2); }, 'x'},
-      {"cancelled", [] { UnixIoInterrupt(1); }, -1},
-      {"asked to end", [] { HostIncrementSigTerm(); }, -1},
-      {"end of file", [] { EXPECT_EQ(write(typeInto, "\4", 1), 1); }, -1},
+      {"typed", [] { EXPECT_EQ(write(typeInto, "x\n", 2), 2); }, 'x', 0},
+      {"cancelled", [] { UnixIoInterrupt(1); }, -1, EINTR},
+      {"asked to end", [] { HostIncrementSigTerm(); }, -1, EINTR},
+      {"end of file", [] { EXPECT_EQ(write(typeInto, "\4", 1), 1); }, -1, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -166,8 +168,11 @@ TEST(UnixIo, FgetcOnATerminalSurvivesSignals) {
     typeInto = terminal.user;
     std::FILE* stream = fdopen(dup(terminal.program), "r");
     startTicking(c.action);
+    errno = 5;
     EXPECT_EQ(UnixIoFgetc(stream), c.result);
+    const int error = errno;
     stopTicking();
+    EXPECT_EQ(error, c.error);
     EXPECT_GE(ticks, 3);
     EXPECT_EQ(cancelBlockingCall, 0);
     EXPECT_EQ(HostClearSigTerm(), std::string(c.name) == "asked to end" ? 1 : 0);
