@@ -367,15 +367,32 @@ TEST(HostFault, ReapsEveryChild) {
   EXPECT_TRUE(child.exitedWith(0)) << child.err;
 }
 
-// Threads touch guarded pages while the process is pelted with signals that it survives.
+// Threads touch guarded pages while the process is pelted with signals that it survives. Every one
+// that is handed on to an earlier handler, and every request to terminate, is seen.
 TEST(HostFault, LosesNothingUnderAStormOfSignals) {
+  static std::atomic<long> seen{0};
   const ChildResult child = runInChild([] {
+    for (const int signal : {SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
+      installAction(
+          signal, [](int, siginfo_t*, void*) { ++seen; }, SA_RESTART);
+    }
     installHandlers();
+    HostDelaySigExit([] { ++seen; }, nullptr);
     std::atomic<bool> stop{false};
     std::thread storm([&] {
       std::mt19937 random(4711);
-      const int signals[] = {SIGCHLD, SIGHUP, SIGPIPE, SIGIO};
-      while (!stop) kill(getpid(), signals[random() % 4]);
+      const int signals[] = {SIGCHLD, SIGIO, SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE, SIGTERM};
+      long terminations = 0;
+      for (long sent = 0; !stop;) {
+        const int signal = signals[random() % 8];
+        kill(getpid(), signal);
+        if (signal == SIGCHLD || signal == SIGIO) continue;
+        ++sent;
+        if (signal == SIGTERM) ++terminations;
+        // A signal that is sent while it is still pending would be one with that.
+        while (seen != sent) std::this_thread::yield();
+      }
+      if (HostGetSigTerm_() != terminations || terminations == 0) _exit(3);
     });
     char* pages = newPages(4);
     std::thread touchers[4];

@@ -2,22 +2,27 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <thread>
 
 #include "child.h"
 #include "hostunix/hostfault.h"
 #include "hostunix/hostinit.h"
+#include "unixio.h"
 
 namespace {
 
@@ -195,7 +200,13 @@ TEST_F(HostForking, RefusesUsersBeforeForking) {
   EXPECT_EQ(other.out, "[host.fork1a daemon]");
 }
 
-TEST_F(HostForking, LeavesNeitherDescriptorsNorZombies) {
+// A thousand forks and commands while the process is pelted with the signals that it handles and
+// survives. The SIGCHLD handler may reap a child first, so each child tells its own end as well.
+TEST_F(HostForking, LosesNothingUnderAStormOfSignals) {
+  const std::string ends = at("ends");
+  writeFile(at("client"), "echo >> " + ends + "\n");
+  writeFile(at("server"), "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"; echo >> " + ends + "\n");
+  writeFile(at("failing"), "echo >> " + ends + "\n");
   const ChildResult child = runInChild([&] {
     HostInstallFaultHandler(nullptr, nullptr);
     fs::current_path(directory_);
@@ -203,17 +214,39 @@ TEST_F(HostForking, LeavesNeitherDescriptorsNorZombies) {
       return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
     };
     const auto before = descriptors();
-    for (int count = 0; count < 200; ++count) {
-      if (!HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, "log", ".", &child_)) {
+    std::atomic<bool> stop{false};
+    const pthread_t worker = pthread_self();
+    std::thread storm([&] {
+      std::mt19937 random(4711);
+      const int signals[] = {SIGCHLD, SIGHUP, SIGPIPE, SIGIO, SIGCHLD};
+      const struct timespec pause = {0, 200000};
+      while (!stop) {
+        pthread_kill(worker, signals[random() % 5]);
+        nanosleep(&pause, nullptr);
+      }
+    });
+    for (int count = 0; count < 250; ++count) {
+      if (!HostFork("/bin/sh client", nullptr, 0, why_, sizeof why_, nullptr, "log", ".",
+                    &child_)) {
         _exit(1);
       }
-      if (HostForkServer("/bin/false", why_, sizeof why_, &child_)) _exit(2);
+      if (!HostForkServer("/bin/sh server", why_, sizeof why_, &child_)) _exit(2);
+      if (HostForkServer("/bin/sh failing", why_, sizeof why_, &child_)) _exit(3);
+      if (HostForkServer("/nonexistent", why_, sizeof why_, &child_) || child_ <= 0) _exit(4);
+      for (int command = 0; command < 4; ++command) {
+        const bool fails = command % 2 != 0;
+        if (UnixIoSystem(fails ? "exit 3" : "exit 0", 0) != (fails ? -1 : 0)) _exit(5);
+      }
     }
     while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
     }
-    if (errno != ECHILD || descriptors() != before) _exit(3);
+    if (errno != ECHILD) _exit(6);
+    stop = true;
+    storm.join();
+    if (descriptors() != before) _exit(7);
   });
-  EXPECT_TRUE(child.exitedWith(0)) << child.status << child.err;
+  EXPECT_TRUE(child.exitedWith(0)) << child.status << child.err.substr(0, 1000);
+  EXPECT_EQ(readFile(ends), std::string(750, '\n'));
 }
 
 TEST(HostPerform, RunsACommandFile) {
