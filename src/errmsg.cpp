@@ -118,11 +118,12 @@ bool reopen() {
   return true;
 }
 
-// Copies what fits into a caller's buffer of at least one byte.
+// Copies what fits into a caller's buffer of at least one byte, whose last one becomes zero.
 void putText(const char* text, char* buffer, std::size_t size) {
   const std::size_t length = strnlen(text, size - 1);
   std::memcpy(buffer, text, length);
   buffer[length] = '\0';
+  buffer[size - 1] = '\0';
 }
 
 // Formats the caller's own printf format, without the catalogue.
@@ -200,6 +201,7 @@ void ErrMsgBuildString(const char* symbol, char* buffer, std::size_t size, const
   args.collect(kinds, arguments);
   ErrUtlEntrySType entry;
   if (ErrMsgPanicked != 0 || !findErrSym(symbol, &entry)) {
+    std::memset(buffer, 0, size);
     desperateErr(symbol, nullptr, buffer, size, args);
     return;
   }
@@ -253,6 +255,7 @@ void ErrMsgToTxt(OopType category, long number, char* buffer, std::size_t size) 
   if (category == SystemErrCategoryOop) {
     ErrMsgSymToText(ErrMsgNumToSym(number), buffer, size, nullptr);
   } else {
+    std::memset(buffer, 0, size);
     putText("errmsg.userErrTxt", buffer, size);
   }
 }

@@ -58,8 +58,9 @@ POVZEL_EXPORT void ErrMsgSetPanicked(BoolType panicked);
 // null if there is none. The caller frees it with UtlFree.
 POVZEL_EXPORT char* ErrMsgGetString(const char* symbol);
 
-// Puts the text of `symbol` into `buffer`, cut to `size` bytes with its terminator. Nothing is
-// written for size 0. `kinds` may be null when there are no arguments.
+// Puts the text of `symbol` into `buffer`, cut to `size` bytes with its terminator; the last byte
+// of the buffer is zero in any case. Nothing is written for size 0. `kinds` may be null when there
+// are no arguments.
 POVZEL_EXPORT void ErrMsgSymToText(const char* symbol, char* buffer, std::size_t size,
                                    const char* kinds, ...);
 POVZEL_EXPORT void ErrMsgBuildString(const char* symbol, char* buffer, std::size_t size,

@@ -25,11 +25,16 @@ constexpr char languageVariable[] = "TARVOLIN_LANG";
 constexpr char defaultFileName[] = "$TARVOLIN/sys/english67.err";
 constexpr std::size_t largestContents = 64u << 20;
 
-ErrUtlBytes contents;  // of ErrUtlErrFile, once read
+ErrUtlBytes contents;        // of the message file, once read
+FILE* contentsOf = nullptr;  // where they came from: programs may set ErrUtlErrFile themselves
 
-void closeErrFile() {
+void dropContents() {
   if (contents.data != nullptr) UtlFree(contents.data);
   contents = {};
+}
+
+void closeErrFile() {
+  dropContents();
   if (ErrUtlErrFile != nullptr) std::fclose(ErrUtlErrFile);
   ErrUtlErrFile = nullptr;
 }
@@ -153,7 +158,9 @@ void ErrUtlShutdown() {
 }
 
 ErrUtlBytes errUtlContents() {
-  if (contents.data != nullptr || ErrUtlErrFile == nullptr) return contents;
+  if (contents.data != nullptr && contentsOf == ErrUtlErrFile) return contents;
+  dropContents();
+  if (ErrUtlErrFile == nullptr) return {};
   struct stat status;
   const int fd = fileno(ErrUtlErrFile);
   if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) return {};
@@ -166,5 +173,6 @@ ErrUtlBytes errUtlContents() {
     return {};
   }
   contents = {bytes, size};
+  contentsOf = ErrUtlErrFile;
   return contents;
 }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "child.h"
 #include "errutl.h"
@@ -28,6 +29,7 @@ std::string cutText(std::size_t size, const char* symbol, const char* kinds, Arg
   std::string buffer(size + 1, '!');
   ErrMsgSymToText(symbol, buffer.data(), size, kinds, args...);
   EXPECT_EQ(buffer[size], '!') << symbol;
+  EXPECT_TRUE(size == 0 || buffer[size - 1] == '\0') << symbol;
   return size == 0 ? "" : buffer.c_str();
 }
 
@@ -275,6 +277,14 @@ TEST_F(Catalogue, PanicAndResetFollowTheFile) {
 
   writeFile("test.err", compiledFile({{"m", "m:new text\n"}}));
   EXPECT_TRUE(ErrMsgReset());
+  EXPECT_EQ(text("m", ""), "new text");
+
+  // A stream that the program puts in its place is the file from then on.
+  FILE* ours = std::exchange(ErrUtlErrFile, std::fopen("/dev/null", "r"));
+  EXPECT_EQ(text("m", ""), "[m]");
+  EXPECT_TRUE(ErrMsgGetPanicked());
+  std::fclose(std::exchange(ErrUtlErrFile, ours));
+  ErrMsgSetPanicked(0);
   EXPECT_EQ(text("m", ""), "new text");
 
   std::remove(ErrUtlErrFileName);
