@@ -27,7 +27,7 @@ struct NameWriter {
   bool append(const char* text) { return append(text, std::strlen(text)); }
 
   // Ends the name. A full buffer loses its last character to the terminator.
-  bool terminate() {
+  bool terminate() const {
     const bool full = room == 0;
     next[full ? -1 : 0] = '\0';
     return !full;
