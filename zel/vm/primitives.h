@@ -16,7 +16,7 @@ struct PrimitiveSpec {
   bool classSide = false;
 };
 
-void installAll(std::span<const PrimitiveSpec> specs);
+void installAll(std::span<const PrimitiveSpec> all);
 
 void installObjectPrimitives();
 void installNumberPrimitives();

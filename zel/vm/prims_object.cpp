@@ -108,8 +108,8 @@ constexpr PrimitiveSpec specs[] = {
 
 }  // namespace
 
-void installAll(std::span<const PrimitiveSpec> specs) {
-  for (const PrimitiveSpec& spec : specs) {
+void installAll(std::span<const PrimitiveSpec> all) {
+  for (const PrimitiveSpec& spec : all) {
     installPrimitive(spec.owner, spec.selector, spec.classSide, spec.primitive);
   }
 }
