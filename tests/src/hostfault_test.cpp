@@ -37,6 +37,11 @@ void installHandlers() {
   HostInstallFaultHandler(nullptr, nullptr);
 }
 
+// A store that no sanitizer looks at.
+void store(void* address) {
+  asm volatile("movb $1, (%0)" : : "r"(address) : "memory");
+}
+
 char* newPages(std::size_t count) {
   return static_cast<char*>(
       mmap(nullptr, count * pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
@@ -131,7 +136,7 @@ TEST(HostFault, EndsByUnhandledSignals) {
        [] {
          char* page = newPages(1);
          munmap(page, pageSize);
-         *static_cast<volatile char*>(page) = 1;
+         store(page);
        },
        3,
        {"\n\nTV Signal Handler: Unhandled signal 11, SIGSEGV Received at ",
@@ -294,10 +299,9 @@ TEST(HostFault, HandsOnInfoThatItCannotUse) {
 TEST(HostFault, EndsNestedFaults) {
   const ChildResult child = runInChild([] {
     installAction(
-        SIGSEGV, [](int, siginfo_t*, void*) { *static_cast<volatile char*>(nullptr) = 1; },
-        SA_NODEFER);
+        SIGSEGV, [](int, siginfo_t*, void*) { store(nullptr); }, SA_NODEFER);
     installHandlers();
-    *static_cast<volatile char*>(nullptr) = 1;
+    store(nullptr);
   });
   EXPECT_TRUE(child.killedBy(SIGABRT)) << child.status;
   EXPECT_EQ(child.err, "TV signal handler: Recursive SEGV detected, attempting to dump core\n");
