@@ -16,6 +16,7 @@
 #include "hostunix/hostinit.h"
 #include "unixerr.h"
 #include "utl/utlinstall.h"
+#include "utlheap.h"
 #include "vermsg.h"
 #include "version.h"
 #include "zelrtl.h"
@@ -106,7 +107,7 @@ int showSymbol(const char* symbol) {
     return 1;
   }
   std::puts(text);
-  std::free(text);
+  UtlFree(text);
   return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -69,7 +70,7 @@ TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
   // The tools that the script itself needs, but no debugger.
   char path[] = "pathXXXXXX";
   ASSERT_NE(mkdtemp(path), nullptr);
-  const std::string bin = std::string(get_current_dir_name()) + "/" + path;
+  const std::string bin = std::filesystem::current_path().string() + "/" + path;
   ASSERT_EQ(std::system(
                 ("for tool in sh cat awk sed; do ln -s $(command -v $tool) " + bin + "/$tool; done")
                     .c_str()),
