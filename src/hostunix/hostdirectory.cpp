@@ -10,10 +10,10 @@
 
 namespace {
 
-// The last "/" in `spec` that is not escaped by a backslash, or null.
-char* lastSeparator(char* spec) {
+// The last "/" in `wildcard` that is not escaped by a backslash, or null.
+char* lastSeparator(char* wildcard) {
   char* found = nullptr;
-  for (char* at = spec; *at != '\0'; ++at) {
+  for (char* at = wildcard; *at != '\0'; ++at) {
     if (*at == '/') found = at;
     if (*at == '\\' && at[1] != '\0') ++at;
   }
@@ -25,21 +25,21 @@ struct Listing {
   const char* pattern;
 };
 
-// Cuts the expanded `spec` into its two parts.
-Listing split(char* spec) {
-  char* separator = lastSeparator(spec);
-  if (separator == nullptr) return {spec, "*"};
+// Cuts the expanded `wildcard` into its two parts.
+Listing split(char* wildcard) {
+  char* separator = lastSeparator(wildcard);
+  if (separator == nullptr) return {wildcard, "*"};
   *separator = '\0';
-  return {separator != spec ? spec : "/", separator[1] != '\0' ? separator + 1 : "*"};
+  return {separator != wildcard ? wildcard : "/", separator[1] != '\0' ? separator + 1 : "*"};
 }
 
 }  // namespace
 
 BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback, void* clientData) {
   if (wildcardSpec[0] == '\0') return 1;
-  HostFnameStrType spec;
-  HostExpandFileName(wildcardSpec, spec, sizeof spec);
-  const Listing listing = split(spec);
+  HostFnameStrType wildcard;
+  HostExpandFileName(wildcardSpec, wildcard, sizeof wildcard);
+  const Listing listing = split(wildcard);
 
   DIR* stream = opendir(listing.directory);
   if (stream == nullptr) return 1;

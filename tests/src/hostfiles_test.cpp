@@ -249,7 +249,7 @@ TEST(HostFiles, Directories) {
   EXPECT_FALSE(HostRemoveDirectory((scratch / "d").c_str(), nullptr));
 }
 
-std::multiset<std::string> listed(const std::string& spec) {
+std::multiset<std::string> listed(const std::string& wildcard) {
   std::multiset<std::string> found;
   const auto add = [](const char* directory, const char* entry, const char* separator,
                       void* data) -> int {
@@ -257,7 +257,7 @@ std::multiset<std::string> listed(const std::string& spec) {
                                                            entry);
     return -1;
   };
-  EXPECT_TRUE(HostDirectory(spec.c_str(), add, &found)) << spec;
+  EXPECT_TRUE(HostDirectory(wildcard.c_str(), add, &found)) << wildcard;
   return found;
 }
 

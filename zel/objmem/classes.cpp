@@ -163,16 +163,17 @@ void requireVariableNames(const std::vector<std::string>& names,
 }  // namespace
 
 void bootstrapClasses() {
-  for (const ClassSpec& spec : classSpecs) {
-    allocateFixed(spec.oop, ClassClass, Impl::pointers, classSlotCount, false);
+  for (const ClassSpec& entry : classSpecs) {
+    allocateFixed(entry.oop, ClassClass, Impl::pointers, classSlotCount, false);
   }
   allocateFixed(GlobalsOop, DictionaryClass, Impl::pointers, 0, true);
   allocateFixed(SystemErrCategoryOop, ErrorCategoryClass, Impl::pointers, 0, false).invariant =
       true;
-  for (const ClassSpec& spec : classSpecs) {
-    describeClass(spec.oop, spec.name, spec.superclass, spec.format, wordsOf(spec.instVarNames));
-    recordInHistory(spec.oop, 0);
-    dictionaryPut(GlobalsOop, symbolOop(spec.name), spec.oop);
+  for (const ClassSpec& entry : classSpecs) {
+    describeClass(entry.oop, entry.name, entry.superclass, entry.format,
+                  wordsOf(entry.instVarNames));
+    recordInHistory(entry.oop, 0);
+    dictionaryPut(GlobalsOop, symbolOop(entry.name), entry.oop);
   }
   dictionaryPut(GlobalsOop, symbolOop("Globals"), GlobalsOop);
 }

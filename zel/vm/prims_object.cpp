@@ -109,8 +109,8 @@ constexpr PrimitiveSpec specs[] = {
 }  // namespace
 
 void installAll(std::span<const PrimitiveSpec> all) {
-  for (const PrimitiveSpec& spec : all) {
-    installPrimitive(spec.owner, spec.selector, spec.classSide, spec.primitive);
+  for (const PrimitiveSpec& entry : all) {
+    installPrimitive(entry.owner, entry.selector, entry.classSide, entry.primitive);
   }
 }
 
