@@ -12,6 +12,7 @@
 #include "hostunix/hosttime.h"
 #include "hostunix/hostusers.h"
 #include "utl/utltime.h"
+#include "vermsgpriv.h"
 #include "version.h"
 
 namespace {
@@ -69,13 +70,6 @@ constexpr const char* debuggingLines[] = {
     "affected by it. If you are not sure that you should go on, stop here.",
 };
 static_assert(sizeof debuggingLines / sizeof debuggingLines[0] == 5);
-
-template <typename... Arguments>
-void catalogueMessage(FILE* f, const char* symbol, const char* kinds, Arguments... arguments) {
-  ErrMsgStrType text;
-  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
-  VerMessage(f, text);
-}
 
 constexpr char usualDateFormat[] = "%m/%d/%Y %r";
 constexpr char nameNotKnown[] = "???";

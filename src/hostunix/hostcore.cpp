@@ -24,6 +24,7 @@
 #include "hostunix/hostunixpriv.h"
 #include "unixerr.h"
 #include "vermsg.h"
+#include "vermsgpriv.h"
 
 namespace {
 
@@ -39,17 +40,10 @@ constexpr int panicExitStatus = 1;
 constexpr int signalsWhileWaiting[] = {SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT,
                                        SIGABRT, SIGTSTP, SIGCONT};
 
-template <typename... Arguments>
-void report(const char* symbol, const char* kinds, Arguments... arguments) {
-  ErrMsgStrType text;
-  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
-  VerMessage(stderr, text);
-}
-
 void reportError(const char* symbol, int error) {
   ErrMsgStrType reason;
   UnixErr(error, reason, sizeof reason);
-  report(symbol, "ds", static_cast<long>(error), reason);
+  catalogueMessage(stderr, symbol, "ds", static_cast<long>(error), reason);
 }
 
 int waitSeconds() {
@@ -176,13 +170,13 @@ void keepCore(pid_t child) {
   HostExpandFileName(wanted, target, sizeof target);
   if (rename(name, target) != 0) {
     const int reason = errno;
-    report("host.core5", "s", target);
+    catalogueMessage(stderr, "host.core5", "s", target);
     reportError("host.core6", reason);
     explainMissingCore(true);
     return;
   }
   leaveCoreDirectory();
-  report("host.core7", "s", target);
+  catalogueMessage(stderr, "host.core7", "s", target);
 }
 
 // _Fork rather than vfork: before Linux 5.16 a core dump ended every process that shares the
@@ -205,7 +199,7 @@ BoolType dumpInChild() {
     return 0;
   }
   if (!WIFSIGNALED(status) || !WCOREDUMP(status)) {
-    report("host.core4", nullptr);
+    catalogueMessage(stderr, "host.core4", nullptr);
     explainMissingCore(false);
     return 0;
   }

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
 
 #include "errmsg.h"
@@ -17,6 +16,7 @@
 #include "utl/utlexit.h"
 #include "utl/utltime.h"
 #include "vermsg.h"
+#include "vermsgpriv.h"
 
 BoolType noHalt = 0;
 
@@ -42,12 +42,10 @@ void notifyServer() {
   std::printf("\nHostCallDebugger invoked in process %d\n", getpid());
 }
 
-// SIGABRT may be handled by a handler that leads back here.
 [[noreturn]] void abortRecursion() {
   std::fputs("Recursive error caught!", stdout);
   std::fflush(stdout);
-  std::signal(SIGABRT, SIG_DFL);
-  std::abort();
+  abortProcess();
 }
 
 }  // namespace
@@ -57,12 +55,9 @@ void printDebuggerBanner(const char* caller) {
   std::fflush(stdout);
   std::fputs("\n\n", stdout);
   VerLeadingEdge(stdout);
-  ErrMsgStrType text;
-  ErrMsgSymToText("host.debugger1", text, sizeof text, "s", caller);
-  VerMessage(stdout, text);
+  catalogueMessage(stdout, "host.debugger1", "s", caller);
   ZelCTimeStringType date;
-  ErrMsgSymToText("host.debugger2", text, sizeof text, "s", UtlCtime(std::time(nullptr), &date));
-  VerMessage(stdout, text);
+  catalogueMessage(stdout, "host.debugger2", "s", UtlCtime(std::time(nullptr), &date));
 }
 
 void errnoMessage(int error, ErrMsgStrType text) {

@@ -74,12 +74,6 @@ constexpr bool endsAtOnce(int signal) {
   return isHardwareSignal(signal) || signal == SIGTRAP || signal == SIGFPE;
 }
 
-// Ends the process by SIGABRT itself, which would otherwise come back into the handler.
-[[noreturn]] void abortProcess() {
-  std::signal(SIGABRT, SIG_DFL);
-  std::abort();
-}
-
 [[noreturn]] void exitOnFaultNow(int signal) {
   safePrint("\n*** Received signal %d (%s) at %ld ***.\n%s\n", signal, signalName(signal),
             handlerTime(), "Goodbye.");
@@ -347,6 +341,11 @@ void callUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
 void flushApplicationFiles() {
   static BoolType flushing = 0;
   callUnlessRunning(fileFlusherFct, flushing);
+}
+
+void abortProcess() {
+  std::signal(SIGABRT, SIG_DFL);
+  std::abort();
 }
 
 void resetFaultSwitches() {

@@ -56,3 +56,6 @@ void flushApplicationFiles();
 
 // Puts the switches of the handler back to what they are at start.
 void resetFaultSwitches();
+
+// Ends the process by SIGABRT itself, which would otherwise come back into the handler.
+[[noreturn]] void abortProcess();

@@ -28,6 +28,7 @@
 #include "utl/utllogname.h"
 #include "utlheap.h"
 #include "vermsg.h"
+#include "vermsgpriv.h"
 
 namespace {
 
@@ -76,17 +77,10 @@ class PreparationLimit {
   sigset_t mask_;
 };
 
-template <typename... Arguments>
-void message(FILE* stream, const char* symbol, const char* kinds, Arguments... arguments) {
-  ErrMsgStrType text;
-  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
-  VerMessage(stream, text);
-}
-
 void errorMessage(FILE* stream, const char* symbol, int error) {
   ErrMsgStrType reason;
   UnixErr(error, reason, sizeof reason);
-  message(stream, symbol, "s", reason);
+  catalogueMessage(stream, symbol, "s", reason);
 }
 
 // Ends a box with the reason, and the child.
@@ -153,7 +147,7 @@ const char* programOf(const char** argv) {
 
 [[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
   VerLeadingEdge(stderr);
-  message(stderr, symbol, "d", static_cast<long>(getpid()));
+  catalogueMessage(stderr, symbol, "d", static_cast<long>(getpid()));
   endChildWithReason(error);
 }
 
@@ -191,7 +185,7 @@ void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
   }
   if (chdir(directory) == 0) return;
   const int reason = errno;
-  message(stderr, "host.fork11", "s", directory);
+  catalogueMessage(stderr, "host.fork11", "s", directory);
   endChildWithReason(reason);
 }
 
@@ -218,7 +212,7 @@ int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
   if (log >= 0) return log;
   const int reason = errno;
   VerLeadingEdge(stderr);
-  message(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
+  catalogueMessage(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
   errorMessage(stderr, "host.fork13", reason);
   VerEndEdge(stderr);
   endChild();
@@ -230,9 +224,9 @@ void writeLogHeader(FILE* stream, const ForkPlan& plan) {
   ErrMsgSymToText(plan.byDaemon ? "host.fork9a" : "host.fork9b", title, sizeof title, nullptr);
   VerCenteredMessage(stream, title);
   VerMessage(stream, "");
-  if (plan.clientHost != nullptr) message(stream, "host.forkClient", "s", plan.clientHost);
+  if (plan.clientHost != nullptr) catalogueMessage(stream, "host.forkClient", "s", plan.clientHost);
   VerInfo(stream, nullptr);
-  message(stream, "host.fork10", "s", plan.cmd);
+  catalogueMessage(stream, "host.fork10", "s", plan.cmd);
   VerEndEdge(stream);
   std::fflush(stream);
 }
@@ -302,7 +296,7 @@ void runForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
 
   const int reason = errno;
   VerLeadingEdge(log);
-  message(log, "host.fork12", nullptr);
+  catalogueMessage(log, "host.fork12", nullptr);
   errorMessage(log, "host.fork4", reason);
   VerEndEdge(log);
   std::fflush(log);

@@ -24,6 +24,7 @@
 #include "utl/utltime.h"
 #include "utlheap.h"
 #include "vermsg.h"
+#include "vermsgpriv.h"
 
 BoolType hostIsInitialized = 0;
 utsname unameData = {};
@@ -85,26 +86,20 @@ void rememberTerminal() {
   copyCut(OriginalTerminalName, terminal != nullptr ? terminal : "");
 }
 
-void initMessage(const char* symbol, const char* argument) {
-  ErrMsgStrType text;
-  ErrMsgSymToText(symbol, text, sizeof text, "s", argument);
-  VerMessage(stderr, text);
-}
-
 // The end of a process that could not be prepared.
 [[noreturn]] void crashAtStart(const char* reason) {
   const int error = errno;
   std::fflush(stdout);
   std::fputs("\n\n", stderr);
   VerLeadingEdge(stderr);
-  initMessage("host.initfail", reason);
+  catalogueMessage(stderr, "host.initfail", "s", reason);
   if (error != 0) {
     ErrMsgStrType text;
     errnoMessage(error, text);
     VerMessage(stderr, text);
   }
   ZelCTimeStringType date;
-  initMessage("fault.date", UtlCtime(std::time(nullptr), &date));
+  catalogueMessage(stderr, "fault.date", "s", UtlCtime(std::time(nullptr), &date));
   VerEndEdge(stderr);
   UtlExit(startFailureStatus);
 }
