@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
+#include <povzel/zelrtl.h>
 #include "idlelib.h"
 #include "jvm.h"
 #include "paired.h"
 #include "povzelinterface.h"
-#include "zelrtl.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "errmsg.h"
+#include <povzel/errmsg.h>
 #include "paired.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // The string hashes beside a plain loop, the open table beside std::unordered_set.
-#include "hash.h"
+#include <povzel/hash.h>
 
 #include <benchmark/benchmark.h>
 
@@ -11,8 +11,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include <povzel/utlheap.h>
 #include "paired.h"
-#include "utlheap.h"
 
 namespace {
 

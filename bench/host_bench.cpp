@@ -13,16 +13,16 @@
 #include <cstring>
 #include <ctime>
 
-#include "errmsg.h"
-#include "hostunix/hostfault.h"
-#include "hostunix/hostinit.h"
-#include "hostunix/hostpages.h"
-#include "hostunix/hostprocess.h"
-#include "hostunix/hosttime.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostfault.h>
+#include <povzel/hostinit.h>
+#include <povzel/hostpages.h>
+#include <povzel/hostprocess.h>
+#include <povzel/hosttime.h>
+#include <povzel/utllogname.h>
+#include <povzel/utltime.h>
+#include <povzel/vermsg.h>
 #include "paired.h"
-#include "utl/utllogname.h"
-#include "utl/utltime.h"
-#include "vermsg.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "hostunix/hostfname.h"
+#include <povzel/hostfname.h>
 #include "paired.h"
 
 namespace {

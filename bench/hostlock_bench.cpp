@@ -5,8 +5,8 @@
 
 #include <atomic>
 
-#include "atomics.h"
-#include "hostmutex.h"
+#include <povzel/atomics.h>
+#include <povzel/hostmutex.h>
 #include "paired.h"
 
 namespace {

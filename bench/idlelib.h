@@ -1,7 +1,7 @@
 // What the do-nothing interface library and the benchmark of the bridge agree on.
 #pragma once
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 namespace idle {
 

@@ -1,5 +1,5 @@
 // Building texts by appending, beside std::string.
-#include "tvdstring.h"
+#include <povzel/tvdstring.h>
 
 #include <benchmark/benchmark.h>
 

@@ -1,5 +1,5 @@
 // The keyed table beside the hash maps that a program would use instead.
-#include "tvhash.h"
+#include <povzel/tvhash.h>
 
 #include <apr_general.h>
 #include <apr_hash.h>

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <povzel/unixio.h>
 #include "paired.h"
-#include "unixio.h"
 
 namespace {
 

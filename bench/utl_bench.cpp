@@ -8,12 +8,12 @@
 #include <random>
 #include <vector>
 
+#include <povzel/utlbits.h>
+#include <povzel/utlchecksum.h>
+#include <povzel/utlglob.h>
+#include <povzel/utltext.h>
+#include "basics/internal.h"
 #include "paired.h"
-#include "utl/utlbits.h"
-#include "utl/utlchecksum.h"
-#include "utl/utlcpupriv.h"
-#include "utl/utlglob.h"
-#include "utl/utltext.h"
 
 namespace {
 

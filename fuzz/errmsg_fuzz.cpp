@@ -8,9 +8,9 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "errmsg.h"
-#include "errutl.h"
-#include "utlheap.h"
+#include <povzel/errmsg.h>
+#include <povzel/errutl.h>
+#include <povzel/utlheap.h>
 
 namespace {
 

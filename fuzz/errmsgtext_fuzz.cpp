@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "errmsgpriv.h"
+#include "messages/internal.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "errutl.h"
+#include <povzel/errutl.h>
 
 namespace {
 

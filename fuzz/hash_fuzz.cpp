@@ -1,14 +1,14 @@
 // Drives the open hash table and a model of it with operations read from the input: the first
 // byte sets how records collide and whether the table copies them, then each byte is one
 // operation on one of 64 records.
-#include "hash.h"
+#include <povzel/hash.h>
 
 #include <bitset>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "utlheap.h"
+#include <povzel/utlheap.h>
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <povzel/hostfname.h>
 #include "../tests/support/expandermodel.h"
-#include "hostunix/hostfname.h"
 
 namespace {
 

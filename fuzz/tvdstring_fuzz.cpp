@@ -1,6 +1,6 @@
 // Drives a dynamic string and a std::string with operations read from the input: each is one byte
 // that chooses it and one that gives a length.
-#include "tvdstring.h"
+#include <povzel/tvdstring.h>
 
 #include <algorithm>
 #include <cstdlib>

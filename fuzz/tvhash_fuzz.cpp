@@ -1,13 +1,13 @@
 // Drives a keyed hash table and a std::map with operations read from the input. The first byte
 // sets the kind of key; then each operation is one byte and a key of up to 15 bytes.
-#include "tvhash.h"
+#include <povzel/tvhash.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 
-#include "utlheap.h"
+#include <povzel/utlheap.h>
 
 namespace {
 

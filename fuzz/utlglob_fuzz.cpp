@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <povzel/utlglob.h>
 #include "slowglob.h"
-#include "utl/utlglob.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string input(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, 400));

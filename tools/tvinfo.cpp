@@ -11,16 +11,16 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "errmsg.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hostinit.h"
-#include "unixerr.h"
-#include "utl/utlinstall.h"
-#include "utlheap.h"
-#include "vermsg.h"
-#include "version.h"
-#include "zelrtl.h"
-#include "zelrtlpriv.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostfname.h>
+#include <povzel/hostinit.h>
+#include <povzel/unixerr.h>
+#include <povzel/utlheap.h>
+#include <povzel/utlinstall.h>
+#include <povzel/vermsg.h>
+#include <povzel/version.h>
+#include <povzel/zelrtl.h>
+#include "loader/internal.h"
 
 namespace {
 

@@ -10,6 +10,6 @@
 // the process. docs/language.md describes the language and the limits.
 #pragma once
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 extern "C" POVZEL_EXPORT const ZelRtlJumpSType* ZelGetRtlTable();

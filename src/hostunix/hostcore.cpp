@@ -1,4 +1,4 @@
-#include "hostunix/hostcore.h"
+#include <povzel/hostcore.h>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -13,18 +13,15 @@
 #include <cstring>
 #include <ctime>
 
-#include "errmsg.h"
-#include "hostunix/hostdebug.h"
-#include "hostunix/hostdebugpriv.h"
-#include "hostunix/hostenv.h"
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hoststackpriv.h"
-#include "hostunix/hostsystem.h"
-#include "hostunix/hostunixpriv.h"
-#include "unixerr.h"
-#include "vermsg.h"
-#include "vermsgpriv.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostdebug.h>
+#include <povzel/hostenv.h>
+#include <povzel/hostfname.h>
+#include <povzel/hostsystem.h>
+#include <povzel/unixerr.h>
+#include <povzel/vermsg.h>
+#include "internal.h"
+#include "messages/internal.h"
 
 namespace {
 
@@ -43,7 +40,7 @@ constexpr int signalsWhileWaiting[] = {SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT,
 void reportError(const char* symbol, int error) {
   ErrMsgStrType reason;
   UnixErr(error, reason, sizeof reason);
-  catalogueMessage(stderr, symbol, "ds", static_cast<long>(error), reason);
+  verCatalogueMessage(stderr, symbol, "ds", static_cast<long>(error), reason);
 }
 
 int waitSeconds() {
@@ -54,7 +51,7 @@ int waitSeconds() {
 }
 
 void waitForAttachment(int seconds) {
-  printDebuggerBanner("HostCoredump");
+  hostPrintDebuggerBanner("HostCoredump");
   std::printf("\n    Sleeping for %d seconds before dumping core.\n", seconds);
   std::printf("    You can now attach a debugger. ");
   std::printf("    Process Id is %ld\n", static_cast<long>(getpid()));
@@ -98,7 +95,7 @@ void leaveCoreDirectory() {
 }
 
 void prepareFirstAttempt() {
-  flushApplicationFiles();
+  hostFlushApplicationFiles();
   const bool groupGivenUp = setgid(getgid()) == 0;
   const bool userGivenUp = setuid(getuid()) == 0;
   if (!groupGivenUp || !userGivenUp) {
@@ -170,20 +167,20 @@ void keepCore(pid_t child) {
   HostExpandFileName(wanted, target, sizeof target);
   if (rename(name, target) != 0) {
     const int reason = errno;
-    catalogueMessage(stderr, "host.core5", "s", target);
+    verCatalogueMessage(stderr, "host.core5", "s", target);
     reportError("host.core6", reason);
     explainMissingCore(true);
     return;
   }
   leaveCoreDirectory();
-  catalogueMessage(stderr, "host.core7", "s", target);
+  verCatalogueMessage(stderr, "host.core7", "s", target);
 }
 
 // _Fork rather than vfork: before Linux 5.16 a core dump ended every process that shares the
 // dumping one's memory, and so the parent. Unlike fork it takes no locks, so that it also works in
 // a signal handler.
 pid_t startDumpingChild() {
-  return retryInterrupted([] { return _Fork(); });
+  return unixIoRetry([] { return _Fork(); });
 }
 
 BoolType dumpInChild() {
@@ -194,12 +191,12 @@ BoolType dumpInChild() {
     return 0;
   }
   int status = 0;
-  if (retryInterrupted([&] { return waitpid(child, &status, 0); }) < 0) {
+  if (unixIoRetry([&] { return waitpid(child, &status, 0); }) < 0) {
     reportError("host.core3", errno);
     return 0;
   }
   if (!WIFSIGNALED(status) || !WCOREDUMP(status)) {
-    catalogueMessage(stderr, "host.core4", nullptr);
+    verCatalogueMessage(stderr, "host.core4", nullptr);
     explainMissingCore(false);
     return 0;
   }
@@ -214,10 +211,10 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
   if (noHalt != 0) return 1;
 
   if (coreAttempts == 0) {
-    flushApplicationFiles();
+    hostFlushApplicationFiles();
     if (coreAttempts == 0) {
       coreAttempts = 1;
-      printStacks();
+      hostPrintStacks();
     }
   } else {
     ++coreAttempts;

@@ -1,4 +1,4 @@
-#include "hostunix/hostdebug.h"
+#include <povzel/hostdebug.h>
 
 #include <unistd.h>
 
@@ -7,16 +7,15 @@
 #include <csignal>
 #include <ctime>
 
-#include "errmsg.h"
-#include "hostunix/hostcore.h"
-#include "hostunix/hostdebugpriv.h"
-#include "hostunix/hostenv.h"
-#include "hostunix/hostfaultpriv.h"
-#include "unixerr.h"
-#include "utl/utlexit.h"
-#include "utl/utltime.h"
-#include "vermsg.h"
-#include "vermsgpriv.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostcore.h>
+#include <povzel/hostenv.h>
+#include <povzel/unixerr.h>
+#include <povzel/utlexit.h>
+#include <povzel/utltime.h>
+#include <povzel/vermsg.h>
+#include "internal.h"
+#include "messages/internal.h"
 
 BoolType noHalt = 0;
 
@@ -45,29 +44,29 @@ void notifyServer() {
 [[noreturn]] void abortRecursion() {
   std::fputs("Recursive error caught!", stdout);
   std::fflush(stdout);
-  abortProcess();
+  hostAbortProcess();
 }
 
 }  // namespace
 
-void printDebuggerBanner(const char* caller) {
+void hostPrintDebuggerBanner(const char* caller) {
   std::fflush(stderr);
   std::fflush(stdout);
   std::fputs("\n\n", stdout);
   VerLeadingEdge(stdout);
-  catalogueMessage(stdout, "host.debugger1", "s", caller);
+  verCatalogueMessage(stdout, "host.debugger1", "s", caller);
   ZelCTimeStringType date;
-  catalogueMessage(stdout, "host.debugger2", "s", UtlCtime(std::time(nullptr), &date));
+  verCatalogueMessage(stdout, "host.debugger2", "s", UtlCtime(std::time(nullptr), &date));
 }
 
-void errnoMessage(int error, ErrMsgStrType text) {
+void hostErrnoMessage(int error, ErrMsgStrType text) {
   ErrMsgStrType reason;
   UnixErr(error, reason, sizeof reason);
   ErrMsgSymToText("fault.errno", text, sizeof(ErrMsgStrType), "ds", static_cast<long>(error),
                   reason);
 }
 
-void forgetFatalReports() {
+void hostForgetFatalReports() {
   HostFatalReportFunc = nullptr;
   hostFatalReportCount = 0;
 }
@@ -85,8 +84,8 @@ int HostCallDebugger() {
   const int error = errno;
 
   std::signal(SIGVTALRM, SIG_IGN);
-  callUnlessRunning(hostCallDebuggerHook, hookRunning);
-  flushApplicationFiles();
+  hostCallUnlessRunning(hostCallDebuggerHook, hookRunning);
+  hostFlushApplicationFiles();
   std::fflush(stderr);
   std::fflush(stdout);
   const bool first = hostFatalReportCount.fetch_add(1) == 0;
@@ -94,9 +93,9 @@ int HostCallDebugger() {
   if (first && HostFatalReportFunc != nullptr) notifyServer();
   if (!first) abortRecursion();
 
-  printDebuggerBanner("HostCallDebugger");
+  hostPrintDebuggerBanner("HostCallDebugger");
   ErrMsgStrType line;
-  errnoMessage(error, line);
+  hostErrnoMessage(error, line);
   HostCoredump(0);
   VerMessage(stdout, line);
   VerEndEdge(stdout);

@@ -4,9 +4,9 @@
 
 #include <cstring>
 
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostfname.h"
-#include "utl/utlglob.h"
+#include <povzel/hostfiles.h>
+#include <povzel/hostfname.h>
+#include <povzel/utlglob.h>
 
 namespace {
 

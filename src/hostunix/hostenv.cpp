@@ -1,10 +1,10 @@
-#include "hostunix/hostenv.h"
+#include <povzel/hostenv.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "utlheap.h"
+#include <povzel/utlheap.h>
 
 BoolType HostGetEnv(const char* inStr, char* outStr, ArraySizeType outSize) {
   const char* value = std::getenv(inStr);

@@ -1,4 +1,4 @@
-#include "hostunix/hostfault.h"
+#include <povzel/hostfault.h>
 
 #include <poll.h>
 #include <pthread.h>
@@ -11,20 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "atomics.h"
-#include "errmsg.h"
-#include "hostunix/hostcore.h"
-#include "hostunix/hostdebugpriv.h"
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostpagespriv.h"
-#include "hostunix/hostsafeprint.h"
-#include "hostunix/hostsafeprintpriv.h"
-#include "hostunix/hostsigterm.h"
-#include "hostunix/hoststackpriv.h"
-#include "utl/errnokeeper.h"
-#include "utl/guarantee.h"
-#include "utl/utlexit.h"
-#include "vermsg.h"
+#include <povzel/atomics.h>
+#include <povzel/errmsg.h>
+#include <povzel/hostcore.h>
+#include <povzel/hostsafeprint.h>
+#include <povzel/hostsigterm.h>
+#include <povzel/utlexit.h>
+#include <povzel/vermsg.h>
+#include "internal.h"
 
 long segvInProgressCount = 0;
 
@@ -75,8 +69,8 @@ constexpr bool endsAtOnce(int signal) {
 }
 
 [[noreturn]] void exitOnFaultNow(int signal) {
-  safePrint("\n*** Received signal %d (%s) at %ld ***.\n%s\n", signal, signalName(signal),
-            handlerTime(), "Goodbye.");
+  hostSafePrint("\n*** Received signal %d (%s) at %ld ***.\n%s\n", signal, hostSignalName(signal),
+                hostHandlerTime(), "Goodbye.");
   _exit(guardPageExitStatus);
 }
 
@@ -92,16 +86,16 @@ void callHandler(const struct sigaction& action, const SignalEvent& event) {
 // what it means, so it counts as a broken guarantee.
 void reportSentSignal(const SignalEvent& event) {
   if (event.info == nullptr) {
-    safePrint(
+    hostSafePrint(
         "TV signal handler: signal %d (%s), received with incomplete or invalid args.  "
         "Additional info not available.\n",
-        event.signal, signalName(event.signal));
+        event.signal, hostSignalName(event.signal));
   } else if (event.wasSent()) {
-    safePrint(
+    hostSafePrint(
         "TV signal handler: signal %d (%s), received from process %d userId %d\n"
         "  si_code: %d, %s\n",
-        event.signal, signalName(event.signal), event.info->si_pid,
-        static_cast<int>(event.info->si_uid), event.info->si_code, siCodeText(event.info));
+        event.signal, hostSignalName(event.signal), event.info->si_pid,
+        static_cast<int>(event.info->si_uid), event.info->si_code, hostSiCodeText(event.info));
     if (exitOnFault != 0) exitOnFaultNow(event.signal);
   } else {
     return;
@@ -113,18 +107,18 @@ void reportSentSignal(const SignalEvent& event) {
 bool resumeAfterGuardPage(const SignalEvent& event) {
   if (event.signal != SIGSEGV || event.info == nullptr) return false;
   void* address = event.info->si_addr;
-  if (!handleGuardPageAccess(static_cast<char*>(address))) return false;
+  if (!hostHandleGuardPageAccess(static_cast<char*>(address))) return false;
   if (exitOnGuardPageAccess != 0) {
-    safePrint(
+    hostSafePrint(
         "\n*** Tarvolin detected a SIGSEGV caused by an attempt to access guard page address %p.  "
         "time=%ld ***.\n%s\n",
-        address, handlerTime(), "Goodbye.");
+        address, hostHandlerTime(), "Goodbye.");
     _exit(guardPageExitStatus);
   }
-  safePrint(
+  hostSafePrint(
       "\n[Debug]: Tarvolin ignored signal SIGSEGV caused by attempted guard page access at "
       "address %p.  time=%ld\n",
-      address, handlerTime());
+      address, hostHandlerTime());
   return true;
 }
 
@@ -162,11 +156,11 @@ void segvDone() {
 void countSegv() {
   const int running = segvRunning();
   if (running >= 5) _exit(nestedFaultExitStatus);
-  if (running == 4) abortProcess();
+  if (running == 4) hostAbortProcess();
   if (running == recursion) {
     std::signal(SIGABRT, SIG_DFL);
     HostSignalSafePrint("TV signal handler: Recursive SEGV detected, attempting to dump core\n");
-    abortProcess();
+    hostAbortProcess();
   }
 }
 
@@ -174,9 +168,9 @@ void countSegv() {
 // false when there is none, or when the fault is this library's own.
 bool chain(const SignalEvent& event) {
   if (event.signal == SIGABRT) return false;
-  struct sigaction* previous = rememberedHandler(event.signal);
+  struct sigaction* previous = hostRememberedHandler(event.signal);
   if (previous == nullptr) return false;
-  if (isHardwareSignal(event.signal) && isInThisLibrary(programCounter(event.context))) {
+  if (isHardwareSignal(event.signal) && hostIsInThisLibrary(hostProgramCounter(event.context))) {
     return false;
   }
 
@@ -195,13 +189,13 @@ bool chain(const SignalEvent& event) {
 }
 
 void callPreviousHandler(const SignalEvent& event) {
-  const struct sigaction* previous = rememberedHandler(event.signal);
+  const struct sigaction* previous = hostRememberedHandler(event.signal);
   if (previous != nullptr) callHandler(*previous, event);
 }
 
 void quietExit(int code, const SignalEvent& event) {
   delaySigExit = nullptr;
-  flushApplicationFiles();
+  hostFlushApplicationFiles();
   if (event.signal != SIGTERM) callPreviousHandler(event);
   UtlExit(code);
 }
@@ -233,8 +227,8 @@ void terminate(const SignalEvent& event) {
   const char* text =
       isTerm ? "SIGTERM, Software Termination Signal" : "SIGXCPU, CPU time limit exceeded";
   if (!isTerm || event.info == nullptr || event.info->si_pid != getpid()) {
-    safePrint("\nTV Signal Handler: Signal %d, %s Received at %ld in thread %lu\n", event.signal,
-              text, handlerTime(), pthread_self());
+    hostSafePrint("\nTV Signal Handler: Signal %d, %s Received at %ld in thread %lu\n",
+                  event.signal, text, hostHandlerTime(), pthread_self());
   }
   HostFatalErr = 1;
   if (delaySigExit == nullptr) {
@@ -253,13 +247,13 @@ void reapChildren() {
     if (errno != EINTR && errno != ERESTART) break;
     if (HostGetSigTerm_() != 0) return;
   }
-  safePrint("handleChild: peculiar wait3 errno = %d\n", errno);
+  hostSafePrint("handleChild: peculiar wait3 errno = %d\n", errno);
   UtlExit(childErrorExitStatus);
 }
 
 void printStacksOnRequest() {
   HostSignalSafePrint("\n\nSignal SIGUSR1 received printingStack ...");
-  printStacks();
+  hostPrintStacks();
   HostSignalSafePrint("\n");
 }
 
@@ -267,9 +261,9 @@ void printStacksOnRequest() {
 // printed.
 [[noreturn]] void abortWithoutMemory() {
   std::signal(SIGABRT, SIG_DFL);
-  printDebuggerBanner("HostFaultHandler");
+  hostPrintDebuggerBanner("HostFaultHandler");
   ErrMsgStrType text;
-  errnoMessage(ENOMEM, text);
+  hostErrnoMessage(ENOMEM, text);
   VerMessage(stdout, text);
   std::fflush(stdout);
   HostSignalSafePrint(
@@ -277,11 +271,11 @@ void printStacksOnRequest() {
   HostSignalSafePrint(
       "TV signal handler: this is a fault of the C library; look for its own fault report "
       "above.\n");
-  abortProcess();
+  hostAbortProcess();
 }
 
 void endByUnhandledSignal(const SignalEvent& event) {
-  reportUnhandledSignal(event);
+  hostReportUnhandledSignal(event);
   if (event.info != nullptr && event.info->si_errno == ENOMEM) abortWithoutMemory();
   const int explicitlyRequested = event.signal == SIGQUIT;
   if (delaySigExit != nullptr && !endsAtOnce(event.signal)) {
@@ -332,23 +326,23 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
   }
 }
 
-void callUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
+void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
   if (callback == nullptr || HostAsmSyncOr(&running, 1) != 0) return;
   callback();
   HostAsmSyncAnd(&running, 0);
 }
 
-void flushApplicationFiles() {
+void hostFlushApplicationFiles() {
   static BoolType flushing = 0;
-  callUnlessRunning(fileFlusherFct, flushing);
+  hostCallUnlessRunning(fileFlusherFct, flushing);
 }
 
-void abortProcess() {
+void hostAbortProcess() {
   std::signal(SIGABRT, SIG_DFL);
   std::abort();
 }
 
-void resetFaultSwitches() {
+void hostResetFaultSwitches() {
   exitOnFault = 0;
   exitOnGuardPageAccess = 0;
 }

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <iterator>
 
-#include "hostunix/hostdebug.h"
-#include "hostunix/hostfault.h"
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostsignalspriv.h"
-#include "unixio.h"
+#include <povzel/hostdebug.h>
+#include <povzel/hostfault.h>
+#include <povzel/unixio.h>
+#include "internal.h"
 
 namespace {
 
@@ -77,20 +76,20 @@ void installUnlessHandled(int signal) {
 
 }  // namespace
 
-void forgetOldHandlers() {
+void hostForgetOldHandlers() {
   for (int signal = 0; signal < MAX_OLD_HANDLERS; ++signal) {
     oldHandlers[signal] = {};
     oldHandlersValid[signal] = 0;
   }
 }
 
-struct sigaction* rememberedHandler(int signal) {
+struct sigaction* hostRememberedHandler(int signal) {
   if (signal < 0 || signal >= MAX_OLD_HANDLERS || oldHandlersValid[signal] == 0) return nullptr;
   struct sigaction& action = oldHandlers[signal];
   return isRealHandler(action) && !isOwnHandler(action) ? &action : nullptr;
 }
 
-bool isInThisLibrary(const void* address) {
+bool hostIsInThisLibrary(const void* address) {
   const auto value = reinterpret_cast<std::uintptr_t>(address);
   return value >= ownCode.first && value < ownCode.end;
 }
@@ -98,13 +97,13 @@ bool isInThisLibrary(const void* address) {
 void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
   if (signalHandlersInstalled != 0) return;
   signalHandlersInstalled = 1;
-  forgetOldHandlers();
+  hostForgetOldHandlers();
   dl_iterate_phdr(findOwnCode, nullptr);
   fileFlusherFct = flushFiles;
   shutdownFct = shutDown;
 
-  ignoreUnlessHandled(SIGPIPE);
-  ignoreUnlessHandled(SIGHUP);
+  hostIgnoreUnlessHandled(SIGPIPE);
+  hostIgnoreUnlessHandled(SIGHUP);
   install(SIGQUIT, UNIXIO_DO_SIGNAL);
   install(SIGILL, UNIXIO_DO_SIGNAL);
   installUnlessHandled(SIGFPE);
@@ -124,6 +123,6 @@ void HostShutDown() {
   for (int signal = 0; signal < MAX_OLD_HANDLERS; ++signal) {
     if (oldHandlersValid[signal] != 0) sigaction(signal, &oldHandlers[signal], nullptr);
   }
-  forgetOldHandlers();
+  hostForgetOldHandlers();
   signalHandlersInstalled = 0;
 }

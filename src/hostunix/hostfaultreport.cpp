@@ -4,8 +4,7 @@
 #include <ctime>
 #include <iterator>
 
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostsafeprintpriv.h"
+#include "internal.h"
 
 namespace {
 
@@ -40,63 +39,63 @@ const char* textOf(const SignalText (&table)[count], int number, const char* oth
 
 void reportRegisters(const ucontext_t& context) {
   const greg_t* reg = context.uc_mcontext.gregs;
-  safePrint("  Registers saved from frame receiving the signal:\n");
-  safePrint("   gs 0x%x fs 0x%x es 0x%x ds 0x%x \n", reg[REG_GS], reg[REG_FS], reg[REG_ES],
-            reg[REG_DS]);
-  safePrint("   edi 0x%x esi 0x%x epb 0x%x esp 0x%x \n", reg[REG_EDI], reg[REG_ESI], reg[REG_EBP],
-            reg[REG_ESP]);
-  safePrint("   ebx 0x%x edx 0x%x ecx 0x%x eax 0x%x \n", reg[REG_EBX], reg[REG_EDX], reg[REG_ECX],
-            reg[REG_EAX]);
-  safePrint("   trapno 0x%x err 0x%x eip 0x%x cs 0x%x \n", reg[REG_TRAPNO], reg[REG_ERR],
-            reg[REG_EIP], reg[REG_CS]);
-  safePrint("   efl 0x%x uesp 0x%x ss 0x%x \n", reg[REG_EFL], reg[REG_UESP], reg[REG_SS]);
+  hostSafePrint("  Registers saved from frame receiving the signal:\n");
+  hostSafePrint("   gs 0x%x fs 0x%x es 0x%x ds 0x%x \n", reg[REG_GS], reg[REG_FS], reg[REG_ES],
+                reg[REG_DS]);
+  hostSafePrint("   edi 0x%x esi 0x%x epb 0x%x esp 0x%x \n", reg[REG_EDI], reg[REG_ESI],
+                reg[REG_EBP], reg[REG_ESP]);
+  hostSafePrint("   ebx 0x%x edx 0x%x ecx 0x%x eax 0x%x \n", reg[REG_EBX], reg[REG_EDX],
+                reg[REG_ECX], reg[REG_EAX]);
+  hostSafePrint("   trapno 0x%x err 0x%x eip 0x%x cs 0x%x \n", reg[REG_TRAPNO], reg[REG_ERR],
+                reg[REG_EIP], reg[REG_CS]);
+  hostSafePrint("   efl 0x%x uesp 0x%x ss 0x%x \n", reg[REG_EFL], reg[REG_UESP], reg[REG_SS]);
 }
 
 void reportInfo(const SignalEvent& event) {
   const siginfo_t& info = *event.info;
-  safePrint("    info->si_signo = %d = 0x%x  \n", info.si_signo, info.si_signo);
-  safePrint("    info->si_code =  %d = 0x%x  \n", info.si_code, info.si_code);
-  safePrint("    info->si_errno = %d = 0x%x  \n", info.si_errno, info.si_errno);
+  hostSafePrint("    info->si_signo = %d = 0x%x  \n", info.si_signo, info.si_signo);
+  hostSafePrint("    info->si_code =  %d = 0x%x  \n", info.si_code, info.si_code);
+  hostSafePrint("    info->si_errno = %d = 0x%x  \n", info.si_errno, info.si_errno);
   if (event.isFaultSignal()) {
-    safePrint("    info->si_addr = 0x%p  pc = 0x%p \n", info.si_addr,
-              programCounter(event.context));
+    hostSafePrint("    info->si_addr = 0x%p  pc = 0x%p \n", info.si_addr,
+                  hostProgramCounter(event.context));
   }
   if (event.wasSent()) {
-    safePrint("    signal %d , received from process %d userId %d\n   si_code: %d, %s\n",
-              event.signal, info.si_pid, static_cast<int>(info.si_uid), info.si_code,
-              siCodeText(&info));
+    hostSafePrint("    signal %d , received from process %d userId %d\n   si_code: %d, %s\n",
+                  event.signal, info.si_pid, static_cast<int>(info.si_uid), info.si_code,
+                  hostSiCodeText(&info));
   }
   if (event.isFaultSignal() && event.context != nullptr) reportRegisters(*event.context);
 }
 
 }  // namespace
 
-const char* signalName(int signal) {
+const char* hostSignalName(int signal) {
   return textOf(signalNames, signal, "unknown");
 }
 
-const char* siCodeText(const siginfo_t* info) {
+const char* hostSiCodeText(const siginfo_t* info) {
   if (info == nullptr) return "(unknown: bad siginfo_t)";
   return textOf(siCodeTexts, info->si_code, "unknown SI_");
 }
 
-const void* programCounter(const ucontext_t* context) {
+const void* hostProgramCounter(const ucontext_t* context) {
   if (context == nullptr) return nullptr;
   return reinterpret_cast<const void*>(context->uc_mcontext.gregs[REG_EIP]);
 }
 
-long handlerTime() {
+long hostHandlerTime() {
   struct timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
   return now.tv_sec;
 }
 
-void reportUnhandledSignal(const SignalEvent& event) {
-  safePrint("\n\nTV Signal Handler: Unhandled signal %d, %s Received at %ld \n", event.signal,
-            signalName(event.signal), handlerTime());
-  safePrint("HostFaultHandler: signal (int) = %d \n", event.signal);
+void hostReportUnhandledSignal(const SignalEvent& event) {
+  hostSafePrint("\n\nTV Signal Handler: Unhandled signal %d, %s Received at %ld \n", event.signal,
+                hostSignalName(event.signal), hostHandlerTime());
+  hostSafePrint("HostFaultHandler: signal (int) = %d \n", event.signal);
   if (event.info == nullptr) {
-    safePrint("    info arg to HostFaultHandler was invalid\n");
+    hostSafePrint("    info arg to HostFaultHandler was invalid\n");
     return;
   }
   reportInfo(event);

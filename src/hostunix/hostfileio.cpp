@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostunixpriv.h"
+#include <povzel/hostfiles.h>
+#include "internal.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ BoolType transferAll(int fd, Byte* bytes, int numBytes, int* errnoPtr, Transfer 
       continue;
     }
     if (errnoPtr != nullptr) *errnoPtr = errno;
-    if (!interruptedCallGoesOn()) return 0;
+    if (!unixIoGoesOn()) return 0;
   }
   return 1;
 }

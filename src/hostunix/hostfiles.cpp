@@ -1,4 +1,4 @@
-#include "hostunix/hostfiles.h"
+#include <povzel/hostfiles.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,11 +6,11 @@
 
 #include <cstring>
 
-#include "hostunix/hostfname.h"
-#include "hostunix/hostspawn.h"
-#include "hostunix/hostunixpriv.h"
-#include "unixio.h"
-#include "utl/utlsystem.h"
+#include <povzel/hostfname.h>
+#include <povzel/hostspawn.h>
+#include <povzel/unixio.h>
+#include <povzel/utlsystem.h>
+#include "internal.h"
 
 namespace {
 
@@ -52,11 +52,11 @@ std::FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType
 }
 
 int HostOpen(const char* name, int flags, int mode) {
-  return UtlMapFd(retryInterrupted([&] { return open(name, flags | O_CLOEXEC, mode); }));
+  return UtlMapFd(unixIoRetry([&] { return open(name, flags | O_CLOEXEC, mode); }));
 }
 
 int HostOpen64(const char* name, int flags, int mode) {
-  return UtlMapFd(retryInterrupted([&] { return open64(name, flags | O_CLOEXEC, mode); }));
+  return UtlMapFd(unixIoRetry([&] { return open64(name, flags | O_CLOEXEC, mode); }));
 }
 
 BoolType HostFileExistSize(const char* fileName, unsigned long* size, BoolType* exists,

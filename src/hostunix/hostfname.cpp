@@ -1,4 +1,4 @@
-#include "hostunix/hostfname.h"
+#include <povzel/hostfname.h>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostunixpriv.h"
+#include <povzel/hostfiles.h>
+#include "internal.h"
 
 BoolType disableSoftLinkExpansion = 0;
 

@@ -6,13 +6,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "errmsg.h"
-#include "hostunix/hostenv.h"
-#include "hostunix/hostforkpriv.h"
-#include "hostunix/hostprocess.h"
-#include "hostunix/hostunixpriv.h"
-#include "unixerr.h"
-#include "utlheap.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostenv.h>
+#include <povzel/hostprocess.h>
+#include <povzel/unixerr.h>
+#include <povzel/utlheap.h>
+#include "internal.h"
 
 namespace {
 
@@ -123,7 +122,7 @@ bool openReadyPipe(ForkPlan& plan) {
 bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const FailureText& failure) {
   close(plan.pipeWrite);
   char ready;
-  const ssize_t received = retryInterrupted([&] { return read(plan.pipeRead, &ready, 1); });
+  const ssize_t received = unixIoRetry([&] { return read(plan.pipeRead, &ready, 1); });
   const int readError = errno;
   close(plan.pipeRead);
   if (received < 0) return failure.failedCall("read", readError);
@@ -139,8 +138,8 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
   ChildEnvironment environment;
   planEnvironment(plan, environment);
 
-  const pid_t child = retryInterrupted([] { return fork(); });
-  if (child == 0) runForkedChild(plan, environment);
+  const pid_t child = unixIoRetry([] { return fork(); });
+  if (child == 0) hostRunForkedChild(plan, environment);
   if (child < 0) {
     const int forkError = errno;
     if (plan.isServer) {

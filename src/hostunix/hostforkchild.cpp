@@ -13,22 +13,19 @@
 #include <cstring>
 #include <ctime>
 
-#include "errmsg.h"
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hostforkpriv.h"
-#include "hostunix/hostids.h"
-#include "hostunix/hostsafeprint.h"
-#include "hostunix/hostsignalspriv.h"
-#include "hostunix/hostunixpriv.h"
-#include "hostunix/hostusers.h"
-#include "unixerr.h"
-#include "unixio.h"
-#include "utl/utllogname.h"
-#include "utlheap.h"
-#include "vermsg.h"
-#include "vermsgpriv.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostfiles.h>
+#include <povzel/hostfname.h>
+#include <povzel/hostids.h>
+#include <povzel/hostsafeprint.h>
+#include <povzel/hostusers.h>
+#include <povzel/unixerr.h>
+#include <povzel/unixio.h>
+#include <povzel/utlheap.h>
+#include <povzel/utllogname.h>
+#include <povzel/vermsg.h>
+#include "internal.h"
+#include "messages/internal.h"
 
 namespace {
 
@@ -80,7 +77,7 @@ class PreparationLimit {
 void errorMessage(FILE* stream, const char* symbol, int error) {
   ErrMsgStrType reason;
   UnixErr(error, reason, sizeof reason);
-  catalogueMessage(stream, symbol, "s", reason);
+  verCatalogueMessage(stream, symbol, "s", reason);
 }
 
 // Ends a box with the reason, and the child.
@@ -147,7 +144,7 @@ const char* programOf(const char** argv) {
 
 [[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
   VerLeadingEdge(stderr);
-  catalogueMessage(stderr, symbol, "d", static_cast<long>(getpid()));
+  verCatalogueMessage(stderr, symbol, "d", static_cast<long>(getpid()));
   endChildWithReason(error);
 }
 
@@ -185,7 +182,7 @@ void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
   }
   if (chdir(directory) == 0) return;
   const int reason = errno;
-  catalogueMessage(stderr, "host.fork11", "s", directory);
+  verCatalogueMessage(stderr, "host.fork11", "s", directory);
   endChildWithReason(reason);
 }
 
@@ -212,7 +209,7 @@ int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
   if (log >= 0) return log;
   const int reason = errno;
   VerLeadingEdge(stderr);
-  catalogueMessage(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
+  verCatalogueMessage(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
   errorMessage(stderr, "host.fork13", reason);
   VerEndEdge(stderr);
   endChild();
@@ -224,9 +221,10 @@ void writeLogHeader(FILE* stream, const ForkPlan& plan) {
   ErrMsgSymToText(plan.byDaemon ? "host.fork9a" : "host.fork9b", title, sizeof title, nullptr);
   VerCenteredMessage(stream, title);
   VerMessage(stream, "");
-  if (plan.clientHost != nullptr) catalogueMessage(stream, "host.forkClient", "s", plan.clientHost);
+  if (plan.clientHost != nullptr)
+    verCatalogueMessage(stream, "host.forkClient", "s", plan.clientHost);
   VerInfo(stream, nullptr);
-  catalogueMessage(stream, "host.fork10", "s", plan.cmd);
+  verCatalogueMessage(stream, "host.fork10", "s", plan.cmd);
   VerEndEdge(stream);
   std::fflush(stream);
 }
@@ -284,19 +282,19 @@ FILE* prepareChild(const ForkPlan& plan, ChildEnvironment& environment, const ch
 
 }  // namespace
 
-void runForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
+void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
   keptShutdown = shutdownFct;
   shutdownFct = nullptr;
   const char** argv = nullptr;
   FILE* log = prepareChild(plan, environment, argv);
 
-  UNIXIO_DO_SIGNAL(SIGINT, ignoreSignal, nullptr);
+  UNIXIO_DO_SIGNAL(SIGINT, unixIoIgnoreAction, nullptr);
   shutdownFct = keptShutdown;
   UnixIoExecv(programOf(argv), argv);
 
   const int reason = errno;
   VerLeadingEdge(log);
-  catalogueMessage(log, "host.fork12", nullptr);
+  verCatalogueMessage(log, "host.fork12", nullptr);
   errorMessage(log, "host.fork4", reason);
   VerEndEdge(log);
   std::fflush(log);

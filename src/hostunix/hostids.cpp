@@ -1,4 +1,4 @@
-#include "hostunix/hostids.h"
+#include <povzel/hostids.h>
 
 #include <unistd.h>
 

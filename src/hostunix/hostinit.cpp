@@ -1,4 +1,4 @@
-#include "hostunix/hostinit.h"
+#include <povzel/hostinit.h>
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -10,21 +10,17 @@
 #include <cstring>
 #include <ctime>
 
-#include "errmsg.h"
-#include "hostunix/hostdebug.h"
-#include "hostunix/hostdebugpriv.h"
-#include "hostunix/hostenv.h"
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostpagespriv.h"
-#include "hostunix/hostsignalspriv.h"
-#include "hostunix/hosttime.h"
-#include "hostunix/hostunixpriv.h"
-#include "utl/utlexit.h"
-#include "utl/utlsystem.h"
-#include "utl/utltime.h"
-#include "utlheap.h"
-#include "vermsg.h"
-#include "vermsgpriv.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostdebug.h>
+#include <povzel/hostenv.h>
+#include <povzel/hosttime.h>
+#include <povzel/utlexit.h>
+#include <povzel/utlheap.h>
+#include <povzel/utlsystem.h>
+#include <povzel/utltime.h>
+#include <povzel/vermsg.h>
+#include "internal.h"
+#include "messages/internal.h"
 
 BoolType hostIsInitialized = 0;
 utsname unameData = {};
@@ -92,14 +88,14 @@ void rememberTerminal() {
   std::fflush(stdout);
   std::fputs("\n\n", stderr);
   VerLeadingEdge(stderr);
-  catalogueMessage(stderr, "host.initfail", "s", reason);
+  verCatalogueMessage(stderr, "host.initfail", "s", reason);
   if (error != 0) {
     ErrMsgStrType text;
-    errnoMessage(error, text);
+    hostErrnoMessage(error, text);
     VerMessage(stderr, text);
   }
   ZelCTimeStringType date;
-  catalogueMessage(stderr, "fault.date", "s", UtlCtime(std::time(nullptr), &date));
+  verCatalogueMessage(stderr, "fault.date", "s", UtlCtime(std::time(nullptr), &date));
   VerEndEdge(stderr);
   UtlExit(startFailureStatus);
 }
@@ -140,24 +136,24 @@ void rememberLoginName() {
 void HostInit() {
   if (hostIsInitialized != 0) return;
   UtlHeapInit();
-  forgetOldHandlers();
-  forgetProtectedPages();
-  resetFaultSwitches();
+  hostForgetOldHandlers();
+  hostForgetProtectedPages();
+  hostResetFaultSwitches();
   noHalt = 0;
   takeChildLog();
   readSystemInfo();
-  forgetProfTimer();
-  forgetFatalReports();
+  hostForgetProfTimer();
+  hostForgetFatalReports();
   UtlInit();
   ErrMsgInit();
   startClocks();
   HostFatalErr = 0;
-  unblockInterrupts();
+  hostUnblockInterrupts();
   rememberTerminal();
   raiseLimits();
   hostIsInitialized = 1;
   HostSetLocale(LC_ALL, "");
-  ignoreUnlessHandled(SIGIO);
+  hostIgnoreUnlessHandled(SIGIO);
   readAutoMountPrefix();
   rememberLoginName();
 }

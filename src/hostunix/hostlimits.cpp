@@ -1,4 +1,4 @@
-#include "hostunix/hostlimits.h"
+#include <povzel/hostlimits.h>
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "hostunix/hostenv.h"
+#include <povzel/hostenv.h>
 
 namespace {
 

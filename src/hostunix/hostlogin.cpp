@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "hostunix/hostenv.h"
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostusers.h"
+#include <povzel/hostenv.h>
+#include <povzel/hostfiles.h>
+#include <povzel/hostusers.h>
 
 namespace {
 

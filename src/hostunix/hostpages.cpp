@@ -1,12 +1,12 @@
-#include "hostunix/hostpages.h"
+#include <povzel/hostpages.h>
 
 #include <sys/mman.h>
 
 #include <cerrno>
 #include <cstdint>
 
-#include "hostunix/hostpagespriv.h"
-#include "utl/utlsystem.h"
+#include <povzel/utlsystem.h>
+#include "internal.h"
 
 namespace {
 
@@ -42,11 +42,11 @@ bool unprotect(protectedSType& slot) {
 
 }  // namespace
 
-void forgetProtectedPages() {
+void hostForgetProtectedPages() {
   for (protectedSType& slot : protectedPages) slot = {};
 }
 
-bool handleGuardPageAccess(char* faultAddr) {
+bool hostHandleGuardPageAccess(char* faultAddr) {
   bool unprotected = false;
   for (protectedSType& slot : protectedPages) {
     if (slot.pageAddr == nullptr || !covers(slot, faultAddr)) continue;

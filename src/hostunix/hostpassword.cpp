@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "errmsg.h"
-#include "hostunix/hostusers.h"
-#include "unixerr.h"
+#include <povzel/errmsg.h>
+#include <povzel/hostusers.h>
+#include <povzel/unixerr.h>
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "hostunix/hostprocess.h"
+#include <povzel/hostprocess.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,11 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hostunix/hostfaultpriv.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hostsignalspriv.h"
-#include "hostunix/hostunixpriv.h"
-#include "unixio.h"
+#include <povzel/hostfname.h>
+#include <povzel/unixio.h>
+#include "internal.h"
 
 namespace {
 
@@ -46,7 +44,7 @@ BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
 
 void HostKillProcess() {
   HostFatalErr = 1;
-  flushApplicationFiles();
+  hostFlushApplicationFiles();
   std::fflush(stderr);
   kill(getpid(), SIGKILL);
 }

@@ -1,12 +1,11 @@
-#include "hostunix/hostsafeprint.h"
+#include <povzel/hostsafeprint.h>
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 
-#include "hostunix/hostsafeprintpriv.h"
-#include "utl/errnokeeper.h"
+#include "internal.h"
 
 namespace {
 
@@ -53,7 +52,8 @@ static_assert(sizeof(int) == sizeof(long));
 
 }  // namespace
 
-void safeFormatList(char* buffer, std::size_t size, const char* format, std::va_list arguments) {
+void hostSafeFormatList(char* buffer, std::size_t size, const char* format,
+                        std::va_list arguments) {
   LineWriter out{buffer, buffer + size - 1};
   for (; *format != '\0'; ++format) {
     if (*format != '%') {
@@ -91,18 +91,18 @@ void safeFormatList(char* buffer, std::size_t size, const char* format, std::va_
   *out.next = '\0';
 }
 
-void safeFormat(char* buffer, std::size_t size, const char* format, ...) {
+void hostSafeFormat(char* buffer, std::size_t size, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  safeFormatList(buffer, size, format, arguments);
+  hostSafeFormatList(buffer, size, format, arguments);
   va_end(arguments);
 }
 
-void safePrint(const char* format, ...) {
+void hostSafePrint(const char* format, ...) {
   SafeLine line;
   std::va_list arguments;
   va_start(arguments, format);
-  safeFormatList(line, sizeof line, format, arguments);
+  hostSafeFormatList(line, sizeof line, format, arguments);
   va_end(arguments);
   HostSignalSafePrint(line);
 }

@@ -1,13 +1,12 @@
-#include "hostunix/hostsignals.h"
+#include <povzel/hostsignals.h>
 
 #include <sys/time.h>
 
 #include <csignal>
 #include <cstdio>
 
-#include "hostunix/hostsignalspriv.h"
-#include "unixio.h"
-#include "utl/errnokeeper.h"
+#include <povzel/unixio.h>
+#include "internal.h"
 
 namespace {
 
@@ -33,33 +32,33 @@ void setInterrupts(bool disable) {
 
 }  // namespace
 
-void ignoreUnlessHandled(int signal) {
+void hostIgnoreUnlessHandled(int signal) {
   struct sigaction previous;
-  UNIXIO_DO_SIGNAL(signal, ignoreSignal, &previous);
+  UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, &previous);
   if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
     sigaction(signal, &previous, nullptr);
   }
 }
 
-void unblockInterrupts() {
+void hostUnblockInterrupts() {
   setInterrupts(false);
 }
 
-void forgetProfTimer() {
+void hostForgetProfTimer() {
   oldSigVtalrm = {};
 }
 
 void HostIgnoreSigTerm() {
-  UNIXIO_DO_SIGNAL(SIGTERM, ignoreSignal, nullptr);
+  UNIXIO_DO_SIGNAL(SIGTERM, unixIoIgnoreAction, nullptr);
 }
 
 void HostIgnoreSigIo() {
-  UNIXIO_DO_SIGNAL(SIGIO, ignoreSignal, nullptr);
+  UNIXIO_DO_SIGNAL(SIGIO, unixIoIgnoreAction, nullptr);
 }
 
 void HostEnableKbInt(HostKbIntFuncType* routine) {
   struct sigaction previous;
-  UNIXIO_DO_SIGNAL(SIGINT, ignoreSignal, &previous);
+  UNIXIO_DO_SIGNAL(SIGINT, unixIoIgnoreAction, &previous);
   if (previous.sa_handler != SIG_IGN) UNIXIO_DO_SIGNAL_1ARG(SIGINT, routine, nullptr);
 }
 

@@ -1,4 +1,4 @@
-#include "hostunix/hostspawn.h"
+#include <povzel/hostspawn.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,9 +6,8 @@
 #include <csignal>
 #include <cstdio>
 
-#include "hostunix/hostenv.h"
-#include "hostunix/hostsignalspriv.h"
-#include "hostunix/hostunixpriv.h"
+#include <povzel/hostenv.h>
+#include "internal.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Runs in signal handlers: programs are started with _Fork, which unlike fork takes no lock and
 // calls no fork handlers, and all own output goes through HostSignalSafePrint.
-#include "hostunix/hoststack.h"
+#include <povzel/hoststack.h>
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -9,13 +9,11 @@
 #include <cerrno>
 #include <csignal>
 
-#include "atomics.h"
-#include "hostunix/hostfiles.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hostsafeprint.h"
-#include "hostunix/hostsafeprintpriv.h"
-#include "hostunix/hoststackpriv.h"
-#include "utl/errnokeeper.h"
+#include <povzel/atomics.h>
+#include <povzel/hostfiles.h>
+#include <povzel/hostfname.h>
+#include <povzel/hostsafeprint.h>
+#include "internal.h"
 
 namespace {
 
@@ -36,12 +34,12 @@ constexpr int reapPauseMilliseconds = 50;
   char* next = arguments;
   *next = '\0';
   for (; *argv != nullptr; ++argv) {
-    safeFormat(next, static_cast<std::size_t>(arguments + sizeof arguments - next),
-               next == arguments ? "%s" : " %s", *argv);
+    hostSafeFormat(next, static_cast<std::size_t>(arguments + sizeof arguments - next),
+                   next == arguments ? "%s" : " %s", *argv);
     while (*next != '\0') ++next;
   }
-  safePrint("\n    Problem with exev()\n  cmd=%s\n  args=%s\n  errno=%d.\n", program, arguments,
-            reason);
+  hostSafePrint("\n    Problem with exev()\n  cmd=%s\n  args=%s\n  errno=%d.\n", program, arguments,
+                reason);
   _exit(0);
 }
 
@@ -49,7 +47,7 @@ constexpr int reapPauseMilliseconds = 50;
 bool runAndWait(const char* program, const char* const* argv) {
   const pid_t child = _Fork();
   if (child < 0) {
-    safePrint("  Problem calling fork, errno=%d\n", errno);
+    hostSafePrint("  Problem calling fork, errno=%d\n", errno);
     return false;
   }
   if (child == 0) execProgram(program, argv);
@@ -58,7 +56,7 @@ bool runAndWait(const char* program, const char* const* argv) {
     if (reaped == child) {
       poll(nullptr, 0, reapPauseMilliseconds);
     } else if (reaped != -1) {
-      safePrint("Problem calling waitpid(), result = %d, errno = %d\n", reaped, errno);
+      hostSafePrint("Problem calling waitpid(), result = %d, errno = %d\n", reaped, errno);
       return false;
     } else if (errno == ECHILD) {
       return true;
@@ -68,7 +66,7 @@ bool runAndWait(const char* program, const char* const* argv) {
 
 }  // namespace
 
-void printStacks() {
+void hostPrintStacks() {
   if (HostAsmSyncOr(&printingStacks, 1) != 0) return;
   HostPrintMyCStack();
   if (SmalltalkPrintStackFunc != nullptr) SmalltalkPrintStackFunc();
@@ -78,7 +76,7 @@ void printStacks() {
 void HostPrintCStack(PidType forPid) {
   if (forPid == -1) return;
   const ErrnoKeeper keeper;
-  safePrint("\nBegin attempt to print C-level stack for PID %d at: ", forPid);
+  hostSafePrint("\nBegin attempt to print C-level stack for PID %d at: ", forPid);
   const char* const date[] = {"sh", "-c", "date", nullptr};
   runAndWait("/bin/sh", date);
   HostSignalSafePrint("\n");
@@ -88,14 +86,14 @@ void HostPrintCStack(PidType forPid) {
   HostErrSType ignored;
   if (HostFileExist(printer, &ignored)) {
     char id[16];
-    safeFormat(id, sizeof id, "%d", forPid);
+    hostSafeFormat(id, sizeof id, "%d", forPid);
     const char* const gstack[] = {"gstack", id, nullptr};
     runAndWait(printer, gstack);
   } else {
-    safePrint("  Warning: Unable to print C call stack.  '%s' file not found\n", "gstack");
+    hostSafePrint("  Warning: Unable to print C call stack.  '%s' file not found\n", "gstack");
     HostSignalSafePrint("\nC-level stack not available\n");
   }
-  safePrint("\nEnd of C-level stack for PID %d\n\n", forPid);
+  hostSafePrint("\nEnd of C-level stack for PID %d\n\n", forPid);
 }
 
 void HostPrintMyCStack() {

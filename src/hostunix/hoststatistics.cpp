@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hostunix/hosttime.h"
-#include "hostunix/hostunixpriv.h"
+#include <povzel/hosttime.h>
+#include "internal.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "hostunix/hoststrings.h"
+#include <povzel/hoststrings.h>
 
 #include <algorithm>
 #include <cctype>
 
-#include "utl/utltext.h"
+#include <povzel/utltext.h>
 
 namespace {
 

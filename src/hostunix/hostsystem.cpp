@@ -1,4 +1,4 @@
-#include "hostunix/hostsystem.h"
+#include <povzel/hostsystem.h>
 
 #include <netdb.h>
 #include <sys/sysinfo.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hostunix/hostunixpriv.h"
+#include "internal.h"
 
 namespace {
 

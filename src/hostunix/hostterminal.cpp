@@ -1,4 +1,4 @@
-#include "hostunix/hostterminal.h"
+#include <povzel/hostterminal.h>
 
 #include <termios.h>
 #include <unistd.h>
@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "unixio.h"
+#include <povzel/unixio.h>
 
 namespace {
 

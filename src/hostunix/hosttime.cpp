@@ -1,4 +1,4 @@
-#include "hostunix/hosttime.h"
+#include <povzel/hosttime.h>
 
 #include <langinfo.h>
 #include <poll.h>
@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hostunix/hostenv.h"
-#include "hostunix/hostunixpriv.h"
-#include "utlheap.h"
+#include <povzel/hostenv.h>
+#include <povzel/utlheap.h>
+#include "internal.h"
 
 namespace {
 
@@ -111,7 +111,7 @@ void HostSleep(unsigned long seconds) {
       remaining -= wait;
       continue;
     }
-    if (!interruptedCallGoesOn()) return;
+    if (!unixIoGoesOn()) return;
     remaining = std::min(remaining, deadline - std::time(nullptr));
   }
 }

@@ -1,4 +1,4 @@
-#include "hostunix/hostusers.h"
+#include <povzel/hostusers.h>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hostunix/hostunixpriv.h"
+#include "internal.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include <povzel/zelrtl.h>
 #include "harness.h"
-#include "zelrtl.h"
 
 using harness::Context;
 using harness::errorText;

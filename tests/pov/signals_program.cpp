@@ -11,9 +11,9 @@
 #include <cstring>
 #include <string>
 
-#include "hostunix/hostfault.h"
-#include "hostunix/hostinit.h"
-#include "hostunix/hostsafeprint.h"
+#include <povzel/hostfault.h>
+#include <povzel/hostinit.h>
+#include <povzel/hostsafeprint.h>
 #include "jvm.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "atomics.h"
+#include <povzel/atomics.h>
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

@@ -1,11 +1,11 @@
-#include "dynlib.h"
+#include <povzel/dynlib.h>
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <povzel/zeltable.h>
 #include "loaderhooks.h"
-#include "zeltable.h"
 
 using loaderhooks::Guarded;
 using testing::ElementsAre;

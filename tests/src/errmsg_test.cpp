@@ -1,4 +1,4 @@
-#include "errmsg.h"
+#include <povzel/errmsg.h>
 
 #include <gtest/gtest.h>
 #include <linux/filter.h>
@@ -14,10 +14,10 @@
 #include <thread>
 #include <utility>
 
+#include <povzel/errutl.h>
+#include <povzel/utlheap.h>
 #include "child.h"
-#include "errutl.h"
 #include "messagefile.h"
-#include "utlheap.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "errutl.h"
+#include <povzel/errutl.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "hash.h"
+#include <povzel/hash.h>
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <povzel/utlheap.h>
 #include "failing_heap.h"
-#include "utlheap.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "hostunix/hostdebug.h"
+#include <povzel/hostdebug.h>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -11,11 +11,11 @@
 #include <filesystem>
 #include <string>
 
+#include <povzel/hostcore.h>
+#include <povzel/hostfault.h>
+#include <povzel/hostinit.h>
+#include <povzel/hoststack.h>
 #include "child.h"
-#include "hostunix/hostcore.h"
-#include "hostunix/hostfault.h"
-#include "hostunix/hostinit.h"
-#include "hostunix/hoststack.h"
 
 namespace {
 

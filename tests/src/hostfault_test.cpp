@@ -1,4 +1,4 @@
-#include "hostunix/hostfault.h"
+#include <povzel/hostfault.h>
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -17,14 +17,14 @@
 #include <thread>
 #include <vector>
 
+#include <povzel/hostdebug.h>
+#include <povzel/hostinit.h>
+#include <povzel/hostpages.h>
+#include <povzel/hostsafeprint.h>
+#include <povzel/hostsignals.h>
+#include <povzel/hostsigterm.h>
+#include <povzel/hoststack.h>
 #include "child.h"
-#include "hostunix/hostdebug.h"
-#include "hostunix/hostinit.h"
-#include "hostunix/hostpages.h"
-#include "hostunix/hostsafeprint.h"
-#include "hostunix/hostsignals.h"
-#include "hostunix/hostsigterm.h"
-#include "hostunix/hoststack.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "hostunix/hostfiles.h"
+#include <povzel/hostfiles.h>
 
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -9,15 +9,15 @@
 #include <cstring>
 #include <set>
 
-#include "hostunix/hostids.h"
-#include "hostunix/hostlimits.h"
-#include "hostunix/hostsigterm.h"
-#include "hostunix/hostspawn.h"
-#include "hostunix/hostterminal.h"
+#include <povzel/hostids.h>
+#include <povzel/hostlimits.h>
+#include <povzel/hostsigterm.h>
+#include <povzel/hostspawn.h>
+#include <povzel/hostterminal.h>
+#include <povzel/unixerr.h>
 #include "surroundings.h"
 #include "terminal.h"
 #include "ticking.h"
-#include "unixerr.h"
 
 namespace {
 

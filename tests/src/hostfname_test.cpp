@@ -1,4 +1,4 @@
-#include "hostunix/hostfname.h"
+#include <povzel/hostfname.h>
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "expandermodel.h"
-#include "hostunix/hostunixpriv.h"
+#include "hostunix/internal.h"
 #include "surroundings.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "hostmutex.h"
+#include <povzel/hostmutex.h>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "hostunix/hostdebug.h"
+#include <povzel/hostdebug.h>
 
 namespace {
 

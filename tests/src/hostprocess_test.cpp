@@ -1,4 +1,4 @@
-#include "hostunix/hostprocess.h"
+#include <povzel/hostprocess.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -19,10 +19,10 @@
 #include <string>
 #include <thread>
 
+#include <povzel/hostfault.h>
+#include <povzel/hostinit.h>
+#include <povzel/unixio.h>
 #include "child.h"
-#include "hostunix/hostfault.h"
-#include "hostunix/hostinit.h"
-#include "unixio.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "hostunix/hostsafeprint.h"
+#include <povzel/hostsafeprint.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 
-#include "hostunix/hostsafeprintpriv.h"
+#include "hostunix/internal.h"
 
 namespace {
 
@@ -15,16 +15,16 @@ TEST(HostSafePrint, FormatsAsPrintfDoes) {
     char theirs[256];
     const char* format = "%d|%ld|%u|%lu|%x|%p|%s|%%";
     const auto value = static_cast<unsigned long>(number);
-    safeFormat(ours, sizeof ours, format, static_cast<int>(number), number,
-               static_cast<unsigned>(value), value, static_cast<unsigned>(value),
-               static_cast<void*>(&object), "text");
+    hostSafeFormat(ours, sizeof ours, format, static_cast<int>(number), number,
+                   static_cast<unsigned>(value), value, static_cast<unsigned>(value),
+                   static_cast<void*>(&object), "text");
     std::snprintf(theirs, sizeof theirs, format, static_cast<int>(number), number,
                   static_cast<unsigned>(value), value, static_cast<unsigned>(value),
                   static_cast<void*>(&object), "text");
     EXPECT_STREQ(ours, theirs);
   }
   char cut[5];
-  safeFormat(cut, sizeof cut, "%s%d", "abc", 1234);
+  hostSafeFormat(cut, sizeof cut, "%s%d", "abc", 1234);
   EXPECT_STREQ(cut, "abc1");
 }
 

@@ -1,4 +1,4 @@
-#include "hostthread.h"
+#include <povzel/hostthread.h>
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

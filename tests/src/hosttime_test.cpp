@@ -1,4 +1,4 @@
-#include "hostunix/hosttime.h"
+#include <povzel/hosttime.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 #include <chrono>
 #include <cstring>
 
-#include "hostunix/hostinit.h"
-#include "hostunix/hostsigterm.h"
+#include <povzel/hostinit.h>
+#include <povzel/hostsigterm.h>
 #include "surroundings.h"
 #include "ticking.h"
 

@@ -1,4 +1,4 @@
-#include "hostunix/hostusers.h"
+#include <povzel/hostusers.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,12 +6,12 @@
 
 #include <cstring>
 
-#include "hostunix/hostenv.h"
-#include "hostunix/hostinit.h"
-#include "hostunix/hoststrings.h"
-#include "hostunix/hostsystem.h"
+#include <povzel/hostenv.h>
+#include <povzel/hostinit.h>
+#include <povzel/hoststrings.h>
+#include <povzel/hostsystem.h>
+#include <povzel/unixerr.h>
 #include "surroundings.h"
-#include "unixerr.h"
 
 namespace {
 

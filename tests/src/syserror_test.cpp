@@ -1,4 +1,4 @@
-#include "syserror.h"
+#include <povzel/syserror.h>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "unixerr.h"
+#include <povzel/unixerr.h>
 
 namespace {
 

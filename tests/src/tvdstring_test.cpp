@@ -1,4 +1,4 @@
-#include "tvdstring.h"
+#include <povzel/tvdstring.h>
 
 #include <gtest/gtest.h>
 

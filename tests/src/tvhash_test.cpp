@@ -1,4 +1,4 @@
-#include "tvhash.h"
+#include <povzel/tvhash.h>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <povzel/utlheap.h>
 #include "failing_heap.h"
-#include "utlheap.h"
 
 namespace {
 

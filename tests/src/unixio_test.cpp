@@ -1,4 +1,4 @@
-#include "unixio.h"
+#include <povzel/unixio.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,12 +7,12 @@
 #include <cstring>
 #include <fstream>
 
-#include "hostunix/hostdebug.h"
-#include "hostunix/hostsigterm.h"
+#include <povzel/hostdebug.h>
+#include <povzel/hostsigterm.h>
+#include <povzel/unixerr.h>
 #include "surroundings.h"
 #include "terminal.h"
 #include "ticking.h"
-#include "unixerr.h"
 
 namespace {
 

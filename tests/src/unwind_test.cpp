@@ -1,9 +1,9 @@
-#include "unwind.h"
+#include <povzel/unwind.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hostunix/hostdebug.h"
+#include <povzel/hostdebug.h>
 #include "surroundings.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "utl/utlbits.h"
+#include <povzel/utlbits.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "utl/utlchecksum.h"
+#include <povzel/utlchecksum.h>
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "utl/utlbits.h"
-#include "utl/utlcpupriv.h"
+#include <povzel/utlbits.h>
+#include "basics/internal.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "utl/utlexit.h"
+#include <povzel/utlexit.h>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <povzel/hostinit.h>
+#include <povzel/utloutput.h>
 #include "child.h"
-#include "hostunix/hostinit.h"
-#include "utl/utloutput.h"
 
 namespace {
 

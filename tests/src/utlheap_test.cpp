@@ -1,4 +1,4 @@
-#include "utlheap.h"
+#include <povzel/utlheap.h>
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -8,10 +8,10 @@
 #include <cstring>
 #include <string>
 
+#include <povzel/hostdebug.h>
+#include <povzel/utlsystem.h>
 #include "failing_heap.h"
-#include "hostunix/hostdebug.h"
-#include "utl/utlsystem.h"
-#include "utlheapseam.h"
+#include "heap/internal.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ TEST(UtlHeap, FailureIsReportedWithTheRequester) {
 TEST(UtlHeapDeathTest, FailureEndsTheProcess) {
   EXPECT_EXIT(
       {
-        utlHeapAllocate = [](std::size_t) -> void* { return nullptr; };
+        utlHeapAllocateForTests = [](std::size_t) -> void* { return nullptr; };
         UtlMalloc(8, "tvdstring");
       },
       testing::ExitedWithCode(3), "^malloc failure allocating 8 bytes: tvdstring\n");

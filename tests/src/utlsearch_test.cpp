@@ -9,12 +9,12 @@
 #include <filesystem>
 #include <string>
 
+#include <povzel/hostfname.h>
+#include <povzel/hostinit.h>
+#include <povzel/utlexe.h>
+#include <povzel/utlfiles.h>
+#include <povzel/utlinstall.h>
 #include "child.h"
-#include "hostunix/hostfname.h"
-#include "hostunix/hostinit.h"
-#include "utl/utlexe.h"
-#include "utl/utlfiles.h"
-#include "utl/utlinstall.h"
 
 namespace {
 

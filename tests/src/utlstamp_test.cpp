@@ -6,10 +6,10 @@
 #include <cstring>
 #include <string>
 
+#include <povzel/hostusers.h>
+#include <povzel/utllogname.h>
+#include <povzel/utltime.h>
 #include "child.h"
-#include "hostunix/hostusers.h"
-#include "utl/utllogname.h"
-#include "utl/utltime.h"
 
 namespace {
 

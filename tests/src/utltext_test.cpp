@@ -1,4 +1,4 @@
-#include "utl/utltext.h"
+#include <povzel/utltext.h>
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include <povzel/utlfilename.h>
+#include <povzel/utlglob.h>
 #include "slowglob.h"
-#include "utl/utlfilename.h"
-#include "utl/utlglob.h"
 
 namespace {
 

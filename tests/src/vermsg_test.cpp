@@ -1,4 +1,4 @@
-#include "vermsg.h"
+#include <povzel/vermsg.h>
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <functional>
 #include <string>
 
+#include <povzel/hostinit.h>
+#include <povzel/version.h>
 #include "child.h"
-#include "hostunix/hostinit.h"
-#include "version.h"
 
 namespace {
 

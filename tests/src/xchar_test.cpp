@@ -1,4 +1,4 @@
-#include "utl/xchar.h"
+#include <povzel/xchar.h>
 
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "hostunix/hostdebug.h"
-#include "utl/utltext.h"
-#include "utlheap.h"
+#include <povzel/hostdebug.h>
+#include <povzel/utlheap.h>
+#include <povzel/utltext.h>
 
 namespace {
 

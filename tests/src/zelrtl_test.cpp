@@ -1,4 +1,4 @@
-#include "zelrtl.h"
+#include <povzel/zelrtl.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

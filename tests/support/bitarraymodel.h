@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "utl/utlbits.h"
+#include <povzel/utlbits.h>
 
 class BitArrayModel {
  public:

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 namespace calls {
 

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "hostunix/hostdebug.h"
-#include "utlheapseam.h"
+#include <povzel/hostdebug.h>
+#include "heap/internal.h"
 
 // While it lives, the allocation after the next `succeed` ones fails, and the fatal path returns.
 class FailingHeap {
@@ -14,13 +14,13 @@ class FailingHeap {
   explicit FailingHeap(int succeed) {
     left = succeed;
     failed = false;
-    utlHeapAllocate = allocate;
+    utlHeapAllocateForTests = allocate;
     noHalt = 1;
   }
   FailingHeap(const FailingHeap&) = delete;
   FailingHeap& operator=(const FailingHeap&) = delete;
   ~FailingHeap() {
-    utlHeapAllocate = std::malloc;
+    utlHeapAllocateForTests = std::malloc;
     noHalt = 0;
   }
 

@@ -1,6 +1,6 @@
 // An interface library reduced to what the loader looks at. FIXTURE_NAME, FIXTURE_FEATURE,
 // FIXTURE_COMPATIBILITY and FIXTURE_ENTRY (the entry point's name) make the variants.
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 extern "C" void fixtureEvent(const char* event);
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "hash.h"
+#include <povzel/hash.h>
 
 using Transform = std::array<unsigned char, 4>;
 constexpr Transform littleEndian = {0, 1, 2, 3};

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 namespace recorder {
 

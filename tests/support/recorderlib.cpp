@@ -1,5 +1,5 @@
 // The interface library file whose table is the test program's.
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 extern "C" {
 

@@ -7,10 +7,10 @@
 #include <memory>
 #include <regex>
 
+#include <povzel/errmsg.h>
+#include <povzel/errutl.h>
+#include <povzel/unixerr.h>
 #include "child.h"
-#include "errmsg.h"
-#include "errutl.h"
-#include "unixerr.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <cstring>
 #include <unordered_map>
 
-#include "errutl.h"
-#include "errutlpriv.h"
-#include "hash.h"
+#include <povzel/errutl.h>
+#include <povzel/hash.h>
 #include "messages.h"
+#include "messages/internal.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "errutl.h"
+#include <povzel/errutl.h>
 #include "messages.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <regex>
 #include <unordered_map>
 
-#include "errutl.h"
+#include <povzel/errutl.h>
 #include "messages.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "povzeltypes.h"
+#include <povzel/povzeltypes.h>
 
 namespace zel {
 

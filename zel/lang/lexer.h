@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "povzeltypes.h"
+#include <povzel/povzeltypes.h>
 
 namespace zel {
 

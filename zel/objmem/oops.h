@@ -5,7 +5,7 @@
 // table. Oops 0 and 1 name nothing.
 #pragma once
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 namespace zel {
 

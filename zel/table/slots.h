@@ -7,7 +7,7 @@
 // object live as long as that object holds them.
 #pragma once
 
-#include "zeltable.h"
+#include <povzel/zeltable.h>
 
 namespace zel::slots {
 

@@ -2,8 +2,8 @@
 // runs in, and the refusal of arguments.
 #pragma once
 
+#include <povzel/zelrtl.h>
 #include "povzelinterface.h"
-#include "zelrtl.h"
 
 #pragma GCC visibility push(hidden)
 namespace bridge {

@@ -23,7 +23,7 @@
 
 #include <jni.h>
 
-#include "povzeltypes.h"
+#include <povzel/povzeltypes.h>
 
 extern "C" {
 

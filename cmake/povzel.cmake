@@ -1,0 +1,131 @@
+# How everything native and Java is compiled, and the few kinds of target that the folders declare.
+
+# Compiler and linker
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+
+# Doubles are computed in SSE registers, never with x87 excess precision. Callers may align the
+# stack to 4 bytes only, so entry points realign it.
+add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-msse2;-mfpmath=sse;-mstackrealign>")
+add_compile_definitions(_GNU_SOURCE)
+add_compile_options(
+  "$<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wshadow;-Wcast-align;-Wundef;-Wformat-security;-Wvla>"
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Wnon-virtual-dtor;-Woverloaded-virtual;-Wextra-semi>"
+  # Texts are cut to their buffers on purpose, everywhere.
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-format-truncation>)
+add_link_options(-Wl,-z,noexecstack -Wl,-z,relro -Wl,-z,now)
+
+if(POVZEL_SANITIZE)
+  add_compile_options(-fsanitize=${POVZEL_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  # Instrumented code of the standard library looks uninitialized to GCC.
+  add_compile_options($<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-maybe-uninitialized>)
+  add_link_options(-fsanitize=${POVZEL_SANITIZE})
+  add_compile_definitions(POVZEL_SANITIZE)
+endif()
+
+if(POVZEL_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# What tools/setup provides beyond the compiler: i386 libraries unpacked under deps/i386, a JDK to
+# compile with, a 32-bit JVM to run in, and the Java libraries of shell and tests.
+
+set(POVZEL_I386 ${CMAKE_SOURCE_DIR}/deps/i386 CACHE PATH "Unpacked i386 packages")
+set(POVZEL_I386_LIB ${POVZEL_I386}/usr/lib/i386-linux-gnu)
+if(NOT EXISTS ${POVZEL_I386}/usr)
+  message(FATAL_ERROR "The i386 packages are not there. Run tools/setup first.")
+endif()
+set(POVZEL_JRE ${POVZEL_I386}/usr/lib/jvm/java-17-openjdk-i386)
+set(POVZEL_JDK /usr/lib/jvm/java-17-openjdk-amd64 CACHE PATH "JDK that compiles the Java sources")
+set(POVZEL_JARS /usr/share/java)
+set(POVZEL_JAVAC ${POVZEL_JDK}/bin/javac)
+set(POVZEL_JAR ${POVZEL_JDK}/bin/jar)
+
+find_package(Threads REQUIRED)
+
+# jni.h is the same for every architecture.
+add_library(povzel_jni INTERFACE)
+target_include_directories(povzel_jni SYSTEM INTERFACE ${POVZEL_JDK}/include
+                                                       ${POVZEL_JDK}/include/linux)
+
+# Include directory of the unpacked packages, and those libraries of theirs that are named.
+function(povzel_unpacked name)
+  list(TRANSFORM ARGN PREPEND ${POVZEL_I386_LIB}/)
+  add_library(${name} INTERFACE)
+  target_include_directories(${name} SYSTEM INTERFACE ${POVZEL_I386}/usr/include)
+  target_link_libraries(${name} INTERFACE ${ARGN} Threads::Threads)
+endfunction()
+povzel_unpacked(povzel_gtest libgmock.a libgtest.a)
+povzel_unpacked(povzel_benchmark libbenchmark.so)
+target_link_options(povzel_benchmark INTERFACE -Wl,-rpath,${POVZEL_I386_LIB})
+
+# povzel_program(NAME DIRECTORY [INTERNALS] SOURCES... [LIBRARIES...]): a program in DIRECTORY of
+# the build tree. It links the library as users do, or with INTERNALS the modules' objects.
+function(povzel_program name directory)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "INTERNALS" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES}
+                                        $<IF:$<BOOL:${arg_INTERNALS}>,povzel_objects,povzel30>)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${directory})
+endfunction()
+
+# povzel_test(NAME [JVM] [INTERNALS] SOURCES... [LIBRARIES...]): a GoogleTest program, registered
+# with CTest. JVM tests start the 32-bit JVM in their own process; they are left out of sanitizer
+# builds.
+function(povzel_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "JVM" "" "")
+  if(arg_JVM AND POVZEL_SANITIZE)
+    return()
+  endif()
+  povzel_program(${name} tests ${arg_UNPARSED_ARGUMENTS})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)
+  target_link_libraries(${name} PRIVATE povzel_gtest povzel_test_main)
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  if(POVZEL_SANITIZE)
+    set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+                 LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/support/leaks.supp)
+  endif()
+endfunction()
+
+# povzel_bench(NAME [INTERNALS] SOURCES... [LIBRARIES...]): a Google Benchmark program.
+function(povzel_bench name)
+  povzel_program(${name} bench ${ARGN})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/bench)
+  target_link_libraries(${name} PRIVATE povzel_benchmark)
+endfunction()
+
+# povzel_java(NAME OUTPUT jar RELEASE version SOURCES... [CLASSPATH jars...] [DEPENDS targets...]
+#             [OPTIONS javac options...]): a target of the default build that compiles Java sources
+# into one jar. Every lint warning is an error.
+function(povzel_java name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT;RELEASE" "SOURCES;CLASSPATH;DEPENDS;OPTIONS")
+  set(sources ${arg_SOURCES})
+  list(TRANSFORM sources PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  set(classes ${CMAKE_CURRENT_BINARY_DIR}/${name}.classes)
+  # A mention of the jars as files makes a change of one compile this one again.
+  set(classpath_options)
+  if(arg_CLASSPATH)
+    string(REPLACE ";" ":" classpath "${arg_CLASSPATH}")
+    set(classpath_options -classpath ${classpath})
+  endif()
+  cmake_path(GET arg_OUTPUT PARENT_PATH directory)
+  add_custom_command(
+    OUTPUT ${arg_OUTPUT}
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${classes}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${classes} ${directory}
+    COMMAND ${POVZEL_JAVAC} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all -Werror
+            ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
+    COMMAND ${POVZEL_JAR} --create --file ${arg_OUTPUT} -C ${classes} .
+    DEPENDS ${sources} ${arg_CLASSPATH} ${arg_DEPENDS}
+    COMMENT "Compiling ${name}"
+    VERBATIM)
+  add_custom_target(${name} ALL DEPENDS ${arg_OUTPUT})
+endfunction()

@@ -1,0 +1,38 @@
+// Locks, counters and bit masks in 32-bit words that threads share, or processes that map the
+// same memory.
+//
+//   static int busy;
+//   if (HostAsmTryLock(&busy, 1000)) { work(); HostAsmUnlock(&busy); }
+//
+// Each read-modify-write is one locked instruction (or a loop around one) and so a full memory
+// barrier. Nothing here can fail, allocates or calls anything: signal handlers may use it all.
+// Words must be aligned to 4 bytes.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+extern "C" {
+
+// A full memory fence: no read or write moves across the call in either direction.
+POVZEL_EXPORT void HostShrMemoryBarrier();
+
+// Tries to take the lock word `lock` (0 free, 1 held, -1 locked for good): one exchange of 1 and,
+// while that finds it held, `spinCount` rounds of waiting, of which the last gives up without
+// looking. 1 gives up after the first exchange; 0 stands for 2^32 rounds. A word found at -1 is
+// refused like a held one, and reads 1 afterwards. Returns 1 if the caller now holds the lock,
+// else 0.
+POVZEL_EXPORT int HostAsmTryLock(int* lock, int spinCount);
+
+// Frees the lock word: exchanges 0 into it, whatever it held.
+POVZEL_EXPORT void HostAsmUnlock(int* lock);
+
+// Marks the lock word of a page as cleared or locked for good: exchanges -1 into it.
+POVZEL_EXPORT void HostAsmClearLockedPage(int* lock);
+
+// Each changes the word and returns its value from before. The sum wraps at 32 bits; adding 0
+// reads the counter, an OR with 1 tests and sets a flag, an AND with 0 resets it.
+POVZEL_EXPORT int HostAsmSyncCtrAdd(int* counter, int delta);
+POVZEL_EXPORT int HostAsmSyncOr(int* word, int mask);
+POVZEL_EXPORT int HostAsmSyncAnd(int* word, int mask);
+
+}  // extern "C"

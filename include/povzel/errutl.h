@@ -1,0 +1,106 @@
+// Message files: opens one, checks its header and parses its entries.
+//
+//   if (!ErrUtlInit(1, nullptr)) return;   // the file that TARVOLIN_LANG names, or the English one
+//   ErrUtlEntrySType entry;
+//   BoolType bad;
+//   unsigned long line = 0;
+//   FILE* source = fopen("german.msg", "r");
+//   while (ErrUtlNextSym(source, "german.msg", &line, &entry, 1, &bad)) use(entry.sym, entry.buf);
+//
+// A compiled message file is a header, a hash table and lines in the syntax of its source;
+// docs/messages.md describes both. The module has one file open at a time and no lock: errmsg.h,
+// which looks messages up, serializes its use. Failures are a false result and a line on standard
+// error.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+#include <povzel/povzeltypes.h>
+
+extern "C" {
+
+// The 20 bytes at the start of a compiled file, integers decoded.
+struct ErrUtlHdrSType {
+  unsigned char magic[4];
+  unsigned char transform[4];  // significance, in bytes, of each byte of a stored integer
+  std::uint32_t vers;          // 1
+  std::uint32_t tabSize;       // hash slots, at least 1
+  std::uint32_t textBegin;     // offset of the first entry line
+};
+static_assert(sizeof(ErrUtlHdrSType) == 20);
+
+// One slot of the hash table, which follows the header.
+struct ErrUtlHashSType {
+  std::uint32_t hash;  // HashStrHash of the symbol, case-sensitive
+  std::uint32_t
+      keyLoc;  // offset of the symbol as a C string; 0 when the hash is the symbol's alone
+  std::uint32_t valLoc;  // offset of the symbol's entry; 0 when the slot is empty
+};
+static_assert(sizeof(ErrUtlHashSType) == 12);
+
+enum { ErrUtlMaxArgs = 10 };  // arguments that a message may have
+
+// One parsed entry.
+struct ErrUtlEntrySType {
+  int expectedArgCount;         // largest numeral of the order list; 0 without one
+  int argListSize;              // numerals in the list
+  long loc;                     // offset of the entry's first line; set in table-building mode only
+  int argOrder[ErrUtlMaxArgs];  // the numerals, as written
+  ErrMsgStrType sym;            // at most 254 characters
+  ErrMsgStrType buf;            // the text as written, escapes included
+};
+static_assert(offsetof(ErrUtlEntrySType, argOrder) == 12 && offsetof(ErrUtlEntrySType, sym) == 52);
+
+// The open file: its name (set before it is opened), its stream (null when there is none) and,
+// if it is a compiled one, its header.
+POVZEL_EXPORT extern HostFnameStrType ErrUtlErrFileName;
+POVZEL_EXPORT extern FILE* ErrUtlErrFile;
+POVZEL_EXPORT extern ErrUtlHdrSType ErrUtlFileHdr;
+
+// The last ErrUtlInit succeeded.
+POVZEL_EXPORT extern BoolType errutl_is_init;
+
+// The bytes that a compiled file starts with, and their address.
+POVZEL_EXPORT extern const unsigned char magicArray[4];
+POVZEL_EXPORT const unsigned char* ErrUtlGetMagic();
+
+// Returns 1 if the 4 bytes of `transform4` are 0 to 3 in some order and the 2 of `transform2` are
+// 0 and 1, else 0.
+POVZEL_EXPORT BoolType UtlValidateSwizzleTransforms(const unsigned char* transform4,
+                                                    const unsigned char* transform2);
+
+// Rewinds `f`, reads the header of a compiled file into *hdr and checks it. Returns 1, or 0 after
+// a line that says what is wrong; *hdr then holds what was read.
+POVZEL_EXPORT BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr);
+
+// Closes the open file and opens ErrUtlErrFileName. With `isCompiled` its header is read into
+// ErrUtlFileHdr; without, that stays as it is: for a source file, or for a fresh stream of a file
+// whose header was read before. Returns 0, with no file open, if that fails.
+POVZEL_EXPORT BoolType ErrUtlReset(BoolType isCompiled);
+
+// Finds and opens a message file: `fileName`, or when that is null the one that TARVOLIN_LANG
+// names, or else "$TARVOLIN/sys/english67.err". For the latter two a file of that name near the
+// program goes first. Returns 0 if the file cannot be used.
+POVZEL_EXPORT BoolType ErrUtlInit(BoolType isCompiled, const char* fileName);
+
+// Returns 1 if the last ErrUtlInit succeeded.
+POVZEL_EXPORT BoolType ErrUtlIsUp();
+
+// Closes the file. ErrUtlIsUp answers as before.
+POVZEL_EXPORT void ErrUtlShutdown();
+
+// Parses the next entry of `f` into *theEntry. Returns 1, or 0 at the end of the file.
+//
+// With `buildingTable` the whole file is being read: *lineNum counts its lines, theEntry->loc
+// becomes the entry's offset, empty lines and comments are skipped. Without, one entry is looked
+// up: *lineNum stays, and an empty line, a comment or the end of the file is reported.
+//
+// A line that is not an entry is reported with `fname` and *lineNum and skipped. *syntaxErr tells
+// whether that happened, or whether the file ends inside a line. A zero byte ends the text of its
+// line.
+POVZEL_EXPORT BoolType ErrUtlNextSym(FILE* f, const char* fname, unsigned long* lineNum,
+                                     ErrUtlEntrySType* theEntry, BoolType buildingTable,
+                                     BoolType* syntaxErr);
+
+}  // extern "C"

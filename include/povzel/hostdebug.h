@@ -1,0 +1,46 @@
+// The end of the road: where the process stops when it cannot go on.
+//
+//   HostOnDebug(saveMyState);                        // called before anything else is done
+//   if (lost) HostCallDebuggerMsg("list is cut");    // says so, dumps core and ends the process
+//
+// A program that must survive its own broken state (a debugger, a test) sets `noHalt`; then every
+// fatal path here and HostCoredump return to their caller.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+using HostOnDebugHandlerType = void (*)();
+using HostFatalReportFuncType = void();
+
+extern "C" {
+
+// When non-zero, the fatal paths return at once. The library never sets it.
+POVZEL_EXPORT extern BoolType noHalt;
+
+// Registers `hook`, which HostCallDebugger calls first; null removes it.
+POVZEL_EXPORT void HostOnDebug(HostOnDebugHandlerType hook);
+
+// Registers `report`, which tells the server of the first fatal error; null removes it.
+POVZEL_EXPORT void HostInstallFatalReportHandler(HostFatalReportFuncType* report);
+
+// Ends the process after a fatal error: calls the registered hook and the application's file
+// flusher, reports the error to the server, prints a framed report with the text of errno, dumps
+// core (HostCoredump) and exits with status 3. A second call while the first is still at work
+// prints "Recursive error caught!" and aborts. Returns 0, and only when `noHalt` is set; then
+// nothing at all has been done.
+POVZEL_EXPORT int HostCallDebugger();
+
+// Prints `msg` (null counts as empty) and a newline on standard output, then does the same as
+// HostCallDebugger, whose result it returns.
+POVZEL_EXPORT int HostCallDebuggerMsg(const char* msg);
+
+// Prints "\n%s arg:%lu\n" with `msg` and `o` on standard output, then does the same as
+// HostCallDebugger. Returns `o`.
+POVZEL_EXPORT unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o);
+
+// Waits until a debugger has attached and set the variable `attached` of the waiting frame. The
+// first waits only when the environment variable TARVOLIN_CHILD_DEBUG has a value.
+POVZEL_EXPORT void HostWaitForDebugger();
+POVZEL_EXPORT void HostExplicitWaitForDebugger();
+
+}  // extern "C"

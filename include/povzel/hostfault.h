@@ -1,0 +1,66 @@
+// The fault handler: what a process does with the signals that would end it.
+//
+//   HostInit();
+//   HostInstallFaultHandler(flushFiles, shutDown);
+//
+// One handler, HostFaultHandler, stands in front of SIGQUIT, SIGILL, SIGABRT, SIGBUS, SIGSEGV,
+// SIGTERM, SIGUSR1, SIGXFSZ and SIGXCPU, and of SIGFPE and SIGCHLD where no handler was installed
+// before. It lets guarded pages be touched, prints the stacks on SIGUSR1, reaps children, hands a
+// signal to the handler that was there before, or ends the process: quietly on SIGTERM and
+// SIGXCPU, with a report and a core dump otherwise. SIGPIPE and SIGHUP are ignored unless the
+// program handles them.
+//
+// Signal-safe but for what the fatal ends themselves need: the callbacks of the application, the
+// exit handlers (UtlExit), and the core dump with its messages (HostCoredump). The process is lost
+// there anyway, and a second fault on the way ends it at once.
+#pragma once
+
+#include <csignal>
+
+#include <povzel/povzeltypes.h>
+
+using HostFaultFuncType = void();
+using HostSigExitHandlerType = void (*)();
+using HostShrMemFuncType = void (*)();
+
+extern "C" {
+
+// How many SIGSEGV handlers are running now, in all threads together. The fourth ends the process.
+POVZEL_EXPORT extern long segvInProgressCount;
+
+// Installs the handler, once until HostShutDown. `flushFiles` is called before the process ends by
+// a signal, `shutDown` after a core dump; either may be null.
+POVZEL_EXPORT void HostInstallFaultHandler(HostFaultFuncType* flushFiles,
+                                           HostFaultFuncType* shutDown);
+
+// Puts back every action that HostInstallFaultHandler replaced.
+POVZEL_EXPORT void HostShutDown();
+
+// The handler itself.
+POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
+
+// From now on a fault, an illegal instruction or an abort ends the process at once with status 1,
+// without report or core.
+POVZEL_EXPORT void HostExitOnFault();
+
+// From now on touching a guarded page ends the process with status 1, although its handler took
+// the access.
+POVZEL_EXPORT void HostExitOnGuardPageAccess();
+
+// Records a shared-memory address and a function for the embedding program.
+POVZEL_EXPORT void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function);
+
+// Lets the application choose when a signal's exit happens. `postpone` is called in the handler in
+// place of the exit and must arrange for HostDoSigExit to be called later, which exits and, should
+// the exit return, calls `complete`. Faults, traps and aborts are never postponed.
+POVZEL_EXPORT void HostDelaySigExit(HostSigExitHandlerType postpone,
+                                    HostSigExitHandlerType complete);
+
+// Carries out the exit that was postponed. Does nothing when none was.
+POVZEL_EXPORT void HostDoSigExit();
+
+// Whether a fatal error has been seen.
+POVZEL_EXPORT void HostSetFatalErr(BoolType fatal);
+POVZEL_EXPORT BoolType HostGetFatalErr();
+
+}  // extern "C"

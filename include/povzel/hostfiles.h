@@ -1,0 +1,101 @@
+// Files and directories: thin operations that report failures in the caller's record.
+//
+//   HostErrSType why;
+//   FILE* log = HostOpenFile("$HOME/x.log", "a", &why, 1);
+//   if (log == nullptr) ...  // why.theErrno says
+//
+// Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
+// operation work under the process's real ids; the effective ids are back when it returns. Error
+// records may be null. Every descriptor opened here is closed by exec. Nothing is printed.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+#include <povzel/povzeltypes.h>
+#include <povzel/syserror.h>
+
+enum HostFileKindEType : std::int32_t {
+  HOST_FILE_KIND_FILE = 0,
+  HOST_FILE_KIND_DIR = 1,
+  HOST_FILE_KIND_CHRDEVICE = 2,
+  HOST_FILE_KIND_BLKDEVICE = 3,
+  HOST_FILE_KIND_LNK = 4,
+  HOST_FILE_KIND_OTHER = 5,
+  HOST_FILE_KIND_ERROR = 6,
+};
+
+// Called for each directory entry; `separator` is "/". The result is ignored.
+using HostDirFType = int(const char* directory, const char* entry, const char* separator,
+                         void* clientData);
+
+extern "C" {
+
+// Opens the stream `fileName` with the fopen mode `openMode`. Returns null with errno in `fileErr`
+// when that fails.
+POVZEL_EXPORT std::FILE* HostOpenFile(const char* fileName, const char* openMode,
+                                      HostErrSType* fileErr, BoolType userFile);
+
+// open and open64 of `name`, which is not expanded; `mode` counts when `flags` create the file. An
+// interrupted call is made again unless a termination request is pending. Returns the descriptor,
+// or -1 with errno set.
+POVZEL_EXPORT int HostOpen(const char* name, int flags, int mode);
+POVZEL_EXPORT int HostOpen64(const char* name, int flags, int mode);
+
+// Asks whether `fileName` exists, its symbolic links not expanded, and how large it is. Where the
+// effective ids are denied access, the real ids try too.
+//
+// Returns 1 with the low 32 bits of the size in `*size`. Otherwise returns 0 with the first errno
+// in `hostErr`. `*exists` becomes 0 when that is ENOENT, else 1; so a file that cannot be looked at
+// counts as existing. `size` and `exists` may be null.
+POVZEL_EXPORT BoolType HostFileExistSize(const char* fileName, unsigned long* size,
+                                         BoolType* exists, HostErrSType* hostErr);
+
+// Returns 1 if `fileName` can be looked at, else 0 with errno in `hostErr`.
+POVZEL_EXPORT BoolType HostFileExist(const char* fileName, HostErrSType* hostErr);
+
+// Returns what kind of file `filename` is; the name is not expanded and links are followed, so
+// HOST_FILE_KIND_LNK never results. HOST_FILE_KIND_ERROR comes with errno in `hostErr`.
+POVZEL_EXPORT HostFileKindEType HostFileType(const char* filename, HostErrSType* hostErr);
+
+// Removes one file, or one symbolic link itself. Returns 1, or 0 with errno in `theErr`. A name
+// with "*" or "?" is refused with ENOENT.
+POVZEL_EXPORT BoolType HostRemoveSingleFile(const char* filename, BoolType userFile,
+                                            HostErrSType* theErr);
+
+// The same, but a name with "*" or "?" goes, not expanded and not quoted, to the shell command
+// "rm -f %s"; the result is then 1 if that succeeded. A name longer than 4,095 characters is not
+// given to the shell: the result is 0.
+POVZEL_EXPORT BoolType HostRemoveFile(const char* filename, BoolType userFile);
+
+// Creates the directory `name`, open to all as far as the umask lets, or removes it if it is empty.
+// Return 1, or 0 with errno in `hostErr`.
+POVZEL_EXPORT BoolType HostCreateDirectory(const char* name, HostErrSType* hostErr);
+POVZEL_EXPORT BoolType HostRemoveDirectory(const char* name, HostErrSType* hostErr);
+
+// Calls `callback` with `clientData` for each entry ("." and ".." too) of a directory that matches
+// a pattern (see UtlGlob), in the file system's order.
+//
+// The last "/" of the expanded `wildcardSpec` that no backslash precedes parts directory and
+// pattern; "/" alone is the root. With nothing behind it, or without any, the pattern is "*".
+// Returns 1, also when the directory cannot be read.
+POVZEL_EXPORT BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback,
+                                     void* clientData);
+
+// Read or write exactly `numBytes` bytes. An interrupted call goes on unless a termination request
+// is pending. Return 1, or 0 for a null buffer, a negative descriptor, a count below 1, end of file
+// and any failure; each failed system call puts its errno into `*errnoPtr`, which may be null.
+POVZEL_EXPORT BoolType HostReadFile(int fd, ByteType* dest, int numBytes, int* errnoPtr);
+POVZEL_EXPORT BoolType HostWriteFile(int fd, ByteType* src, int numBytes, int* errnoPtr);
+
+// Stores the stream's position (-1 if it has none), or goes to the position `*filePos`.
+POVZEL_EXPORT void Hostftell(std::FILE* filePtr, long* filePos);
+POVZEL_EXPORT void Hostfseek(std::FILE* filePtr, const long* filePos);
+
+// Returns the index of the first byte equal to `target` among the `length` bytes at `aStr`, or -1.
+POVZEL_EXPORT int HostSearchBytes(const ByteType* aStr, ByteType target, ArraySizeType length);
+
+// Does nothing on this platform.
+POVZEL_EXPORT void HostResetIo();
+
+}  // extern "C"

@@ -1,0 +1,29 @@
+// The process's identity: work as the real user for a while, then as the effective user again.
+//
+//   HostUserIdSType effective;
+//   HostUseRealId(&effective);
+//   ...  // files are opened with the caller's own rights
+//   HostSetUserId(&effective);
+//
+// Ids belong to the process, so all its threads change together.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+// An effective identity, kept to be restored.
+struct HostUserIdSType {
+  std::uint32_t uid;
+  std::uint32_t gid;
+};
+
+extern "C" {
+
+// Stores the effective ids in `oldUserId` unless that is null, then makes the real group id and
+// the real user id effective.
+POVZEL_EXPORT void HostUseRealId(HostUserIdSType* oldUserId);
+
+// Makes the group id and the user id of `userId` effective; null stands for the present effective
+// ids. Fails silently where the system refuses the change.
+POVZEL_EXPORT void HostSetUserId(const HostUserIdSType* userId);
+
+}  // extern "C"

@@ -1,0 +1,39 @@
+// Mutexes between the threads of one process, over POSIX mutexes with default attributes.
+//
+//   static HostMutexSType mutex;
+//   HostMutexInit(&mutex);
+//   HostMutexAcquire(&mutex);
+//   ...
+//   HostMutexRelease(&mutex);
+//
+// A mutex call that fails is a programming error: it is reported on standard output and ends in
+// HostCallDebuggerMsg with "UTL_GUARANTEE failure in file %s at line %d". Should that return, the
+// call has had no effect. A null mutex fails like a broken one. The caller owns the record.
+#pragma once
+
+#include <pthread.h>
+
+#include <povzel/povzeltypes.h>
+
+using HostMutexSType = pthread_mutex_t;
+
+extern "C" {
+
+// Makes *mutex a free mutex.
+POVZEL_EXPORT void HostMutexInit(HostMutexSType* mutex);
+
+// Ends *mutex, which nobody may hold: on failure prints "mutexDestroy failed" first.
+POVZEL_EXPORT void HostMutexDestroy(HostMutexSType* mutex);
+
+// Waits until *mutex is free and takes it: on failure prints "mutexLock failed" first. A thread
+// that already holds it waits for ever.
+POVZEL_EXPORT void HostMutexAcquire(HostMutexSType* mutex);
+
+// Frees *mutex. A failure prints "mutexUnLock failed=n" without a new line and goes on.
+POVZEL_EXPORT void HostMutexRelease(HostMutexSType* mutex);
+
+// Reports a mutex error that a caller found at its line `lineNum`: prints
+// "HostMutexError :  caller line %ld\n", then fails as above.
+POVZEL_EXPORT void HostMutexError(long lineNum);
+
+}  // extern "C"

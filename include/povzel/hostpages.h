@@ -1,0 +1,39 @@
+// Guard pages: memory pages that fault on any access until a handler lets the access pass, and
+// plain page protection.
+//
+//   HostProtectPage(stackEnd, growStack, &err);   // growStack(page, faultAddress) answers true
+//
+// A page's handler runs inside the fault handler (HostInstallFaultHandler): it may call only what
+// is safe in a signal handler. When it answers true the page becomes readable and writable, its
+// slot is free again, and the faulting instruction is tried again.
+#pragma once
+
+#include <cstddef>
+
+#include <povzel/povzeltypes.h>
+#include <povzel/syserror.h>
+
+// Gets the page's address and the address of the access (0 when it is not known); returns true
+// when the access is its to deal with.
+using HostProtectHandlerFType = BoolType (*)(char* pageAddr, char* faultAddr);
+
+constexpr int HostMaxProtectedPages = 16;
+
+extern "C" {
+
+// Makes the page at `pageAddr` inaccessible and guards it with `handler` (null takes no access),
+// which replaces the one it has. Returns 1, or 0 with the reason in *err: not the start of a page,
+// 16 pages are guarded already, or the system refused.
+POVZEL_EXPORT BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler,
+                                       SysErrorSType* err);
+
+// Makes a guarded page readable and writable and frees its slot. Returns 0 when it is not guarded
+// or the system refused.
+POVZEL_EXPORT BoolType HostUnProtectPage(char* pageAddr);
+
+// Makes `numBytes` bytes from `addr`, which must start a page, read-only, or readable and
+// writable. Returns whether the system did.
+POVZEL_EXPORT BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes);
+POVZEL_EXPORT BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes);
+
+}  // extern "C"

@@ -1,0 +1,74 @@
+// Processes: start a product process as a detached child, run a command file, end processes, and
+// ask what this process is.
+//
+//   char why[2049];
+//   PidType server;
+//   if (!HostForkServer("/opt/tarvolin/bin/torvd -v", why, sizeof why, &server)) puts(why);
+//
+// The children of HostFork and HostForkServer are reaped by the SIGCHLD handler
+// (HostInstallFaultHandler). Commands in the foreground: hostspawn.h.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+enum HostProcessEType : int {
+  HOST_PROCESS_BATCH = 0,
+  HOST_PROCESS_INTERACTIVE = 1,
+  HOST_PROCESS_NETWORK = 2,
+  HOST_PROCESS_OTHER = 3,
+};
+
+extern "C" {
+
+// Starts the command line `cmd` (words separated by white space, no quoting) as a child in a
+// session of its own, with its output in a log file.
+//
+// `user` is given by the network daemon alone: the child then runs as that user, with that user's
+// environment. The child works in `workingDir`, or the user's home directory when that is null or
+// cannot be expanded, and logs to `logName`, or "%N%P%M.log" when that is null; both are log-name
+// templates (UtlExpandLogName). `clientHost`, which may be null, is shown in the log's header.
+// `unused1` is ignored.
+//
+// Returns 1 with the child's id in *thePid. Returns 0 with the reason in `msg` (`msgLength` bytes
+// with the terminator) when no child could be started. What fails in the child is written to
+// standard error or to the log, and the child ends with status 3.
+POVZEL_EXPORT BoolType HostFork(const char* cmd, const char* user, long unused1, char* msg,
+                                ArraySizeType msgLength, const char* clientHost,
+                                const char* logName, const char* workingDir, PidType* thePid);
+
+// Starts `cmd` as a server: a child in a session of its own that keeps standard output and error
+// and the current directory. Waits until the server writes a byte into the pipe whose descriptor
+// it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0 with the reason in `msg`; when the server ended
+// or closed the pipe without a byte, *thePid still holds its id, otherwise 0.
+POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength,
+                                      PidType* thePid);
+
+// Runs the command file `cmdFileSpec` through the shell, without input, its output and errors in
+// `outFileSpec`. Returns 0 when the expanded names have more than 80 characters together and when
+// the shell could not be run or its status was lost. A command file that fails, that is, whose
+// last command does, gives 1: the file was performed.
+POVZEL_EXPORT BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec);
+
+// Ends this process at once by SIGKILL, after the application's file flusher.
+POVZEL_EXPORT void HostKillProcess();
+
+// Sends SIGKILL, or SIGTERM, to `pid`. Returns 1, or 0 with errno set.
+POVZEL_EXPORT BoolType HostKillOtherProcess(PidType pid);
+POVZEL_EXPORT BoolType HostTerminateOtherProcess(PidType pid);
+
+// Stores this process's id and returns 1.
+POVZEL_EXPORT BoolType HostGetProcessId(PidType* processID);
+
+// Tells from standard input how this process was started.
+POVZEL_EXPORT HostProcessEType HostGetProcessKind();
+
+// Returns the name of this process's log, when it was started with one, else null. The library
+// owns the text.
+POVZEL_EXPORT char* HostGetChildLogPtr();
+
+// Joins the arguments after the program's name, each followed by a blank, into `commandLine`
+// (`length` bytes with the terminator), stopping before the first that does not fit.
+POVZEL_EXPORT void HostGetCommandLine(char* commandLine, ArraySizeType length, int argc,
+                                      char** argv);
+
+}  // extern "C"

@@ -1,0 +1,33 @@
+// Plain uses of signals: ignoring them, the keyboard interrupt, blocking all of them for a while,
+// and the profiling timer.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+using HostKbIntFuncType = void(int signal);
+
+extern "C" {
+
+// Sets SIGTERM, or SIGIO, to ignored.
+POVZEL_EXPORT void HostIgnoreSigTerm();
+POVZEL_EXPORT void HostIgnoreSigIo();
+
+// Has `routine` called on SIGINT, unless that was ignored when the program started: then it stays
+// ignored, as it does in a background job.
+POVZEL_EXPORT void HostEnableKbInt(HostKbIntFuncType* routine);
+
+// Blocks every signal of the calling thread, and unblocks every one again. A call that finds its
+// work done already does nothing. Both keep errno.
+POVZEL_EXPORT void HostDisableInterrupts();
+POVZEL_EXPORT void HostEnableInterrupts();
+
+// Profiling by sampling is not part of this library: these say so on standard output.
+POVZEL_EXPORT void HostBeginSampling(const char* file);
+POVZEL_EXPORT void HostStopSampling();
+
+// Calls `func` on SIGVTALRM after each `millisec` milliseconds of CPU time. Returns 1, or 0 when
+// the system refused the timer. HostStopProfTimer ends that and puts the old action back.
+POVZEL_EXPORT BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func);
+POVZEL_EXPORT void HostStopProfTimer();
+
+}  // extern "C"

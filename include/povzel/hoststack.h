@@ -1,0 +1,22 @@
+// Stack printing: the C stacks of a process, by the installation's stack printer, and the stack of
+// the interpreter, by a function that the embedding program registers.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+using PrintStackFuncType = void();
+
+extern "C" {
+
+// Prints the C stacks of the process `forPid` by running "$TARVOLIN/bin/gstack" with its id, and
+// says so when that program is not there. Does nothing for -1. Waits for the programs it runs.
+POVZEL_EXPORT void HostPrintCStack(PidType forPid);
+
+// Prints the C stacks of this process.
+POVZEL_EXPORT void HostPrintMyCStack();
+
+// Registers the function that prints the interpreter's stack after the C stack; null for none. It
+// is called in signal handlers.
+POVZEL_EXPORT void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* function);
+
+}  // extern "C"

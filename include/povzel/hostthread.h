@@ -1,0 +1,43 @@
+// Threads of the process, over POSIX threads.
+//
+//   HostThreadType thread;
+//   if (HostThreadCreate(&thread, serve, socket, 1 << 20) == 0) HostThreadJoin(thread, nullptr);
+#pragma once
+
+#include <pthread.h>
+
+#include <cstddef>
+
+#include <povzel/povzeltypes.h>
+
+using HostThreadType = pthread_t;
+using HostThreadFuncType = void*(void* arg);
+
+static_assert(sizeof(HostThreadType) == 4);
+
+extern "C" {
+
+// Starts a thread that runs funcPtr(arg), with a stack of at least `minStackSize` bytes; 0 and
+// sizes up to the default give the default size. If the size cannot be set, the reason goes to
+// standard output and the thread gets the default. *threadId receives its id. Returns 0, or the
+// error number of pthread_create.
+POVZEL_EXPORT int HostThreadCreate(HostThreadType* threadId, HostThreadFuncType* funcPtr, void* arg,
+                                   std::size_t minStackSize);
+
+// Sends `sig` to the thread (0 only checks). Returns 0 or an error number.
+POVZEL_EXPORT int HostThreadKill(HostThreadType threadId, int sig);
+
+// Waits for the thread to end; *value_ptr (may be null) receives what it returned or ended with.
+// Returns 0 or an error number.
+POVZEL_EXPORT int HostThreadJoin(HostThreadType threadId, void** value_ptr);
+
+// Returns 1 when both ids name the same thread, else 0.
+POVZEL_EXPORT int HostThreadEqual(HostThreadType t1, HostThreadType t2);
+
+// Returns the calling thread's id.
+POVZEL_EXPORT HostThreadType HostThreadSelf();
+
+// Ends the calling thread; HostThreadJoin hands out `value_ptr`.
+[[noreturn]] POVZEL_EXPORT void HostThreadExit(void* value_ptr);
+
+}  // extern "C"

@@ -1,0 +1,18 @@
+// The checksum of stored data: CRC-32 with the reflected polynomial 0xEDB88320, initial value and
+// final complement all ones. It equals zlib's crc32.
+#pragma once
+
+#include <array>
+
+#include <povzel/povzeltypes.h>
+
+extern "C" {
+
+// Entry x is what the byte x contributes to a checksum whose low byte was 0.
+POVZEL_EXPORT extern const std::array<unsigned long, 256> crctable;
+
+// Returns the checksum of `length` bytes, which need no alignment. Callers have a positive multiple
+// of 4; any other length is handled byte by byte at its end, and no bytes at all give 0.
+POVZEL_EXPORT unsigned long UtlChecksum(const unsigned char* bytes, unsigned int length);
+
+}  // extern "C"

@@ -1,0 +1,43 @@
+// Leaving the program: handlers that run before it ends, in reverse order of their registration,
+// and the exits that run them.
+//
+//   UtlInit();
+//   UtlAtExit(closeRepository);
+//   ...
+//   UtlExit(0);
+//
+// Nothing here locks: register while one thread runs.
+#pragma once
+
+#include <povzel/povzeltypes.h>
+
+using ExitFuncType = void();
+
+constexpr int UtlMaxExitHandlers = 100;
+
+extern "C" {
+
+// Empties the list of handlers and checks that the library's tables are intact. HostInit calls it.
+POVZEL_EXPORT void UtlInit();
+
+// Registers `handler`, to run before those registered earlier. Returns 0, or 1 when 100 are
+// registered already, before UtlInit, and once the handlers run or have run; then nothing is
+// stored.
+POVZEL_EXPORT int UtlAtExit(ExitFuncType* handler);
+
+// Runs the handlers, the last registered first. A second call, also one from a handler, does
+// nothing.
+POVZEL_EXPORT void UtlRunExitHandlers();
+
+// Whether UtlExit with status 0 removes this process's child log. Off at start.
+POVZEL_EXPORT void UtlRemoveLogOnExit(BoolType removeIt);
+
+// Runs the handlers, removes the child log if that was asked for (never one named *.klog) and ends
+// the process with `status`.
+[[noreturn]] POVZEL_EXPORT void UtlExit(int status);
+
+// Flushes standard output and error and ends the process with `status`, without the handlers: the
+// exit for programs with threads that handlers could disturb.
+[[noreturn]] POVZEL_EXPORT void UtlExitMt(int status);
+
+}  // extern "C"

@@ -1,0 +1,32 @@
+// File helpers of the utilities: open, test access, list into a file, modification time.
+#pragma once
+
+#include <cstdio>
+#include <ctime>
+
+#include <povzel/povzeltypes.h>
+#include <povzel/syserror.h>
+
+extern "C" {
+
+// Opens `fileName` with fopen mode `openMode` under the real user's ids. Returns null on failure,
+// with the error's text in `errBuff` (`errBuffSize` bytes; null for none).
+POVZEL_EXPORT FILE* UtlOpenFile(const char* fileName, const char* openMode, char* errBuff,
+                                ArraySizeType errBuffSize);
+
+// Returns whether `fileName` can be opened with fopen mode `accessType`, under the real user's ids
+// when `userFile` is non-zero; the error is in *fileErr when not. Opening has the mode's effects:
+// "w" empties the file.
+POVZEL_EXPORT BoolType UtlCheckAccess(const char* fileName, const char* accessType,
+                                      HostErrSType* fileErr, BoolType userFile);
+
+// Writes the names of the files that match `wildcardSpec`, one a line with their directory, into
+// the file `fileSpec`. Returns 0 when that file cannot be written, else what HostDirectory does.
+POVZEL_EXPORT BoolType UtlDirectory(const char* wildcardSpec, const char* fileSpec);
+
+// Stores the modification time of `fname` in *modTime and returns 1, or returns 0 with the reason
+// in *err.
+POVZEL_EXPORT BoolType UtlGetFileModTime(const char* fname, std::time_t* modTime,
+                                         SysErrorSType* err);
+
+}  // extern "C"

@@ -1,0 +1,20 @@
+// Where a program's output goes: standard output and error redirected to a file, and files that
+// end with a new line.
+#pragma once
+
+#include <cstddef>
+
+#include <povzel/povzeltypes.h>
+
+extern "C" {
+
+// Reopens standard output and then standard error to append to `fileName` (expanded as by
+// HostExpandFileName). Returns 1, or 0 with a message in `errText` (`errTextSize` bytes; null for
+// none); standard output may then be redirected already.
+POVZEL_EXPORT BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errTextSize);
+
+// Appends a new line to `fileName` unless it ends with one. A file that is empty or missing needs
+// none. Returns 1, or 0 after a line on standard error that names the operation that failed.
+POVZEL_EXPORT BoolType UtlAppendLfToFile(const char* fileName);
+
+}  // extern "C"

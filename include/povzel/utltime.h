@@ -1,0 +1,57 @@
+// Time stamps: the millisecond stamp that begins a log line, in several forms, and date strings in
+// the host's date-time format (HostDateTimeFormat).
+//
+//   UtlTimeStampMs_s_flush(stdout, "listening on port 50377", 1);
+//
+// Nothing here locks. Streams must not be null.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+
+#include <povzel/povzeltypes.h>
+
+// A formatted date, terminated.
+struct ZelCTimeStringType {
+  char msg[100];
+};
+static_assert(sizeof(ZelCTimeStringType) == 100);
+
+extern "C" {
+
+// Writes "[date.mmm zone]" and, below it and indented, `text` (null: none); a new line at the end
+// when `addCr` is non-zero. Within 9 milliseconds after a stamp that was written, the text alone,
+// and for a null text nothing. When the clock has been set back since then, a stamp is written.
+POVZEL_EXPORT void UtlTimeStampMs_s(FILE* stream, const char* text, BoolType addCr);
+
+// The same, then flushes the stream.
+POVZEL_EXPORT void UtlTimeStampMs_s_flush(FILE* stream, const char* text, BoolType addCr);
+
+// Writes a stamp alone and a new line, under the same rule as UtlTimeStampMs_s.
+POVZEL_EXPORT void UtlTimeStampMs(FILE* stream);
+
+// Writes "date.mmm " and nothing else.
+POVZEL_EXPORT void UtlTimeStampMs_f(FILE* stream);
+
+// Writes the same stamp in double quotes, then the seconds since the epoch and a blank.
+POVZEL_EXPORT void UtlTimeStampMs_time_t_f(FILE* stream);
+
+// Returns "date.mmm zone:", cut to 79 characters, in a static buffer that each call rewrites.
+POVZEL_EXPORT char* UtlTimeStampMs_str();
+
+// Stores "date.mmm zone" of the given time in `result`, cut to `resultSize` bytes with its
+// terminator. With `addCr` a new line is added where it still fits. A size of 0 stores nothing.
+POVZEL_EXPORT void UtlTimeStampMsStr(std::time_t seconds, unsigned short milliSeconds, char* result,
+                                     std::size_t resultSize, BoolType addCr);
+
+// Stores the date of `when` with its zone in *result, cut to 99 characters, and returns its text.
+POVZEL_EXPORT char* UtlCtime(std::time_t when, ZelCTimeStringType* result);
+
+// localtime_r: splits *when into *result in the local time zone.
+POVZEL_EXPORT void UtlLocaltime(const std::time_t* when, struct tm* result);
+
+}  // extern "C"
+
+// Returns the date of `when` with its zone in a static buffer that each call rewrites.
+POVZEL_EXPORT char* UtlCtime(std::time_t when);

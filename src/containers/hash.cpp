@@ -1,0 +1,357 @@
+#include <povzel/hash.h>
+
+#include <emmintrin.h>
+
+#include <bit>
+#include <cctype>
+#include <cstring>
+
+#include <povzel/utlheap.h>
+
+namespace {
+
+// A permutation of 0 to 255. Its values are in compiled message files: they never change.
+alignas(256) constexpr ByteType CharPermutation[256] = {
+    1,   87,  49,  12,  176, 178, 102, 166, 121, 193, 6,   84,  249, 230, 44,  163, 14,  197, 213,
+    181, 161, 85,  218, 80,  64,  239, 24,  226, 236, 142, 38,  200, 110, 177, 104, 103, 141, 253,
+    255, 50,  77,  101, 81,  18,  45,  96,  31,  222, 25,  107, 190, 70,  86,  237, 240, 34,  72,
+    242, 20,  214, 244, 227, 149, 235, 97,  234, 57,  22,  60,  250, 82,  175, 208, 5,   127, 199,
+    111, 62,  135, 248, 174, 169, 211, 58,  66,  154, 106, 195, 245, 171, 17,  187, 182, 179, 0,
+    243, 132, 56,  148, 75,  128, 133, 158, 100, 130, 126, 91,  13,  153, 246, 216, 219, 119, 68,
+    223, 78,  83,  88,  201, 99,  122, 11,  92,  32,  136, 114, 52,  10,  138, 30,  48,  183, 156,
+    35,  61,  26,  143, 74,  251, 94,  129, 162, 63,  152, 170, 7,   115, 167, 241, 206, 3,   150,
+    55,  59,  151, 220, 90,  53,  23,  131, 125, 173, 15,  238, 79,  95,  89,  16,  105, 137, 225,
+    224, 217, 160, 37,  123, 118, 73,  2,   157, 46,  116, 9,   145, 134, 228, 207, 212, 202, 215,
+    69,  229, 27,  188, 67,  124, 168, 252, 42,  4,   29,  108, 21,  247, 19,  205, 39,  203, 233,
+    40,  186, 147, 198, 192, 155, 33,  164, 191, 98,  204, 165, 180, 117, 76,  140, 36,  210, 172,
+    41,  54,  159, 8,   185, 232, 113, 196, 231, 47,  146, 120, 51,  65,  28,  144, 254, 221, 93,
+    189, 194, 139, 112, 43,  71,  109, 184, 209,
+};
+
+// Entry i is the smallest prime from 2 to the power i on (and 1 for 0).
+constexpr long powerOfTwoPrime[] = {1,   2,    5,    11,   17,   37,    67,    131,  257,
+                                    521, 1031, 2053, 4099, 8209, 16411, 32771, 65537};
+constexpr long firstPrime = 5;
+constexpr long lastPrime = 16;
+
+// Upper case of each byte in the C library's current locale, at its index; looked up once per
+// string instead of once per byte.
+const int* upperCase() {
+  return *__ctype_toupper_loc();
+}
+
+// Three Pearson hashes that take the same bytes and differ in their start. Each step waits for
+// the one before, so only the latency of one step counts: the look-up's address is the exclusive
+// or of table, hash and byte (the table is aligned to its size), of which all but the hash is
+// ready in time.
+class PearsonHash {
+ public:
+  explicit PearsonHash(unsigned first)
+      : hash0_(CharPermutation[first]),
+        hash1_(CharPermutation[(first + 1) & 255]),
+        hash2_(CharPermutation[(first + 2) & 255]) {}
+
+  void add(unsigned byte) {
+    const std::uintptr_t row = reinterpret_cast<std::uintptr_t>(CharPermutation) ^ byte;
+    hash0_ = *reinterpret_cast<const ByteType*>(row ^ hash0_);
+    hash1_ = *reinterpret_cast<const ByteType*>(row ^ hash1_);
+    hash2_ = *reinterpret_cast<const ByteType*>(row ^ hash2_);
+  }
+
+  unsigned value() const { return hash2_ << 16 | hash1_ << 8 | hash0_; }
+
+ private:
+  std::uintptr_t hash0_;
+  std::uintptr_t hash1_;
+  std::uintptr_t hash2_;
+};
+
+// The 16-bit character at `bytes`, reduced to what HashDbStrHash takes of it.
+unsigned doubleByte(const ByteType* bytes, const int* upper) {
+  unsigned code = bytes[0] * 256U + bytes[1];
+  if (upper != nullptr && code <= 255) code = static_cast<ByteType>(upper[code]);
+  return code % 255;
+}
+
+}  // namespace
+
+long HashStrHash(const ByteType* bytes, std::size_t count, BoolType caseSensitive) {
+  if (count == 0) return 0;
+  const ByteType* const end = bytes + count;
+  if (caseSensitive != 0) {
+    PearsonHash hash(*bytes);
+#pragma GCC unroll 4
+    while (++bytes != end) hash.add(*bytes);
+    return static_cast<long>(hash.value());
+  }
+  const int* const upper = upperCase();
+  PearsonHash hash(static_cast<ByteType>(upper[*bytes]));
+  while (++bytes != end) hash.add(static_cast<ByteType>(upper[*bytes]));
+  return static_cast<long>(hash.value());
+}
+
+long HashDbStrHash(const ByteType* bytes, std::size_t sizeBytes, BoolType caseSensitive) {
+  if (sizeBytes < 2) return 0;
+  const ByteType* const end = bytes + (sizeBytes & ~std::size_t{1});
+  const int* const upper = caseSensitive != 0 ? nullptr : upperCase();
+  PearsonHash hash(doubleByte(bytes, upper));
+  while ((bytes += 2) != end) hash.add(doubleByte(bytes, upper));
+  return static_cast<long>(hash.value());
+}
+
+unsigned int HashCStrHash(const void* string) {
+  const auto* bytes = static_cast<const ByteType*>(string);
+  if (*bytes == 0) return 0;
+  PearsonHash hash(*bytes);
+  while (*++bytes != 0) hash.add(*bytes);
+  return hash.value();
+}
+
+BoolType HashCStrCompare(const void* string1, const void* string2) {
+  return std::strcmp(static_cast<const char*>(string1), static_cast<const char*>(string2)) == 0;
+}
+
+// The table. Its slots are one block with a mark for each of them behind it, at endPtr. The mark
+// of an occupied slot is a piece of its record's hash: a probe reads marks alone, many at once, and
+// looks at the records only where the mark is right.
+//
+// Emptying a slot would hide the records whose probes passed over it, and moving one of them into
+// it would hide that record from an enumeration that has come this far. So nothing moves: the
+// slot becomes a hole, over which probes go on. Inserts fill holes; those that no probe needs any
+// more are closed as removals go by, so that they do not accumulate.
+namespace {
+
+constexpr long slotsPerSweep = 16;  // one sweep over the table for so many slots' worth of holes
+
+// The top bit says that a slot is empty.
+constexpr ByteType endOfRun = 128;  // no probe passes over it
+constexpr ByteType hole = 255;
+
+struct Marks {
+  std::int32_t holesSinceSweep;
+  ByteType of[1];  // each slot, and once more the first ones, so that groups need not wrap
+};
+
+constexpr std::size_t groupSize = sizeof(__m128i);
+
+// A bit for each of the groupSize slots, the first lowest, that is empty or has this mark.
+unsigned emptyOrMarked(const ByteType* marks, ByteType mark) {
+  const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i*>(marks));
+  const __m128i equal = _mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(mark)));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(group, equal)));
+}
+
+// What a hash says of its record: the slot where probes for it start, and its mark.
+struct Place {
+  std::size_t home;
+  ByteType mark;
+};
+
+Marks* marksOf(const HashTableSType* table) {
+  return reinterpret_cast<Marks*>(table->endPtr);
+}
+
+std::size_t indexOf(const HashTableSType* table, const VoidPtrType* slot) {
+  return static_cast<std::size_t>(slot - table->table);
+}
+
+std::size_t sizeOf(const HashTableSType* table) {
+  return static_cast<std::size_t>(table->tableSize);
+}
+
+// Records with the same home differ in the quotient, neighbours in the hash itself.
+Place placeOf(unsigned int hash, std::size_t size) {
+  return {hash % size, static_cast<ByteType>((hash ^ hash / size) & 127)};
+}
+
+std::size_t marksSize(std::size_t slots) {
+  return offsetof(Marks, of) + slots + groupSize - 1;
+}
+
+void setMark(HashTableSType* table, std::size_t index, ByteType mark) {
+  Marks* const marks = marksOf(table);
+  marks->of[index] = mark;
+  if (index < groupSize - 1) marks->of[sizeOf(table) + index] = mark;
+}
+
+std::size_t wrapped(const HashTableSType* table, std::size_t index) {
+  return index < sizeOf(table) ? index : index - sizeOf(table);
+}
+
+std::size_t nextOf(const HashTableSType* table, std::size_t index) {
+  return wrapped(table, index + 1);
+}
+
+std::size_t previousOf(const HashTableSType* table, std::size_t index) {
+  return (index != 0 ? index : sizeOf(table)) - 1;
+}
+
+// Leaves exactly those holes that the probe of some stored record passes over.
+void sweepHoles(HashTableSType* table) {
+  Marks* const marks = marksOf(table);
+  marks->holesSinceSweep = 0;
+  for (std::size_t i = 0; i < sizeOf(table); ++i) {
+    if (marks->of[i] == hole) setMark(table, i, endOfRun);
+  }
+  for (std::size_t i = 0; i < sizeOf(table); ++i) {
+    if (table->table[i] == nullptr) continue;
+    const Place place = placeOf(table->hashFunc(table->table[i]), sizeOf(table));
+    for (std::size_t at = place.home; at != i; at = nextOf(table, at)) {
+      if (marks->of[at] == endOfRun) setMark(table, at, hole);
+    }
+  }
+}
+
+// Marks the slot, just emptied, a hole if a probe might pass over it. None does when the next slot
+// ends all probes, and then the holes just before have lost their use too.
+void leaveHole(HashTableSType* table, std::size_t index) {
+  Marks* const marks = marksOf(table);
+  setMark(table, index, hole);
+  if (marks->of[nextOf(table, index)] != endOfRun) {
+    if (++marks->holesSinceSweep > table->tableSize / slotsPerSweep) sweepHoles(table);
+    return;
+  }
+  for (; marks->of[index] == hole; index = previousOf(table, index)) {
+    setMark(table, index, endOfRun);
+  }
+}
+
+// Searches groupSize slots from `start` on. True ends the search, with its result in `found`; until
+// then that is the first hole, once there is one.
+inline bool searchGroup(const HashTableSType* table, const void* record, ByteType mark,
+                        std::size_t start, VoidPtrType*& found) {
+  const ByteType* const marks = marksOf(table)->of + start;
+  for (unsigned which = emptyOrMarked(marks, mark); which != 0; which &= which - 1) {
+    const auto offset = static_cast<unsigned>(std::countr_zero(which));
+    VoidPtrType* const slot = table->table + wrapped(table, start + offset);
+    if (marks[offset] == mark) {
+      if (table->compareFunc(record, *slot) == 0) continue;
+      found = slot;
+      return true;
+    }
+    if (found == nullptr) found = slot;
+    if (marks[offset] == endOfRun) return true;
+  }
+  return false;
+}
+
+// Goes on with a search from the second group on. Out of line, since few come this far.
+[[gnu::noinline]] void searchOn(const HashTableSType* table, const void* record, ByteType mark,
+                                std::size_t start, VoidPtrType*& found) {
+  for (std::size_t seen = groupSize; seen < sizeOf(table); seen += groupSize) {
+    start = wrapped(table, start + groupSize);
+    if (searchGroup(table, record, mark, start, found)) return;
+  }
+}
+
+void makeEmpty(HashTableSType* table) {
+  table->indexOfPrime = firstPrime - 1;
+  table->tableSize = 0;
+  table->halfTableSize = 0;
+  table->quarterTableSize = 0;
+  table->numEntries = 0;
+  table->table = nullptr;
+  table->endPtr = nullptr;
+}
+
+}  // namespace
+
+void HashTableInit(HashTableSType* table, BoolType copyKeys, unsigned int keySize,
+                   HashFType* hashFunc, HashCompareFType* compareFunc) {
+  table->copyKeys = copyKeys;
+  table->keySize = static_cast<long>(keySize);
+  table->hashFunc = hashFunc;
+  table->compareFunc = compareFunc;
+  makeEmpty(table);
+  rehash(table);
+}
+
+BoolType rehash(HashTableSType* table) {
+  if (table->indexOfPrime > lastPrime) return 0;
+  const long indexOfPrime = table->indexOfPrime < firstPrime ? firstPrime : table->indexOfPrime;
+  const long size = powerOfTwoPrime[indexOfPrime];
+  if (size < table->numEntries) return 0;
+  const std::size_t slotBytes = static_cast<std::size_t>(size) * sizeof(VoidPtrType);
+  const std::size_t bytes = slotBytes + marksSize(static_cast<std::size_t>(size));
+  auto* slots = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
+  if (slots == nullptr) return 0;
+  std::memset(slots, 0, slotBytes);
+  std::memset(slots + size, endOfRun, bytes - slotBytes);
+
+  VoidPtrType* const oldTable = table->table;
+  VoidPtrType* const oldEnd = table->endPtr;
+  table->indexOfPrime = indexOfPrime;
+  table->table = slots;
+  table->endPtr = slots + size;
+  table->tableSize = size;
+  table->halfTableSize = size >> 1;
+  table->quarterTableSize = size >> 2;
+  marksOf(table)->holesSinceSweep = 0;
+  if (oldTable == nullptr) return 1;
+  for (VoidPtrType* old = oldTable; old != oldEnd; ++old) {
+    if (*old == nullptr) continue;
+    const auto [home, mark] = placeOf(table->hashFunc(*old), sizeOf(table));
+    std::size_t at = home;
+    while (slots[at] != nullptr) at = nextOf(table, at);
+    slots[at] = *old;
+    setMark(table, at, mark);
+  }
+  UtlFree(oldTable);
+  return 1;
+}
+
+VoidPtrType* HashTableLookup(HashTableSType* table, const void* record) {
+  const unsigned int hash = table->hashFunc(record);
+  if (table->table == nullptr) return nullptr;
+  const auto [home, mark] = placeOf(hash, sizeOf(table));
+  VoidPtrType* found = nullptr;
+  if (!searchGroup(table, record, mark, home, found)) searchOn(table, record, mark, home, found);
+  return found;
+}
+
+BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType record) {
+  if (record == nullptr || (slot != nullptr && *slot != nullptr)) return 0;
+  if (table->numEntries >= table->halfTableSize && table->indexOfPrime < lastPrime) {
+    ++table->indexOfPrime;
+    if (rehash(table) == 0) return 0;
+    slot = HashTableLookup(table, record);
+  }
+  if (slot == nullptr || *slot != nullptr) return 0;
+  void* stored = record;
+  if (table->copyKeys != 0) {
+    const auto keySize = static_cast<std::size_t>(table->keySize);
+    stored = UtlMalloc_(keySize, __LINE__);
+    if (stored == nullptr) return 0;
+    std::memcpy(stored, record, keySize);
+  }
+  *slot = stored;
+  setMark(table, indexOf(table, slot), placeOf(table->hashFunc(record), sizeOf(table)).mark);
+  ++table->numEntries;
+  return 1;
+}
+
+BoolType HashTableRemove(HashTableSType* table, VoidPtrType* slot) {
+  if (slot == nullptr || *slot == nullptr) return 0;
+  if (table->copyKeys != 0) UtlFree(*slot);
+  *slot = nullptr;
+  --table->numEntries;
+  leaveHole(table, indexOf(table, slot));
+  return 1;
+}
+
+void HashTableClear(HashTableSType* table) {
+  if (table->table != nullptr) {
+    for (VoidPtrType* slot = table->table; slot != table->endPtr; ++slot) {
+      if (*slot != nullptr && table->copyKeys != 0) UtlFree(*slot);
+    }
+    UtlFree(table->table);
+  }
+  makeEmpty(table);
+  rehash(table);
+}
+
+void HashTableEnumerate(HashTableSType* table, VoidPtrType** cursor) {
+  VoidPtrType* slot = *cursor != nullptr ? *cursor + 1 : table->table;
+  while (slot != table->endPtr && *slot == nullptr) ++slot;
+  *cursor = slot != table->endPtr ? slot : nullptr;
+}

@@ -1,0 +1,234 @@
+// What the sources of the host layer share.
+//
+//   start-up      hostinit.cpp, hostlimits.cpp, hostenv.cpp, hostsystem.cpp
+//   signals       hostsignals.cpp
+//   faults        hostfault.cpp (the handler), hostfaultinstall.cpp (installation, chaining),
+//                 hostfaultreport.cpp (the report of a signal that nobody handles),
+//                 hostpages.cpp (guarded pages), hostsafeprint.cpp (printing)
+//   fatal paths   hostdebug.cpp, hostcore.cpp, hoststack.cpp
+//   processes     hostprocess.cpp, hostspawn.cpp, hostfork.cpp (before the fork),
+//                 hostforkchild.cpp (behind it)
+//   files         hostfiles.cpp, hostfileio.cpp (descriptors), hostdirectory.cpp, hostfname.cpp
+//   users         hostids.cpp, hostusers.cpp, hostlogin.cpp, hostpassword.cpp, hostterminal.cpp
+//   time, text    hosttime.cpp, hoststatistics.cpp, hoststrings.cpp
+#pragma once
+
+#include <grp.h>
+#include <sys/time.h>
+#include <sys/utsname.h>
+
+#include <csignal>
+#include <cstdarg>
+#include <cstddef>
+
+#include <povzel/hostfault.h>
+#include <povzel/hostids.h>
+#include <povzel/hostsystem.h>
+#include <povzel/povzeltypes.h>
+#include "system/internal.h"
+
+// State that HostInit fills (hostinit.cpp), and frames of file operations
+
+// Filled by HostInit (hostinit.cpp)
+extern BoolType hostIsInitialized;
+extern utsname unameData;  // empty names when uname failed
+extern HostSystemInfoSType systemInfoData;
+extern HostFnameStrType autoMountPrefix;
+extern char* childLogPtr;            // heap copy of TARVOLIN_CHILD_LOG, or null
+extern long initialCpuClockReading;  // CPU milliseconds used before HostInit
+extern double sc_clk_tck;            // clock ticks in a second
+extern timeval beginTp;              // time of day when HostInit ran
+
+// File names (hostfname.cpp)
+extern BoolType disableSoftLinkExpansion;  // names keep their symbolic links
+
+// Names are expanded with their symbolic links kept while this lives.
+class KeepSoftLinks {
+ public:
+  KeepSoftLinks() : before_(disableSoftLinkExpansion) { disableSoftLinkExpansion = 1; }
+  ~KeepSoftLinks() { disableSoftLinkExpansion = before_; }
+  KeepSoftLinks(const KeepSoftLinks&) = delete;
+  KeepSoftLinks& operator=(const KeepSoftLinks&) = delete;
+
+ private:
+  BoolType before_;
+};
+
+// The process works under its real ids while this lives, if it is told to. Keeps errno at the end.
+class RealIds {
+ public:
+  explicit RealIds(BoolType wanted) : wanted_(wanted != 0) {
+    if (wanted_) HostUseRealId(&effective_);
+  }
+  ~RealIds() {
+    if (!wanted_) return;
+    const ErrnoKeeper keeper;
+    HostSetUserId(&effective_);
+  }
+  RealIds(const RealIds&) = delete;
+  RealIds& operator=(const RealIds&) = delete;
+
+ private:
+  bool wanted_;
+  HostUserIdSType effective_ = {};
+};
+
+// Signals (hostsignals.cpp)
+
+// Ignores `signal` unless the program handles it.
+void hostIgnoreUnlessHandled(int signal);
+
+// Unblocks every signal of the calling thread, whatever HostDisableInterrupts knows of them.
+void hostUnblockInterrupts();
+
+// Forgets the action that HostStartProfTimer replaced.
+void hostForgetProfTimer();
+
+// Printing from signal handlers (hostsafeprint.cpp)
+
+// Every line that a handler prints fits in one of these.
+using SafeLine = char[256];
+
+// Formats into `buffer` (`size` bytes, at least 1), cut and terminated. Knows %d, %ld, %u, %lu,
+// %x, %p, %s and %%, all without flags or widths; any other directive is copied.
+__attribute__((format(printf, 3, 4))) void hostSafeFormat(char* buffer, std::size_t size,
+                                                          const char* format, ...);
+void hostSafeFormatList(char* buffer, std::size_t size, const char* format, std::va_list arguments);
+
+// Formats a line of at most 255 characters and prints it with HostSignalSafePrint.
+__attribute__((format(printf, 1, 2))) void hostSafePrint(const char* format, ...);
+
+// Faults (hostfault*.cpp)
+
+// A signal as the handler received it.
+struct SignalEvent {
+  int signal;
+  siginfo_t* info;      // null when the handler's argument was not usable
+  siginfo_t* received;  // that argument, for the handlers that are called with it
+  ucontext_t* context;
+
+  // A memory access that faulted.
+  bool isFaultSignal() const { return signal == SIGSEGV || signal == SIGBUS; }
+  // Sent by a process or by the program itself, not raised by the hardware or the kernel.
+  bool wasSent() const { return info != nullptr && info->si_code < 1; }
+};
+
+const char* hostSignalName(int signal);
+const char* hostSiCodeText(const siginfo_t* info);
+
+// The instruction at which the signal arrived, or null when the context is not known.
+const void* hostProgramCounter(const ucontext_t* context);
+
+// Prints the whole report, a line at a time. Signal-safe.
+void hostReportUnhandledSignal(const SignalEvent& event);
+
+// The time for the handler's texts: seconds since the epoch.
+long hostHandlerTime();
+
+// The handler that was there before, where it is a function of the program's; null for the default
+// action, for ignoring, and for our own handler.
+struct sigaction* hostRememberedHandler(int signal);
+
+// Forgets every remembered handler without putting it back.
+void hostForgetOldHandlers();
+
+// Whether `address` lies in this library's code. Signal-safe.
+bool hostIsInThisLibrary(const void* address);
+
+// Shared with the other fatal paths (hostfault.cpp).
+extern HostFaultFuncType* fileFlusherFct;  // the application's callbacks; null for none
+extern HostFaultFuncType* shutdownFct;
+extern BoolType HostFatalErr;
+
+// Calls `callback` unless it is null or at work already (`running`, 0 at start): one that fails
+// itself comes back here, and would be called for ever. Signal-safe, as far as the callback is.
+void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
+
+// Calls the application's file flusher in that way.
+void hostFlushApplicationFiles();
+
+// Puts the switches of the handler back to what they are at start.
+void hostResetFaultSwitches();
+
+// Ends the process by SIGABRT itself, which would otherwise come back into the handler.
+[[noreturn]] void hostAbortProcess();
+
+// Guarded pages (hostpages.cpp)
+
+// Frees every slot without touching the pages.
+void hostForgetProtectedPages();
+
+// Offers an access at `faultAddr` (null: the address is not known, so every guarded page counts) to
+// the handlers of the pages it may concern, in slot order. Returns true when a handler took it and
+// its page has been made accessible. Signal-safe, as far as the handlers are.
+bool hostHandleGuardPageAccess(char* faultAddr);
+
+// Stacks (hoststack.cpp)
+
+// Prints the C stack of this process and the interpreter's. Does nothing while another thread, or
+// this one further up, is at it already.
+void hostPrintStacks();
+
+// Fatal paths (hostdebug.cpp)
+
+// Opens a box on standard output that says that `caller` was entered, and when.
+void hostPrintDebuggerBanner(const char* caller);
+
+// Forgets the fatal-report callback, and that HostCallDebugger has run.
+void hostForgetFatalReports();
+
+// Puts the catalogue's text about `error`, an errno value, into `text`.
+void hostErrnoMessage(int error, ErrMsgStrType text);
+
+// Starting processes: worked out before the fork (hostfork.cpp), carried out after it
+// (hostforkchild.cpp)
+
+// An environment of the child's own, made before the fork: the C library's environment has a lock
+// that another thread may hold at that moment.
+class ChildEnvironment {
+ public:
+  ChildEnvironment();  // a copy of this process's
+  ~ChildEnvironment();
+  ChildEnvironment(const ChildEnvironment&) = delete;
+  ChildEnvironment& operator=(const ChildEnvironment&) = delete;
+
+  // Sets `name` to `value`; texts beyond the spare room are dropped, which the few that are set
+  // never reach.
+  void set(const char* name, const char* value);
+
+  // Makes it the environment of this process. In the child only.
+  void enter();
+
+ private:
+  static constexpr std::size_t spare = 8;
+  char** entries_;
+  std::size_t count_ = 0;
+  std::size_t capacity_;
+  char* owned_[spare] = {};
+  std::size_t ownedCount_ = 0;
+};
+
+// What to start, and as whom.
+struct ForkPlan {
+  const char* cmd;
+  const char* clientHost;  // null: not shown
+  const char* logName;     // null: the default
+  const char* workingDir;  // null: the user's home
+  bool isServer;
+
+  bool byDaemon;  // the user's ids and environment are taken
+  char userName[256];
+  HostFnameStrType homeDirectory;
+  uid_t uid;
+  gid_t gid;
+  bool setsGroups;
+  gid_t* groups;  // null when they could not be read; then groupsError says why
+  int groupCount;
+  int groupsError;
+
+  int pipeRead;  // server mode: the ready pipe; -1 otherwise
+  int pipeWrite;
+};
+
+// Turns this process, just forked, into the program that the plan names. Never returns.
+[[noreturn]] void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment);

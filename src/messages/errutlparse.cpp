@@ -1,0 +1,209 @@
+#include <cstring>
+
+#include <povzel/errutl.h>
+#include <povzel/hostfiles.h>
+#include <povzel/unixio.h>
+#include "internal.h"
+
+namespace {
+
+constexpr std::size_t longestLine = 2047;
+constexpr std::size_t symbolLimit = 255;
+
+// Where characters come from: a stream, or bytes in memory.
+struct Input {
+  FILE* stream;
+  const unsigned char* next;
+  const unsigned char* end;
+
+  int get() {
+    if (stream != nullptr) return UnixIoFgetc(stream);
+    return next < end ? *next++ : EOF;
+  }
+};
+
+struct Line {
+  char text[longestLine + 1];
+  unsigned long physicalLines;
+  bool begun;  // at the end of the file: there was something before it
+};
+
+// Takes a line from memory that is one physical line and fits, as nearly all do.
+bool takeWholeLine(Input* input, Line* line) {
+  if (input->stream != nullptr || input->next == input->end) return false;
+  const auto left = static_cast<std::size_t>(input->end - input->next);
+  const void* newline = std::memchr(input->next, '\n', left);
+  if (newline == nullptr) return false;
+  const auto length =
+      static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - input->next);
+  if (length > longestLine || (length > 0 && input->next[length - 1] == '\\')) return false;
+  std::memcpy(line->text, input->next, length);
+  line->text[length] = '\0';
+  line->physicalLines = 1;
+  input->next += length + 1;
+  return true;
+}
+
+// Reads one logical line: physical lines joined where a backslash ends them, cut to the longest
+// line. Returns false at the end of the file, also when that comes before the line's end.
+bool readLine(Input* input, Line* line) {
+  if (takeWholeLine(input, line)) return true;
+  std::size_t length = 0;
+  bool kept = false;  // the last character went into the text
+  int last = '\n';
+  line->physicalLines = 0;
+  line->begun = false;
+  for (int c; (c = input->get()) != EOF;) {
+    line->begun = true;
+    if (c != '\n') {
+      kept = length < longestLine;
+      if (kept) line->text[length++] = static_cast<char>(c);
+      last = c;
+      continue;
+    }
+    ++line->physicalLines;
+    if (last != '\\') {
+      line->text[length] = '\0';
+      return true;
+    }
+    if (kept) --length;
+    last = '\n';
+  }
+  if (last != '\n') ++line->physicalLines;
+  return false;
+}
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\f';
+}
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+const char* skipBlanks(const char* at) {
+  while (isBlank(*at)) ++at;
+  return at;
+}
+
+// Says what is wrong with a line; the line is then skipped.
+struct Complaint {
+  const char* fname;
+  unsigned long lineNum;
+
+  const char* because(const char* what) const {
+    std::fprintf(stderr, "%s near line %ld: %s\n", fname, static_cast<long>(lineNum), what);
+    std::fflush(stderr);
+    return nullptr;
+  }
+
+  const char* outOfRange(int numeral) const {
+    std::fprintf(stderr, "%s near line %ld: numeral (%d) out of range\n", fname,
+                 static_cast<long>(lineNum), numeral);
+    std::fflush(stderr);
+    return nullptr;
+  }
+};
+
+// The parsers of an entry's pieces return what follows the piece, or null after a complaint.
+
+const char* parseSymbol(const char* at, ErrUtlEntrySType* entry, const Complaint& complain) {
+  const std::size_t length = std::strcspn(at, "\t :(");
+  if (length == 0 || at[length] == '\0') return complain.because("symbol missing");
+  if (length >= symbolLimit) return complain.because("symbol too long");
+  std::memcpy(entry->sym, at, length);
+  entry->sym[length] = '\0';
+  return at + length;
+}
+
+const char* parseNumeral(const char* at, ErrUtlEntrySType* entry, const Complaint& complain) {
+  int value = 0;
+  for (; isDigit(*at); ++at) {
+    value = 10 * value + (*at - '0');
+    if (value > ErrUtlMaxArgs) return complain.outOfRange(value);
+  }
+  if (entry->argListSize == ErrUtlMaxArgs) return complain.because("too many arguments");
+  entry->argOrder[entry->argListSize++] = value;
+  if (value > entry->expectedArgCount) entry->expectedArgCount = value;
+  return at;
+}
+
+const char* parseOrderList(const char* at, ErrUtlEntrySType* entry, const Complaint& complain) {
+  entry->expectedArgCount = 0;
+  entry->argListSize = 0;
+  std::memset(entry->argOrder, 0, sizeof entry->argOrder);
+  if (*at != '(') return at;
+  at = skipBlanks(at + 1);
+  if (*at == '\0') return complain.because("\")\" missing");
+  while (*at != ')') {
+    if (!isDigit(*at)) return complain.because("\")\" expected");
+    at = parseNumeral(at, entry, complain);
+    if (at == nullptr) return nullptr;
+    at = skipBlanks(at);
+  }
+  return skipBlanks(at + 1);
+}
+
+bool parseEntry(const char* at, ErrUtlEntrySType* entry, const Complaint& complain) {
+  at = parseSymbol(at, entry, complain);
+  if (at == nullptr) return false;
+  at = parseOrderList(skipBlanks(at), entry, complain);
+  if (at == nullptr) return false;
+  if (*at != ':') {
+    complain.because("\":\" expected");
+    return false;
+  }
+  std::memcpy(entry->buf, at + 1, std::strlen(at + 1) + 1);
+  return true;
+}
+
+void complainOfNoEntry(char first, const Complaint& where) {
+  const long lineNum = static_cast<long>(where.lineNum);
+  if (first == '\0') {
+    std::fprintf(stderr, "%s: why is line %ld empty?\n", where.fname, lineNum);
+  } else {
+    std::fprintf(stderr, "%s:  line %ld, why am I reading a comment?\n", where.fname, lineNum);
+  }
+}
+
+BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
+                 ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr) {
+  *syntaxErr = 0;
+  for (;;) {
+    if (buildingTable) Hostftell(input->stream, &theEntry->loc);
+    Line line;
+    const bool complete = readLine(input, &line);
+    if (buildingTable) *lineNum += line.physicalLines;
+    if (!complete) {
+      if (!buildingTable) std::fprintf(stderr, "%s: unexpected eof\n", fname);
+      if (line.begun) *syntaxErr = 1;
+      return 0;
+    }
+    const Complaint complain{fname, *lineNum};
+    const char* start = skipBlanks(line.text);
+    if (*start == '\0' || *start == '#') {
+      if (buildingTable) continue;
+      *syntaxErr = 1;
+      complainOfNoEntry(*start, complain);
+      continue;
+    }
+    if (parseEntry(start, theEntry, complain)) return 1;
+    *syntaxErr = 1;
+  }
+}
+
+}  // namespace
+
+BoolType ErrUtlNextSym(FILE* f, const char* fname, unsigned long* lineNum,
+                       ErrUtlEntrySType* theEntry, BoolType buildingTable, BoolType* syntaxErr) {
+  Input input{f, nullptr, nullptr};
+  return nextSym(&input, fname, lineNum, theEntry, buildingTable != 0, syntaxErr);
+}
+
+bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntrySType* entry,
+                   BoolType* syntaxErr) {
+  if (offset > contents.size) offset = static_cast<std::uint32_t>(contents.size);
+  Input input{nullptr, contents.data + offset, contents.data + contents.size};
+  unsigned long lineNum = 0;
+  return nextSym(&input, ErrUtlErrFileName, &lineNum, entry, false, syntaxErr) != 0;
+}

@@ -1,0 +1,92 @@
+#include <povzel/utlexit.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <povzel/hostdebug.h>
+#include <povzel/hostfiles.h>
+#include <povzel/hostprocess.h>
+#include <povzel/service.h>
+#include <povzel/utlbits.h>
+#include <povzel/utlchecksum.h>
+#include <povzel/utlheap.h>
+
+namespace {
+
+// Filled from the last slot downward, so that running upward runs the latest first.
+ExitFuncType* RegisteredExitFuncPtrs[UtlMaxExitHandlers];
+constexpr auto listEnd = RegisteredExitFuncPtrs + UtlMaxExitHandlers;
+
+// The most recently filled slot; listEnd when the list is empty; null while and after the
+// handlers run.
+ExitFuncType** NextRegisteredExitFuncPtr = nullptr;
+
+int UtlExitStatus = 0;
+BoolType removeLogOnExit = 0;
+
+constexpr unsigned long bitTableChecksum = 0xEC24D357;
+
+bool endsIn(const char* text, const char* ending) {
+  const std::size_t length = std::strlen(text);
+  const std::size_t endingLength = std::strlen(ending);
+  return length >= endingLength && std::strcmp(text + length - endingLength, ending) == 0;
+}
+
+void removeChildLog() {
+  char* log = HostGetChildLogPtr();
+  if (log == nullptr || log[0] == '\0' || endsIn(log, ".klog")) return;
+  std::fflush(stdout);
+  std::fflush(stderr);
+  HostErrSType ignored;
+  HostRemoveSingleFile(log, 1, &ignored);
+  log[0] = '\0';
+}
+
+}  // namespace
+
+void UtlInit() {
+  NextRegisteredExitFuncPtr = listEnd;
+  UtlExitStatus = 0;
+  if (UtlChecksum(reinterpret_cast<const unsigned char*>(ffstable.data()), ffstable.size()) !=
+      bitTableChecksum) {
+    HostCallDebuggerMsg("bad result UtlChecksum(ffstable)");
+  }
+}
+
+int UtlAtExit(ExitFuncType* handler) {
+  if (NextRegisteredExitFuncPtr == nullptr) return 1;
+  if (NextRegisteredExitFuncPtr == RegisteredExitFuncPtrs) return 1;
+  *--NextRegisteredExitFuncPtr = handler;
+  return 0;
+}
+
+void UtlRunExitHandlers() {
+  ExitFuncType** slot = NextRegisteredExitFuncPtr;
+  if (slot == nullptr) return;
+  NextRegisteredExitFuncPtr = nullptr;
+  for (; slot < listEnd; ++slot) {
+    ExitFuncType* handler = *slot;
+    *slot = nullptr;
+    if (handler != nullptr) handler();
+  }
+}
+
+void UtlRemoveLogOnExit(BoolType removeIt) {
+  removeLogOnExit = removeIt;
+}
+
+void UtlExit(int status) {
+  UtlExitStatus = status;
+  if (ServiceIsService()) ServiceStopped(status == 0);
+  UtlRunExitHandlers();
+  if (removeLogOnExit != 0 && UtlExitStatus == 0) removeChildLog();
+  std::exit(status);
+}
+
+void UtlExitMt(int status) {
+  UtlHeapCheck();
+  std::fflush(stdout);
+  std::fflush(stderr);
+  std::exit(status);
+}

@@ -1,0 +1,110 @@
+// What the sources of this layer share with those above it: the frames around system calls and
+// signals.
+//
+//   syserror.cpp        error records
+//   unixerr.cpp         error numbers, their portable codes and texts
+//   unixio.cpp          I/O that signals do not interrupt
+//   unixiosystem.cpp    shell commands
+//   hostsigterm.cpp     requests to end the process, counted
+//   unwind.cpp          unwinding
+#pragma once
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+
+#include <povzel/hostsigterm.h>
+#include <povzel/povzeltypes.h>
+#include <povzel/unixerr.h>
+#include <povzel/unixio.h>
+#include "basics/internal.h"
+
+// Interrupted system calls
+
+// Whether the system call that has just failed is to be made again: a signal interrupted it, and
+// nobody has asked the process to end.
+inline bool unixIoGoesOn() {
+  return (errno == EINTR || errno == ERESTART) && HostGetSigTerm(__FILE__, __LINE__) == 0;
+}
+
+// Makes a system call that returns -1 when it fails, again after each interruption.
+template <typename Call>
+auto unixIoRetry(Call call) {
+  for (;;) {
+    const auto result = call();
+    if (result != -1 || !unixIoGoesOn()) return result;
+  }
+}
+
+// The catalogue's text for an errno value: "host.fork4" and its like take it as an argument.
+class ErrnoText {
+ public:
+  explicit ErrnoText(int error) { UnixErr(error, text_, sizeof text_); }
+  operator const char*() const { return text_; }
+
+ private:
+  ErrMsgStrType text_;
+};
+
+// Signal actions and masks put aside and back
+
+// The C library's SIG_DFL and SIG_IGN have the type of a one-argument handler.
+inline UnixSigHandlerFType* unixIoActionAsHandler(sighandler_t action) {
+  return reinterpret_cast<UnixSigHandlerFType*>(reinterpret_cast<std::uintptr_t>(action));
+}
+
+// The default action and ignoring, in the type that the UNIXIO_DO_SIGNAL family takes.
+inline UnixSigHandlerFType* const unixIoDefaultAction = unixIoActionAsHandler(SIG_DFL);
+inline UnixSigHandlerFType* const unixIoIgnoreAction = unixIoActionAsHandler(SIG_IGN);
+
+// A signal is ignored while this lives; then its former action is back, unchanged. Keeps errno at
+// the end.
+class IgnoredSignal {
+ public:
+  explicit IgnoredSignal(int signal) : signal_(signal) {
+    UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, &former_);
+  }
+  ~IgnoredSignal() {
+    const ErrnoKeeper keeper;
+    sigaction(signal_, &former_, nullptr);
+  }
+  IgnoredSignal(const IgnoredSignal&) = delete;
+  IgnoredSignal& operator=(const IgnoredSignal&) = delete;
+
+ private:
+  int signal_;
+  struct sigaction former_ = {};
+};
+
+// Signals are blocked in this thread while this lives; then its former mask is back.
+class BlockedSignals {
+ public:
+  explicit BlockedSignals(const sigset_t& blocked) {
+    pthread_sigmask(SIG_BLOCK, &blocked, &former_);
+  }
+  ~BlockedSignals() { restore(); }
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+  // Puts the mask back before the end, in a child for example, which inherits it.
+  void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+
+ private:
+  sigset_t former_;
+};
+
+// Every signal, or those given.
+inline sigset_t allSignals() {
+  sigset_t set;
+  sigfillset(&set);
+  return set;
+}
+template <typename... Signals>
+sigset_t signalSet(Signals... signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  (sigaddset(&set, signals), ...);
+  return set;
+}

@@ -1,0 +1,129 @@
+#include <povzel/unixio.h>
+
+#include <fcntl.h>
+#include <stdio_ext.h>
+#include <sys/single_threaded.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+
+#include <povzel/unixerr.h>
+#include "internal.h"
+
+volatile BoolType cancelBlockingCall = 0;
+
+namespace {
+
+void install(int sig, const struct sigaction& action, struct sigaction* oldHandler) {
+  if (sigaction(sig, &action, oldHandler) == 0) return;
+  std::printf("sigaction failed for sig %d with errno %d\n", sig, errno);
+  utlGuaranteeFailed("src/unixio", __LINE__);
+}
+
+void installHandler(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler, int flags) {
+  struct sigaction action = {};
+  action.sa_sigaction = fct;
+  action.sa_flags = flags | SA_SIGINFO;
+  sigfillset(&action.sa_mask);
+  install(sig, action, oldHandler);
+}
+
+// The result of a stat call, with the text of its failure.
+BoolType statOutcome(int result, char* errText, std::size_t errTextSize) {
+  if (result == 0) return 1;
+  if (errText != nullptr) UnixErr(errno, errText, errTextSize);
+  return 0;
+}
+
+}  // namespace
+
+void UNIXIO_DO_SIGNAL_(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler,
+                       int flagsArg) {
+  installHandler(sig, fct, oldHandler, flagsArg | SA_RESTART);
+}
+
+void UNIXIO_DO_SIGNAL(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler) {
+  UNIXIO_DO_SIGNAL_(sig, fct, oldHandler, 0);
+}
+
+void UNIXIO_DO_SIGNAL_noRestart(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler) {
+  installHandler(sig, fct, oldHandler, 0);
+}
+
+void UNIXIO_DO_SIGNAL_1ARG(int sig, UnixSignalFuncType_1arg* fct, struct sigaction* oldHandler) {
+  struct sigaction action = {};
+  action.sa_handler = fct;
+  action.sa_flags = SA_RESTART;
+  sigfillset(&action.sa_mask);
+  install(sig, action, oldHandler);
+}
+
+int UnixIoExecve(const char* name, const char** argv, const char** envp) {
+  return execve(name, const_cast<char* const*>(argv), const_cast<char* const*>(envp));
+}
+
+int UnixIoExecv(const char* name, const char** argv) {
+  return execv(name, const_cast<char* const*>(argv));
+}
+
+std::FILE* UnixIoFopen(const char* name, const char* mode) {
+  errno = 0;
+  std::FILE* file = std::fopen(name, mode);
+  if (file != nullptr) fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+  return file;
+}
+
+BoolType UnixIoStat(const char* name, struct stat* result, char* errText, std::size_t errTextSize) {
+  return statOutcome(unixIoRetry([&] { return stat(name, result); }), errText, errTextSize);
+}
+
+BoolType UnixIoStat64(const char* name, struct stat64* result, char* errText,
+                      std::size_t errTextSize) {
+  return statOutcome(unixIoRetry([&] { return stat64(name, result); }), errText, errTextSize);
+}
+
+BoolType UnixIoFstat(int fd, struct stat* result, char* errText, std::size_t errTextSize) {
+  return statOutcome(unixIoRetry([&] { return fstat(fd, result); }), errText, errTextSize);
+}
+
+BoolType UnixIoFstat64(int fd, struct stat64* result, char* errText, std::size_t errTextSize) {
+  return statOutcome(unixIoRetry([&] { return fstat64(fd, result); }), errText, errTextSize);
+}
+
+int UnixIoFgetc(std::FILE* inFile) {
+  const int before = errno;
+  for (;;) {
+    errno = 0;
+    // Asking whether the stream is a terminal costs a system call, so that waits until nothing
+    // comes. Before that its buffering tells: the C library buffers terminals by lines.
+    const int character = std::fgetc(inFile);
+    if (character != EOF) {
+      if (__flbf(inFile) == 0) errno = before;
+      return character;
+    }
+
+    const int reason = errno;
+    const bool terminal = isatty(fileno(inFile)) == 1;
+    errno = !terminal && reason == 0 ? before : reason;
+    if (!terminal || (reason != EINTR && reason != ERESTART)) return -1;
+    if (HostGetSigTerm(__FILE__, __LINE__) != 0) return -1;
+    if (cancelBlockingCall != 0) {
+      cancelBlockingCall = 0;
+      return -1;
+    }
+    std::clearerr(inFile);
+  }
+}
+
+BoolType UnixIoFgets(char* result, std::size_t resultSize, std::FILE* inFile) {
+  errno = 0;
+  const int size = static_cast<int>(std::min<std::size_t>(resultSize, INT_MAX));
+  // What fgets itself finds out for each line: without other threads there is nothing to lock.
+  if (__libc_single_threaded) return fgets_unlocked(result, size, inFile) != nullptr;
+  return std::fgets(result, size, inFile) != nullptr;
+}
+
+void UnixIoInterrupt(BoolType v) {
+  cancelBlockingCall = v;
+}

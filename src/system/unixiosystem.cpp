@@ -1,0 +1,130 @@
+// UnixIoSystem (unixio.h): a shell command, run in a child.
+
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include <povzel/unixio.h>
+#include "internal.h"
+
+namespace {
+
+constexpr int execFailedStatus = 4;
+
+// Blocks signals in this thread until restored.
+class SignalMask {
+ public:
+  explicit SignalMask(const sigset_t& blocked) { pthread_sigmask(SIG_BLOCK, &blocked, &former_); }
+  SignalMask(const SignalMask&) = delete;
+  SignalMask& operator=(const SignalMask&) = delete;
+
+  void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+
+ private:
+  sigset_t former_;
+};
+
+sigset_t allSignals() {
+  sigset_t set;
+  sigfillset(&set);
+  return set;
+}
+
+// What the shell's run changes in this process, and how it is put back.
+class Surroundings {
+ public:
+  explicit Surroundings(BoolType interactively) : mask_(allSignals()) {
+    UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, &child_);
+    UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, &timer_);
+    if (interactively != 0) foreground_ = tcgetpgrp(STDIN_FILENO);
+  }
+  Surroundings(const Surroundings&) = delete;
+  Surroundings& operator=(const Surroundings&) = delete;
+
+  const SignalMask& mask() const { return mask_; }
+
+  // After a run that never began: all is as before.
+  void putBackUnchanged() const {
+    const ErrnoKeeper keeper;
+    sigaction(SIGCHLD, &child_, nullptr);
+    sigaction(SIGVTALRM, &timer_, nullptr);
+    mask_.restore();
+  }
+
+  void putBack() const {
+    const ErrnoKeeper keeper;
+    mask_.restore();
+    UNIXIO_DO_SIGNAL(SIGCHLD, child_.sa_sigaction, nullptr);
+    UNIXIO_DO_SIGNAL(SIGVTALRM, timer_.sa_sigaction, nullptr);
+    if (foreground_ != -1) takeForeground();
+  }
+
+ private:
+  // The shell may have left this process in the background, where the change would stop it.
+  void takeForeground() const {
+    sigset_t terminalOutput;
+    sigemptyset(&terminalOutput);
+    sigaddset(&terminalOutput, SIGTTOU);
+    const SignalMask mask(terminalOutput);
+    tcsetpgrp(STDIN_FILENO, foreground_);
+    mask.restore();
+  }
+
+  SignalMask mask_;
+  struct sigaction child_ = {};
+  struct sigaction timer_ = {};
+  pid_t foreground_ = -1;
+};
+
+// The caller's handlers must not run in the child, whose memory is the parent's.
+void dropHandlers() {
+  for (int sig = 1; sig <= SIGRTMAX; ++sig) {
+    struct sigaction action;
+    if (sigaction(sig, nullptr, &action) != 0) continue;
+    if (action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN) continue;
+    action = {};
+    action.sa_handler = SIG_DFL;
+    sigaction(sig, &action, nullptr);
+  }
+}
+
+// The C library's functions would try to change the ids of the parent's other threads too.
+void useRealIdsInChild() {
+  syscall(SYS_setresgid32, -1, getgid(), -1);
+  syscall(SYS_setresuid32, -1, getuid(), -1);
+}
+
+// Between vfork and exec the child runs in the parent's memory: it changes nothing there.
+[[noreturn]] void runShell(const char* cmd, BoolType interactively, const SignalMask& mask) {
+  if (interactively == 0) setsid();
+  useRealIdsInChild();
+  dropHandlers();
+  mask.restore();
+  const char* arguments[] = {"/bin/sh", "-c", cmd, nullptr};
+  UnixIoExecv("/bin/sh", arguments);
+  char text[64];
+  const int length = std::snprintf(text, sizeof text, "execv error, errno = %d\n", errno);
+  if (write(STDERR_FILENO, text, static_cast<std::size_t>(length)) == -1) _exit(execFailedStatus);
+  _exit(execFailedStatus);
+}
+
+}  // namespace
+
+int UnixIoSystem(const char* cmd, BoolType interactively) {
+  const Surroundings surroundings(interactively);
+  const pid_t child = vfork();
+  if (child == -1) {
+    surroundings.putBackUnchanged();
+    return -1;
+  }
+  if (child == 0) runShell(cmd, interactively, surroundings.mask());
+
+  int status = 0;
+  const pid_t waited = unixIoRetry([&] { return waitpid(child, &status, WUNTRACED); });
+  surroundings.putBack();
+  return waited != -1 && WEXITSTATUS(status) == 0 ? 0 : -1;
+}
