@@ -67,24 +67,20 @@
         ret
         endfunction HostAsmSyncCtrAdd
 
-        function HostAsmSyncOr
+/* The word takes the operation with the second argument; the result is what it was before. */
+        .macro locked_update name, operation
+        function \name
         movl    4(%esp), %edx
         movl    (%edx), %eax
 1:      movl    8(%esp), %ecx
-        orl     %eax, %ecx
+        \operation %eax, %ecx
         lock cmpxchgl %ecx, (%edx)
         jne     1b
         ret
-        endfunction HostAsmSyncOr
+        endfunction \name
+        .endm
 
-        function HostAsmSyncAnd
-        movl    4(%esp), %edx
-        movl    (%edx), %eax
-1:      movl    8(%esp), %ecx
-        andl    %eax, %ecx
-        lock cmpxchgl %ecx, (%edx)
-        jne     1b
-        ret
-        endfunction HostAsmSyncAnd
+        locked_update HostAsmSyncOr, orl
+        locked_update HostAsmSyncAnd, andl
 
         .section .note.GNU-stack, "", @progbits
