@@ -2,6 +2,8 @@
 //
 //   guarantee.cpp                          broken guarantees, reported to the fatal path
 //   utlcpu.cpp                             instructions beyond the build's baseline
+//   oscalls.h, oscalls.cpp                 the system's calls, through a table
+//   fortests.h                             all that tests may replace or set
 //   utlchecksum.cpp, utlchecksumfold.cpp   the checksum, by tables and by carry-less products
 //   xchar.cpp, xchartables.cpp             characters, and their built-in tables
 //   utlbits, utlfilename, utlglob, utlmemcmp, utlsystem, utltext, atomics.S: public alone
@@ -42,8 +44,7 @@ void utlGuaranteeFailed(const char* module, int line);
 constexpr unsigned int utlCpuPclmul = 1;   // PCLMULQDQ
 constexpr unsigned int utlCpuVpclmul = 2;  // VPCLMULQDQ on 512-bit vectors
 
-// What was found when the library was loaded, 0 before. Tests clear bits to reach the paths that
-// older processors take.
+// What was found when the library was loaded, 0 before.
 extern unsigned int utlCpuFeatures;
 
 // Checksum steps (utlchecksumfold.cpp)

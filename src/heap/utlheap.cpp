@@ -10,10 +10,8 @@
 #include <povzel/hostdebug.h>
 #include <povzel/hostmutex.h>
 #include <povzel/utlsystem.h>
-#include "basics/internal.h"
-#include "internal.h"
-
-void* (*utlHeapAllocateForTests)(std::size_t length) = std::malloc;
+#include "basics/fortests.h"
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -35,8 +33,8 @@ bool makeExecutable(void* block, std::size_t length) {
   const std::uintptr_t firstPage = start & ~(pageSize - 1);
   const std::uintptr_t lastByte = start + (length > 0 ? length - 1 : 0);
   const std::uintptr_t lastPage = lastByte & ~(pageSize - 1);
-  return mprotect(reinterpret_cast<void*>(firstPage), lastPage - firstPage + pageSize,
-                  PROT_READ | PROT_WRITE | PROT_EXEC) == 0;
+  return os.mprotect(reinterpret_cast<void*>(firstPage), lastPage - firstPage + pageSize,
+                     PROT_READ | PROT_WRITE | PROT_EXEC) == 0;
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include <povzel/hostsystem.h>
 #include <povzel/unixerr.h>
 #include <povzel/vermsg.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 #include "messages/internal.h"
 
@@ -75,14 +76,14 @@ void enterCoreDirectory() {
                   static_cast<unsigned long>(std::time(nullptr)));
   }
   HostExpandFileName(name, coreDirName, sizeof coreDirName);
-  if (mkdir(coreDirName, 0700) != 0) {
+  if (os.mkdir(coreDirName, 0700) != 0) {
     std::fprintf(stderr, "coredump:  Unable to create core directory %s; errno = %d\n", coreDirName,
                  errno);
     return;
   }
-  if (chdir(coreDirName) != 0) {
+  if (os.chdir(coreDirName) != 0) {
     std::fprintf(stderr, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName, errno);
-    rmdir(coreDirName);
+    os.rmdir(coreDirName);
     return;
   }
   madeCoreDir = 1;
@@ -90,14 +91,14 @@ void enterCoreDirectory() {
 
 void leaveCoreDirectory() {
   if (madeCoreDir == 0) return;
-  if (chdir("..") == 0) rmdir(coreDirName);
+  if (os.chdir("..") == 0) os.rmdir(coreDirName);
   madeCoreDir = 0;
 }
 
 void prepareFirstAttempt() {
   hostFlushApplicationFiles();
-  const bool groupGivenUp = setgid(getgid()) == 0;
-  const bool userGivenUp = setuid(getuid()) == 0;
+  const bool groupGivenUp = os.setgid(getgid()) == 0;
+  const bool userGivenUp = os.setuid(getuid()) == 0;
   if (!groupGivenUp || !userGivenUp) {
     std::fprintf(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
   }
@@ -129,10 +130,10 @@ void preparePanicAttempt() {
 // How the system names core files; empty when it does not say.
 void readCorePattern(char (&pattern)[128]) {
   pattern[0] = '\0';
-  const int file = open("/proc/sys/kernel/core_pattern", O_RDONLY | O_CLOEXEC);
+  const int file = os.open("/proc/sys/kernel/core_pattern", O_RDONLY | O_CLOEXEC, 0);
   if (file < 0) return;
-  const ssize_t length = read(file, pattern, sizeof pattern - 1);
-  close(file);
+  const ssize_t length = os.read(file, pattern, sizeof pattern - 1);
+  os.close(file);
   pattern[length > 0 ? length : 0] = '\0';
   pattern[std::strcspn(pattern, "\n")] = '\0';
 }
@@ -141,7 +142,7 @@ void readCorePattern(char (&pattern)[128]) {
 // not.
 void explainMissingCore(bool dumped) {
   struct rlimit limit;
-  if (!dumped && getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
+  if (!dumped && os.getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
     VerMessage(stderr, "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
     return;
   }
@@ -165,7 +166,7 @@ void keepCore(pid_t child) {
                 static_cast<unsigned long>(getpid()));
   HostFnameStrType target;
   HostExpandFileName(wanted, target, sizeof target);
-  if (rename(name, target) != 0) {
+  if (os.rename(name, target) != 0) {
     const int reason = errno;
     verCatalogueMessage(stderr, "host.core5", "s", target);
     reportError("host.core6", reason);
@@ -180,7 +181,7 @@ void keepCore(pid_t child) {
 // dumping one's memory, and so the parent. Unlike fork it takes no locks, so that it also works in
 // a signal handler.
 pid_t startDumpingChild() {
-  return unixIoRetry([] { return _Fork(); });
+  return unixIoRetry([] { return os._Fork(); });
 }
 
 BoolType dumpInChild() {
@@ -191,7 +192,7 @@ BoolType dumpInChild() {
     return 0;
   }
   int status = 0;
-  if (unixIoRetry([&] { return waitpid(child, &status, 0); }) < 0) {
+  if (unixIoRetry([&] { return os.waitpid(child, &status, 0); }) < 0) {
     reportError("host.core3", errno);
     return 0;
   }

@@ -7,6 +7,7 @@
 #include <povzel/hostfiles.h>
 #include <povzel/hostfname.h>
 #include <povzel/utlglob.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -41,13 +42,13 @@ BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback, void* c
   HostExpandFileName(wildcardSpec, wildcard, sizeof wildcard);
   const Listing listing = split(wildcard);
 
-  DIR* stream = opendir(listing.directory);
+  DIR* stream = os.opendir(listing.directory);
   if (stream == nullptr) return 1;
-  while (dirent64* entry = readdir64(stream)) {
+  while (dirent64* entry = os.readdir64(stream)) {
     if (UtlGlob(listing.pattern, entry->d_name)) {
       callback(listing.directory, entry->d_name, "/", clientData);
     }
   }
-  closedir(stream);
+  os.closedir(stream);
   return 1;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <povzel/hostfiles.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -29,11 +30,11 @@ BoolType transferAll(int fd, Byte* bytes, int numBytes, int* errnoPtr, Transfer 
 }  // namespace
 
 BoolType HostReadFile(int fd, ByteType* dest, int numBytes, int* errnoPtr) {
-  return transferAll(fd, dest, numBytes, errnoPtr, read);
+  return transferAll(fd, dest, numBytes, errnoPtr, os.read);
 }
 
 BoolType HostWriteFile(int fd, ByteType* src, int numBytes, int* errnoPtr) {
-  return transferAll(fd, src, numBytes, errnoPtr, write);
+  return transferAll(fd, src, numBytes, errnoPtr, os.write);
 }
 
 void Hostftell(std::FILE* filePtr, long* filePos) {

@@ -10,6 +10,7 @@
 #include <povzel/hostspawn.h>
 #include <povzel/unixio.h>
 #include <povzel/utlsystem.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -52,11 +53,11 @@ std::FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType
 }
 
 int HostOpen(const char* name, int flags, int mode) {
-  return UtlMapFd(unixIoRetry([&] { return open(name, flags | O_CLOEXEC, mode); }));
+  return UtlMapFd(unixIoRetry([&] { return os.open(name, flags | O_CLOEXEC, mode); }));
 }
 
 int HostOpen64(const char* name, int flags, int mode) {
-  return UtlMapFd(unixIoRetry([&] { return open64(name, flags | O_CLOEXEC, mode); }));
+  return UtlMapFd(unixIoRetry([&] { return os.open64(name, flags | O_CLOEXEC, mode); }));
 }
 
 BoolType HostFileExistSize(const char* fileName, unsigned long* size, BoolType* exists,
@@ -86,7 +87,7 @@ BoolType HostFileExist(const char* fileName, HostErrSType* hostErr) {
 
 HostFileKindEType HostFileType(const char* filename, HostErrSType* hostErr) {
   struct stat64 status;
-  if (stat64(filename, &status) != 0) {
+  if (os.stat64(filename, &status) != 0) {
     failed(hostErr);
     return HOST_FILE_KIND_ERROR;
   }
@@ -105,7 +106,7 @@ BoolType HostRemoveSingleFile(const char* filename, BoolType userFile, HostErrST
   const RealIds realIds(userFile);
   HostFnameStrType expanded;
   expandKeepingLinks(filename, expanded);
-  return unlink(expanded) == 0 ? 1 : failed(theErr);
+  return os.unlink(expanded) == 0 ? 1 : failed(theErr);
 }
 
 BoolType HostRemoveFile(const char* filename, BoolType userFile) {
@@ -120,13 +121,13 @@ BoolType HostRemoveFile(const char* filename, BoolType userFile) {
 BoolType HostCreateDirectory(const char* name, HostErrSType* hostErr) {
   HostFnameStrType expanded;
   HostExpandFileName(name, expanded, sizeof expanded);
-  return mkdir(expanded, 0777) == 0 ? 1 : failed(hostErr);
+  return os.mkdir(expanded, 0777) == 0 ? 1 : failed(hostErr);
 }
 
 BoolType HostRemoveDirectory(const char* name, HostErrSType* hostErr) {
   HostFnameStrType expanded;
   HostExpandFileName(name, expanded, sizeof expanded);
-  return rmdir(expanded) == 0 ? 1 : failed(hostErr);
+  return os.rmdir(expanded) == 0 ? 1 : failed(hostErr);
 }
 
 void HostResetIo() {}

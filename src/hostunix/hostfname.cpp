@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include <povzel/hostfiles.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 BoolType disableSoftLinkExpansion = 0;
@@ -47,7 +48,7 @@ class Name {
   ssize_t readLink(std::size_t end, HostFnameStrType& target) {
     const char behind = text_[end];
     text_[end] = '\0';
-    const ssize_t length = readlink(text_, target, sizeof target - 1);
+    const ssize_t length = os.readlink(text_, target, sizeof target - 1);
     text_[end] = behind;
     if (length >= 0) target[length] = '\0';
     return length;
@@ -85,7 +86,7 @@ void substituteVariable(const char* inbuf, char* outbuf, std::size_t size) {
 void makeAbsolute(Name& name) {
   if (name[0] == '$' || name[0] == '/') return;
   char directory[sizeof(HostFnameStrType) + 1];
-  if (getcwd(directory, sizeof(HostFnameStrType)) == nullptr) return;
+  if (os.getcwd(directory, sizeof(HostFnameStrType)) == nullptr) return;
   const std::size_t length = std::strlen(directory);
   directory[length] = '/';
   name.replace(0, 0, directory, length + 1);

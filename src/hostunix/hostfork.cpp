@@ -11,6 +11,7 @@
 #include <povzel/hostprocess.h>
 #include <povzel/unixerr.h>
 #include <povzel/utlheap.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -47,14 +48,14 @@ void readGroups(ForkPlan& plan) {
       return;
     }
     plan.groupCount = room;
-    if (getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return;
+    if (os.getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return;
     UtlFree(plan.groups);
   }
 }
 
 bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureText& failure) {
   errno = 0;
-  const struct passwd* entry = getpwnam(user);
+  const struct passwd* entry = os.getpwnam(user);
   if (entry == nullptr) {
     ErrMsgStrType reason;
     UnixErr(errno, reason, sizeof reason);
@@ -106,25 +107,25 @@ void planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
 // must not take its place: what the server prints would pass for the byte.
 bool openReadyPipe(ForkPlan& plan) {
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  if (os.pipe2(ends, O_CLOEXEC) != 0) return false;
   plan.pipeRead = ends[0];
   plan.pipeWrite = ends[1];
   if (ends[1] > STDERR_FILENO) return true;
 
-  plan.pipeWrite = fcntl(ends[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  plan.pipeWrite = os.fcntl(ends[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const ErrnoKeeper keeper;
-  close(ends[1]);
-  if (plan.pipeWrite < 0) close(plan.pipeRead);
+  os.close(ends[1]);
+  if (plan.pipeWrite < 0) os.close(plan.pipeRead);
   return plan.pipeWrite >= 0;
 }
 
 // Waits for the server's byte.
 bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const FailureText& failure) {
-  close(plan.pipeWrite);
+  os.close(plan.pipeWrite);
   char ready;
-  const ssize_t received = unixIoRetry([&] { return read(plan.pipeRead, &ready, 1); });
+  const ssize_t received = unixIoRetry([&] { return os.read(plan.pipeRead, &ready, 1); });
   const int readError = errno;
-  close(plan.pipeRead);
+  os.close(plan.pipeRead);
   if (received < 0) return failure.failedCall("read", readError);
   *thePid = child;
   if (received == 0) return failure.fail("host.serverfailed", nullptr);
@@ -138,13 +139,13 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
   ChildEnvironment environment;
   planEnvironment(plan, environment);
 
-  const pid_t child = unixIoRetry([] { return fork(); });
+  const pid_t child = unixIoRetry([] { return os.fork(); });
   if (child == 0) hostRunForkedChild(plan, environment);
   if (child < 0) {
     const int forkError = errno;
     if (plan.isServer) {
-      close(plan.pipeRead);
-      close(plan.pipeWrite);
+      os.close(plan.pipeRead);
+      os.close(plan.pipeWrite);
     }
     return failure.failedCall("fork", forkError);
   }

@@ -24,6 +24,7 @@
 #include <povzel/utlheap.h>
 #include <povzel/utllogname.h>
 #include <povzel/vermsg.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 #include "messages/internal.h"
 
@@ -97,14 +98,14 @@ void errorMessage(FILE* stream, const char* symbol, int error) {
 }
 
 void setCloseOnExec(int descriptor, bool closes) {
-  const int flags = fcntl(descriptor, F_GETFD);
+  const int flags = os.fcntl(descriptor, F_GETFD, 0);
   if (flags == -1) return;
-  fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
+  os.fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
 }
 
 void closeInherited(const ForkPlan& plan) {
   for (int descriptor = firstClosedDescriptor; descriptor <= lastClosedDescriptor; ++descriptor) {
-    if (descriptor != plan.pipeWrite) close(descriptor);
+    if (descriptor != plan.pipeWrite) os.close(descriptor);
   }
 }
 
@@ -152,12 +153,12 @@ const char* programOf(const char** argv) {
 void takeIdentity(const ForkPlan& plan) {
   if (plan.setsGroups) {
     if (plan.groups == nullptr) endChildAfterIdentity("host.fork13", plan.groupsError);
-    if (setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
+    if (os.setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
       endChildAfterIdentity("host.fork13", errno);
     }
   }
-  if (setgid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
-  if (setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
+  if (os.setgid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
+  if (os.setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
 }
 
 // Expands a log-name template and then the file name that it gives.
@@ -180,18 +181,18 @@ void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
       HostGetHomeDir(HostGetUserName(), directory);
     }
   }
-  if (chdir(directory) == 0) return;
+  if (os.chdir(directory) == 0) return;
   const int reason = errno;
   verCatalogueMessage(stderr, "host.fork11", "s", directory);
   endChildWithReason(reason);
 }
 
 void openNullInput() {
-  close(STDIN_FILENO);
-  const int input = open("/dev/null", O_RDONLY);
+  os.close(STDIN_FILENO);
+  const int input = os.open("/dev/null", O_RDONLY, 0);
   if (input < 0 || input == STDIN_FILENO) return;
-  dup2(input, STDIN_FILENO);
-  close(input);
+  os.dup2(input, STDIN_FILENO);
+  os.close(input);
 }
 
 int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
@@ -244,13 +245,13 @@ FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& envi
   HostFnameStrType name;
   const int log = openLog(plan, program, name);
   environment.set("TARVOLIN_CHILD_LOG", name);
-  if (dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
-  if (dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
+  if (os.dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
+  if (os.dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
   setCloseOnExec(log, true);
   setCloseOnExec(STDOUT_FILENO, false);
   setCloseOnExec(STDERR_FILENO, false);
   openNullInput();
-  FILE* stream = fdopen(STDOUT_FILENO, "a");
+  FILE* stream = os.fdopen(STDOUT_FILENO, "a");
   if (stream == nullptr) endChildAfterLogCall("fdopen(%d, \"a\")", STDOUT_FILENO, errno);
   writeLogHeader(stream, plan);
   return stream;
@@ -268,13 +269,13 @@ FILE* keepOutput(const ForkPlan& plan) {
 // All that comes before exec. Returns the stream that hears of its failure.
 FILE* prepareChild(const ForkPlan& plan, ChildEnvironment& environment, const char**& argv) {
   const PreparationLimit limit;
-  if (plan.isServer) close(plan.pipeRead);
+  if (plan.isServer) os.close(plan.pipeRead);
   environment.enter();
   closeInherited(plan);
   ErrMsgReset();
   argv = splitCommand(plan.cmd);
   const char* program = programOf(argv);
-  if (setsid() < 0) endChildAfterCall("setsid()", errno);
+  if (os.setsid() < 0) endChildAfterCall("setsid()", errno);
   if (plan.byDaemon) takeIdentity(plan);
   enterWorkingDirectory(plan, program);
   return plan.isServer ? keepOutput(plan) : startLog(plan, program, environment);

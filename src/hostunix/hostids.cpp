@@ -1,4 +1,5 @@
 #include <povzel/hostids.h>
+#include "basics/oscalls.h"
 
 #include <unistd.h>
 
@@ -6,11 +7,11 @@ namespace {
 
 // Ids that are in effect already are not set again: the C library stops every thread to set them.
 bool makeGroupEffective(gid_t gid) {
-  return getegid() == gid || setegid(gid) == 0;
+  return getegid() == gid || os.setegid(gid) == 0;
 }
 
 bool makeUserEffective(uid_t uid) {
-  return geteuid() == uid || seteuid(uid) == 0;
+  return geteuid() == uid || os.seteuid(uid) == 0;
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include <povzel/utlsystem.h>
 #include <povzel/utltime.h>
 #include <povzel/vermsg.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 #include "messages/internal.h"
 
@@ -45,7 +46,7 @@ void copyCut(char (&to)[size], const char* from) {
 }
 
 void readSystemInfo() {
-  if (uname(&unameData) != 0) unameData = {};
+  if (os.uname(&unameData) != 0) unameData = {};
   copyCut(systemInfoData.osName, unameData.sysname);
   copyCut(systemInfoData.nodeName, unameData.nodename);
   copyCut(systemInfoData.osRelease, unameData.release);
@@ -115,9 +116,9 @@ constexpr RaisedLimit raisedLimits[] = {
 void raiseLimits() {
   for (const RaisedLimit& limit : raisedLimits) {
     struct rlimit64 values;
-    if (getrlimit64(limit.resource, &values) != 0) crashAtStart(limit.readError);
+    if (os.getrlimit64(limit.resource, &values) != 0) crashAtStart(limit.readError);
     values.rlim_cur = values.rlim_max;
-    if (setrlimit64(limit.resource, &values) != 0) crashAtStart(limit.raiseError);
+    if (os.setrlimit64(limit.resource, &values) != 0) crashAtStart(limit.raiseError);
   }
 }
 
@@ -128,7 +129,7 @@ void readAutoMountPrefix() {
 
 void rememberLoginName() {
   char name[64];
-  if (getlogin_r(name, sizeof name) == 0) HostSetEnv("TV_LOGIN_NAME", name);
+  if (os.getlogin_r(name, sizeof name) == 0) HostSetEnv("TV_LOGIN_NAME", name);
 }
 
 }  // namespace

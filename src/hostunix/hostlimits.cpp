@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include <povzel/hostenv.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ long HostGetMaxFiles() {
 
 BoolType HostSetMaxFiles(long maxFiles, SysErrorSType* err) {
   rlimit limit;
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+  if (os.getrlimit(RLIMIT_NOFILE, &limit) != 0) {
     SysErrorSet(err, errno, "getrlimit(RLIMIT_NOFILE)");
     return 0;
   }
@@ -46,7 +47,7 @@ BoolType HostSetMaxFiles(long maxFiles, SysErrorSType* err) {
     limit.rlim_cur = fromVariable ? static_cast<rlim_t>(maxFiles) : limit.rlim_max;
   }
 
-  if (setrlimit(RLIMIT_NOFILE, &limit) == 0) {
+  if (os.setrlimit(RLIMIT_NOFILE, &limit) == 0) {
     cachedMaxFiles = unknownMaxFiles;
     return 1;
   }

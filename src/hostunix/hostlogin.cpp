@@ -13,6 +13,7 @@
 #include <povzel/hostenv.h>
 #include <povzel/hostfiles.h>
 #include <povzel/hostusers.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -52,9 +53,9 @@ class Debug {
 // Reads up to 63 bytes of the file `fd` from its start, again when a signal interrupts.
 ssize_t readRecord(int fd, char (&text)[64]) {
   for (;;) {
-    const ssize_t count = read(fd, text, sizeof text - 1);
+    const ssize_t count = os.read(fd, text, sizeof text - 1);
     if (count != -1 || errno != EINTR) return count;
-    lseek(fd, 0, SEEK_SET);
+    os.lseek(fd, 0, SEEK_SET);
   }
 }
 
@@ -68,7 +69,7 @@ bool readLoginUid(long& uid, Reason& reason) {
   char text[64];
   const ssize_t count = readRecord(fd, text);
   const int readErrno = errno;
-  close(fd);
+  os.close(fd);
   if (count <= 0) {
     return fail(reason, "read(%d) failed, rc=%d, errno=%d", fd, static_cast<int>(count), readErrno);
   }
@@ -85,7 +86,7 @@ bool findInKernelRecord(int* luid, char* luname, std::size_t lunameSz, Reason& r
   long uid = -1;
   if (!readLoginUid(uid, reason)) return false;
   errno = 0;
-  const passwd* entry = getpwuid(static_cast<uid_t>(uid));
+  const passwd* entry = os.getpwuid(static_cast<uid_t>(uid));
   if (entry == nullptr) return fail(reason, "getpwuid(%ld) failed, errno=%d", uid, errno);
   *luid = static_cast<int>(uid);
   std::snprintf(luname, lunameSz, "%s", entry->pw_name);
@@ -96,7 +97,7 @@ bool findInKernelRecord(int* luid, char* luname, std::size_t lunameSz, Reason& r
 // one.
 bool findName(const Debug& debug, char* luname, std::size_t lunameSz) {
   if (lunameSz > 0) std::memset(luname, 0, lunameSz);
-  const int outcome = getlogin_r(luname, lunameSz);
+  const int outcome = os.getlogin_r(luname, lunameSz);
   if (outcome == 0) {
     debug.print("[Debug]: getlogin_r() success: login user is %s\n", luname);
     return true;
@@ -127,7 +128,7 @@ BoolType HostGetLoginUserInfo(int* luid, char* luname, std::size_t lunameSz) {
     return 0;
   }
   errno = 0;
-  const passwd* entry = getpwnam(luname);
+  const passwd* entry = os.getpwnam(luname);
   if (entry == nullptr) {
     debug.print("[Debug]: Unable to determine the login user id.  getpwnam(%s) failure, errno=%d\n",
                 luname, errno);

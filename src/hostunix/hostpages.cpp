@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include <povzel/utlsystem.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -75,7 +76,7 @@ BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErr
   // The slot is filled before the page can fault: another thread may touch it at once.
   const protectedSType before = *slot;
   *slot = {pageAddr, handler};
-  if (mprotect(pageAddr, pageSize, PROT_NONE) == 0) return 1;
+  if (os.mprotect(pageAddr, pageSize, PROT_NONE) == 0) return 1;
   const int reason = errno;
   *slot = before;
   SysErrorSet(err, reason, "mprotect(%p,%ld,PROT_NONE)", static_cast<void*>(pageAddr), size);
@@ -89,9 +90,9 @@ BoolType HostUnProtectPage(char* pageAddr) {
 }
 
 BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes) {
-  return mprotect(addr, numBytes, PROT_READ) == 0;
+  return os.mprotect(addr, numBytes, PROT_READ) == 0;
 }
 
 BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes) {
-  return mprotect(addr, numBytes, PROT_READ | PROT_WRITE) == 0;
+  return os.mprotect(addr, numBytes, PROT_READ | PROT_WRITE) == 0;
 }

@@ -11,6 +11,7 @@
 #include <povzel/errmsg.h>
 #include <povzel/hostusers.h>
 #include <povzel/unixerr.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -66,13 +67,13 @@ BoolType HostValidatePassword(const char* userName, const char* password, long* 
   const Refusal refusal{errBuf, errBufSize};
   *pwToken = 0;
   errno = 0;
-  const passwd* entry = getpwnam(userName);
+  const passwd* entry = os.getpwnam(userName);
   if (entry == nullptr) return refusal.lookupFailed("pwvalidation.getpwnam", userName, errno);
 
   const char* stored = entry->pw_passwd;
   if (std::strlen(stored) != traditionalHashLength) {
     errno = 0;
-    const spwd* shadow = getspnam(userName);
+    const spwd* shadow = os.getspnam(userName);
     if (shadow == nullptr) return refusal.lookupFailed("pwvalidation.getspnam", userName, errno);
     stored = shadow->sp_pwdp;
   }

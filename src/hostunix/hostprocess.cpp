@@ -10,6 +10,7 @@
 
 #include <povzel/hostfname.h>
 #include <povzel/unixio.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -18,7 +19,7 @@ constexpr std::size_t performNamesLength = 80;
 
 BoolType sendSignal(PidType pid, int signal) {
   errno = 0;
-  return kill(pid, signal) == 0;
+  return os.kill(pid, signal) == 0;
 }
 
 }  // namespace
@@ -46,7 +47,7 @@ void HostKillProcess() {
   HostFatalErr = 1;
   hostFlushApplicationFiles();
   std::fflush(stderr);
-  kill(getpid(), SIGKILL);
+  os.kill(getpid(), SIGKILL);
 }
 
 BoolType HostKillOtherProcess(PidType pid) {
@@ -67,7 +68,7 @@ HostProcessEType HostGetProcessKind() {
   if (input == -1) return HOST_PROCESS_BATCH;
   if (ttyname(input) != nullptr || isatty(input) != 0) return HOST_PROCESS_INTERACTIVE;
   struct stat64 status;
-  if (fstat64(input, &status) != 0) return HOST_PROCESS_OTHER;
+  if (os.fstat64(input, &status) != 0) return HOST_PROCESS_OTHER;
   return status.st_size < 1 ? HOST_PROCESS_NETWORK : HOST_PROCESS_BATCH;
 }
 

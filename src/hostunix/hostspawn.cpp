@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include <povzel/hostenv.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -20,8 +21,8 @@ void composeShellCommand(char (&command)[shellCommandSize]) {
 }
 
 void keepOpenOnExec(int fd) {
-  const int flags = fcntl(fd, F_GETFD);
-  if (flags != -1) fcntl(fd, F_SETFD, flags & ~FD_CLOEXEC);
+  const int flags = os.fcntl(fd, F_GETFD, 0);
+  if (flags != -1) os.fcntl(fd, F_SETFD, flags & ~FD_CLOEXEC);
 }
 
 }  // namespace

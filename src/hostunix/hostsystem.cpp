@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -17,12 +18,12 @@ char hostName[256] = "";  // empty until the resolver has answered
 
 bool findHostName() {
   char given[256];
-  if (gethostname(given, sizeof given) != 0) {
+  if (os.gethostname(given, sizeof given) != 0) {
     std::fputs("gethostname() failure", stdout);
     return false;
   }
   given[sizeof given - 1] = '\0';
-  const hostent* host = gethostbyname(given);
+  const hostent* host = os.gethostbyname(given);
   if (host == nullptr) {
     std::printf("gethostbyname() failure for host %s\n", given);
     return false;

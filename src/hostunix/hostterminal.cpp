@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include <povzel/unixio.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -14,10 +15,10 @@ namespace {
 class EchoOff {
  public:
   EchoOff() {
-    if (tcgetattr(STDIN_FILENO, &before_) != 0) return;
+    if (os.tcgetattr(STDIN_FILENO, &before_) != 0) return;
     termios silent = before_;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    changed_ = tcsetattr(STDIN_FILENO, TCSANOW, &silent) == 0;
+    changed_ = os.tcsetattr(STDIN_FILENO, TCSANOW, &silent) == 0;
     if (!changed_) putBack();
   }
   ~EchoOff() {
@@ -27,7 +28,7 @@ class EchoOff {
   EchoOff& operator=(const EchoOff&) = delete;
 
  private:
-  void putBack() { tcsetattr(STDIN_FILENO, TCSANOW, &before_); }
+  void putBack() { os.tcsetattr(STDIN_FILENO, TCSANOW, &before_); }
 
   termios before_ = {};
   bool changed_ = false;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -21,7 +22,7 @@ void copyCut(char* to, std::size_t size, const char* from) {
 }
 
 void copyNameOf(uid_t uid, char* to, std::size_t size) {
-  const passwd* entry = getpwuid(uid);
+  const passwd* entry = os.getpwuid(uid);
   copyCut(to, size, entry != nullptr ? entry->pw_name : unknownUser);
 }
 
@@ -32,7 +33,7 @@ char* HostGetUserName() {
   static char result[sizeof name];
   if (name[0] == '\0') {
     errno = 0;
-    const passwd* entry = getpwuid(getuid());
+    const passwd* entry = os.getpwuid(getuid());
     if (entry == nullptr) {
       std::fprintf(stderr, "HostGetUserName:  getpwuid(getuid()) returned NULL, errno = %d\n",
                    errno);
@@ -46,12 +47,12 @@ char* HostGetUserName() {
 }
 
 BoolType HostGetHomeDir(const char* userName, char* result) {
-  const passwd* entry = getpwnam(userName);
+  const passwd* entry = os.getpwnam(userName);
   if (entry != nullptr && std::strlen(entry->pw_dir) + 1 < sizeof(HostFnameStrType)) {
     std::snprintf(result, sizeof(HostFnameStrType), "%s/", entry->pw_dir);
     return 1;
   }
-  if (getcwd(result, sizeof(HostFnameStrType)) == nullptr) result[0] = '\0';
+  if (os.getcwd(result, sizeof(HostFnameStrType)) == nullptr) result[0] = '\0';
   return 0;
 }
 

@@ -11,6 +11,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/utlexe.h>
 #include <povzel/utlheap.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 HostFnameStrType ErrUtlErrFileName;
@@ -81,7 +82,7 @@ BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
   unsigned char bytes[sizeof *hdr];
   std::rewind(f);
   errno = 0;
-  if (std::fread(bytes, 1, sizeof bytes, f) != sizeof bytes) {
+  if (os.fread(bytes, 1, sizeof bytes, f) != sizeof bytes) {
     std::fprintf(stderr, "ErrUtlReadHdr: fread() header failure, errno = %d\n", errno);
     return 0;
   }
@@ -163,7 +164,7 @@ ErrUtlBytes errUtlContents() {
   if (ErrUtlErrFile == nullptr) return {};
   struct stat status;
   const int fd = fileno(ErrUtlErrFile);
-  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) return {};
+  if (os.fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) return {};
   std::size_t size = static_cast<std::size_t>(status.st_size);
   if (size > largestContents) size = largestContents;
   auto* bytes = static_cast<unsigned char*>(UtlMalloc_(size, __LINE__));

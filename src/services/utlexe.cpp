@@ -9,6 +9,7 @@
 #include <povzel/hostenv.h>
 #include <povzel/hostfiles.h>
 #include <povzel/utlfilename.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ bool absoluteProgramName(const char* argv0, HostFnameStrType result) {
   if (argv0[0] == '/') return composeName(result, sizeof found, "", 0, "", argv0, "");
 
   HostFnameStrType current;
-  if (getcwd(current, sizeof current) == nullptr) return false;
+  if (os.getcwd(current, sizeof current) == nullptr) return false;
   const std::size_t length = std::strlen(current);
   const char* separator = current[length - 1] == '/' ? "" : "/";
   return composeName(result, sizeof found, current, static_cast<int>(length), separator, argv0, "");

@@ -7,6 +7,7 @@
 #include <povzel/hostfiles.h>
 #include <povzel/hostsigterm.h>
 #include <povzel/unixerr.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ BoolType UtlGetFileModTime(const char* fname, std::time_t* modTime, SysErrorSTyp
   struct stat64 status;
   int result;
   do {
-    result = stat64(fname, &status);
+    result = os.stat64(fname, &status);
   } while (result != 0 && errno == EINTR && HostGetSigTerm(__FILE__, __LINE__) == 0);
   if (result != 0) {
     SysErrorSet(err, errno, "stat(%s)", fname);

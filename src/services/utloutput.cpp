@@ -8,6 +8,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/unixerr.h>
 #include <povzel/unixio.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -33,13 +34,13 @@ BoolType reportFailedStep(const AppendStep& step, int error) {
 
 BoolType endWithLf(FILE* file) {
   errno = 0;
-  if (std::fseek(file, -1, SEEK_END) != 0) return reportFailedStep(seekLastStep, errno);
-  const int last = std::fgetc(file);
+  if (os.fseek(file, -1, SEEK_END) != 0) return reportFailedStep(seekLastStep, errno);
+  const int last = os.fgetc(file);
   if (last == EOF) return reportFailedStep(readLastStep, errno);
   if (last == '\n') return 1;
-  if (std::fseek(file, 0, SEEK_END) != 0) return reportFailedStep(seekEndStep, errno);
+  if (os.fseek(file, 0, SEEK_END) != 0) return reportFailedStep(seekEndStep, errno);
   // Flushed here, so that a full disk is noticed while the write can still be reported.
-  if (std::fputc('\n', file) == EOF || std::fflush(file) != 0) {
+  if (os.fputc('\n', file) == EOF || os.fflush(file) != 0) {
     return reportFailedStep(writeStep, errno);
   }
   return 1;
@@ -51,8 +52,8 @@ BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errText
   HostFnameStrType expanded;
   HostExpandFileName(fileName, expanded, sizeof expanded);
   errno = 0;
-  if (std::freopen(expanded, "a", stdout) != nullptr &&
-      std::freopen(expanded, "a", stderr) != nullptr) {
+  if (os.freopen(expanded, "a", stdout) != nullptr &&
+      os.freopen(expanded, "a", stderr) != nullptr) {
     return 1;
   }
   ErrMsgStrType reason;

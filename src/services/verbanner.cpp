@@ -13,6 +13,7 @@
 #include <povzel/hostusers.h>
 #include <povzel/utltime.h>
 #include <povzel/version.h>
+#include "basics/oscalls.h"
 #include "messages/internal.h"
 
 namespace {
@@ -46,7 +47,7 @@ void userMessage(FILE* f) {
   if (std::strcmp(name, "FORGED USER") == 0) name = nameNotKnown;
   std::snprintf(realName, sizeof realName, "%s", name);
 
-  const struct passwd* effective = getpwuid(geteuid());
+  const struct passwd* effective = os.getpwuid(geteuid());
   char effectiveName[256];
   std::snprintf(effectiveName, sizeof effectiveName, "%s",
                 effective != nullptr ? effective->pw_name : nameNotKnown);

@@ -9,6 +9,7 @@
 #include <climits>
 
 #include <povzel/unixerr.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 volatile BoolType cancelBlockingCall = 0;
@@ -69,26 +70,26 @@ int UnixIoExecv(const char* name, const char** argv) {
 
 std::FILE* UnixIoFopen(const char* name, const char* mode) {
   errno = 0;
-  std::FILE* file = std::fopen(name, mode);
-  if (file != nullptr) fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+  std::FILE* file = os.fopen(name, mode);
+  if (file != nullptr) os.fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
   return file;
 }
 
 BoolType UnixIoStat(const char* name, struct stat* result, char* errText, std::size_t errTextSize) {
-  return statOutcome(unixIoRetry([&] { return stat(name, result); }), errText, errTextSize);
+  return statOutcome(unixIoRetry([&] { return os.stat(name, result); }), errText, errTextSize);
 }
 
 BoolType UnixIoStat64(const char* name, struct stat64* result, char* errText,
                       std::size_t errTextSize) {
-  return statOutcome(unixIoRetry([&] { return stat64(name, result); }), errText, errTextSize);
+  return statOutcome(unixIoRetry([&] { return os.stat64(name, result); }), errText, errTextSize);
 }
 
 BoolType UnixIoFstat(int fd, struct stat* result, char* errText, std::size_t errTextSize) {
-  return statOutcome(unixIoRetry([&] { return fstat(fd, result); }), errText, errTextSize);
+  return statOutcome(unixIoRetry([&] { return os.fstat(fd, result); }), errText, errTextSize);
 }
 
 BoolType UnixIoFstat64(int fd, struct stat64* result, char* errText, std::size_t errTextSize) {
-  return statOutcome(unixIoRetry([&] { return fstat64(fd, result); }), errText, errTextSize);
+  return statOutcome(unixIoRetry([&] { return os.fstat64(fd, result); }), errText, errTextSize);
 }
 
 int UnixIoFgetc(std::FILE* inFile) {

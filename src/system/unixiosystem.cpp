@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include <povzel/unixio.h>
+#include "basics/oscalls.h"
 #include "internal.h"
 
 namespace {
@@ -100,15 +101,16 @@ void useRealIdsInChild() {
 
 // Between vfork and exec the child runs in the parent's memory: it changes nothing there.
 [[noreturn]] void runShell(const char* cmd, BoolType interactively, const SignalMask& mask) {
-  if (interactively == 0) setsid();
+  if (interactively == 0) os.setsid();
   useRealIdsInChild();
   dropHandlers();
   mask.restore();
   const char* arguments[] = {"/bin/sh", "-c", cmd, nullptr};
-  UnixIoExecv("/bin/sh", arguments);
+  os.execv("/bin/sh", const_cast<char* const*>(arguments));
   char text[64];
   const int length = std::snprintf(text, sizeof text, "execv error, errno = %d\n", errno);
-  if (write(STDERR_FILENO, text, static_cast<std::size_t>(length)) == -1) _exit(execFailedStatus);
+  if (os.write(STDERR_FILENO, text, static_cast<std::size_t>(length)) == -1)
+    _exit(execFailedStatus);
   _exit(execFailedStatus);
 }
 
@@ -116,7 +118,7 @@ void useRealIdsInChild() {
 
 int UnixIoSystem(const char* cmd, BoolType interactively) {
   const Surroundings surroundings(interactively);
-  const pid_t child = vfork();
+  const pid_t child = os.refuseVfork() == 0 ? vfork() : -1;
   if (child == -1) {
     surroundings.putBackUnchanged();
     return -1;
@@ -124,7 +126,7 @@ int UnixIoSystem(const char* cmd, BoolType interactively) {
   if (child == 0) runShell(cmd, interactively, surroundings.mask());
 
   int status = 0;
-  const pid_t waited = unixIoRetry([&] { return waitpid(child, &status, WUNTRACED); });
+  const pid_t waited = unixIoRetry([&] { return os.waitpid(child, &status, WUNTRACED); });
   surroundings.putBack();
   return waited != -1 && WEXITSTATUS(status) == 0 ? 0 : -1;
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <povzel/utlsystem.h>
+#include "basics/oscalls.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ class StackAttributes {
 int HostThreadCreate(HostThreadType* threadId, HostThreadFuncType* funcPtr, void* arg,
                      std::size_t minStackSize) {
   const StackAttributes attributes(minStackSize);
-  return pthread_create(threadId, attributes.chosen(), funcPtr, arg);
+  return os.pthread_create(threadId, attributes.chosen(), funcPtr, arg);
 }
 
 int HostThreadKill(HostThreadType threadId, int sig) {

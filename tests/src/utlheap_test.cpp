@@ -10,8 +10,8 @@
 
 #include <povzel/hostdebug.h>
 #include <povzel/utlsystem.h>
+#include "basics/fortests.h"
 #include "failing_heap.h"
-#include "heap/internal.h"
 
 namespace {
 

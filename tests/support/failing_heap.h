@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include <povzel/hostdebug.h>
-#include "heap/internal.h"
+#include "basics/fortests.h"
 
 // While it lives, the allocation after the next `succeed` ones fails, and the fatal path returns.
 class FailingHeap {

@@ -1,0 +1,17 @@
+// Every hook that the library has for its tests. Nothing in the library sets one.
+#pragma once
+
+#include <cstddef>
+
+#include "internal.h"
+#include "oscalls.h"
+
+// The system calls (oscalls.h): a test may replace any, and puts it back.
+extern OsCalls osCallsForTests;
+
+// The function that every wrapper of utlheap.h allocates with: malloc unless a test changes it.
+extern void* (*utlHeapAllocateForTests)(std::size_t length);
+
+// The processor's instructions as the checksum sees them (internal.h): a test clears bits to reach
+// the paths that older processors take.
+inline unsigned int& utlCpuFeaturesForTests = utlCpuFeatures;

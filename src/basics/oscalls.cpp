@@ -1,0 +1,9 @@
+#include "oscalls.h"
+
+#include <cstdlib>
+
+#include "fortests.h"
+
+constinit OsCalls osCallsForTests;
+
+void* (*utlHeapAllocateForTests)(std::size_t length) = std::malloc;
