@@ -4,9 +4,8 @@
 #include <cstddef>
 
 #include "internal.h"
-#include "oscalls.h"
 
-// The system calls (oscalls.h): a test may replace any, and puts it back.
+// The system calls (internal.h): a test may replace any, and puts it back.
 extern OsCalls osCallsForTests;
 
 // The function that every wrapper of utlheap.h allocates with: malloc unless a test changes it.

@@ -1,5 +1,3 @@
-#include "oscalls.h"
-
 #include <cstdlib>
 
 #include "fortests.h"

@@ -11,7 +11,6 @@
 #include <povzel/hostmutex.h>
 #include <povzel/utlsystem.h>
 #include "basics/fortests.h"
-#include "basics/oscalls.h"
 
 namespace {
 

@@ -20,7 +20,7 @@
 #include <povzel/hostsystem.h>
 #include <povzel/unixerr.h>
 #include <povzel/vermsg.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
 

@@ -7,7 +7,7 @@
 #include <povzel/hostfiles.h>
 #include <povzel/hostfname.h>
 #include <povzel/utlglob.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include <povzel/hostfiles.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

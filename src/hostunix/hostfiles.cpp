@@ -10,7 +10,7 @@
 #include <povzel/hostspawn.h>
 #include <povzel/unixio.h>
 #include <povzel/utlsystem.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

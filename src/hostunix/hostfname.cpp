@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include <povzel/hostfiles.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 BoolType disableSoftLinkExpansion = 0;

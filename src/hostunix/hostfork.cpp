@@ -11,7 +11,7 @@
 #include <povzel/hostprocess.h>
 #include <povzel/unixerr.h>
 #include <povzel/utlheap.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

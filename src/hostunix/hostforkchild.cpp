@@ -24,7 +24,7 @@
 #include <povzel/utlheap.h>
 #include <povzel/utllogname.h>
 #include <povzel/vermsg.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
 

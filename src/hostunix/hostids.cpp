@@ -1,5 +1,5 @@
 #include <povzel/hostids.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 #include <unistd.h>
 

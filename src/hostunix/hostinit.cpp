@@ -19,7 +19,7 @@
 #include <povzel/utlsystem.h>
 #include <povzel/utltime.h>
 #include <povzel/vermsg.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include <povzel/hostenv.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <povzel/hostenv.h>
 #include <povzel/hostfiles.h>
 #include <povzel/hostusers.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

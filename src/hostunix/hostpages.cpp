@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include <povzel/utlsystem.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

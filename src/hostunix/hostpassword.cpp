@@ -11,7 +11,7 @@
 #include <povzel/errmsg.h>
 #include <povzel/hostusers.h>
 #include <povzel/unixerr.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

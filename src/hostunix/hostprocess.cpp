@@ -10,7 +10,7 @@
 
 #include <povzel/hostfname.h>
 #include <povzel/unixio.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

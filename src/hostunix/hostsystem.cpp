@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

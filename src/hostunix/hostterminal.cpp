@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include <povzel/unixio.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

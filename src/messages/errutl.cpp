@@ -11,7 +11,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/utlexe.h>
 #include <povzel/utlheap.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 HostFnameStrType ErrUtlErrFileName;

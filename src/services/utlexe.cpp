@@ -9,7 +9,7 @@
 #include <povzel/hostenv.h>
 #include <povzel/hostfiles.h>
 #include <povzel/utlfilename.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <povzel/hostfiles.h>
 #include <povzel/hostsigterm.h>
 #include <povzel/unixerr.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/unixerr.h>
 #include <povzel/unixio.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <povzel/hostusers.h>
 #include <povzel/utltime.h>
 #include <povzel/version.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "messages/internal.h"
 
 namespace {

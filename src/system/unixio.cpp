@@ -9,7 +9,7 @@
 #include <climits>
 
 #include <povzel/unixerr.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 volatile BoolType cancelBlockingCall = 0;

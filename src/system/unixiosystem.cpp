@@ -9,7 +9,7 @@
 #include <cstdio>
 
 #include <povzel/unixio.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 #include "internal.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include <povzel/utlsystem.h>
-#include "basics/oscalls.h"
+#include "basics/internal.h"
 
 namespace {
 
