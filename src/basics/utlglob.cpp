@@ -18,7 +18,7 @@ const char* matchSet(const char* set, signed char c) {
     if (*set == '-') {
       ++set;
       if (*set == '\0') return nullptr;
-      high = *set == ']' ? SCHAR_MAX : *set++;
+      high = static_cast<signed char>(*set == ']' ? SCHAR_MAX : *set++);
     }
     if (low <= c && c <= high) found = true;
   }
