@@ -1,12 +1,12 @@
 // Errors of the interface library and of the bridge, copied into the Java error report.
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <iterator>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 constexpr std::int32_t genericErrorNumber = 2318;
@@ -75,9 +75,7 @@ bool storeArguments(jobject jErrRpt) {
   return true;
 }
 
-}  // namespace
-
-jint setupError(jobject jErrRpt) {
+jint storeError(jobject jErrRpt) {
   ZelError.argCount = std::clamp<std::int32_t>(ZelError.argCount, 0, ZelMaxErrArgs);
   ZelError.message[sizeof ZelError.message - 1] = '\0';
   traceError();
@@ -88,7 +86,7 @@ jint setupError(jobject jErrRpt) {
   return leave(allocationFailure());
 }
 
-jint genericError(jobject errRpt, const char* message) {
+jint storeGenericError(jobject errRpt, const char* message) {
   TRACE("GENERIC ERROR: %s\n", message);
   ZelError.number = genericErrorNumber;
   std::snprintf(ZelError.message, sizeof ZelError.message, "%s", message);
@@ -96,13 +94,38 @@ jint genericError(jobject errRpt, const char* message) {
   ZelError.context = NilOop;
   ZelError.fatal = 0;
   ZelError.argCount = 0;
-  return setupError(errRpt);
+  return storeError(errRpt);
+}
+
+}  // namespace
+
+jint refuse(jobject jErrReport, const char* format, ...) {
+  char message[300];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(message, sizeof message, format, arguments);
+  va_end(arguments);
+  storeGenericError(jErrReport, message);
+  TRACE("Generic Error return: %s\n", message);
+  return -1;
+}
+
+jint allocationFailure() {
+  ENV->ExceptionClear();
+  TRACE("Allocation Error return");
+  return -2;
+}
+
+}  // namespace bridge
+
+jint setupError(jobject jErrRpt) {
+  return bridge::storeError(jErrRpt);
+}
+
+jint genericError(jobject errRpt, const char* message) {
+  return bridge::storeGenericError(errRpt, message);
 }
 
 jint zelError(jobject errRpt) {
-  if (rtlPrivZelRtlFuncs == nullptr) return 0;
-  if (rtlPrivZelRtlFuncs->ZelErr(&ZelError) == 0) [[likely]]
-    return 0;
-  setupError(errRpt);
-  return 1;
+  return rtlPrivZelRtlFuncs != nullptr && bridge::errorPending(errRpt) ? 1 : 0;
 }

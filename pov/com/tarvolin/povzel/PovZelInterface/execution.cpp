@@ -1,22 +1,14 @@
 // The natives that run code in the database. A result that could not be reported is refused before
 // anything runs.
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 constexpr jint mostArguments = 20;
 constexpr OopType noReplacement = 1;  // what a process resumed after an interrupt receives
 
-constexpr CountNames performNames = {"perform", "numArgs", "args"};
-
-jint checkArguments(jobjectArray jArgs, jint numArgs, jobject jErrReport) {
-  if (numArgs > mostArguments) {
-    return refuse(jErrReport, "perform(): numArgs exceeds %d", mostArguments);
-  }
-  return checkCount(performNames, jArgs, numArgs, jErrReport);
-}
+constexpr CountedArray performArgs = {"perform", "numArgs", "args", "numArgs exceeds 20"};
 
 jint convertArguments(jobjectArray jArgs, jint numArgs, OopType* args, jobject jErrReport) {
   for (jint i = 0; i < numArgs; ++i) {
@@ -45,11 +37,8 @@ jint createArray(const OopType (&values)[count], OopType* array, jobject jErrRep
 // Creates a string object that holds the bytes of `text`, which is `jText` converted.
 jint createText(jstring jText, const char* text, OopType* oop, jobject jErrReport) {
   const auto size = static_cast<ArraySizeType>(ENV->GetStringUTFLength(jText));
-  *oop = rtlPrivZelRtlFuncs->ZelNewOop(StringClassOop);
-  if (errorPending(jErrReport)) return -1;
-  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, *oop, 1,
-                                              reinterpret_cast<const ByteType*>(text), size);
-  return errorPending(jErrReport) ? -1 : 0;
+  const auto* bytes = reinterpret_cast<const ByteType*>(text);
+  return createBytes(StringClassOop, bytes, size, oop, jErrReport);
 }
 
 jint normalReplacement(jobject jStResult, OopType* replacement, jobject jErrReport) {
@@ -85,68 +74,99 @@ jint interruptReplacement(OopType* replacement) {
   return 0;
 }
 
+jint executeStr(jstring jExecStr, jobject result, jobject jErrReport) {
+  if (result == nullptr) return refuse(jErrReport, "executeStr(): NULL result argument");
+  if (jExecStr == nullptr) return refuse(jErrReport, "executeStr(): NULL execStr argument");
+  const char* source = sbString(jExecStr);
+  if (source == nullptr) return allocationFailure();
+  TRACE("     Execute Str = '%s'\n", source);
+  const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
+  TRACE("ResultOop = %ld\n", traced(resultOop));
+  if (errorPending(jErrReport)) return -1;
+  return setupReport(resultOop, result, jErrReport, 1);
+}
+
+jint executeObj(jobject jexeObj, jobject result, jobject jErrReport) {
+  if (result == nullptr) return refuse(jErrReport, "executeObj(): NULL result argument");
+  OopType source = 0;
+  const jint status = argumentOop(jexeObj, "executeObj", "exeObj", &source, jErrReport);
+  if (status != 0) return status;
+  TRACE("     Execute str oop = %ld\n", traced(source));
+  const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
+  if (errorPending(jErrReport)) return -1;
+  return setupReport(resultOop, result, jErrReport, 1);
+}
+
+// The selector is converted last, since every getOop releases the temporary strings.
+jint perform(jobject jReceiver, jstring jSelector, jobjectArray jArgs, jint numArgs, jobject result,
+             jobject jErrReport) {
+  if (result == nullptr) return refuse(jErrReport, "perform(): NULL result argument");
+  jint status = checkCount(performArgs, mostArguments, jArgs, numArgs, jErrReport);
+  if (status != 0) return status;
+  OopType receiver = 0;
+  status = argumentOop(jReceiver, "perform", "receiver", &receiver, jErrReport);
+  if (status != 0) return status;
+  TRACE("     Receiver = %ld\n", traced(receiver));
+  TRACE("     NumArgs = %ld\n", traced(numArgs));
+  OopType args[mostArguments];
+  status = convertArguments(jArgs, numArgs, args, jErrReport);
+  if (status != 0) return status;
+
+  if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
+  const char* selector = sbString(jSelector);
+  if (selector == nullptr) return allocationFailure();
+  TRACE("     Selector = %s\n", selector);
+  const OopType resultOop =
+      rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args, static_cast<ArraySizeType>(numArgs));
+  if (errorPending(jErrReport)) return -1;
+  return setupReport(resultOop, result, jErrReport, 1);
+}
+
+jint resume(jobject jProcess, jobject jStResult, jobject jJvResult, jstring jErrMsg,
+            jstring jErrStk, jobject jErrReport) {
+  if (jJvResult == nullptr) return refuse(jErrReport, "continue(): NULL jvResult argument");
+  OopType process = 0;
+  jint status = argumentOop(jProcess, "continue", "process", &process, jErrReport);
+  if (status != 0) return status;
+  OopType replacement = 0;
+  if (jStResult != nullptr) {
+    status = normalReplacement(jStResult, &replacement, jErrReport);
+  } else if (jErrMsg != nullptr) {
+    status = errorReplacement(jErrMsg, jErrStk, &replacement, jErrReport);
+  } else {
+    status = interruptReplacement(&replacement);
+  }
+  if (status != 0) return status;
+
+  const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
+  if (errorPending(jErrReport)) return -1;
+  TRACE("Continue: oop result = %ld\n", traced(resultOop));
+  return setupReport(resultOop, jJvResult, jErrReport, 1);
+}
+
 }  // namespace
+}  // namespace bridge
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1executeStr(JNIEnv* env, jclass, jint sessionId,
                                                            jstring jExecStr, jobject result,
                                                            jthrowable jErrReport) {
-  TRACE("%d:  ExecuteStr.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (result == nullptr) return refuse(jErrReport, "executeStr(): NULL result argument");
-    if (jExecStr == nullptr) return refuse(jErrReport, "executeStr(): NULL execStr argument");
-    const char* source = sbString(jExecStr);
-    if (source == nullptr) return allocationFailure();
-    TRACE("     Execute Str = '%s'\n", source);
-    const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
-    TRACE("ResultOop = %ld\n", traced(resultOop));
-    if (errorPending(jErrReport)) return -1;
-    return setupReport(resultOop, result, jErrReport, 1);
-  });
+  return bridge::runInSession({"  ExecuteStr."}, env, sessionId, jErrReport,
+                              [&] { return bridge::executeStr(jExecStr, result, jErrReport); });
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1executeObj(JNIEnv* env, jclass, jint sessionId,
                                                            jobject jexeObj, jobject result,
                                                            jthrowable jErrReport) {
-  TRACE("%d:  ExecuteObj.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (result == nullptr) return refuse(jErrReport, "executeObj(): NULL result argument");
-    OopType source = 0;
-    const jint status = argumentOop(jexeObj, "executeObj", "exeObj", &source, jErrReport);
-    if (status != 0) return status;
-    TRACE("     Execute str oop = %ld\n", traced(source));
-    const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
-    if (errorPending(jErrReport)) return -1;
-    return setupReport(resultOop, result, jErrReport, 1);
-  });
+  return bridge::runInSession({"  ExecuteObj."}, env, sessionId, jErrReport,
+                              [&] { return bridge::executeObj(jexeObj, result, jErrReport); });
 }
 
-// The selector is converted last, since every getOop releases the temporary strings.
 jint Java_com_tarvolin_povzel_PovZelInterface__1perform(JNIEnv* env, jclass, jint sessionId,
                                                         jobject jReceiver, jstring jSelector,
                                                         jobjectArray jArgs, jint numArgs,
                                                         jobject result, jthrowable jErrReport) {
-  TRACE("%d: Perform.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (result == nullptr) return refuse(jErrReport, "perform(): NULL result argument");
-    jint status = checkArguments(jArgs, numArgs, jErrReport);
-    if (status != 0) return status;
-    OopType receiver = 0;
-    status = argumentOop(jReceiver, "perform", "receiver", &receiver, jErrReport);
-    if (status != 0) return status;
-    TRACE("     Receiver = %ld\n", traced(receiver));
-    TRACE("     NumArgs = %ld\n", traced(numArgs));
-    OopType args[mostArguments];
-    status = convertArguments(jArgs, numArgs, args, jErrReport);
-    if (status != 0) return status;
-
-    if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
-    const char* selector = sbString(jSelector);
-    if (selector == nullptr) return allocationFailure();
-    TRACE("     Selector = %s\n", selector);
-    const OopType resultOop = rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args,
-                                                             static_cast<ArraySizeType>(numArgs));
-    if (errorPending(jErrReport)) return -1;
-    return setupReport(resultOop, result, jErrReport, 1);
+  return bridge::runInSession({" Perform."}, env, sessionId, jErrReport, [&] {
+    return bridge::perform(jReceiver, jSelector, jArgs, numArgs, result, jErrReport);
   });
 }
 
@@ -154,25 +174,7 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1continue(JNIEnv* env, jclass, ji
                                                          jobject jProcess, jobject jStResult,
                                                          jobject jJvResult, jstring jErrMsg,
                                                          jstring jErrStk, jthrowable jErrReport) {
-  TRACE("%d:  Continue.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (jJvResult == nullptr) return refuse(jErrReport, "continue(): NULL jvResult argument");
-    OopType process = 0;
-    jint status = argumentOop(jProcess, "continue", "process", &process, jErrReport);
-    if (status != 0) return status;
-    OopType replacement = 0;
-    if (jStResult != nullptr) {
-      status = normalReplacement(jStResult, &replacement, jErrReport);
-    } else if (jErrMsg != nullptr) {
-      status = errorReplacement(jErrMsg, jErrStk, &replacement, jErrReport);
-    } else {
-      status = interruptReplacement(&replacement);
-    }
-    if (status != 0) return status;
-
-    const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
-    if (errorPending(jErrReport)) return -1;
-    TRACE("Continue: oop result = %ld\n", traced(resultOop));
-    return setupReport(resultOop, jJvResult, jErrReport, 1);
+  return bridge::runInSession({"  Continue."}, env, sessionId, jErrReport, [&] {
+    return bridge::resume(jProcess, jStResult, jJvResult, jErrMsg, jErrStk, jErrReport);
   });
 }

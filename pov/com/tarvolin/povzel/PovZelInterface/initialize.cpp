@@ -5,10 +5,9 @@
 #include <cstring>
 #include <iterator>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 constexpr jint initialized = 32;
@@ -18,7 +17,8 @@ constexpr char newestVersion[] = "9.9.999";
 constexpr int acceptedProduct = 1;
 constexpr const char* productTexts[] = {"", "TV/A", "TV/BB", "TV/CC"};
 
-void traceSizes() {
+void traceStart() {
+  TRACE("Initialize.");
   TRACE("SIZEOF long = %d\n", static_cast<int>(sizeof(long)));
   TRACE("SiZEOF int = %d\n", static_cast<int>(sizeof(int)));
   TRACE("SIZEOF OopType = %d\n", static_cast<int>(sizeof(OopType)));
@@ -137,8 +137,7 @@ jint setupBuffers(jint bufSize, jobject jErrReport) {
 }
 
 // Everything that can fail. Returns 0 once the bridge is ready.
-jint initialize(jint useLinked, jstring jAppName, jint bufSize, jint preloadSize,
-                jobject jErrReport) {
+jint prepare(jint useLinked, jstring jAppName, jint bufSize, jint preloadSize, jobject jErrReport) {
   if (preloadSize > bufSize) return refuse(jErrReport, "preloadSize exceeds bufSize");
   setPreloadSize(preloadSize);
   jint status = findFields(reportClass, reportFields, "JNI: Can't find PovZelReport", jErrReport);
@@ -154,27 +153,30 @@ jint initialize(jint useLinked, jstring jAppName, jint bufSize, jint preloadSize
   return status;
 }
 
+jint initialize(JNIEnv* env, jint useLinked, jstring jAppName, jint bufSize, jint preloadSize,
+                jobject jErrReport) {
+  if (PovZelInitialized == 1) {
+    TRACE("Already initialized.");
+    return initialized;
+  }
+  ENV = env;
+  const jint status = prepare(useLinked, jAppName, bufSize, preloadSize, jErrReport);
+  if (status != 0) return status;
+  PovZelInitialized = 1;
+  std::puts("[Info] libpovzel30 initialization completed.");
+  return initialized;
+}
+
 }  // namespace
+}  // namespace bridge
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1initialize(JNIEnv* env, jclass, jint useLinked,
                                                            jstring jAppName, jint bufSize,
                                                            jint preloadSize, jint debugFlag,
                                                            jthrowable jErrReport) {
   std::puts("[Info] libpovzel30 initializing.");
-  if (debugFlag >= 1) Debug = 1;
-  if (Debug != 0) {
-    TRACE("Initialize.");
-    traceSizes();
-  }
-  if (PovZelInitialized == 1) {
-    TRACE("Already initialized.");
-    return leave(initialized);
-  }
-
-  ENV = env;
-  const jint status = initialize(useLinked, jAppName, bufSize, preloadSize, jErrReport);
-  if (status != 0) return leave(status);
-  PovZelInitialized = 1;
-  std::puts("[Info] libpovzel30 initialization completed.");
-  return leave(initialized);
+  if (debugFlag >= 1) bridge::Debug = 1;
+  bridge::traceStart();
+  return bridge::leave(
+      bridge::initialize(env, useLinked, jAppName, bufSize, preloadSize, jErrReport));
 }

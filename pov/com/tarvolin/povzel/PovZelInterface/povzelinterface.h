@@ -15,7 +15,7 @@
 // the interface library reach the report unchanged; errors found by the bridge carry number 2318
 // and nil as category and context. Null reports, strings, arrays and elements, negative counts and
 // counts larger than the Java array are refused with such an error, which names the native and the
-// argument. No exception is ever pending when a native returns.
+// argument. No native leaves an exception of its own pending.
 //
 // Nothing here locks: environment, buffers, error record, string table and the interface library's
 // current session are process-wide, so callers make one native call at a time.

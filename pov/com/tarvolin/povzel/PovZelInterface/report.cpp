@@ -1,10 +1,9 @@
 // The result report: an oop described to Java.
 #include <algorithm>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 constexpr long classHistorySlot = 12;
@@ -196,7 +195,7 @@ jint describeFully(OopType oop, jobject result, jobject jErrReport) {
 
   const jint status = describeContents(oop, info, indexedSize, result, jErrReport);
   if (status != 0) return status;
-  return errorPending(jErrReport) ? -1 : 0;
+  return poll(jErrReport);
 }
 
 jint describe(OopType oop, jobject result, jobject jErrReport, BoolType fullSetup) {
@@ -218,12 +217,14 @@ jint describe(OopType oop, jobject result, jobject jErrReport, BoolType fullSetu
 }
 
 }  // namespace
+}  // namespace bridge
 
 jint setupReport(OopType resultOop, jobject result, jobject jErrReport, BoolType fullSetup) {
-  TRACE("setupReport: initial oop %ld\n", traced(resultOop));
-  const jint status = result != nullptr ? describe(resultOop, result, jErrReport, fullSetup)
-                                        : refuse(jErrReport, "setupReport(): NULL result argument");
-  TRACE("Returning: %ld\n", traced(status));
-  if (status != 0) releaseStrings();
+  TRACE("setupReport: initial oop %ld\n", bridge::traced(resultOop));
+  const jint status = result != nullptr
+                          ? bridge::describe(resultOop, result, jErrReport, fullSetup)
+                          : bridge::refuse(jErrReport, "setupReport(): NULL result argument");
+  TRACE("Returning: %ld\n", bridge::traced(status));
+  if (status != 0) bridge::releaseStrings();
   return status;
 }

@@ -1,15 +1,15 @@
 // The natives on the session's export set, and the class test.
 #include <algorithm>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
-constexpr CountNames removeFromExportSet = {"removeFromExportSet", "numObjs", "objs"};
-constexpr CountNames releaseOops = {"releaseOops", "numOops", "oops"};
-constexpr CountNames changedOops = {"changedOops", "numOops", "oops"};
+constexpr CountedArray removedObjs = {"removeFromExportSet", "numObjs", "objs",
+                                      "numObjs exceeds buffer size"};
+constexpr CountedArray releasedOops = {"releaseOops", "numOops", "oops", "buffer size exceeded"};
+constexpr CountedArray changedOops = {"changedOops", "numOops", "oops", "buffer size exceeded"};
 
 jint convertObjs(jobjectArray jobjs, jint numObjs, jobject jErrReport) {
   for (jint i = 0; i < numObjs; ++i) {
@@ -42,80 +42,84 @@ jint copyToJava(jlongArray joops, jint count, jobject jErrReport) {
   return refuse(jErrReport, "Problem with SetLongArrayRegion in changedOops()");
 }
 
+// Takes the first `count` oops of oopBuf out of the export set.
+jint releaseStaged(jint count, jobject jErrReport) {
+  rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(count));
+  return poll(jErrReport);
+}
+
+jint removeFromExportSet(jobjectArray jobjs, jint numObjs, jobject jErrReport) {
+  jint status = checkCount(removedObjs, BufSizeOops, jobjs, numObjs, jErrReport);
+  if (status == 0) status = convertObjs(jobjs, numObjs, jErrReport);
+  if (status != 0) return status;
+  return releaseStaged(numObjs, jErrReport);
+}
+
+jint releaseOops(jlongArray joops, jint numOops, jobject jErrReport) {
+  jint status = checkCount(releasedOops, BufSizeOops, joops, numOops, jErrReport);
+  if (status == 0) status = copyFromJava(joops, numOops, jErrReport);
+  if (status != 0) return status;
+  TRACE("     Releasing %d oops:\n", numOops);
+  traceLongs(numOops);
+  for (jint i = 0; i < numOops; ++i) oopBuf[i] = static_cast<OopType>(longBuf[i]);
+  return releaseStaged(numOops, jErrReport);
+}
+
+jint collectChangedOops(jlongArray joops, jint numOops, jobject jErrReport) {
+  jint status = checkCount(changedOops, BufSizeOops, joops, numOops, jErrReport);
+  if (status != 0) return status;
+  const auto room = static_cast<ArraySizeType>(numOops);
+  ArraySizeType delivered = room;
+  rtlPrivZelRtlFuncs->ZelDirtySaveObjs(oopBuf, &delivered);
+  const auto changed = static_cast<jint>(std::min(delivered, room));
+  widen(oopBuf, longBuf, changed);
+  if (errorPending(jErrReport)) return -1;
+  TRACE("     Returning %d changed oops:\n", changed);
+  traceLongs(changed);
+  status = copyToJava(joops, changed, jErrReport);
+  return status != 0 ? status : changed;
+}
+
+// Statuses below 0 are failures; the library's booleans are true unless they are 0.
+jint isKindOf(jobject jobj, jobject jcls, jobject jErrReport) {
+  OopType obj = 0;
+  OopType cls = 0;
+  jint status = argumentOop(jobj, "isKindOf", "obj", &obj, jErrReport);
+  if (status == 0) status = argumentOop(jcls, "isKindOf", "cls", &cls, jErrReport);
+  if (status != 0) return status;
+  const BoolType answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
+  if (errorPending(jErrReport)) return -1;
+  return answer >= 0 ? answer : 1;
+}
+
 }  // namespace
+}  // namespace bridge
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1removeFromExportSet(
     JNIEnv* env, jclass, jint sessionId, jobjectArray jobjs, jint numObjs, jthrowable jErrReport) {
-  TRACE("%d:  removeFromExportSet.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (numObjs > BufSizeOops) {
-      return refuse(jErrReport, "removeFromExportSet(): numObjs exceeds buffer size");
-    }
-    jint status = checkCount(removeFromExportSet, jobjs, numObjs, jErrReport);
-    if (status == 0) status = convertObjs(jobjs, numObjs, jErrReport);
-    if (status != 0) return status;
-    rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(numObjs));
-    if (errorPending(jErrReport)) return -1;
-    TRACE("removeFromExportSet completed.");
-    return 0;
-  });
+  return bridge::runInSession(
+      {"  removeFromExportSet.", "removeFromExportSet"}, env, sessionId, jErrReport,
+      [&] { return bridge::removeFromExportSet(jobjs, numObjs, jErrReport); });
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1releaseOops(JNIEnv* env, jclass, jint sessionId,
                                                             jlongArray joops, jint numOops,
                                                             jthrowable jErrReport) {
-  TRACE("%d:  ReleaseOops.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (numOops > BufSizeOops) return refuse(jErrReport, "releaseOops(): buffer size exceeded");
-    jint status = checkCount(releaseOops, joops, numOops, jErrReport);
-    if (status == 0) status = copyFromJava(joops, numOops, jErrReport);
-    if (status != 0) return status;
-    TRACE("     Releasing %d oops:\n", numOops);
-    traceLongs(numOops);
-    for (jint i = 0; i < numOops; ++i) oopBuf[i] = static_cast<OopType>(longBuf[i]);
-    rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(numOops));
-    if (errorPending(jErrReport)) return -1;
-    TRACE("ReleaseOops completed.");
-    return 0;
-  });
+  return bridge::runInSession({"  ReleaseOops.", "ReleaseOops"}, env, sessionId, jErrReport,
+                              [&] { return bridge::releaseOops(joops, numOops, jErrReport); });
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(JNIEnv* env, jclass, jint sessionId,
                                                             jlongArray joops, jint numOops,
                                                             jthrowable jErrReport) {
-  TRACE("%d:  ChangedOops.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    if (numOops > BufSizeOops) return refuse(jErrReport, "changedOops(): buffer size exceeded");
-    jint status = checkCount(changedOops, joops, numOops, jErrReport);
-    if (status != 0) return status;
-    const auto room = static_cast<ArraySizeType>(numOops);
-    ArraySizeType delivered = room;
-    rtlPrivZelRtlFuncs->ZelDirtySaveObjs(oopBuf, &delivered);
-    const auto changed = static_cast<jint>(std::min(delivered, room));
-    widen(oopBuf, longBuf, changed);
-    if (errorPending(jErrReport)) return -1;
-    TRACE("     Returning %d changed oops:\n", changed);
-    traceLongs(changed);
-    status = copyToJava(joops, changed, jErrReport);
-    if (status != 0) return status;
-    TRACE("ChangedOops completed.");
-    return changed;
+  return bridge::runInSession({"  ChangedOops.", "ChangedOops"}, env, sessionId, jErrReport, [&] {
+    return bridge::collectChangedOops(joops, numOops, jErrReport);
   });
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass, jint sessionId,
                                                          jobject jobj, jobject jcls,
                                                          jthrowable jErrReport) {
-  TRACE("%d: isKindOf.\n", sessionId);
-  return runInSession(env, sessionId, jErrReport, [&]() -> jint {
-    OopType obj = 0;
-    OopType cls = 0;
-    jint status = argumentOop(jobj, "isKindOf", "obj", &obj, jErrReport);
-    if (status == 0) status = argumentOop(jcls, "isKindOf", "cls", &cls, jErrReport);
-    if (status != 0) return status;
-    const BoolType answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
-    if (errorPending(jErrReport)) return -1;
-    TRACE("isKindOf completed.");
-    return answer;
-  });
+  return bridge::runInSession({" isKindOf.", "isKindOf"}, env, sessionId, jErrReport,
+                              [&] { return bridge::isKindOf(jobj, jcls, jErrReport); });
 }

@@ -1,50 +1,60 @@
 // Temporary strings: one table of them all, released at once when a native returns.
 #include <cstdlib>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 bool tableIsFull() {
   return AllocatedStringIndex >= stringTableSize;
 }
 
-}  // namespace
-
-ByteType* GetSbString(jstring jstr) {
-  return reinterpret_cast<ByteType*>(const_cast<char*>(sbString(jstr)));
-}
-
-ByteType* GetDbString(jstring jstr) {
+ByteType* dbString(jstring jstr) {
   if (jstr == nullptr || tableIsFull()) return nullptr;
   const jchar* characters = ENV->GetStringChars(jstr, nullptr);
   if (characters == nullptr) return nullptr;
   return recordString(jstr, characters, DbString);
 }
 
-ByteType* GetString(int length) {
+ByteType* scratch(int length) {
   if (length < 0 || tableIsFull()) return nullptr;
   const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 1;
-  void* scratch = std::malloc(size);
-  if (scratch == nullptr) return nullptr;
-  return recordString(nullptr, scratch, Scratch);
+  void* buffer = std::malloc(size);
+  if (buffer == nullptr) return nullptr;
+  return recordString(nullptr, buffer, Scratch);
+}
+
+void release(jint index) {
+  ByteType* buffer = AllocatedString[index];
+  switch (AllocatedStringType[index]) {
+    case SbString:
+      ENV->ReleaseStringUTFChars(AllocatedJniString[index], reinterpret_cast<const char*>(buffer));
+      break;
+    case DbString:
+      ENV->ReleaseStringChars(AllocatedJniString[index], reinterpret_cast<const jchar*>(buffer));
+      break;
+    default:
+      std::free(buffer);
+  }
+}
+
+}  // namespace
+}  // namespace bridge
+
+ByteType* GetSbString(jstring jstr) {
+  return reinterpret_cast<ByteType*>(const_cast<char*>(bridge::sbString(jstr)));
+}
+
+ByteType* GetDbString(jstring jstr) {
+  return bridge::dbString(jstr);
+}
+
+ByteType* GetString(int length) {
+  return bridge::scratch(length);
 }
 
 void ReleaseStrings() {
-  for (jint i = 0; i < AllocatedStringIndex; ++i) {
-    ByteType* buffer = AllocatedString[i];
-    switch (AllocatedStringType[i]) {
-      case SbString:
-        ENV->ReleaseStringUTFChars(AllocatedJniString[i], reinterpret_cast<const char*>(buffer));
-        break;
-      case DbString:
-        ENV->ReleaseStringChars(AllocatedJniString[i], reinterpret_cast<const jchar*>(buffer));
-        break;
-      default:
-        std::free(buffer);
-    }
-  }
-  AllocatedStringIndex = 0;
+  for (jint i = 0; i < bridge::AllocatedStringIndex; ++i) bridge::release(i);
+  bridge::AllocatedStringIndex = 0;
 }

@@ -1,10 +1,9 @@
 // Java values turned into oops.
 #include <iterator>
 
-#include "bridge.h"
+#include "frame.h"
 
-using namespace bridge;
-
+namespace bridge {
 namespace {
 
 // Stores a produced oop where the caller and the report keep it.
@@ -16,7 +15,7 @@ void produce(OopType made, jobject jobj, OopType* oop) {
 // The same for oops that are formed rather than created: the error poll comes afterwards.
 jint produceValue(OopType made, jobject jobj, OopType* oop, jobject jErrReport) {
   produce(made, jobj, oop);
-  return errorPending(jErrReport) ? -1 : 0;
+  return poll(jErrReport);
 }
 
 jint nilOop(jobject jobj, OopType* oop, jobject) {
@@ -44,16 +43,14 @@ jint floatOop(jobject jobj, OopType* oop, jobject jErrReport) {
   return produceValue(rtlPrivZelRtlFuncs->ZelFltToOop(value), jobj, oop, jErrReport);
 }
 
-// Creates a string object of `stringClass` that holds `size` bytes.
+// A string object, unless the text could not be converted to `bytes`.
 jint createString(OopType stringClass, const ByteType* bytes, ArraySizeType size, jobject jobj,
                   OopType* oop, jobject jErrReport) {
   if (bytes == nullptr) return allocationFailure();
-  const OopType made = rtlPrivZelRtlFuncs->ZelNewOop(stringClass);
-  if (errorPending(jErrReport)) return -1;
-  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, made, 1, bytes, size);
-  if (errorPending(jErrReport)) return -1;
-  produce(made, jobj, oop);
-  return 0;
+  OopType made = 0;
+  const jint status = createBytes(stringClass, bytes, size, &made, jErrReport);
+  if (status == 0) produce(made, jobj, oop);
+  return status;
 }
 
 // The report's text, for one conversion. An array of strings is converted in one native call, so
@@ -113,7 +110,13 @@ static_assert(std::size(makers) == DateTimeValue + 1);
 
 }  // namespace
 
-namespace bridge {
+jint createBytes(OopType byteClass, const ByteType* bytes, ArraySizeType size, OopType* oop,
+                 jobject jErrReport) {
+  *oop = rtlPrivZelRtlFuncs->ZelNewOop(byteClass);
+  if (errorPending(jErrReport)) return -1;
+  rtlPrivZelRtlFuncs->ZelStoreBytesInstanceOf(NilOop, *oop, 1, bytes, size);
+  return poll(jErrReport);
+}
 
 jint makeOop(jobject jobj, OopType* oop, jobject jErrReport) {
   const jbyte valueType = ENV->GetByteField(jobj, valueTypeFid);
@@ -130,6 +133,6 @@ jint makeOop(jobject jobj, OopType* oop, jobject jErrReport) {
 }  // namespace bridge
 
 jint getOop(jobject jobj, OopType* oop, jobject jErrReport) {
-  if (jobj == nullptr) return leave(refuse(jErrReport, "getOop(): NULL report"));
-  return oopOf(jobj, oop, jErrReport);
+  if (jobj == nullptr) return bridge::leave(bridge::refuse(jErrReport, "getOop(): NULL report"));
+  return bridge::oopOf(jobj, oop, jErrReport);
 }
