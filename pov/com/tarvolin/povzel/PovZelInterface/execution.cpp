@@ -9,18 +9,7 @@ constexpr jint mostArguments = 20;
 constexpr OopType noReplacement = 1;  // what a process resumed after an interrupt receives
 
 constexpr CountedArray performArgs = {"perform", "numArgs", "args", "numArgs exceeds 20"};
-
-jint convertArguments(jobjectArray jArgs, jint numArgs, OopType* args, jobject jErrReport) {
-  for (jint i = 0; i < numArgs; ++i) {
-    const Element argument(jArgs, i);
-    TRACE("     jarg[%d] = %ld\n", i, traced(argument.reference));
-    const jint status =
-        argumentOop(argument.reference, "perform", "args element", &args[i], jErrReport);
-    if (status != 0) return status;
-    TRACE("     arg[%d] = %ld\n", i, traced(args[i]));
-  }
-  return 0;
-}
+constexpr ElementNames argNames = {"args element", "jarg", "arg"};
 
 // Creates an array object whose slots from 1 on hold `values`.
 template <int count>
@@ -109,7 +98,7 @@ jint perform(jobject jReceiver, jstring jSelector, jobjectArray jArgs, jint numA
   TRACE("     Receiver = %ld\n", traced(receiver));
   TRACE("     NumArgs = %ld\n", traced(numArgs));
   OopType args[mostArguments];
-  status = convertArguments(jArgs, numArgs, args, jErrReport);
+  status = elementOops(jArgs, numArgs, "perform", argNames, args, jErrReport);
   if (status != 0) return status;
 
   if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");

@@ -63,7 +63,7 @@ inline ByteType* recordString(jstring jstr, const void* buffer, StringKind kind)
   return bytes;
 }
 
-// GetSbString.
+// The terminated modified UTF-8 form of `jstr`, which the table owns; null as GetSbString has it.
 inline const char* sbString(jstring jstr) {
   if (jstr == nullptr || AllocatedStringIndex >= stringTableSize) [[unlikely]]
     return nullptr;
@@ -73,7 +73,7 @@ inline const char* sbString(jstring jstr) {
   return characters;
 }
 
-// ReleaseStrings.
+// ReleaseStrings, without a call when none is live.
 inline void releaseStrings() {
   if (AllocatedStringIndex > 0) ReleaseStrings();
 }
@@ -114,7 +114,8 @@ inline jint checkCount(const CountedArray& names, jint limit, jarray array, jint
                 names.array);
 }
 
-// One element of an array of reports. Its local reference ends with its turn of the loop.
+// The element at `index`, counted from 0, of an array of reports. Its local reference ends with its
+// turn of the loop.
 class Element {
  public:
   Element(jobjectArray array, jint index) : reference(ENV->GetObjectArrayElement(array, index)) {
@@ -159,6 +160,29 @@ inline jint argumentOop(jobject argument, const char* native, const char* name, 
   return oopOf(argument, oop, jErrReport);
 }
 
+// What the elements of an array are called in a refusal, and in the trace before and behind their
+// conversion.
+struct ElementNames {
+  const char* argument;
+  const char* reference;
+  const char* oop;
+};
+
+// argumentOop for the first `count` elements of `array`, in their order, into `oops`, which has
+// room for them.
+inline jint elementOops(jobjectArray array, jint count, const char* native,
+                        const ElementNames& names, OopType* oops, jobject jErrReport) {
+  for (jint i = 0; i < count; ++i) {
+    const Element element(array, i);
+    TRACE("     %s[%d] = %ld\n", names.reference, i, traced(element.reference));
+    const jint status =
+        argumentOop(element.reference, native, names.argument, &oops[i], jErrReport);
+    if (status != 0) return status;
+    TRACE("     %s[%d] = %ld\n", names.oop, i, traced(oops[i]));
+  }
+  return 0;
+}
+
 constexpr OopType CharacterTag = 14;  // in the low five bits
 
 // An oop that names an ordinary object, not a value decoded from the oop's own bits.
@@ -175,7 +199,8 @@ inline jint saveObject(OopType oop, jobject result, jobject jErrReport) {
   return poll(jErrReport);
 }
 
-// setupReport's short description, without the call for the objects that a collection mostly holds.
+// setupReport's short description, and its status, without the call for the objects that a
+// collection mostly holds.
 inline jint describeShortly(OopType oop, jobject result, jobject jErrReport) {
   if (Debug != 0 || !isObject(oop)) return setupReport(oop, result, jErrReport, 0);
   const jint status = saveObject(oop, result, jErrReport);

@@ -156,7 +156,7 @@ POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(
     jthrowable jErrReport);
 
 // Returns the library's answer, 0 for false, to whether the object `jobj` is a kind of the class
-// `jcls`.
+// `jcls`. An answer below 0 counts as 1.
 POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass ignore,
                                                                        jint sessionId, jobject jobj,
                                                                        jobject jcls,

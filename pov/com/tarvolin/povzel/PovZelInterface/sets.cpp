@@ -8,20 +8,9 @@ namespace {
 
 constexpr CountedArray removedObjs = {"removeFromExportSet", "numObjs", "objs",
                                       "numObjs exceeds buffer size"};
+constexpr ElementNames objNames = {"objs element", "jobj", "oop"};
 constexpr CountedArray releasedOops = {"releaseOops", "numOops", "oops", "buffer size exceeded"};
 constexpr CountedArray changedOops = {"changedOops", "numOops", "oops", "buffer size exceeded"};
-
-jint convertObjs(jobjectArray jobjs, jint numObjs, jobject jErrReport) {
-  for (jint i = 0; i < numObjs; ++i) {
-    const Element obj(jobjs, i);
-    TRACE("     jobj[%d] = %ld\n", i, traced(obj.reference));
-    const jint status =
-        argumentOop(obj.reference, "removeFromExportSet", "objs element", &oopBuf[i], jErrReport);
-    if (status != 0) return status;
-    TRACE("     oop[%d] = %ld\n", i, traced(oopBuf[i]));
-  }
-  return 0;
-}
 
 void traceLongs(jint count) {
   if (Debug == 0) return;
@@ -50,7 +39,8 @@ jint releaseStaged(jint count, jobject jErrReport) {
 
 jint removeFromExportSet(jobjectArray jobjs, jint numObjs, jobject jErrReport) {
   jint status = checkCount(removedObjs, BufSizeOops, jobjs, numObjs, jErrReport);
-  if (status == 0) status = convertObjs(jobjs, numObjs, jErrReport);
+  if (status != 0) return status;
+  status = elementOops(jobjs, numObjs, removedObjs.native, objNames, oopBuf, jErrReport);
   if (status != 0) return status;
   return releaseStaged(numObjs, jErrReport);
 }

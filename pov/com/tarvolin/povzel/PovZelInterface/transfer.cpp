@@ -16,47 +16,38 @@ struct Transfer {
 // One that moves oops.
 template <typename Slot>
 struct OopTransfer : Transfer {
-  Slot slot;                   // the interface library's function
-  const char* missingElement;  // said of a null report
-  bool tracesCount = false;    // what the library delivered
+  Slot slot;                 // the interface library's function
+  const char* elementName;   // the native's, where an element is missing
+  bool tracesCount = false;  // what the library delivered
 };
 using OopFetch = OopTransfer<decltype(&ZelRtlJumpSType::ZelFetchVaryingOops)>;
 using OopStore = OopTransfer<decltype(&ZelRtlJumpSType::ZelStoreIdxOops)>;
 
+constexpr char bytesTooMany[] = "numBytes requested exceeds buffer size";
+constexpr char objsTooMany[] = "numObjs requested exceeds buffer size";
 constexpr bool alwaysUsed = true;
 
 constexpr Transfer getBytes = {
-    {"getBytes", "numBytes", "bytes", "numBytes requested exceeds buffer size", alwaysUsed},
-    "getBytes",
-    &BufSizeBytes};
+    {"getBytes", "numBytes", "bytes", bytesTooMany, alwaysUsed}, "getBytes", &BufSizeBytes};
 constexpr Transfer putBytes = {
-    {"putBytes", "numBytes", "bytes", "numBytes requested exceeds buffer size", alwaysUsed},
-    "putBytes",
-    &BufSizeBytes};
+    {"putBytes", "numBytes", "bytes", bytesTooMany, alwaysUsed}, "putBytes", &BufSizeBytes};
 constexpr OopFetch getObjs = {
-    {{"getObjs", "numObjs", "objs", "numObjs requested exceeds buffer size"},
-     "GetObjs",
-     &BufSizeOops},
+    {{"getObjs", "numObjs", "objs", objsTooMany}, "GetObjs", &BufSizeOops},
     &ZelRtlJumpSType::ZelFetchVaryingOops,
-    "Problem with GetObjectArrayElement in getObjs()",
+    "getObjs",
     true};
 constexpr OopFetch getNamedObjs = {
     {{"getNamedObjs", "numObjs", "objs", "buffer size exceeded"}, "getNamedObjs", &BufSizeOops},
     &ZelRtlJumpSType::ZelFetchNamedOops,
-    "Problem with GetObjectArrayElement in getNamedObjs()"};
-// The text about a missing element has always been spelled "pubObjs".
+    "getNamedObjs"};
 constexpr OopStore putObjs = {
-    {{"putObjs", "numObjs", "objs", "numObjs requested exceeds buffer size"},
-     "putObjs",
-     &BufSizeOops},
+    {{"putObjs", "numObjs", "objs", objsTooMany}, "putObjs", &BufSizeOops},
     &ZelRtlJumpSType::ZelStoreIdxOops,
-    "Problem with GetObjectArrayElement in pubObjs()"};
+    "pubObjs"};  // as it has always been spelled
 constexpr OopStore putNamedObjs = {
-    {{"putNamedObjs", "numObjs", "objs", "numObjs requested exceeds buffer size"},
-     "putNamedObjs",
-     &BufSizeOops},
+    {{"putNamedObjs", "numObjs", "objs", objsTooMany}, "putNamedObjs", &BufSizeOops},
     &ZelRtlJumpSType::ZelStoreNamedOops,
-    "Problem with GetObjectArrayElement in putNamedObjs()"};
+    "putNamedObjs"};
 
 // The tests that come before a transfer, in their order; then the object's conversion.
 template <const auto& transfer>
@@ -123,6 +114,11 @@ jint storeBytes(OopType rcvr, jlong startIndex, jint numBytes, jbyteArray bytes,
 
 // ---- Oops ----
 
+template <typename Slot>
+jint missingElement(const OopTransfer<Slot>& transfer, jobject jErrReport) {
+  return refuse(jErrReport, "Problem with GetObjectArrayElement in %s()", transfer.elementName);
+}
+
 // Inlined by force, because a call is more than its share of a small transfer.
 template <const OopFetch& fetch>
 [[gnu::always_inline]] inline long fetchOops(OopType rcvr, jlong start, jlong* oops, jint count) {
@@ -140,7 +136,7 @@ template <const OopFetch& fetch>
 jint describeFetched(jint count, jobjectArray jobjs, jobject jErrReport) {
   for (jint i = 0; i < count; ++i) {
     const Element element(jobjs, i);
-    if (element.reference == nullptr) return refuse(jErrReport, "%s", fetch.missingElement);
+    if (element.reference == nullptr) return missingElement(fetch, jErrReport);
     const jint status =
         describeShortly(static_cast<OopType>(longBuf[i]), element.reference, jErrReport);
     if (status != 0) return status;
@@ -166,7 +162,7 @@ template <const OopStore& store>
 jint collectOops(jobjectArray jobjs, jint count, jobject jErrReport) {
   for (jint i = 0; i < count; ++i) {
     const Element element(jobjs, i);
-    if (element.reference == nullptr) return refuse(jErrReport, "%s", store.missingElement);
+    if (element.reference == nullptr) return missingElement(store, jErrReport);
     oopBuf[i] = 0;
     const jint status = oopOf(element.reference, &oopBuf[i], jErrReport);
     if (status != 0) return status;
