@@ -15,7 +15,7 @@
 // the interface library reach the report unchanged; errors found by the bridge carry number 2318
 // and nil as category and context. Null reports, strings, arrays and elements, negative counts and
 // counts larger than the Java array are refused with such an error, which names the native and the
-// argument. No native leaves an exception of its own pending.
+// argument. No exception is ever pending when a native returns.
 //
 // Nothing here locks: environment, buffers, error record, string table and the interface library's
 // current session are process-wide, so callers make one native call at a time.
@@ -156,7 +156,7 @@ POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(
     jthrowable jErrReport);
 
 // Returns the library's answer, 0 for false, to whether the object `jobj` is a kind of the class
-// `jcls`. An answer below 0 counts as 1.
+// `jcls`: the library's own boolean, unchanged.
 POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass ignore,
                                                                        jint sessionId, jobject jobj,
                                                                        jobject jcls,

@@ -70,16 +70,15 @@ jint collectChangedOops(jlongArray joops, jint numOops, jobject jErrReport) {
   return status != 0 ? status : changed;
 }
 
-// Statuses below 0 are failures; the library's booleans are true unless they are 0.
 jint isKindOf(jobject jobj, jobject jcls, jobject jErrReport) {
   OopType obj = 0;
   OopType cls = 0;
   jint status = argumentOop(jobj, "isKindOf", "obj", &obj, jErrReport);
   if (status == 0) status = argumentOop(jcls, "isKindOf", "cls", &cls, jErrReport);
   if (status != 0) return status;
-  const BoolType answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
+  const jint answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
   if (errorPending(jErrReport)) return -1;
-  return answer >= 0 ? answer : 1;
+  return answer;
 }
 
 }  // namespace
