@@ -1,5 +1,5 @@
-// Executes arbitrary text in the embedded database, with small limits: every
-// end but a crash, a hang or a leak is a good one.
+// Executes arbitrary text in the embedded database, with small limits: every end but a crash, a
+// hang or a leak is a good one.
 #include <string>
 
 #include "objmem/memory.h"
@@ -10,8 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static int runs = 0;
   const ZelRtlJumpSType* zel = ZelGetRtlTable();
   if (runs++ % 64 == 0) {
-    // Inputs share a database for a while, so that one can build on another's
-    // objects.
+    // Inputs share a database for a while, so that one can build on another's objects.
     zel->ZelShutdown();
     zel::setExecutionLimits({20'000, 500});
     zel::setMemoryLimit(32U << 20);

@@ -1,5 +1,4 @@
-// Limits: what never ends, grows or nests too far becomes an error, and memory
-// comes back.
+// Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
 #include <cstdio>
 #include <thread>
 #include <vector>

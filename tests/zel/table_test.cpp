@@ -1,5 +1,4 @@
-// The table: what each slot does as a client uses it, and with arguments that
-// make no sense.
+// The table: what each slot does as a client uses it, and with arguments that make no sense.
 #include <cstring>
 #include <limits>
 #include <set>
@@ -242,8 +241,7 @@ TEST_F(Table, ReadsAndWritesRangesOfOops) {
   zel->ZelStoreNamedOops(StringClassOop, 1, oops, 1);
   EXPECT_EQ(2506, errorNumber());
 
-  // A dictionary whose slots a client rewrites still finds its keys; a set
-  // refuses.
+  // A dictionary whose slots a client rewrites still finds its keys; a set refuses.
   const OopType dictionary = run("d := Dictionary new. d at: 1 put: 2. d");
   zel->ZelStoreIdxOops(dictionary, 1, oops + 1, 2);
   EXPECT_EQ("3", show("d at: 2"));
@@ -409,8 +407,7 @@ TEST_F(Table, TestsMembership) {
   EXPECT_EQ(2507, errorNumber());
 }
 
-// Every function with each kind of bad argument, with and without a session: an
-// error, no crash.
+// Every function with each kind of bad argument, with and without a session: an error, no crash.
 TEST_F(Table, SurvivesBadArguments) {
   const OopType strange[] = {
       0,  1,    2,          18,         6,          NilOop,        31,

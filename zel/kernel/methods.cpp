@@ -62,13 +62,12 @@ constexpr KernelMethod methods[] = {
     {NumberClass,
      "to: last do: block | i | i := self. [i <= last] whileTrue: [block value: i. i := i + 1]"},
     {NumberClass,
-     "to: last by: step do: block | i | step = 0 ifTrue: [^self error: 'the step is 0']. i := "
-     "self. "
-     "step > 0 ifTrue: [[i <= last] whileTrue: [block value: i. i := i + step]] "
+     "to: last by: step do: block | i | step = 0 ifTrue: [^self error: 'the step is 0']. "
+     "i := self. step > 0 ifTrue: [[i <= last] whileTrue: [block value: i. i := i + step]] "
      "ifFalse: [[i >= last] whileTrue: [block value: i. i := i + step]]"},
     {NumberClass,
-     "to: last by: step | result | result := OrderedCollection new. self to: last by: step do: "
-     "[:i | result add: i]. ^result asArray"},
+     "to: last by: step | result | result := OrderedCollection new. "
+     "self to: last by: step do: [:i | result add: i]. ^result asArray"},
     {NumberClass, "to: last ^self to: last by: 1"},
     {IntegerClass, "timesRepeat: block 1 to: self do: [:i | block value]"},
     {IntegerClass, "isInteger ^true"},
@@ -78,8 +77,8 @@ constexpr KernelMethod methods[] = {
      "factorial | product | self < 0 ifTrue: [^self error: 'a negative number has no factorial']. "
      "product := 1. 2 to: self do: [:i | product := product * i]. ^product"},
     {IntegerClass,
-     "gcd: other | a b t | a := self abs. b := other abs. [b = 0] whileFalse: [t := a \\\\ b. a := "
-     "b. b := t]. ^a"},
+     "gcd: other | a b t | a := self abs. b := other abs. "
+     "[b = 0] whileFalse: [t := a \\\\ b. a := b. b := t]. ^a"},
     {ObjectClass, "isInteger ^false"},
     {AssociationClass, "key ^key"},
     {AssociationClass, "value ^value"},
@@ -94,24 +93,26 @@ constexpr KernelMethod methods[] = {
     {CollectionClass,
      "do: block | all | all := self asArray. 1 to: all size do: [:i | block value: (all at: i)]"},
     {CollectionClass,
-     "do: block separatedBy: between | first | first := true. self do: [:each | first ifTrue: "
-     "[first := false] ifFalse: [between value]. block value: each]"},
+     "do: block separatedBy: between | first | first := true. "
+     "self do: [:each | "
+     "first ifTrue: [first := false] ifFalse: [between value]. block value: each]"},
     {CollectionClass,
-     "select: block | result | result := OrderedCollection new. self do: [:each | (block value: "
-     "each) ifTrue: [result add: each]]. ^self rebuiltFrom: result"},
+     "select: block | result | result := OrderedCollection new. "
+     "self do: [:each | (block value: each) ifTrue: [result add: each]]. "
+     "^self rebuiltFrom: result"},
     {CollectionClass, "reject: block ^self select: [:each | (block value: each) not]"},
     {CollectionClass,
-     "collect: block | result | result := OrderedCollection new. self do: [:each | result add: "
-     "(block value: each)]. ^self collectedFrom: result"},
+     "collect: block | result | result := OrderedCollection new. "
+     "self do: [:each | result add: (block value: each)]. ^self collectedFrom: result"},
     {CollectionClass,
      "detect: block ^self detect: block ifNone: [Error new signal: 'no element was found' number: "
      "2015]"},
     {CollectionClass,
-     "detect: block ifNone: none self do: [:each | (block value: each) ifTrue: [^each]]. ^none "
-     "value"},
+     "detect: block ifNone: none self do: [:each | (block value: each) ifTrue: [^each]]. "
+     "^none value"},
     {CollectionClass,
-     "inject: start into: block | value | value := start. self do: [:each | value := block value: "
-     "value value: each]. ^value"},
+     "inject: start into: block | value | value := start. "
+     "self do: [:each | value := block value: value value: each]. ^value"},
     {CollectionClass,
      "anySatisfy: block self do: [:each | (block value: each) ifTrue: [^true]]. ^false"},
     {CollectionClass,
@@ -144,11 +145,12 @@ constexpr KernelMethod methods[] = {
      "keysAndValuesDo: block 1 to: self size do: [:i | block value: i value: (self at: i)]"},
     {SequenceClass, "reverseDo: block self size to: 1 by: -1 do: [:i | block value: (self at: i)]"},
     {SequenceClass,
-     "with: other do: block 1 to: self size do: [:i | block value: (self at: i) value: (other at: "
-     "i)]"},
+     "with: other do: block "
+     "1 to: self size do: [:i | block value: (self at: i) value: (other at: i)]"},
     {SequenceClass,
-     "with: other collect: block | result | result := Array new: self size. 1 to: self size do: "
-     "[:i | result at: i put: (block value: (self at: i) value: (other at: i))]. ^result"},
+     "with: other collect: block | result | result := Array new: self size. "
+     "1 to: self size do: [:i | "
+     "result at: i put: (block value: (self at: i) value: (other at: i))]. ^result"},
     {SequenceClass,
      "at: index ifAbsent: block ^(index between: 1 and: self size) ifTrue: [self at: index] "
      "ifFalse: [block value]"},
@@ -163,11 +165,11 @@ constexpr KernelMethod methods[] = {
      "first >= last ifTrue: [^self]. middle := first + last // 2. "
      "self mergeSort: scratch from: first to: middle using: block. "
      "self mergeSort: scratch from: middle + 1 to: last using: block. "
-     "first to: last do: [:i | scratch at: i put: (self at: i)]. left := first. right := middle + "
-     "1. "
-     "first to: last do: [:i | (right > last or: [left <= middle and: [block value: (scratch at: "
-     "left) "
-     "value: (scratch at: right)]]) ifTrue: [self at: i put: (scratch at: left). left := left + 1] "
+     "first to: last do: [:i | scratch at: i put: (self at: i)]. "
+     "left := first. right := middle + 1. "
+     "first to: last do: [:i | (right > last or: [left <= middle and: "
+     "[block value: (scratch at: left) value: (scratch at: right)]]) "
+     "ifTrue: [self at: i put: (scratch at: left). left := left + 1] "
      "ifFalse: [self at: i put: (scratch at: right). right := right + 1]]"},
     {ArrayClassOop, "with: a ^(self new: 1) at: 1 put: a; yourself", true},
     {ArrayClassOop, "with: a with: b ^(self new: 2) at: 1 put: a; at: 2 put: b; yourself", true},
@@ -177,19 +179,19 @@ constexpr KernelMethod methods[] = {
     {OrderedCollectionClass, "rebuiltFrom: elements ^elements"},
     {OrderedCollectionClass, "collectedFrom: elements ^elements"},
     {OrderedCollectionClass,
-     "remove: element ifAbsent: block | i | i := self indexOf: element. i = 0 ifTrue: [^block "
-     "value]. self removeAtIndex: i. ^element"},
+     "remove: element ifAbsent: block | i | i := self indexOf: element. "
+     "i = 0 ifTrue: [^block value]. self removeAtIndex: i. ^element"},
     {OrderedCollectionClass, "removeFirst ^self removeAtIndex: 1"},
     {OrderedCollectionClass, "removeLast ^self removeAtIndex: self size"},
     {SetClass,
-     "remove: element ifAbsent: block ^(self removeIfPresent: element) ifTrue: [element] ifFalse: "
-     "[block value]"},
+     "remove: element ifAbsent: block ^(self removeIfPresent: element) ifTrue: [element] "
+     "ifFalse: [block value]"},
     {SetClass, "rebuiltFrom: elements ^Set withAll: elements"},
     {SetClass, "collectedFrom: elements ^Set withAll: elements"},
     {StringKindClassOop, "rebuiltFrom: elements ^self class withAll: elements"},
     {StringKindClassOop,
-     "withAll: elements | result | result := self new: elements size. 1 to: elements size do: [:i "
-     "| result at: i put: (elements at: i)]. ^result",
+     "withAll: elements | result | result := self new: elements size. "
+     "1 to: elements size do: [:i | result at: i put: (elements at: i)]. ^result",
      true},
     {StringClassOop, "rebuiltFrom: elements ^String withAll: elements"},
     {StringKindClassOop, "isString ^true"},
@@ -202,8 +204,8 @@ constexpr KernelMethod methods[] = {
     {DictionaryClass,
      "at: key ifAbsentPut: block ^self at: key ifAbsent: [self at: key put: block value]"},
     {DictionaryClass,
-     "at: key ifAbsent: block ^(self includesKey: key) ifTrue: [self valueAt: key] ifFalse: [block "
-     "value]"},
+     "at: key ifAbsent: block ^(self includesKey: key) ifTrue: [self valueAt: key] "
+     "ifFalse: [block value]"},
     {DictionaryClass,
      "removeKey: key ^self removeKey: key ifAbsent: [Error new signal: 'the key ' , key "
      "printString , ' is not there' number: 2015]"},
@@ -217,11 +219,11 @@ constexpr KernelMethod methods[] = {
      "keysAndValuesDo: block self keys do: [:key | block value: key value: (self valueAt: key)]"},
     {DictionaryClass, "associations ^self keys collect: [:key | key -> (self valueAt: key)]"},
     {DictionaryClass,
-     "select: block | result | result := Dictionary new. self keysAndValuesDo: [:k :v | (block "
-     "value: v) ifTrue: [result at: k put: v]]. ^result"},
+     "select: block | result | result := Dictionary new. "
+     "self keysAndValuesDo: [:k :v | (block value: v) ifTrue: [result at: k put: v]]. ^result"},
     {DictionaryClass,
-     "collect: block | result | result := Dictionary new. self keysAndValuesDo: [:k :v | result "
-     "at: k put: (block value: v)]. ^result"},
+     "collect: block | result | result := Dictionary new. "
+     "self keysAndValuesDo: [:k :v | result at: k put: (block value: v)]. ^result"},
     {DictionaryClass, "remove: element ifAbsent: block ^self error: 'use removeKey:'"},
     {DictionaryClass, "addAll: other other keysAndValuesDo: [:k :v | self at: k put: v]. ^other"},
 

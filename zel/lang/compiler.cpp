@@ -236,8 +236,7 @@ class Emitter {
     }
   }
 
-  // A condition is on the stack; `taken` or `otherwise` may be null, meaning
-  // nil.
+  // A condition is on the stack; `taken` or `otherwise` may be null, meaning nil.
   void emitChoice(OpCode skip, const Node* taken, const Node* otherwise, OopType missing) {
     const std::size_t toOther = emit(skip);
     emitInlined(*taken);
@@ -251,8 +250,7 @@ class Emitter {
     land(toEnd);
   }
 
-  // The receiver is on the stack and stays there as the value if `branch` is
-  // not taken.
+  // The receiver is on the stack and stays there as the value if `branch` is not taken.
   void emitIfNil(const Node* nilBlock, const Node* otherBlock) {
     const std::size_t toOther = emit(OpCode::jumpIfNotNil);
     if (nilBlock != nullptr) {

@@ -58,8 +58,7 @@ constexpr ClassSpec classSpecs[] = {
     {DictionaryClass, "Dictionary", CollectionClass, indexedPointers, ""},
     {AssociationClass, "Association", MagnitudeClass, asPointers, "key value"},
     {ClassClass, "Class", ObjectClass, internal,
-     "superclass format instVarCount instVarNames category comment methods "
-     "classMethods "
+     "superclass format instVarCount instVarNames category comment methods classMethods "
      "classVariables timeStamp name classHistory"},
     {ClassHistoryClass, "ClassHistory", ArrayClassOop, indexedPointers | FormatNotCreatable, ""},
     {MethodClass, "CompiledMethod", ObjectClass, internal, "selector owner source"},
@@ -121,8 +120,7 @@ void describeClass(OopType oop, std::string_view name, OopType superclass, std::
   }
 }
 
-// Appends the class to its history: that of the class it replaces, or a new
-// one.
+// Appends the class to its history: that of the class it replaces, or a new one.
 void recordInHistory(OopType oop, OopType replaced) {
   OopType history = 0;
   if (replaced != 0) {
@@ -236,9 +234,10 @@ OopType makeSubclass(OopType superclass, std::string_view name,
                      const std::vector<std::string>& instVarNames) {
   if (!isClass(superclass)) throw Failure(ErrBadArgumentKind, "a class is expected", {superclass});
   if (!isClassName(name)) {
-    throw Failure(ErrBadArgumentKind, "'" + std::string(name) +
-                                          "' is no class name: a capital letter first, then "
-                                          "letters, digits and _, at most 64");
+    throw Failure(
+        ErrBadArgumentKind,
+        "'" + std::string(name) +
+            "' is no class name: a capital letter first, then letters, digits and _, at most 64");
   }
   const std::uint32_t format = formatOf(superclass);
   if ((format & FormatNotCreatable) != 0) {

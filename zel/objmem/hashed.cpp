@@ -26,8 +26,7 @@ bool comparesByContent(const Object& object) {
          object.classOop == AssociationClass || inheritsFrom(object.classOop, DateTimeClassOop);
 }
 
-// `budget` counts comparisons: arrays that share arrays may have exponentially
-// many paths.
+// `budget` counts comparisons: arrays that share arrays may have exponentially many paths.
 bool equalTo(OopType a, OopType b, int depth, int& budget) {
   if (a == b) return true;
   if (--budget < 0) throw Failure(ErrTooDeep, "the objects are too large to compare", {a, b});

@@ -61,8 +61,7 @@ OopType cachedLookup(OopType receiver, OopType selector) {
   }
   const OopType classOop = classOf(receiver);
   const bool classSide = classOop == ClassClass;
-  // A class as receiver and the same class of an instance must not be taken for
-  // each other.
+  // A class as receiver and the same class of an instance must not be taken for each other.
   const OopType key = classSide ? receiver | 2 : classOop;
   CachedLookup& entry = lookupCache[((key >> 2) * 31 ^ (selector >> 2)) % cacheSize];
   if (entry.receiverKey == key && entry.selector == selector) return entry.method;
@@ -188,8 +187,7 @@ bool takeCondition(ProcessState& process) {
   return value == TrueOop;
 }
 
-// The result of the operation on two small integers, 0 when it is not for this
-// path.
+// The result of the operation on two small integers, 0 when it is not for this path.
 OopType smallArithmetic(ArithmeticKind kind, OopType left, OopType right) {
   if (!isSmallInt(left) || !isSmallInt(right)) return 0;
   const std::int32_t a = smallIntValue(left);
@@ -213,8 +211,8 @@ OopType smallArithmetic(ArithmeticKind kind, OopType left, OopType right) {
   return 0;
 }
 
-// Returns from frame `depth` with the value on top of the stack. Answers false
-// when that was the program's first frame.
+// Returns from frame `depth` with the value on top of the stack. Answers false when that was the
+// program's first frame.
 bool answerFrom(ProcessState& process, std::size_t depth) {
   const OopType value = process.stack.back();
   process.stack.resize(process.frames[depth].base - 1);
@@ -350,8 +348,7 @@ OopType interpret(Machine& machine) {
   }
 }
 
-// Runs the machine's process; `failure`, if given, happens at the point where
-// it stands.
+// Runs the machine's process; `failure`, if given, happens at the point where it stands.
 OopType run(Machine& machine, const Failure* failure = nullptr) {
   const Running scope(machine);
   machine.stepsLeft = limits.steps;

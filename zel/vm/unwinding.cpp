@@ -26,9 +26,8 @@ std::size_t handlerDepth(const ProcessState& process, OopType exceptionClass) {
   return SIZE_MAX;
 }
 
-// Replaces the protected block's activation by one of its handler. Unwinds
-// first, so that a handler that cannot start leaves its failure to those
-// further out.
+// Replaces the protected block's activation by one of its handler. Unwinds first, so that a handler
+// that cannot start leaves its failure to those further out.
 void activateHandler(Machine& machine, std::size_t depth, const Failure& failure) {
   ProcessState& process = *machine.process;
   const Frame frame = process.frames[depth];
@@ -74,8 +73,7 @@ void handleOrThrow(Machine& machine, const Failure& failure) {
       activateHandler(machine, depth, current);
       return;
     } catch (const Failure& inHandler) {
-      // The handler could not even start; its own failure goes to the next one
-      // out.
+      // The handler could not even start; its own failure goes to the next one out.
       current = inHandler;
     }
   }
