@@ -26,21 +26,11 @@ void openDatabase() {
   setProcessVisitor(markProcess);
   setCodeVisitor(markCode);
   bootstrapClasses();
-  installObjectPrimitives();
-  installNumberPrimitives();
-  installStringPrimitives();
-  installCollectionPrimitives();
-  installClassPrimitives();
-  installControlPrimitives();
-  installSystemPrimitives();
+  installPrimitives();
   for (const KernelMethod& method : kernelMethods()) {
     compileMethod(method.owner, method.source, method.classSide);
   }
   open = true;
-}
-
-bool isDatabaseOpen() {
-  return open;
 }
 
 void closeDatabase() {

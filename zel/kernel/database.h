@@ -6,7 +6,6 @@ namespace zel {
 // Makes the classes, their primitives and the methods written in the language itself. Does
 // nothing when the database is open.
 void openDatabase();
-bool isDatabaseOpen();
 // Ends all sessions and frees every object.
 void closeDatabase();
 

@@ -1,13 +1,13 @@
 #include "compiler.h"
 
 #include <algorithm>
-#include <cctype>
 #include <unordered_map>
 
 #include "code.h"
 #include "errors/failure.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
+#include "objmem/names.h"
 #include "objmem/values.h"
 #include "parser.h"
 #include "scopes.h"
@@ -452,20 +452,15 @@ void installPrimitive(OopType owner, std::string_view selector, bool classSide,
 }
 
 int argumentCountOf(std::string_view selector) {
-  if (selector.empty()) return -1;
-  const auto isWord = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
-  const auto first = static_cast<unsigned char>(selector[0]);
-  if (std::isalpha(first) == 0 && first != '_') {
-    const bool binary = selector.find_first_not_of("+-*/\\<>=~,%&?@|!") == std::string_view::npos;
-    return binary ? 1 : -1;
-  }
+  if (isBinarySelector(selector)) return 1;
+  if (selector.empty() || !isLetter(selector[0])) return -1;
   int colons = 0;
   bool afterColon = false;
   for (const char c : selector) {
     if (c == ':') {
       if (afterColon) return -1;
       ++colons;
-    } else if (!isWord(static_cast<unsigned char>(c))) {
+    } else if (!isWordCharacter(c)) {
       return -1;
     }
     afterColon = c == ':';

@@ -6,25 +6,11 @@
 #include <limits>
 
 #include "errors/failure.h"
+#include "objmem/names.h"
 
 namespace zel {
 
 namespace {
-
-constexpr std::string_view binaryCharacters = "+-*/\\<>=~,%&?@|!";
-
-bool isLetter(char c) {
-  return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool isWordCharacter(char c) {
-  return isLetter(c) || isDigit(c);
-}
-bool isBinary(char c) {
-  return c != '\0' && binaryCharacters.find(c) != std::string_view::npos;
-}
 
 int digitValue(char c) {
   if (isDigit(c)) return c - '0';

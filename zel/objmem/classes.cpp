@@ -1,10 +1,10 @@
 #include "classes.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "errors/failure.h"
 #include "hashed.h"
+#include "names.h"
 #include "session/changes.h"
 #include "values.h"
 
@@ -26,51 +26,50 @@ struct ClassSpec {
   const char* name;
   OopType superclass;
   std::uint32_t format;
-  const char* instVarNames;
+  const char* instVarNames = "";
 };
 
 // Superclasses stand before their subclasses.
 constexpr ClassSpec classSpecs[] = {
-    {ObjectClass, "Object", NilOop, asPointers, ""},
-    {UndefinedObjectClass, "UndefinedObject", ObjectClass, asSpecial, ""},
-    {BooleanClass, "Boolean", ObjectClass, asSpecial, ""},
-    {MagnitudeClass, "Magnitude", ObjectClass, asPointers, ""},
-    {CharacterClass, "Character", MagnitudeClass, asSpecial, ""},
-    {NumberClass, "Number", MagnitudeClass, internal, ""},
-    {IntegerClass, "Integer", NumberClass, internal, ""},
-    {SmallIntegerClass, "SmallInteger", IntegerClass, asSpecial, ""},
-    {LargeIntegerClass, "LargeInteger", IntegerClass, fixedBytes | FormatInvariant, ""},
-    {FloatClassOop, "Float", NumberClass, fixedBytes, ""},
+    {ObjectClass, "Object", NilOop, asPointers},
+    {UndefinedObjectClass, "UndefinedObject", ObjectClass, asSpecial},
+    {BooleanClass, "Boolean", ObjectClass, asSpecial},
+    {MagnitudeClass, "Magnitude", ObjectClass, asPointers},
+    {CharacterClass, "Character", MagnitudeClass, asSpecial},
+    {NumberClass, "Number", MagnitudeClass, internal},
+    {IntegerClass, "Integer", NumberClass, internal},
+    {SmallIntegerClass, "SmallInteger", IntegerClass, asSpecial},
+    {LargeIntegerClass, "LargeInteger", IntegerClass, fixedBytes | FormatInvariant},
+    {FloatClassOop, "Float", NumberClass, fixedBytes},
     {DateTimeClassOop, "DateTime", MagnitudeClass,
      asPointers | FormatNotCreatable | FormatInvariant, "year dayOfYear milliseconds timeZone"},
-    {CollectionClass, "Collection", ObjectClass, asPointers, ""},
-    {SequenceClass, "SequenceableCollection", CollectionClass, indexedPointers, ""},
-    {ArrayClassOop, "Array", SequenceClass, indexedPointers, ""},
-    {OrderedCollectionClass, "OrderedCollection", SequenceClass, indexedPointers, ""},
-    {ByteArrayClass, "ByteArray", SequenceClass, growingBytes, ""},
-    {StringKindClassOop, "CharacterCollection", SequenceClass, growingBytes, ""},
-    {StringClassOop, "String", StringKindClassOop, growingBytes, ""},
-    {SymbolClass, "Symbol", StringClassOop, growingBytes | FormatNotCreatable | FormatInvariant,
-     ""},
-    {DoubleByteStringClassOop, "DoubleByteString", StringKindClassOop, growingBytes, ""},
-    {SetClass, "Set", CollectionClass, asSet | FormatIndexable, ""},
-    {IdentitySetClass, "IdentitySet", SetClass, asSet | FormatIndexable, ""},
-    {DictionaryClass, "Dictionary", CollectionClass, indexedPointers, ""},
+    {CollectionClass, "Collection", ObjectClass, asPointers},
+    {SequenceClass, "SequenceableCollection", CollectionClass, indexedPointers},
+    {ArrayClassOop, "Array", SequenceClass, indexedPointers},
+    {OrderedCollectionClass, "OrderedCollection", SequenceClass, indexedPointers},
+    {ByteArrayClass, "ByteArray", SequenceClass, growingBytes},
+    {StringKindClassOop, "CharacterCollection", SequenceClass, growingBytes},
+    {StringClassOop, "String", StringKindClassOop, growingBytes},
+    {SymbolClass, "Symbol", StringClassOop, growingBytes | FormatNotCreatable | FormatInvariant},
+    {DoubleByteStringClassOop, "DoubleByteString", StringKindClassOop, growingBytes},
+    {SetClass, "Set", CollectionClass, asSet | FormatIndexable},
+    {IdentitySetClass, "IdentitySet", SetClass, asSet | FormatIndexable},
+    {DictionaryClass, "Dictionary", CollectionClass, indexedPointers},
     {AssociationClass, "Association", MagnitudeClass, asPointers, "key value"},
     {ClassClass, "Class", ObjectClass, internal,
      "superclass format instVarCount instVarNames category comment methods classMethods "
      "classVariables timeStamp name classHistory"},
-    {ClassHistoryClass, "ClassHistory", ArrayClassOop, indexedPointers | FormatNotCreatable, ""},
+    {ClassHistoryClass, "ClassHistory", ArrayClassOop, indexedPointers | FormatNotCreatable},
     {MethodClass, "CompiledMethod", ObjectClass, internal, "selector owner source"},
     {BlockClass, "Block", ObjectClass, internal, "environment receiver method number home"},
-    {EnvironmentClass, "Environment", ObjectClass, internal | FormatIndexable, ""},
-    {ProcessClass, "Process", ObjectClass, internal, ""},
+    {EnvironmentClass, "Environment", ObjectClass, internal | FormatIndexable},
+    {ProcessClass, "Process", ObjectClass, internal},
     {ExceptionClass, "Exception", ObjectClass, asPointers, "messageText number arguments stack"},
-    {ErrorClass, "Error", ExceptionClass, asPointers, ""},
-    {ZeroDivideClass, "ZeroDivide", ErrorClass, asPointers, ""},
-    {MessageNotUnderstoodClass, "MessageNotUnderstood", ErrorClass, asPointers, ""},
-    {SystemClass, "System", ObjectClass, internal, ""},
-    {ErrorCategoryClass, "ErrorCategory", ObjectClass, internal, ""},
+    {ErrorClass, "Error", ExceptionClass, asPointers},
+    {ZeroDivideClass, "ZeroDivide", ErrorClass, asPointers},
+    {MessageNotUnderstoodClass, "MessageNotUnderstood", ErrorClass, asPointers},
+    {SystemClass, "System", ObjectClass, internal},
+    {ErrorCategoryClass, "ErrorCategory", ObjectClass, internal},
 };
 
 std::vector<std::string> wordsOf(std::string_view text) {
@@ -138,20 +137,13 @@ void recordInHistory(OopType oop, OopType replaced) {
 }
 
 bool isClassName(std::string_view name) {
-  return !name.empty() && name.size() <= 64 && std::isupper(static_cast<unsigned char>(name[0])) &&
-         std::all_of(name.begin(), name.end(),
-                     [](unsigned char c) { return std::isalnum(c) || c == '_'; });
+  return isName(name) && isUppercase(name[0]) && name.size() <= 64;
 }
 
 void requireVariableNames(const std::vector<std::string>& names,
                           const std::vector<OopType>& inherited) {
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const std::string& name = names[i];
-    const bool isName = !name.empty() &&
-                        (std::isalpha(static_cast<unsigned char>(name[0])) || name[0] == '_') &&
-                        std::all_of(name.begin(), name.end(),
-                                    [](unsigned char c) { return std::isalnum(c) || c == '_'; });
-    if (!isName) throw Failure(ErrBadArgumentKind, "'" + name + "' is no variable name");
+  for (const std::string& name : names) {
+    if (!isName(name)) throw Failure(ErrBadArgumentKind, "'" + name + "' is no variable name");
     const bool twice = std::count(names.begin(), names.end(), name) > 1 ||
                        std::count(inherited.begin(), inherited.end(), symbolOop(name)) > 0;
     if (twice) throw Failure(ErrBadArgumentKind, "'" + name + "' is named twice");

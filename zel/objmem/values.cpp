@@ -70,6 +70,10 @@ void appendUtf8(std::string& text, std::uint32_t code) {
   }
 }
 
+bool isLeapYear(std::int32_t year) {
+  return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
 }  // namespace
 
 OopType integerOop(std::int64_t value) {
@@ -218,10 +222,6 @@ OopType associationOop(OopType key, OopType value) {
   const OopType oop = newInstance(AssociationClass);
   findObject(oop)->slots = {key, value};
   return oop;
-}
-
-bool isLeapYear(std::int32_t year) {
-  return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
 OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time) {

@@ -44,7 +44,6 @@ OopType associationOop(OopType key, OopType value);
 // milliseconds lie within a day; years go from -999,999 to 999,999.
 OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time);
 ZelDateTimeSType dateTimeValue(OopType oop);
-bool isLeapYear(std::int32_t year);
 
 // Drops the symbols that a collection found unused; registered by bootstrap.
 void sweepSymbols();

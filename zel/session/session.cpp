@@ -68,11 +68,6 @@ Session& requireSession() {
   return *current;
 }
 
-Session* findSession(std::int32_t id) {
-  const auto found = sessions.find(id);
-  return found != sessions.end() ? &found->second : nullptr;
-}
-
 Session& login(std::string_view user, std::string_view password) {
   const bool known =
       std::find(std::begin(userNames), std::end(userNames), user) != std::end(userNames);
@@ -101,11 +96,11 @@ void logout() {
 }
 
 void selectSession(std::int32_t id) {
-  Session* session = findSession(id);
-  if (session == nullptr) {
+  const auto found = sessions.find(id);
+  if (found == sessions.end()) {
     throw Failure(ErrBadSession, "there is no session " + std::to_string(id));
   }
-  current = session;
+  current = &found->second;
   selectTransaction(id);
 }
 

@@ -30,7 +30,6 @@ struct Session {
 Session* currentSession();
 // The same, but throws ErrBadSession.
 Session& requireSession();
-Session* findSession(std::int32_t id);
 
 // Checks the user and makes a new session current. Throws ErrLoginDenied or ErrTooManySessions.
 Session& login(std::string_view user, std::string_view password);

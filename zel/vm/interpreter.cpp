@@ -222,7 +222,8 @@ bool answerFrom(ProcessState& process, std::size_t depth) {
   return depth > 0;
 }
 
-std::size_t homeDepth(const ProcessState& process) {
+std::size_t homeDepth(ProcessState& process) {
+  process.awaiting = notAwaiting;
   const std::uint32_t home = process.frames.back().home;
   for (std::size_t depth = process.frames.size(); depth-- > 0;) {
     if (process.frames[depth].serial == home) return depth;
@@ -242,6 +243,28 @@ void storeInstance(Machine& machine, const Frame& frame, std::size_t index) {
   storeNamed(frame.receiver, index, machine.process->stack.back());
 }
 
+void countAndSend(Machine& machine, OopType selector, std::size_t argumentCount,
+                  OopType lookupClass = 0) {
+  countStep(machine);
+  sendMessage(machine, selector, argumentCount, lookupClass);
+}
+
+// Replaces two small integers on top of the stack by their result; false when it is no work for
+// this path.
+bool computeSmall(std::vector<OopType>& stack, ArithmeticKind kind) {
+  const OopType result = smallArithmetic(kind, stack[stack.size() - 2], stack.back());
+  if (result == 0) return false;
+  stack.pop_back();
+  stack.back() = result;
+  return true;
+}
+
+void makeArray(std::vector<OopType>& stack, std::size_t size) {
+  const OopType array = arrayOop({stack.end() - static_cast<std::ptrdiff_t>(size), stack.end()});
+  stack.resize(stack.size() - size);
+  stack.push_back(array);
+}
+
 // Carries out one program until its first frame answers.
 OopType interpret(Machine& machine) {
   ProcessState& process = *machine.process;
@@ -249,102 +272,47 @@ OopType interpret(Machine& machine) {
   while (true) {
     Frame& frame = process.frames.back();
     const Op op = frame.code->ops[frame.pc++];
+    const auto literal = [&] { return frame.code->literals[op.a]; };
+    const auto jumpIf = [&](bool condition) {
+      if (condition) frame.pc = op.a;
+    };
+    // One line an operation.
+    // clang-format off
     switch (op.code) {
-      case OpCode::pushLiteral:
-        stack.push_back(frame.code->literals[op.a]);
+      case OpCode::pushLiteral: stack.push_back(literal()); break;
+      case OpCode::pushSelf: stack.push_back(frame.receiver); break;
+      case OpCode::pushFrame: stack.push_back(stack[frame.base + op.a]); break;
+      case OpCode::storeFrame: stack[frame.base + op.a] = stack.back(); break;
+      case OpCode::pushOuter: stack.push_back(outerPlace(frame, op.a, op.b)); break;
+      case OpCode::storeOuter: outerPlace(frame, op.a, op.b) = stack.back(); break;
+      case OpCode::pushInstance: stack.push_back(findObject(frame.receiver)->slots[op.a]); break;
+      case OpCode::storeInstance: storeInstance(machine, frame, op.a); break;
+      case OpCode::pushGlobal: stack.push_back(readGlobal(machine, literal())); break;
+      case OpCode::storeGlobal: writeGlobal(machine, literal(), stack.back()); break;
+      case OpCode::makeEnvironment: makeEnvironment(frame, op.a); break;
+      case OpCode::pop: stack.pop_back(); break;
+      case OpCode::duplicate: stack.push_back(stack.back()); break;
+      case OpCode::send: countAndSend(machine, literal(), op.b); break;
+      case OpCode::sendSuper: countAndSend(machine, literal(), op.b, frame.code->owner); break;
+      case OpCode::arithmetic:
+        if (!computeSmall(stack, ArithmeticKind{op.b})) countAndSend(machine, literal(), 1);
         break;
-      case OpCode::pushSelf:
-        stack.push_back(frame.receiver);
-        break;
-      case OpCode::pushFrame:
-        stack.push_back(stack[frame.base + op.a]);
-        break;
-      case OpCode::storeFrame:
-        stack[frame.base + op.a] = stack.back();
-        break;
-      case OpCode::pushOuter:
-        stack.push_back(outerPlace(frame, op.a, op.b));
-        break;
-      case OpCode::storeOuter:
-        outerPlace(frame, op.a, op.b) = stack.back();
-        break;
-      case OpCode::pushInstance:
-        stack.push_back(findObject(frame.receiver)->slots[op.a]);
-        break;
-      case OpCode::storeInstance:
-        storeInstance(machine, frame, op.a);
-        break;
-      case OpCode::pushGlobal:
-        stack.push_back(readGlobal(machine, frame.code->literals[op.a]));
-        break;
-      case OpCode::storeGlobal:
-        writeGlobal(machine, frame.code->literals[op.a], stack.back());
-        break;
-      case OpCode::makeEnvironment:
-        makeEnvironment(frame, op.a);
-        break;
-      case OpCode::pop:
-        stack.pop_back();
-        break;
-      case OpCode::duplicate:
-        stack.push_back(stack.back());
-        break;
-      case OpCode::send:
-        countStep(machine);
-        sendMessage(machine, frame.code->literals[op.a], op.b);
-        break;
-      case OpCode::sendSuper:
-        countStep(machine);
-        sendMessage(machine, frame.code->literals[op.a], op.b, frame.code->owner);
-        break;
-      case OpCode::arithmetic: {
-        const OopType result = smallArithmetic(static_cast<ArithmeticKind>(op.b),
-                                               stack[stack.size() - 2], stack.back());
-        if (result == 0) {
-          countStep(machine);
-          sendMessage(machine, frame.code->literals[op.a], 1);
-        } else {
-          stack.pop_back();
-          stack.back() = result;
-        }
-        break;
-      }
-      case OpCode::jumpBack:
-        countStep(machine);
-        frame.pc = op.a;
-        break;
-      case OpCode::jump:
-        frame.pc = op.a;
-        break;
-      case OpCode::jumpIfFalse:
-        if (!takeCondition(process)) frame.pc = op.a;
-        break;
-      case OpCode::jumpIfTrue:
-        if (takeCondition(process)) frame.pc = op.a;
-        break;
-      case OpCode::jumpIfNil:
-        if (stack.back() == NilOop) frame.pc = op.a;
-        break;
-      case OpCode::jumpIfNotNil:
-        if (stack.back() != NilOop) frame.pc = op.a;
-        break;
-      case OpCode::makeBlock:
-        stack.push_back(makeBlock(frame, op.a));
-        break;
-      case OpCode::makeArray: {
-        const OopType array = arrayOop({stack.end() - op.a, stack.end()});
-        stack.resize(stack.size() - op.a);
-        stack.push_back(array);
-        break;
-      }
+      case OpCode::jumpBack: countStep(machine); frame.pc = op.a; break;
+      case OpCode::jump: frame.pc = op.a; break;
+      case OpCode::jumpIfFalse: jumpIf(!takeCondition(process)); break;
+      case OpCode::jumpIfTrue: jumpIf(takeCondition(process)); break;
+      case OpCode::jumpIfNil: jumpIf(stack.back() == NilOop); break;
+      case OpCode::jumpIfNotNil: jumpIf(stack.back() != NilOop); break;
+      case OpCode::makeBlock: stack.push_back(makeBlock(frame, op.a)); break;
+      case OpCode::makeArray: makeArray(stack, op.a); break;
       case OpCode::answer:
         if (!answerFrom(process, process.frames.size() - 1)) return stack.back();
         break;
       case OpCode::answerHome:
-        process.awaiting = notAwaiting;
         if (!answerFrom(process, homeDepth(process))) return stack.back();
         break;
     }
+    // clang-format on
   }
 }
 

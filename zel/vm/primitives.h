@@ -1,5 +1,7 @@
-// The messages that the library itself carries out. Each install function adds one family to the
-// classes; docs/language.md lists what they do.
+// The messages that the library itself carries out. docs/language.md lists what they do.
+//
+// Each prims_*.cpp has one family of them and ends with its table: the messages of each class, and
+// those of the class itself.
 #pragma once
 
 #include <span>
@@ -9,21 +11,27 @@
 
 namespace zel {
 
-struct PrimitiveSpec {
-  OopType owner;
+struct Primitive {
   const char* selector;
-  PrimitiveFType primitive;
-  bool classSide = false;
+  PrimitiveFType function;
 };
 
-void installAll(std::span<const PrimitiveSpec> all);
+struct ClassPrimitives {
+  OopType owner;
+  std::span<const Primitive> messages;
+  std::span<const Primitive> classMessages;  // to the class itself
+};
 
-void installObjectPrimitives();
-void installNumberPrimitives();
-void installStringPrimitives();
-void installCollectionPrimitives();
-void installClassPrimitives();
-void installControlPrimitives();
-void installSystemPrimitives();
+using PrimitiveTable = std::span<const ClassPrimitives>;
+extern const PrimitiveTable objectPrimitives;
+extern const PrimitiveTable numberPrimitives;
+extern const PrimitiveTable stringPrimitives;
+extern const PrimitiveTable collectionPrimitives;
+extern const PrimitiveTable classPrimitives;
+extern const PrimitiveTable controlPrimitives;
+extern const PrimitiveTable systemPrimitives;
+
+// Adds all of them to their classes, which must exist.
+void installPrimitives();
 
 }  // namespace zel

@@ -80,28 +80,32 @@ OopType includesBehavior(Machine&, OopType receiver, const OopType* args) {
   return booleanOop(isClass(args[0]) && inheritsFrom(receiver, args[0]));
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {ClassClass, "new", newMessage},
-    {ClassClass, "new:", newSize},
-    {ClassClass, "name", name},
-    {ClassClass, "superclass", classSlot<ClassSuperclass>},
-    {ClassClass, "instVarNames", classSlot<ClassInstVarNames>},
-    {ClassClass, "classHistory", classSlot<ClassHistory>},
-    {ClassClass, "subclass:", subclass},
-    {ClassClass, "subclass:instVarNames:", subclassWithNames},
-    {ClassClass, "compile:", compile<false>},
-    {ClassClass, "compileClassMethod:", compile<true>},
-    {ClassClass, "selectors", selectors},
-    {ClassClass, "methodAt:", methodAt},
-    {ClassClass, "inheritsFrom:", inheritsFromMessage},
-    {ClassClass, "includesBehavior:", includesBehavior},
-    {MethodClass, "source", methodSource},
+constexpr Primitive classMessages[] = {
+    {"new", newMessage},
+    {"new:", newSize},
+    {"name", name},
+    {"superclass", classSlot<ClassSuperclass>},
+    {"instVarNames", classSlot<ClassInstVarNames>},
+    {"classHistory", classSlot<ClassHistory>},
+    {"subclass:", subclass},
+    {"subclass:instVarNames:", subclassWithNames},
+    {"compile:", compile<false>},
+    {"compileClassMethod:", compile<true>},
+    {"selectors", selectors},
+    {"methodAt:", methodAt},
+    {"inheritsFrom:", inheritsFromMessage},
+    {"includesBehavior:", includesBehavior},
+};
+constexpr Primitive methodMessages[] = {
+    {"source", methodSource},
+};
+constexpr ClassPrimitives families[] = {
+    {ClassClass, classMessages, {}},
+    {MethodClass, methodMessages, {}},
 };
 
 }  // namespace
 
-void installClassPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable classPrimitives = families;
 
 }  // namespace zel

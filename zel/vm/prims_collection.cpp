@@ -266,36 +266,45 @@ OopType dictionaryKeys(Machine&, OopType receiver, const OopType*) {
   return arrayOop(keys);
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {CollectionClass, "asArray", asArray},
-    {CollectionClass, "values", asArray},
-    {CollectionClass, "asOrderedCollection", asOrderedCollection},
-    {CollectionClass, "asSet", asSet},
-    {SequenceClass, "size", size},
-    {SequenceClass, "at:", at},
-    {SequenceClass, "at:put:", atPut},
-    {SequenceClass, "add:", add},
-    {SequenceClass, "size:", setSize},
-    {SequenceClass, "copyFrom:to:", copyFromTo},
-    {SequenceClass, ",", concatenate},
-    {OrderedCollectionClass, "removeAtIndex:", removeAtIndex},
-    {OrderedCollectionClass, "addFirst:", addFirst},
-    {SetClass, "size", setSizeOf},
-    {SetClass, "add:", setAddMessage},
-    {SetClass, "includes:", setIncludesMessage},
-    {SetClass, "removeIfPresent:", setRemoveMessage},
-    {DictionaryClass, "size", dictionarySize},
-    {DictionaryClass, "valueAt:", dictionaryValueAt},
-    {DictionaryClass, "at:put:", dictionaryAtPut},
-    {DictionaryClass, "includesKey:", dictionaryIncludesKey},
-    {DictionaryClass, "removeKeyIfPresent:", dictionaryRemoveKey},
-    {DictionaryClass, "keys", dictionaryKeys},
+constexpr Primitive collectionMessages[] = {
+    {"asArray", asArray},
+    {"values", asArray},
+    {"asOrderedCollection", asOrderedCollection},
+    {"asSet", asSet},
+};
+constexpr Primitive sequenceMessages[] = {
+    {"size", size},     {"at:", at},        {"at:put:", atPut},
+    {"add:", add},      {"size:", setSize}, {"copyFrom:to:", copyFromTo},
+    {",", concatenate},
+};
+constexpr Primitive orderedCollectionMessages[] = {
+    {"removeAtIndex:", removeAtIndex},
+    {"addFirst:", addFirst},
+};
+constexpr Primitive setMessages[] = {
+    {"size", setSizeOf},
+    {"add:", setAddMessage},
+    {"includes:", setIncludesMessage},
+    {"removeIfPresent:", setRemoveMessage},
+};
+constexpr Primitive dictionaryMessages[] = {
+    {"size", dictionarySize},
+    {"valueAt:", dictionaryValueAt},
+    {"at:put:", dictionaryAtPut},
+    {"includesKey:", dictionaryIncludesKey},
+    {"removeKeyIfPresent:", dictionaryRemoveKey},
+    {"keys", dictionaryKeys},
+};
+constexpr ClassPrimitives families[] = {
+    {CollectionClass, collectionMessages, {}},
+    {SequenceClass, sequenceMessages, {}},
+    {OrderedCollectionClass, orderedCollectionMessages, {}},
+    {SetClass, setMessages, {}},
+    {DictionaryClass, dictionaryMessages, {}},
 };
 
 }  // namespace
 
-void installCollectionPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable collectionPrimitives = families;
 
 }  // namespace zel

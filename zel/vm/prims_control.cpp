@@ -113,31 +113,40 @@ OopType errorText(Machine& machine, OopType, const OopType* args) {
   return classSignalText(machine, ErrorClass, args);
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {BlockClass, "value", blockValue<0>},
-    {BlockClass, "value:", blockValue<1>},
-    {BlockClass, "value:value:", blockValue<2>},
-    {BlockClass, "value:value:value:", blockValue<3>},
-    {BlockClass, "value:value:value:value:", blockValue<4>},
-    {BlockClass, "valueWithArguments:", blockValueWithArguments},
-    {BlockClass, "numArgs", numArgs},
-    {BlockClass, "on:do:", onDo},
-    {ObjectClass, "perform:", perform<0>},
-    {ObjectClass, "perform:with:", perform<1>},
-    {ObjectClass, "perform:with:with:", perform<2>},
-    {ObjectClass, "perform:with:with:with:", perform<3>},
-    {ObjectClass, "perform:withArguments:", performWithArguments},
-    {ObjectClass, "error:", errorText},
-    {ExceptionClass, "signal", signal},
-    {ExceptionClass, "signal:", signalText},
-    {ExceptionClass, "signal", classSignal, true},
-    {ExceptionClass, "signal:", classSignalText, true},
+constexpr Primitive blockMessages[] = {
+    {"value", blockValue<0>},
+    {"value:", blockValue<1>},
+    {"value:value:", blockValue<2>},
+    {"value:value:value:", blockValue<3>},
+    {"value:value:value:value:", blockValue<4>},
+    {"valueWithArguments:", blockValueWithArguments},
+    {"numArgs", numArgs},
+    {"on:do:", onDo},
+};
+constexpr Primitive objectMessages[] = {
+    {"perform:", perform<0>},
+    {"perform:with:", perform<1>},
+    {"perform:with:with:", perform<2>},
+    {"perform:with:with:with:", perform<3>},
+    {"perform:withArguments:", performWithArguments},
+    {"error:", errorText},
+};
+constexpr Primitive exceptionMessages[] = {
+    {"signal", signal},
+    {"signal:", signalText},
+};
+constexpr Primitive exceptionClassMessages[] = {
+    {"signal", classSignal},
+    {"signal:", classSignalText},
+};
+constexpr ClassPrimitives families[] = {
+    {BlockClass, blockMessages, {}},
+    {ObjectClass, objectMessages, {}},
+    {ExceptionClass, exceptionMessages, exceptionClassMessages},
 };
 
 }  // namespace
 
-void installControlPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable controlPrimitives = families;
 
 }  // namespace zel

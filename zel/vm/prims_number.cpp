@@ -1,6 +1,7 @@
 // Arithmetic. Integers have 64 bits and report an overflow; a float on either side makes the
 // operation one of floats.
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "objmem/classes.h"
@@ -65,37 +66,12 @@ OopType arithmetic(Machine&, OopType receiver, const OopType* args) {
   return integerOop(result);
 }
 
-struct Less {
-  template <typename T>
-  static bool of(T a, T b) {
-    return a < b;
-  }
-};
-struct Greater {
-  template <typename T>
-  static bool of(T a, T b) {
-    return a > b;
-  }
-};
-struct AtMost {
-  template <typename T>
-  static bool of(T a, T b) {
-    return a <= b;
-  }
-};
-struct AtLeast {
-  template <typename T>
-  static bool of(T a, T b) {
-    return a >= b;
-  }
-};
-
 template <typename Comparison>
 OopType compare(Machine&, OopType receiver, const OopType* args) {
   if (areIntegers(receiver, args[0])) {
-    return booleanOop(Comparison::of(integerValue(receiver), integerValue(args[0])));
+    return booleanOop(Comparison()(integerValue(receiver), integerValue(args[0])));
   }
-  return booleanOop(Comparison::of(numberValue(receiver), numberValue(args[0])));
+  return booleanOop(Comparison()(numberValue(receiver), numberValue(args[0])));
 }
 
 // An exact quotient stays an integer, any other becomes a float.
@@ -241,45 +217,48 @@ OopType isNaN(Machine&, OopType receiver, const OopType*) {
   return booleanOop(std::isnan(floatValue(receiver)));
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {NumberClass, "+", arithmetic<Add>},
-    {NumberClass, "-", arithmetic<Subtract>},
-    {NumberClass, "*", arithmetic<Multiply>},
-    {NumberClass, "/", divide},
-    {NumberClass, "//", floorQuotient},
-    {NumberClass, "\\\\", floorRemainder},
-    {IntegerClass, "quo:", truncatedQuotient},
-    {IntegerClass, "rem:", truncatedRemainder},
-    {NumberClass, "<", compare<Less>},
-    {NumberClass, ">", compare<Greater>},
-    {NumberClass, "<=", compare<AtMost>},
-    {NumberClass, ">=", compare<AtLeast>},
-    {NumberClass, "sqrt", floatFunction<std::sqrt>},
-    {NumberClass, "sin", floatFunction<std::sin>},
-    {NumberClass, "cos", floatFunction<std::cos>},
-    {NumberClass, "tan", floatFunction<std::tan>},
-    {NumberClass, "exp", floatFunction<std::exp>},
-    {NumberClass, "ln", floatFunction<std::log>},
-    {NumberClass, "floor", rounding<std::floor>},
-    {NumberClass, "ceiling", rounding<std::ceil>},
-    {NumberClass, "rounded", rounding<std::round>},
-    {NumberClass, "truncated", rounding<std::trunc>},
-    {NumberClass, "asInteger", rounding<std::trunc>},
-    {NumberClass, "raisedTo:", raisedTo},
-    {NumberClass, "asFloat", asFloat},
-    {FloatClassOop, "isNaN", isNaN},
-    {IntegerClass, "bitAnd:", bits<'&'>},
-    {IntegerClass, "bitOr:", bits<'|'>},
-    {IntegerClass, "bitXor:", bits<'^'>},
-    {IntegerClass, "bitShift:", bitShift},
-    {IntegerClass, "asCharacter", asCharacter},
-    {IntegerClass, "printString:", printStringRadix},
+constexpr Primitive numberMessages[] = {
+    {"+", arithmetic<Add>},
+    {"-", arithmetic<Subtract>},
+    {"*", arithmetic<Multiply>},
+    {"/", divide},
+    {"//", floorQuotient},
+    {"\\\\", floorRemainder},
+    {"<", compare<std::less<>>},
+    {">", compare<std::greater<>>},
+    {"<=", compare<std::less_equal<>>},
+    {">=", compare<std::greater_equal<>>},
+    {"sqrt", floatFunction<std::sqrt>},
+    {"sin", floatFunction<std::sin>},
+    {"cos", floatFunction<std::cos>},
+    {"tan", floatFunction<std::tan>},
+    {"exp", floatFunction<std::exp>},
+    {"ln", floatFunction<std::log>},
+    {"floor", rounding<std::floor>},
+    {"ceiling", rounding<std::ceil>},
+    {"rounded", rounding<std::round>},
+    {"truncated", rounding<std::trunc>},
+    {"asInteger", rounding<std::trunc>},
+    {"raisedTo:", raisedTo},
+    {"asFloat", asFloat},
+};
+constexpr Primitive integerMessages[] = {
+    {"quo:", truncatedQuotient},  {"rem:", truncatedRemainder},
+    {"bitAnd:", bits<'&'>},       {"bitOr:", bits<'|'>},
+    {"bitXor:", bits<'^'>},       {"bitShift:", bitShift},
+    {"asCharacter", asCharacter}, {"printString:", printStringRadix},
+};
+constexpr Primitive floatMessages[] = {
+    {"isNaN", isNaN},
+};
+constexpr ClassPrimitives families[] = {
+    {NumberClass, numberMessages, {}},
+    {IntegerClass, integerMessages, {}},
+    {FloatClassOop, floatMessages, {}},
 };
 
 }  // namespace
 
-void installNumberPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable numberPrimitives = families;
 
 }  // namespace zel

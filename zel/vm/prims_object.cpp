@@ -1,5 +1,4 @@
 // Messages that every object understands.
-#include "lang/compiler.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
@@ -86,36 +85,31 @@ OopType instVarAtPut(Machine&, OopType receiver, const OopType* args) {
   return findObject(receiver)->slots[index] = args[1];
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {ObjectClass, "class", classMessage},
-    {ObjectClass, "==", identical},
-    {ObjectClass, "~~", notIdentical},
-    {ObjectClass, "=", equal},
-    {ObjectClass, "~=", notEqual},
-    {ObjectClass, "hash", hash},
-    {ObjectClass, "identityHash", identityHash},
-    {ObjectClass, "printString", printStringMessage},
-    {ObjectClass, "displayString", displayStringMessage},
-    {ObjectClass, "isKindOf:", isKindOfMessage},
-    {ObjectClass, "isMemberOf:", isMemberOf},
-    {ObjectClass, "respondsTo:", respondsTo},
-    {ObjectClass, "copy", copy},
-    {ObjectClass, "isInvariant", isInvariant},
-    {ObjectClass, "asOop", asOop},
-    {ObjectClass, "instVarAt:", instVarAt},
-    {ObjectClass, "instVarAt:put:", instVarAtPut},
+constexpr Primitive objectMessages[] = {
+    {"class", classMessage},
+    {"==", identical},
+    {"~~", notIdentical},
+    {"=", equal},
+    {"~=", notEqual},
+    {"hash", hash},
+    {"identityHash", identityHash},
+    {"printString", printStringMessage},
+    {"displayString", displayStringMessage},
+    {"isKindOf:", isKindOfMessage},
+    {"isMemberOf:", isMemberOf},
+    {"respondsTo:", respondsTo},
+    {"copy", copy},
+    {"isInvariant", isInvariant},
+    {"asOop", asOop},
+    {"instVarAt:", instVarAt},
+    {"instVarAt:put:", instVarAtPut},
+};
+constexpr ClassPrimitives families[] = {
+    {ObjectClass, objectMessages, {}},
 };
 
 }  // namespace
 
-void installAll(std::span<const PrimitiveSpec> all) {
-  for (const PrimitiveSpec& entry : all) {
-    installPrimitive(entry.owner, entry.selector, entry.classSide, entry.primitive);
-  }
-}
-
-void installObjectPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable objectPrimitives = families;
 
 }  // namespace zel

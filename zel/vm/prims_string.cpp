@@ -1,9 +1,8 @@
 // Strings of both widths, symbols, characters and date-times.
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <chrono>
-#include <cstring>
+#include <functional>
 
 #include "lang/lexer.h"
 #include "objmem/classes.h"
@@ -45,17 +44,10 @@ int order(OopType receiver, OopType argument) {
   }
   return textOf(receiver).compare(textOf(argument));
 }
-OopType less(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(order(receiver, args[0]) < 0);
-}
-OopType greater(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(order(receiver, args[0]) > 0);
-}
-OopType atMost(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(order(receiver, args[0]) <= 0);
-}
-OopType atLeast(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(order(receiver, args[0]) >= 0);
+
+template <typename Comparison>
+OopType compare(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(Comparison()(order(receiver, args[0]), 0));
 }
 
 template <int (*function)(int)>
@@ -158,17 +150,12 @@ OopType characterValue(Machine&, OopType receiver, const OopType*) {
 OopType characterWithValue(Machine&, OopType, const OopType* args) {
   return characterOop(static_cast<std::uint32_t>(integerArgument(args[0], 0, 0xFFFF)));
 }
-OopType characterLess(Machine&, OopType receiver, const OopType* args) {
+template <typename Comparison>
+OopType characterCompare(Machine&, OopType receiver, const OopType* args) {
   if (!isCharacter(args[0])) {
     throw Failure(ErrNotCharacter, "a character is expected, not " + describe(args[0]), {args[0]});
   }
-  return booleanOop(receiver < args[0]);
-}
-OopType characterGreater(Machine&, OopType receiver, const OopType* args) {
-  if (!isCharacter(args[0])) {
-    throw Failure(ErrNotCharacter, "a character is expected, not " + describe(args[0]), {args[0]});
-  }
-  return booleanOop(receiver > args[0]);
+  return booleanOop(Comparison()(receiver, args[0]));
 }
 template <int (*function)(int)>
 OopType characterTest(Machine&, OopType receiver, const OopType*) {
@@ -219,45 +206,56 @@ OopType dateTimeLess(Machine&, OopType receiver, const OopType* args) {
   return booleanOop(instant(receiver) < instant(args[0]));
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {StringKindClassOop, ",", concatenate},
-    {StringKindClassOop, "<", less},
-    {StringKindClassOop, ">", greater},
-    {StringKindClassOop, "<=", atMost},
-    {StringKindClassOop, ">=", atLeast},
-    {StringKindClassOop, "asUppercase", mapCase<std::toupper>},
-    {StringKindClassOop, "asLowercase", mapCase<std::tolower>},
-    {StringKindClassOop, "reversed", reversed},
-    {StringKindClassOop, "indexOfString:", indexOfString},
-    {StringKindClassOop, "trimmed", trimmed},
-    {StringKindClassOop, "subStrings:", subStrings},
-    {StringKindClassOop, "copyReplaceAll:with:", replaceAll},
-    {StringKindClassOop, "asSymbol", asSymbol},
-    {StringKindClassOop, "asString", asString},
-    {StringKindClassOop, "asDoubleByteString", asDoubleByteString},
-    {StringKindClassOop, "asNumber", asNumber},
-    {CharacterClass, "asInteger", characterValue},
-    {CharacterClass, "value", characterValue},
-    {CharacterClass, "value:", characterWithValue, true},
-    {CharacterClass, "<", characterLess},
-    {CharacterClass, ">", characterGreater},
-    {CharacterClass, "isLetter", characterTest<std::isalpha>},
-    {CharacterClass, "isDigit", characterTest<std::isdigit>},
-    {CharacterClass, "isSeparator", characterTest<std::isspace>},
-    {CharacterClass, "asUppercase", characterMap<std::toupper>},
-    {CharacterClass, "asLowercase", characterMap<std::tolower>},
-    {DateTimeClassOop, "year", dateTimePart<0>},
-    {DateTimeClassOop, "dayOfYear", dateTimePart<1>},
-    {DateTimeClassOop, "milliseconds", dateTimePart<2>},
-    {DateTimeClassOop, "<", dateTimeLess},
-    {DateTimeClassOop, "now", dateTimeNow, true},
-    {DateTimeClassOop, "year:dayOfYear:milliseconds:", dateTimeNew, true},
+constexpr Primitive stringMessages[] = {
+    {",", concatenate},
+    {"<", compare<std::less<>>},
+    {">", compare<std::greater<>>},
+    {"<=", compare<std::less_equal<>>},
+    {">=", compare<std::greater_equal<>>},
+    {"asUppercase", mapCase<std::toupper>},
+    {"asLowercase", mapCase<std::tolower>},
+    {"reversed", reversed},
+    {"indexOfString:", indexOfString},
+    {"trimmed", trimmed},
+    {"subStrings:", subStrings},
+    {"copyReplaceAll:with:", replaceAll},
+    {"asSymbol", asSymbol},
+    {"asString", asString},
+    {"asDoubleByteString", asDoubleByteString},
+    {"asNumber", asNumber},
+};
+constexpr Primitive characterMessages[] = {
+    {"asInteger", characterValue},
+    {"value", characterValue},
+    {"<", characterCompare<std::less<>>},
+    {">", characterCompare<std::greater<>>},
+    {"isLetter", characterTest<std::isalpha>},
+    {"isDigit", characterTest<std::isdigit>},
+    {"isSeparator", characterTest<std::isspace>},
+    {"asUppercase", characterMap<std::toupper>},
+    {"asLowercase", characterMap<std::tolower>},
+};
+constexpr Primitive characterClassMessages[] = {
+    {"value:", characterWithValue},
+};
+constexpr Primitive dateTimeMessages[] = {
+    {"year", dateTimePart<0>},
+    {"dayOfYear", dateTimePart<1>},
+    {"milliseconds", dateTimePart<2>},
+    {"<", dateTimeLess},
+};
+constexpr Primitive dateTimeClassMessages[] = {
+    {"now", dateTimeNow},
+    {"year:dayOfYear:milliseconds:", dateTimeNew},
+};
+constexpr ClassPrimitives families[] = {
+    {StringKindClassOop, stringMessages, {}},
+    {CharacterClass, characterMessages, characterClassMessages},
+    {DateTimeClassOop, dateTimeMessages, dateTimeClassMessages},
 };
 
 }  // namespace
 
-void installStringPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable stringPrimitives = families;
 
 }  // namespace zel

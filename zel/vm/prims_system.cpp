@@ -1,5 +1,4 @@
 // Messages to System: transactions, suspension, and what the session says about itself.
-#include "lang/compiler.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "session/changes.h"
@@ -46,26 +45,27 @@ OopType memoryBytes(Machine&, OopType, const OopType*) {
   return integerOop(static_cast<std::int64_t>(memoryStatistics().bytes));
 }
 
-constexpr PrimitiveSpec specs[] = {
-    {SystemClass, "commit", commit, true},
-    {SystemClass, "commitTransaction", commit, true},
-    {SystemClass, "abort", abortMessage, true},
-    {SystemClass, "abortTransaction", abortMessage, true},
-    {SystemClass, "needsCommit", needsCommit, true},
-    {SystemClass, "suspend:", suspend, true},
-    {SystemClass, "userName", userName, true},
-    {SystemClass, "sessionId", sessionId, true},
-    {SystemClass, "sessionCount", sessions, true},
-    {SystemClass, "version", version, true},
-    {SystemClass, "collectGarbage", collectGarbage, true},
-    {SystemClass, "objectCount", objectCount, true},
-    {SystemClass, "memoryBytes", memoryBytes, true},
+constexpr Primitive systemClassMessages[] = {
+    {"commit", commit},
+    {"commitTransaction", commit},
+    {"abort", abortMessage},
+    {"abortTransaction", abortMessage},
+    {"needsCommit", needsCommit},
+    {"suspend:", suspend},
+    {"userName", userName},
+    {"sessionId", sessionId},
+    {"sessionCount", sessions},
+    {"version", version},
+    {"collectGarbage", collectGarbage},
+    {"objectCount", objectCount},
+    {"memoryBytes", memoryBytes},
+};
+constexpr ClassPrimitives families[] = {
+    {SystemClass, {}, systemClassMessages},
 };
 
 }  // namespace
 
-void installSystemPrimitives() {
-  installAll(specs);
-}
+constinit const PrimitiveTable systemPrimitives = families;
 
 }  // namespace zel

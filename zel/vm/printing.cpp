@@ -1,10 +1,12 @@
 #include "printing.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 
 #include "objmem/classes.h"
+#include "objmem/names.h"
 #include "objmem/values.h"
 
 namespace zel {
@@ -29,16 +31,9 @@ std::string quoted(std::string_view text) {
 }
 
 bool isPlainSymbol(std::string_view text) {
-  if (text.empty()) return false;
-  const bool letterFirst = std::isalpha(static_cast<unsigned char>(text[0])) != 0 || text[0] == '_';
-  for (const char c : text) {
-    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':';
-    if (letterFirst && !plain) return false;
-    if (!letterFirst && std::string_view("+-*/\\<>=~,%&?@|!").find(c) == std::string_view::npos) {
-      return false;
-    }
-  }
-  return true;
+  if (text.empty() || !isLetter(text[0])) return isBinarySelector(text);
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return isWordCharacter(c) || c == ':'; });
 }
 
 std::string printDateTime(const ZelDateTimeSType& time) {

@@ -1,0 +1,37 @@
+// The characters of names and selectors.
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+namespace zel {
+
+constexpr std::string_view binaryCharacters = "+-*/\\<>=~,%&?@|!";
+
+constexpr bool isUppercase(char c) {
+  return c >= 'A' && c <= 'Z';
+}
+constexpr bool isLetter(char c) {
+  return isUppercase(c) || (c >= 'a' && c <= 'z') || c == '_';
+}
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+constexpr bool isWordCharacter(char c) {
+  return isLetter(c) || isDigit(c);
+}
+constexpr bool isBinary(char c) {
+  return binaryCharacters.find(c) != std::string_view::npos;
+}
+
+// A letter first, then letters and digits; _ is a letter.
+constexpr bool isName(std::string_view text) {
+  return !text.empty() && isLetter(text[0]) &&
+         std::all_of(text.begin(), text.end(), isWordCharacter);
+}
+// A selector such as + or <=.
+constexpr bool isBinarySelector(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), isBinary);
+}
+
+}  // namespace zel
