@@ -15,10 +15,11 @@
 
 namespace zel {
 
-// Numbers of the database's own errors. Those from 2501 on belong to the embedded library alone.
+// Numbers of the database's own errors, in sequence where none is written. Those from 2501 to 2599
+// belong to the embedded library alone.
 enum ErrorNumber : std::int32_t {
   ErrBadSubscript = 2004,
-  ErrBadMessageParts = 2005,
+  ErrBadMessageParts,
   ErrDoesNotUnderstand = 2010,
   ErrNotInCollection = 2015,
   ErrBadArgumentKind = 2094,
@@ -27,29 +28,30 @@ enum ErrorNumber : std::int32_t {
   ErrTooDeep = 2138,
   ErrDateTimeRange = 2161,
   ErrNotLong = 2163,
-  ErrNotCharacter = 2164,
+  ErrNotCharacter,
   ErrInternal = 2183,
   ErrUnknownName = 2189,
   ErrNoMemory = 2208,
   ErrNotBoolean = 2211,
   ErrCompile = 2501,
-  ErrSuspended = 2502,
-  ErrUser = 2503,
-  ErrZeroDivide = 2504,
-  ErrOverflow = 2505,
-  ErrInvariant = 2506,
-  ErrNoSuchObject = 2507,
-  ErrConflict = 2508,
-  ErrNotImplemented = 2509,
-  ErrNotSuspended = 2510,
-  ErrDeadReturn = 2511,
-  ErrTooManySessions = 2512,
+  ErrSuspended,
+  ErrUser,
+  ErrZeroDivide,
+  ErrOverflow,
+  ErrInvariant,
+  ErrNoSuchObject,
+  ErrConflict,
+  ErrNotImplemented,
+  ErrNotSuspended,
+  ErrDeadReturn,
+  ErrTooManySessions,
   ErrLoginDenied = 4051,
   ErrBadSession = 4100,
   ErrBadArgument = 5065,
   ErrSoftBreak = 6003,
-  ErrHardBreak = 6004,
+  ErrHardBreak,
 };
+static_assert(ErrNotCharacter == 2164 && ErrTooManySessions == 2512 && ErrHardBreak == 6004);
 
 // One error on its way up.
 struct Failure {

@@ -119,21 +119,15 @@ class Emitter {
     return hops;
   }
 
-  void load(const Variable& variable) {
-    if (variable.captured) {
-      emit(OpCode::pushOuter, variable.place, hopsTo(variable));
+  void access(const Variable& variable, OpCode inFrame, OpCode outside) {
+    if (!variable.captured) {
+      emit(inFrame, variable.place);
     } else {
-      emit(OpCode::pushFrame, variable.place);
+      emit(outside, variable.place, hopsTo(variable));
     }
   }
-
-  void store(const Variable& variable) {
-    if (variable.captured) {
-      emit(OpCode::storeOuter, variable.place, hopsTo(variable));
-    } else {
-      emit(OpCode::storeFrame, variable.place);
-    }
-  }
+  void load(const Variable& variable) { access(variable, OpCode::pushFrame, OpCode::pushOuter); }
+  void store(const Variable& variable) { access(variable, OpCode::storeFrame, OpCode::storeOuter); }
 
   std::size_t instVarIndex(const std::string& name) const {
     return static_cast<std::size_t>(std::find(instVars_.begin(), instVars_.end(), name) -
@@ -236,7 +230,7 @@ class Emitter {
     }
   }
 
-  // A condition is on the stack; `taken` or `otherwise` may be null, meaning nil.
+  // A condition is on the stack. `otherwise` may be null: the value is then `missing`.
   void emitChoice(OpCode skip, const Node* taken, const Node* otherwise, OopType missing) {
     const std::size_t toOther = emit(skip);
     emitInlined(*taken);
@@ -250,7 +244,7 @@ class Emitter {
     land(toEnd);
   }
 
-  // The receiver is on the stack and stays there as the value if `branch` is not taken.
+  // The receiver is on the stack and stays there as the value where a block is null.
   void emitIfNil(const Node* nilBlock, const Node* otherBlock) {
     const std::size_t toOther = emit(OpCode::jumpIfNotNil);
     if (nilBlock != nullptr) {
@@ -327,54 +321,42 @@ class Emitter {
     emitCount(counter, limit, 1, *send.parts[0]);
   }
 
+  void emitRepeat(const Node& body) {
+    const std::size_t top = code_.ops.size();
+    emitInlined(body);
+    emit(OpCode::pop);
+    emit(OpCode::jumpBack, top);
+    pushLiteral(NilOop);  // never reached
+  }
+
   void emitControl(Control control, Node& send) {
+    constexpr OpCode ifFalse = OpCode::jumpIfFalse;
+    constexpr OpCode ifTrue = OpCode::jumpIfTrue;
     const std::vector<Node*>& parts = send.parts;
+    // One line a form.
+    // clang-format off
     switch (control) {
-      case Control::ifTrue:
-        return emitChoice(OpCode::jumpIfFalse, parts[0], nullptr, NilOop);
-      case Control::ifFalse:
-        return emitChoice(OpCode::jumpIfTrue, parts[0], nullptr, NilOop);
-      case Control::ifTrueIfFalse:
-        return emitChoice(OpCode::jumpIfFalse, parts[0], parts[1], NilOop);
-      case Control::ifFalseIfTrue:
-        return emitChoice(OpCode::jumpIfTrue, parts[0], parts[1], NilOop);
-      case Control::andBlock:
-        return emitChoice(OpCode::jumpIfFalse, parts[0], nullptr, FalseOop);
-      case Control::orBlock:
-        return emitChoice(OpCode::jumpIfTrue, parts[0], nullptr, TrueOop);
-      case Control::ifNil:
-        return emitIfNil(parts[0], nullptr);
-      case Control::ifNotNil:
-        return emitIfNil(nullptr, parts[0]);
-      case Control::ifNilIfNotNil:
-        return emitIfNil(parts[0], parts[1]);
-      case Control::ifNotNilIfNil:
-        return emitIfNil(parts[1], parts[0]);
-      case Control::whileTrue:
-        return emitWhile(*send.receiver, OpCode::jumpIfFalse, nullptr);
-      case Control::whileFalse:
-        return emitWhile(*send.receiver, OpCode::jumpIfTrue, nullptr);
-      case Control::whileTrueDo:
-        return emitWhile(*send.receiver, OpCode::jumpIfFalse, parts[0]);
-      case Control::whileFalseDo:
-        return emitWhile(*send.receiver, OpCode::jumpIfTrue, parts[0]);
-      case Control::toDo:
-        return emitToDo(send, 1, *parts[1]);
-      case Control::toByDo:
-        return emitToDo(send, smallIntValue(parts[1]->literal), *parts[2]);
-      case Control::timesRepeat:
-        return emitTimesRepeat(send);
-      case Control::repeat: {
-        const std::size_t top = code_.ops.size();
-        emitInlined(*send.receiver);
-        emit(OpCode::pop);
-        emit(OpCode::jumpBack, top);
-        pushLiteral(NilOop);  // never reached
-        return;
-      }
-      case Control::none:
-        return;
+      case Control::ifTrue: return emitChoice(ifFalse, parts[0], nullptr, NilOop);
+      case Control::ifFalse: return emitChoice(ifTrue, parts[0], nullptr, NilOop);
+      case Control::ifTrueIfFalse: return emitChoice(ifFalse, parts[0], parts[1], NilOop);
+      case Control::ifFalseIfTrue: return emitChoice(ifTrue, parts[0], parts[1], NilOop);
+      case Control::andBlock: return emitChoice(ifFalse, parts[0], nullptr, FalseOop);
+      case Control::orBlock: return emitChoice(ifTrue, parts[0], nullptr, TrueOop);
+      case Control::ifNil: return emitIfNil(parts[0], nullptr);
+      case Control::ifNotNil: return emitIfNil(nullptr, parts[0]);
+      case Control::ifNilIfNotNil: return emitIfNil(parts[0], parts[1]);
+      case Control::ifNotNilIfNil: return emitIfNil(parts[1], parts[0]);
+      case Control::whileTrue: return emitWhile(*send.receiver, ifFalse, nullptr);
+      case Control::whileFalse: return emitWhile(*send.receiver, ifTrue, nullptr);
+      case Control::whileTrueDo: return emitWhile(*send.receiver, ifFalse, parts[0]);
+      case Control::whileFalseDo: return emitWhile(*send.receiver, ifTrue, parts[0]);
+      case Control::toDo: return emitToDo(send, 1, *parts[1]);
+      case Control::toByDo: return emitToDo(send, smallIntValue(parts[1]->literal), *parts[2]);
+      case Control::timesRepeat: return emitTimesRepeat(send);
+      case Control::repeat: return emitRepeat(*send.receiver);
+      case Control::none: return;
     }
+    // clang-format on
   }
 
   Tree& tree_;

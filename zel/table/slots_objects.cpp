@@ -40,11 +40,12 @@ Object& oopsObject(OopType oop) {
   return object;
 }
 
-// Copies up to `count` oops from `first` on, as far as `end`.
-long copyOops(const Object& object, std::size_t first, std::size_t end, OopType* buffer,
-              ArraySizeType count) {
-  const std::size_t copied = std::min<std::size_t>(count, end - first);
-  if (copied != 0) std::memcpy(buffer, object.slots.data() + first, copied * sizeof(OopType));
+// Copies up to `count` of the elements from `first` on, as far as `end`.
+template <typename Element>
+long copyElements(const std::vector<Element>& elements, std::size_t first, std::size_t end,
+                  void* buffer, std::size_t count) {
+  const std::size_t copied = std::min(count, end - first);
+  if (copied != 0) std::memcpy(buffer, elements.data() + first, copied * sizeof(Element));
   return static_cast<long>(copied);
 }
 
@@ -96,17 +97,12 @@ void describeObject(OopType oop, ZelObjInfoSType& info) {
 ArraySizeType copyBody(OopType oop, long start, ArraySizeType bufferSize, ByteType* buffer) {
   const Object* object = findObject(oop);
   if (object == nullptr) return 0;
-  const std::size_t first = offsetOf(oop, start, object->size());
-  const std::size_t left = object->size() - first;
-  if (object->impl == Impl::bytes) {
-    const std::size_t copied = std::min<std::size_t>(bufferSize, left);
-    if (copied != 0) std::memcpy(buffer, object->bytes.data() + first, copied);
-    return static_cast<ArraySizeType>(copied);
-  }
-  const std::size_t copied = std::min<std::size_t>(bufferSize / sizeof(OopType), left);
-  if (copied != 0) {
-    std::memcpy(buffer, object->slots.data() + first, copied * sizeof(OopType));
-  }
+  const std::size_t end = object->size();
+  const std::size_t first = offsetOf(oop, start, end);
+  const long copied =
+      object->impl == Impl::bytes
+          ? copyElements(object->bytes, first, end, buffer, bufferSize)
+          : copyElements(object->slots, first, end, buffer, bufferSize / sizeof(OopType));
   return static_cast<ArraySizeType>(copied);
 }
 
@@ -130,11 +126,8 @@ long ZelFetchBytes(OopType oop, long start, ByteType* buffer, ArraySizeType coun
   return guarded(0L, [&] {
     requireSession();
     requirePointer(buffer, count, "the byte buffer");
-    const Object& object = bytesObject(oop);
-    const std::size_t first = offsetOf(oop, start, object.bytes.size());
-    const std::size_t copied = std::min<std::size_t>(count, object.bytes.size() - first);
-    if (copied != 0) std::memcpy(buffer, object.bytes.data() + first, copied);
-    return static_cast<long>(copied);
+    const std::vector<ByteType>& bytes = bytesObject(oop).bytes;
+    return copyElements(bytes, offsetOf(oop, start, bytes.size()), bytes.size(), buffer, count);
   });
 }
 
@@ -145,7 +138,7 @@ long ZelFetchVaryingOops(OopType oop, long start, OopType* buffer, ArraySizeType
     const Object& object = oopsObject(oop);
     const auto named = static_cast<std::size_t>(object.namedSize);
     const std::size_t first = offsetOf(oop, start, object.indexedSize()) + named;
-    return copyOops(object, first, object.slots.size(), buffer, count);
+    return copyElements(object.slots, first, object.slots.size(), buffer, count);
   });
 }
 
@@ -166,7 +159,7 @@ long ZelFetchNamedOops(OopType oop, long start, OopType* buffer, ArraySizeType c
     requirePointer(buffer, count, "the oop buffer");
     const Object& object = objectAt(oop);
     const auto named = static_cast<std::size_t>(object.namedSize);
-    return copyOops(object, offsetOf(oop, start, named), named, buffer, count);
+    return copyElements(object.slots, offsetOf(oop, start, named), named, buffer, count);
   });
 }
 

@@ -19,7 +19,7 @@ struct Primitive {
 struct ClassPrimitives {
   OopType owner;
   std::span<const Primitive> messages;
-  std::span<const Primitive> classMessages;  // to the class itself
+  std::span<const Primitive> classMessages = {};  // to the class itself
 };
 
 using PrimitiveTable = std::span<const ClassPrimitives>;

@@ -100,8 +100,8 @@ constexpr Primitive methodMessages[] = {
     {"source", methodSource},
 };
 constexpr ClassPrimitives families[] = {
-    {ClassClass, classMessages, {}},
-    {MethodClass, methodMessages, {}},
+    {ClassClass, classMessages},
+    {MethodClass, methodMessages},
 };
 
 }  // namespace

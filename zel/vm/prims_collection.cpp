@@ -217,9 +217,12 @@ OopType asSet(Machine&, OopType receiver, const OopType*) {
   return oop;
 }
 
-OopType setSizeOf(Machine&, OopType receiver, const OopType*) {
-  return integerOop(static_cast<std::int64_t>(findObject(receiver)->indexedSize()));
+// Of a set with stride 1, of a dictionary with stride 2.
+template <std::size_t stride>
+OopType hashedSize(Machine&, OopType receiver, const OopType*) {
+  return integerOop(static_cast<std::int64_t>(findObject(receiver)->indexedSize() / stride));
 }
+
 OopType setAddMessage(Machine&, OopType receiver, const OopType* args) {
   if (!setIncludes(receiver, args[0])) {
     prepareWrite(receiver);
@@ -236,9 +239,6 @@ OopType setRemoveMessage(Machine&, OopType receiver, const OopType* args) {
   return booleanOop(setRemove(receiver, args[0]));
 }
 
-OopType dictionarySize(Machine&, OopType receiver, const OopType*) {
-  return integerOop(static_cast<std::int64_t>(findObject(receiver)->indexedSize() / 2));
-}
 OopType dictionaryValueAt(Machine&, OopType receiver, const OopType* args) {
   const OopType value = dictionaryAt(receiver, args[0]);
   return value != 0 ? value : NilOop;
@@ -282,13 +282,13 @@ constexpr Primitive orderedCollectionMessages[] = {
     {"addFirst:", addFirst},
 };
 constexpr Primitive setMessages[] = {
-    {"size", setSizeOf},
+    {"size", hashedSize<1>},
     {"add:", setAddMessage},
     {"includes:", setIncludesMessage},
     {"removeIfPresent:", setRemoveMessage},
 };
 constexpr Primitive dictionaryMessages[] = {
-    {"size", dictionarySize},
+    {"size", hashedSize<2>},
     {"valueAt:", dictionaryValueAt},
     {"at:put:", dictionaryAtPut},
     {"includesKey:", dictionaryIncludesKey},
@@ -296,11 +296,11 @@ constexpr Primitive dictionaryMessages[] = {
     {"keys", dictionaryKeys},
 };
 constexpr ClassPrimitives families[] = {
-    {CollectionClass, collectionMessages, {}},
-    {SequenceClass, sequenceMessages, {}},
-    {OrderedCollectionClass, orderedCollectionMessages, {}},
-    {SetClass, setMessages, {}},
-    {DictionaryClass, dictionaryMessages, {}},
+    {CollectionClass, collectionMessages},
+    {SequenceClass, sequenceMessages},
+    {OrderedCollectionClass, orderedCollectionMessages},
+    {SetClass, setMessages},
+    {DictionaryClass, dictionaryMessages},
 };
 
 }  // namespace

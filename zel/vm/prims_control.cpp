@@ -140,8 +140,8 @@ constexpr Primitive exceptionClassMessages[] = {
     {"signal:", classSignalText},
 };
 constexpr ClassPrimitives families[] = {
-    {BlockClass, blockMessages, {}},
-    {ObjectClass, objectMessages, {}},
+    {BlockClass, blockMessages},
+    {ObjectClass, objectMessages},
     {ExceptionClass, exceptionMessages, exceptionClassMessages},
 };
 

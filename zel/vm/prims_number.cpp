@@ -252,9 +252,9 @@ constexpr Primitive floatMessages[] = {
     {"isNaN", isNaN},
 };
 constexpr ClassPrimitives families[] = {
-    {NumberClass, numberMessages, {}},
-    {IntegerClass, integerMessages, {}},
-    {FloatClassOop, floatMessages, {}},
+    {NumberClass, numberMessages},
+    {IntegerClass, integerMessages},
+    {FloatClassOop, floatMessages},
 };
 
 }  // namespace

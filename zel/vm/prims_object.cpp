@@ -13,17 +13,13 @@ namespace {
 OopType classMessage(Machine&, OopType receiver, const OopType*) {
   return classOf(receiver);
 }
-OopType identical(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(receiver == args[0]);
+template <bool same>
+OopType identity(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop((receiver == args[0]) == same);
 }
-OopType notIdentical(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(receiver != args[0]);
-}
-OopType equal(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(equalOops(receiver, args[0]));
-}
-OopType notEqual(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(!equalOops(receiver, args[0]));
+template <bool same>
+OopType equality(Machine&, OopType receiver, const OopType* args) {
+  return booleanOop(equalOops(receiver, args[0]) == same);
 }
 OopType hash(Machine&, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(hashOop(receiver) >> 4));
@@ -87,10 +83,10 @@ OopType instVarAtPut(Machine&, OopType receiver, const OopType* args) {
 
 constexpr Primitive objectMessages[] = {
     {"class", classMessage},
-    {"==", identical},
-    {"~~", notIdentical},
-    {"=", equal},
-    {"~=", notEqual},
+    {"==", identity<true>},
+    {"~~", identity<false>},
+    {"=", equality<true>},
+    {"~=", equality<false>},
     {"hash", hash},
     {"identityHash", identityHash},
     {"printString", printStringMessage},
@@ -105,7 +101,7 @@ constexpr Primitive objectMessages[] = {
     {"instVarAt:put:", instVarAtPut},
 };
 constexpr ClassPrimitives families[] = {
-    {ObjectClass, objectMessages, {}},
+    {ObjectClass, objectMessages},
 };
 
 }  // namespace

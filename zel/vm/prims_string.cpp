@@ -249,7 +249,7 @@ constexpr Primitive dateTimeClassMessages[] = {
     {"year:dayOfYear:milliseconds:", dateTimeNew},
 };
 constexpr ClassPrimitives families[] = {
-    {StringKindClassOop, stringMessages, {}},
+    {StringKindClassOop, stringMessages},
     {CharacterClass, characterMessages, characterClassMessages},
     {DateTimeClassOop, dateTimeMessages, dateTimeClassMessages},
 };
