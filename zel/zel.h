@@ -12,4 +12,5 @@
 
 #include <povzel/zeltable.h>
 
+// The table, the same one at each call; it lives as long as the library is loaded. From any thread.
 extern "C" POVZEL_EXPORT const ZelRtlJumpSType* ZelGetRtlTable();

@@ -13,6 +13,7 @@ struct KernelMethod {
   bool classSide = false;
 };
 
+// All of them, in an order in which they can be compiled.
 std::span<const KernelMethod> kernelMethods();
 
 }  // namespace zel

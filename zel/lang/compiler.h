@@ -22,6 +22,7 @@ void installPrimitive(OopType owner, std::string_view selector, bool classSide,
 // How many arguments the selector takes, by its form; -1 when it is no selector.
 int argumentCountOf(std::string_view selector);
 
+// Marks the literals of a method, for collections.
 void markCode(const Code& code, Marker mark);
 
 }  // namespace zel

@@ -39,13 +39,18 @@ enum ClassFormatBits : std::uint32_t {
 // Makes the classes that exist from the start, and the dictionary of globals.
 void bootstrapClasses();
 
+// Whether the oop names a class; any oop is allowed.
 bool isClass(OopType oop);
+// The class of a value or an object; UndefinedObject for nil and for oops that name nothing.
 OopType classOf(OopType oop);
+// What a class says about itself; the argument must be a class. Object's superclass is nil. The
+// format is made of ClassFormatBits; the name is for messages and printing.
 OopType superclassOf(OopType classOop);
 std::uint32_t formatOf(OopType classOop);
-// The class's name, for messages and printing.
 std::string nameOf(OopType classOop);
+// Whether the class is `ancestor` or below it.
 bool inheritsFrom(OopType classOop, OopType ancestor);
+// Whether the value or object is an instance of the class or of one below it.
 bool isKindOf(OopType oop, OopType classOop);
 
 // An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when

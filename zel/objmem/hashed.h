@@ -10,7 +10,9 @@
 
 namespace zel {
 
+// Whether the program's `=` holds. Throws ErrTooDeep when comparing takes too long.
 bool equalOops(OopType a, OopType b);
+// A hash that equal values share.
 std::uint32_t hashOop(OopType oop);
 
 constexpr std::size_t notFound = SIZE_MAX;
@@ -19,12 +21,13 @@ constexpr std::size_t notFound = SIZE_MAX;
 // `stride` is 1 for sets, 2 for dictionaries; `identity` compares identities.
 std::size_t findPosition(OopType collection, OopType key, std::size_t stride, bool identity);
 
-// Sets. The caller has prepared the object for writing.
+// Sets. The caller has prepared the object for writing. setAdd passes over elements that are there;
+// setRemove answers whether there was one.
 bool setIncludes(OopType set, OopType element);
 void setAdd(OopType set, OopType element);
 bool setRemove(OopType set, OopType element);
 
-// Dictionaries. dictionaryAt answers 0 when the key is absent.
+// Dictionaries, in the same way. dictionaryAt answers 0 when the key is absent.
 OopType dictionaryAt(OopType dictionary, OopType key);
 void dictionaryPut(OopType dictionary, OopType key, OopType value);
 bool dictionaryRemove(OopType dictionary, OopType key);

@@ -33,6 +33,7 @@ OopType allocate(OopType classOop, Impl impl, std::size_t named, std::size_t ind
 // Creates the object with the fixed oop `oop`, which must be free.
 Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named, bool indexable);
 // Changes the number of slots or bytes; new ones are nil or 0. Growth by small steps is amortised.
+// Throws ErrNoMemory and leaves the object as it was.
 void resizeBody(Object& object, std::size_t size);
 // Tells the memory that something beside the objects (a stack, a before-image) grew by `bytes`
 // or shrank when negative. Throws ErrNoMemory when the limit is passed.
@@ -48,6 +49,7 @@ void addRootVisitor(void (*visitor)(Marker mark));
 // Registers a function called between marking and sweeping, to drop weak references to objects
 // for which isMarked is false.
 void addWeakVisitor(void (*visitor)());
+// Whether the running collection keeps what the oop stands for; true for immediate values.
 bool isMarked(OopType oop);
 // How a process's stacks are visited; set by the interpreter.
 void setProcessVisitor(void (*visitor)(const ProcessState& process, Marker mark));
@@ -64,7 +66,8 @@ inline std::uint32_t lookupEpoch = 0;
 
 // Held for the client: every oop that a table function answers is kept from collection until the
 // client releases it, or until trimHandedOut finds it among neither the last thousand nor the
-// last four megabytes handed out. handOut answers `oop` itself.
+// last four megabytes handed out. handOut answers `oop` itself. Both pass over values without a
+// body; releaseHandedOut also over what was not handed out.
 OopType handOut(OopType oop);
 void releaseHandedOut(OopType oop);
 // Called when the client begins a new request.
@@ -75,6 +78,7 @@ struct MemoryStatistics {
   std::size_t bytes;
   std::size_t tableSize;
 };
+// What the memory holds at the moment: objects, their bytes and entries of the object table.
 MemoryStatistics memoryStatistics();
 
 // Frees every object and forgets all visitors.

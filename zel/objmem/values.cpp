@@ -218,12 +218,6 @@ OopType arrayOop(const std::vector<OopType>& elements) {
   return oop;
 }
 
-OopType associationOop(OopType key, OopType value) {
-  const OopType oop = newInstance(AssociationClass);
-  findObject(oop)->slots = {key, value};
-  return oop;
-}
-
 OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time) {
   constexpr std::int32_t dayMs = 86'400'000;
   constexpr std::int32_t farthestYear = 999'999;

@@ -41,7 +41,9 @@ void endTransactions(std::int32_t sessionId);
 // Says which session's changes follow; 0 for none (no images are kept then).
 void selectTransaction(std::int32_t sessionId);
 
+// Marks what the kept images hold, for collections.
 void markChanges(Marker mark);
+// Forgets all transactions.
 void clearChanges();
 
 }  // namespace zel

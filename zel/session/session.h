@@ -37,9 +37,11 @@ Session& login(std::string_view user, std::string_view password);
 void logout();
 // Makes the session current. Throws ErrBadSession and leaves the current one as it was.
 void selectSession(std::int32_t id);
+// Sessions open at the moment.
 std::size_t sessionCount();
 
-// The export set of a session: oops that stay alive for the client whatever happens.
+// The export set of a session: oops that stay alive for the client whatever happens. Exporting
+// throws ErrNoSuchObject for what has no body; exporting and releasing twice is no error.
 void exportObject(Session& session, OopType oop);
 void releaseObject(Session& session, OopType oop);
 void releaseAllObjects(Session& session);
@@ -51,11 +53,14 @@ void noteChanged(OopType oop);
 std::size_t takeChanged(Session& session, OopType* oops, std::size_t room, bool& complete);
 
 // The error that waits for ZelErr: of the current session, or of the process when there is none.
+// Setting replaces an earlier one; taking answers false, and leaves `error` alone, if none waits.
 void setPendingError(const Failure& failure);
 bool takePendingError(ZelErrSType& error);
 void dropPendingError();
 
+// Marks variables, export sets and pending errors, for collections.
 void markSessions(Marker mark);
+// Forgets all sessions, without a commit.
 void clearSessions();
 
 }  // namespace zel

@@ -14,6 +14,7 @@ namespace zel {
 void leaveError(const Failure& failure) noexcept;
 void leaveMemoryError() noexcept;
 
+// Answers what `body` answers, or `otherwise` when it fails.
 template <typename Result, typename Body>
 Result guarded(Result otherwise, Body body) noexcept {
   try {

@@ -25,11 +25,12 @@ struct ExecutionLimits {
   std::uint64_t steps = 200'000'000;  // messages and turns of loops in one run
   std::size_t frames = 20'000;        // activations at a time
 };
+// Sets the limits of all further runs.
 void setExecutionLimits(const ExecutionLimits& limits);
 
-// Runs a compiled text.
+// Runs a compiled text and answers its value. Throws the Failure that no handler took.
 OopType executeMethod(OopType method);
-// Sends a message from outside.
+// Sends a message from outside, in the same way.
 OopType performMessage(OopType receiver, OopType selector, const std::vector<OopType>& arguments);
 
 // Continues a suspended process: with the value of the message it waits for, with a failure in
@@ -47,6 +48,7 @@ constexpr OopType frameChanged = 0;
 void sendMessage(Machine& machine, OopType selector, std::size_t argumentCount,
                  OopType lookupClass = 0);
 void activateBlock(Machine& machine, std::size_t argumentCount);
+// How many arguments the block takes.
 std::uint32_t blockArguments(OopType block);
 // on:do: with the block, the exception class and the handler block on the stack.
 void activateProtected(Machine& machine);
@@ -55,6 +57,7 @@ void activateProtected(Machine& machine);
 // there is none.
 OopType lookupMethod(OopType classOop, OopType selector, bool classSide);
 
+// Mark the running process, and what a process's stacks hold, for collections.
 void markRunning(Marker mark);
 void markProcess(const ProcessState& process, Marker mark);
 
