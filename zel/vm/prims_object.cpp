@@ -73,7 +73,8 @@ std::size_t namedIndex(OopType receiver, OopType index) {
   return static_cast<std::size_t>(integerArgument(index, 1, named)) - 1;
 }
 OopType instVarAt(Machine&, OopType receiver, const OopType* args) {
-  return findObject(receiver)->slots[namedIndex(receiver, args[0])];
+  const std::size_t index = namedIndex(receiver, args[0]);
+  return findObject(receiver)->slots[index];
 }
 OopType instVarAtPut(Machine&, OopType receiver, const OopType* args) {
   const std::size_t index = namedIndex(receiver, args[0]);
