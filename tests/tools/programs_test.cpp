@@ -1,88 +1,68 @@
 // The small programs of the installation.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <string>
+
+#include "child.h"
 
 namespace {
 
-constexpr char installation[] = POVZEL_INSTALLATION;
-
-struct Finished {
-  int status;
-  std::string output;
-};
+const std::string installation = POVZEL_INSTALLATION;
 
 // Runs a program of the installation through the shell, with its errors in its output.
-Finished run(const std::string& command) {
-  setenv("TARVOLIN", installation, 1);
-  FILE* pipe = popen((std::string(installation) + "/bin/" + command + " 2>&1").c_str(), "r");
-  Finished result{};
-  char buffer[4096];
-  for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-    result.output.append(buffer, got);
-  }
-  result.status = WEXITSTATUS(pclose(pipe));
-  return result;
+ChildResult run(const std::string& command, const std::string& settings = "") {
+  return runInChild([&] {
+    const std::string line = settings + " exec '" + installation + "/bin/'" + command + " 2>&1";
+    setenv("TARVOLIN", installation.c_str(), 1);
+    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+  });
 }
 
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
+void expectParts(const std::string& text, const std::vector<std::string>& parts) {
+  for (const std::string& part : parts) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << " in\n" << text;
+  }
 }
 
 TEST(TvInfo, ShowsWhatIsInForce) {
-  const Finished all = run("tvinfo");
-  EXPECT_EQ(all.status, 0);
-  const std::string lib = std::string(installation) + "/lib/";
-  for (const std::string& part :
-       {std::string("Tarvolin Object Database"), std::string("VERSION: 6.7, Sun Dec"),
-        std::string("CPU architecture   i686"), std::string("TARVOLIN           ") + installation,
-        std::string(installation) + "/sys/english67.err\n                     in use",
-        "found              " + lib + "libzelrpc67", "found              " + lib + "libzellnk67"}) {
-    EXPECT_TRUE(contains(all.output, part)) << part << " in\n" << all.output;
-  }
-  setenv("ZELRTL_VERSION", "99", 1);
-  const Finished missing = run("tvinfo");
-  unsetenv("ZELRTL_VERSION");
-  EXPECT_TRUE(contains(missing.output, "not found          dlopen(" + lib + "libzelrpc99.so)"))
-      << missing.output;
-  EXPECT_TRUE(contains(missing.output, "not usable         dlopen(libzelrpc99.so) failed because"));
+  const ChildResult all = run("tvinfo");
+  EXPECT_TRUE(all.exitedWith(0));
+  const std::string lib = installation + "/lib/";
+  expectParts(all.out, {"Tarvolin Object Database", "VERSION: 6.7, Sun Dec",
+                        "CPU architecture   i686", "TARVOLIN           " + installation,
+                        installation + "/sys/english67.err\n                     in use",
+                        "found              " + lib + "libzelrpc67",
+                        "found              " + lib + "libzellnk67"});
+  expectParts(run("tvinfo", "ZELRTL_VERSION=99").out,
+              {"not found          dlopen(" + lib + "libzelrpc99.so)",
+               "not usable         dlopen(libzelrpc99.so) failed because"});
 }
 
 TEST(TvInfo, ShowsMessages) {
-  EXPECT_EQ(run("tvinfo --errno 13").output, "errno=13, EACCES, Permission denied\n");
-  EXPECT_EQ(run("tvinfo --symbol host.fork9b").output, "Log of a child process\n");
-  EXPECT_EQ(run("tvinfo --symbol nonsense").status, 1);
-  EXPECT_EQ(run("tvinfo --errno x").status, 2);
-  EXPECT_EQ(run("tvinfo --help").status, 2);
+  EXPECT_EQ(run("tvinfo --errno 13").out, "errno=13, EACCES, Permission denied\n");
+  EXPECT_EQ(run("tvinfo --symbol host.fork9b").out, "Log of a child process\n");
+  EXPECT_TRUE(run("tvinfo --symbol nonsense").exitedWith(1));
+  EXPECT_TRUE(run("tvinfo --errno x").exitedWith(2));
+  EXPECT_TRUE(run("tvinfo --help").exitedWith(2));
 }
 
 TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
   const std::string pid = std::to_string(getpid());
-  const Finished plain = run("gstack " + pid);
-  EXPECT_EQ(plain.status, 0);
-  EXPECT_TRUE(contains(plain.output, "Thread ")) << plain.output;
+  const ChildResult plain = run("gstack " + pid);
+  EXPECT_TRUE(plain.exitedWith(0));
+  expectParts(plain.out, {"Thread "});
 
   // The tools that the script itself needs, but no debugger.
-  char path[] = "pathXXXXXX";
-  ASSERT_NE(mkdtemp(path), nullptr);
-  const std::string bin = std::filesystem::current_path().string() + "/" + path;
-  ASSERT_EQ(std::system(
-                ("for tool in sh cat awk sed; do ln -s $(command -v $tool) " + bin + "/$tool; done")
-                    .c_str()),
-            0);
-  const std::string before = std::getenv("PATH");
-  setenv("PATH", bin.c_str(), 1);
-  const Finished bare = run("gstack " + pid);
-  setenv("PATH", before.c_str(), 1);
-  EXPECT_EQ(bare.status, 0);
-  EXPECT_TRUE(contains(bare.output, "Thread " + pid + " (programs_test): state ")) << bare.output;
-  EXPECT_EQ(run("gstack x").status, 2);
-  EXPECT_EQ(run("gstack 999999999").status, 1);
+  std::filesystem::create_directory("bin");
+  for (const char* tool : {"sh", "cat", "awk", "sed"}) {
+    std::filesystem::create_symlink("/usr/bin/" + std::string(tool), "bin/" + std::string(tool));
+  }
+  const ChildResult bare = run("gstack " + pid, "PATH=$PWD/bin");
+  EXPECT_TRUE(bare.exitedWith(0));
+  expectParts(bare.out, {"Thread " + pid + " (programs_test): state "});
+  EXPECT_TRUE(run("gstack x").exitedWith(2));
+  EXPECT_TRUE(run("gstack 999999999").exitedWith(1));
 }
 
 }  // namespace

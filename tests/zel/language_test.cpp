@@ -27,7 +27,7 @@ TEST_F(Language, AnswersAsTheTableSays) {
     EXPECT_EQ(line.substr(at + arrow.size()), show(line.substr(0, at))) << "line " << number;
     ++rows;
   }
-  EXPECT_LT(150, rows);
+  EXPECT_LT(100, rows);
 }
 
 TEST_F(Language, KnowsControlCharacters) {

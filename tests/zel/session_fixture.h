@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "vm/printing.h"
 #include "zel.h"
@@ -15,16 +16,13 @@ class ZelSession : public testing::Test {
     ASSERT_NE(0, zel->ZelLogin("SystemUser", "swordfish"));
     zel->ZelDirtyObjsInit();
   }
-  void TearDown() override {
-    zel->ZelShutdown();
-    zel->ZelUnload();
-  }
+  void TearDown() override { zel->ZelShutdown(); }
 
   OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
 
   // The printed result, or "error NUMBER" with the message.
-  std::string show(const std::string& source) {
-    const OopType oop = run(source);
+  std::string show(const std::string& source) { return shown(run(source)); }
+  std::string shown(OopType oop) {
     const std::string failure = takeError();
     return failure.empty() ? ::zel::printString(oop) : failure;
   }
