@@ -12,7 +12,7 @@
 class ZelSession : public testing::Test {
  protected:
   void SetUp() override {
-    zel->ZelInit();
+    ASSERT_NE(0, zel->ZelInit());
     ASSERT_NE(0, zel->ZelLogin("SystemUser", "swordfish"));
     zel->ZelDirtyObjsInit();
   }
