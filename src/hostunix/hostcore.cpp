@@ -226,7 +226,7 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
     _exit(panicExitStatus);
   }
 
-  HostFatalErr = 1;
+  HostSetFatalErr(1);
   if (coreAttempts == 1) {
     prepareFirstAttempt();
   } else {
@@ -247,6 +247,6 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
 
   sigaction(SIGCHLD, &oldChildAction, nullptr);
   // A panicking process is not asked to run the application down as well.
-  if (coreAttempts == 1 && shutdownFct != nullptr) shutdownFct();
+  if (coreAttempts == 1) hostShutDownApplication();
   return dumped;
 }

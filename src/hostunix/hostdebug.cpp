@@ -89,7 +89,7 @@ int HostCallDebugger() {
   std::fflush(stderr);
   std::fflush(stdout);
   const bool first = hostFatalReportCount.fetch_add(1) == 0;
-  HostFatalErr = 1;
+  HostSetFatalErr(1);
   if (first && HostFatalReportFunc != nullptr) notifyServer();
   if (!first) abortRecursion();
 

@@ -1,8 +1,12 @@
+// The fault handler's installation, and the handlers that it stands in front of.
+//
+// Chaining runs in the fault handler and is signal-safe but for the earlier handler itself: it
+// calls sigaddset and pthread_sigmask, and reads tables that are written before any signal comes.
+// Installation and HostShutDown belong to the start and the end of the program.
 #include <link.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <iterator>
 
 #include <povzel/hostdebug.h>
 #include <povzel/hostfault.h>
@@ -49,6 +53,27 @@ bool isOwnHandler(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == HostFaultHandler;
 }
 
+// The handler that was there before, where it is a function of the program's; null for the default
+// action, for ignoring, and for our own handler.
+struct sigaction* rememberedHandler(int signal) {
+  if (signal < 0 || signal >= MAX_OLD_HANDLERS || oldHandlersValid[signal] == 0) return nullptr;
+  struct sigaction& action = oldHandlers[signal];
+  return isRealHandler(action) && !isOwnHandler(action) ? &action : nullptr;
+}
+
+bool isInThisLibrary(const void* address) {
+  const auto value = reinterpret_cast<std::uintptr_t>(address);
+  return value >= ownCode.first && value < ownCode.end;
+}
+
+void callHandler(const struct sigaction& action, const SignalEvent& event) {
+  if ((action.sa_flags & SA_SIGINFO) != 0) {
+    action.sa_sigaction(event.signal, event.received, event.context);
+  } else {
+    action.sa_handler(event.signal);
+  }
+}
+
 void checkHandlerLimit(int signal) {
   if (signal < MAX_OLD_HANDLERS) return;
   std::fprintf(stderr, "port error increase hostunix:MAX_OLD_HANDLERS to %d\n", signal + 1);
@@ -83,15 +108,26 @@ void hostForgetOldHandlers() {
   }
 }
 
-struct sigaction* hostRememberedHandler(int signal) {
-  if (signal < 0 || signal >= MAX_OLD_HANDLERS || oldHandlersValid[signal] == 0) return nullptr;
-  struct sigaction& action = oldHandlers[signal];
-  return isRealHandler(action) && !isOwnHandler(action) ? &action : nullptr;
+void hostCallEarlierHandler(const SignalEvent& event) {
+  const struct sigaction* earlier = rememberedHandler(event.signal);
+  if (earlier != nullptr) callHandler(*earlier, event);
 }
 
-bool hostIsInThisLibrary(const void* address) {
-  const auto value = reinterpret_cast<std::uintptr_t>(address);
-  return value >= ownCode.first && value < ownCode.end;
+bool hostChain(const SignalEvent& event) {
+  if (event.signal == SIGABRT) return false;
+  struct sigaction* earlier = rememberedHandler(event.signal);
+  if (earlier == nullptr) return false;
+  if (event.isHardwareSignal() && isInThisLibrary(hostProgramCounter(event.context))) return false;
+
+  const struct sigaction action = *earlier;
+  sigset_t mask = action.sa_mask;
+  if ((action.sa_flags & SA_NODEFER) == 0) sigaddset(&mask, event.signal);
+  if ((action.sa_flags & static_cast<int>(SA_RESETHAND)) != 0) earlier->sa_handler = SIG_DFL;
+  sigset_t current;
+  pthread_sigmask(SIG_SETMASK, &mask, &current);
+  callHandler(action, event);
+  pthread_sigmask(SIG_SETMASK, &current, nullptr);
+  return true;
 }
 
 void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
@@ -99,8 +135,7 @@ void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* s
   signalHandlersInstalled = 1;
   hostForgetOldHandlers();
   dl_iterate_phdr(findOwnCode, nullptr);
-  fileFlusherFct = flushFiles;
-  shutdownFct = shutDown;
+  hostSetApplicationCallbacks(flushFiles, shutDown);
 
   hostIgnoreUnlessHandled(SIGPIPE);
   hostIgnoreUnlessHandled(SIGHUP);

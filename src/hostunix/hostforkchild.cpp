@@ -28,6 +28,8 @@
 #include "internal.h"
 #include "messages/internal.h"
 
+bool hostIsForkedChild = false;
+
 namespace {
 
 constexpr int childFailureStatus = 3;
@@ -37,11 +39,7 @@ constexpr unsigned preparationSeconds = 300;  // more than a slow resolver or fi
 constexpr char defaultLogName[] = "%N%P%M.log";
 constexpr char blanks[] = " \t\n";
 
-// The application's shutdown callback is not run by a child that fails: it belongs to the parent.
-HostFaultFuncType* keptShutdown = nullptr;
-
 [[noreturn]] void endChild() {
-  shutdownFct = keptShutdown;
   _exit(childFailureStatus);
 }
 
@@ -284,13 +282,11 @@ FILE* prepareChild(const ForkPlan& plan, ChildEnvironment& environment, const ch
 }  // namespace
 
 void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
-  keptShutdown = shutdownFct;
-  shutdownFct = nullptr;
+  hostIsForkedChild = true;
   const char** argv = nullptr;
   FILE* log = prepareChild(plan, environment, argv);
 
   UNIXIO_DO_SIGNAL(SIGINT, unixIoIgnoreAction, nullptr);
-  shutdownFct = keptShutdown;
   UnixIoExecv(programOf(argv), argv);
 
   const int reason = errno;

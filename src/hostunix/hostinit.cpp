@@ -148,7 +148,7 @@ void HostInit() {
   UtlInit();
   ErrMsgInit();
   startClocks();
-  HostFatalErr = 0;
+  HostSetFatalErr(0);
   hostUnblockInterrupts();
   rememberTerminal();
   raiseLimits();

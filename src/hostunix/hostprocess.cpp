@@ -44,7 +44,7 @@ BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
 }
 
 void HostKillProcess() {
-  HostFatalErr = 1;
+  HostSetFatalErr(1);
   hostFlushApplicationFiles();
   std::fflush(stderr);
   os.kill(getpid(), SIGKILL);

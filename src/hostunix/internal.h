@@ -3,8 +3,9 @@
 //   start-up      hostinit.cpp, hostlimits.cpp, hostenv.cpp, hostsystem.cpp
 //   signals       hostsignals.cpp
 //   faults        hostfault.cpp (the handler), hostfaultinstall.cpp (installation, chaining),
-//                 hostfaultreport.cpp (the report of a signal that nobody handles),
-//                 hostpages.cpp (guarded pages), hostsafeprint.cpp (printing)
+//                 hostfaultexit.cpp (the ends, switches, callbacks), hostfaultreport.cpp (the
+//                 report of a signal that nobody handles), hostpages.cpp (guarded pages),
+//                 hostsafeprint.cpp (printing)
 //   fatal paths   hostdebug.cpp, hostcore.cpp, hoststack.cpp
 //   processes     hostprocess.cpp, hostspawn.cpp, hostfork.cpp (before the fork),
 //                 hostforkchild.cpp (behind it)
@@ -98,7 +99,7 @@ void hostSafeFormatList(char* buffer, std::size_t size, const char* format, std:
 // Formats a line of at most 255 characters and prints it with HostSignalSafePrint.
 __attribute__((format(printf, 1, 2))) void hostSafePrint(const char* format, ...);
 
-// Faults (hostfault*.cpp)
+// Faults
 
 // A signal as the handler received it.
 struct SignalEvent {
@@ -109,48 +110,70 @@ struct SignalEvent {
 
   // A memory access that faulted.
   bool isFaultSignal() const { return signal == SIGSEGV || signal == SIGBUS; }
+  // One that the hardware raises, or the program's own abort.
+  bool isHardwareSignal() const { return isFaultSignal() || signal == SIGILL || signal == SIGABRT; }
   // Sent by a process or by the program itself, not raised by the hardware or the kernel.
   bool wasSent() const { return info != nullptr && info->si_code < 1; }
 };
 
+// Texts and reports (hostfaultreport.cpp). Signal-safe, all of them.
 const char* hostSignalName(int signal);
 const char* hostSiCodeText(const siginfo_t* info);
-
+long hostHandlerTime();  // seconds since the epoch
+// Prints the whole report, a line at a time.
+void hostReportUnhandledSignal(const SignalEvent& event);
 // The instruction at which the signal arrived, or null when the context is not known.
 const void* hostProgramCounter(const ucontext_t* context);
 
-// Prints the whole report, a line at a time. Signal-safe.
-void hostReportUnhandledSignal(const SignalEvent& event);
-
-// The time for the handler's texts: seconds since the epoch.
-long hostHandlerTime();
-
-// The handler that was there before, where it is a function of the program's; null for the default
-// action, for ignoring, and for our own handler.
-struct sigaction* hostRememberedHandler(int signal);
+// Earlier handlers (hostfaultinstall.cpp)
 
 // Forgets every remembered handler without putting it back.
 void hostForgetOldHandlers();
 
-// Whether `address` lies in this library's code. Signal-safe.
-bool hostIsInThisLibrary(const void* address);
+// Hands the signal to the handler that was there before, under the mask that it asked for. Returns
+// false when there is none, or when the fault is this library's own. Signal-safe but for that
+// handler.
+bool hostChain(const SignalEvent& event);
 
-// Shared with the other fatal paths (hostfault.cpp).
-extern HostFaultFuncType* fileFlusherFct;  // the application's callbacks; null for none
-extern HostFaultFuncType* shutdownFct;
-extern BoolType HostFatalErr;
+// Calls that handler, if there is one, under the mask in force. Signal-safe but for that handler.
+void hostCallEarlierHandler(const SignalEvent& event);
 
-// Calls `callback` unless it is null or at work already (`running`, 0 at start): one that fails
-// itself comes back here, and would be called for ever. Signal-safe, as far as the callback is.
-void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
-
-// Calls the application's file flusher in that way.
-void hostFlushApplicationFiles();
+// Ends by a signal, and the application's part in them (hostfaultexit.cpp)
 
 // Puts the switches of the handler back to what they are at start.
 void hostResetFaultSwitches();
 
+// End the process with status 1 if HostExitOnFault, or HostExitOnGuardPageAccess, was called.
+// Signal-safe.
+void hostObeyExitOnFault(int signal);
+void hostObeyExitOnGuardPageAccess(const void* address);
+
+// Keeps the application's callbacks; null for none.
+void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown);
+
+// Calls `callback` unless it is null or at work already (`running`, 0 at start): one that fails
+// itself comes back here, and would be called for ever. Signal-safe but for the callback.
+void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
+
+// Calls the application's file flusher in that way. Signal-safe but for the callback.
+void hostFlushApplicationFiles();
+
+// Calls the application's shutdown callback, unless this is a child that HostFork prepares.
+// Signal-safe but for the callback.
+void hostShutDownApplication();
+
+// Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
+// the end.
+void hostTerminate(const SignalEvent& event);
+
+// Ends the process with a report and a core. Returns only when the application postpones the end.
+void hostEndByUnhandledSignal(const SignalEvent& event);
+
+// Ends the process because waiting for its children failed with `error`, an errno value.
+[[noreturn]] void hostEndUnableToReap(int error);
+
 // Ends the process by SIGABRT itself, which would otherwise come back into the handler.
+// Signal-safe.
 [[noreturn]] void hostAbortProcess();
 
 // Guarded pages (hostpages.cpp)
@@ -229,6 +252,10 @@ struct ForkPlan {
   int pipeRead;  // server mode: the ready pipe; -1 otherwise
   int pipeWrite;
 };
+
+// Whether this process is such a child: the shutdown callback, which the child has inherited, is
+// the parent's to run.
+extern bool hostIsForkedChild;
 
 // Turns this process, just forked, into the program that the plan names. Never returns.
 [[noreturn]] void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment);
