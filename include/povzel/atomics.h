@@ -5,7 +5,7 @@
 //   if (HostAsmTryLock(&busy, 1000)) { work(); HostAsmUnlock(&busy); }
 //
 // Each read-modify-write is one locked instruction (or a loop around one) and so a full memory
-// barrier. Nothing here can fail, allocates or calls anything: signal handlers may use it all.
+// barrier. Signal-safe: nothing here can fail, allocates or calls anything.
 // Words must be aligned to 4 bytes.
 #pragma once
 

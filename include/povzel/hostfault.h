@@ -10,9 +10,8 @@
 // SIGXCPU, with a report and a core dump otherwise. SIGPIPE and SIGHUP are ignored unless the
 // program handles them.
 //
-// Signal-safe but for what the fatal ends themselves need: the callbacks of the application, the
-// exit handlers (UtlExit), and the core dump with its messages (HostCoredump). The process is lost
-// there anyway, and a second fault on the way ends it at once.
+// Sources: hostfault.cpp (the handler), hostfaultinstall.cpp (installation and chaining),
+// hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report).
 #pragma once
 
 #include <csignal>
@@ -36,7 +35,12 @@ POVZEL_EXPORT void HostInstallFaultHandler(HostFaultFuncType* flushFiles,
 // Puts back every action that HostInstallFaultHandler replaced.
 POVZEL_EXPORT void HostShutDown();
 
-// The handler itself.
+// The handler itself, with the arguments of any SA_SIGINFO handler. A program that has a handler of
+// its own in front may call it for the signals that it does not want.
+//
+// Signal-safe but for the ends of the process, which call the application's callbacks, the exit
+// handlers (UtlExit) and HostCoredump: the process is lost there anyway, and a second fault on the
+// way ends it at once.
 POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
 
 // From now on a fault, an illegal instruction or an abort ends the process at once with status 1,
@@ -59,7 +63,7 @@ POVZEL_EXPORT void HostDelaySigExit(HostSigExitHandlerType postpone,
 // Carries out the exit that was postponed. Does nothing when none was.
 POVZEL_EXPORT void HostDoSigExit();
 
-// Whether a fatal error has been seen.
+// Set and return whether a fatal error has been seen. The fatal paths set it. Signal-safe.
 POVZEL_EXPORT void HostSetFatalErr(BoolType fatal);
 POVZEL_EXPORT BoolType HostGetFatalErr();
 

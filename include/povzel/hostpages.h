@@ -27,12 +27,12 @@ extern "C" {
 POVZEL_EXPORT BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler,
                                        SysErrorSType* err);
 
-// Makes a guarded page readable and writable and frees its slot. Returns 0 when it is not guarded
-// or the system refused.
+// Makes a guarded page readable and writable and frees its slot. Returns 1, or 0 when it is not
+// guarded or the system refused. Signal-safe.
 POVZEL_EXPORT BoolType HostUnProtectPage(char* pageAddr);
 
 // Makes `numBytes` bytes from `addr`, which must start a page, read-only, or readable and
-// writable. Returns whether the system did.
+// writable. Returns whether the system did. Signal-safe.
 POVZEL_EXPORT BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes);
 POVZEL_EXPORT BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes);
 

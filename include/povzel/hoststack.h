@@ -10,9 +10,10 @@ extern "C" {
 
 // Prints the C stacks of the process `forPid` by running "$TARVOLIN/bin/gstack" with its id, and
 // says so when that program is not there. Does nothing for -1. Waits for the programs it runs.
+// Signal-safe.
 POVZEL_EXPORT void HostPrintCStack(PidType forPid);
 
-// Prints the C stacks of this process.
+// Prints the C stacks of this process. Signal-safe.
 POVZEL_EXPORT void HostPrintMyCStack();
 
 // Registers the function that prints the interpreter's stack after the C stack; null for none. It

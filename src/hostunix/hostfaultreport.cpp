@@ -1,4 +1,4 @@
-// Signal-safe throughout: calls clock_gettime(2) and, for output, write(2).
+// Signal-safe throughout: calls clock_gettime(2) and prints with hostSafePrint.
 #include <ucontext.h>
 
 #include <ctime>

@@ -1,3 +1,8 @@
+// Guarded pages.
+//
+// hostHandleGuardPageAccess runs in signal handlers and is signal-safe but for the pages' own
+// handlers: it calls mprotect, a bare system call. So do the calls that unprotect. HostProtectPage
+// reports its failures through the catalogue.
 #include <povzel/hostpages.h>
 
 #include <sys/mman.h>

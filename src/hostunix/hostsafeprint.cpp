@@ -1,3 +1,4 @@
+// Signal-safe throughout: calls write(2) and nothing else.
 #include <povzel/hostsafeprint.h>
 
 #include <unistd.h>

@@ -1,5 +1,10 @@
-// Runs in signal handlers: programs are started with _Fork, which unlike fork takes no lock and
-// calls no fork handlers, and all own output goes through HostSignalSafePrint.
+// Stack printing, in signal handlers too, and in processes that go on afterwards.
+//
+// Signal-safe but for the interpreter's printer, which the embedding program provides. May call
+// _exit, execv, getpid, poll, sigprocmask, waitpid, the atomic primitives and _Fork, which unlike
+// fork takes no lock and calls no fork handlers, and prints with hostSafePrint. The name of the
+// stack printer comes from HostExpandFileName and HostFileType: they read `environ` themselves and
+// call readlink, stat and, where $TARVOLIN is relative, getcwd, all of them bare system calls here.
 #include <povzel/hoststack.h>
 
 #include <poll.h>
@@ -83,8 +88,7 @@ void HostPrintCStack(PidType forPid) {
 
   HostFnameStrType printer;
   HostExpandFileName("$TARVOLIN/bin/gstack", printer, sizeof printer);
-  HostErrSType ignored;
-  if (HostFileExist(printer, &ignored)) {
+  if (HostFileType(printer, nullptr) != HOST_FILE_KIND_ERROR) {
     char id[16];
     hostSafeFormat(id, sizeof id, "%d", forPid);
     const char* const gstack[] = {"gstack", id, nullptr};

@@ -91,12 +91,12 @@ void hostForgetProfTimer();
 using SafeLine = char[256];
 
 // Formats into `buffer` (`size` bytes, at least 1), cut and terminated. Knows %d, %ld, %u, %lu,
-// %x, %p, %s and %%, all without flags or widths; any other directive is copied.
+// %x, %p, %s and %%, all without flags or widths; any other directive is copied. Signal-safe.
 __attribute__((format(printf, 3, 4))) void hostSafeFormat(char* buffer, std::size_t size,
                                                           const char* format, ...);
 void hostSafeFormatList(char* buffer, std::size_t size, const char* format, std::va_list arguments);
 
-// Formats a line of at most 255 characters and prints it with HostSignalSafePrint.
+// Formats a line of at most 255 characters and prints it with HostSignalSafePrint. Signal-safe.
 __attribute__((format(printf, 1, 2))) void hostSafePrint(const char* format, ...);
 
 // Faults
@@ -116,7 +116,7 @@ struct SignalEvent {
   bool wasSent() const { return info != nullptr && info->si_code < 1; }
 };
 
-// Texts and reports (hostfaultreport.cpp). Signal-safe, all of them.
+// Texts and reports (hostfaultreport.cpp). Signal-safe.
 const char* hostSignalName(int signal);
 const char* hostSiCodeText(const siginfo_t* info);
 long hostHandlerTime();  // seconds since the epoch
@@ -183,13 +183,13 @@ void hostForgetProtectedPages();
 
 // Offers an access at `faultAddr` (null: the address is not known, so every guarded page counts) to
 // the handlers of the pages it may concern, in slot order. Returns true when a handler took it and
-// its page has been made accessible. Signal-safe, as far as the handlers are.
+// its page has been made accessible. Signal-safe but for those handlers.
 bool hostHandleGuardPageAccess(char* faultAddr);
 
 // Stacks (hoststack.cpp)
 
 // Prints the C stack of this process and the interpreter's. Does nothing while another thread, or
-// this one further up, is at it already.
+// this one further up, is at it already. Signal-safe but for the interpreter's printer.
 void hostPrintStacks();
 
 // Fatal paths (hostdebug.cpp)

@@ -1,3 +1,4 @@
+// Signal-safe throughout: calls the atomic primitives and nothing else.
 #include <povzel/hostsigterm.h>
 
 #include <povzel/atomics.h>
