@@ -10,14 +10,14 @@ extern "C" {
 
 // Prints the C stacks of the process `forPid` by running "$TARVOLIN/bin/gstack" with its id, and
 // says so when that program is not there. Does nothing for -1. Waits for the programs it runs.
-// Signal-safe.
+// Signal-safe but for reading $TARVOLIN, which no other thread may be changing at that moment.
 POVZEL_EXPORT void HostPrintCStack(PidType forPid);
 
-// Prints the C stacks of this process. Signal-safe.
+// Prints the C stacks of this process. Signal-safe but for the same.
 POVZEL_EXPORT void HostPrintMyCStack();
 
 // Registers the function that prints the interpreter's stack after the C stack; null for none. It
-// is called in signal handlers.
+// is called in signal handlers. Signal-safe.
 POVZEL_EXPORT void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* function);
 
 }  // extern "C"

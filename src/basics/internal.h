@@ -112,7 +112,7 @@ inline constexpr const OsCalls& os = osCallsForTests;
 // Broken guarantees (guarantee.cpp)
 
 // Reports the broken guarantee at `line` of `module` ("src/utlheap") to the fatal path. Returns
-// only when that path is told not to halt.
+// only when that path is told not to halt. Not signal-safe.
 void utlGuaranteeFailed(const char* module, int line);
 
 // Processor (utlcpu.cpp)

@@ -1,9 +1,8 @@
 // The fault handler: what becomes of each signal that reaches it.
 //
-// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call getpid, poll,
+// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, poll,
 // sched_yield, signal, waitpid and the atomic primitives, prints with hostSafePrint, and uses what
-// internal.h marks signal-safe. Beyond that: hostPrintStacks on SIGUSR1, the handlers of guarded
-// pages, and utlGuaranteeFailed, which ends the process unless it is told not to halt.
+// internal.h marks as signal-safe. utlGuaranteeFailed is an end as well, unless `noHalt` is set.
 #include <povzel/hostfault.h>
 
 #include <poll.h>

@@ -95,9 +95,9 @@ BoolType HostUnProtectPage(char* pageAddr) {
 }
 
 BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes) {
-  return os.mprotect(addr, numBytes, PROT_READ) == 0;
+  return mprotect(addr, numBytes, PROT_READ) == 0;
 }
 
 BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes) {
-  return os.mprotect(addr, numBytes, PROT_READ | PROT_WRITE) == 0;
+  return mprotect(addr, numBytes, PROT_READ | PROT_WRITE) == 0;
 }

@@ -163,13 +163,15 @@ void hostFlushApplicationFiles();
 void hostShutDownApplication();
 
 // Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
-// the end.
+// the end. Not signal-safe.
 void hostTerminate(const SignalEvent& event);
 
 // Ends the process with a report and a core. Returns only when the application postpones the end.
+// Not signal-safe.
 void hostEndByUnhandledSignal(const SignalEvent& event);
 
 // Ends the process because waiting for its children failed with `error`, an errno value.
+// Not signal-safe.
 [[noreturn]] void hostEndUnableToReap(int error);
 
 // Ends the process by SIGABRT itself, which would otherwise come back into the handler.
