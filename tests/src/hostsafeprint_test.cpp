@@ -1,31 +1,25 @@
-#include <povzel/hostsafeprint.h>
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
 
 #include "hostunix/internal.h"
 
-namespace {
-
 TEST(HostSafePrint, FormatsAsPrintfDoes) {
   int object = 0;
-  for (const long number : {0L, -1L, 2147483647L, -2147483647L - 1L, 42L}) {
+  for (const int number : {0, -1, 2147483647, -2147483647 - 1, 42}) {
     char ours[256];
     char theirs[256];
-    const char* format = "%d|%ld|%u|%lu|%x|%p|%s|%%";
-    const auto value = static_cast<unsigned long>(number);
-    hostSafeFormat(ours, sizeof ours, format, static_cast<int>(number), number,
-                   static_cast<unsigned>(value), value, static_cast<unsigned>(value),
-                   static_cast<void*>(&object), "text");
-    std::snprintf(theirs, sizeof theirs, format, static_cast<int>(number), number,
-                  static_cast<unsigned>(value), value, static_cast<unsigned>(value),
-                  static_cast<void*>(&object), "text");
+    const auto format = [&](auto print, char(&buffer)[256]) {
+      const auto natural = static_cast<unsigned>(number);
+      print(buffer, sizeof buffer, "%d|%ld|%u|%lu|%x|%p|%s|%%|", number, static_cast<long>(number),
+            natural, static_cast<unsigned long>(natural), natural, static_cast<void*>(&object),
+            "text");
+    };
+    format(hostSafeFormat, ours);
+    format(std::snprintf, theirs);
     EXPECT_STREQ(ours, theirs);
   }
   char cut[5];
   hostSafeFormat(cut, sizeof cut, "%s%d", "abc", 1234);
   EXPECT_STREQ(cut, "abc1");
 }
-
-}  // namespace
