@@ -1,17 +1,16 @@
 #include <povzel/utlexit.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
 
 #include <povzel/hostinit.h>
 #include <povzel/utloutput.h>
-#include "child.h"
+#include "surroundings.h"
 
 namespace {
+
+using testing::StartsWith;
 
 template <char name>
 void say() {
@@ -19,28 +18,35 @@ void say() {
 }
 
 TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
-  const ChildResult child = runInChild([] {
-    UtlInit();
-    UtlAtExit(say<'a'>);
-    UtlAtExit(say<'b'>);
-    UtlAtExit([] {
-      // Neither a late registration nor a nested run or exit disturbs what goes on.
-      std::printf("%d", UtlAtExit(say<'x'>));
-      UtlRunExitHandlers();
+  const struct {
+    void (*last)();
+    int status;
+    const char* output;
+  } cases[] = {
+      // Neither a late registration nor a nested run disturbs what goes on; an exit does.
+      {[] {
+         std::printf("%d", UtlAtExit(say<'x'>));
+         UtlRunExitHandlers();
+       },
+       7, "1ba"},
+      {[] { UtlExit(5); }, 5, ""},
+      {[] {
+         std::fputs("buffered", stdout);
+         UtlExitMt(4);
+       },
+       4, "buffered"},
+  };
+  for (const auto& one : cases) {
+    const ChildResult child = runInChild([&] {
+      UtlInit();
+      UtlAtExit(say<'a'>);
+      UtlAtExit(say<'b'>);
+      UtlAtExit(one.last);
+      UtlExit(7);
     });
-    UtlExit(7);
-  });
-  EXPECT_TRUE(child.exitedWith(7));
-  EXPECT_EQ(child.out, "1ba");
-
-  const ChildResult nested = runInChild([] {
-    UtlInit();
-    UtlAtExit(say<'a'>);
-    UtlAtExit([] { UtlExit(5); });
-    UtlExit(7);
-  });
-  EXPECT_TRUE(nested.exitedWith(5));
-  EXPECT_EQ(nested.out, "");
+    EXPECT_TRUE(child.exitedWith(one.status)) << child.status;
+    EXPECT_EQ(child.out, one.output);
+  }
 }
 
 TEST(UtlExit, RegistersAHundredHandlersBetweenInitAndRun) {
@@ -58,17 +64,16 @@ TEST(UtlExit, RegistersAHundredHandlersBetweenInitAndRun) {
 }
 
 TEST(UtlExit, RemovesTheChildLogAfterSuccessOnly) {
-  struct Case {
+  const struct {
     const char* log;
     BoolType removeIt;
     int status;
     bool removed;
-  };
-  const Case cases[] = {{"x.log", 1, 0, true},
-                        {"x.klog", 1, 0, false},
-                        {"x.log", 1, 1, false},
-                        {"x.log", 0, 0, false}};
-  for (const Case& one : cases) {
+  } cases[] = {{"x.log", 1, 0, true},
+               {"x.klog", 1, 0, false},
+               {"x.log", 1, 1, false},
+               {"x.log", 0, 0, false}};
+  for (const auto& one : cases) {
     writeFile(one.log, "log\n");
     const ChildResult child = runInChild([&] {
       setenv("TARVOLIN_CHILD_LOG", one.log, 1);
@@ -77,20 +82,8 @@ TEST(UtlExit, RemovesTheChildLogAfterSuccessOnly) {
       UtlExit(one.status);
     });
     EXPECT_TRUE(child.exitedWith(one.status)) << one.log;
-    EXPECT_EQ(access(one.log, F_OK) != 0, one.removed) << one.log;
-    std::remove(one.log);
+    EXPECT_EQ(std::remove(one.log) != 0, one.removed) << one.log;
   }
-}
-
-TEST(UtlExit, LeavesHandlersAloneWithThreads) {
-  const ChildResult child = runInChild([] {
-    UtlInit();
-    UtlAtExit(say<'x'>);
-    std::fputs("buffered", stdout);
-    UtlExitMt(4);
-  });
-  EXPECT_TRUE(child.exitedWith(4));
-  EXPECT_EQ(child.out, "buffered");
 }
 
 TEST(UtlAppendLfToFile, EndsEveryLine) {
@@ -103,51 +96,37 @@ TEST(UtlAppendLfToFile, EndsEveryLine) {
   }
   std::remove("lines");
   EXPECT_TRUE(UtlAppendLfToFile("lines"));
-  EXPECT_NE(access("lines", F_OK), 0);
+  EXPECT_FALSE(std::filesystem::exists("lines"));
 }
 
 TEST(UtlAppendLfToFile, ReportsTheStepThatFailed) {
-  const ChildResult full = runInChild([] {
-    constexpr rlim_t size = 4096;  // more than the report on standard error has
-    writeFile("limited", std::string(size, 'a'));
+  constexpr rlim_t size = 4096;  // more than the report on standard error has
+  writeFile("limited", std::string(size, 'a'));
+  const ChildResult child = runInChild([] {
+    EXPECT_FALSE(UtlAppendLfToFile("/"));
     signal(SIGXFSZ, SIG_IGN);
     const struct rlimit limit = {size, size};
     setrlimit(RLIMIT_FSIZE, &limit);
-    if (UtlAppendLfToFile("limited")) _exit(1);
+    EXPECT_FALSE(UtlAppendLfToFile("limited"));
   });
-  EXPECT_TRUE(full.exitedWith(0));
-  EXPECT_EQ(full.err.rfind("UtlAppendLfToFile: Operation fputc() failed at line 2858: ", 0), 0u)
-      << full.err;
-  std::remove("limited");
-
-  const ChildResult directory = runInChild([] {
-    if (UtlAppendLfToFile("/")) _exit(1);
-  });
-  EXPECT_TRUE(directory.exitedWith(0));
-  EXPECT_EQ(directory.err.rfind("UtlAppendLfToFile: Operation fopen() failed at line 2828: ", 0),
-            0u)
-      << directory.err;
+  EXPECT_EQ(child.out, "");
+  EXPECT_THAT(child.err, testing::MatchesRegex(
+                             "UtlAppendLfToFile: Operation fopen\\(\\) failed at line 2828: .*\n"
+                             "UtlAppendLfToFile: Operation fputc\\(\\) failed at line 2858: .*\n"));
 }
 
 TEST(UtlResetOutput, RedirectsBothStreamsOrSaysWhyNot) {
-  const ChildResult child = runInChild([] {
-    char text[300] = "";
-    if (!UtlResetOutput("redirected", text, sizeof text)) _exit(1);
-    std::fputs("out\n", stdout);
+  char why[300] = "";
+  const ChildResult child = runInChild([&] {
+    EXPECT_TRUE(UtlResetOutput("redirected", why, sizeof why));
+    std::puts("out");
     std::fputs("err\n", stderr);
+    EXPECT_FALSE(UtlResetOutput("/nonexistent/x", why, sizeof why));
+    writeFile("why", why);
   });
-  EXPECT_TRUE(child.exitedWith(0));
-  const std::string content = readFile("redirected");
-  EXPECT_NE(content.find("out\n"), std::string::npos);
-  EXPECT_NE(content.find("err\n"), std::string::npos);
-  std::remove("redirected");
-
-  char text[300] = "";
-  const ChildResult failing = runInChild([&] {
-    if (UtlResetOutput("/nonexistent/x", text, sizeof text)) _exit(1);
-    _exit(std::string(text).rfind("[utl.freopen /nonexistent/x ", 0) == 0 ? 0 : 2);
-  });
-  EXPECT_TRUE(failing.exitedWith(0));
+  EXPECT_THAT(readFile("redirected"),
+              testing::AllOf(testing::HasSubstr("out\n"), testing::HasSubstr("err\n")));
+  EXPECT_THAT(readFile("why"), StartsWith("[utl.freopen /nonexistent/x "));
 }
 
 }  // namespace

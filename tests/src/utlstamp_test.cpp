@@ -1,72 +1,51 @@
 #include <gtest/gtest.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include <povzel/hostusers.h>
 #include <povzel/utllogname.h>
 #include <povzel/utltime.h>
-#include "child.h"
+#include "basics/fortests.h"
+#include "surroundings.h"
 
 namespace {
 
-timeval fakeNow = {};
+timeval now = {};
+
+// The clock of this program stands at `seconds` and `milliseconds`, in UTC.
+void setClock(long seconds, long milliseconds) {
+  setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
+  setenv("TZ", "UTC", 1);
+  now = {seconds, milliseconds * 1000};
+}
 
 }  // namespace
 
-// The clock of this program stands where a test has put it.
-extern "C" int gettimeofday(struct timeval* now, void* /*zone*/) noexcept {
-  if (fakeNow.tv_sec != 0) {
-    *now = fakeNow;
-    return 0;
-  }
-  struct timespec real;
-  clock_gettime(CLOCK_REALTIME, &real);
-  *now = {real.tv_sec, real.tv_nsec / 1000};
+extern "C" int gettimeofday(struct timeval* time, void* /*zone*/) noexcept {
+  *time = now;
   return 0;
 }
 
 namespace {
 
-void setClock(long seconds, long milliseconds) {
-  fakeNow = {seconds, milliseconds * 1000};
-}
-
 std::string stamped(const char* text, BoolType addCr) {
-  char* buffer = nullptr;
-  std::size_t size = 0;
-  FILE* stream = open_memstream(&buffer, &size);
-  UtlTimeStampMs_s(stream, text, addCr);
-  std::fclose(stream);
-  std::string result(buffer, size);
-  std::free(buffer);
-  return result;
+  testing::internal::CaptureStdout();
+  UtlTimeStampMs_s(stdout, text, addCr);
+  return testing::internal::GetCapturedStdout();
 }
 
-class UtlTimeStamp : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
-    setenv("TZ", "UTC", 1);
-    tzset();
-  }
-  void TearDown() override { fakeNow = {}; }
-};
-
-TEST_F(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
-  setClock(86400, 995);
-  EXPECT_EQ(stamped("a", 0), "[1970-01-02 00:00:00.995 UTC]\n    a");
-  struct Step {
+TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
+  setClock(86399, 0);
+  stamped(nullptr, 0);
+  const struct {
     long seconds;
     long milliseconds;
     const char* text;
     BoolType addCr;
     const char* expected;
-  };
-  const Step steps[] = {
+  } steps[] = {
+      {86400, 995, "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
       {86400, 995, "b", 0, "    b"},
       {86400, 995, nullptr, 1, ""},
       {86401, 4, "c", 1, "    c\n"},  // 9 ms later, in the next second
@@ -74,25 +53,22 @@ TEST_F(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
       {86401, 15, nullptr, 1, "[1970-01-02 00:00:01.015 UTC]\n"},
       {86403, 15, "e", 0, "[1970-01-02 00:00:03.015 UTC]\n    e"},
       {86402, 0, "set back", 0, "[1970-01-02 00:00:02.000 UTC]\n    set back"},
+      {90000, 0, nullptr, 0, "[1970-01-02 01:00:00.000 UTC]"},
   };
-  for (const Step& step : steps) {
+  for (const auto& step : steps) {
     setClock(step.seconds, step.milliseconds);
     EXPECT_EQ(stamped(step.text, step.addCr), step.expected);
   }
-}
-
-TEST_F(UtlTimeStamp, FollowsTheZoneWithinASecond) {
-  setClock(90000, 0);
-  EXPECT_EQ(stamped(nullptr, 0), "[1970-01-02 01:00:00.000 UTC]");
+  // Another zone takes effect within the second.
+  setClock(90000, 500);
   setenv("TZ", "AAA-2", 1);
   tzset();
-  setClock(90000, 500);
   EXPECT_EQ(stamped(nullptr, 0), "[1970-01-02 03:00:00.500 AAA]");
-  setenv("TZ", "UTC", 1);
+  setClock(0, 0);
   tzset();
 }
 
-TEST_F(UtlTimeStamp, HasOtherForms) {
+TEST(UtlTimeStamp, HasOtherForms) {
   setClock(86400, 7);
   testing::internal::CaptureStdout();
   UtlTimeStampMs_f(stdout);
@@ -107,19 +83,16 @@ TEST_F(UtlTimeStamp, HasOtherForms) {
   EXPECT_STREQ(own.msg, "1970-01-01 00:00:00 UTC");
 }
 
-TEST_F(UtlTimeStamp, FillsTheCallersBufferAndNoMore) {
+TEST(UtlTimeStamp, FillsTheCallersBufferAndNoMore) {
+  setClock(0, 0);
   const std::string whole = "1970-01-02 00:00:00.065 UTC";
   for (std::size_t size = 0; size <= whole.size() + 3; ++size) {
     std::string buffer(size + 1, '#');
     UtlTimeStampMsStr(86400, 65, buffer.data(), size, 1);
-    std::string expected = "#";
-    if (size > 0) {
-      expected = whole.substr(0, size - 1);
-      if (size >= whole.size() + 2) expected += '\n';
-      expected += '\0';
-    }
-    EXPECT_EQ(buffer.substr(0, expected.size()), expected) << size;
     EXPECT_EQ(buffer[size], '#');
+    if (size == 0) continue;
+    const char* newLine = size >= whole.size() + 2 ? "\n" : "";
+    EXPECT_EQ(buffer.c_str(), whole.substr(0, size - 1) + newLine);
   }
 }
 
@@ -129,55 +102,42 @@ struct LogNameCase {
   const char* username;
   const char* homedir;
   std::string expected;
-  BoolType complete;
+  BoolType complete = 1;
+  std::size_t size = 300;
 };
 
-TEST(UtlExpandLogName, ReplacesDirectives) {
-  char host[256];
-  ASSERT_EQ(gethostname(host, sizeof host), 0);
+TEST(UtlExpandLogName, ReplacesDirectivesAndEndsBeforeWhatDoesNotFit) {
+  osCallsForTests.gethostname = [](char*, std::size_t) noexcept { return -1; };
   const std::string pid = std::to_string(getpid());
-  const std::string me = HostGetUserName();
   const LogNameCase cases[] = {
-      {"%N%P.log", "/usr/local/bin/logger.x", nullptr, nullptr, "logger" + pid + ".log", 1},
-      {"%N", "bin/my prog", nullptr, nullptr, "my", 1},
-      {"<%N>", "/a/.hidden", nullptr, nullptr, "<>", 1},
-      {"%%U %U", "", "ada", nullptr, "%U ada", 1},
-      {"%U", "", nullptr, nullptr, me, 1},
-      {"%Hx", "", "ada", "/home/a", "/home/a/x", 1},
+      {"%N%P.log", "/usr/local/bin/logger.x", nullptr, nullptr, "logger" + pid + ".log"},
+      {"%N", "bin/my prog", nullptr, nullptr, "my"},
+      {"<%N>", "/a/.hidden", nullptr, nullptr, "<>"},
+      {"%%U %U", "", "ada", nullptr, "%U ada"},
+      {"%U", "", nullptr, nullptr, HostGetUserName()},
+      {"%M", "", nullptr, nullptr, "localhost"},
+      {"%Hx", "", "ada", "/home/a", "/home/a/x"},
       {"%Hx", "", "no such user", nullptr, "%Hx", 0},
-      {"%Q%", "", nullptr, nullptr, "%Q%", 1},
-      {"%%%Q", "", nullptr, nullptr, "%%Q", 1},
-      {"", "", nullptr, nullptr, "", 1},
+      {"%Q%", "", nullptr, nullptr, "%Q%"},
+      {"%%%Q", "", nullptr, nullptr, "%%Q"},
+      {"", "", nullptr, nullptr, ""},
+      {"abcd", "", "", "", "abcd", 1, 5},
+      {"abcd", "", "", "", "abc", 0, 4},
+      {"abcd", "", "", "", "", 0, 1},
+      {"a%U", "", "ada", "", "aada", 1, 5},
+      {"a%U", "", "ada", "", "aad", 0, 4},
+      {"ab%Uc", "", "ada", "", "ab", 0, 4},
+      {"%H", "", "", "/h", "/h/", 1, 4},
+      {"%H", "", "", "/h", "/h", 0, 3},
+      {"%H", "", "", "/h", "", 0, 2},
   };
   for (const LogNameCase& one : cases) {
-    char name[300];
-    EXPECT_EQ(UtlExpandLogName(one.logTemplate, name, sizeof name, one.execStr, one.username,
+    SCOPED_TRACE(std::string(one.logTemplate) + " " + std::to_string(one.size));
+    std::string name(301, '#');
+    EXPECT_EQ(UtlExpandLogName(one.logTemplate, name.data(), one.size, one.execStr, one.username,
                                one.homedir, nullptr, 0),
-              one.complete)
-        << one.logTemplate;
-    EXPECT_EQ(name, one.expected) << one.logTemplate;
-  }
-}
-
-TEST(UtlExpandLogName, EndsBeforeWhatDoesNotFit) {
-  struct Case {
-    const char* logTemplate;
-    std::size_t size;
-    const char* expected;
-    BoolType complete;
-  };
-  const Case cases[] = {
-      {"abcd", 5, "abcd", 1}, {"abcd", 4, "abc", 0}, {"abcd", 1, "", 0},
-      {"a%U", 5, "aada", 1},  {"a%U", 4, "aad", 0},  {"ab%Uc", 4, "ab", 0},
-      {"%H", 4, "/h/", 1},    {"%H", 3, "/h", 0},    {"%H", 2, "", 0},
-  };
-  for (const Case& one : cases) {
-    char name[8];
-    std::memset(name, '#', sizeof name);
-    EXPECT_EQ(UtlExpandLogName(one.logTemplate, name, one.size, "", "ada", "/h", nullptr, 0),
-              one.complete)
-        << one.logTemplate << one.size;
-    EXPECT_STREQ(name, one.expected) << one.logTemplate << one.size;
+              one.complete);
+    EXPECT_EQ(name.c_str(), one.expected);
     EXPECT_EQ(name[one.size], '#');
   }
   char untouched = '#';
