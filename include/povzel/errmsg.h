@@ -18,6 +18,9 @@
 // All functions may be called from any thread; one mutex, held across fork, guards the file. A
 // null string argument shows as "[null]", a null symbol counts as an empty one, and of arguments
 // beyond the tenth nothing is shown.
+//
+// Sources: errmsg.cpp, errmsgtext.cpp (templates), errmsgnumbers.cpp (symbols by number),
+// errmsgreport.cpp (error reports).
 #pragma once
 
 #include <cstdarg>

@@ -11,6 +11,8 @@
 // docs/messages.md describes both. The module has one file open at a time and no lock: errmsg.h,
 // which looks messages up, serializes its use. Failures are a false result and a line on standard
 // error.
+//
+// Sources: errutl.cpp, errutlparse.cpp (ErrUtlNextSym).
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Core dumps: the end of a process that met a fatal condition.
+// Core dumps: the end of a process that met a fatal condition. Whatever thread met it calls; a
+// signal handler may, as the process is lost by then.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -5,6 +5,9 @@
 //
 // A program that must survive its own broken state (a debugger, a test) sets `noHalt`; then every
 // fatal path here and HostCoredump return to their caller.
+//
+// The functions that register are for start-up. The fatal paths may be called from any thread and,
+// as the process is lost by then, from signal handlers.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -10,6 +10,8 @@
 // SIGXCPU, with a report and a core dump otherwise. SIGPIPE and SIGHUP are ignored unless the
 // program handles them.
 //
+// Install, and register callbacks and switches, from one thread at start-up.
+//
 // Sources: hostfault.cpp (the handler), hostfaultinstall.cpp (installation and chaining),
 // hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report).
 #pragma once

@@ -7,6 +7,12 @@
 // Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
 // operation work under the process's real ids; the effective ids are back when it returns. Error
 // records may be null. Every descriptor opened here is closed by exec. Nothing is printed.
+//
+// Any thread may use descriptors and streams. What takes a name is for one thread at a time: ids,
+// and whether symbolic links are followed, change for the whole process meanwhile.
+//
+// Sources: hostfiles.cpp, hostfileio.cpp (descriptors and streams), hostdirectory.cpp
+// (HostDirectory).
 #pragma once
 
 #include <cstddef>

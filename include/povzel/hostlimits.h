@@ -1,4 +1,4 @@
-// Limits of this process.
+// Limits of this process. Any thread may ask; set them at start-up.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -6,6 +6,8 @@
 // A page's handler runs inside the fault handler (HostInstallFaultHandler): it may call only what
 // is safe in a signal handler. When it answers true the page becomes readable and writable, its
 // slot is free again, and the faulting instruction is tried again.
+//
+// Nothing here locks: threads that guard pages at the same time must take turns.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,8 @@
 // Plain uses of signals: ignoring them, the keyboard interrupt, blocking all of them for a while,
 // and the profiling timer.
+//
+// Actions and timers belong to the process: set them from one thread. HostDisableInterrupts and
+// HostEnableInterrupts keep one state for all threads and are for programs with one.
 #pragma once
 
 #include <povzel/povzeltypes.h>

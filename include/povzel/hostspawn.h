@@ -1,4 +1,5 @@
-// Commands that run in the foreground, through the shell.
+// Commands that run in the foreground, through the shell. The signals that are ignored meanwhile
+// are the whole process's: run one command at a time.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,5 +1,6 @@
 // Stack printing: the C stacks of a process, by the installation's stack printer, and the stack of
-// the interpreter, by a function that the embedding program registers.
+// the interpreter, by a function that the embedding program registers. The functions that print may
+// be called from any thread.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,4 +1,4 @@
-// Comparisons that ignore case or length. All return -1, 0 or 1.
+// Comparisons that ignore case or length. All return -1, 0 or 1. Any thread may call.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// The machine: its names, its processors, its memory.
+// The machine: its names, its processors, its memory. HostGetHostname keeps the name without a
+// lock: ask first at start-up. The rest may be called from any thread.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,4 +1,4 @@
-// Reading from the user's terminal.
+// Reading from the user's terminal. One thread at a time reads.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Threads of the process, over POSIX threads.
+// Threads of the process, over POSIX threads. Any thread may call.
 //
 //   HostThreadType thread;
 //   if (HostThreadCreate(&thread, serve, socket, 1 << 20) == 0) HostThreadJoin(thread, nullptr);

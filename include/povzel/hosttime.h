@@ -1,4 +1,9 @@
 // Time: of day, of the processor, since the start; its format; and sleeping.
+//
+// The clocks, HostTIMEZONE and the sleeps may be called from any thread. The format and the
+// locale's record are kept without a lock: ask for them from one thread, or at start-up.
+//
+// Sources: hosttime.cpp, hoststatistics.cpp (HostStatistics).
 #pragma once
 
 #include <clocale>

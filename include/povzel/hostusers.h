@@ -2,6 +2,8 @@
 //
 // Names come from the host's password database. The functions use the C library's static records:
 // call them from one thread, or at start-up.
+//
+// Sources: hostusers.cpp, hostlogin.cpp (the login user), hostpassword.cpp (passwords).
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Error numbers of this platform: their portable codes and their texts.
+// Error numbers of this platform: their portable codes and their texts. Any thread may call.
 //
 //   char why[256];
 //   UnixErr(errno, why, sizeof why);  // the catalogue's texts for the number and for its symbol

@@ -7,6 +7,8 @@
 //   while (UnixIoFgets(line, sizeof line, list)) ...
 //
 // Other threads and signal handlers may call UnixIoInterrupt at any time.
+//
+// Sources: unixio.cpp, unixiosystem.cpp (UnixIoSystem).
 #pragma once
 
 #include <sys/stat.h>

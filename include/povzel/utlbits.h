@@ -25,6 +25,7 @@ POVZEL_EXPORT extern const std::array<signed char, 2048> ffstable;
 // Returns 1 if bit `bit` of `array` is set, else 0.
 POVZEL_EXPORT BoolType UtlBitAt(const unsigned int* array, unsigned long bit);
 
+// Set and clear the bit `bit`.
 POVZEL_EXPORT void UtlBitSet(unsigned int* array, unsigned long bit);
 POVZEL_EXPORT void UtlBitClear(unsigned int* array, unsigned long bit);
 

@@ -1,5 +1,8 @@
 // The checksum of stored data: CRC-32 with the reflected polynomial 0xEDB88320, initial value and
 // final complement all ones. It equals zlib's crc32.
+//
+// Any thread may call. Sources: utlchecksum.cpp (tables), utlchecksumfold.cpp (carry-less
+// products), utlcpu.cpp (which of the two the processor has).
 #pragma once
 
 #include <array>

@@ -1,4 +1,4 @@
-// Pointers to the parts of a file name.
+// Pointers to the parts of a file name. Any thread may call; nothing is kept.
 //
 //   "/var/log/db.log":  path pointer at the start, name at "db.log", extension at ".log"
 #pragma once

@@ -1,4 +1,5 @@
-// File helpers of the utilities: open, test access, list into a file, modification time.
+// File helpers of the utilities: open, test access, list into a file, modification time. For one
+// thread at a time: ids change for the whole process meanwhile.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Matching of names against patterns.
+// Matching of names against patterns. Any thread may call; nothing is kept.
 #pragma once
 
 #include <povzel/povzeltypes.h>

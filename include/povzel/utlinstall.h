@@ -1,5 +1,6 @@
 // The global installation: its directory, and the named pipes in its lock directory through which
-// programs meet the central server process.
+// programs meet the central server process. The directory is decided once, without a lock: ask
+// first at start-up.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,4 +1,5 @@
-// Log-file names made from templates, such as "%N%P%M.log".
+// Log-file names made from templates, such as "%N%P%M.log". Any thread may call, as far as
+// HostGetUserName and HostGetHomeDir let it.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Where a program's output goes: standard output and error redirected to a file, and files that
-// end with a new line.
+// Where a program's output goes: standard output and error redirected to a file, and files that end
+// with a new line. The streams belong to the process: redirect them at start-up.
 #pragma once
 
 #include <cstddef>

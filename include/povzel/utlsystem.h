@@ -1,4 +1,4 @@
-// Small facts about the running system.
+// Small facts about the running system. Any thread may call.
 #pragma once
 
 #include <povzel/povzeltypes.h>

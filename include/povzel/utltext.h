@@ -1,4 +1,6 @@
 // Small helpers on strings and bytes: visible printing, comparison, case, error texts.
+//
+// Nothing here fails or locks. Sources: utltext.cpp, utlmemcmp.cpp (UtlMemcmp).
 #pragma once
 
 #include <cstddef>

@@ -7,8 +7,9 @@
 //   VerMessage(stderr, "Ready for clients.");
 //   VerEndEdge(stderr);
 //
-// Each function writes to the caller's stream `f`, which must not be null, and reports nothing:
-// the stream's own error indicator tells. No state is kept.
+// Each function writes to the caller's stream `f`, which must not be null, and reports nothing: the
+// stream's own error indicator tells. No state is kept. Sources: vermsg.cpp, verbanner.cpp
+// (VerBanner, VerInfo, VerBreatheFireAndThunder).
 #pragma once
 
 #include <cstdio>

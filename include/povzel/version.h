@@ -1,5 +1,5 @@
 // What the product is: format levels of its files and protocols, version strings, and a query by
-// enumeration for programs that show or compare them.
+// enumeration for programs that show or compare them. Any thread may call.
 #pragma once
 
 #include <povzel/povzeltypes.h>
