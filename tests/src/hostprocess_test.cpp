@@ -22,7 +22,8 @@
 #include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
 #include <povzel/unixio.h>
-#include "child.h"
+#include "faults.h"
+#include "process.h"
 
 namespace {
 
@@ -184,6 +185,21 @@ TEST_F(HostForking, DaemonStartsProcessesOfUsers) {
     fs::remove(at("who"));
   }
   unsetenv("TARVOLIN_NRS_ALL");
+}
+
+// A child starts with its whole environment or not at all.
+TEST_F(HostForking, FailsBeforeTheForkWithoutAnyCall) {
+  setenv("HOME", "/daemons", 1);
+  const std::string cmd = script("[ \"$HOME:$USER:$LOGNAME\" != /daemons:nobody:nobody ]\n");
+  const auto start = [&] {
+    if (!HostFork(cmd.c_str(), "nobody", 0, why_, sizeof why_, nullptr, at("log").c_str(),
+                  directory_.c_str(), &child_)) {
+      return Said{false};
+    }
+    return Said{statusOf(child_) == 0};
+  };
+  const CallNames failed = failEachCall(start, {});
+  for (const std::string& name : failed) std::puts(name.c_str());
 }
 
 TEST_F(HostForking, RefusesUsersBeforeForking) {

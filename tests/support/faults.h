@@ -1,0 +1,52 @@
+// Makes the library's system calls and allocations fail: one call by name, or each that an
+// operation makes in turn. For tests that link with INTERNALS.
+#pragma once
+
+#include <cerrno>
+#include <functional>
+#include <set>
+#include <string>
+
+// Calls go by their names in the table of basics/internal.h; an allocation is "malloc".
+using CallNames = std::set<std::string>;
+
+// While it lives, the call `name` fails with `error` after `succeed` times. A failing close closes
+// all the same, and a failing write with EINTR writes half. Also in children that this process
+// forks.
+class FailingCall {
+ public:
+  FailingCall(const std::string& name, int error, int succeed = 0);
+  ~FailingCall();
+  FailingCall(const FailingCall&) = delete;
+  FailingCall& operator=(const FailingCall&) = delete;
+};
+
+// What an operation says of itself: whether it succeeded, and the errno value in its record.
+struct Said {
+  static constexpr int nothing = -1;
+
+  bool success;
+  int error = nothing;
+};
+
+struct FaultPlan {
+  // What the failing call reports; an allocation has ENOMEM.
+  int error = EIO;
+  // Calls whose failure the operation survives, and then has done all that it does without one.
+  CallNames tolerated = {};
+  // The calls of the processes that the operation forks fail, not its own.
+  bool inChildren = false;
+  // A folder that a failed operation leaves as it was.
+  std::string directory = {};
+  // Called before each run; puts back what a success has changed.
+  std::function<void()> prepare = [] {};
+};
+
+// Runs `operation` with its first call failing, then with its second, until none is left to fail,
+// and expects of each run
+//   - that it says so, with the right errno value if it says one;
+//   - that it leaves no descriptor open, no memory allocated and no child behind, and ids, mask,
+//     signal actions, current directory and `directory` as they were;
+//   - that the same operation succeeds afterwards.
+// Returns the calls that failed. What is printed meanwhile is shown only if an expectation fails.
+CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan = {});

@@ -1,0 +1,169 @@
+#include "process.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+// An unnamed file that a child writes into; unlike a pipe it never fills up and never waits.
+class CapturedOutput {
+ public:
+  CapturedOutput() : file_(std::tmpfile()) {
+    if (file_ == nullptr) std::abort();
+  }
+  ~CapturedOutput() { std::fclose(file_); }
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+
+  int descriptor() const { return fileno(file_); }
+  std::string text() const {
+    std::string result;
+    char buffer[4096];
+    off_t offset = 0;
+    for (ssize_t got; (got = pread(descriptor(), buffer, sizeof buffer, offset)) > 0;
+         offset += got) {
+      result.append(buffer, static_cast<std::size_t>(got));
+    }
+    return result;
+  }
+
+ private:
+  FILE* file_;
+};
+
+[[noreturn]] void endForWantOfRights(const char* what) {
+  std::perror(what);
+  _exit(99);
+}
+
+void (*onThirdTick)() = nullptr;
+
+}  // namespace
+
+bool ChildResult::exitedWith(int code) const {
+  return WIFEXITED(status) && WEXITSTATUS(status) == code;
+}
+
+bool ChildResult::killedBy(int signal) const {
+  return WIFSIGNALED(status) && WTERMSIG(status) == signal;
+}
+
+ChildResult inChild(const std::function<int()>& body) {
+  const CapturedOutput out;
+  const CapturedOutput err;
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child < 0) std::abort();
+  if (child == 0) {
+    dup2(out.descriptor(), STDOUT_FILENO);
+    dup2(err.descriptor(), STDERR_FILENO);
+    const int code = body();
+    std::fflush(nullptr);
+    _exit(code);
+  }
+  ChildResult result{};
+  while (waitpid(child, &result.status, 0) < 0) {
+  }
+  result.out = out.text();
+  result.err = err.text();
+  return result;
+}
+
+ChildResult runInChild(const std::function<void()>& body) {
+  return inChild([&body] {
+    body();
+    return 0;
+  });
+}
+
+int exitCode(const ChildResult& child) {
+  return WIFEXITED(child.status) ? WEXITSTATUS(child.status) : -1;
+}
+
+void useOwnMounts() {
+  if (unshare(CLONE_NEWNS) != 0 ||
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    endForWantOfRights("own mounts");
+  }
+}
+
+void showAs(const std::string& source, const std::string& target) {
+  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+    endForWantOfRights(target.c_str());
+  }
+}
+
+std::string readFile(const std::string& name) {
+  std::ostringstream content;
+  content << std::ifstream(name).rdbuf();
+  return content.str();
+}
+
+void writeFile(const std::string& name, const std::string& content) {
+  std::ofstream(name, std::ios::trunc) << content;
+}
+
+ScratchDirectory::ScratchDirectory() : owner_(getpid()) {
+  std::string name =
+      std::filesystem::canonical(std::filesystem::temp_directory_path()) / "povzel.XXXXXX";
+  if (mkdtemp(name.data()) == nullptr) std::abort();
+  path_ = name;
+}
+
+ScratchDirectory::~ScratchDirectory() {
+  std::error_code ignored;
+  if (owner_ == getpid()) std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ScratchDirectory::write(const std::string& name, const std::string& text) const {
+  writeFile(*this / name, text);
+  return *this / name;
+}
+
+Terminal::Terminal() : user(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+  if (grantpt(user) != 0 || unlockpt(user) != 0) std::abort();
+  program = open(ptsname(user), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (program < 0) std::abort();
+}
+
+Terminal::~Terminal() {
+  close(program);
+  close(user);
+}
+
+void Terminal::control() const {
+  setsid();
+  ioctl(program, TIOCSCTTY, 0);
+  dup2(program, STDIN_FILENO);
+}
+
+void startTicking(void (*action)(), bool restart) {
+  ticks = 0;
+  onThirdTick = action;
+  struct sigaction handler = {};
+  handler.sa_handler = [](int) {
+    if (++ticks == 3) onThirdTick();
+  };
+  handler.sa_flags = restart ? SA_RESTART : 0;
+  sigaction(SIGALRM, &handler, nullptr);
+  const itimerval every = {{0, 2000}, {0, 2000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+}
+
+void stopTicking() {
+  const itimerval never = {};
+  setitimer(ITIMER_REAL, &never, nullptr);
+}
