@@ -35,20 +35,18 @@ struct FailureText {
     UnixErr(error, reason, sizeof reason);
     return fail("host.syscallfailed", "ss", call, reason);
   }
+  bool failedAllocation() const { return failedCall("malloc", ENOMEM); }
 };
 
 // Reads the user's groups here, because the child must not search the group database: another
-// thread may have been in it when the process forked.
-void readGroups(ForkPlan& plan) {
+// thread may have been in it when the process forked. Returns false without memory for them.
+bool readGroups(ForkPlan& plan) {
   for (int room = 64;; room *= 2) {
     const std::size_t size = static_cast<std::size_t>(room) * sizeof(gid_t);
     plan.groups = static_cast<gid_t*>(UtlMalloc_(size, __LINE__));
-    if (plan.groups == nullptr) {
-      plan.groupsError = ENOMEM;
-      return;
-    }
+    if (plan.groups == nullptr) return false;
     plan.groupCount = room;
-    if (os.getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return;
+    if (os.getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return true;
     UtlFree(plan.groups);
   }
 }
@@ -68,8 +66,7 @@ bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureTe
   plan.uid = entry->pw_uid;
   plan.gid = entry->pw_gid;
   plan.setsGroups = parentUid == 0 && plan.uid != 0;
-  if (plan.setsGroups) readGroups(plan);
-  return true;
+  return !plan.setsGroups || readGroups(plan) || failure.failedAllocation();
 }
 
 // Adds the working directory to the value of TARVOLIN_NRS_ALL (2048 bytes), before a '!' at its
@@ -86,21 +83,20 @@ void addWorkingDirectory(char* value, const char* directory) {
                 endsInMark ? "!" : "");
 }
 
-void planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
+bool planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
   if (plan.isServer) {
     char descriptor[16];
     std::snprintf(descriptor, sizeof descriptor, "%d", plan.pipeWrite);
-    environment.set("TARVOLIN_SERVER_PIPE", descriptor);
+    return environment.set("TARVOLIN_SERVER_PIPE", descriptor);
   }
-  if (!plan.byDaemon) return;
-  environment.set("HOME", plan.homeDirectory);
-  environment.set("USER", plan.userName);
-  environment.set("LOGNAME", plan.userName);
-  environment.set("PATH", "/bin:/usr/bin:/usr/ucb");
+  if (!plan.byDaemon) return environment.isComplete();
   char reconnect[reconnectSize] = "";
   HostGetEnv(reconnectVariable, reconnect, sizeof reconnect);
   if (plan.workingDir != nullptr) addWorkingDirectory(reconnect, plan.workingDir);
-  environment.set(reconnectVariable, reconnect);
+  return environment.set("HOME", plan.homeDirectory) && environment.set("USER", plan.userName) &&
+         environment.set("LOGNAME", plan.userName) &&
+         environment.set("PATH", "/bin:/usr/bin:/usr/ucb") &&
+         environment.set(reconnectVariable, reconnect);
 }
 
 // Opens the pipe for the server's byte. Where standard output or error is closed, the write end
@@ -119,34 +115,42 @@ bool openReadyPipe(ForkPlan& plan) {
   return plan.pipeWrite >= 0;
 }
 
-// Waits for the server's byte.
+void closeReadyPipe(const ForkPlan& plan) {
+  if (!plan.isServer) return;
+  os.close(plan.pipeRead);
+  os.close(plan.pipeWrite);
+}
+
+// Waits for the server's byte. The caller hears of the child in any case: it is there.
 bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const FailureText& failure) {
   os.close(plan.pipeWrite);
   char ready;
   const ssize_t received = unixIoRetry([&] { return os.read(plan.pipeRead, &ready, 1); });
   const int readError = errno;
   os.close(plan.pipeRead);
-  if (received < 0) return failure.failedCall("read", readError);
   *thePid = child;
+  if (received < 0) return failure.failedCall("read", readError);
   if (received == 0) return failure.fail("host.serverfailed", nullptr);
   return true;
 }
 
+// Forks. A program gets its whole environment or is not started: without memory for it this fails
+// like a system call.
 bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
   std::fflush(stderr);
   std::fflush(stdout);
   if (plan.isServer && !openReadyPipe(plan)) return failure.failedCall("pipe", errno);
   ChildEnvironment environment;
-  planEnvironment(plan, environment);
+  if (!planEnvironment(plan, environment)) {
+    closeReadyPipe(plan);
+    return failure.failedAllocation();
+  }
 
   const pid_t child = unixIoRetry([] { return os.fork(); });
   if (child == 0) hostRunForkedChild(plan, environment);
   if (child < 0) {
     const int forkError = errno;
-    if (plan.isServer) {
-      os.close(plan.pipeRead);
-      os.close(plan.pipeWrite);
-    }
+    closeReadyPipe(plan);
     return failure.failedCall("fork", forkError);
   }
   ErrMsgReset();
@@ -173,8 +177,7 @@ BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
 ChildEnvironment::ChildEnvironment() {
   std::size_t present = 0;
   while (environ != nullptr && environ[present] != nullptr) ++present;
-  capacity_ = present + spare;
-  const std::size_t size = (capacity_ + 1) * sizeof(char*);
+  const std::size_t size = (present + spare + 1) * sizeof(char*);
   entries_ = static_cast<char**>(UtlMalloc_(size, __LINE__));
   if (entries_ == nullptr) return;
   std::memset(entries_, 0, size);
@@ -186,24 +189,25 @@ ChildEnvironment::~ChildEnvironment() {
   if (entries_ != nullptr) UtlFree(entries_);
 }
 
-void ChildEnvironment::set(const char* name, const char* value) {
-  if (entries_ == nullptr || ownedCount_ == spare) return;
+bool ChildEnvironment::set(const char* name, const char* value) {
+  if (entries_ == nullptr || ownedCount_ == spare) return false;
   const std::size_t nameLength = std::strlen(name);
   const std::size_t size = nameLength + std::strlen(value) + 2;
   char* text = static_cast<char*>(UtlMalloc_(size, __LINE__));
-  if (text == nullptr) return;
+  if (text == nullptr) return false;
   std::snprintf(text, size, "%s=%s", name, value);
   owned_[ownedCount_++] = text;
   for (std::size_t index = 0; index < count_; ++index) {
     if (std::strncmp(entries_[index], text, nameLength + 1) != 0) continue;
     entries_[index] = text;
-    return;
+    return true;
   }
-  if (count_ < capacity_) entries_[count_++] = text;
+  entries_[count_++] = text;
+  return true;
 }
 
 void ChildEnvironment::enter() {
-  if (entries_ != nullptr) environ = entries_;
+  environ = entries_;
 }
 
 BoolType HostFork(const char* cmd, const char* user, long /*unused1*/, char* msg,

@@ -149,11 +149,9 @@ const char* programOf(const char** argv) {
 
 // Becomes the daemon's user.
 void takeIdentity(const ForkPlan& plan) {
-  if (plan.setsGroups) {
-    if (plan.groups == nullptr) endChildAfterIdentity("host.fork13", plan.groupsError);
-    if (os.setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
-      endChildAfterIdentity("host.fork13", errno);
-    }
+  if (plan.setsGroups &&
+      os.setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
+    endChildAfterIdentity("host.fork13", errno);
   }
   if (os.setgid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
   if (os.setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
@@ -242,7 +240,7 @@ void writeLogHeader(FILE* stream, const ForkPlan& plan) {
 FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& environment) {
   HostFnameStrType name;
   const int log = openLog(plan, program, name);
-  environment.set("TARVOLIN_CHILD_LOG", name);
+  if (!environment.set("TARVOLIN_CHILD_LOG", name)) endChildAfterCall("malloc()", ENOMEM);
   if (os.dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
   if (os.dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
   setCloseOnExec(log, true);

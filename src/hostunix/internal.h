@@ -212,23 +212,24 @@ void hostErrnoMessage(int error, ErrMsgStrType text);
 // that another thread may hold at that moment.
 class ChildEnvironment {
  public:
-  ChildEnvironment();  // a copy of this process's
+  ChildEnvironment();  // a copy of this process's, if there is memory for it
   ~ChildEnvironment();
   ChildEnvironment(const ChildEnvironment&) = delete;
   ChildEnvironment& operator=(const ChildEnvironment&) = delete;
 
-  // Sets `name` to `value`; texts beyond the spare room are dropped, which the few that are set
-  // never reach.
-  void set(const char* name, const char* value);
+  bool isComplete() const { return entries_ != nullptr; }
 
-  // Makes it the environment of this process. In the child only.
+  // Sets `name` to `value`. Returns false, with nothing set, without memory for it or for the copy,
+  // or beyond the spare room, which the few that are set never reach.
+  bool set(const char* name, const char* value);
+
+  // Makes it, complete, the environment of this process. In the child only.
   void enter();
 
  private:
   static constexpr std::size_t spare = 8;
   char** entries_;
   std::size_t count_ = 0;
-  std::size_t capacity_;
   char* owned_[spare] = {};
   std::size_t ownedCount_ = 0;
 };
@@ -247,9 +248,8 @@ struct ForkPlan {
   uid_t uid;
   gid_t gid;
   bool setsGroups;
-  gid_t* groups;  // null when they could not be read; then groupsError says why
+  gid_t* groups;
   int groupCount;
-  int groupsError;
 
   int pipeRead;  // server mode: the ready pipe; -1 otherwise
   int pipeWrite;

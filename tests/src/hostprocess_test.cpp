@@ -1,37 +1,30 @@
 #include <povzel/hostprocess.h>
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <filesystem>
-#include <random>
-#include <string>
 #include <thread>
 
 #include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
-#include <povzel/unixio.h>
 #include "faults.h"
 #include "process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::StartsWith;
 
 int statusOf(PidType child) {
   int status = 0;
@@ -44,76 +37,82 @@ class HostForking : public testing::Test {
  protected:
   static void SetUpTestSuite() { HostInit(); }
   void SetUp() override {
-    directory_ = fs::current_path() / "fork";
-    fs::create_directory(directory_);
-    fs::permissions(directory_, fs::perms::all);
-    fs::permissions(fs::current_path(), fs::perms::all);
+    fs::permissions(directory_.path(), fs::perms::all);
+    directory_.write("ready", "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"\n");
   }
-  void TearDown() override { fs::remove_all(directory_); }
 
   std::string at(const std::string& name) const { return directory_ / name; }
   std::string script(const std::string& text) const {
-    writeFile(at("script"), text);
-    return "\t/bin/sh  " + at("script") + "\n argument ";
+    return "\t/bin/sh  " + directory_.write("script", text) + "\n argument ";
+  }
+  bool startClient(const std::string& cmd, const char* user = nullptr, const char* log = "log") {
+    return HostFork(cmd.c_str(), user, 0, why_, sizeof why_, "client.host", at(log).c_str(),
+                    directory_.path().c_str(), &child_) != 0;
+  }
+  bool startServer(const std::string& cmd) {
+    return HostForkServer(cmd.c_str(), why_, sizeof why_, &child_) != 0;
+  }
+  // Starts the child with `start`; whether that succeeded, and the child as well.
+  Said outcome(bool started) {
+    const bool forked = child_ > 0;
+    const int status = forked ? statusOf(child_) : 0;
+    child_ = -1;
+    return {started && forked && status == 0};
   }
 
-  fs::path directory_;
+  const ScratchDirectory directory_;
   char why_[2049] = "";
   PidType child_ = -1;
 };
 
 TEST_F(HostForking, ServerSaysWhenItIsReady) {
   const std::string cmd = script(
-      "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"\n"
+      ". ./ready\n"
       "ls -l /proc/$$/fd > fds\n"
       "cut -d' ' -f6 /proc/$$/stat > session; echo $$ >> session\n"
       "pwd > cwd; readlink /proc/$$/fd/0 >> cwd; cat /proc/self/status > status\n");
   const int inherited = open("/dev/null", O_RDONLY);
   ASSERT_EQ(dup2(inherited, 9), 9);
-  fs::current_path(directory_);
-  ASSERT_TRUE(HostForkServer(cmd.c_str(), why_, sizeof why_, &child_)) << why_;
-  fs::current_path("..");
+  const fs::path before = fs::current_path();
+  fs::current_path(directory_.path());
+  ASSERT_TRUE(startServer(cmd)) << why_;
+  fs::current_path(before);
   close(9);
   close(inherited);
   EXPECT_EQ(statusOf(child_), 0);
   const std::string pid = std::to_string(child_);
   EXPECT_EQ(readFile(at("session")), pid + "\n" + pid + "\n");
-  EXPECT_EQ(readFile(at("cwd")), directory_.string() + "\n/dev/null\n");
-  EXPECT_FALSE(contains(readFile(at("fds")), " 9 -> "));
-  EXPECT_TRUE(contains(readFile(at("fds")), "pipe:"));
-  EXPECT_TRUE(contains(readFile(at("status")), "SigBlk:\t0000000000000000"));
-  EXPECT_TRUE(contains(readFile(at("status")), "SigIgn:\t0000000010000002"))
-      << readFile(at("status"));
+  EXPECT_EQ(readFile(at("cwd")), directory_.path() + "\n/dev/null\n");
+  EXPECT_THAT(readFile(at("fds")), testing::AllOf(Not(HasSubstr(" 9 -> ")), HasSubstr("pipe:")));
+  EXPECT_THAT(readFile(at("status")), HasSubstr("SigBlk:\t0000000000000000"));
+  EXPECT_THAT(readFile(at("status")), HasSubstr("SigIgn:\t0000000010000002"));
 }
 
 TEST_F(HostForking, ServerThatEndsWithoutAWordHasFailed) {
-  EXPECT_FALSE(HostForkServer(script("exit 5").c_str(), why_, sizeof why_, &child_));
+  EXPECT_FALSE(startServer(script("exit 5")));
   EXPECT_STREQ(why_, "[host.serverfailed]");
-  ASSERT_GT(child_, 0);
   EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 5);
 
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(HostForkServer("/nonexistent/server", why_, sizeof why_, &child_));
-  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
-  const std::string report = testing::internal::GetCapturedStderr();
-  EXPECT_TRUE(contains(report, "[host.fork12]")) << report;
-  EXPECT_TRUE(contains(report, "[host.fork4 [unixerr.part1 2][unixerr.ENOENT]]")) << report;
-}
+  const ChildResult missing = runInChild([&] {
+    EXPECT_FALSE(startServer("/nonexistent/server"));
+    _exit(WEXITSTATUS(statusOf(child_)));
+  });
+  EXPECT_TRUE(missing.exitedWith(3));
+  EXPECT_THAT(missing.err, HasSubstr("[host.fork12]"));
+  EXPECT_THAT(missing.err, HasSubstr("[host.fork4 [unixerr.part1 2][unixerr.ENOENT]]"));
 
-TEST_F(HostForking, WhatAServerPrintsIsNotItsByte) {
-  const ChildResult child = runInChild([&] {
+  // Without standard output and error, what the server prints is still not its byte.
+  const ChildResult printing = runInChild([&] {
     close(STDOUT_FILENO);
     close(STDERR_FILENO);
-    _exit(HostForkServer("/bin/ls /nonexistent", why_, sizeof why_, &child_));
+    _exit(startServer("/bin/ls /nonexistent") ? 1 : 0);
   });
-  EXPECT_TRUE(child.exitedWith(0)) << child.status;
+  EXPECT_TRUE(printing.exitedWith(0)) << printing.status;
 }
 
 TEST_F(HostForking, ClientLogsWhatItWrites) {
   const std::string cmd = script("echo out; echo err >&2; echo \"log=$TARVOLIN_CHILD_LOG\"; pwd");
-  ASSERT_TRUE(HostFork(cmd.c_str(), nullptr, 0, why_, sizeof why_, "client.host",
-                       at("%N-%P.log").c_str(), directory_.c_str(), &child_))
-      << why_;
+  ASSERT_TRUE(startClient(cmd, nullptr, "%N-%P.log")) << why_;
   EXPECT_EQ(statusOf(child_), 0);
   const std::string name = at("sh-" + std::to_string(child_) + ".log");
   const std::string log = readFile(name);
@@ -122,163 +121,157 @@ TEST_F(HostForking, ClientLogsWhatItWrites) {
        {std::string(" ____"), std::string("[host.fork9b]"),
         std::string("[host.forkClient client.host]"), std::string("[version.version 6.7"),
         std::string("[host.fork10 \t/bin/sh"), std::string("|____"),
-        std::string("out\nerr\nlog=" + name + "\n" + directory_.string())}) {
+        "out\nerr\nlog=" + name + "\n" + directory_.path()}) {
     from = log.find(part, from);
     ASSERT_NE(from, std::string::npos) << part << " in\n" << log;
   }
 
-  ASSERT_TRUE(HostFork("/nonexistent/client", nullptr, 0, why_, sizeof why_, nullptr,
-                       at("failed.log").c_str(), directory_.c_str(), &child_));
+  ASSERT_TRUE(startClient("/nonexistent/client", nullptr, "failed"));
   EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
-  EXPECT_TRUE(contains(readFile(at("failed.log")), "[host.fork12]"));
-}
-
-TEST_F(HostForking, ClientWithoutALogEnds) {
-  testing::internal::CaptureStderr();
-  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, "/nonexistent/x.log",
-                       directory_.c_str(), &child_));
-  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
-  const std::string report = testing::internal::GetCapturedStderr();
-  EXPECT_TRUE(contains(report, "[host.fork7 " + std::to_string(child_) + " /nonexistent/x.log]"))
-      << report;
-  EXPECT_TRUE(contains(report, "[host.fork13 [unixerr.part1 2][unixerr.ENOENT]]"));
-
-  testing::internal::CaptureStderr();
-  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, nullptr,
-                       "/nonexistent/dir", &child_));
-  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
-  EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "[host.fork11 /nonexistent/dir]"));
+  EXPECT_THAT(readFile(at("failed")), HasSubstr("[host.fork12]"));
 }
 
 // A log that is a pipe without a reader: the child would wait for ever.
 TEST_F(HostForking, ChildThatCannotGetReadyGivesUp) {
   ASSERT_EQ(mkfifo(at("log").c_str(), 0600), 0);
-  testing::internal::CaptureStderr();
-  ASSERT_TRUE(HostFork("/bin/true", nullptr, 0, why_, sizeof why_, nullptr, at("log").c_str(),
-                       directory_.c_str(), &child_));
-  while (getsid(child_) != child_) std::this_thread::yield();
-  kill(child_, SIGALRM);  // its time is up
-  EXPECT_EQ(WEXITSTATUS(statusOf(child_)), 3);
-  EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(),
-                       "HostFork: the child took too long to prepare itself.\n"));
+  const ChildResult result = runInChild([&] {
+    if (!startClient("/bin/true")) _exit(1);
+    while (getsid(child_) != child_) std::this_thread::yield();
+    kill(child_, SIGALRM);  // its time is up
+    _exit(WEXITSTATUS(statusOf(child_)));
+  });
+  EXPECT_TRUE(result.exitedWith(3));
+  EXPECT_THAT(result.err, HasSubstr("HostFork: the child took too long to prepare itself.\n"));
 }
 
-TEST_F(HostForking, DaemonStartsProcessesOfUsers) {
+// What only root may do: to start processes of another user.
+class HostForkingAsDaemon : public HostForking {
+ protected:
+  void SetUp() override {
+    HostForking::SetUp();
+    if (geteuid() != 0) GTEST_SKIP() << "only root starts other users' processes";
+  }
+};
+
+TEST_F(HostForkingAsDaemon, StartsProcessesOfUsers) {
   const struct passwd* nobody = getpwnam("nobody");
   ASSERT_NE(nobody, nullptr);
-  const std::string tag = "#dir:" + directory_.string();
-  const std::string named = "#dir:/y " + directory_.string();
+  const std::string tag = "#dir:" + directory_.path();
+  const std::string named = "#dir:/y " + directory_.path();
   const std::pair<std::string, std::string> cases[] = {
       {"x!", "x" + tag + "!"}, {"x", "x" + tag}, {"", tag}, {named, named}};
   for (const auto& [before, after] : cases) {
     setenv("TARVOLIN_NRS_ALL", before.c_str(), 1);
     const std::string cmd =
         script("echo \"$HOME|$USER|$LOGNAME|$PATH|$TARVOLIN_NRS_ALL|$(id -u)|$(id -G)\" > who");
-    ASSERT_TRUE(HostFork(cmd.c_str(), "nobody", 0, why_, sizeof why_, nullptr, at("%U.log").c_str(),
-                         directory_.c_str(), &child_))
-        << why_;
+    ASSERT_TRUE(startClient(cmd, "nobody", "%U.log")) << why_;
     EXPECT_EQ(statusOf(child_), 0);
     EXPECT_EQ(readFile(at("who")),
               std::string(nobody->pw_dir) + "|nobody|nobody|/bin:/usr/bin:/usr/ucb|" + after + "|" +
                   std::to_string(nobody->pw_uid) + "|" + std::to_string(nobody->pw_gid) + "\n");
-    EXPECT_TRUE(contains(readFile(at("nobody.log")), "[host.fork9a]"));
+    EXPECT_THAT(readFile(at("nobody.log")), HasSubstr("[host.fork9a]"));
     fs::remove(at("who"));
   }
   unsetenv("TARVOLIN_NRS_ALL");
 }
 
-// A child starts with its whole environment or not at all.
-TEST_F(HostForking, FailsBeforeTheForkWithoutAnyCall) {
-  setenv("HOME", "/daemons", 1);
-  const std::string cmd = script("[ \"$HOME:$USER:$LOGNAME\" != /daemons:nobody:nobody ]\n");
-  const auto start = [&] {
-    if (!HostFork(cmd.c_str(), "nobody", 0, why_, sizeof why_, nullptr, at("log").c_str(),
-                  directory_.c_str(), &child_)) {
-      return Said{false};
-    }
-    return Said{statusOf(child_) == 0};
-  };
-  const CallNames failed = failEachCall(start, {});
-  for (const std::string& name : failed) std::puts(name.c_str());
-}
-
-TEST_F(HostForking, RefusesUsersBeforeForking) {
-  EXPECT_FALSE(HostFork("/bin/true", "no such user", 0, why_, sizeof why_, nullptr, nullptr,
-                        nullptr, &child_));
-  EXPECT_TRUE(contains(why_, "[host.fork1 ")) << why_;
+TEST_F(HostForkingAsDaemon, RefusesUsersBeforeForking) {
+  EXPECT_FALSE(startClient("/bin/true", "no such user"));
+  EXPECT_THAT(why_, StartsWith("[host.fork1 "));
   const ChildResult other = runInChild([&] {
-    if (setuid(getpwnam("nobody")->pw_uid) != 0) _exit(1);
-    if (HostFork("/bin/true", "daemon", 0, why_, sizeof why_, nullptr, nullptr, nullptr, &child_)) {
-      _exit(2);
-    }
+    if (setuid(getpwnam("nobody")->pw_uid) != 0 || startClient("/bin/true", "daemon")) _exit(1);
     std::printf("%s", why_);
   });
   EXPECT_EQ(other.out, "[host.fork1a daemon]");
 }
 
-// A thousand forks and commands while the process is pelted with the signals that it handles and
-// survives. The SIGCHLD handler may reap a child first, so each child tells its own end as well.
-TEST_F(HostForking, LosesNothingUnderAStormOfSignals) {
-  const std::string ends = at("ends");
-  writeFile(at("client"), "echo >> " + ends + "\n");
-  writeFile(at("server"), "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"; echo >> " + ends + "\n");
-  writeFile(at("failing"), "echo >> " + ends + "\n");
-  const ChildResult child = runInChild([&] {
-    HostInstallFaultHandler(nullptr, nullptr);
-    fs::current_path(directory_);
-    const auto descriptors = [] {
-      return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-    };
-    const auto before = descriptors();
-    std::atomic<bool> stop{false};
-    const pthread_t worker = pthread_self();
-    std::thread storm([&] {
-      std::mt19937 random(4711);
-      const int signals[] = {SIGCHLD, SIGHUP, SIGPIPE, SIGIO, SIGCHLD};
-      const struct timespec pause = {0, 200000};
-      while (!stop) {
-        pthread_kill(worker, signals[random() % 5]);
-        nanosleep(&pause, nullptr);
-      }
+// A program gets its whole environment or is not started.
+TEST_F(HostForkingAsDaemon, FailsBeforeTheForkOrNotAtAll) {
+  const std::string cmd = script("[ $USER:$LOGNAME:$PATH = nobody:nobody:/bin:/usr/bin:/usr/ucb ]");
+  const auto start = [&] { return outcome(startClient(cmd, "nobody")); };
+  EXPECT_THAT(failEachCall(start, {.tolerated = {"getgrouplist", "readlink", "stat64", "fopen"}}),
+              IsSupersetOf({"getpwnam", "malloc", "getgrouplist", "fork"}));
+  {
+    const FailingCall failing("malloc", ENOMEM, 2);
+    EXPECT_FALSE(startClient(cmd, "nobody"));
+  }
+  EXPECT_STREQ(why_, "[host.syscallfailed malloc [unixerr.part1 12][unixerr.ENOMEM]]");
+}
+
+TEST_F(HostForkingAsDaemon, ChildTellsWhichStepFailed) {
+  const std::string failed = " failed, errno = 5, at time = ";
+  const std::tuple<const char*, int, std::string> steps[] = {
+      {"setsid", 0, "setsid() failure, errno = 5,  at time = "},
+      {"setgroups", 0, "[host.fork13 PID]"},
+      {"setgid", 0, "[host.fork5 PID]"},
+      {"setuid", 0, "[host.fork6 PID]"},
+      {"chdir", 0, "[host.fork11 " + directory_.path() + "/]"},
+      {"open", 0, "[host.fork7 PID " + at("log") + "]"},
+      {"dup2", 0, ",1)" + failed},
+      {"dup2", 1, ",2)" + failed},
+      {"fdopen", 0, "fdopen(1, \"a\")" + failed}};
+  for (auto [call, succeed, report] : steps) {
+    fs::remove(at("log"));
+    const ChildResult result = runInChild([&] {
+      const FailingCall failing(call, EIO, succeed);
+      if (!startClient("/bin/true", "nobody")) _exit(1);
+      std::printf("%d", child_);
+      std::fflush(stdout);
+      _exit(WEXITSTATUS(statusOf(child_)));
     });
-    for (int count = 0; count < 250; ++count) {
-      if (!HostFork("/bin/sh client", nullptr, 0, why_, sizeof why_, nullptr, "log", ".",
-                    &child_)) {
-        _exit(1);
-      }
-      if (!HostForkServer("/bin/sh server", why_, sizeof why_, &child_)) _exit(2);
-      if (HostForkServer("/bin/sh failing", why_, sizeof why_, &child_)) _exit(3);
-      if (HostForkServer("/nonexistent", why_, sizeof why_, &child_) || child_ <= 0) _exit(4);
-      for (int command = 0; command < 4; ++command) {
-        const bool fails = command % 2 != 0;
-        if (UnixIoSystem(fails ? "exit 3" : "exit 0", 0) != (fails ? -1 : 0)) _exit(5);
-      }
-    }
-    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
-    }
-    if (errno != ECHILD) _exit(6);
-    stop = true;
-    storm.join();
-    if (descriptors() != before) _exit(7);
-  });
-  EXPECT_TRUE(child.exitedWith(0)) << child.status << child.err.substr(0, 1000);
-  EXPECT_EQ(readFile(ends), std::string(750, '\n'));
+    EXPECT_TRUE(result.exitedWith(3)) << call;
+    if (report.find("PID") != std::string::npos) report.replace(report.find("PID"), 3, result.out);
+    const std::string said = result.err + readFile(at("log"));
+    EXPECT_THAT(said, HasSubstr(report));
+    EXPECT_THAT(said, HasSubstr("[unixerr.part1 5][unixerr.EIO]"));
+  }
+}
+
+// What the parent asks for the texts of messages, and the child for its log's name and header.
+const CallNames askedForTexts = {"close", "readlink", "stat64", "fopen"};
+const CallNames askedForTheLog = {"close",       "readlink",      "stat64",   "fopen",
+                                  "getcwd",      "getpwuid",      "getpwnam", "getlogin_r",
+                                  "gethostname", "gethostbyname", "read",     "lseek"};
+
+TEST_F(HostForking, FailuresOfAnyCall) {
+  const std::string server = script("cd " + directory_.path() + "; . ./ready");
+  const auto serve = [&] { return outcome(startServer(server)); };
+  EXPECT_THAT(failEachCall(serve, {.tolerated = askedForTexts}),
+              IsSupersetOf({"pipe2", "malloc", "fork", "close", "read"}));
+  failEachCall(serve, {.error = EINTR,
+                       .tolerated = {"close", "readlink", "stat64", "fopen", "fork", "read"}});
+  failEachCall(
+      serve,
+      {.tolerated = askedForTheLog, .sometimesTolerated = {"open", "fcntl"}, .inChildren = true});
+  const auto log = [&] { return outcome(startClient("/bin/true")); };
+  const auto removeLog = [&] { fs::remove(at("log")); };
+  EXPECT_THAT(failEachCall(log, {.tolerated = askedForTexts, .prepare = removeLog}),
+              IsSupersetOf({"malloc", "fork"}));
+  failEachCall(log, {.tolerated = askedForTheLog,
+                     .sometimesTolerated = {"open", "malloc", "fcntl"},
+                     .inChildren = true,
+                     .prepare = removeLog});
 }
 
 TEST(HostPerform, RunsACommandFile) {
+  const ScratchDirectory scratch;
+  const std::string command = scratch.write("c", "cat; echo out; echo err >&2; exit 3\n");
+  const auto perform = [&] {
+    return Said{HostPerform(command.c_str(), (scratch / "o").c_str()) != 0};
+  };
   std::signal(SIGCHLD, SIG_DFL);
-  fs::create_directories("/tmp/pvz");
-  writeFile("/tmp/pvz/c", "cat; echo out; echo err >&2; exit 3\n");
-  EXPECT_TRUE(HostPerform("/tmp/pvz/c", "/tmp/pvz/o"));
-  EXPECT_EQ(readFile("/tmp/pvz/o"), "out\nerr\n");
-  struct sigaction action;
-  sigaction(SIGCHLD, nullptr, &action);
-  EXPECT_EQ(action.sa_handler, SIG_DFL);
-  fs::remove("/tmp/pvz/o");
-  const std::string longName = "/tmp/pvz/" + std::string(81 - 9 - 10, 'o');
-  EXPECT_FALSE(HostPerform("/tmp/pvz/c", longName.c_str()));
-  EXPECT_TRUE(fs::exists("/tmp/pvz/c") && !fs::exists(longName));
-  fs::remove_all("/tmp/pvz");
+  EXPECT_TRUE(perform().success);
+  EXPECT_EQ(readFile(scratch / "o"), "out\nerr\n");
+  // It tells of no failure but a lost child's.
+  failEachCall(perform, {.tolerated = {"readlink", "stat64", "refuseVfork", "waitpid"}});
+  failEachCall(perform, {.error = ECHILD, .tolerated = {"readlink", "stat64"}});
+
+  for (const std::size_t tooLong : {0U, 1U}) {
+    const std::string output =
+        scratch / std::string(79 - 2 * scratch.path().size() - 2 + tooLong, 'o');
+    EXPECT_EQ(HostPerform(command.c_str(), output.c_str()), tooLong == 0);
+    EXPECT_EQ(fs::exists(output), tooLong == 0);
+  }
 }
 
 TEST(HostProcess, JoinsItsArguments) {
@@ -286,18 +279,14 @@ TEST(HostProcess, JoinsItsArguments) {
   char first[] = "ab";
   char second[] = "cde";
   char* argv[] = {program, first, second, nullptr};
-  struct Case {
-    ArraySizeType length;
-    int argc;
-    const char* expected;
-  };
-  const Case cases[] = {{8, 3, "ab cde "}, {7, 3, "ab "}, {4, 3, "ab "}, {3, 3, ""},
-                        {8, 1, ""},        {8, 0, ""},    {1, 3, ""}};
-  for (const Case& one : cases) {
+  const std::tuple<ArraySizeType, int, const char*> cases[] = {
+      {8, 3, "ab cde "}, {7, 3, "ab "}, {4, 3, "ab "}, {3, 3, ""},
+      {8, 1, ""},        {8, 0, ""},    {1, 3, ""}};
+  for (const auto& [length, argc, expected] : cases) {
     char line[9] = "########";
-    HostGetCommandLine(line, one.length, one.argc, argv);
-    EXPECT_STREQ(line, one.expected) << one.length;
-    EXPECT_EQ(line[one.length], one.length == 8 ? '\0' : '#');
+    HostGetCommandLine(line, length, argc, argv);
+    EXPECT_STREQ(line, expected) << length;
+    EXPECT_EQ(line[length], length == 8 ? '\0' : '#');
   }
 }
 
@@ -324,20 +313,18 @@ TEST(HostProcess, KillsProcesses) {
 }
 
 TEST(HostProcess, TellsItsKindByStandardInput) {
-  struct Case {
-    const char* input;
-    HostProcessEType kind;
-  };
   writeFile("input", "x");
-  for (const Case& one :
-       {Case{"input", HOST_PROCESS_BATCH}, Case{"/dev/null", HOST_PROCESS_NETWORK},
-        Case{"/dev/ptmx", HOST_PROCESS_INTERACTIVE}, Case{nullptr, HOST_PROCESS_OTHER}}) {
-    const ChildResult child = runInChild([&] {
+  const std::pair<const char*, HostProcessEType> cases[] = {{"input", HOST_PROCESS_BATCH},
+                                                            {"/dev/null", HOST_PROCESS_NETWORK},
+                                                            {"/dev/ptmx", HOST_PROCESS_INTERACTIVE},
+                                                            {nullptr, HOST_PROCESS_OTHER}};
+  for (const auto& [input, kind] : cases) {
+    const ChildResult child = inChild([&] {
       close(STDIN_FILENO);
-      if (one.input != nullptr && open(one.input, O_RDWR | O_NOCTTY) != STDIN_FILENO) _exit(99);
-      _exit(HostGetProcessKind());
+      if (input != nullptr && open(input, O_RDWR | O_NOCTTY) != STDIN_FILENO) return 99;
+      return static_cast<int>(HostGetProcessKind());
     });
-    EXPECT_TRUE(child.exitedWith(one.kind)) << one.kind;
+    EXPECT_TRUE(child.exitedWith(kind)) << kind;
   }
 }
 

@@ -10,9 +10,9 @@
 // Calls go by their names in the table of basics/internal.h; an allocation is "malloc".
 using CallNames = std::set<std::string>;
 
-// While it lives, the call `name` fails with `error` after `succeed` times. A failing close closes
-// all the same, and a failing write with EINTR writes half. Also in children that this process
-// forks.
+// While it lives, the call `name` fails with `error` after `succeed` times, in this process or a
+// child that it forks. A failing close closes all the same, a failing waitpid has waited unless it
+// was interrupted, and an interrupted write writes half.
 class FailingCall {
  public:
   FailingCall(const std::string& name, int error, int succeed = 0);
@@ -34,6 +34,8 @@ struct FaultPlan {
   int error = EIO;
   // Calls whose failure the operation survives, and then has done all that it does without one.
   CallNames tolerated = {};
+  // Calls whose failure it survives in some of the places where it makes them.
+  CallNames sometimesTolerated = {};
   // The calls of the processes that the operation forks fail, not its own.
   bool inChildren = false;
   // A folder that a failed operation leaves as it was.
