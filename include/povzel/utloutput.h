@@ -8,9 +8,9 @@
 
 extern "C" {
 
-// Reopens standard output and then standard error to append to `fileName` (expanded as by
+// Reopens standard output and standard error to append to `fileName` (expanded as by
 // HostExpandFileName). Returns 1, or 0 with a message in `errText` (`errTextSize` bytes; null for
-// none); standard output may then be redirected already.
+// none); both streams are then as before.
 POVZEL_EXPORT BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errTextSize);
 
 // Appends a new line to `fileName` unless it ends with one. A file that is empty or missing needs

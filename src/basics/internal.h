@@ -78,23 +78,26 @@ inline int refuseVfork() {
 }  // namespace oscalls
 
 // OWN(name) for each of the calls above, CALL(name) for each that is used as it is.
-#define POVZEL_OS_CALLS(OWN, CALL) \
-  OWN(open) \
-  OWN(open64) \
-  OWN(fcntl) OWN(refuseVfork) /* files and directories */ \
-      CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2) CALL(stat) \
-          CALL(stat64) CALL(fstat) CALL(fstat64) CALL(readlink) CALL(getcwd) CALL(unlink) \
-              CALL(rename) CALL(mkdir) CALL(rmdir) CALL(chdir) CALL(opendir) CALL(readdir64) \
-                  CALL(closedir) /* streams */ \
-      CALL(fopen) CALL(freopen) CALL(fdopen) CALL(fread) CALL(fgetc) CALL(fputc) CALL(fseek) \
-          CALL(fflush) /* processes and threads */ \
-      CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) \
-          CALL(pthread_create) /* users */ \
-      CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist) \
-          CALL(getpwnam) CALL(getpwuid) CALL(getspnam) \
-              CALL(getlogin_r) /* limits, terminals, pages, the system */ \
-      CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64) CALL(tcgetattr) \
-          CALL(tcsetattr) CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname)
+// clang-format off
+#define POVZEL_OS_CALLS(OWN, CALL)                                                              \
+  OWN(open) OWN(open64) OWN(fcntl) OWN(refuseVfork)                                             \
+  /* files and directories */                                                                   \
+  CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
+  CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(readlink) CALL(getcwd)                 \
+  CALL(unlink) CALL(rename) CALL(mkdir) CALL(rmdir) CALL(chdir)                                 \
+  CALL(opendir) CALL(readdir64) CALL(closedir)                                                  \
+  /* streams */                                                                                 \
+  CALL(fopen) CALL(fdopen) CALL(fread) CALL(fgetc) CALL(fputc) CALL(fseek) CALL(fflush)         \
+  /* processes and threads */                                                                   \
+  CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) CALL(pthread_create) \
+  /* users */                                                                                   \
+  CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist)      \
+  CALL(getpwnam) CALL(getpwuid) CALL(getspnam) CALL(getlogin_r)                                 \
+  /* limits, terminals, pages, the system */                                                    \
+  CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \
+  CALL(tcgetattr) CALL(tcsetattr) CALL(tcgetpgrp) CALL(tcsetpgrp)                               \
+  CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname)
+// clang-format on
 
 struct OsCalls {
 #define POVZEL_OS_OWN(name) decltype(&oscalls::name) name = oscalls::name;

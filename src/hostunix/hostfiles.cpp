@@ -27,10 +27,6 @@ BoolType failed(HostErrSType* hostErr) {
   return 0;
 }
 
-bool idsDiffer() {
-  return geteuid() != getuid() || getegid() != getgid();
-}
-
 void expandKeepingLinks(const char* name, HostFnameStrType& expanded) {
   const KeepSoftLinks keepLinks;
   HostExpandFileName(name, expanded, sizeof expanded);
@@ -47,7 +43,7 @@ std::FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType
   const RealIds realIds(userFile);
   HostFnameStrType expanded;
   HostExpandFileName(fileName, expanded, sizeof expanded);
-  std::FILE* file = UnixIoFopen(expanded, openMode);
+  std::FILE* file = realIds.refused() ? nullptr : UnixIoFopen(expanded, openMode);
   if (file == nullptr) failed(fileErr);
   return file;
 }
@@ -68,9 +64,9 @@ BoolType HostFileExistSize(const char* fileName, unsigned long* size, BoolType* 
 
   struct stat64 status;
   bool found = statName(expanded, &status);
-  if (!found && errno == EACCES && idsDiffer()) {
+  if (!found && errno == EACCES && RealIds::areOthers()) {
     const RealIds realIds(1);
-    found = statName(expanded, &status);
+    found = !realIds.refused() && statName(expanded, &status);
     if (!found) errno = EACCES;
   }
   if (found) {
@@ -106,7 +102,7 @@ BoolType HostRemoveSingleFile(const char* filename, BoolType userFile, HostErrST
   const RealIds realIds(userFile);
   HostFnameStrType expanded;
   expandKeepingLinks(filename, expanded);
-  return os.unlink(expanded) == 0 ? 1 : failed(theErr);
+  return !realIds.refused() && os.unlink(expanded) == 0 ? 1 : failed(theErr);
 }
 
 BoolType HostRemoveFile(const char* filename, BoolType userFile) {
@@ -115,7 +111,7 @@ BoolType HostRemoveFile(const char* filename, BoolType userFile) {
   if (std::strlen(filename) >= sizeof(HostFnameStrType)) return 0;
   std::snprintf(command, sizeof command, "%s%s", removeCommand, filename);
   const RealIds realIds(userFile);
-  return HostSpawn(command);
+  return !realIds.refused() && HostSpawn(command);
 }
 
 BoolType HostCreateDirectory(const char* name, HostErrSType* hostErr) {

@@ -201,7 +201,7 @@ int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
   int log;
   {
     const RealIds ids(!plan.byDaemon);
-    log = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    log = ids.refused() ? -1 : HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
   }
   if (log >= 0) return log;
   const int reason = errno;

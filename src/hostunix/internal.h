@@ -17,6 +17,7 @@
 #include <grp.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdarg>
@@ -59,18 +60,31 @@ class KeepSoftLinks {
 class RealIds {
  public:
   explicit RealIds(BoolType wanted) : wanted_(wanted != 0) {
-    if (wanted_) HostUseRealId(&effective_);
+    if (!wanted_) return;
+    HostUseRealId(&effective_);
+    if (areOthers()) refusal_ = errno;
   }
   ~RealIds() {
     if (!wanted_) return;
     const ErrnoKeeper keeper;
     HostSetUserId(&effective_);
   }
+
+  // Whether the real ids are others than those in effect.
+  static bool areOthers() { return geteuid() != getuid() || getegid() != getgid(); }
+
+  // Whether the system has refused the change; then errno says why. Nothing may be done for the
+  // user in that case: it would be done with rights that he does not have.
+  bool refused() const {
+    if (refusal_ != 0) errno = refusal_;
+    return refusal_ != 0;
+  }
   RealIds(const RealIds&) = delete;
   RealIds& operator=(const RealIds&) = delete;
 
  private:
   bool wanted_;
+  int refusal_ = 0;
   HostUserIdSType effective_ = {};
 };
 

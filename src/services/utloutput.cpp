@@ -1,5 +1,7 @@
 #include <povzel/utloutput.h>
 
+#include <stdio_ext.h>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -46,16 +48,40 @@ BoolType endWithLf(FILE* file) {
   return 1;
 }
 
+// Puts the open file in the place of standard output and errors; of neither when one refuses.
+bool redirectOutput(int file) {
+  const int formerOutput = os.fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (formerOutput < 0 && errno != EBADF) return false;
+  bool redirected = os.dup2(file, STDOUT_FILENO) >= 0;
+  if (redirected && os.dup2(file, STDERR_FILENO) < 0) {
+    const ErrnoKeeper keeper;
+    os.dup2(formerOutput, STDOUT_FILENO);
+    redirected = false;
+  }
+  const ErrnoKeeper keeper;
+  if (formerOutput >= 0) os.close(formerOutput);
+  return redirected;
+}
+
+// The same with the file `name`, opened to append.
+bool redirectOutput(const char* name) {
+  const int file = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0666);
+  if (file < 0) return false;
+  std::fflush(stdout);
+  std::fflush(stderr);
+  const bool redirected = redirectOutput(file);
+  const ErrnoKeeper keeper;
+  os.close(file);
+  return redirected;
+}
+
 }  // namespace
 
 BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errTextSize) {
   HostFnameStrType expanded;
   HostExpandFileName(fileName, expanded, sizeof expanded);
   errno = 0;
-  if (os.freopen(expanded, "a", stdout) != nullptr &&
-      os.freopen(expanded, "a", stderr) != nullptr) {
-    return 1;
-  }
+  if (redirectOutput(expanded)) return 1;
   ErrMsgStrType reason;
   UnixErr(errno, reason, sizeof reason);
   if (errText != nullptr && errTextSize > 0) {
@@ -78,6 +104,7 @@ BoolType UtlAppendLfToFile(const char* fileName) {
   FILE* file = UnixIoFopen(expanded, "a+");
   if (file == nullptr) return reportFailedStep(openStep, errno);
   const BoolType result = endWithLf(file);
+  if (result == 0) __fpurge(file);  // closing would write the line end after all
   std::fclose(file);
   return result;
 }

@@ -1,6 +1,5 @@
 #include <povzel/unixio.h>
 
-#include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/single_threaded.h>
 #include <unistd.h>
@@ -69,10 +68,13 @@ int UnixIoExecv(const char* name, const char** argv) {
 }
 
 std::FILE* UnixIoFopen(const char* name, const char* mode) {
+  // The C library's own "e" closes it on exec from the start, wherever it stands behind the first
+  // letter.
+  char closedByExec[32];
+  std::snprintf(closedByExec, sizeof closedByExec, "%.1se%s", mode,
+                mode[0] != '\0' ? mode + 1 : "");
   errno = 0;
-  std::FILE* file = os.fopen(name, mode);
-  if (file != nullptr) os.fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
-  return file;
+  return os.fopen(name, closedByExec);
 }
 
 BoolType UnixIoStat(const char* name, struct stat* result, char* errText, std::size_t errTextSize) {

@@ -41,7 +41,7 @@ class Surroundings {
   explicit Surroundings(BoolType interactively) : mask_(allSignals()) {
     UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, &child_);
     UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, &timer_);
-    if (interactively != 0) foreground_ = tcgetpgrp(STDIN_FILENO);
+    if (interactively != 0) foreground_ = os.tcgetpgrp(STDIN_FILENO);
   }
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
@@ -71,7 +71,7 @@ class Surroundings {
     sigemptyset(&terminalOutput);
     sigaddset(&terminalOutput, SIGTTOU);
     const SignalMask mask(terminalOutput);
-    tcsetpgrp(STDIN_FILENO, foreground_);
+    os.tcsetpgrp(STDIN_FILENO, foreground_);
     mask.restore();
   }
 
