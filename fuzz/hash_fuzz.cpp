@@ -4,11 +4,11 @@
 #include <povzel/hash.h>
 
 #include <bitset>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include <povzel/utlheap.h>
+#include "require.h"
 
 namespace {
 
@@ -21,10 +21,6 @@ unsigned int recordHash(const void* record) {
 
 BoolType recordsEqual(const void* probe, const void* stored) {
   return *static_cast<const ByteType*>(probe) == *static_cast<const ByteType*>(stored) ? 1 : 0;
-}
-
-void require(bool condition) {
-  if (!condition) std::abort();
 }
 
 // Visits every record once, removing those that `removes` selects.

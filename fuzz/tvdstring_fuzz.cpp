@@ -3,15 +3,12 @@
 #include <povzel/tvdstring.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
-namespace {
+#include "require.h"
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+namespace {
 
 void append(TvDString* ds, std::string* model, const char* text, long length) {
   const std::string piece =

@@ -2,18 +2,14 @@
 // sets the kind of key; then each operation is one byte and a key of up to 15 bytes.
 #include <povzel/tvhash.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 
 #include <povzel/utlheap.h>
+#include "require.h"
 
 namespace {
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 using Model = std::map<std::string, TvHashEntry*>;
 

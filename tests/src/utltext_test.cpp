@@ -3,71 +3,41 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
-#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <povzel/utlfilename.h>
 #include <povzel/utlglob.h>
-#include "slowglob.h"
 
 namespace {
 
 TEST(UtlGlob, Table) {
   const struct {
     const char* pattern;
-    std::vector<const char*> matching;
-    std::vector<const char*> others;
+    std::vector<const char*> matching, others;
   } cases[] = {
-      {"", {""}, {"a"}},
       {"a*c", {"abc", "ac", "acc", "acbc"}, {"a", "c", "acb"}},
       {"a?c", {"abc", "a?c"}, {"ac", "abbc"}},
-      {"*", {"", "a", "*"}, {}},
-      {"**?", {"a", "ab"}, {""}},
-      {"*ab*ab", {"abab", "xabyab", "ababab"}, {"ab", "aba", "ababx"}},
+      {"*ab*ab", {"abab", "xabyab", "ababab"}, {"ab", "aba", "ababx", ""}},
       {"[^a-c]x", {"dx", "^x", "\xFFx"}, {"bx", "x", "d"}},
-      {"[a^]", {"a", "^"}, {"b"}},
-      {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
       {"[^b-]x", {"ax", "\x80x"}, {"bx", "zx"}},
+      {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
       {"[\xFE-\x02]", {"\xFE", "\xFF", "\x01", "\x02"}, {"\x03", "a"}},
       {"[z-a]", {}, {"a", "m", "z", "-"}},
-      {"[-a]", {"-", "a"}, {"b"}},
-      {"[a-c-e]", {"b", "-", "e"}, {"d"}},
       {"[*?\\]", {"*", "?", "\\"}, {"a"}},
-      {"[]", {}, {"", "]", "a"}},
+      {"[]a]", {}, {"a", "]", "a]", ""}},
       {"[^]", {"]", "a"}, {""}},
-      {"[]a]", {}, {"a", "]", "a]"}},
-      {"[[]", {"["}, {"]"}},
       {"a*[b", {}, {"ab", "a", "a[b"}},
       {"[a-", {}, {"a", "-"}},
-      {"\\*", {"*"}, {"a", "\\*", ""}},
       {"\\[a]", {"[a]"}, {"a"}},
-      {"a\\", {"a\\"}, {"a"}},
-      {"\\a\\\\", {"a\\"}, {"\\a\\"}},
+      {"\\a\\", {"a\\"}, {"\\a\\", "a"}},
+      {"", {""}, {"a"}},
   };
   for (const auto& c : cases) {
     for (const char* text : c.matching) EXPECT_EQ(UtlGlob(c.pattern, text), 1) << c.pattern << text;
     for (const char* text : c.others) EXPECT_EQ(UtlGlob(c.pattern, text), 0) << c.pattern << text;
   }
-}
-
-TEST(UtlGlob, AgreesWithTheSlowMatcher) {
-  std::mt19937 random(3);
-  const auto pick = [&](const std::string& letters, std::size_t most) {
-    std::string text(random() % (most + 1), ' ');
-    for (char& c : text) c = letters[random() % letters.size()];
-    return text;
-  };
-  int matches = 0;
-  for (int i = 0; i < 100000; ++i) {
-    const std::string pattern = pick("aabb**?[]^-\\\xF0", 9);
-    const std::string text = pick("aabb-]\\\xF0", 7);
-    const bool expected = slowGlob(pattern, text);
-    matches += expected ? 1 : 0;
-    ASSERT_EQ(UtlGlob(pattern.c_str(), text.c_str()), expected ? 1 : 0) << pattern << " " << text;
-  }
-  EXPECT_GT(matches, 4000);
 }
 
 TEST(UtlGlob, ManyStarsTakeNoLonger) {
@@ -79,28 +49,24 @@ TEST(UtlGlob, ManyStarsTakeNoLonger) {
 }
 
 TEST(UtlText, PrintsVisiblyOrUnchanged) {
-  std::string text;
-  std::string expected;
-  for (int i = 0; i < 200; ++i) {
-    text += "a \t\n~\001\032\037\177\200\201\211\212\237\240\301\377";
-    expected += "a \t\n~^A^Z^_^?!^@!^A!\t!\n!^_! !A!^?";
-  }
   testing::internal::CaptureStdout();
   UtlPrintVisible(stdout, "");
-  UtlPrintVisible(stdout, text.c_str());
+  UtlPrintVisible(stdout, "a \t\n~\001\032\037\177\200\201\211\212\237\240\301\377");
+  UtlPrintVisible(stdout, std::string(5000, '\001').c_str());
   UtlPrintStr("a\001%s\377");
+  std::string expected = "a \t\n~^A^Z^_^?!^@!^A!\t!\n!^_! !A!^?";
+  for (int i = 0; i < 5000; ++i) expected += "^A";
   EXPECT_EQ(testing::internal::GetCapturedStdout(), expected + "a\001%s\377");
 }
 
 TEST(UtlText, CaseOfTheLowSixteenBits) {
   const struct {
     int c, upper, lower;
-  } cases[] = {
-      {'a', 'A', 'a'},           {'Q', 'Q', 'q'},      {0xE0, 0xC0, 0xE0},    {0x10061, 'A', 'a'},
-      {0x12345, 0x2345, 0x2345}, {-1, 0xFFFF, 0xFFFF}, {-32, 0xFFE0, 0xFFE0}, {'1', '1', '1'}};
+  } cases[] = {{'a', 'A', 'a'},           {'Q', 'Q', 'q'},     {0xE0, 0xC0, 0xE0},  {'1', '1', '1'},
+               {0x12345, 0x2345, 0x2345}, {0x10061, 'A', 'a'}, {-1, 0xFFFF, 0xFFFF}};
   for (const auto& c : cases) {
-    EXPECT_EQ(UtlToUpper(c.c), c.upper);
-    EXPECT_EQ(UtlToLower(c.c), c.lower);
+    EXPECT_EQ(UtlToUpper(c.c), c.upper) << c.c;
+    EXPECT_EQ(UtlToLower(c.c), c.lower) << c.c;
   }
 }
 
@@ -119,34 +85,31 @@ TEST(UtlText, BytesCompareUnsignedAtEveryLengthAndPlace) {
   EXPECT_EQ(UtlMemcmp("a", "b", 0), 0);
   for (std::size_t length = 1; length < 200; ++length) {
     const std::vector<char> a(length, '\x7F');
-    std::vector<char> b = a;
-    EXPECT_EQ(UtlMemcmp(a.data(), b.data(), length), 0);
+    EXPECT_EQ(UtlMemcmp(a.data(), std::vector(a).data(), length), 0);
     for (std::size_t at = 0; at < length; ++at) {
+      std::vector<char> b = a;
+      b.back() = 0;  // a later, opposite difference
       b[at] = '\x80';
-      if (at + 1 < length) b[length - 1] = 0;  // a later, opposite difference
       ASSERT_EQ(UtlMemcmp(a.data(), b.data(), length), -1) << at << " of " << length;
       ASSERT_EQ(UtlMemcmp(b.data(), a.data(), length), 1) << at << " of " << length;
-      b = a;
     }
   }
 }
 
 TEST(UtlText, ErrorTexts) {
-  const struct {
-    int number;
-    std::string text;
-  } cases[] = {{ENOENT, "No such file or directory"},
-               {0, "Success"},
-               {-7, "(no message from strerror for -7)"},
-               {99999, "(no message from strerror for 99999)"}};
-  for (const auto& c : cases) {
-    for (std::size_t length = 0; length < c.text.size() + 3; ++length) {
-      std::vector<char> buffer(length + 1, '#');
+  const std::pair<int, std::string> cases[] = {{ENOENT, "No such file or directory"},
+                                               {0, "Success"},
+                                               {-7, "(no message from strerror for -7)"},
+                                               {99999, "(no message from strerror for 99999)"}};
+  for (const auto& [number, text] : cases) {
+    for (std::size_t size = 0; size < text.size() + 3; ++size) {
+      std::string buffer(size + 1, '#');
       errno = 77;
-      UtlStrerror(c.number, buffer.data(), length);
+      UtlStrerror(number, buffer.data(), size);
       EXPECT_EQ(errno, 77);
-      EXPECT_EQ(buffer[length], '#');
-      EXPECT_EQ(length > 0 ? buffer.data() : "", c.text.substr(0, length > 0 ? length - 1 : 0));
+      EXPECT_EQ(buffer[size], '#');
+      if (size == 0) continue;
+      EXPECT_EQ(std::string(buffer.c_str()), text.substr(0, size - 1));
     }
   }
 }
@@ -154,24 +117,22 @@ TEST(UtlText, ErrorTexts) {
 TEST(UtlFileName, Parts) {
   const struct {
     const char* name;
-    std::size_t path, namePart, extension;
+    long path, namePart, extension;
     const char* base;
-  } cases[] = {
-      {"/tmp/log.txt", 0, 5, 8, "log"},
-      {"log.txt", 7, 0, 3, "log"},
-      {"a.b/c", 0, 4, 5, "c"},
-      {"a.tar.gz", 8, 0, 5, "a.tar"},
-      {"/d/.hidden", 0, 3, 3, ""},
-      {"", 0, 0, 0, ""},
-      {"dir/", 0, 4, 4, ""},
-      {"end.", 4, 0, 3, "end"},
-  };
+  } cases[] = {{"/tmp/log.txt", 0, 5, 8, "log"},
+               {"log.txt", 7, 0, 3, "log"},
+               {"a.b/c", 0, 4, 5, "c"},
+               {"a.tar.gz", 8, 0, 5, "a.tar"},
+               {"/d/.hidden", 0, 3, 3, ""},
+               {"", 0, 0, 0, ""},
+               {"dir/", 0, 4, 4, ""},
+               {"end.", 4, 0, 3, "end"}};
   for (const auto& c : cases) {
     std::string name = c.name;
     char* start = name.data();
-    EXPECT_EQ(UtlFnGetPathPtr(start) - start, static_cast<long>(c.path)) << c.name;
-    EXPECT_EQ(UtlFnGetNamePtr(start) - start, static_cast<long>(c.namePart)) << c.name;
-    EXPECT_EQ(UtlFnGetExtensionPtr(start) - start, static_cast<long>(c.extension)) << c.name;
+    EXPECT_EQ(UtlFnGetPathPtr(start) - start, c.path) << c.name;
+    EXPECT_EQ(UtlFnGetNamePtr(start) - start, c.namePart) << c.name;
+    EXPECT_EQ(UtlFnGetExtensionPtr(start) - start, c.extension) << c.name;
     EXPECT_STREQ(UtlBasename(start), c.base) << c.name;
   }
 }

@@ -1,0 +1,105 @@
+// Runs a fuzz target as an ordinary test, with any compiler:
+//   NAME CORPUS COUNT   every file in the folder CORPUS, then COUNT inputs made from them
+//   NAME INPUT          the file INPUT alone, in this process
+// The inputs of a corpus run in a child, whose output is shown only if it fails; the input at fault
+// is then kept in the current folder as NAME.failed. POVZEL_FUZZ_SEED makes other inputs.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "child.h"
+#include "surroundings.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+constexpr unsigned secondsPerInput = 60;  // longer is a hang
+
+std::vector<std::string> readCorpus(const std::string& folder) {
+  std::vector<std::string> inputs;
+  for (const auto& file : std::filesystem::directory_iterator(folder)) {
+    inputs.push_back(readFile(file.path()));
+  }
+  std::sort(inputs.begin(), inputs.end());
+  return inputs;
+}
+
+// Noise, or an input of the corpus with some changes.
+std::string makeInput(const std::vector<std::string>& corpus, std::mt19937 random) {
+  const auto below = [&random](std::size_t count) { return random() % count; };
+  if (below(4) == 0) {
+    std::string noise(below(1U << below(11)), '\0');
+    for (char& byte : noise) byte = static_cast<char>(random());
+    return noise;
+  }
+  std::string input = corpus[below(corpus.size())];
+  for (std::size_t changes = 1 + below(8); changes > 0; --changes) {
+    const std::string& other = corpus[below(corpus.size())];
+    const std::size_t at = below(input.size() + 1);
+    switch (below(4)) {
+      case 0:
+        if (at < input.size()) input[at] ^= static_cast<char>(1U << below(8));
+        break;
+      case 1:
+        input.insert(at, 1, static_cast<char>(random()));
+        break;
+      case 2:
+        input.erase(at, below(8));
+        break;
+      default:
+        input.insert(at, other, below(other.size() + 1), below(other.size() + 1));
+    }
+  }
+  return input;
+}
+
+void run(const std::string& input) {
+  const std::vector<std::uint8_t> exact(input.begin(), input.end());  // sanitizers see its end
+  alarm(secondsPerInput);
+  LLVMFuzzerTestOneInput(exact.data(), exact.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 2) {
+    run(readFile(argv[1]));
+    return 0;
+  }
+  if (argc != 3) return 2;
+  const std::vector<std::string> corpus = readCorpus(argv[1]);
+  const std::size_t count = corpus.size() + std::strtoul(argv[2], nullptr, 10);
+  const char* seedText = std::getenv("POVZEL_FUZZ_SEED");
+  const auto seed = seedText != nullptr ? std::strtoul(seedText, nullptr, 10) : 1;
+  const auto input = [&](std::size_t number) {
+    if (number < corpus.size()) return corpus[number];
+    return makeInput(corpus, std::mt19937(seed * 1000000 + number));
+  };
+
+  const ScratchDirectory scratch;
+  // The number of the input at which the child is.
+  auto* at = static_cast<std::size_t*>(mmap(nullptr, sizeof(std::size_t), PROT_READ | PROT_WRITE,
+                                            MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  if (at == MAP_FAILED) std::abort();
+  const ChildResult child = runInChild([&] {
+    std::filesystem::current_path(scratch.path());
+    for (*at = 0; *at < count; ++*at) run(input(*at));
+    std::exit(0);  // as any program, so that leaks are looked for
+  });
+  if (child.exitedWith(0)) return 0;
+  std::fprintf(stderr, "%s%sstatus %d at input %zu of %zu, seed %lu\n", child.out.c_str(),
+               child.err.c_str(), child.status, *at, count, seed);
+  if (*at < count)
+    writeFile(std::filesystem::path(argv[0]).filename().string() + ".failed", input(*at));
+  return 1;
+}
