@@ -6,41 +6,16 @@
 #include <string>
 #include <vector>
 
-namespace loaderhooks {
-
-struct OpenCallSType {
-  std::string name;
-  int flags;
+struct LoaderHooks {
+  std::vector<std::string> opens;             // the names of every dlopen, in order
+  std::vector<std::string> events;            // "opened old", "ZelShutdown", "closed old", ...
+  std::map<std::string, std::string> stands;  // name asked for: file that is opened
+  int flags = 0;                              // of the last dlopen
+  int errorCalls = 0;                         // calls of dlerror
+  bool errorsAreNull = false;                 // dlerror has nothing to say
 };
 
-extern std::vector<OpenCallSType> opens;           // every dlopen, in order
-extern std::vector<std::string> events;            // "opened old", "ZelShutdown", "closed old", ...
-extern std::map<std::string, std::string> stands;  // name asked for: fixture that is opened
-extern int errorCalls;                             // calls of dlerror
-extern bool errorsAreNull;                         // dlerror has nothing to say
-
-// Forgets all of the above.
-void reset();
-
-// The names in `opens`.
-std::vector<std::string> openedNames();
+extern LoaderHooks loaderHooks;
 
 // The file of a fixture library by its short name.
-std::string fixture(const std::string& name);
-
-// A buffer whose surroundings and rest tell whether more than `size` bytes were written.
-struct Guarded {
-  explicit Guarded(std::size_t room) : bytes(room + 32, '#'), size(room) {}
-  char* buffer() { return bytes.data() + 16; }
-  std::string text() const;  // what the buffer holds up to its terminator
-  // What `whole` is when cut to this buffer.
-  std::string cut(const std::string& whole) const {
-    return size > 0 ? whole.substr(0, size - 1) : "";
-  }
-  bool intact() const;  // nothing was written before or behind the buffer
-
-  std::string bytes;
-  std::size_t size;
-};
-
-}  // namespace loaderhooks
+std::string fixtureFile(const std::string& name);

@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <povzel/atomics.h>
+#include <povzel/hostmutex.h>
+#include <povzel/hostthread.h>
+
+namespace {
+
+TEST(Atomics, EachOperationReturnsWhatWasThere) {
+  const struct {
+    int (*operation)(int*, int);
+    int word, operand, after;
+  } cases[] = {{HostAsmSyncCtrAdd, 1, -1, 0},
+               {HostAsmSyncCtrAdd, INT_MAX, 1, INT_MIN},
+               {HostAsmSyncCtrAdd, 77, 0, 77},
+               {HostAsmSyncOr, 1, 1, 1},
+               {HostAsmSyncOr, 0x0F0F, INT_MIN | 0xF0, INT_MIN | 0x0FFF},
+               {HostAsmSyncAnd, -1, 0, 0},
+               {HostAsmSyncAnd, 0x1234, 0x0FF0, 0x0230}};
+  for (const auto& c : cases) {
+    int word = c.word;
+    EXPECT_EQ(c.operation(&word, c.operand), c.word);
+    EXPECT_EQ(word, c.after);
+  }
+}
+
+TEST(Atomics, LockWord) {
+  int word = 0;
+  EXPECT_EQ(HostAsmTryLock(&word, 1), 1);
+  for (const int spins : {1, 2, 1000}) EXPECT_EQ(HostAsmTryLock(&word, spins), 0);
+  EXPECT_EQ(word, 1);
+  HostAsmUnlock(&word);
+  EXPECT_EQ(word, 0);
+  HostAsmClearLockedPage(&word);
+  EXPECT_EQ(word, -1);
+  EXPECT_EQ(HostAsmTryLock(&word, 5), 0);
+
+  // Without a limit of spins it waits until the lock is free.
+  int waiting = 0;
+  std::thread waiter([&] {
+    HostAsmSyncOr(&waiting, 1);
+    EXPECT_EQ(HostAsmTryLock(&word, 0), 1);
+  });
+  while (HostAsmSyncCtrAdd(&waiting, 0) == 0) std::this_thread::yield();
+  HostAsmUnlock(&word);
+  waiter.join();
+  EXPECT_EQ(word, 1);
+}
+
+// What all threads do at once. Each owns a bit of `flags`; the other two numbers are behind locks.
+struct Storm {
+  static constexpr int workers = 4;
+  static constexpr int rounds = 20000;
+
+  void work(int worker) {
+    const int bit = 1 << worker;
+    for (int i = 0; i < rounds; ++i) {
+      HostAsmSyncCtrAdd(&counter, i % 2 == 0 ? 3 : -1);
+      if ((HostAsmSyncOr(&flags, bit) & bit) != 0) HostAsmSyncOr(&lost, bit);
+      if ((HostAsmSyncAnd(&flags, ~bit) & bit) == 0) HostAsmSyncOr(&lost, bit);
+      while (HostAsmTryLock(&lock, 100) == 0) std::this_thread::yield();
+      ++guarded;
+      HostAsmUnlock(&lock);
+      HostMutexAcquire(&mutex);
+      ++alsoGuarded;
+      HostMutexRelease(&mutex);
+    }
+  }
+
+  HostMutexSType mutex;
+  int lock = 0, counter = 0, flags = 0, lost = 0;
+  int guarded = 0, alsoGuarded = 0;
+};
+
+TEST(Threads, LoseNothing) {
+  Storm storm;
+  HostMutexInit(&storm.mutex);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < Storm::workers; ++i) threads.emplace_back(&Storm::work, &storm, i);
+  for (std::thread& thread : threads) thread.join();
+  HostMutexDestroy(&storm.mutex);
+  constexpr int all = Storm::workers * Storm::rounds;
+  EXPECT_EQ((std::vector{storm.counter, storm.guarded, storm.alsoGuarded}), std::vector(3, all));
+  EXPECT_EQ(storm.lock | storm.flags | storm.lost, 0);
+}
+
+// Each thread stores its own word and then reads the other's. With a fence between, at least one
+// of them sees the other's store.
+TEST(Threads, BarrierOrdersStoresBeforeLoads) {
+  struct alignas(64) Word {
+    volatile int value;
+  };
+  Word words[2] = {};
+  Word seen[2] = {};
+  int arrived = 0;
+  int missed = 0;
+  const auto meet = [&](int times) {
+    HostAsmSyncCtrAdd(&arrived, 1);
+    while (HostAsmSyncCtrAdd(&arrived, 0) < 2 * times) std::this_thread::yield();
+  };
+  const auto run = [&](int me) {
+    for (int round = 1, meetings = 0; round <= 3000; ++round) {
+      meet(++meetings);
+      words[me].value = round;
+      HostShrMemoryBarrier();
+      seen[me].value = words[1 - me].value;
+      meet(++meetings);
+      if (me == 0 && seen[0].value != round && seen[1].value != round) ++missed;
+    }
+  };
+  std::thread other(run, 1);
+  run(0);
+  other.join();
+  EXPECT_EQ(missed, 0);
+}
+
+// A mutex whose calls fail: it checks its owner.
+HostMutexSType checkedMutex() {
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+  HostMutexSType mutex;
+  pthread_mutex_init(&mutex, &attributes);
+  return mutex;
+}
+
+void withHeldMutex(void (*action)(HostMutexSType*)) {
+  HostMutexSType mutex = checkedMutex();
+  HostMutexAcquire(&mutex);
+  action(&mutex);
+}
+
+TEST(HostMutexDeathTest, FailuresAreBrokenGuarantees) {
+  const struct {
+    void (*action)();
+    std::string printed;
+  } cases[] = {
+      {[] { withHeldMutex(HostMutexDestroy); }, "mutexDestroy failed\n"},
+      {[] { withHeldMutex(HostMutexAcquire); }, "mutexLock failed\n"},
+      {[] { HostMutexInit(nullptr); }, ""},
+      {[] { HostMutexDestroy(nullptr); }, "mutexDestroy failed\n"},
+      {[] { HostMutexAcquire(nullptr); }, "mutexLock failed\n"},
+      {[] { HostMutexError(-7); }, "HostMutexError :  caller line -7\n"},
+  };
+  for (const auto& c : cases) {
+    const auto die = [&c] {
+      dup2(STDERR_FILENO, STDOUT_FILENO);
+      c.action();
+    };
+    EXPECT_EXIT(die(), testing::ExitedWithCode(3),
+                "^" + c.printed + "UTL_GUARANTEE failure in file src/hostmutex at line [0-9]+\n");
+  }
+}
+
+TEST(HostMutex, FailedReleaseIsReportedAndGoesOn) {
+  HostMutexSType mutex = checkedMutex();
+  testing::internal::CaptureStdout();
+  HostMutexRelease(&mutex);
+  HostMutexRelease(nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "mutexUnLock failed=nmutexUnLock failed=n");
+}
+
+HostThreadType started(HostThreadFuncType* start, void* arg, std::size_t minStackSize = 0) {
+  HostThreadType thread;
+  EXPECT_EQ(HostThreadCreate(&thread, start, arg, minStackSize), 0);
+  return thread;
+}
+
+void* join(HostThreadType thread) {
+  void* value = nullptr;
+  EXPECT_EQ(HostThreadJoin(thread, &value), 0);
+  return value;
+}
+
+void* giveBack(void* arg) {
+  return arg;
+}
+
+TEST(HostThread, RunsJoinsAndExits) {
+  int word = 0;
+  EXPECT_EQ(join(started(giveBack, &word)), &word);
+  const auto exitWithId = [](void*) -> void* {
+    HostThreadExit(reinterpret_cast<void*>(HostThreadSelf()));
+  };
+  const HostThreadType thread = started(exitWithId, nullptr);
+  EXPECT_EQ(HostThreadEqual(thread, thread), 1);
+  EXPECT_EQ(HostThreadEqual(thread, HostThreadSelf()), 0);
+  EXPECT_EQ(reinterpret_cast<HostThreadType>(join(thread)), thread);
+  EXPECT_EQ(HostThreadJoin(HostThreadSelf(), nullptr), EDEADLK);
+}
+
+TEST(HostThread, KillSendsTheSignalToThatThread) {
+  static HostThreadType receiver;
+  receiver = 0;
+  const auto before = std::signal(SIGUSR2, [](int) { receiver = HostThreadSelf(); });
+  EXPECT_EQ(HostThreadKill(HostThreadSelf(), SIGUSR2), 0);
+  EXPECT_EQ(receiver, HostThreadSelf());
+  EXPECT_EQ(HostThreadKill(HostThreadSelf(), 0), 0);
+  EXPECT_EQ(HostThreadKill(HostThreadSelf(), 12345), EINVAL);
+  std::signal(SIGUSR2, before);
+}
+
+std::size_t stackSizeOf(pthread_attr_t attributes) {
+  std::size_t size = 0;
+  pthread_attr_getstacksize(&attributes, &size);
+  pthread_attr_destroy(&attributes);
+  return size;
+}
+
+TEST(HostThread, StackIsAtLeastTheMinimumInWholePages) {
+  const auto ownStackSize = [](void*) {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    return reinterpret_cast<void*>(stackSizeOf(attributes));
+  };
+  pthread_attr_t defaults;
+  pthread_attr_init(&defaults);
+  const std::size_t least = stackSizeOf(defaults);
+  const std::pair<std::size_t, std::size_t> cases[] = {{0, least},
+                                                       {1, least},
+                                                       {least, least},
+                                                       {least + 1, least + 4096},
+                                                       {least + 4096, least + 4096},
+                                                       {2 * least - 5, 2 * least}};
+  testing::internal::CaptureStdout();
+  for (const auto& [minimum, size] : cases) {
+    EXPECT_EQ(join(started(ownStackSize, nullptr, minimum)), reinterpret_cast<void*>(size));
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  for (const std::size_t size : {0xFFFFF000U, 0xFFFFF001U, 0xFFFFFFFFU}) {
+    HostThreadType thread;
+    EXPECT_NE(HostThreadCreate(&thread, giveBack, nullptr, size), 0) << "more than memory";
+  }
+}
+
+}  // namespace
