@@ -13,10 +13,12 @@ using Transform = std::array<unsigned char, 4>;
 constexpr Transform littleEndian = {0, 1, 2, 3};
 constexpr Transform bigEndian = {3, 2, 1, 0};
 
-inline std::string stored(std::uint32_t value, const Transform& transform) {
+inline std::string stored(const std::vector<std::uint32_t>& values, const Transform& transform) {
   std::string bytes;
-  for (const unsigned char significance : transform) {
-    bytes += static_cast<char>(value >> 8 * significance);
+  for (const std::uint32_t value : values) {
+    for (const unsigned char significance : transform) {
+      bytes += static_cast<char>(value >> 8 * significance);
+    }
   }
   return bytes;
 }
@@ -24,7 +26,7 @@ inline std::string stored(std::uint32_t value, const Transform& transform) {
 inline std::string storedHeader(const Transform& transform, std::uint32_t vers,
                                 std::uint32_t tabSize, std::uint32_t textBegin) {
   return "\xDE\xAD\xBE\xEF" + std::string(transform.begin(), transform.end()) +
-         stored(vers, transform) + stored(tabSize, transform) + stored(textBegin, transform);
+         stored({vers, tabSize, textBegin}, transform);
 }
 
 // The bytes of a compiled file. Each entry is a symbol and its lines; with `keyed` every slot has a
@@ -32,30 +34,18 @@ inline std::string storedHeader(const Transform& transform, std::uint32_t vers,
 inline std::string compiledFile(const std::vector<std::pair<std::string, std::string>>& entries,
                                 const Transform& transform = littleEndian,
                                 std::uint32_t tabSize = 8, bool keyed = false) {
-  struct Slot {
-    std::uint32_t hash, keyLoc, valLoc;
-  };
-  const std::uint32_t begin = 20 + 12 * tabSize;
-  std::vector<Slot> slots(tabSize, Slot{0, 0, 0});
-  std::string rest;
+  std::string bytes = storedHeader(transform, 1, tabSize, 20 + 12 * tabSize);
+  bytes.resize(20 + 12 * tabSize);
+  const std::string empty(12, '\0');
   for (const auto& [symbol, lines] : entries) {
-    const auto hash = static_cast<std::uint32_t>(
-        HashStrHash(reinterpret_cast<const ByteType*>(symbol.data()), symbol.size(), 1));
+    const std::uint32_t hash = HashCStrHash(symbol.c_str());
     std::uint32_t index = hash % tabSize;
-    while (slots[index].valLoc != 0) index = (index + 1) % tabSize;
-    slots[index].hash = hash;
-    if (keyed) {
-      slots[index].keyLoc = begin + static_cast<std::uint32_t>(rest.size());
-      rest += symbol + '\0';
-    }
-    slots[index].valLoc = begin + static_cast<std::uint32_t>(rest.size());
-    rest += lines;
+    while (bytes.substr(20 + 12 * index, 12) != empty) index = (index + 1) % tabSize;
+    const auto key = static_cast<std::uint32_t>(bytes.size());
+    if (keyed) bytes += symbol + '\0';
+    const auto value = static_cast<std::uint32_t>(bytes.size());
+    bytes.replace(20 + 12 * index, 12, stored({hash, keyed ? key : 0, value}, transform));
+    bytes += lines;
   }
-  std::string bytes = storedHeader(transform, 1, tabSize, begin);
-  for (const Slot& slot : slots) {
-    for (const std::uint32_t value : {slot.hash, slot.keyLoc, slot.valLoc}) {
-      bytes += stored(value, transform);
-    }
-  }
-  return bytes + rest;
+  return bytes;
 }
