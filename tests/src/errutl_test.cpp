@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <filesystem>
 #include <memory>
 
 #include "child.h"
@@ -13,13 +15,10 @@ namespace {
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-struct CloseFile {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 File streamOf(const std::string& bytes) {
-  File file(std::tmpfile());
+  File file(std::tmpfile(), std::fclose);
   std::fwrite(bytes.data(), 1, bytes.size(), file.get());
   std::rewind(file.get());
   return file;
@@ -42,12 +41,10 @@ std::string parsed(const std::string& source) {
   return result + GetCapturedStderr() + (bad != 0 ? "bad" : "good") + std::to_string(line);
 }
 
-TEST(MessageSource, EntriesAndFaults) {
-  const std::string symbol254(254, 's');
-  const struct {
-    const char* source;
-    const char* result;
-  } rows[] = {
+TEST(MessageSource, EntriesAndLines) {
+  const std::string symbol(254, 's');
+  const std::string most(2044, 't');  // with "fo:" a line's 2047 characters
+  const std::pair<std::string, std::string> rows[] = {
       {"foo (1 2) : text %s\n", "foo|1,2,2| text %s|0@1\ngood1"},
       {"foo(1):x\n", "foo|1,1|x|0@1\ngood1"},
       {"foo:\n", "foo|0||0@1\ngood1"},
@@ -55,47 +52,45 @@ TEST(MessageSource, EntriesAndFaults) {
       {"foo () :x\n", "foo|0|x|0@1\ngood1"},
       {"foo (0 010 3) :x\n", "foo|0,10,3,10|x|0@1\ngood1"},
       {"foo (1 2 3 4 5 6 7 8 9 10):x\n", "foo|1,2,3,4,5,6,7,8,9,10,10|x|0@1\ngood1"},
-      {"foo (1 1 1 1 1 1 1 1 1 1 1):x\n", "f near line 1: too many arguments\nbad1"},
-      {"foo (11) : x\n", "f near line 1: numeral (11) out of range\nbad1"},
-      {"foo (123) : x\n", "f near line 1: numeral (12) out of range\nbad1"},
-      {"foo (99999999999999999999) : x\n", "f near line 1: numeral (99) out of range\nbad1"},
-      {"foo (1 : x\n", "f near line 1: \")\" expected\nbad1"},
-      {"foo (1\n", "f near line 1: \")\" expected\nbad1"},
-      {"foo (-1):x\n", "f near line 1: \")\" expected\nbad1"},
-      {"foo (1,2):x\n", "f near line 1: \")\" expected\nbad1"},
-      {"foo ( \n", "f near line 1: \")\" missing\nbad1"},
-      {"foo\n", "f near line 1: symbol missing\nbad1"},
-      {": x\n", "f near line 1: symbol missing\nbad1"},
-      {"(1): x\n", "f near line 1: symbol missing\nbad1"},
-      {"foo x\n", "f near line 1: \":\" expected\nbad1"},
-      {"foo (1) x\n", "f near line 1: \":\" expected\nbad1"},
-      // Lines: comments, continuations, ends
+      {symbol + ":x\n", symbol + "|0|x|0@1\ngood1"},
       {"# c\n\n \t\nfoo:x\n  # d\n", "foo|0|x|8@4\ngood5"},
       {"foo : a\\\nb\nbar:c\n", "foo|0| ab|0@2\nbar|0|c|11@3\ngood3"},
       {"fo\\\n\\\n\\\no:x\n", "foo|0|x|0@4\ngood4"},
       {"foo:a\\\\\n\n", "foo|0|a\\|0@2\ngood2"},
       {"bad\nfoo:x\n", "foo|0|x|4@2!\nf near line 1: symbol missing\ngood2"},
+      {std::string("fo:a\0b\nx:y\n", 11), "fo|0|a|0@1\nx|0|y|7@2\ngood2"},
       {"foo:x", "bad1"},
-      {"foo:x\\\n", "bad1"},
       {"foo:x\\\ny", "bad2"},
       {"", "good0"},
+      // What is beyond the longest line is dropped, but not a continuation.
+      {"fo:" + most + "x\n", "fo|0|" + most + "|0@1\ngood1"},
+      {"fo:" + most + "x\\\nyy\nz:1\n", "fo|0|" + most + "|0@2\nz|0|1|2053@3\ngood3"},
+      // The backslash took the last place and gives it back.
+      {"fo:" + most.substr(1) + "\\\nyy\n", "fo|0|" + most.substr(1) + "y|0@2\ngood2"},
   };
-  for (const auto& row : rows) EXPECT_EQ(parsed(row.source), row.result) << row.source;
-  EXPECT_EQ(parsed(symbol254 + ":x\n"), symbol254 + "|0|x|0@1\ngood1");
-  EXPECT_EQ(parsed(symbol254 + "s:x\n"), "f near line 1: symbol too long\nbad1");
-  EXPECT_EQ(parsed(std::string("fo:a\0b\nx:y\n", 11)), "fo|0|a|0@1\nx|0|y|7@2\ngood2");
+  for (const auto& [source, result] : rows) EXPECT_EQ(parsed(source), result);
 }
 
-// A logical line holds 2047 characters; what is beyond is dropped, but not a continuation.
-TEST(MessageSource, LongLinesAreCut) {
-  const std::string text(2044, 't');
-  EXPECT_EQ(parsed("fo:" + text + "\n"), "fo|0|" + text + "|0@1\ngood1");
-  EXPECT_EQ(parsed("fo:" + text + "x\n"), "fo|0|" + text + "|0@1\ngood1");
-  EXPECT_EQ(parsed("fo:" + text + "x\\\nyy\nz:1\n"),
-            "fo|0|" + text + "|0@2\nz|0|1|" + std::to_string(2053) + "@3\ngood3");
-  // The backslash took the last place and gives it back.
-  EXPECT_EQ(parsed("fo:" + text.substr(1) + "\\\nyy\n"), "fo|0|" + text.substr(1) + "y|0@2\ngood2");
-  EXPECT_EQ(parsed("fo:" + text.substr(1) + "\\\n"), "bad1");
+TEST(MessageSource, Faults) {
+  const std::pair<std::string, const char*> rows[] = {
+      {"foo (1 1 1 1 1 1 1 1 1 1 1):x", "too many arguments"},
+      {"foo (11) : x", "numeral (11) out of range"},
+      {"foo (123) : x", "numeral (12) out of range"},
+      {"foo (99999999999999999999) : x", "numeral (99) out of range"},
+      {"foo (1 : x", "\")\" expected"},
+      {"foo (1", "\")\" expected"},
+      {"foo (-1):x", "\")\" expected"},
+      {"foo ( ", "\")\" missing"},
+      {"foo", "symbol missing"},
+      {": x", "symbol missing"},
+      {"(1): x", "symbol missing"},
+      {"foo x", "\":\" expected"},
+      {"foo (1) x", "\":\" expected"},
+      {std::string(255, 's') + ":x", "symbol too long"},
+  };
+  for (const auto& [line, fault] : rows) {
+    EXPECT_EQ(parsed(line + "\n"), std::string("f near line 1: ") + fault + "\nbad1");
+  }
 }
 
 TEST(MessageSource, LookupComplainsOfWhatIsNoEntry) {
@@ -104,13 +99,10 @@ TEST(MessageSource, LookupComplainsOfWhatIsNoEntry) {
   unsigned long line = 7;
   BoolType bad = 0;
   CaptureStderr();
-  EXPECT_TRUE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad));
-  EXPECT_TRUE(bad);
+  EXPECT_TRUE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad) && bad != 0);
   EXPECT_STREQ(entry.sym, "foo");
-  EXPECT_FALSE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad));
-  EXPECT_TRUE(bad);
-  EXPECT_FALSE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad));
-  EXPECT_FALSE(bad);
+  EXPECT_FALSE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad) || bad == 0);
+  EXPECT_FALSE(ErrUtlNextSym(file.get(), "f", &line, &entry, 0, &bad) || bad != 0);
   EXPECT_EQ(line, 7u);
   EXPECT_EQ(GetCapturedStderr(),
             "f: why is line 7 empty?\nf:  line 7, why am I reading a comment?\n"
@@ -119,87 +111,72 @@ TEST(MessageSource, LookupComplainsOfWhatIsNoEntry) {
 
 TEST(MessageFileHeader, IsCheckedFieldByField) {
   const std::string good = storedHeader(littleEndian, 1, 64, 788);
-  ASSERT_EQ(good, std::string("\xDE\xAD\xBE\xEF\0\1\2\3\1\0\0\0\x40\0\0\0\x14\3\0\0", 20));
-  const auto with = [&](std::size_t at, const std::string& bytes) {
-    return std::string(good).replace(at, bytes.size(), bytes);
+  EXPECT_EQ(good, std::string("\xDE\xAD\xBE\xEF\0\1\2\3\1\0\0\0\x40\0\0\0\x14\3\0\0", 20));
+  const auto with = [&good](std::size_t at, char byte) {
+    return std::string(good).replace(at, 1, 1, byte);
   };
-  const struct {
-    std::string bytes;
-    const char* message;
-  } rows[] = {
-      {good, ""},
+  const std::pair<std::string, const char*> rows[] = {
+      {good + "x", ""},
       {storedHeader(bigEndian, 1, 64, 788), ""},
       {storedHeader({2, 0, 3, 1}, 1, 64, 788), ""},
       {good.substr(0, 19), "ErrUtlReadHdr: fread() header failure, errno = 0\n"},
-      {with(3, "\xEE"), "ErrUtlReadHdr:  bad magic number\n"},
-      {with(6, "\1"), "ErrUtlReadHdr: illegal swizzle transforms\n"},
-      {with(7, "\4"), "ErrUtlReadHdr: illegal swizzle transforms\n"},
-      {with(7, "\xFF"), "ErrUtlReadHdr: illegal swizzle transforms\n"},
-      {with(8, "\2"), "ErrUtlReadHdr:  bad version = 2\n"},
-      {with(11, "\xFF"), "ErrUtlReadHdr:  bad version = -16777215\n"},
-      {with(12, std::string(1, '\0')), "ErrUtlReadHdr:  zero length hash table\n"},
+      {with(3, '\xEE'), "ErrUtlReadHdr:  bad magic number\n"},
+      {with(6, 1), "ErrUtlReadHdr: illegal swizzle transforms\n"},
+      {with(7, 4), "ErrUtlReadHdr: illegal swizzle transforms\n"},
+      {with(8, 2), "ErrUtlReadHdr:  bad version = 2\n"},
+      {with(11, '\xFF'), "ErrUtlReadHdr:  bad version = -16777215\n"},
+      {with(12, 0), "ErrUtlReadHdr:  zero length hash table\n"},
   };
-  for (const auto& row : rows) {
-    const File file = streamOf(row.bytes + "x");
+  for (const auto& [bytes, message] : rows) {
+    const File file = streamOf(bytes);
     std::fgetc(file.get());
     ErrUtlHdrSType header{};
     CaptureStderr();
-    const BoolType ok =
-        ErrUtlReadHdr(row.bytes.size() < 20 ? streamOf(row.bytes).get() : file.get(), &header);
-    EXPECT_EQ(GetCapturedStderr(), row.message);
-    EXPECT_EQ(ok != 0, row.message[0] == '\0');
-    if (ok == 0) continue;
-    EXPECT_EQ(header.tabSize, 64u);
-    EXPECT_EQ(header.textBegin, 788u);
+    EXPECT_EQ(ErrUtlReadHdr(file.get(), &header) != 0, message[0] == '\0');
+    EXPECT_EQ(GetCapturedStderr(), message);
+    if (message[0] != '\0') continue;
+    EXPECT_EQ(std::pair(header.tabSize, header.textBegin), std::pair(64U, 788U));
   }
-  EXPECT_EQ(ErrUtlGetMagic()[0], 0xDE);
-  EXPECT_EQ(ErrUtlGetMagic()[3], 0xEF);
-}
+  EXPECT_EQ(std::memcmp(ErrUtlGetMagic(), good.data(), 4), 0);
 
-TEST(MessageFileHeader, TransformsArePermutations) {
-  const unsigned char rows[][4] = {{0, 1, 2, 3}, {3, 1, 0, 2}, {0, 1, 1, 3}, {0, 1, 2, 4}};
-  const unsigned char two[][2] = {{0, 1}, {1, 0}, {1, 1}, {0, 2}};
+  const unsigned char transforms[][4] = {{0, 1, 2, 3}, {3, 1, 0, 2}, {0, 1, 1, 3}, {0, 1, 2, 4}};
+  const unsigned char pairs[][2] = {{0, 1}, {1, 0}, {1, 1}, {0, 2}};
   for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(UtlValidateSwizzleTransforms(rows[i], two[0]), i < 2);
-    EXPECT_EQ(UtlValidateSwizzleTransforms(rows[0], two[i]), i < 2);
+    EXPECT_EQ(UtlValidateSwizzleTransforms(transforms[i], pairs[0]), i < 2);
+    EXPECT_EQ(UtlValidateSwizzleTransforms(transforms[0], pairs[i]), i < 2);
   }
 }
 
 TEST(MessageFile, OpensReopensAndCloses) {
-  const std::string here = testing::internal::FilePath::GetCurrentDir().string();
+  const std::string here = std::filesystem::current_path();
   const std::string good = here + "/good.err";
   const std::string source = here + "/source.msg";
   writeFile(good, compiledFile({{"foo", "foo:x\n"}}));
   writeFile(source, "foo:x\n");
 
-  ASSERT_TRUE(ErrUtlInit(1, good.c_str()));
-  EXPECT_TRUE(ErrUtlIsUp());
+  EXPECT_TRUE(ErrUtlInit(1, good.c_str()) && ErrUtlIsUp());
   EXPECT_EQ(good, ErrUtlErrFileName);
   EXPECT_EQ(ErrUtlFileHdr.tabSize, 8u);
   EXPECT_EQ(fcntl(fileno(ErrUtlErrFile), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   ErrUtlShutdown();
   EXPECT_EQ(ErrUtlErrFile, nullptr);
-  EXPECT_TRUE(ErrUtlIsUp());
-  EXPECT_TRUE(ErrUtlReset(0));
+  EXPECT_TRUE(ErrUtlIsUp() && ErrUtlReset(0));
   EXPECT_NE(ErrUtlErrFile, nullptr);
 
   CaptureStderr();
-  EXPECT_FALSE(ErrUtlInit(1, source.c_str()));
+  EXPECT_FALSE(ErrUtlInit(1, source.c_str()) || ErrUtlIsUp());
+  EXPECT_EQ(ErrUtlErrFile, nullptr);
+  EXPECT_TRUE(ErrUtlInit(0, source.c_str()));
+  EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err"));
+  EXPECT_EQ(ErrUtlErrFile, nullptr);
   EXPECT_EQ(GetCapturedStderr(),
             "ErrUtlReadHdr: fread() header failure, errno = 0\n"
             "ErrUtlInit: Unable to use file " +
-                source + " as a language file\n");
-  EXPECT_FALSE(ErrUtlIsUp());
-  EXPECT_EQ(ErrUtlErrFile, nullptr);
-  EXPECT_TRUE(ErrUtlInit(0, source.c_str()));
-
-  CaptureStderr();
-  EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err"));
-  EXPECT_EQ(GetCapturedStderr(),
-            "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
-            "     errno = 2 (sorry, no translation available)\n"
-            "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n");
-  EXPECT_EQ(ErrUtlErrFile, nullptr);
+                source +
+                " as a language file\n"
+                "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
+                "     errno = 2 (sorry, no translation available)\n"
+                "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n");
 }
 
 }  // namespace

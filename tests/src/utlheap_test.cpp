@@ -15,70 +15,42 @@
 
 namespace {
 
-#ifndef PR_SET_MDWE
-#define PR_SET_MDWE 65
-#define PR_MDWE_REFUSE_EXEC_GAIN 1
-#endif
-
-struct Printed {
-  std::string out;
-  std::string err;
-};
-
-template <typename Action>
-Printed printedBy(Action action) {
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  action();
-  return {testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
-}
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
 
 TEST(UtlHeap, FailureIsReportedWithTheRequester) {
-  struct Case {
-    const char* name;
+  const struct {
     void* (*allocate)();
-    const char* out;
-    const char* err;
+    std::string report;
+  } cases[] = {
+      {[] { return UtlMalloc(3000000000U, "tvhash"); }, "3000000000 bytes: tvhash"},
+      {[] { return UtlMalloc(77, nullptr); }, ""},
+      {[] { return UtlMallocF(77, 12, "src/x"); }, "77 bytes from src/x line 12"},
+      {[] { return UtlMallocF(0xFFFFFFFFU, -1, nullptr); }, "-1 bytes from (null) line -1"},
+      {[] { return UtlMalloc_(77, 12); }, ""},
+      {[] { return UtlMallocExe(5, 9, "src/y"); }, "5 bytes from src/y line 9"},
   };
-  const Case cases[] = {
-      {"reason", [] { return UtlMalloc(3000000000U, "tvhash"); }, "\n",
-       "malloc failure allocating 3000000000 bytes: tvhash\n"},
-      {"no reason", [] { return UtlMalloc(77, nullptr); }, "", ""},
-      {"file and line", [] { return UtlMallocF(77, 12, "src/x"); }, "\n",
-       "malloc failure allocating 77 bytes from src/x line 12\n"},
-      {"signed length", [] { return UtlMallocF(0xFFFFFFFFU, -1, nullptr); }, "\n",
-       "malloc failure allocating -1 bytes from (null) line -1\n"},
-      {"silent", [] { return UtlMalloc_(77, 12); }, "", ""},
-      {"executable", [] { return UtlMallocExe(5, 9, "src/y"); }, "\n",
-       "malloc failure allocating 5 bytes from src/y line 9\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
     const FailingHeap failing(0);
-    void* block = &block;
-    const Printed printed = printedBy([&] { block = c.allocate(); });
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(printed.out, c.out);
-    EXPECT_EQ(printed.err, c.err);
+    CaptureStdout();
+    CaptureStderr();
+    EXPECT_EQ(c.allocate(), nullptr);
+    EXPECT_EQ(GetCapturedStdout(), c.report.empty() ? "" : "\n");
+    const std::string expected = "malloc failure allocating " + c.report + "\n";
+    EXPECT_EQ(GetCapturedStderr(), c.report.empty() ? "" : expected);
   }
 }
 
 TEST(UtlHeapDeathTest, FailureEndsTheProcess) {
-  EXPECT_EXIT(
-      {
-        utlHeapAllocateForTests = [](std::size_t) -> void* { return nullptr; };
-        UtlMalloc(8, "tvdstring");
-      },
-      testing::ExitedWithCode(3), "^malloc failure allocating 8 bytes: tvdstring\n");
-}
-
-TEST(UtlHeap, FreeOfNullIsABrokenGuarantee) {
-  noHalt = 1;
-  const Printed printed = printedBy([] { UtlFree(nullptr); });
-  noHalt = 0;
-  EXPECT_EQ(printed.out,
-            "Freeing a NULL pointer\n"
-            "UTL_GUARANTEE failure in file src/utlheap at line 434\n");
+  const auto fail = [] {
+    const FailingHeap failing(0);
+    noHalt = 0;
+    UtlMalloc(8, "tvdstring");
+  };
+  EXPECT_EXIT(fail(), testing::ExitedWithCode(3),
+              "^malloc failure allocating 8 bytes: tvdstring\n");
 }
 
 TEST(UtlHeap, ExecutableBlocksRunCodeFromTheirFirstAndLastPage) {
@@ -97,21 +69,33 @@ TEST(UtlHeap, ExecutableBlocksRunCodeFromTheirFirstAndLastPage) {
   UtlFree(empty);
 }
 
+#ifndef PR_SET_MDWE
+#define PR_SET_MDWE 65
+#define PR_MDWE_REFUSE_EXEC_GAIN 1
+#endif
+
 TEST(UtlHeapDeathTest, RefusedExecutableMemoryIsNull) {
-  EXPECT_EXIT(
-      {
-        if (prctl(PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN, 0, 0, 0) != 0) std::_Exit(0);
-        std::_Exit(UtlMallocExe(100, 1, "test") == nullptr ? 0 : 1);
-      },
-      testing::ExitedWithCode(0), "^$");
+  const auto ask = [] {
+    if (prctl(PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN, 0, 0, 0) != 0) std::_Exit(0);
+    std::_Exit(UtlMallocExe(100, 1, "test") == nullptr ? 0 : 1);
+  };
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST(UtlHeap, IsNeitherCheckedNorMeasured) {
+TEST(UtlHeap, PrintsOnlyOfBrokenGuarantees) {
+  CaptureStdout();
   UtlHeapInit();
   UtlHeapInit();
   UtlHeapCheck();
   EXPECT_EQ(UtlHeapSizeKB(), 0U);
-  EXPECT_EQ(printedBy(UtlHeapPrint).out, "--- C Heap summary not available\n");
+  UtlHeapPrint();
+  noHalt = 1;
+  UtlFree(nullptr);
+  noHalt = 0;
+  EXPECT_EQ(GetCapturedStdout(),
+            "--- C Heap summary not available\n"
+            "Freeing a NULL pointer\n"
+            "UTL_GUARANTEE failure in file src/utlheap at line 434\n");
 }
 
 TEST(UtlSystem, PageSizeAndDescriptors) {
