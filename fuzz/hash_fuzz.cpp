@@ -3,8 +3,8 @@
 // operation on one of 64 records.
 #include <povzel/hash.h>
 
+#include <algorithm>
 #include <bitset>
-#include <cstring>
 #include <string>
 
 #include <povzel/utlheap.h>
@@ -12,7 +12,9 @@
 
 namespace {
 
-constexpr unsigned records = 64;
+// A record is its key. `modulus` sets how many of them share a home.
+constexpr unsigned count = 64;
+ByteType records[count];
 unsigned modulus;
 
 unsigned int recordHash(const void* record) {
@@ -24,26 +26,26 @@ BoolType recordsEqual(const void* probe, const void* stored) {
 }
 
 // Visits every record once, removing those that `removes` selects.
-void enumerate(HashTableSType* table, std::bitset<records>* model, unsigned removes) {
-  std::bitset<records> seen;
+void enumerate(HashTableSType* table, std::bitset<count>* model, unsigned removes) {
+  std::bitset<count> unseen = *model;
   for (VoidPtrType* at = nullptr; HashTableEnumerate(table, &at), at != nullptr;) {
     const ByteType key = *static_cast<const ByteType*>(*at);
-    require(!seen[key] && (*model)[key]);
-    seen[key] = true;
+    require(unseen[key]);
+    unseen.reset(key);
     if (removes == 0 || key % 7 != removes) continue;
     require(HashTableRemove(table, at) != 0 && *at == nullptr);
     model->reset(key);
-    seen[key] = false;
   }
-  require(seen == *model);
+  require(unseen.none());
+  for (unsigned key = 0; key < count; ++key) {
+    require((*HashTableLookup(table, &records[key]) != nullptr) == (*model)[key]);
+  }
 }
 
 void checkStringHashes(const ByteType* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  const std::string untilNul = text.c_str();
-  const auto* bytes = reinterpret_cast<const ByteType*>(untilNul.data());
-  require(HashCStrHash(text.c_str()) ==
-          static_cast<unsigned>(HashStrHash(bytes, untilNul.size(), 1)));
+  const std::size_t untilNul = std::min(text.find('\0'), size);
+  require(HashCStrHash(text.c_str()) == static_cast<unsigned>(HashStrHash(data, untilNul, 1)));
   require(HashStrHash(data, size, 0) >> 24 == 0 && HashDbStrHash(data, size, 0) >> 24 == 0);
 }
 
@@ -52,33 +54,29 @@ void checkStringHashes(const ByteType* data, std::size_t size) {
 extern "C" int LLVMFuzzerTestOneInput(const ByteType* data, std::size_t size) {
   checkStringHashes(data, size);
   if (size == 0) return 0;
-  static ByteType keys[records];
-  for (unsigned i = 0; i < records; ++i) keys[i] = static_cast<ByteType>(i);
+  for (unsigned i = 0; i < count; ++i) records[i] = static_cast<ByteType>(i);
   modulus = 1 + data[0] % 64;
 
   HashTableSType table;
   HashTableInit(&table, data[0] & 0x80, 1, recordHash, recordsEqual);
-  std::bitset<records> model;
+  std::bitset<count> model;
   for (std::size_t i = 1; i < size; ++i) {
-    const ByteType key = data[i] % records;
-    VoidPtrType* const slot = HashTableLookup(&table, &keys[key]);
+    const ByteType key = data[i] % count;
+    VoidPtrType* const slot = HashTableLookup(&table, &records[key]);
     require(slot != nullptr && (*slot != nullptr) == model[key]);
-    switch (data[i] / records) {
-      case 0:
-      case 1:
-        require(HashTableInsert(&table, slot, &keys[key]) != static_cast<BoolType>(model[key]));
-        model.set(key);
-        break;
-      case 2:
-        require(HashTableRemove(&table, slot) == static_cast<BoolType>(model[key]));
-        model.reset(key);
-        break;
-      default:
-        if (key == 63) {
-          HashTableClear(&table);
-          model.reset();
-        }
-        enumerate(&table, &model, key % 7);
+    const unsigned operation = data[i] / count;
+    if (operation < 2) {
+      require((HashTableInsert(&table, slot, &records[key]) != 0) != model[key]);
+      model.set(key);
+    } else if (operation == 2) {
+      require((HashTableRemove(&table, slot) != 0) == model[key]);
+      model.reset(key);
+    } else {
+      if (key == 63) {
+        HashTableClear(&table);
+        model.reset();
+      }
+      enumerate(&table, &model, key % 7);
     }
     require(table.numEntries == static_cast<long>(model.count()));
   }

@@ -2,6 +2,7 @@
 // sets the kind of key; then each operation is one byte and a key of up to 15 bytes.
 #include <povzel/tvhash.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
@@ -13,31 +14,18 @@ namespace {
 
 using Model = std::map<std::string, TvHashEntry*>;
 
-// The input's bytes as a key of the table: cut at a NUL, or filled up to whole words.
-class Key {
- public:
-  Key(long keyType, const ByteType* data, std::size_t size)
-      : keyType_(keyType), bytes_(reinterpret_cast<const char*>(data), size) {
-    if (keyType == 0) {
-      bytes_ = bytes_.c_str();
-    } else {
-      bytes_.resize(static_cast<std::size_t>(keyType) * sizeof(long));
-    }
+// What the table takes for a key of those bytes, which are made to fit: cut at a NUL, or filled up
+// to whole words.
+const char* keyOf(std::string* bytes, long keyType) {
+  if (keyType == 0) {
+    bytes->resize(std::strlen(bytes->c_str()));
+  } else {
+    bytes->resize(static_cast<std::size_t>(keyType) * sizeof(long));
   }
-
-  const std::string& bytes() const { return bytes_; }
-
-  const char* pointer() const {
-    if (keyType_ != 1) return bytes_.c_str();
-    const char* word;
-    std::memcpy(&word, bytes_.data(), sizeof word);
-    return word;
-  }
-
- private:
-  long keyType_;
-  std::string bytes_;
-};
+  const char* key = bytes->c_str();
+  if (keyType == 1) std::memcpy(&key, key, sizeof key);
+  return key;
+}
 
 void enumerate(TvHashTable* table, Model* model, bool deletes) {
   std::size_t visited = 0;
@@ -62,33 +50,26 @@ extern "C" int LLVMFuzzerTestOneInput(const ByteType* data, std::size_t size) {
   Model model;
   for (++data; data != end;) {
     const ByteType operation = *data++;
-    const auto left = static_cast<std::size_t>(end - data);
-    const std::size_t length = operation % 16U < left ? operation % 16U : left;
-    const Key key(keyType, data, length);
+    const auto length = std::min<long>(operation % 16, end - data);
+    std::string bytes(data, data + length);
+    const char* const key = keyOf(&bytes, keyType);
     data += length;
-    const auto known = model.find(key.bytes());
-    TvHashEntry* const found = table.findProc(&table, key.pointer());
+    const auto known = model.find(bytes);
+    TvHashEntry* const found = table.findProc(&table, key);
     require(found == (known != model.end() ? known->second : nullptr));
     long isNew = 7;
-    switch (operation / 16) {
-      case 0:
-        enumerate(&table, &model, true);
-        break;
-      case 1:
-        enumerate(&table, &model, false);
-        UtlFree(TvHashStats(&table));
-        break;
-      case 2:
-      case 3:
-      case 4:
-        if (found == nullptr) break;
-        TvDeleteHashEntry(found);
-        model.erase(known);
-        break;
-      default:
-        TvHashEntry* const entry = table.createProc(&table, key.pointer(), &isNew);
-        require(isNew == (found == nullptr ? 1 : 0) && (found == nullptr || entry == found));
-        model[key.bytes()] = entry;
+    if (operation < 16) {
+      enumerate(&table, &model, true);
+    } else if (operation < 32) {
+      enumerate(&table, &model, false);
+      UtlFree(TvHashStats(&table));
+    } else if (operation < 80 && found != nullptr) {
+      TvDeleteHashEntry(found);
+      model.erase(known);
+    } else if (operation >= 80) {
+      TvHashEntry* const entry = table.createProc(&table, key, &isNew);
+      require(isNew == (found == nullptr ? 1 : 0) && (found == nullptr || entry == found));
+      model[bytes] = entry;
     }
     require(table.numEntries == static_cast<long>(model.size()));
   }

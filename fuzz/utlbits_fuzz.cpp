@@ -25,22 +25,17 @@ class Bits {
   void step(unsigned int operation, std::size_t a, std::size_t b) {
     const std::size_t first = a % bits_.size();
     const std::size_t last = b % bits_.size();
-    switch (operation % 8) {
+    const bool value = operation % 2 != 0;
+    switch (operation / 2 % 4) {
       case 0:
-        UtlBitSet(array(), first);
-        return put(first, first, true);
+        (value ? UtlBitSet : UtlBitClear)(array(), first);
+        return put(first, first, value);
       case 1:
-        UtlBitClear(array(), first);
-        return put(first, first, false);
+        UtlBitAtPut(array(), first, value ? static_cast<BoolType>(2 * operation) : 0);
+        return put(first, first, value);
       case 2:
-        UtlBitAtPut(array(), first, static_cast<BoolType>(b & 6));
-        return put(first, first, (b & 6) != 0);
-      case 3:
-        UtlSetBitRange(array(), first, last);
-        return put(first, last, true);
-      case 4:
-        UtlClearBitRange(array(), first, last);
-        return put(first, last, false);
+        (value ? UtlSetBitRange : UtlClearBitRange)(array(), first, last);
+        return put(first, last, value);
       default:
         return ask(a % (bits_.size() + 70), b % (bits_.size() / 32 + 1));
     }

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 
 #include "child.h"
@@ -15,18 +16,14 @@ namespace {
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
-
-File streamOf(const std::string& bytes) {
-  File file(std::tmpfile(), std::fclose);
-  std::fwrite(bytes.data(), 1, bytes.size(), file.get());
-  std::rewind(file.get());
-  return file;
+std::unique_ptr<FILE, int (*)(FILE*)> streamOf(const std::string& bytes) {
+  writeFile("stream", bytes);
+  return {std::fopen("stream", "r"), std::fclose};
 }
 
 // Everything that reading a source to its end gives: one line per entry, then what was printed.
 std::string parsed(const std::string& source) {
-  const File file = streamOf(source);
+  const auto file = streamOf(source);
   ErrUtlEntrySType entry;
   unsigned long line = 0;
   BoolType bad = 0;
@@ -72,29 +69,25 @@ TEST(MessageSource, EntriesAndLines) {
 }
 
 TEST(MessageSource, Faults) {
-  const std::pair<std::string, const char*> rows[] = {
-      {"foo (1 1 1 1 1 1 1 1 1 1 1):x", "too many arguments"},
-      {"foo (11) : x", "numeral (11) out of range"},
-      {"foo (123) : x", "numeral (12) out of range"},
-      {"foo (99999999999999999999) : x", "numeral (99) out of range"},
-      {"foo (1 : x", "\")\" expected"},
-      {"foo (1", "\")\" expected"},
-      {"foo (-1):x", "\")\" expected"},
-      {"foo ( ", "\")\" missing"},
-      {"foo", "symbol missing"},
-      {": x", "symbol missing"},
-      {"(1): x", "symbol missing"},
-      {"foo x", "\":\" expected"},
-      {"foo (1) x", "\":\" expected"},
-      {std::string(255, 's') + ":x", "symbol too long"},
-  };
-  for (const auto& [line, fault] : rows) {
-    EXPECT_EQ(parsed(line + "\n"), std::string("f near line 1: ") + fault + "\nbad1");
+  const std::map<std::string, std::vector<std::string>> linesWith = {
+      {"too many arguments", {"foo (1 1 1 1 1 1 1 1 1 1 1):x"}},
+      {"numeral (11) out of range", {"foo (11) : x"}},
+      {"numeral (12) out of range", {"foo (123) : x"}},
+      {"numeral (99) out of range", {"foo (99999999999999999999) : x"}},
+      {"\")\" expected", {"foo (1 : x", "foo (1", "foo (-1):x"}},
+      {"\")\" missing", {"foo ( "}},
+      {"symbol missing", {"foo", ": x", "(1): x"}},
+      {"\":\" expected", {"foo x", "foo (1) x"}},
+      {"symbol too long", {std::string(255, 's') + ":x"}}};
+  for (const auto& [fault, lines] : linesWith) {
+    for (const std::string& line : lines) {
+      EXPECT_EQ(parsed(line + "\n"), "f near line 1: " + fault + "\nbad1") << line;
+    }
   }
 }
 
 TEST(MessageSource, LookupComplainsOfWhatIsNoEntry) {
-  const File file = streamOf(" \n#\nfoo:x\nbar:y");
+  const auto file = streamOf(" \n#\nfoo:x\nbar:y");
   ErrUtlEntrySType entry;
   unsigned long line = 7;
   BoolType bad = 0;
@@ -128,7 +121,7 @@ TEST(MessageFileHeader, IsCheckedFieldByField) {
       {with(12, 0), "ErrUtlReadHdr:  zero length hash table\n"},
   };
   for (const auto& [bytes, message] : rows) {
-    const File file = streamOf(bytes);
+    const auto file = streamOf(bytes);
     std::fgetc(file.get());
     ErrUtlHdrSType header{};
     CaptureStderr();

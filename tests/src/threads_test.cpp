@@ -6,6 +6,7 @@
 #include <csignal>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -16,20 +17,18 @@
 namespace {
 
 TEST(Atomics, EachOperationReturnsWhatWasThere) {
-  const struct {
-    int (*operation)(int*, int);
-    int word, operand, after;
-  } cases[] = {{HostAsmSyncCtrAdd, 1, -1, 0},
-               {HostAsmSyncCtrAdd, INT_MAX, 1, INT_MIN},
-               {HostAsmSyncCtrAdd, 77, 0, 77},
-               {HostAsmSyncOr, 1, 1, 1},
-               {HostAsmSyncOr, 0x0F0F, INT_MIN | 0xF0, INT_MIN | 0x0FFF},
-               {HostAsmSyncAnd, -1, 0, 0},
-               {HostAsmSyncAnd, 0x1234, 0x0FF0, 0x0230}};
-  for (const auto& c : cases) {
-    int word = c.word;
-    EXPECT_EQ(c.operation(&word, c.operand), c.word);
-    EXPECT_EQ(word, c.after);
+  const std::tuple<int (*)(int*, int), int, int, int> cases[] = {
+      {HostAsmSyncCtrAdd, 1, -1, 0},
+      {HostAsmSyncCtrAdd, INT_MAX, 1, INT_MIN},
+      {HostAsmSyncCtrAdd, 77, 0, 77},
+      {HostAsmSyncOr, 1, 1, 1},
+      {HostAsmSyncOr, 0x0F0F, INT_MIN | 0xF0, INT_MIN | 0x0FFF},
+      {HostAsmSyncAnd, -1, 0, 0},
+      {HostAsmSyncAnd, 0x1234, 0x0FF0, 0x0230}};
+  for (const auto& [operation, before, operand, after] : cases) {
+    int word = before;
+    EXPECT_EQ(operation(&word, operand), before);
+    EXPECT_EQ(word, after);
   }
 }
 
@@ -140,10 +139,7 @@ void withHeldMutex(void (*action)(HostMutexSType*)) {
 }
 
 TEST(HostMutexDeathTest, FailuresAreBrokenGuarantees) {
-  const struct {
-    void (*action)();
-    std::string printed;
-  } cases[] = {
+  const std::pair<void (*)(), std::string> cases[] = {
       {[] { withHeldMutex(HostMutexDestroy); }, "mutexDestroy failed\n"},
       {[] { withHeldMutex(HostMutexAcquire); }, "mutexLock failed\n"},
       {[] { HostMutexInit(nullptr); }, ""},
@@ -151,13 +147,13 @@ TEST(HostMutexDeathTest, FailuresAreBrokenGuarantees) {
       {[] { HostMutexAcquire(nullptr); }, "mutexLock failed\n"},
       {[] { HostMutexError(-7); }, "HostMutexError :  caller line -7\n"},
   };
-  for (const auto& c : cases) {
-    const auto die = [&c] {
+  for (const auto& [action, printed] : cases) {
+    const auto die = [action = action] {
       dup2(STDERR_FILENO, STDOUT_FILENO);
-      c.action();
+      action();
     };
     EXPECT_EXIT(die(), testing::ExitedWithCode(3),
-                "^" + c.printed + "UTL_GUARANTEE failure in file src/hostmutex at line [0-9]+\n");
+                "^" + printed + "UTL_GUARANTEE failure in file src/hostmutex at line [0-9]+\n");
   }
 }
 
