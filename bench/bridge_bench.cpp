@@ -59,9 +59,7 @@ void require(bool held, const char* what) {
 }
 
 jobject reportOf(OopType oop) {
-  jobject report = keep(jvm::newReport());
-  jvm::setNumber(report, "oop", oop);
-  return report;
+  return keep(jvm::newReport("objType=0 oop=" + std::to_string(oop)));
 }
 
 // Few enough objects to stay in the cache: what is measured is the bridge, not the memory.
@@ -70,8 +68,7 @@ jobjectArray reportsOf(jint count) {
   const jvm::Frame frame(2 * distinctReports);
   std::vector<jobject> distinct;
   for (jint i = 0; i < distinctReports; ++i) {
-    distinct.push_back(jvm::newReport());
-    jvm::setNumber(distinct.back(), "oop", idle::arrayOop);
+    distinct.push_back(jvm::newReport("objType=0 oop=" + std::to_string(idle::arrayOop)));
   }
   for (jint i = 0; i < count; ++i) {
     env->SetObjectArrayElement(reports, i, distinct[i % distinctReports]);

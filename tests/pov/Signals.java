@@ -1,14 +1,16 @@
-import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.IntSupplier;
 
 /** What signals_program.cpp has the VM do: faults that Java code may raise at any time. */
 final class Signals {
     private int field;
 
-    private Signals() {}
+    private Signals() {
+    }
 
     /** A native that faults. */
-    static native void fault();
+    static native int fault();
 
     /** Counts the null checks that came back as exceptions. */
     static int nullChecks(int count) {
@@ -42,41 +44,43 @@ final class Signals {
         return caught;
     }
 
-    /** Runs `nullChecks` and `overflows` in several threads at once and adds up their results. */
     static int inThreads(int threads, int checks, int overflows) throws InterruptedException {
-        AtomicInteger caught = new AtomicInteger();
-        run(threads, () -> caught.addAndGet(nullChecks(checks) + overflows(overflows)));
-        return caught.get();
+        return sum(threads, () -> nullChecks(checks) + overflows(overflows));
     }
 
-    /** Calls the native in several threads at once. */
-    static void faultInThreads(int threads) throws InterruptedException {
-        run(threads, Signals::fault);
+    static int faultInThreads(int threads) throws InterruptedException {
+        return sum(threads, Signals::fault);
     }
 
-    static void printAtShutdown() {
+    static int printAtShutdown() {
         Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
+        return 0;
     }
 
-    static void exit(int status) {
+    static int exit(int status) {
         System.exit(status);
+        return 0;
     }
 
-    private static void run(int count, Runnable body) throws InterruptedException {
-        CountDownLatch ready = new CountDownLatch(count);
+    /** Runs `body` in several threads at once and adds up their results. */
+    private static int sum(int count, IntSupplier body) throws InterruptedException {
+        CyclicBarrier ready = new CyclicBarrier(count);
+        AtomicInteger sum = new AtomicInteger();
         Thread[] threads = new Thread[count];
         for (int i = 0; i < count; i++) {
             threads[i] = new Thread(() -> {
-                ready.countDown();
                 try {
                     ready.await();
-                } catch (InterruptedException never) {
+                } catch (Exception never) {
                     throw new IllegalStateException(never);
                 }
-                body.run();
+                sum.addAndGet(body.getAsInt());
             });
             threads[i].start();
         }
-        for (Thread thread : threads) thread.join();
+        for (Thread thread : threads) {
+            thread.join();
+        }
+        return sum.get();
     }
 }

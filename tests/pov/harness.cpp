@@ -2,179 +2,178 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <iomanip>
+#include <sstream>
+#include <tuple>
+#include <type_traits>
 
 namespace harness {
 namespace {
 
-constexpr std::int64_t untouched = -77;
-constexpr const char* numberFields[] = {"oop",        "classOop",    "classHistoryOop", "objType",
-                                        "namedSize",  "indexedSize", "isCollection",    "isString",
-                                        "isDBString", "valueType",   "valueInt1",       "valueInt2",
-                                        "valueLong"};
-
-jobject freshReport() {
-  jobject report = jvm::newReport();
-  for (const char* field : numberFields) {
-    if (std::string(field).compare(0, 2, "is") != 0) jvm::setNumber(report, field, untouched);
+// A text whose bytes may be written "\x0a".
+std::string unescaped(const std::string& text) {
+  std::string bytes;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool escape = text.compare(i, 2, "\\x") == 0;
+    bytes += escape ? static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)) : text[i];
+    if (escape) i += 3;
   }
-  jvm::setReal(report, "valueDouble", untouched);
-  return report;
+  return bytes;
 }
 
-std::string list(const std::vector<jlong>& values) {
-  std::string text;
-  for (const jlong value : values) text += (text.empty() ? "" : ",") + std::to_string(value);
-  return "[" + text + "]";
+// The argument that the next word names.
+template <typename T>
+T argument(const Context& c, std::istream& words) {
+  const bool isText = (words >> std::ws).peek() == '\'';
+  std::string word;
+  words >> std::quoted(word, '\'', '^');
+  if constexpr (std::is_integral_v<T>) {
+    return static_cast<T>(std::stoll(word));
+  } else {
+    if (isText) return static_cast<T>(static_cast<jobject>(jvm::newString(unescaped(word))));
+    return word == "null" ? nullptr : static_cast<T>(c.named.at(word));
+  }
 }
 
-std::string shownBytes(const std::string& bytes) {
-  std::string text = "(";
-  calls::add(text, reinterpret_cast<const ByteType*>(bytes.data()), bytes.size());
-  return text.substr(1);
+template <typename... Args>
+jint invoke(jint (*native)(JNIEnv*, jclass, Args...), Context& c, std::istream& words) {
+  const std::tuple<Args...> arguments{argument<Args>(c, words)...};
+  return std::apply([&](Args... given) { return c.run(native, given...); }, arguments);
+}
+
+#define ENTRY(name) \
+  { \
+#name, [](Context & c, std::istream & words) { return invoke(NATIVE(name), c, words); } \
+  }
+
+const std::map<std::string, jint (*)(Context&, std::istream&)> natives = {
+    ENTRY(login),        ENTRY(logout),
+    ENTRY(setup),        ENTRY(executeStr),
+    ENTRY(executeObj),   ENTRY(perform),
+    ENTRY(continue),     ENTRY(getBytes),
+    ENTRY(getObjs),      ENTRY(getNamedObjs),
+    ENTRY(putBytes),     ENTRY(putObjs),
+    ENTRY(putNamedObjs), ENTRY(removeFromExportSet),
+    ENTRY(releaseOops),  ENTRY(changedOops),
+    ENTRY(isKindOf)};
+
+// One word of what a scenario is given.
+void give(Context& c, const std::string& what, const std::string& value) {
+  recorder::StateSType& state = recorder::state;
+  if (c.named.contains(what)) {
+    jvm::set(c.named.at(what), unescaped(value));
+  } else if (what == "failing") {
+    state.failName = value;
+    state.failAt = 1;
+  } else if (what == "body") {
+    state.body = value;
+  } else if (what == "oops") {
+    std::istringstream oops(value);
+    for (std::string oop; std::getline(oops, oop, ',');) state.oops.push_back(std::stoul(oop));
+  } else if (what == "hole") {
+    auto* const array = static_cast<jobjectArray>(c.named.at("array"));
+    c.env->SetObjectArrayElement(array, std::stoi(value), nullptr);
+  } else {
+    state.results[what] = std::stod(value);
+  }
 }
 
 }  // namespace
 
-Output::Output() : before(stdout) {
+Output::Output() {
   std::fflush(stdout);
-  cookie_io_functions_t functions{};
-  functions.write = &Output::write;
-  mine = fopencookie(this, "w", functions);
-  std::setvbuf(mine, nullptr, _IOFBF, std::size_t{1} << 20);
-  stdout = mine;
+  stdout = open_memstream(&text, &size);
 }
 
 Output::~Output() {
+  std::fclose(stdout);
   stdout = before;
-  std::fclose(mine);
+  std::free(text);
 }
 
-std::string Output::all() {
-  std::fflush(mine);
-  return text;
-}
-
-ssize_t Output::write(void* self, const char* bytes, std::size_t size) {
-  static_cast<Output*>(self)->text.append(bytes, size);
-  return static_cast<ssize_t>(size);
+std::string Output::all() const {
+  std::fflush(stdout);
+  return flushed();
 }
 
 void initialize(jint debugFlag) {
-  JNIEnv* const env = jvm::start();
+  jvm::start({"-Xcheck:jni", "-Xint"});  // a compiler would use memory of its own
   recorder::install();
-  recorder::reset();
-  const jvm::Frame frame(64);
-  jthrowable error = jvm::newException();
+  clear();
+  Context context;
+  auto* const error = static_cast<jthrowable>(context.named["error"]);
   jint status = 0;
   {
     const Output output;
-    const jnitable::Watch watch(env);
     status =
-        NATIVE(initialize)(env, nullptr, 0, nullptr, bufferBytes, preloadBytes, debugFlag, error);
+        context.run(NATIVE(initialize), 0, nullptr, bufferBytes, preloadBytes, debugFlag, error);
   }
   if (status == 32) return;
-  std::fprintf(stderr, "_initialize: %d %s\n", status, errorText(error).c_str());
+  std::fprintf(stderr, "_initialize: %d %s\n", status, context.shown("error").c_str());
   std::_Exit(1);
 }
 
+void clear() {
+  recorder::state = {};
+  jnitable::state = {};
+}
+
 Context::Context() {
-  result = freshReport();
-  object = existing(freshReport(), 4716);
-  other = existing(freshReport(), 4720);
-  error = jvm::newException();
-  jvm::setNumber(error, "number", untouched);
-  array = jvm::newReports(5);
-  for (int i = 0; i < 5; ++i) {
-    element[i] = existing(freshReport(), 8000 + 4 * i);
-    env->SetObjectArrayElement(array, i, element[i]);
+  jobjectArray array = jvm::newReports(5);
+  jobjectArray both = jvm::newReports(2);
+  named = {{"result", jvm::newReport()},
+           {"object", jvm::newReport("objType=0 oop=4716")},
+           {"other", jvm::newReport("objType=0 oop=4720")},
+           {"both", both},
+           {"array", array},
+           {"longs", jvm::newLongs(10)},
+           {"bytes", jvm::newBytes("0123456789")},
+           {"error", jvm::newException()}};
+  env->SetObjectArrayElement(both, 0, named["object"]);
+  env->SetObjectArrayElement(both, 1, named["other"]);
+  for (int i = 4; i >= 0; --i) {
+    jobject made = jvm::newReport("objType=0 oop=" + std::to_string(8000 + 4 * i));
+    env->SetObjectArrayElement(array, i, made);
+    if (i == 1) named["element"] = made;
   }
-  longs = jvm::newLongs(std::vector<jlong>(10, untouched));
-  bytes = jvm::newBytes("0123456789");
-  jnitable::forgetNames();
-  jnitable::name(result, "result");
-  jnitable::name(error, "error");
 }
 
-jobject Context::existing(jobject report, std::int64_t oop) {
-  jvm::setNumber(report, "objType", 0);
-  jvm::setNumber(report, "oop", oop);
-  return report;
+jint Context::call(const std::string& text) {
+  const std::string native = text.substr(0, text.find(' '));
+  const char* const session = native == "login" ? "" : "7";
+  std::istringstream words(session + text.substr(native.size()) + " error");
+  return natives.at(native)(*this, words);
 }
 
-jobject Context::value(jobject report, int valueType, std::int64_t valueLong) {
-  jvm::setNumber(report, "objType", -1);
-  jvm::setNumber(report, "valueType", valueType);
-  jvm::setNumber(report, "valueLong", valueLong);
-  return report;
-}
-
-jobject Context::textValue(jobject report, int valueType, const std::u16string& text) {
-  jvm::setObject(report, "valueString", jvm::newString(text));
-  return value(report, valueType);
-}
-
-std::string written(jobject report) {
-  std::string text;
-  for (const char* field : numberFields) {
-    const std::int64_t value = jvm::number(report, field);
-    const bool isFlag = std::string(field).compare(0, 2, "is") == 0;
-    if (value != (isFlag ? 0 : untouched)) text += field + ("=" + std::to_string(value)) + " ";
+std::string Context::changes() const {
+  std::string all;
+  for (const auto& [name, unchanged] : {std::pair{"result", ""},
+                                        {"both", "[4716,4720]"},
+                                        {"bytes", "<0123456789>"},
+                                        {"array", "[8000,8004,8008,8012,8016]"},
+                                        {"longs", "[-77,-76,-75,-74,-73,-72,-71,-70,-69,-68]"}}) {
+    const std::string now = shown(name);
+    if (now != unchanged) all += (all.empty() ? "" : "; ") + now;
   }
-  if (jvm::real(report, "valueDouble") != untouched) {
-    char digits[40];
-    std::snprintf(digits, sizeof digits, "valueDouble=%g ", jvm::real(report, "valueDouble"));
-    text += digits;
-  }
-  if (!jvm::isNull(report, "valueBytes")) {
-    text += "valueBytes=" + shownBytes(jvm::bytes(report, "valueBytes")) + " ";
-  }
-  if (!jvm::isNull(report, "valueLongs")) {
-    text += "valueLongs=" + list(jvm::longs(report, "valueLongs")) + " ";
-  }
-  if (!text.empty()) text.pop_back();
-  return text;
-}
-
-std::string outcome(Context& context) {
-  std::string text = written(context.result);
-  const auto add = [&text](const std::string& part, const std::string& unchanged) {
-    if (part != unchanged) text += (text.empty() ? "" : "; ") + part;
-  };
-  add("object=" + std::to_string(jvm::number(context.object, "oop")), "object=4716");
-  add("other=" + std::to_string(jvm::number(context.other, "oop")), "other=4720");
-  add(jvm::elements(context.bytes), "0123456789");
-  std::string elements;
-  for (int i = 0; i < 5; ++i) {
-    jobject element = context.env->GetObjectArrayElement(context.array, i);
-    elements += i == 0 ? "" : " ";
-    elements += element != nullptr ? std::to_string(jvm::number(element, "oop")) : "null";
-    context.env->DeleteLocalRef(element);
-  }
-  add(elements, "8000 8004 8008 8012 8016");
-  add(list(jvm::elements(context.longs)), list(std::vector<jlong>(10, untouched)));
-  return text;
-}
-
-std::string errorText(jthrowable error) {
-  const std::int64_t number = jvm::number(error, "number");
-  if (number == untouched) return "";
-  std::string text = std::to_string(number) + " '" + jvm::text(error, "message") + "'";
-  for (const char* field : {"category", "context", "fatal", "argCount"}) {
-    text += " " + std::to_string(jvm::number(error, field));
-  }
-  return text + " " + (jvm::isNull(error, "args") ? "(null)" : list(jvm::longs(error, "args")));
+  return all;
 }
 
 std::string generic(const std::string& message) {
-  return "2318 '" + message + "' 10 10 0 0 []";
+  return "number=2318 message=" + message +
+         " category=10 context=10 fatal=false argCount=0 args=[]";
 }
 
 std::string libraryError() {
-  return "2101 'something failed' 231169 777 0 3 [11,4294967295,13]";
+  return "number=2101 message=something failed category=231169 context=777 fatal=false argCount=3 "
+         "args=[11,4294967295,13]";
 }
 
-std::string libraryCalls() {
-  return calls::joined("Zel");
+void ScenarioSType::arrange(Context& c) const {
+  std::istringstream words(given);
+  for (std::string word; words >> word;) {
+    const std::size_t end = word.find_first_of(".=");
+    give(c, word.substr(0, end), word.substr(end + 1));
+  }
 }
 
 }  // namespace harness

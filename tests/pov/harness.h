@@ -1,11 +1,11 @@
 // One native call between an observed JVM and a recording interface library, and the texts in
-// which a test states what it expects of it.
+// which a test states what it calls and what it expects of it.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
-#include "calls.h"
 #include "jnitable.h"
 #include "jvm.h"
 #include "povzelinterface.h"
@@ -15,7 +15,6 @@
 
 namespace harness {
 
-constexpr jint session = 7;
 constexpr jint bufferBytes = 1000;
 constexpr jint bufferOops = bufferBytes / 4;
 constexpr jint preloadBytes = 256;
@@ -27,22 +26,35 @@ class Output {
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
-  std::string flushed() const { return text; }
-  std::string all();  // with what is still buffered
+  std::string flushed() const { return {text, size}; }
+  std::string all() const;  // with what is still buffered
 
  private:
-  static ssize_t write(void* self, const char* bytes, std::size_t size);
-  FILE* before;
-  FILE* mine;
-  std::string text;
+  FILE* before = stdout;
+  char* text = nullptr;
+  std::size_t size = 0;
 };
 
 // Starts the JVM and initializes the bridge with the sizes above. Ends the process on failure.
 void initialize(jint debugFlag);
 
-// The Java objects of one call. Numeric fields of reports start as -77, so that every write shows.
+// Puts both sides back to what they are at the start.
+void clear();
+
+// The Java objects of one call.
 struct Context {
   Context();
+
+  // Calls a native of session 7 with what the words name: "getBytes object 1 10 bytes". Arguments
+  // are the objects below, numbers, texts in quotes, and null.
+  jint call(const std::string& text);
+
+  // What a call did to its objects, in parts joined by "; ": the fields written to the result; then
+  // those that changed of the oops of object and other ("[5000,10]"), the bytes ("<abcd456789>"),
+  // the array's oops and the longs.
+  std::string changes() const;
+
+  std::string shown(const char* name) const { return jvm::shown(named.at(name)); }
 
   template <typename F, typename... Args>
   jint run(F native, Args... arguments) {
@@ -50,51 +62,35 @@ struct Context {
     return native(env, nullptr, arguments...);
   }
 
-  // The report as an existing object, as a new value, or as a new value of a text.
-  static jobject existing(jobject report, std::int64_t oop);
-  static jobject value(jobject report, int valueType, std::int64_t valueLong = 0);
-  static jobject textValue(jobject report, int valueType, const std::u16string& text);
-
   JNIEnv* env = jvm::start();
   jvm::Frame frame{256};
-  jobject result;      // "result" in recorded calls
-  jobject object;      // oop 4716
-  jobject other;       // oop 4720
-  jthrowable error;    // "error"
-  jobject element[5];  // oops 8000, 8004, ...
-  jobjectArray array;  // of the five elements
-  jlongArray longs;    // of ten -77
-  jbyteArray bytes;    // of "0123456789"
+
+  // The reports result, object (of oop 4716) and other (4720), the array of five reports (of oops
+  // 8000, 8004, ...) and its second element, ten longs from -77 on, the bytes "0123456789", and the
+  // error report.
+  std::map<std::string, jobject> named;
 };
 
-// The fields of a report that were written: "oop=30 objType=3 ...".
-std::string written(jobject report);
-
-// What a call did to its Java objects, in parts joined by "; ": the fields written to the result
-// report; "object=5000" and "other=10" if those reports' oops changed; the byte array, the
-// elements' oops ("4000 10 8008 8012 8016") and the long array if they changed.
-std::string outcome(Context& context);
-
-// An error report: "2318 'text' 10 10 0 0 []" (number, message, category, context, fatal, argument
-// count and arguments); empty if nothing was written.
-std::string errorText(jthrowable error);
-
-// What errorText gives for an error of the bridge's own, and for the recorder's.
+// The error report of an error of the bridge's own, and of the recorder's.
 std::string generic(const std::string& message);
 std::string libraryError();
 
-// The library calls of the recorded ones.
-std::string libraryCalls();
-
 // A situation that every native's table and sweep goes through.
 struct ScenarioSType {
-  const char* name;
-  jint (*run)(Context& context);
-  jint status;
-  std::string calls;   // library calls, polls as "Zel?"
-  std::string fields;  // what changed in the Java objects, see outcome()
-  std::string error;   // as errorText() gives it
-  std::string trace;   // without the prefixes; empty where another scenario covers it
+  std::string call;  // see Context
+  // What there is before the call, in words: "object.oop=4000" for a field of a report, "body=abc"
+  // and "oops=4000,10" for the recorder's, "failing=Login" for a slot that leaves an error,
+  // "hole=1" for an element that is null; others are results of the recorder's: "ExecuteStr=31",
+  // "size=3".
+  std::string given = "";
+  jint status = -1;
+  std::string calls = "";    // of the library
+  std::string changes = "";  // see Context
+  std::string error = "";    // see generic()
+
+  bool leavesError() const { return given.find("failing=") != std::string::npos; }
+  void arrange(Context& context) const;
+  jint run(Context& context) const { return arrange(context), context.call(call); }
 };
 
 const std::vector<ScenarioSType>& scenarios();

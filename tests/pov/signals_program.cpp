@@ -26,37 +26,30 @@ void installFaultHandler() {
   HostInstallFaultHandler(nullptr, nullptr);
 }
 
-template <typename... Arguments>
-jint callJava(const char* name, const char* signature, Arguments... arguments) {
-  jmethodID method = env->GetStaticMethodID(signals, name, signature);
+// Calls a method of Signals.java, which takes ints and gives one.
+template <typename... Ints>
+jint callJava(const char* name, Ints... ints) {
+  const std::string signature = "(" + std::string(sizeof...(ints), 'I') + ")I";
+  jmethodID method = env->GetStaticMethodID(signals, name, signature.c_str());
   if (method == nullptr) std::_Exit(99);
-  const bool isVoid = signature[std::strlen(signature) - 1] == 'V';
-  jint result = 0;
-  if (isVoid) {
-    env->CallStaticVoidMethod(signals, method, arguments...);
-  } else {
-    result = env->CallStaticIntMethod(signals, method, arguments...);
-  }
+  const jint result = env->CallStaticIntMethod(signals, method, ints...);
   if (env->ExceptionCheck()) std::_Exit(98);
   return result;
 }
 
-void JNICALL faultInNative(JNIEnv*, jclass) {
+jint JNICALL faultInNative(JNIEnv*, jclass) {
   static volatile std::uintptr_t nowhere = 16;
   *reinterpret_cast<volatile char*>(nowhere) = 1;
+  return 0;
 }
 
 // Java's own faults, in one thread and then in two at once.
 void javaFaults() {
-  const int checks = callJava("nullChecks", "(I)I", 5000);
-  const int overflows = callJava("overflows", "(I)I", 10);
-  const int together = callJava("inThreads", "(III)I", 2, 5000, 10);
+  const int checks = callJava("nullChecks", 5000);
+  const int overflows = callJava("overflows", 10);
+  const int together = callJava("inThreads", 2, 5000, 10);
   std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
               segvInProgressCount);
-}
-
-void manyThreads() {
-  std::printf("caught %d\n", callJava("inThreads", "(III)I", 8, 5000, 5));
 }
 
 // Ends at the first fault that reaches the fault handler.
@@ -83,14 +76,10 @@ void threadDump() {
   _exit(0);
 }
 
-[[noreturn]] void awaitEnd() {
-  for (;;) pause();
-}
-
 void terminate(int signal) {
-  callJava("printAtShutdown", "()V");
+  callJava("printAtShutdown");
   kill(getpid(), signal);
-  awaitEnd();
+  for (;;) pause();
 }
 
 void hangUp() {
@@ -104,30 +93,28 @@ void hangUp() {
 void postponedTerminate() {
   static sem_t asked;
   sem_init(&asked, 0, 0);
-  callJava("printAtShutdown", "()V");
+  callJava("printAtShutdown");
   HostDelaySigExit([] { sem_post(&asked); }, [] {});
   kill(getpid(), SIGTERM);
   while (sem_wait(&asked) != 0) {
   }
-  callJava("exit", "(I)V", 143);
+  callJava("exit", 143);
 }
 
-struct Scenario {
+const struct {
   const char* name;
   void (*run)();
-};
-
-const Scenario scenarios[] = {
+} scenarios[] = {
     {"java-faults", javaFaults},
-    {"many-threads", manyThreads},
+    {"many-threads", [] { std::printf("caught %d\n", callJava("inThreads", 8, 5000, 5)); }},
     {"first-to-see", firstToSeeFaults},
     {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
     {"postponed-terminate", postponedTerminate},
-    {"native-fault", [] { callJava("fault", "()V"); }},
-    {"native-fault-in-thread", [] { callJava("faultInThreads", "(I)V", 1); }},
-    {"native-fault-in-threads", [] { callJava("faultInThreads", "(I)V", 4); }},
+    {"native-fault", [] { callJava("fault"); }},
+    {"native-fault-in-thread", [] { callJava("faultInThreads", 1); }},
+    {"native-fault-in-threads", [] { callJava("faultInThreads", 4); }},
     {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
 };
 
@@ -140,15 +127,14 @@ int main(int argc, char** argv) {
   const bool handlerFirst = std::strcmp(argv[1], "handler-first") == 0;
   if (handlerFirst) installFaultHandler();
   // The first compiler alone goes on checking for null by faulting.
-  env = jvm::start({"-XX:TieredStopAtLevel=1", "-Xbootclasspath/a:" POVZEL_SIGNALS_JAR,
-                    argc > 3 ? argv[3] : "-Xshare:auto"});
+  env = jvm::start({"-XX:TieredStopAtLevel=1", argc > 3 ? argv[3] : "-Xshare:auto"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
   char name[] = "fault";
-  char signature[] = "()V";
+  char signature[] = "()I";
   const JNINativeMethod native = {name, signature, reinterpret_cast<void*>(faultInNative)};
   if (signals == nullptr || env->RegisterNatives(signals, &native, 1) != 0) return 95;
-  for (const Scenario& scenario : scenarios) {
+  for (const auto& scenario : scenarios) {
     if (std::strcmp(scenario.name, argv[2]) != 0) continue;
     scenario.run();
     std::exit(0);

@@ -12,31 +12,20 @@
 #include "child.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
 struct Order {
-  const char* name;
   const char* argument;
   bool chaining;
+
+  bool isVmFirst() const { return std::string(argument) == "vm-first"; }
+  // Whether the VM sees a fault before the fault handler does.
+  bool isVmInFront() const { return chaining || !isVmFirst(); }
 };
 
 constexpr Order orders[] = {
-    {"handler first", "handler-first", false},
-    {"handler first, chaining library", "handler-first", true},
-    {"VM first", "vm-first", false},
-    {"VM first, chaining library", "vm-first", true},
-};
-
-bool isVmStartedFirst(const Order& order) {
-  return std::string(order.argument) == "vm-first";
-}
-
-// Whether the VM sees a fault before the fault handler does.
-bool isVmInFront(const Order& order) {
-  return order.chaining || !isVmStartedFirst(order);
-}
+    {"handler-first", false}, {"handler-first", true}, {"vm-first", false}, {"vm-first", true}};
 
 ChildResult run(const Order& order, const char* scenario, const char* option = nullptr) {
   return runInChild([&] {
@@ -50,83 +39,68 @@ ChildResult run(const Order& order, const char* scenario, const char* option = n
 bool takeVmReport() {
   bool found = false;
   for (const auto& entry : std::filesystem::directory_iterator(".")) {
-    if (entry.path().filename().string().rfind("hs_err_pid", 0) != 0) continue;
+    if (!entry.path().filename().string().starts_with("hs_err_pid")) continue;
     std::filesystem::remove(entry.path());
     found = true;
   }
   return found;
 }
 
-TEST(Signals, JavaFaultsStayTheVms) {
+TEST(Signals, EndTheProcessOrNot) {
+  constexpr char hook[] = "shutdown hook\n";
+  constexpr char caught[] = "caught 5000 10 10020, in handlers 0\n";
+  struct End {
+    int status;
+    const char* out;  // null if it does not matter
+  };
   for (const Order& order : orders) {
-    SCOPED_TRACE(order.name);
-    const ChildResult faults = run(order, "java-faults");
-    EXPECT_TRUE(faults.exitedWith(0)) << faults.status << faults.err;
-    EXPECT_EQ(faults.out, "caught 5000 10 10020, in handlers 0\n");
-    const ChildResult many = run(order, "many-threads");
-    EXPECT_TRUE(many.exitedWith(0)) << many.status << many.err;
-    EXPECT_EQ(many.out, "caught 40040\n");
-
-    const ChildResult first = run(order, "first-to-see");
-    EXPECT_TRUE(first.exitedWith(isVmInFront(order) ? 0 : 1)) << first.status << first.err;
+    const bool vmFirst = order.isVmFirst();
+    const bool inFront = order.isVmInFront();
+    const struct {
+      const char* scenario;
+      End end;
+    } rows[] = {
+        {"java-faults", {0, caught}},
+        {"many-threads", {0, "caught 40040\n"}},
+        {"first-to-see", inFront ? End{0, caught} : End{1, nullptr}},
+        {"thread-dump", {0, "thread dump\n"}},
+        {"terminate", vmFirst ? End{0, ""} : End{143, hook}},
+        {"postponed-terminate", {143, hook}},
+        {"hang-up", vmFirst ? End{129, hook} : End{0, "ignored\n"}},
+    };
+    for (const auto& [scenario, end] : rows) {
+      SCOPED_TRACE(std::string(order.argument) + (order.chaining ? ", chaining, " : ", ") +
+                   scenario);
+      const ChildResult result = run(order, scenario);
+      EXPECT_TRUE(result.exitedWith(end.status)) << result.status << result.err;
+      if (end.out != nullptr) EXPECT_EQ(end.out, result.out);
+    }
   }
 }
 
 TEST(Signals, CheckedJniWarnsOnlyOfReplacedHandlers) {
   for (const Order& order : orders) {
-    SCOPED_TRACE(order.name);
     const ChildResult checked = run(order, "java-faults", "-Xcheck:jni");
-    EXPECT_TRUE(checked.exitedWith(isVmInFront(order) ? 0 : 70)) << checked.status;
-    const auto warning = HasSubstr("Warning: SIGSEGV handler modified!");
-    if (isVmInFront(order)) {
-      EXPECT_THAT(checked.err, Not(warning));
-    } else {
-      EXPECT_THAT(checked.err, warning);
-    }
-  }
-}
-
-TEST(Signals, ControlSignals) {
-  constexpr char hook[] = "shutdown hook\n";
-  for (const Order& order : orders) {
-    SCOPED_TRACE(order.name);
-    const bool vmStartedFirst = isVmStartedFirst(order);
-    EXPECT_EQ(run(order, "thread-dump").out, "thread dump\n");
-
-    const ChildResult term = run(order, "terminate");
-    EXPECT_TRUE(term.exitedWith(vmStartedFirst ? 0 : 143)) << term.status;
-    EXPECT_EQ(term.out, vmStartedFirst ? "" : hook);
-
-    const ChildResult postponed = run(order, "postponed-terminate");
-    EXPECT_TRUE(postponed.exitedWith(143)) << postponed.status;
-    EXPECT_EQ(postponed.out, hook);
-
-    const ChildResult hangUp = run(order, "hang-up");
-    EXPECT_TRUE(hangUp.exitedWith(vmStartedFirst ? 129 : 0)) << hangUp.status;
-    EXPECT_EQ(hangUp.out, vmStartedFirst ? hook : "ignored\n");
+    EXPECT_TRUE(checked.exitedWith(order.isVmInFront() ? 0 : 70)) << checked.status;
+    const bool warned = checked.err.find("Warning: SIGSEGV handler modified!") != std::string::npos;
+    EXPECT_EQ(!order.isVmInFront(), warned);
   }
 }
 
 TEST(Signals, NativeFaultsEndTheProcess) {
-  const auto report = HasSubstr("TV Signal Handler: Unhandled signal 11, SIGSEGV Received at ");
+  const auto own = HasSubstr("TV Signal Handler: Unhandled signal 11, SIGSEGV Received at ");
+  // The VM reports, and its abort comes here.
+  const auto aborted = HasSubstr("TV signal handler: signal 6 (SIGABRT), received from");
   for (const Order& order : orders) {
-    SCOPED_TRACE(order.name);
-    for (const char* scenario : {"native-fault", "native-fault-in-thread"}) {
-      const ChildResult fault = run(order, scenario);
-      EXPECT_TRUE(fault.exitedWith(3)) << scenario << fault.status;
-      EXPECT_EQ(takeVmReport(), !isVmInFront(order)) << scenario;
-      if (isVmInFront(order)) {
-        EXPECT_THAT(fault.err, report) << scenario;
-      } else {
-        // The VM reports, and its abort comes here.
-        EXPECT_THAT(fault.err, HasSubstr("TV signal handler: signal 6 (SIGABRT), received from"));
-      }
+    SCOPED_TRACE(order.argument);
+    for (const std::string scenario : {"native-fault", "native-fault-in-thread", "library-fault"}) {
+      SCOPED_TRACE(scenario);
+      const ChildResult fault = run(order, scenario.c_str());
+      EXPECT_TRUE(fault.exitedWith(3)) << fault.status;
+      const bool isOwn = order.isVmInFront() || scenario == "library-fault";
+      EXPECT_THAT(fault.err, isOwn ? own : aborted);
+      EXPECT_EQ(!order.isVmInFront(), takeVmReport());
     }
-    const ChildResult own = run(order, "library-fault");
-    EXPECT_TRUE(own.exitedWith(3)) << own.status;
-    EXPECT_THAT(own.err, report);
-    EXPECT_EQ(takeVmReport(), !isVmInFront(order));
-
     // One of them may find the others in their reports for too long.
     const ChildResult several = run(order, "native-fault-in-threads");
     EXPECT_TRUE(several.exitedWith(3) || several.killedBy(SIGABRT)) << several.status;

@@ -1,10 +1,9 @@
-// The JVM's function table observed: every call that a native makes through it is recorded (see
-// calls.h) and any of them can be told to fail as the JVM would fail it.
+// The JVM's function table observed: what a native obtains through it is counted, and any call
+// that can fail can be told to fail as the JVM would fail it.
 //
-//   jnitable::reset();
-//   jnitable::state.failAt = 3;      // the third call that can fail does so
+//   jnitable::state = {.failAt = 3};  // the third call that can fail does so
 //   {
-//     jnitable::Watch watch(env);    // in this scope env's table is the observed one
+//     jnitable::Watch watch(env);     // in this scope env's table is the observed one
 //     status = native(env, ...);
 //   }
 //   EXPECT_EQ(0, jnitable::state.held);
@@ -21,23 +20,17 @@ namespace jnitable {
 
 struct StateSType {
   int failAt = 0;               // which call fails, counted from 1; 0 for none
-  std::string failName;         // when not empty, failAt counts the calls of this function only
+  std::string failName = "";    // when not empty, failAt counts the calls of this function only
   bool failAfterwards = false;  // the later calls fail too
   int count = 0;                // calls that can fail, so far
-  std::string failed;           // the first call that was made to fail
+  std::string failed = "";      // the first call that was made to fail
   int held = 0;                 // strings and arrays obtained and not given back
   int references = 0;           // local references made and not deleted
   int mostReferences = 0;
+  std::string released = "";  // the functions that gave something back, in their order
 };
 
 extern StateSType state;
-
-// Forgets `state` and the recorded calls.
-void reset();
-
-// How an object shows in the recorded calls; others show as "?".
-void name(jobject object, const char* shown);
-void forgetNames();
 
 class Watch {
  public:

@@ -8,50 +8,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <numeric>
+#include <utility>
+#include <vector>
 
 namespace jvm {
 namespace {
 
 constexpr int warnedStatus = 70;
+constexpr char reportClass[] = "com/tarvolin/povzel/PovZelReport";
 
 JNIEnv* env = nullptr;
-jclass reportClass = nullptr;
-jclass exceptionClass = nullptr;
+jclass helpers = nullptr;  // Reports.java
 
 std::mutex warningsMutex;
 std::string warnings;
-
-struct FieldSType {
-  const char* name;
-  const char* signature;
-};
-
-constexpr FieldSType fields[] = {
-    {"oop", "J"},
-    {"classOop", "J"},
-    {"classHistoryOop", "J"},
-    {"objType", "B"},
-    {"namedSize", "I"},
-    {"indexedSize", "J"},
-    {"isCollection", "Z"},
-    {"isString", "Z"},
-    {"isDBString", "Z"},
-    {"valueType", "B"},
-    {"valueInt1", "I"},
-    {"valueInt2", "I"},
-    {"valueLong", "J"},
-    {"valueDouble", "D"},
-    {"valueBytes", "[B"},
-    {"valueLongs", "[J"},
-    {"valueString", "Ljava/lang/String;"},
-    {"number", "I"},
-    {"message", "Ljava/lang/String;"},
-    {"category", "J"},
-    {"context", "J"},
-    {"fatal", "Z"},
-    {"argCount", "I"},
-    {"args", "[J"},
-};
 
 [[noreturn]] void die(const char* what, const char* detail) {
   std::fprintf(stderr, "jvm: %s: %s\n", what, detail);
@@ -67,17 +38,12 @@ T require(T value, const char* what) {
 
 // Receives all that the JVM prints.
 jint JNICALL print(FILE*, const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
   char* line = nullptr;
-  const int length = vasprintf(&line, format, again);
-  va_end(again);
+  const int length = vasprintf(&line, format, arguments);
   if (length < 0) return length;
   std::fputs(line, stderr);
-  {
-    const std::lock_guard<std::mutex> lock(warningsMutex);
-    warnings += line;
-  }
+  const std::lock_guard<std::mutex> lock(warningsMutex);
+  warnings += line;
   std::free(line);
   return length;
 }
@@ -92,32 +58,26 @@ void end(int status, void*) {
   _exit(status);
 }
 
-jfieldID fieldOf(jobject object, const char* name, char* type) {
-  for (const FieldSType& field : fields) {
-    if (std::strcmp(field.name, name) != 0) continue;
-    jclass owner = env->GetObjectClass(object);
-    jfieldID id = require(env->GetFieldID(owner, name, field.signature), name);
-    env->DeleteLocalRef(owner);
-    *type = field.signature[0];
-    return id;
-  }
-  die("no such field", name);
+// Calls a static method of Reports.java, of objects for an object.
+template <typename... Objects>
+jobject call(const char* method, Objects... objects) {
+  std::string signature = "(";
+  for (std::size_t i = 0; i < sizeof...(objects); ++i) signature += "Ljava/lang/Object;";
+  signature += ")Ljava/lang/Object;";
+  jmethodID id = require(env->GetStaticMethodID(helpers, method, signature.c_str()), method);
+  jobject result = env->CallStaticObjectMethod(helpers, id, objects...);
+  if (env->ExceptionCheck()) die("exception in", method);
+  return result;
 }
 
-jobject reference(jobject object, const char* field) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  return env->GetObjectField(object, id);
-}
-
-jclass globalClass(const char* name) {
-  jclass local = require(env->FindClass(name), name);
-  return static_cast<jclass>(env->NewGlobalRef(local));
-}
-
-jobject newObject(jclass type) {
-  jmethodID constructor = require(env->GetMethodID(type, "<init>", "()V"), "constructor");
-  return require(env->NewObject(type, constructor), "object");
+// The text of a Java string, which is given up.
+std::string take(jobject string) {
+  jstring text = static_cast<jstring>(string);
+  const char* characters = require(env->GetStringUTFChars(text, nullptr), "text");
+  std::string copy = characters;
+  env->ReleaseStringUTFChars(text, characters);
+  env->DeleteLocalRef(text);
+  return copy;
 }
 
 }  // namespace
@@ -129,7 +89,6 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   using CreateFType = jint(JNICALL*)(JavaVM**, void**, void*);
   const CreateFType create = reinterpret_cast<CreateFType>(dlsym(library, "JNI_CreateJavaVM"));
 
-  std::string classPath = std::string("-Djava.class.path=") + POVZEL_CLASS_PATH;
   std::vector<JavaVMOption> all;
   // The hook is the function's address in a field of type void*.
   void* hook = nullptr;
@@ -137,8 +96,8 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   std::memcpy(&hook, &printer, sizeof hook);
   char hookName[] = "vfprintf";
   all.push_back({hookName, hook});
-  all.push_back({classPath.data(), nullptr});
-  std::vector<std::string> texts = {"-XX:+UseSerialGC", "-XX:-UsePerfData", "-Xmx256m"};
+  std::vector<std::string> texts = {"-Djava.class.path=" POVZEL_CLASS_PATH, "-XX:+UseSerialGC",
+                                    "-XX:-UsePerfData", "-Xmx256m"};
   texts.insert(texts.end(), options.begin(), options.end());
   for (std::string& text : texts) all.push_back({text.data(), nullptr});
 
@@ -149,17 +108,16 @@ JNIEnv* start(std::initializer_list<const char*> options) {
     die("the JVM does not start", POVZEL_LIBJVM);
   }
   env = static_cast<JNIEnv*>(created);
-  reportClass = globalClass("com/tarvolin/povzel/PovZelReport");
-  exceptionClass = globalClass("com/tarvolin/povzel/PovZelException");
+  jclass local = require(env->FindClass("Reports"), "Reports");
+  helpers = static_cast<jclass>(env->NewGlobalRef(local));
+  env->DeleteLocalRef(local);
   on_exit(end, nullptr);
   return env;
 }
 
 std::string takeWarnings() {
   const std::lock_guard<std::mutex> lock(warningsMutex);
-  std::string taken;
-  taken.swap(warnings);
-  return taken;
+  return std::exchange(warnings, "");
 }
 
 Frame::Frame(jint capacity) {
@@ -170,21 +128,27 @@ Frame::~Frame() {
   env->PopLocalFrame(nullptr);
 }
 
-jobject newReport() {
-  return newObject(reportClass);
+jobject newReport(const std::string& fields) {
+  jobject report = call("report");
+  if (!fields.empty()) set(report, fields);
+  return report;
 }
 
 jthrowable newException() {
-  return static_cast<jthrowable>(newObject(exceptionClass));
+  return static_cast<jthrowable>(call("error"));
 }
 
 jobjectArray newReports(jint count, jobject element) {
-  return require(env->NewObjectArray(count, reportClass, element), "report array");
+  jclass type = require(env->FindClass(reportClass), reportClass);
+  jobjectArray array = require(env->NewObjectArray(count, type, element), "report array");
+  env->DeleteLocalRef(type);
+  return array;
 }
 
-jlongArray newLongs(const std::vector<jlong>& values) {
-  const jsize count = static_cast<jsize>(values.size());
+jlongArray newLongs(jint count, jlong first) {
   jlongArray array = require(env->NewLongArray(count), "long array");
+  std::vector<jlong> values(static_cast<std::size_t>(count));
+  std::iota(values.begin(), values.end(), first);
   env->SetLongArrayRegion(array, 0, count, values.data());
   return array;
 }
@@ -196,105 +160,22 @@ jbyteArray newBytes(const std::string& values) {
   return array;
 }
 
-jstring newString(const char* modifiedUtf8) {
-  return require(env->NewStringUTF(modifiedUtf8), "string");
+jstring newString(const std::string& modifiedUtf8) {
+  return require(env->NewStringUTF(modifiedUtf8.c_str()), "string");
 }
 
-jstring newString(const std::u16string& codeUnits) {
-  return require(env->NewString(reinterpret_cast<const jchar*>(codeUnits.data()),
-                                static_cast<jsize>(codeUnits.size())),
-                 "string");
+void set(jobject report, const std::string& fields) {
+  jstring text = newString(fields);
+  env->DeleteLocalRef(call("set", report, text));
+  env->DeleteLocalRef(text);
 }
 
-std::int64_t number(jobject object, const char* field) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  switch (type) {
-    case 'Z':
-      return env->GetBooleanField(object, id);
-    case 'B':
-      return env->GetByteField(object, id);
-    case 'I':
-      return env->GetIntField(object, id);
-    case 'J':
-      return env->GetLongField(object, id);
-    default:
-      die("not a number", field);
-  }
+std::string shown(jobject object) {
+  return take(call("show", object));
 }
 
-double real(jobject object, const char* field) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  return env->GetDoubleField(object, id);
-}
-
-std::string text(jobject object, const char* field) {
-  jstring value = static_cast<jstring>(reference(object, field));
-  if (value == nullptr) return "(null)";
-  const char* characters = require(env->GetStringUTFChars(value, nullptr), field);
-  std::string copy = characters;
-  env->ReleaseStringUTFChars(value, characters);
-  env->DeleteLocalRef(value);
-  return copy;
-}
-
-std::vector<jlong> longs(jobject object, const char* field) {
-  jlongArray value = static_cast<jlongArray>(reference(object, field));
-  return value != nullptr ? elements(value) : std::vector<jlong>();
-}
-
-std::string bytes(jobject object, const char* field) {
-  jbyteArray value = static_cast<jbyteArray>(reference(object, field));
-  return value != nullptr ? elements(value) : std::string();
-}
-
-bool isNull(jobject object, const char* field) {
-  jobject value = reference(object, field);
-  env->DeleteLocalRef(value);
-  return value == nullptr;
-}
-
-void setNumber(jobject object, const char* field, std::int64_t value) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  switch (type) {
-    case 'Z':
-      return env->SetBooleanField(object, id, static_cast<jboolean>(value != 0));
-    case 'B':
-      return env->SetByteField(object, id, static_cast<jbyte>(value));
-    case 'I':
-      return env->SetIntField(object, id, static_cast<jint>(value));
-    case 'J':
-      return env->SetLongField(object, id, value);
-    default:
-      die("not a number", field);
-  }
-}
-
-void setReal(jobject object, const char* field, double value) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  env->SetDoubleField(object, id, value);
-}
-
-void setObject(jobject object, const char* field, jobject value) {
-  char type = 0;
-  jfieldID id = fieldOf(object, field, &type);
-  env->SetObjectField(object, id, value);
-}
-
-std::vector<jlong> elements(jlongArray array) {
-  std::vector<jlong> values(static_cast<std::size_t>(env->GetArrayLength(array)));
-  env->GetLongArrayRegion(array, 0, static_cast<jsize>(values.size()), values.data());
-  return values;
-}
-
-std::string elements(jbyteArray array) {
-  std::string values(static_cast<std::size_t>(env->GetArrayLength(array)), '\0');
-  env->GetByteArrayRegion(array, 0, static_cast<jsize>(values.size()),
-                          reinterpret_cast<jbyte*>(values.data()));
-  return values;
+std::int64_t memoryInUse() {
+  return std::stoll(take(call("memoryInUse")));
 }
 
 }  // namespace jvm

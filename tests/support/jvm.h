@@ -3,9 +3,9 @@
 //
 //   JNIEnv* env = jvm::start({"-Xcheck:jni"});
 //   jvm::Frame frame(32);
-//   jobject report = jvm::newReport();
+//   jobject report = jvm::newReport("objType=0 oop=4716");
 //   ... call a native ...
-//   EXPECT_EQ(7, jvm::number(report, "valueLong"));
+//   EXPECT_EQ("oop=31 objType=3 valueType=3 valueLong=7", jvm::shown(report));
 //
 // Whatever the JVM itself prints (the warnings of -Xcheck:jni, for one) goes to standard error and
 // is counted; a process in which it printed anything that takeWarnings() did not take exits with
@@ -17,13 +17,12 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
-#include <vector>
 
 namespace jvm {
 
 // Starts the JVM with `options` on the calling thread and returns that thread's environment. The
-// class path holds the library's Java classes. One JVM per process: later calls return the same.
-// Ends the process when the JVM does not start.
+// class path holds the library's Java classes and those of the tests' own. One JVM per process:
+// later calls return the same. Ends the process when the JVM does not start.
 JNIEnv* start(std::initializer_list<const char*> options = {"-Xcheck:jni"});
 
 // Returns what the JVM itself has printed since the last call.
@@ -38,30 +37,23 @@ class Frame {
   Frame& operator=(const Frame&) = delete;
 };
 
-// New Java objects, as local references. A failure ends the process.
-jobject newReport();
+// New Java objects, as local references. A failure ends the process. The numbers of reports and
+// error reports start as -77; `fields` is as for set().
+jobject newReport(const std::string& fields = "");
 jthrowable newException();
 jobjectArray newReports(jint count, jobject element = nullptr);
-jlongArray newLongs(const std::vector<jlong>& values);
+jlongArray newLongs(jint count, jlong first = -77);  // counting up
 jbyteArray newBytes(const std::string& values);
-jstring newString(const char* modifiedUtf8);
-jstring newString(const std::u16string& codeUnits);
+jstring newString(const std::string& modifiedUtf8);
 
-// A field of a report or of an error report by its name. `number` reads booleans, bytes, ints and
-// longs. Null references read as the text "(null)" and as empty vectors; `isNull` tells.
-std::int64_t number(jobject object, const char* field);
-double real(jobject object, const char* field);
-std::string text(jobject object, const char* field);
-std::vector<jlong> longs(jobject object, const char* field);
-std::string bytes(jobject object, const char* field);
-bool isNull(jobject object, const char* field);
+// Sets fields of a report: "objType=-1 valueType=7 valueString=new". Texts hold no blanks.
+void set(jobject report, const std::string& fields);
 
-void setNumber(jobject object, const char* field, std::int64_t value);
-void setReal(jobject object, const char* field, double value);
-void setObject(jobject object, const char* field, jobject value);
+// What was written to a report or an error report: "oop=31 objType=3"; the elements of an array:
+// "<bytes>", "[longs]", "[oops of reports]". Of more than 16 elements it is their number.
+std::string shown(jobject object);
 
-// The elements of arrays.
-std::vector<jlong> elements(jlongArray array);
-std::string elements(jbyteArray array);
+// The bytes of the Java heap in use.
+std::int64_t memoryInUse();
 
 }  // namespace jvm

@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
+#include <tuple>
 #include <type_traits>
-
-#include "calls.h"
+#include <utility>
 
 namespace recorder {
 
@@ -15,204 +16,170 @@ StateSType state;
 
 namespace {
 
-enum SlotEType : std::size_t {
-#define TYPED_ID(name, result, arguments) Slot_##name,
-#define UNTYPED_ID(name) Slot_##name,
-  ZEL_RTL_SLOTS(TYPED_ID, UNTYPED_ID)
-#undef TYPED_ID
-#undef UNTYPED_ID
-};
-
-constexpr const char* slotNames[] = {
-#define TYPED_NAME(name, result, arguments) #name,
-#define UNTYPED_NAME(name) #name,
-    ZEL_RTL_SLOTS(TYPED_NAME, UNTYPED_NAME)
-#undef TYPED_NAME
-#undef UNTYPED_NAME
-};
-
 [[noreturn]] void die(const char* what) {
   std::fprintf(stderr, "recorder: %s\n", what);
   std::abort();
 }
 
-void addAll(std::string&) {}
-
-// Oops with their count, which is the room when the call is made.
-// NOLINTNEXTLINE(readability-non-const-parameter): a pointer to const would not be chosen
-void addAll(std::string& text, OopType*, ArraySizeType* count) {
-  calls::addRaw(text, "*,*" + std::to_string(*count));
+std::string shownOops(const OopType* oops, ArraySizeType count) {
+  std::string text;
+  for (ArraySizeType i = 0; i < count; ++i) text += (i == 0 ? "" : ",") + std::to_string(oops[i]);
+  return "[" + text + "]";
 }
 
-template <typename T, typename... Rest>
-void addAll(std::string& text, T value, Rest... rest);
-
-template <typename T, typename... Rest>
-requires std::is_same_v<T, OopType> || std::is_same_v<T, ByteType>
-void addAll(std::string& text, const T* values, ArraySizeType count, Rest... rest) {
-  calls::add(text, values, count);
-  addAll(text, count, rest...);
-}
-
-template <typename T, typename... Rest>
-void addAll(std::string& text, T value, Rest... rest) {
-  if constexpr (std::is_same_v<T, const char*> || std::is_same_v<T, double>) {
-    calls::add(text, value);
-  } else if constexpr (std::is_same_v<T, const ZelDateTimeSType*>) {
-    calls::addRaw(text, "{" + std::to_string(value->year) + "," + std::to_string(value->dayOfYear) +
-                            "," + std::to_string(value->milliseconds) + "," +
-                            std::to_string(value->timeZone) + "}");
-  } else if constexpr (std::is_pointer_v<T>) {
-    calls::addRaw(text, value != nullptr ? "*" : "null");
-  } else {
-    calls::add(text, static_cast<std::int64_t>(value));
+std::string shownBytes(const ByteType* bytes, ArraySizeType count) {
+  if (count > 64) return "<" + std::to_string(count) + ">";
+  std::string text;
+  for (ArraySizeType i = 0; i < count; ++i) {
+    char code[8];
+    const bool plain = bytes[i] >= 0x20 && bytes[i] < 0x7f;
+    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", bytes[i]);
+    text += code;
   }
-  addAll(text, rest...);
+  return "<" + text + ">";
 }
 
-// The oop and byte buffers that the bridge hands over are blocks of the heap.
+// One argument. `count` is the call's last argument, which tells the length of any array before it.
 template <typename T>
-void requireRoom(T* buffer, std::size_t count) {
-  if (malloc_usable_size(buffer) < count * sizeof(T)) die("a buffer is smaller than its size");
+std::string shown(T value, [[maybe_unused]] ArraySizeType count) {
+  if constexpr (std::is_same_v<T, const OopType*>) {
+    return shownOops(value, count);
+  } else if constexpr (std::is_same_v<T, const ByteType*>) {
+    return shownBytes(value, count);
+  } else if constexpr (std::is_same_v<T, const char*>) {
+    return value != nullptr ? "'" + std::string(value) + "'" : "null";
+  } else if constexpr (std::is_same_v<T, const ZelDateTimeSType*>) {
+    return "{" + std::to_string(value->year) + "," + std::to_string(value->dayOfYear) + "," +
+           std::to_string(value->milliseconds) + "," + std::to_string(value->timeZone) + "}";
+  } else if constexpr (std::is_pointer_v<T>) {
+    return value != nullptr ? "*" : "null";
+  } else if constexpr (std::is_same_v<T, double>) {
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%g", value);
+    return digits;
+  } else {
+    return std::to_string(value);
+  }
 }
 
-ArraySizeType deliver(OopType* oops, ArraySizeType room) {
-  requireRoom(oops, room);
+template <typename... Args>
+std::string shownCall(const char* name, Args... arguments) {
   ArraySizeType count = 0;
-  for (; count < room && count < state.oops.size(); ++count) oops[count] = state.oops[count];
+  if constexpr (sizeof...(Args) > 0) {
+    const auto last = std::get<sizeof...(Args) - 1>(std::tuple(arguments...));
+    if constexpr (std::is_integral_v<decltype(last)>) count = static_cast<ArraySizeType>(last);
+  }
+  std::string text;
+  ((text += "," + shown(arguments, count)), ...);
+  return std::string(name) + "(" + text.substr(text.empty() ? 0 : 1) + ")";
+}
+
+// The buffers that the bridge hands over are blocks of the heap.
+template <typename T, typename Source>
+ArraySizeType deliver(const Source& source, T* buffer, ArraySizeType room, bool onHeap = true) {
+  if (onHeap && malloc_usable_size(buffer) < room * sizeof(T)) die("a buffer is too small");
+  state.room = room;
+  const auto count = std::min<std::size_t>(source.size(), room);
+  std::copy_n(source.begin(), count, buffer);
   return count;
 }
 
-ArraySizeType deliver(ByteType* bytes, ArraySizeType room) {
-  const ArraySizeType count = state.body.size() < room ? state.body.size() : room;
-  std::copy_n(state.body.begin(), count, bytes);
-  return count;
+// What was told under `name`, or `otherwise`.
+double told(const char* name, double otherwise) {
+  const auto found = state.results.find(name);
+  return found != state.results.end() ? found->second : otherwise;
 }
 
-// What each slot does beyond the recording, where that is more than to answer.
-double behave(std::integral_constant<std::size_t, Slot_ZelErr>, ZelErrSType* error) {
-  const bool reports = state.pending;
-  state.pending = false;
-  if (reports) *error = state.error;
-  return reports;
+ZelObjInfoSType information() {
+  ZelObjInfoSType info{};
+  info.objClass = static_cast<OopType>(told("class", 0));
+  info.objSize = static_cast<int>(told("size", 0));
+  info.namedSize = static_cast<int>(told("named", 0));
+  info.isIndexable = told("indexable", 1) != 0;
+  info.objImpl = static_cast<unsigned>(told("impl", 0)) & 7;
+  return info;
 }
 
-template <std::size_t Index>
-requires(Index == Slot_ZelFetchVaryingOops || Index == Slot_ZelFetchNamedOops) double behave(
-    std::integral_constant<std::size_t, Index>, OopType, long, OopType* oops, ArraySizeType count) {
-  return deliver(oops, count);
+enum SlotEType : std::size_t {
+#define TYPED(name, result, arguments) name,
+#define UNTYPED(name) name,
+  ZEL_RTL_SLOTS(TYPED, UNTYPED)
+#undef TYPED
+#undef UNTYPED
+};
+
+// What a slot does, and what it answers unless it is told otherwise.
+template <std::size_t slot, typename... Args>
+double behave(Args... arguments) {
+  const std::tuple given(arguments...);
+  if constexpr (slot == ZelErr) {
+    if (!std::exchange(state.pending, false)) return 0;
+    *std::get<0>(given) = state.error;
+    return 1;
+  } else if constexpr (slot == ZelFetchVaryingOops || slot == ZelFetchNamedOops) {
+    return deliver(state.oops, std::get<2>(given), std::get<3>(given));
+  } else if constexpr (slot == ZelFetchBytes) {
+    return deliver(state.body, std::get<2>(given), std::get<3>(given), false);
+  } else if constexpr (slot == ZelFetchObjInfo) {
+    *std::get<3>(given) = information();
+    const std::span oops(reinterpret_cast<const ByteType*>(state.oops.data()),
+                         state.oops.size() * sizeof(OopType));
+    const std::span body(reinterpret_cast<const ByteType*>(state.body.data()), state.body.size());
+    const std::span content = told("impl", 0) == 1 ? body : oops;
+    *std::get<5>(given) = deliver(content, std::get<4>(given), std::get<2>(given));
+    return 1;
+  } else if constexpr (slot == ZelDirtySaveObjs) {
+    ArraySizeType& count = *std::get<1>(given);
+    count = deliver(state.oops, std::get<0>(given), count);
+    count = static_cast<ArraySizeType>(told("changed", count));
+    return 1;
+  } else if constexpr (slot == ZelNewOop || slot == ZelNewDateTime || slot == ZelFltToOop) {
+    return std::exchange(state.nextOop, state.nextOop + 4);
+  } else if constexpr (slot == ZelLongToOop) {
+    return static_cast<OopType>(std::get<0>(given)) << 2 | 3;
+  } else {
+    return slot == ZelInit || slot == ZelLogin || slot == ZelProduct;
+  }
 }
 
-double behave(std::integral_constant<std::size_t, Slot_ZelFetchBytes>, OopType, long,
-              ByteType* bytes, ArraySizeType count) {
-  return deliver(bytes, count);
-}
-
-double behave(std::integral_constant<std::size_t, Slot_ZelDirtySaveObjs>, OopType* oops,
-              ArraySizeType* count) {
-  *count = deliver(oops, *count);
-  const auto claimed = state.results.find("changed");
-  if (claimed != state.results.end()) *count = static_cast<ArraySizeType>(claimed->second);
-  return 1;
-}
-
-double behave(std::integral_constant<std::size_t, Slot_ZelFetchObjInfo>, OopType oop, long,
-              ArraySizeType room, ZelObjInfoSType* info, ByteType* buffer, ArraySizeType* count) {
-  requireRoom(buffer, room);
-  *info = state.info;
-  info->objId = oop;
-  *count = deliver(buffer, room);
-  return 1;
-}
-
-template <std::size_t Index>
-requires(Index == Slot_ZelNewOop || Index == Slot_ZelNewDateTime ||
-         Index == Slot_ZelFltToOop) double behave(std::integral_constant<std::size_t, Index>,
-                                                  auto...) {
-  const OopType made = state.nextOop;
-  state.nextOop += 4;
-  return made;
-}
-
-double behave(std::integral_constant<std::size_t, Slot_ZelLongToOop>, long value) {
-  return static_cast<OopType>(value) << 2 | 3;
-}
-
-template <std::size_t Index>
-requires(Index == Slot_ZelInit || Index == Slot_ZelLogin ||
-         Index == Slot_ZelProduct) double behave(std::integral_constant<std::size_t, Index>,
-                                                 auto...) {
-  return 1;
-}
-
-double behave(...) {
-  return 0;
-}
-
-template <std::size_t Index, typename F>
-struct Slot;
-
-template <std::size_t Index, typename R, typename... Args>
-struct Slot<Index, R (*)(Args...)> {
-  static R call(Args... arguments) {
-    if (calls::recording) {
-      std::string text = std::string(slotNames[Index]) + "(";
-      addAll(text, arguments...);
-      calls::all.push_back(Index == Slot_ZelErr ? poll : text + ")");
-    }
-    double result = 0;
-    result = behave(std::integral_constant<std::size_t, Index>(), arguments...);
-    const auto told = state.results.find(slotNames[Index]);
-    if (told != state.results.end()) result = told->second;
-    if (Index != Slot_ZelErr && (state.failName.empty() || state.failName == slotNames[Index]) &&
+template <std::size_t slot, typename R, typename... Args>
+void fill(R (*&entry)(Args...), const char* called) {
+  static const char* const name = called;
+  entry = [](Args... arguments) -> R {
+    const char* const gap = state.calls.empty() ? "" : " ";
+    state.calls += slot == ZelErr ? "?" : gap + shownCall(name, arguments...);
+    const double result = told(name, behave<slot>(arguments...));
+    if (slot != ZelErr && (state.failName.empty() || state.failName == name) &&
         ++state.count == state.failAt) {
-      state.failed = slotNames[Index];
+      state.failed = name;
       state.pending = true;
     }
     if constexpr (std::is_same_v<R, const char*>) {
       return state.version.c_str();
+    } else if constexpr (std::is_same_v<R, double>) {
+      return result;
     } else if constexpr (!std::is_void_v<R>) {
-      return static_cast<R>(
-          static_cast<std::conditional_t<std::is_same_v<R, double>, double, std::int64_t>>(result));
+      return static_cast<R>(static_cast<std::int64_t>(result));
     }
-  }
-};
-
-template <std::size_t Index>
-void unexpected() {
-  die(slotNames[Index]);
+  };
 }
 
 ZelRtlJumpSType makeTable() {
   ZelRtlJumpSType made{};
   made.zelFeatureLevel = 312;
   made.zelCompatiblityLevel = 1;
-#define TYPED_SLOT(name, result, arguments) \
-  made.name = &Slot<Slot_##name, decltype(made.name)>::call;
-#define UNTYPED_SLOT(name) made.name = &unexpected<Slot_##name>;
-  ZEL_RTL_SLOTS(TYPED_SLOT, UNTYPED_SLOT)
-#undef TYPED_SLOT
-#undef UNTYPED_SLOT
+  constexpr std::size_t prefix = 3;
+#define TYPED(name, result, arguments) fill<name>(made.name, &#name[prefix]);
+#define UNTYPED(name) made.name = [] { die(#name); };
+  ZEL_RTL_SLOTS(TYPED, UNTYPED)
+#undef TYPED
+#undef UNTYPED
   return made;
 }
 
 const ZelRtlJumpSType table = makeTable();
 
 }  // namespace
-
-void reset() {
-  state = StateSType();
-  state.error = {231169, 2101, 777, "something failed", {11, 0xffffffff, 13}, 3, 0};
-}
-
-void describe(int objImpl, OopType objClass, int objSize, int namedSize) {
-  state.info = {};
-  state.info.objClass = objClass;
-  state.info.objSize = objSize;
-  state.info.namedSize = namedSize;
-  state.info.isIndexable = 1;
-  state.info.objImpl = static_cast<std::uint16_t>(objImpl & 7);
-}
 
 void install() {
   setenv("TARVOLIN", POVZEL_RECORDER, 1);

@@ -1,6 +1,6 @@
-// An interface library that records the bridge's calls (see calls.h), answers what it is told and
-// can be told to leave an error. The library file that the loader opens holds the entry point
-// only; the table and all behaviour are in the test program.
+// An interface library that records the bridge's calls, answers what it is told and can be told to
+// leave an error. The library file that the loader opens holds the entry point only; the table and
+// all behaviour are in the test program. Slots are named without their "Zel".
 #pragma once
 
 #include <map>
@@ -11,32 +11,27 @@
 
 namespace recorder {
 
-// How a call of ZelErr shows in the recorded calls.
-inline constexpr char poll[] = "Zel?";
-
 struct StateSType {
+  std::string calls;  // "SetSessionId(7)? ExecuteStr('3 + 4',10)?"; "?" is a call of ZelErr
+
   int failAt = 0;        // after this call, counted from 1, `error` is pending; 0 for none
   std::string failName;  // when not empty, failAt counts the calls of this slot only
   int count = 0;         // calls so far, other than of ZelErr
   std::string failed;    // the call that left the error
   bool pending = false;  // ZelErr has something to report
-  ZelErrSType error{};
+  ZelErrSType error{231169, 2101, 777, "something failed", {11, 0xffffffff, 13}, 3, 0};
 
-  std::map<std::string, double> results;  // by slot; otherwise 0, or true, or a new oop
-  OopType nextOop = 5000;                 // of the next new object; steps by 4
+  // What slots answer; otherwise 0, or true, or a new oop. Also what every object is: "impl" (0
+  // pointers, 1 bytes, ...), "class", "size", "named" and "indexable" (1 unless it is told).
+  std::map<std::string, double> results;
+  OopType nextOop = 5000;  // of the next new object; steps by 4
   std::string version = "6.7";
-  ZelObjInfoSType info{};     // of every object
   std::string body;           // bytes of every object
   std::vector<OopType> oops;  // oops of every object, and the changed ones
+  ArraySizeType room = 0;     // that the last delivery of oops or bytes was given
 };
 
 extern StateSType state;
-
-// Puts everything back to what it is at the start: an error with three arguments in reserve.
-void reset();
-
-// Lets every object be of the given kind: objImpl (0 pointers, 1 bytes, ...), class and size.
-void describe(int objImpl, OopType objClass, int objSize, int namedSize = 0);
 
 // Points the loader's environment at the library file. Call it before _initialize.
 void install();

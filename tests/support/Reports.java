@@ -1,0 +1,85 @@
+import com.tarvolin.povzel.PovZelException;
+import com.tarvolin.povzel.PovZelReport;
+import java.lang.reflect.Field;
+import java.nio.charset.StandardCharsets;
+import java.util.Arrays;
+import java.util.Objects;
+import java.util.stream.Collectors;
+
+/** Reports and error reports as texts, both ways. Whatever is not set shows when it is written. */
+final class Reports {
+    private static final byte UNTOUCHED = -77;
+    private static final int MOST_SHOWN = 16;
+
+    private Reports() {
+    }
+
+    static Object report() throws IllegalAccessException {
+        return untouched(new PovZelReport());
+    }
+
+    static Object error() throws IllegalAccessException {
+        PovZelException error = new PovZelException();
+        error.fatal = true;
+        return untouched(error);
+    }
+
+    private static Object untouched(Object target) throws IllegalAccessException {
+        for (Field field : target.getClass().getFields()) {
+            if (field.getType().isPrimitive() && field.getType() != boolean.class) {
+                field.setByte(target, UNTOUCHED);
+            }
+        }
+        return target;
+    }
+
+    /** Sets fields from a text such as "objType=-1 valueType=7 valueString=new". */
+    static Object set(Object target, Object fields) throws ReflectiveOperationException {
+        for (String part : fields.toString().split(" ")) {
+            String[] sides = part.split("=", 2);
+            Field field = target.getClass().getField(sides[0]);
+            switch (field.getType().getName()) {
+                case "byte" -> field.setByte(target, Byte.parseByte(sides[1]));
+                case "int" -> field.setInt(target, Integer.parseInt(sides[1]));
+                case "long" -> field.setLong(target, Long.parseLong(sides[1]));
+                case "double" -> field.setDouble(target, Double.parseDouble(sides[1]));
+                default -> field.set(target, sides[1]);
+            }
+        }
+        return target;
+    }
+
+    /** The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size. */
+    static Object show(Object object) throws IllegalAccessException {
+        if (object instanceof byte[] bytes) {
+            return "<" + (bytes.length > MOST_SHOWN ? bytes.length
+                    : new String(bytes, StandardCharsets.ISO_8859_1)) + ">";
+        }
+        if (object instanceof long[] longs) {
+            return longs.length > MOST_SHOWN ? "[" + longs.length + "]"
+                    : Arrays.toString(longs).replace(" ", "");
+        }
+        if (object instanceof PovZelReport[] reports) {
+            return Arrays.stream(reports).map(r -> r == null ? "null" : String.valueOf(r.oop))
+                    .collect(Collectors.joining(",", "[", "]"));
+        }
+        if (object instanceof PovZelReport || object instanceof PovZelException) {
+            StringBuilder text = new StringBuilder();
+            Object fresh = object instanceof PovZelReport ? report() : error();
+            for (Field field : object.getClass().getFields()) {
+                Object value = field.get(object);
+                if (!Objects.equals(value, field.get(fresh))) {
+                    text.append(' ').append(field.getName()).append('=').append(show(value));
+                }
+            }
+            return text.substring(Math.min(1, text.length()));
+        }
+        return String.valueOf(object);
+    }
+
+    /** The bytes of the heap in use. */
+    static Object memoryInUse() {
+        Runtime.getRuntime().gc();
+        return String.valueOf(Runtime.getRuntime().totalMemory() - Runtime.getRuntime().freeMemory());
+    }
+}
