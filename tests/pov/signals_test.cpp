@@ -73,7 +73,7 @@ TEST(Signals, EndTheProcessOrNot) {
                    scenario);
       const ChildResult result = run(order, scenario);
       EXPECT_TRUE(result.exitedWith(end.status)) << result.status << result.err;
-      if (end.out != nullptr) EXPECT_EQ(end.out, result.out);
+      EXPECT_EQ(end.out != nullptr ? end.out : result.out, result.out);
     }
   }
 }
