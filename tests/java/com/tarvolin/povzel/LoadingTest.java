@@ -5,37 +5,38 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import java.io.File;
-import java.io.IOException;
-import java.net.MalformedURLException;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** What a user reads when the library, the JVM or the database is not what it should be. */
+// What a user reads when the library, the JVM or the database is not what it should be.
 public class LoadingTest {
     private static final String JAVA = System.getProperty("java.home") + "/bin/java";
     private static final String TARVOLIN = System.getenv("TARVOLIN");
     private static final String CLASSES = System.getProperty("java.class.path");
+    private static final Map<String, String> INSTALLED = Map.of("TARVOLIN", TARVOLIN);
 
-    /** Logs in, in a JVM of its own, and tells how it went. */
+    @TempDir
+    private Path directory;
+
+    // Logs in, in a JVM of its own, and tells how it went; with an argument once more by the same
+    // classes in a loader of their own.
     public static final class Probe {
         private Probe() {
         }
 
-        public static void main(String[] arguments) throws ReflectiveOperationException, MalformedURLException {
+        public static void main(String[] arguments) throws Exception {
             logIn();
             if (arguments.length > 0) {
-                // The same classes once more, in a loader of their own.
                 List<URL> urls = new ArrayList<>();
-                for (String entry : System.getProperty("java.class.path").split(File.pathSeparator)) {
+                for (String entry : CLASSES.split(File.pathSeparator)) {
                     urls.add(new File(entry).toURI().toURL());
                 }
                 ClassLoader second = new URLClassLoader(urls.toArray(new URL[0]), null);
@@ -52,12 +53,8 @@ public class LoadingTest {
         }
     }
 
-    private static String probe(String java, Map<String, String> environment, List<String> options,
-            String... arguments) throws IOException, InterruptedException {
-        List<String> command = new ArrayList<>(List.of(java));
-        command.addAll(options);
-        command.addAll(List.of("-cp", CLASSES, Probe.class.getName()));
-        command.addAll(Arrays.asList(arguments));
+    private static void run(Map<String, String> environment, List<String> command, String... parts)
+            throws Exception {
         ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
         builder.environment().remove("TARVOLIN");
         builder.environment().putAll(environment);
@@ -65,67 +62,55 @@ public class LoadingTest {
         process.getOutputStream().close();
         String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
         assertEquals(0, process.waitFor(), output);
-        return output;
-    }
-
-    private static void assertTells(String output, String... parts) {
         for (String part : parts) {
             assertTrue(output.contains(part), () -> "no \"" + part + "\" in: " + output);
         }
     }
 
+    private static void probe(Map<String, String> environment, String option, String... parts)
+            throws Exception {
+        run(environment, List.of(JAVA, option, "-cp", CLASSES, Probe.class.getName()), parts);
+    }
+
     @Test
-    void theLibraryIsFoundInEachPlace(@TempDir Path directory) throws Exception {
-        Map<String, String> environment = Map.of("TARVOLIN", TARVOLIN);
+    void theLibraryIsFoundInEachPlace() throws Exception {
         Path copy = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
                 directory.resolve(PovZelLibrary.FILE_NAME));
-        assertTells(probe(JAVA, environment, List.of()), "answer 7");
-        assertTells(probe(JAVA, environment, List.of("-Dpovzel.library=" + copy)), "answer 7");
-        assertTells(probe(JAVA, environment, List.of("-Djava.library.path=/nowhere:" + directory)),
-                "answer 7");
+        probe(INSTALLED, "-Xshare:auto", "answer 7");
+        probe(INSTALLED, "-Dpovzel.library=" + copy, "answer 7");
+        probe(INSTALLED, "-Djava.library.path=/nowhere:" + directory, "answer 7");
     }
 
     @Test
-    void aMissingOrForeignLibraryIsExplained(@TempDir Path directory) throws Exception {
-        assertTells(probe(JAVA, Map.of(), List.of("-Dpovzel.library=/nowhere/lib.so")),
-                "2318 Library not found", "/nowhere/lib.so", "povzel.library");
+    void aMissingOrForeignLibraryIsExplained() throws Exception {
+        probe(Map.of(), "-Dpovzel.library=/nowhere/lib.so", "2318 Library not found",
+                "/nowhere/lib.so", "povzel.library");
         Path text = Files.writeString(directory.resolve("text.so"), "no library");
-        assertTells(probe(JAVA, Map.of(), List.of("-Dpovzel.library=" + text)), "Cannot load " + text);
+        probe(Map.of(), "-Dpovzel.library=" + text, "Cannot load " + text);
+        // Away from the installation the classes have no neighbours to look at.
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("povzel.jar"));
+        String classes = CLASSES.replace(TARVOLIN + "/java/povzel.jar", jar.toString());
+        run(Map.of("TARVOLIN", "/nowhere/tarvolin"),
+                List.of(JAVA, "-Djava.library.path=/nowhere", "-cp", classes, Probe.class.getName()),
+                "2318 Library not found", "/nowhere/libpovzel30.so", "-Dpovzel.library=FILE",
+                "/nowhere/tarvolin/lib/libpovzel30.so", directory + "/libpovzel30.so", "TARVOLIN");
         Path wide = Path.of("/lib/x86_64-linux-gnu/libm.so.6");
         assumeTrue(Files.exists(wide));
-        assertTells(probe(JAVA, Map.of(), List.of("-Dpovzel.library=" + wide)),
-                "wrong ELF class", "64-bit library");
-    }
-
-    @Test
-    void aMissingLibraryWithoutAnInstallationIsExplained(@TempDir Path directory) throws Exception {
-        // Away from the installation the classes have no neighbours to look at.
-        Path jar = Files.copy(Path.of(PovZelLibrary.class.getProtectionDomain().getCodeSource()
-                .getLocation().toURI()), directory.resolve("povzel.jar"));
-        String classes = CLASSES.replace(Path.of(TARVOLIN, "java", "povzel.jar").toString(), jar.toString());
-        ProcessBuilder builder = new ProcessBuilder(JAVA, "-Djava.library.path=/nowhere", "-cp", classes,
-                Probe.class.getName()).redirectErrorStream(true);
-        builder.environment().put("TARVOLIN", "/nowhere/tarvolin");
-        Process process = builder.start();
-        assertTells(new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8),
-                "2318 Library not found", "/nowhere/libpovzel30.so", "/nowhere/tarvolin/lib/libpovzel30.so",
-                directory + "/libpovzel30.so", "-Dpovzel.library=FILE", "TARVOLIN");
-        process.waitFor();
+        probe(Map.of(), "-Dpovzel.library=" + wide, "wrong ELF class", "64-bit library");
     }
 
     @Test
     void aMissingDatabaseIsExplained() throws Exception {
-        List<String> library = List.of("-Dpovzel.library=" + TARVOLIN + "/lib/libpovzel30.so");
-        assertTells(probe(JAVA, Map.of(), library), "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed",
-                "The TARVOLIN environment variable is not defined.", "looked for as libzelrpc67.so",
-                "Set TARVOLIN");
-        assertTells(probe(JAVA, Map.of("TARVOLIN", "/nowhere", "ZELRTL_BASELIBNAME", "own"), library),
+        String library = "-Dpovzel.library=" + TARVOLIN + "/lib/libpovzel30.so";
+        probe(Map.of(), library, "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed", "Set TARVOLIN",
+                "The TARVOLIN environment variable is not defined.", "looked for as libzelrpc67.so");
+        probe(Map.of("TARVOLIN", "/nowhere", "ZELRTL_BASELIBNAME", "own"), library,
                 "looked for as libownrpc67.so in /nowhere/lib");
     }
 
     @Test
     void aSecondClassLoaderIsExplained() throws Exception {
-        assertTells(probe(JAVA, Map.of("TARVOLIN", TARVOLIN), List.of(), "twice"), "answer 7",
+        run(INSTALLED, List.of(JAVA, "-cp", CLASSES, Probe.class.getName(), "twice"), "answer 7",
                 "already loaded in another classloader", "for one class loader only");
     }
 
@@ -133,7 +118,7 @@ public class LoadingTest {
     void aWideJvmIsExplained() throws Exception {
         String java = System.getProperty("povzel.test.jdk") + "/bin/java";
         assumeTrue(new File(java).canExecute());
-        assertTells(probe(java, Map.of("TARVOLIN", TARVOLIN), List.of()), "2318 This JVM is a 64-bit one",
-                "run the program with a 32-bit (i386) JVM");
+        run(INSTALLED, List.of(java, "-cp", CLASSES, Probe.class.getName()),
+                "2318 This JVM is a 64-bit one", "run the program with a 32-bit (i386) JVM");
     }
 }
