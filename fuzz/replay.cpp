@@ -16,8 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "child.h"
-#include "surroundings.h"
+#include "process.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

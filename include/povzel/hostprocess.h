@@ -8,7 +8,8 @@
 // The children of HostFork and HostForkServer are reaped by the SIGCHLD handler
 // (HostInstallFaultHandler). Commands in the foreground: hostspawn.h.
 //
-// Any thread may start and end processes. While HostPerform works the whole process ignores SIGCHLD.
+// Any thread may start and end processes. While HostPerform works the whole process ignores
+// SIGCHLD.
 //
 // Sources: hostprocess.cpp, hostfork.cpp (before the fork), hostforkchild.cpp (the child).
 #pragma once

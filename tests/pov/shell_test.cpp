@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "surroundings.h"
-#include "terminal.h"
+#include "process.h"
 
 namespace {
 

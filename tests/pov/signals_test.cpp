@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "child.h"
+#include "process.h"
 
 using testing::HasSubstr;
 

@@ -12,8 +12,8 @@
 
 #include <povzel/errutl.h>
 #include <povzel/utlheap.h>
-#include "child.h"
 #include "messagefile.h"
+#include "process.h"
 
 namespace {
 

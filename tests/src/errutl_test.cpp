@@ -8,8 +8,8 @@
 #include <map>
 #include <memory>
 
-#include "child.h"
 #include "messagefile.h"
+#include "process.h"
 
 namespace {
 

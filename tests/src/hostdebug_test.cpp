@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <povzel/hostdebug.h>
 
 #include <gtest/gtest.h>
@@ -8,8 +10,8 @@
 #include <povzel/hostinit.h>
 #include <povzel/hoststack.h>
 #include "basics/fortests.h"
+#include "process.h"
 #include "reads.h"
-#include "surroundings.h"
 
 namespace {
 

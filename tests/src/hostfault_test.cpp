@@ -1,11 +1,13 @@
 #include <povzel/hostfault.h>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <thread>
 
@@ -17,8 +19,8 @@
 #include <povzel/hostsigterm.h>
 #include <povzel/hoststack.h>
 #include <povzel/unixio.h>
+#include "process.h"
 #include "reads.h"
-#include "surroundings.h"
 
 namespace {
 

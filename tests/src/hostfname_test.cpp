@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <vector>
 
 #include "expandermodel.h"
 #include "hostunix/internal.h"
-#include "surroundings.h"
+#include "process.h"
 
 namespace {
 

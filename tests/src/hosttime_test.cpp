@@ -9,8 +9,7 @@
 
 #include <povzel/hostinit.h>
 #include <povzel/hostsigterm.h>
-#include "surroundings.h"
-#include "ticking.h"
+#include "process.h"
 
 namespace {
 

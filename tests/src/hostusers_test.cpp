@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <regex>
 
@@ -12,8 +13,8 @@
 #include <povzel/hostsystem.h>
 #include <povzel/unixerr.h>
 #include "basics/fortests.h"
+#include "process.h"
 #include "reads.h"
-#include "surroundings.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 #include <povzel/unixio.h>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -10,9 +11,7 @@
 #include <povzel/hostdebug.h>
 #include <povzel/hostsigterm.h>
 #include <povzel/unixerr.h>
-#include "surroundings.h"
-#include "terminal.h"
-#include "ticking.h"
+#include "process.h"
 
 namespace {
 

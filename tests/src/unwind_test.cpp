@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <povzel/hostdebug.h>
-#include "surroundings.h"
+#include "process.h"
 
 namespace {
 

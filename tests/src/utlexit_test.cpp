@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <filesystem>
+
 #include <povzel/hostinit.h>
 #include <povzel/utloutput.h>
-#include "surroundings.h"
+#include "process.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <povzel/utlexe.h>
 #include <povzel/utlfiles.h>
 #include <povzel/utlinstall.h>
-#include "child.h"
+#include "process.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <povzel/utllogname.h>
 #include <povzel/utltime.h>
 #include "basics/fortests.h"
-#include "surroundings.h"
+#include "process.h"
 
 namespace {
 

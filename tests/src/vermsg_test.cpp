@@ -7,8 +7,8 @@
 
 #include <povzel/hostinit.h>
 #include <povzel/version.h>
+#include "process.h"
 #include "reads.h"
-#include "surroundings.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <regex>
 
-#include "child.h"
+#include "process.h"
 
 namespace {
 

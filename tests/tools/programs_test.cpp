@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "child.h"
+#include "process.h"
 
 namespace {
 

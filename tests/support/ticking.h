@@ -1,7 +1,0 @@
-#pragma once
-
-#include <sys/time.h>
-
-#include <csignal>
-
-#include "process.h"
