@@ -8,9 +8,7 @@
 #include <type_traits>
 
 namespace harness {
-namespace {
 
-// A text whose bytes may be written "\x0a".
 std::string unescaped(const std::string& text) {
   std::string bytes;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -20,6 +18,8 @@ std::string unescaped(const std::string& text) {
   }
   return bytes;
 }
+
+namespace {
 
 // The argument that the next word names.
 template <typename T>
@@ -80,20 +80,18 @@ void give(Context& c, const std::string& what, const std::string& value) {
 
 }  // namespace
 
-Output::Output() {
+Output::Output(std::string& whatWasFlushed, std::string& everything)
+    : flushed(whatWasFlushed), all(everything) {
   std::fflush(stdout);
   stdout = open_memstream(&text, &size);
 }
 
 Output::~Output() {
+  flushed.assign(text, size);
   std::fclose(stdout);
+  all.assign(text, size);
   stdout = before;
   std::free(text);
-}
-
-std::string Output::all() const {
-  std::fflush(stdout);
-  return flushed();
 }
 
 void initialize(jint debugFlag) {
@@ -102,12 +100,8 @@ void initialize(jint debugFlag) {
   clear();
   Context context;
   auto* const error = static_cast<jthrowable>(context.named["error"]);
-  jint status = 0;
-  {
-    const Output output;
-    status =
-        context.run(NATIVE(initialize), 0, nullptr, bufferBytes, preloadBytes, debugFlag, error);
-  }
+  const jint status =
+      context.run(NATIVE(initialize), 0, nullptr, bufferBytes, preloadBytes, debugFlag, error);
   if (status == 32) return;
   std::fprintf(stderr, "_initialize: %d %s\n", status, context.shown("error").c_str());
   std::_Exit(1);

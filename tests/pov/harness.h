@@ -19,17 +19,17 @@ constexpr jint bufferBytes = 1000;
 constexpr jint bufferOops = bufferBytes / 4;
 constexpr jint preloadBytes = 256;
 
-// Receives standard output while it lives, and tells what was flushed.
+// Receives standard output while it lives.
 class Output {
  public:
-  Output();
+  Output(std::string& whatWasFlushed, std::string& everything);
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
-  std::string flushed() const { return {text, size}; }
-  std::string all() const;  // with what is still buffered
 
  private:
+  std::string& flushed;
+  std::string& all;
   FILE* before = stdout;
   char* text = nullptr;
   std::size_t size = 0;
@@ -59,9 +59,12 @@ struct Context {
   template <typename F, typename... Args>
   jint run(F native, Args... arguments) {
     const jnitable::Watch watch(env);
+    const Output output(flushed, printed);
     return native(env, nullptr, arguments...);
   }
 
+  std::string flushed;  // of what the last call printed
+  std::string printed;
   JNIEnv* env = jvm::start();
   jvm::Frame frame{256};
 
@@ -70,6 +73,9 @@ struct Context {
   // error report.
   std::map<std::string, jobject> named;
 };
+
+// A text whose bytes may be written "\x0a".
+std::string unescaped(const std::string& text);
 
 // The error report of an error of the bridge's own, and of the recorder's.
 std::string generic(const std::string& message);
@@ -87,6 +93,8 @@ struct ScenarioSType {
   std::string calls = "";    // of the library
   std::string changes = "";  // see Context
   std::string error = "";    // see generic()
+
+  std::string trace = "";  // lines behind ";" each; empty where other rows show the same
 
   bool leavesError() const { return given.find("failing=") != std::string::npos; }
   void arrange(Context& context) const;

@@ -5,11 +5,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <povzel/zelrtl.h>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 
-#include <povzel/zelrtl.h>
 #include "harness.h"
 
 using harness::Context;
@@ -17,14 +16,13 @@ using harness::generic;
 using recorder::state;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 
-constexpr char starting[] = "[Info] libpovzel30 initializing.\n";
-constexpr char completed[] = "[Info] libpovzel30 initialization completed.\n";
-constexpr char accepted[] =
+const std::string starting = "[Info] libpovzel30 initializing.\n";
+const std::string accepted =
     "[Info] libpovzel: TV/ZEL Product = TV/A\n[Info] libpovzel: TV/ZEL Version = 6.7\n";
+const std::string completed = "[Info] libpovzel30 initialization completed.\n";
 constexpr const char* fields[] = {
     "oop",          "classOop",    "classHistoryOop", "objType",    "namedSize",   "indexedSize",
     "isCollection", "isString",    "isDBString",      "valueType",  "valueInt1",   "valueInt2",
@@ -40,72 +38,68 @@ struct ArgumentsSType {
 };
 
 // One call of _initialize, and what came of it.
-struct Attempt {
+struct Attempt : Context {
   explicit Attempt(const ArgumentsSType& a) {
-    Context c;
-    jstring appName = a.appName != nullptr ? jvm::newString(a.appName) : nullptr;
     state.calls.clear();
     state.count = jnitable::state.references = 0;
-    {
-      const harness::Output output;
-      status = c.run(NATIVE(initialize), a.useLinked, appName, a.bufSize, a.preloadSize,
-                     a.debugFlag, static_cast<jthrowable>(c.named["error"]));
-      flushed = output.flushed();
-      printed = output.all();
-    }
-    error = c.shown("error");
-    EXPECT_FALSE(c.env->ExceptionCheck());
+    jstring appName = a.appName != nullptr ? jvm::newString(a.appName) : nullptr;
+    status = run(NATIVE(initialize), a.useLinked, appName, a.bufSize, a.preloadSize, a.debugFlag,
+                 static_cast<jthrowable>(named["error"]));
+    EXPECT_FALSE(env->ExceptionCheck());
     EXPECT_EQ(0, jnitable::state.held);
     EXPECT_LE(jnitable::state.references, 2);
     EXPECT_EQ("", jvm::takeWarnings());
   }
 
-  jint status = 0;
-  std::string error;
-  std::string printed;
-  std::string flushed;
+  jint status;
 };
 
 void expectStart(const ArgumentsSType& arguments) {
   EXPECT_EQ(32, Attempt(arguments).status);
 }
 
-// A library that was loaded does not stay in the way of the next attempt.
-void expectFailure(const ArgumentsSType& arguments, const std::string& error) {
+// Unloads the library, which otherwise stays in the way of the next attempt.
+void expectFailure(const ArgumentsSType& arguments, const testing::Matcher<std::string>& error) {
   const Attempt attempt(arguments);
   EXPECT_EQ(-1, attempt.status);
-  EXPECT_EQ(error, attempt.error);
+  EXPECT_THAT(attempt.shown("error"), error);
   ZelRtlUnload();
 }
 
 // Runs a situation in a new process, whose failures would otherwise not be heard of.
 template <typename F>
 void inProcess(F situation) {
-  EXPECT_EXIT(
-      {
-        recorder::install();
-        harness::clear();
-        situation();
-        const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
-        for (int i = 0; i < result.total_part_count(); ++i) {
-          const testing::TestPartResult& part = result.GetTestPartResult(i);
-          std::fprintf(stderr, "%s:%d: %s\n", part.file_name(), part.line_number(), part.message());
-        }
-        std::exit(result.Failed() ? 1 : 0);
-      },
-      testing::ExitedWithCode(0), "");
+  const auto body = [&situation] {
+    recorder::install();
+    harness::clear();
+    situation();
+    const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < result.total_part_count(); ++i) {
+      const testing::TestPartResult& part = result.GetTestPartResult(i);
+      std::fprintf(stderr, "%s:%d: %s\n", part.file_name(), part.line_number(), part.message());
+    }
+    std::exit(result.Failed() ? 1 : 0);
+  };
+  EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}
+
+// Lines of the trace.
+std::string traced(std::initializer_list<std::string> lines) {
+  std::string text;
+  for (const std::string& line : lines) text += "DEBUG/ZelInterface: " + line + "\n";
+  return text;
 }
 
 TEST(InitializeDeathTest, Succeeds) {
   inProcess([] {
     const Attempt attempt({.bufSize = 100, .preloadSize = 0});
     EXPECT_EQ(32, attempt.status);
-    EXPECT_EQ("", attempt.error);
+    EXPECT_EQ("", attempt.shown("error"));
     EXPECT_EQ("", attempt.flushed);
-    EXPECT_EQ(std::string(starting) + accepted + completed, attempt.printed);
+    EXPECT_EQ(starting + accepted + completed, attempt.printed);
     EXPECT_EQ("Product() Version() Init()", state.calls);
     // Once more: nothing but the line and the answer, not even a look at the JVM.
-    jnitable::state = {.failAt = 1};
+    jnitable::state = {};
     const Attempt again({.bufSize = 1, .preloadSize = 2});
     EXPECT_EQ(32, again.status);
     EXPECT_EQ(starting, again.printed);
@@ -114,18 +108,10 @@ TEST(InitializeDeathTest, Succeeds) {
   });
 }
 
-// The lines with the trace's prefix.
-std::string traced(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const std::string& line : lines) text += "DEBUG/ZelInterface: " + line + "\n";
-  return text;
-}
-
 TEST(InitializeDeathTest, TracesEveryStep) {
   inProcess([] {
     const Attempt attempt(
         {.useLinked = 5, .appName = "app", .bufSize = 1001, .preloadSize = 30, .debugFlag = 2});
-    EXPECT_EQ(32, attempt.status);
     EXPECT_EQ("Product() Version() InitAppName('app',1) Init()", state.calls);
     const std::string sizes =
         traced({"Initialize.", "SIZEOF long = 4", "SiZEOF int = 4", "SIZEOF OopType = 4",
@@ -155,22 +141,16 @@ TEST(InitializeDeathTest, FailsBeforeTheLibraryIsThere) {
     expectFailure({}, generic("JNI: Can't find PovZelReport"));
     jnitable::state = {.failAt = 2, .failName = "FindClass"};
     expectFailure({}, generic("JNI: Can't find PovZelException"));
-    int n = 0;
-    for (const std::string field : fields) {
+    for (int n = 0; const std::string field : fields) {
       jnitable::state = {.failAt = ++n, .failName = "GetFieldID"};
       expectFailure({}, generic("JNI/Initialize: Field setup error on " + field));
     }
     harness::clear();
-    EXPECT_EQ("", state.calls);
-
     setenv("TARVOLIN", "/no/such/directory", 1);
-    const Attempt attempt({});
-    EXPECT_EQ(-1, attempt.status);
-    EXPECT_THAT(attempt.error, HasSubstr("message=ZelRtlLoad failure: dlopen(libzelrpc67.so) "
-                                         "failed because "));
+    expectFailure({}, HasSubstr("=ZelRtlLoad failure: dlopen(libzelrpc67.so) failed because "));
     unsetenv("TARVOLIN");
-    EXPECT_THAT(Attempt({}).error, HasSubstr("\nThe TARVOLIN environment variable is not defined.\n"
-                                             "Setting it should correct this error.\n category="));
+    expectFailure({}, HasSubstr("\nThe TARVOLIN environment variable is not defined.\n"
+                                "Setting it should correct this error.\n category="));
     // Nothing of that is in the way of a proper start.
     recorder::install();
     expectStart({});
@@ -183,8 +163,8 @@ TEST(InitializeDeathTest, RefusesOtherProductsAndVersions) {
          {std::pair{0, ""}, {2, "TV/BB"}, {3, "TV/CC"}, {4, ""}, {255, ""}}) {
       state.results["Product"] = product;
       const Attempt attempt({});
-      EXPECT_EQ(-1, attempt.status);
-      EXPECT_EQ(generic("Incorrect version of libpovzel loaded: wrong TV product"), attempt.error);
+      EXPECT_EQ(generic("Incorrect version of libpovzel loaded: wrong TV product"),
+                attempt.shown("error"));
       EXPECT_THAT(attempt.printed, HasSubstr("Product = " + std::string(text) + "\n[Info] "));
       EXPECT_EQ("Product() Version()", state.calls);
       ZelRtlUnload();
@@ -199,7 +179,7 @@ TEST(InitializeDeathTest, RefusesOtherProductsAndVersions) {
     EXPECT_EQ(-1, Attempt({}).status);
     // The library stays loaded, and that is what the next call finds.
     state.pending = true;
-    EXPECT_EQ(harness::libraryError(), Attempt({}).error);
+    EXPECT_EQ(harness::libraryError(), Attempt({}).shown("error"));
     expectFailure({}, generic("ZelRtlLoad failure: Library is already loaded."));
   });
   for (const char* version : {"6.3", "9.9.999"}) {
@@ -215,7 +195,7 @@ TEST(InitializeDeathTest, FailsInTheLibrary) {
     jnitable::state = {.failAt = 1, .failName = "GetStringUTFChars"};
     const Attempt attempt({.appName = "app", .debugFlag = 1});
     EXPECT_EQ(-2, attempt.status);
-    EXPECT_EQ("", attempt.error);
+    EXPECT_EQ("", attempt.shown("error"));
     EXPECT_THAT(attempt.printed, EndsWith(traced({"Allocation Error return", "Returning: -2"})));
     EXPECT_EQ("Product() Version()", state.calls);
     ZelRtlUnload();
@@ -255,33 +235,35 @@ TEST(InitializeDeathTest, SizesAreKeptInBounds) {
     const char* bytes;      // of an object of 1000 bytes
     const char* oops;       // of an object of 1000 oops
     jint most;              // bytes in one transfer
-  } cases[] = {{1001, 30, "30", "<30>", "[6,6,6,6,6,6,6]", 1001},
-               {100, 15, "16", "<bbbbbbbbbbbbbbbb>", "[6,6,6,6]", 100},
-               {3, 3, "16", "<bbbbbbbbbbbbbbbb>", "[6,6,6,6]", 3},
-               {-100, -101, "0", "<>", "[]", -1}};
+  } cases[] = {{1001, 30, "(4716,1,30,", "=<30>", "=[6,6,6,6,6,6,6]", 1001},
+               {100, 15, "(4716,1,16,", "=<bbbbbbbbbbbbbbbb>", "=[6,6,6,6]", 100},
+               {3, 3, "(4716,1,16,", "=<bbbbbbbbbbbbbbbb>", "=[6,6,6,6]", 3},
+               {-100, -101, "(4716,1,0,", "=<>", "=[]", -1}};
   for (const auto& test : cases) {
     inProcess([&test] {
       expectStart({.bufSize = test.bufSize, .preloadSize = test.preloadSize});
       Context c;
+      c.named["bytes"] = jvm::newBytes(std::string(5000, '-'));
+      c.named["longs"] = jvm::newLongs(300);
+      const auto transfer = [&c](const char* call, jint count, const char* array) {
+        return c.call(call + std::to_string(count) + array);
+      };
       state.body = std::string(5000, 'b');
       state.oops.assign(1000, 6);
       state.results = {{"impl", 1}, {"class", 900}, {"size", 1000}};
       state.calls.clear();
       EXPECT_EQ(0, c.call("setup object"));
-      EXPECT_THAT(state.calls, HasSubstr("FetchObjInfo(4716,1," + std::string(test.preloaded)));
+      EXPECT_THAT(state.calls, HasSubstr(test.preloaded));
       state.results["impl"] = 0;
       EXPECT_EQ(0, c.call("setup object"));
-      EXPECT_THAT(c.shown("object"), HasSubstr("valueBytes=" + std::string(test.bytes)));
-      EXPECT_THAT(c.shown("object"), HasSubstr("valueLongs=" + std::string(test.oops)));
-
-      c.named["bytes"] = jvm::newBytes(std::string(5000, '-'));
-      c.named["longs"] = jvm::newLongs(300);
+      EXPECT_THAT(c.shown("object"), HasSubstr(test.bytes));
+      EXPECT_THAT(c.shown("object"), HasSubstr(test.oops));
       if (test.most >= 0) {
-        EXPECT_EQ(test.most, c.call("getBytes object 1 " + std::to_string(test.most) + " bytes"));
-        EXPECT_EQ(0, c.call("releaseOops longs " + std::to_string(test.most / 4)));
+        EXPECT_EQ(test.most, transfer("getBytes object 1 ", test.most, " bytes"));
+        EXPECT_EQ(0, transfer("releaseOops longs ", test.most / 4, ""));
       }
-      EXPECT_EQ(-1, c.call("releaseOops longs " + std::to_string(test.most / 4 + 1)));
-      EXPECT_EQ(-1, c.call("getBytes object 1 " + std::to_string(test.most + 1) + " bytes"));
+      EXPECT_EQ(-1, transfer("releaseOops longs ", test.most / 4 + 1, ""));
+      EXPECT_EQ(-1, transfer("getBytes object 1 ", test.most + 1, " bytes"));
       EXPECT_EQ(generic("getBytes(): numBytes requested exceeds buffer size"), c.shown("error"));
       state.error.argCount = 10;
       state.pending = true;
@@ -294,18 +276,17 @@ TEST(InitializeDeathTest, SizesAreKeptInBounds) {
 // A hundred thousand elements in one call: no reference outlives its turn of the loop.
 TEST(InitializeDeathTest, LongArraysLeaveNoReferences) {
   inProcess([] {
-    constexpr jint count = 100000;
-    expectStart({.bufSize = 4 * count});
+    expectStart({.bufSize = 400000});
     Context c;
-    c.named["array"] =
-        jvm::newReports(count, jvm::newReport("objType=-1 valueType=7 valueString=element"));
-    c.named["longs"] = jvm::newLongs(count);
-    state.oops.assign(count, 4000);
+    jobject text = jvm::newReport("objType=-1 valueType=7 valueString=element");
+    c.named["array"] = jvm::newReports(100000, text);
+    c.named["longs"] = jvm::newLongs(100000);
+    state.oops.assign(100000, 4000);
     jnitable::state = {};
     EXPECT_EQ(0, c.call("putObjs object 1 100000 array"));
     EXPECT_EQ(0, c.call("removeFromExportSet array 100000"));
-    EXPECT_EQ(count, c.call("getObjs object 1 100000 array"));
-    EXPECT_EQ(count, c.call("changedOops longs 100000"));
+    EXPECT_EQ(100000, c.call("getObjs object 1 100000 array"));
+    EXPECT_EQ(100000, c.call("changedOops longs 100000"));
     EXPECT_EQ(0, c.call("releaseOops longs 100000"));
     EXPECT_EQ("", c.shown("error"));
     EXPECT_LE(jnitable::state.mostReferences, 4);
@@ -323,20 +304,13 @@ TEST(InitializeDeathTest, NothingWorksBefore) {
     for (const harness::ScenarioSType& scenario : harness::scenarios()) {
       SCOPED_TRACE(scenario.call);
       harness::clear();
-      Context context;
-      std::string printed;
-      jint status = 0;
-      {
-        const harness::Output output;
-        status = scenario.run(context);
-        printed = output.all();
-      }
-      EXPECT_EQ(-1, status);
-      EXPECT_EQ(generic("ZEL: Not initialized"), context.shown("error"));
+      Context c;
+      EXPECT_EQ(-1, scenario.run(c));
+      EXPECT_EQ(generic("ZEL: Not initialized"), c.shown("error"));
       EXPECT_EQ("", state.calls);
       EXPECT_EQ("", jnitable::state.released);
-      EXPECT_THAT(printed, EndsWith("  Number Args:  0\n"));
-      EXPECT_LE(std::count(printed.begin(), printed.end(), '\n'), 9);
+      EXPECT_THAT(c.printed, EndsWith("  Number Args:  0\n"));
+      EXPECT_LE(std::count(c.printed.begin(), c.printed.end(), '\n'), 9);
     }
   });
 }

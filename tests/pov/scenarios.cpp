@@ -8,13 +8,16 @@
 namespace harness {
 namespace {
 
-// CALL | GIVEN => STATUS | LIBRARY'S CALLS | CHANGES | ERROR; see ScenarioSType. What begins with a
-// blank goes on with the line before. The calls begin with the session's selection, which is left
-// out. Describe(CLASS) stands for the calls that describe object 4000. A call that is refused at
-// once has the error alone behind its "=>".
+// CALL | GIVEN => STATUS | LIBRARY'S CALLS | CHANGES | ERROR ~TRACE; see ScenarioSType. What begins
+// with a blank goes on with the line before. The calls begin with the session's selection, which is
+// left out. Describe(CLASS) stands for the calls that describe object 4000. A call that is refused
+// at once has the error alone behind its "=>". Traces have abbreviations, see trace_test.cpp.
 constexpr char table[] = R"(
 login 'srv' 'kell' 'usr' 'pass' 'hu' 'hp' | GetSessionId=3
  => 3 | SetNet('srv','hu','hp','kell')? Login('usr','pass') GetSessionId()? DirtyObjsInit()?
+ ~;login.;     Connect: server = srv user = usr pass = pass;     Ready to ZelSetNet..
+ ;     Ready to ZelLogin..;     Zel_Login OK!;     Setting up dirty object tracking..
+ ;Login completed session = 3.;Returning: 3
 login 'srv' null 'usr' 'pass' null null | GetSessionId=3
  => 3 | SetNet('srv',null,null,null)? Login('usr','pass') GetSessionId()? DirtyObjsInit()?
 login null 'kell' null 'pass' 'hu' 'hp' => Login:  NULL serverName argument
@@ -22,23 +25,32 @@ login 'srv' 'kell' null null 'hu' 'hp' => Login:  NULL UserName argument
 login 'srv' 'kell' 'usr' null 'hu' 'hp' => Login:  NULL password argument
 login 'srv' null 'usr' 'pass' null null | Login=0
  => -1 | SetNet('srv',null,null,null)? Login('usr','pass')? | | ZelLogin failure: cause unknown
+ ~;login.;     Connect: server = srv user = usr pass = pass;     Ready to ZelSetNet..
+ ;     Ready to ZelLogin..GENERIC(ZelLogin failure: cause unknown);Returning: -1
 login 'srv' null 'usr' 'pass' null null | Login=0 failing=Login
  => -1 | SetNet('srv',null,null,null)? Login('usr','pass')? | | of the library
 logout | GetSessionId=9 => 0 | Logout()? GetSessionId()
+ ~;7:  Logout session.;     After Logout: Session ID = 9;Logout completed.;Returning: 0
 
 setup result | result.oop=1 => 0 | | oop=1
 setup result | result.oop=0 result.objType=3 => 0 | | oop=0 objType=3
+ ~;setupReport: initial oop 0;Returning: 0;setupReport: oop set to 0;Returning: 0;Returning: 0
 setup result | result.oop=10 => 0 | | oop=10 objType=3 valueType=0
+ ~VALUE(10,Oop is NIL);Returning: 0
 setup result | result.oop=6 => 0 | OopToBool(6) | oop=6 objType=3 valueType=1 valueLong=0
+ ~VALUE(6,Oop is Boolean);Returning: 0
 setup result | result.oop=38 OopToBool=5
  => 0 | OopToBool(38) | oop=38 objType=3 valueType=1 valueLong=1
 setup result | result.oop=6414 OopToChr=-56
  => 0 | OopToChr(6414) | oop=6414 objType=3 valueType=2 valueLong=-56
+ ~VALUE(6414,Oop is Char);Returning: 0
 setup result | result.oop=7 => 0 | ? | oop=7 objType=3 valueType=3 valueLong=1
 setup result | result.oop=-1 => 0 | ? | oop=4294967295 objType=3 valueType=3 valueLong=-1
 setup result | result.oop=2147483651
  => 0 | ? | oop=2147483651 objType=3 valueType=3 valueLong=-536870912
 setup result | result.oop=18 => -1 | | oop=18 objType=3 | Logic error:  Bad object type
+ ~OOP(18);   Initializing value fields for special;setup:  unknown special with oop 18
+ GENERIC(Logic error:  Bad object type);Returning: -1;Returning: -1
 
 setup result | result.oop=4000 impl=1 class=1169 size=1000 body=abcdefghijklmnopqrstuvwxyzabcd
  FetchNamedOop=4294967292
@@ -57,6 +69,7 @@ setup result | result.oop=4000 impl=1 class=1521 size=4 body=flt4 OopToFlt=2.5
  => 0 | Describe(1521) OopToFlt(4000)?
  | oop=4000 classOop=1521 classHistoryOop=0 objType=1 namedSize=0 indexedSize=4 isCollection=true
  valueType=4 valueDouble=2.5 valueBytes=<flt4>
+ ~OOP(4000);setup: oop 4000 objType 1;setupReport on FLOAT: 2.500000;Returning: 0;Returning: 0
 setup result | result.oop=4000 impl=0 class=1045 size=3 named=1 oops=10,4294967295,4000
  => 0 | Describe(1045)?
  | oop=4000 classOop=1045 classHistoryOop=0 objType=0 namedSize=1 indexedSize=2 isCollection=true
@@ -70,6 +83,8 @@ setup result | result.oop=4000 impl=0 class=1857 size=4 named=4 oops=8051,243,44
  => 0 | Describe(1857) OopToLong(4444)?
  | oop=4000 classOop=1857 classHistoryOop=0 objType=0 namedSize=4 indexedSize=0 isCollection=true
  valueType=9 valueInt1=2012 valueInt2=60 valueLong=-3600000 valueLongs=[8051,243,4444,10]
+ ~OOP(4000);setup: oop 4000 objType 0;setup:  OOP/NSC cache size = 4
+ ;setupReport CALENDAR: 2012 60 -3600000;Returning: 0;Returning: 0
 setup result | result.oop=4000 impl=5 class=950 size=2
  => 0 | Describe(950)?
  | oop=4000 classOop=950 classHistoryOop=0 objType=5 namedSize=0 indexedSize=2 isCollection=true
@@ -92,6 +107,8 @@ isKindOf object other | object.oop=343597388392 object.valueType=7
  => 0 | IsKindOf(4712,4720)? | [343597388392,4720]
 isKindOf object other | object.objType=-1 object.valueType=-1 => 0 | IsKindOf(0,4720)?
 isKindOf object other | object.objType=-1 object.valueType=5 => 0 | IsKindOf(0,4720)?
+ ~;7: isKindOf.;getOop(): Logic error in case statement;Returning: 0;Returning: 0
+ ;isKindOf completed.;Returning: 0
 isKindOf object other | object.objType=-1 object.valueType=-128 => 0 | IsKindOf(0,4720)?
 isKindOf object other | object.objType=-1 object.valueType=10 => 0 | IsKindOf(0,4720)?
 isKindOf object other | object.objType=-1 object.valueType=0
@@ -118,6 +135,8 @@ isKindOf object other
 isKindOf object other | object.objType=-1 object.valueType=9 object.valueLong=4298567296
  object.valueInt1=2012 object.valueInt2=60
  => 0 | NewDateTime(1857,{2012,60,3600000,10})? IsKindOf(5000,4720)? | [5000,4720]
+ ~;7: isKindOf.;CALENDAR: yr 2012 day 60 ms 4298567296;Returning: 0;Returning: 0
+ ;isKindOf completed.;Returning: 0
 isKindOf object other | IsKindOf=300 => 300 | IsKindOf(4716,4720)?
 isKindOf null other => isKindOf(): NULL obj argument
 isKindOf object null => isKindOf(): NULL cls argument
@@ -126,12 +145,15 @@ isKindOf object other | object.objType=-1 object.valueType=8 => getOop(): NULL v
 
 executeStr '3 + 4' result | ExecuteStr=31
  => 0 | ExecuteStr('3 + 4',10)?? | oop=31 objType=3 valueType=3 valueLong=7
+ ~;7:  ExecuteStr.;     Execute Str = '3 + 4';ResultOop = 31SEVEN
 executeStr '3 +' result | ExecuteStr=1 failing=ExecuteStr
  => -1 | ExecuteStr('3 +',10)? | | of the library
+ ~;7:  ExecuteStr.;     Execute Str = '3 +';ResultOop = 1LIBRARY;Returning: -1
 executeStr null result => executeStr(): NULL execStr argument
 executeStr '3' null => executeStr(): NULL result argument
 executeObj object result | Execute=31
  => 0 | Execute(4716,10)?? | oop=31 objType=3 valueType=3 valueLong=7
+ ~;7:  ExecuteObj.;Returning: 0;     Execute str oop = 4716SEVEN
 executeObj null result => executeObj(): NULL exeObj argument
 executeObj object null => executeObj(): NULL result argument
 setup null => setup(): NULL result argument
@@ -142,6 +164,9 @@ perform object 'a:b:c:' array 3 result | Perform=31 element.objType=-1 element.v
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
  Perform(4716,'a:b:c:',[8000,5000,8008],3)??
  | oop=31 objType=3 valueType=3 valueLong=7; [8000,5000,8008,8012,8016]
+ ~;7: Perform.;Returning: 0;     Receiver = 4716;     NumArgs = 3
+ ;     jarg[0] = P;Returning: 0;     arg[0] = 8000;     jarg[1] = P;Returning: 0;     arg[1] = 5000
+ ;     jarg[2] = P;Returning: 0;     arg[2] = 8008;     Selector = a:b:c:SEVEN
 perform null 'x' array 1 result => perform(): NULL receiver argument
 perform object null array 1 result => perform(): NULL selector argument
 perform object 'x' null 1 result => perform(): NULL args argument
@@ -154,31 +179,46 @@ perform object 'x' array 2147483647 result => perform(): numArgs exceeds 20
 continue object other result 'not read' null | ContinueWith=31
  => 0 | NewOop(1045)? StoreOop(5000,1,4720)? ContinueWith(4716,5000,0,null)??
  | oop=31 objType=3 valueType=3 valueLong=7
+ ~;7:  Continue.;Returning: 0;Normal continue.;Returning: 0;Continue: oop result = 31SEVEN
 continue object null result 'b\xc3\xa4d' 'at x\x0aat y' | ContinueWith=31
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<b\xc3\xa4d>,4)?
  NewOop(1169)? StoreBytesInstanceOf(10,5004,1,<at x\x0aat y>,9)?
  NewOop(1045)? StoreOop(5008,1,5000)? StoreOop(5008,2,5004)? ContinueWith(4716,5008,0,null)??
  | oop=31 objType=3 valueType=3 valueLong=7
+ ~;7:  Continue.;Returning: 0;Error continue.;Error message: b\xc3\xa4d;Error stack: ;at x;at y
+ ;Continue: oop result = 31SEVEN
 continue object null result null 'not read' | ContinueWith=31
  => 0 | ContinueWith(4716,1,0,null)?? | oop=31 objType=3 valueType=3 valueLong=7
+ ~;7:  Continue.;Returning: 0;Interrupt continue.;Continue: oop result = 31SEVEN
 continue object null result 'm' null
  => -1 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<m>,1)? | | continue(): NULL errStk argument
 continue null other result null null => continue(): NULL process argument
 continue object other null null null => continue(): NULL jvResult argument
 
 getBytes object 4294967299 4 bytes | body=abcd => 4 | FetchBytes(4716,3,*,4)? | <abcd456789>
+ ~;7: getBytes start 4294967299 num 4;Returning: 0;     fetchedBytes = 4;getBytes completed.
+ ;Returning: 4
 getBytes object 1 10 bytes | body=abc
  => -1 | FetchBytes(4716,1,*,10)? | <abc3456789> | Number of bytes fetched does not match request
 putBytes object 4294967296 3 bytes => 0 | StoreBytesInstanceOf(10,4716,0,<012>,3)?
+ ~;7: putBytes start 4294967296 num 3;Returning: 0;putBytes completed.;Returning: 0
 getObjs object 2 5 array | oops=4000,10
  => 2 | FetchVaryingOops(4716,2,*,5)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
+ ~;7: GetObjs start 2 num 5;Returning: 0
+ ;Zel_FetchVaryingOops: returned count 2 different from 5;7:  GetObjs oopsFetched: 2OOP(4000);Returning: 0VALUE(10,Oop is NIL);getObjs completed.;Returning: 2
 getNamedObjs object 2 3 array | oops=4000,10
  => 2 | FetchNamedOops(4716,2,*,3)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
+ ~;7: getNamedObjs start 2 num 3;Returning: 0OOP(4000);Returning: 0VALUE(10,Oop is NIL)
+ ;getNamedObjs completed.;Returning: 2
 putObjs object 1 3 array | element.objType=-1 element.valueType=7 element.valueString=new
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
  StoreIdxOops(4716,1,[8000,5000,8008],3)? | [8000,5000,8008,8012,8016]
+ ~;7: putObjs start 1 num 3;Returning: 0;Returning: 0;Returning: 0;Returning: 0
+ ;putObjs completed.;Returning: 0
 putNamedObjs object 9 2 array | element.objType=-1 element.valueType=6
  => 0 | StoreNamedOops(4716,9,[8000,0],2)?
+ ~;7: putNamedObjs start 9 num 2;Returning: 0;Returning: 0
+ ;getOop(): Logic error in case statement;Returning: 0;putNamedObjs completed.;Returning: 0
 getObjs object 1 3 array | oops=10,10,10 hole=1
  => -1 | FetchVaryingOops(4716,1,*,3)? | [10,null,8008,8012,8016]
  | Problem with GetObjectArrayElement in getObjs()
@@ -194,15 +234,20 @@ putNamedObjs null 1 251 null => putNamedObjs(): numObjs requested exceeds buffer
 
 removeFromExportSet array 2 | element.objType=-1 element.valueType=4
  => 0 | FltToOop(-77)? ReleaseOops([8000,5000],2)? | [8000,5000,8008,8012,8016]
+ ~;7:  removeFromExportSet.;     jobj[0] = P;Returning: 0;     oop[0] = 8000
+ ;     jobj[1] = P;Returning: 0;     oop[1] = 5000;removeFromExportSet completed.;Returning: 0
 removeFromExportSet array 251 => removeFromExportSet(): numObjs exceeds buffer size
 removeFromExportSet array -1 => removeFromExportSet(): numObjs is negative
 removeFromExportSet array 6 => removeFromExportSet(): numObjs exceeds the length of objs
 removeFromExportSet null 1 => removeFromExportSet(): NULL objs argument
 removeFromExportSet array 2 | hole=1 => removeFromExportSet(): NULL objs element argument
 releaseOops longs 2 => 0 | ReleaseOops([4294967219,4294967220],2)?
+ ~;7:  ReleaseOops.;     Releasing 2 oops:;     -77;     -76;ReleaseOops completed.;Returning: 0
 releaseOops longs 0 => 0 | ReleaseOops([],0)?
 changedOops longs 10 | oops=4000,4294967280,4004
  => 3 | DirtySaveObjs(*,*)? | [4000,4294967280,4004,-74,-73,-72,-71,-70,-69,-68]
+ ~;7:  ChangedOops.;     Returning 3 changed oops:;     4000;     4294967280;     4004
+ ;ChangedOops completed.;Returning: 3
 changedOops longs 10 => 0 | DirtySaveObjs(*,*)?
 )";
 
@@ -246,7 +291,8 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
 }
 
 ScenarioSType parse(const std::string& row) {
-  const std::vector<std::string> sides = split(row, "=> ");
+  const std::size_t tilde = std::min(row.find(" ~"), row.size());
+  const std::vector<std::string> sides = split(row.substr(0, tilde), "=> ");
   std::vector<std::string> given = split(sides.at(0), "|");
   std::vector<std::string> expected = split(sides.at(1), "|");
   given.resize(2);
@@ -268,7 +314,8 @@ ScenarioSType parse(const std::string& row) {
           .changes = expected[2],
           .error = expected[3].empty()               ? ""
                    : expected[3] == "of the library" ? libraryError()
-                                                     : generic(expected[3])};
+                                                     : generic(expected[3]),
+          .trace = tilde < row.size() ? row.substr(tilde + 2) : ""};
 }
 
 // The rows of a table, with `native` for NATIVE.
@@ -276,7 +323,7 @@ void add(std::vector<std::string>& rows, const char* text, const std::string& na
   std::istringstream lines(std::regex_replace(text, std::regex("NATIVE"), native));
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with(' ')) {
-      rows.back() += line;
+      rows.back() += rows.back().find('~') != std::string::npos ? line.substr(1) : line;
     } else if (!line.empty()) {
       rows.push_back(line);
     }
