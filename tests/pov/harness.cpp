@@ -61,7 +61,9 @@ const std::map<std::string, jint (*)(Context&, std::istream&)> natives = {
 void give(Context& c, const std::string& what, const std::string& value) {
   recorder::StateSType& state = recorder::state;
   if (c.named.contains(what)) {
-    jvm::set(c.named.at(what), unescaped(value));
+    const bool isNew = value.starts_with("value=");
+    jvm::set(c.named.at(what),
+             isNew ? "objType=-1 valueType=" + value.substr(6) : unescaped(value));
   } else if (what == "failing") {
     state.failName = value;
     state.failAt = 1;

@@ -84,7 +84,8 @@ std::string libraryError();
 // A situation that every native's table and sweep goes through.
 struct ScenarioSType {
   std::string call;  // see Context
-  // What there is before the call, in words: "object.oop=4000" for a field of a report, "body=abc"
+  // What there is before the call, in words: "object.oop=4000" for a field of a report,
+  // "object.value=7" for a new value of that type, "body=abc"
   // and "oops=4000,10" for the recorder's, "failing=Login" for a slot that leaves an error,
   // "hole=1" for an element that is null; others are results of the recorder's: "ExecuteStr=31",
   // "size=3".

@@ -54,94 +54,85 @@ setup result | result.oop=18 => -1 | | oop=18 objType=3 | Logic error:  Bad obje
 
 setup result | result.oop=4000 impl=1 class=1169 size=1000 body=abcdefghijklmnopqrstuvwxyzabcd
  FetchNamedOop=4294967292
- => 0 | Describe(1169) IsKindOf(4000,1257)?
- | oop=4000 classOop=1169 classHistoryOop=4294967292 objType=1 namedSize=0 indexedSize=1000
- isCollection=true valueType=5 valueBytes=<256>
+ => 0 | Describe(1169) IsKindOf(4000,1257)? | oop=4000 classOop=1169 classHistoryOop=4294967292
+ objType=1 namedSize=0 indexedSize=1000 isCollection=true valueType=5 valueBytes=<256>
 setup result | result.oop=4000 impl=1 class=1553 size=7 named=3 body=abcdefg IsKindOf=2
- => 0 | Describe(1553) IsKindOf(4000,1257) IsKindOf(4000,1553)?
- | oop=4000 classOop=1553 classHistoryOop=0 objType=1 namedSize=3 indexedSize=4 isCollection=true
- isString=true isDBString=true valueType=8 valueBytes=<abcd>
+ => 0 | Describe(1553) IsKindOf(4000,1257) IsKindOf(4000,1553)? | oop=4000 classOop=1553
+ classHistoryOop=0 objType=1 namedSize=3 indexedSize=4 isCollection=true isString=true
+ isDBString=true valueType=8 valueBytes=<abcd>
 setup result | result.oop=4000 impl=1 class=900 size=0 indexable=0
- => 0 | Describe(900) IsKindOf(4000,1257)?
- | oop=4000 classOop=900 classHistoryOop=0 objType=1 namedSize=0 indexedSize=0 valueType=5
- valueBytes=<>
+ => 0 | Describe(900) IsKindOf(4000,1257)? | oop=4000 classOop=900 classHistoryOop=0 objType=1
+ namedSize=0 indexedSize=0 valueType=5 valueBytes=<>
 setup result | result.oop=4000 impl=1 class=1521 size=4 body=flt4 OopToFlt=2.5
- => 0 | Describe(1521) OopToFlt(4000)?
- | oop=4000 classOop=1521 classHistoryOop=0 objType=1 namedSize=0 indexedSize=4 isCollection=true
- valueType=4 valueDouble=2.5 valueBytes=<flt4>
+ => 0 | Describe(1521) OopToFlt(4000)? | oop=4000 classOop=1521 classHistoryOop=0 objType=1
+ namedSize=0 indexedSize=4 isCollection=true valueType=4 valueDouble=2.5 valueBytes=<flt4>
  ~OOP(4000);setup: oop 4000 objType 1;setupReport on FLOAT: 2.500000;Returning: 0;Returning: 0
 setup result | result.oop=4000 impl=0 class=1045 size=3 named=1 oops=10,4294967295,4000
- => 0 | Describe(1045)?
- | oop=4000 classOop=1045 classHistoryOop=0 objType=0 namedSize=1 indexedSize=2 isCollection=true
- valueType=6 valueLongs=[10,4294967295,4000]
+ => 0 | Describe(1045)? | oop=4000 classOop=1045 classHistoryOop=0 objType=0 namedSize=1
+ indexedSize=2 isCollection=true valueType=6 valueLongs=[10,4294967295,4000]
 setup result | result.oop=4000 impl=2 class=950 size=0
- => 0 | Describe(950)?
- | oop=4000 classOop=950 classHistoryOop=0 objType=2 namedSize=0 indexedSize=0 isCollection=true
- valueType=6 valueLongs=[]
+ => 0 | Describe(950)? | oop=4000 classOop=950 classHistoryOop=0 objType=2 namedSize=0 indexedSize=0
+ isCollection=true valueType=6 valueLongs=[]
 setup result | result.oop=4000 impl=0 class=1857 size=4 named=4 oops=8051,243,4444,10
  OopToLong=-3600000
- => 0 | Describe(1857) OopToLong(4444)?
- | oop=4000 classOop=1857 classHistoryOop=0 objType=0 namedSize=4 indexedSize=0 isCollection=true
- valueType=9 valueInt1=2012 valueInt2=60 valueLong=-3600000 valueLongs=[8051,243,4444,10]
+ => 0 | Describe(1857) OopToLong(4444)? | oop=4000 classOop=1857 classHistoryOop=0 objType=0
+ namedSize=4 indexedSize=0 isCollection=true valueType=9 valueInt1=2012 valueInt2=60
+ valueLong=-3600000 valueLongs=[8051,243,4444,10]
  ~OOP(4000);setup: oop 4000 objType 0;setup:  OOP/NSC cache size = 4
  ;setupReport CALENDAR: 2012 60 -3600000;Returning: 0;Returning: 0
 setup result | result.oop=4000 impl=5 class=950 size=2
- => 0 | Describe(950)?
- | oop=4000 classOop=950 classHistoryOop=0 objType=5 namedSize=0 indexedSize=2 isCollection=true
+ => 0 | Describe(950)? | oop=4000 classOop=950 classHistoryOop=0 objType=5 namedSize=0 indexedSize=2
+ isCollection=true
 setup result | result.oop=4000 impl=3 class=950
- => -1 | Describe(950)
- | oop=4000 classOop=950 classHistoryOop=0 objType=3 namedSize=0 indexedSize=0 isCollection=true
- | Logic error:  Special oop processing
+ => -1 | Describe(950) | oop=4000 classOop=950 classHistoryOop=0 objType=3 namedSize=0 indexedSize=0
+ isCollection=true | Logic error:  Special oop processing
 setup result | result.oop=4000 FetchObjInfo=0
- => -1 | SaveObjs([4000],1)? FetchObjInfo(4000,1,256,*,*,*)? | oop=4000
- | Failure in ZelFetchObjInfo() call
+ => -1 | SaveObjs([4000],1)? FetchObjInfo(4000,1,256,*,*,*)? | oop=4000 | Failure in
+ ZelFetchObjInfo() call
 setup result | result.oop=4000 FetchObjInfo=0 failing=FetchObjInfo
  => -1 | SaveObjs([4000],1)? FetchObjInfo(4000,1,256,*,*,*)? | oop=4000 | of the library
-setup result | result.oop=0 result.objType=-1 result.valueType=7 result.valueString=new NewOop=4000
- impl=1 class=1169 size=3 body=new
- => 0 | NewOop(1169)? StoreBytesInstanceOf(10,4000,1,<new>,3)? Describe(1169) IsKindOf(4000,1257)?
- | oop=4000 classOop=1169 classHistoryOop=0 objType=1 namedSize=0 indexedSize=3 isCollection=true
+setup result | result.oop=0 result.value=7 result.valueString=new NewOop=4000 impl=1 class=1169
+ size=3 body=new
+ => 0 | NewOop(1169)? StoreBytesInstanceOf(10,4000,1,<new>,3)? Describe(1169) IsKindOf(4000,1257)? |
+ oop=4000 classOop=1169 classHistoryOop=0 objType=1 namedSize=0 indexedSize=3 isCollection=true
  valueType=5 valueBytes=<new> valueString=new
 
 isKindOf object other | object.oop=343597388392 object.valueType=7
  => 0 | IsKindOf(4712,4720)? | [343597388392,4720]
-isKindOf object other | object.objType=-1 object.valueType=-1 => 0 | IsKindOf(0,4720)?
-isKindOf object other | object.objType=-1 object.valueType=5 => 0 | IsKindOf(0,4720)?
+isKindOf object other | object.value=-1 => 0 | IsKindOf(0,4720)?
+isKindOf object other | object.value=5 => 0 | IsKindOf(0,4720)?
  ~;7: isKindOf.;getOop(): Logic error in case statement;Returning: 0;Returning: 0
  ;isKindOf completed.;Returning: 0
-isKindOf object other | object.objType=-1 object.valueType=-128 => 0 | IsKindOf(0,4720)?
-isKindOf object other | object.objType=-1 object.valueType=10 => 0 | IsKindOf(0,4720)?
-isKindOf object other | object.objType=-1 object.valueType=0
- => 0 | IsKindOf(10,4720)? | [10,4720]
-isKindOf object other | object.objType=-1 object.valueType=1 object.valueLong=0
- => 0 | ? IsKindOf(6,4720)? | [6,4720]
-isKindOf object other | object.objType=-1 object.valueType=1 object.valueLong=21474836480
+isKindOf object other | object.value=-128 => 0 | IsKindOf(0,4720)?
+isKindOf object other | object.value=10 => 0 | IsKindOf(0,4720)?
+isKindOf object other | object.value=0 => 0 | IsKindOf(10,4720)? | [10,4720]
+isKindOf object other | object.value=1 object.valueLong=0 => 0 | ? IsKindOf(6,4720)? | [6,4720]
+isKindOf object other | object.value=1 object.valueLong=21474836480
  => 0 | ? IsKindOf(38,4720)? | [38,4720]
-isKindOf object other | object.objType=-1 object.valueType=2 object.valueLong=65601
+isKindOf object other | object.value=2 object.valueLong=65601
  => 0 | ? IsKindOf(2094,4720)? | [2094,4720]
-isKindOf object other | object.objType=-1 object.valueType=3 object.valueLong=4294967301
+isKindOf object other | object.value=3 object.valueLong=4294967301
  => 0 | LongToOop(5)? IsKindOf(23,4720)? | [23,4720]
-isKindOf object other | object.objType=-1 object.valueType=4 object.valueDouble=-0.25
+isKindOf object other | object.value=4 object.valueDouble=-0.25
  => 0 | FltToOop(-0.25)? IsKindOf(5000,4720)? | [5000,4720]
-isKindOf object other | object.objType=-1 object.valueType=7 object.valueString=a\xc0\x80\xc3\xa4
- => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<a\xc0\x80\xc3\xa4>,5)? IsKindOf(5000,4720)?
- | [5000,4720]
-isKindOf other object | object.objType=-1 object.valueType=7 object.valueString=
+isKindOf object other | object.value=7 object.valueString=a\xc0\x80\xc3\xa4
+ => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<a\xc0\x80\xc3\xa4>,5)? IsKindOf(5000,4720)? |
+ [5000,4720]
+isKindOf other object | object.value=7 object.valueString=
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<>,0)? IsKindOf(4720,5000)? | [5000,4720]
-isKindOf object other
- | object.objType=-1 object.valueType=8 object.valueString=a\xed\xa0\xbd\xed\xb8\x80
- => 0 | NewOop(1553)? StoreBytesInstanceOf(10,5000,1,<a\x00=\xd8\x00\xde>,6)? IsKindOf(5000,4720)?
- | [5000,4720]
-isKindOf object other | object.objType=-1 object.valueType=9 object.valueLong=4298567296
- object.valueInt1=2012 object.valueInt2=60
+isKindOf object other | object.value=8 object.valueString=a\xed\xa0\xbd\xed\xb8\x80
+ => 0 | NewOop(1553)? StoreBytesInstanceOf(10,5000,1,<a\x00=\xd8\x00\xde>,6)? IsKindOf(5000,4720)? |
+ [5000,4720]
+isKindOf object other | object.value=9 object.valueLong=4298567296 object.valueInt1=2012
+ object.valueInt2=60
  => 0 | NewDateTime(1857,{2012,60,3600000,10})? IsKindOf(5000,4720)? | [5000,4720]
  ~;7: isKindOf.;CALENDAR: yr 2012 day 60 ms 4298567296;Returning: 0;Returning: 0
  ;isKindOf completed.;Returning: 0
 isKindOf object other | IsKindOf=300 => 300 | IsKindOf(4716,4720)?
 isKindOf null other => isKindOf(): NULL obj argument
 isKindOf object null => isKindOf(): NULL cls argument
-isKindOf object other | object.objType=-1 object.valueType=7 => getOop(): NULL valueString
-isKindOf object other | object.objType=-1 object.valueType=8 => getOop(): NULL valueString
+isKindOf object other | object.value=7 => getOop(): NULL valueString
+isKindOf object other | object.value=8 => getOop(): NULL valueString
 
 executeStr '3 + 4' result | ExecuteStr=31
  => 0 | ExecuteStr('3 + 4',10)?? | oop=31 objType=3 valueType=3 valueLong=7
@@ -159,11 +150,10 @@ executeObj object null => executeObj(): NULL result argument
 setup null => setup(): NULL result argument
 perform object 'size' null 0 result | Perform=31
  => 0 | Perform(4716,'size',[],0)?? | oop=31 objType=3 valueType=3 valueLong=7
-perform object 'a:b:c:' array 3 result | Perform=31 element.objType=-1 element.valueType=7
- element.valueString=new
+perform object 'a:b:c:' array 3 result | Perform=31 element.value=7 element.valueString=new
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
- Perform(4716,'a:b:c:',[8000,5000,8008],3)??
- | oop=31 objType=3 valueType=3 valueLong=7; [8000,5000,8008,8012,8016]
+ Perform(4716,'a:b:c:',[8000,5000,8008],3)?? | oop=31 objType=3 valueType=3 valueLong=7;
+ [8000,5000,8008,8012,8016]
  ~;7: Perform.;Returning: 0;     Receiver = 4716;     NumArgs = 3
  ;     jarg[0] = P;Returning: 0;     arg[0] = 8000;     jarg[1] = P;Returning: 0;     arg[1] = 5000
  ;     jarg[2] = P;Returning: 0;     arg[2] = 8008;     Selector = a:b:c:SEVEN
@@ -177,14 +167,13 @@ perform object 'x' array 6 result => perform(): numArgs exceeds the length of ar
 perform object 'x' array 21 result => perform(): numArgs exceeds 20
 perform object 'x' array 2147483647 result => perform(): numArgs exceeds 20
 continue object other result 'not read' null | ContinueWith=31
- => 0 | NewOop(1045)? StoreOop(5000,1,4720)? ContinueWith(4716,5000,0,null)??
- | oop=31 objType=3 valueType=3 valueLong=7
+ => 0 | NewOop(1045)? StoreOop(5000,1,4720)? ContinueWith(4716,5000,0,null)?? | oop=31 objType=3
+ valueType=3 valueLong=7
  ~;7:  Continue.;Returning: 0;Normal continue.;Returning: 0;Continue: oop result = 31SEVEN
 continue object null result 'b\xc3\xa4d' 'at x\x0aat y' | ContinueWith=31
- => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<b\xc3\xa4d>,4)?
- NewOop(1169)? StoreBytesInstanceOf(10,5004,1,<at x\x0aat y>,9)?
- NewOop(1045)? StoreOop(5008,1,5000)? StoreOop(5008,2,5004)? ContinueWith(4716,5008,0,null)??
- | oop=31 objType=3 valueType=3 valueLong=7
+ => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<b\xc3\xa4d>,4)? NewOop(1169)?
+ StoreBytesInstanceOf(10,5004,1,<at x\x0aat y>,9)? NewOop(1045)? StoreOop(5008,1,5000)?
+ StoreOop(5008,2,5004)? ContinueWith(4716,5008,0,null)?? | oop=31 objType=3 valueType=3 valueLong=7
  ~;7:  Continue.;Returning: 0;Error continue.;Error message: b\xc3\xa4d;Error stack: ;at x;at y
  ;Continue: oop result = 31SEVEN
 continue object null result null 'not read' | ContinueWith=31
@@ -210,21 +199,20 @@ getNamedObjs object 2 3 array | oops=4000,10
  => 2 | FetchNamedOops(4716,2,*,3)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
  ~;7: getNamedObjs start 2 num 3;Returning: 0OOP(4000);Returning: 0VALUE(10,Oop is NIL)
  ;getNamedObjs completed.;Returning: 2
-putObjs object 1 3 array | element.objType=-1 element.valueType=7 element.valueString=new
+putObjs object 1 3 array | element.value=7 element.valueString=new
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
  StoreIdxOops(4716,1,[8000,5000,8008],3)? | [8000,5000,8008,8012,8016]
  ~;7: putObjs start 1 num 3;Returning: 0;Returning: 0;Returning: 0;Returning: 0
  ;putObjs completed.;Returning: 0
-putNamedObjs object 9 2 array | element.objType=-1 element.valueType=6
- => 0 | StoreNamedOops(4716,9,[8000,0],2)?
+putNamedObjs object 9 2 array | element.value=6 => 0 | StoreNamedOops(4716,9,[8000,0],2)?
  ~;7: putNamedObjs start 9 num 2;Returning: 0;Returning: 0
  ;getOop(): Logic error in case statement;Returning: 0;putNamedObjs completed.;Returning: 0
 getObjs object 1 3 array | oops=10,10,10 hole=1
- => -1 | FetchVaryingOops(4716,1,*,3)? | [10,null,8008,8012,8016]
- | Problem with GetObjectArrayElement in getObjs()
+ => -1 | FetchVaryingOops(4716,1,*,3)? | [10,null,8008,8012,8016] | Problem with
+ GetObjectArrayElement in getObjs()
 getNamedObjs object 1 3 array | oops=10,10,10 hole=1
- => -1 | FetchNamedOops(4716,1,*,3)? | [10,null,8008,8012,8016]
- | Problem with GetObjectArrayElement in getNamedObjs()
+ => -1 | FetchNamedOops(4716,1,*,3)? | [10,null,8008,8012,8016] | Problem with GetObjectArrayElement
+ in getNamedObjs()
 putObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in pubObjs()
 putNamedObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in putNamedObjs()
 getObjs null 1 251 null => getObjs(): numObjs requested exceeds buffer size
@@ -232,7 +220,7 @@ getNamedObjs null 1 251 null => getNamedObjs(): buffer size exceeded
 putObjs null 1 251 null => putObjs(): numObjs requested exceeds buffer size
 putNamedObjs null 1 251 null => putNamedObjs(): numObjs requested exceeds buffer size
 
-removeFromExportSet array 2 | element.objType=-1 element.valueType=4
+removeFromExportSet array 2 | element.value=4
  => 0 | FltToOop(-77)? ReleaseOops([8000,5000],2)? | [8000,5000,8008,8012,8016]
  ~;7:  removeFromExportSet.;     jobj[0] = P;Returning: 0;     oop[0] = 8000
  ;     jobj[1] = P;Returning: 0;     oop[1] = 5000;removeFromExportSet completed.;Returning: 0
