@@ -2,17 +2,17 @@ import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.IntSupplier;
 
-/** What signals_program.cpp has the VM do: faults that Java code may raise at any time. */
+// What signals_program.cpp has the VM do: faults that Java code may raise at any time.
 final class Signals {
     private int field;
 
     private Signals() {
     }
 
-    /** A native that faults. */
+    // A native that faults.
     static native int fault();
 
-    /** Counts the null checks that came back as exceptions. */
+    // Counts the null checks that came back as exceptions.
     static int nullChecks(int count) {
         int caught = 0;
         for (int i = 0; i < count; i++) {
@@ -31,7 +31,7 @@ final class Signals {
         return dive(depth + 1) + 1;
     }
 
-    /** Counts the stack overflows that came back as errors. */
+    // Counts the stack overflows that came back as errors.
     static int overflows(int count) {
         int caught = 0;
         for (int i = 0; i < count; i++) {
@@ -62,7 +62,7 @@ final class Signals {
         return 0;
     }
 
-    /** Runs `body` in several threads at once and adds up their results. */
+    // Runs `body` in several threads at once and adds up their results.
     private static int sum(int count, IntSupplier body) throws InterruptedException {
         CyclicBarrier ready = new CyclicBarrier(count);
         AtomicInteger sum = new AtomicInteger();

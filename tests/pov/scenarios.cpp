@@ -194,7 +194,8 @@ putBytes object 4294967296 3 bytes => 0 | StoreBytesInstanceOf(10,4716,0,<012>,3
 getObjs object 2 5 array | oops=4000,10
  => 2 | FetchVaryingOops(4716,2,*,5)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
  ~;7: GetObjs start 2 num 5;Returning: 0
- ;Zel_FetchVaryingOops: returned count 2 different from 5;7:  GetObjs oopsFetched: 2OOP(4000);Returning: 0VALUE(10,Oop is NIL);getObjs completed.;Returning: 2
+ ;Zel_FetchVaryingOops: returned count 2 different from 5;7:  GetObjs oopsFetched: 2
+ OOP(4000);Returning: 0VALUE(10,Oop is NIL);getObjs completed.;Returning: 2
 getNamedObjs object 2 3 array | oops=4000,10
  => 2 | FetchNamedOops(4716,2,*,3)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
  ~;7: getNamedObjs start 2 num 3;Returning: 0OOP(4000);Returning: 0VALUE(10,Oop is NIL)

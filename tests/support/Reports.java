@@ -6,7 +6,7 @@ import java.util.Arrays;
 import java.util.Objects;
 import java.util.stream.Collectors;
 
-/** Reports and error reports as texts, both ways. Whatever is not set shows when it is written. */
+// Reports and error reports as texts, both ways. Whatever is not set shows when it is written.
 final class Reports {
     private static final byte UNTOUCHED = -77;
     private static final int MOST_SHOWN = 16;
@@ -33,7 +33,7 @@ final class Reports {
         return target;
     }
 
-    /** Sets fields from a text such as "objType=-1 valueType=7 valueString=new". */
+    // Sets fields from a text such as "objType=-1 valueType=7 valueString=new".
     static Object set(Object target, Object fields) throws ReflectiveOperationException {
         for (String part : fields.toString().split(" ")) {
             String[] sides = part.split("=", 2);
@@ -49,7 +49,7 @@ final class Reports {
         return target;
     }
 
-    /** The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size. */
+    // The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size.
     static Object show(Object object) throws IllegalAccessException {
         if (object instanceof byte[] bytes) {
             return "<" + (bytes.length > MOST_SHOWN ? bytes.length
@@ -77,9 +77,10 @@ final class Reports {
         return String.valueOf(object);
     }
 
-    /** The bytes of the heap in use. */
+    // The bytes of the heap in use.
     static Object memoryInUse() {
         Runtime.getRuntime().gc();
-        return String.valueOf(Runtime.getRuntime().totalMemory() - Runtime.getRuntime().freeMemory());
+        Runtime runtime = Runtime.getRuntime();
+        return String.valueOf(runtime.totalMemory() - runtime.freeMemory());
     }
 }

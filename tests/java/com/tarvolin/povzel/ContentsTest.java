@@ -1,11 +1,7 @@
 package com.tarvolin.povzel;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
-import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
@@ -14,9 +10,10 @@ import java.util.Arrays;
 import java.util.HashSet;
 import java.util.List;
 import java.util.Random;
+import java.util.Set;
 import org.junit.jupiter.api.Test;
 
-/** Long contents: bytes, streams, lists, named slots, sets; references and changes. */
+// Long contents: bytes, streams, lists, named slots, sets; references and changes.
 class ContentsTest extends LoggedIn {
     private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
 
@@ -28,14 +25,14 @@ class ContentsTest extends LoggedIn {
 
     @Test
     void bytesOfEverySizeComeBackInChunks() {
-        for (int size : new int[] {0, 1, 1023, 1024, 1025, BUFFER - 1, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
+        for (int size : new int[] {0, 1, 1025, BUFFER - 1, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
             byte[] bytes = random(size);
             PovZelObject object = session.newBytes(bytes);
             assertEquals(size, object.size());
             List<Long> progress = new ArrayList<>();
             assertArrayEquals(bytes, object.bytes(progress::add));
             assertEquals(size, progress.get(progress.size() - 1));
-            assertTrue(size <= BUFFER || progress.size() >= size / BUFFER, progress::toString);
+            assertTrue(progress.size() >= size / BUFFER, progress::toString);
         }
         PovZelObject object = session.newBytes(new byte[] {1, 2, 3, 4});
         List<Long> progress = new ArrayList<>();
@@ -60,9 +57,8 @@ class ContentsTest extends LoggedIn {
         try (InputStream in = object.inputStream()) {
             assertEquals(bytes[0] & 0xFF, in.read());
             assertEquals(BUFFER, in.skip(BUFFER));
-            ByteArrayOutputStream rest = new ByteArrayOutputStream();
-            in.transferTo(rest);
-            assertArrayEquals(Arrays.copyOfRange(bytes, BUFFER + 1, bytes.length), rest.toByteArray());
+            byte[] rest = Arrays.copyOfRange(bytes, BUFFER + 1, bytes.length);
+            assertArrayEquals(rest, in.readAllBytes());
             assertEquals(-1, in.read());
             assertEquals(0, in.skip(1));
         }
@@ -70,12 +66,10 @@ class ContentsTest extends LoggedIn {
         closed.close();
         assertThrows(IOException.class, () -> closed.write(1));
         assertThrows(IllegalArgumentException.class, () -> object.outputStream(0));
-        try (OutputStream out = session.executeForObject("Array new: 1").outputStream(1)) {
-            out.write(1);
-            assertThrows(IOException.class, out::flush, "pointer objects hold no bytes");
-        } catch (IOException e) {
-            assertTrue(e.getCause() instanceof PovZelException);
-        }
+        OutputStream wrong = session.executeForObject("Array new: 1").outputStream(1);
+        wrong.write(1);
+        Throwable cause = assertThrows(IOException.class, wrong::flush).getCause();
+        assertTrue(cause instanceof PovZelException);
     }
 
     @Test
@@ -86,9 +80,7 @@ class ContentsTest extends LoggedIn {
         }
         PovZelObject array = session.newArray(elements);
         List<Object> list = array.list();
-        assertEquals(elements.size(), list.size());
         assertEquals(elements, list);
-        assertEquals("element 99990", list.get(99_990));
         assertEquals("element 99990", list.set(99_990, 'c'));
         assertEquals('c', list.get(99_990));
         assertEquals('c', session.perform(array, "at:", 99_991));
@@ -107,15 +99,13 @@ class ContentsTest extends LoggedIn {
         assertThrows(PovZelException.class, () -> pair.setNamedSlot(0, 1));
 
         PovZelObject set = session.executeForObject("Set new");
-        for (Object value : List.of(1, 2, "two", 2)) {
-            set.perform("add:", value);
-        }
-        assertEquals(new HashSet<>(List.of(1L, 2L, "two")), new HashSet<>(set.list()));
+        List.of(1, 2, "two", 2).forEach(value -> set.perform("add:", value));
+        assertEquals(Set.of(1L, 2L, "two"), new HashSet<>(set.list()));
         assertEquals(3, set.size());
     }
 
     @Test
-    void referencesAreReleasedWhenClosedOrCollected() throws InterruptedException {
+    void referencesAreReleasedWhenClosedOrCollected() {
         int before = session.calls().heldObjects();
         PovZelObject kept = session.executeForObject("Array new: 1");
         try (PovZelObject twin = session.object(kept.oop())) {

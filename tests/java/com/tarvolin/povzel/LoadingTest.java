@@ -21,6 +21,7 @@ public class LoadingTest {
     private static final String JAVA = System.getProperty("java.home") + "/bin/java";
     private static final String TARVOLIN = System.getenv("TARVOLIN");
     private static final String CLASSES = System.getProperty("java.class.path");
+    private static final String PROBE = Probe.class.getName();
     private static final Map<String, String> INSTALLED = Map.of("TARVOLIN", TARVOLIN);
 
     @TempDir
@@ -40,7 +41,7 @@ public class LoadingTest {
                     urls.add(new File(entry).toURI().toURL());
                 }
                 ClassLoader second = new URLClassLoader(urls.toArray(new URL[0]), null);
-                second.loadClass(Probe.class.getName()).getDeclaredMethod("logIn").invoke(null);
+                second.loadClass(PROBE).getDeclaredMethod("logIn").invoke(null);
             }
         }
 
@@ -69,7 +70,7 @@ public class LoadingTest {
 
     private static void probe(Map<String, String> environment, String option, String... parts)
             throws Exception {
-        run(environment, List.of(JAVA, option, "-cp", CLASSES, Probe.class.getName()), parts);
+        run(environment, List.of(JAVA, option, "-cp", CLASSES, PROBE), parts);
     }
 
     @Test
@@ -88,10 +89,10 @@ public class LoadingTest {
         Path text = Files.writeString(directory.resolve("text.so"), "no library");
         probe(Map.of(), "-Dpovzel.library=" + text, "Cannot load " + text);
         // Away from the installation the classes have no neighbours to look at.
-        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("povzel.jar"));
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("p.jar"));
         String classes = CLASSES.replace(TARVOLIN + "/java/povzel.jar", jar.toString());
         run(Map.of("TARVOLIN", "/nowhere/tarvolin"),
-                List.of(JAVA, "-Djava.library.path=/nowhere", "-cp", classes, Probe.class.getName()),
+                List.of(JAVA, "-Djava.library.path=/nowhere", "-cp", classes, PROBE),
                 "2318 Library not found", "/nowhere/libpovzel30.so", "-Dpovzel.library=FILE",
                 "/nowhere/tarvolin/lib/libpovzel30.so", directory + "/libpovzel30.so", "TARVOLIN");
         Path wide = Path.of("/lib/x86_64-linux-gnu/libm.so.6");
@@ -102,15 +103,16 @@ public class LoadingTest {
     @Test
     void aMissingDatabaseIsExplained() throws Exception {
         String library = "-Dpovzel.library=" + TARVOLIN + "/lib/libpovzel30.so";
-        probe(Map.of(), library, "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed", "Set TARVOLIN",
-                "The TARVOLIN environment variable is not defined.", "looked for as libzelrpc67.so");
+        probe(Map.of(), library, "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed",
+                "The TARVOLIN environment variable is not defined.", "Set TARVOLIN",
+                "looked for as libzelrpc67.so");
         probe(Map.of("TARVOLIN", "/nowhere", "ZELRTL_BASELIBNAME", "own"), library,
                 "looked for as libownrpc67.so in /nowhere/lib");
     }
 
     @Test
     void aSecondClassLoaderIsExplained() throws Exception {
-        run(INSTALLED, List.of(JAVA, "-cp", CLASSES, Probe.class.getName(), "twice"), "answer 7",
+        run(INSTALLED, List.of(JAVA, "-cp", CLASSES, PROBE, "twice"), "answer 7",
                 "already loaded in another classloader", "for one class loader only");
     }
 
@@ -118,7 +120,7 @@ public class LoadingTest {
     void aWideJvmIsExplained() throws Exception {
         String java = System.getProperty("povzel.test.jdk") + "/bin/java";
         assumeTrue(new File(java).canExecute());
-        run(INSTALLED, List.of(java, "-cp", CLASSES, Probe.class.getName()),
+        run(INSTALLED, List.of(java, "-cp", CLASSES, PROBE),
                 "2318 This JVM is a 64-bit one", "run the program with a 32-bit (i386) JVM");
     }
 }

@@ -3,7 +3,7 @@ package com.tarvolin.povzel;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 
-/** A session for each test. */
+// A session for each test.
 abstract class LoggedIn {
     protected PovZelSession session;
 

@@ -38,8 +38,8 @@ class SessionTest extends LoggedIn {
     void valuesSurviveTheWayThereAndBack() {
         List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', 0L, -1L,
                 536870911L, -536870912L, 536870912L, (long) Integer.MIN_VALUE, Long.MAX_VALUE,
-                Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE, Double.POSITIVE_INFINITY, "", "plain",
-                "nul \0 inside", "\u00e4\u20ac\ud83d\ude00", "\ud83d alone", "x".repeat(5000),
+                Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE, Double.POSITIVE_INFINITY, "",
+                "plain", "nul \0 inside", "\u00e4\u20ac\ud83d\ude00", "\ud83d alone",
                 "abc\u00e4".repeat(5000), LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000),
                 LocalDateTime.of(1, 1, 1, 0, 0));
         PovZelObject array = session.newArray(values);
@@ -61,7 +61,7 @@ class SessionTest extends LoggedIn {
 
     @Test
     void stringsOfBothWidthsKeepTheirText() {
-        for (String text : List.of("", "nul \0", "\u00e4\u20ac", "\ud83d\ude00", "z".repeat(70000))) {
+        for (String text : List.of("", "\0", "\u00e4\u20ac", "\ud83d\ude00", "z".repeat(70000))) {
             PovZelObject narrow = session.newString(text);
             PovZelObject wide = session.newDoubleByteString(text);
             assertEquals(text, narrow.value());
@@ -154,8 +154,8 @@ class SessionTest extends LoggedIn {
         session.close();
         session.close();
         array.close();
-        for (Executable call : List.<Executable>of(() -> session.execute("3"),
-                () -> session.perform(3, "+", 4), array::list, array::bytes, session::pollChanges)) {
+        for (Executable call : List.<Executable>of(session::pollChanges, array::list, array::bytes,
+                () -> session.execute("3"), () -> session.perform(3, "+", 4))) {
             assertThrows(IllegalStateException.class, call);
         }
     }

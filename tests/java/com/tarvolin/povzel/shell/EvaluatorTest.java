@@ -50,7 +50,8 @@ class EvaluatorTest {
         ByteArrayOutputStream printed = new ByteArrayOutputStream();
         ByteArrayOutputStream told = new ByteArrayOutputStream();
         try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
-            Filter filter = new Filter(session, new PrintStream(printed), new PrintStream(told), "");
+            Filter filter =
+                    new Filter(session, new PrintStream(printed), new PrintStream(told), "");
             byte[] bytes = input.replace('~', '\n').getBytes();
             assertEquals(status, filter.run(new ByteArrayInputStream(bytes)));
         }
@@ -65,7 +66,8 @@ class EvaluatorTest {
                 List.of(0L, 999_999_999L, 5L, 1_234_000_005L, 0L, 2_000_000_000L));
         try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
             Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
-            assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
+            assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""),
+                    evaluator.run("3 + 4"));
             assertEquals(new Evaluator.Outcome(true, "'x'   (String)", "(1.234 s)"),
                     evaluator.run("'x'"));
             Evaluator.Outcome failed = evaluator.run("3 foo");
