@@ -41,10 +41,12 @@ jint invoke(jint (*native)(JNIEnv*, jclass, Args...), Context& c, std::istream& 
   return std::apply([&](Args... given) { return c.run(native, given...); }, arguments);
 }
 
-#define ENTRY(name) \
-  { \
-#name, [](Context & c, std::istream & words) { return invoke(NATIVE(name), c, words); } \
-  }
+template <auto native>
+jint invoke(Context& c, std::istream& words) {
+  return invoke(native, c, words);
+}
+
+#define ENTRY(name) std::pair(#name, &invoke<&NATIVE(name)>)
 
 const std::map<std::string, jint (*)(Context&, std::istream&)> natives = {
     ENTRY(login),        ENTRY(logout),
