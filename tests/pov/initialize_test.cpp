@@ -273,28 +273,6 @@ TEST(InitializeDeathTest, SizesAreKeptInBounds) {
   }
 }
 
-// A hundred thousand elements in one call: no reference outlives its turn of the loop.
-TEST(InitializeDeathTest, LongArraysLeaveNoReferences) {
-  inProcess([] {
-    expectStart({.bufSize = 400000});
-    Context c;
-    jobject text = jvm::newReport("objType=-1 valueType=7 valueString=element");
-    c.named["array"] = jvm::newReports(100000, text);
-    c.named["longs"] = jvm::newLongs(100000);
-    state.oops.assign(100000, 4000);
-    jnitable::state = {};
-    EXPECT_EQ(0, c.call("putObjs object 1 100000 array"));
-    EXPECT_EQ(0, c.call("removeFromExportSet array 100000"));
-    EXPECT_EQ(100000, c.call("getObjs object 1 100000 array"));
-    EXPECT_EQ(100000, c.call("changedOops longs 100000"));
-    EXPECT_EQ(0, c.call("releaseOops longs 100000"));
-    EXPECT_EQ("", c.shown("error"));
-    EXPECT_LE(jnitable::state.mostReferences, 4);
-    EXPECT_EQ(0, jnitable::state.references);
-    EXPECT_EQ("", jvm::takeWarnings());
-  });
-}
-
 // Every native before initialization: the refusal, no library call, nothing released, and no trace
 // but that of its entry.
 TEST(InitializeDeathTest, NothingWorksBefore) {

@@ -137,11 +137,13 @@ TEST_F(Natives, TolerateANullErrorReport) {
   }
 }
 
+// And no reference outlives its turn of a loop.
 TEST_F(Natives, AcceptWhatJustFits) {
   Context c;
-  recorder::state.oops.assign(bufferOops, 6);
+  recorder::state.oops.assign(bufferOops, 4000);
   recorder::state.body = std::string(bufferBytes, 'y');
-  c.named["array"] = jvm::newReports(bufferOops, c.named["object"]);
+  jobject text = jvm::newReport("objType=-1 valueType=7 valueString=text");
+  c.named["array"] = jvm::newReports(bufferOops, text);
   c.named["longs"] = jvm::newLongs(bufferOops);
   c.named["bytes"] = jvm::newBytes(std::string(bufferBytes, 'x'));
   for (const auto& [call, status] : {std::pair{"getObjs object 9223372036854775807 250 array", 250},
@@ -156,7 +158,9 @@ TEST_F(Natives, AcceptWhatJustFits) {
                                      {"perform object 'x' array 20 result", 0},
                                      {"getObjs object 1 0 null", 0},
                                      {"putBytes object 1 0 bytes", 0}}) {
+    jnitable::state = {};
     EXPECT_EQ(status, c.call(call)) << call;
+    EXPECT_LE(jnitable::state.mostReferences, 4) << call;
   }
   EXPECT_EQ("", c.shown("error"));
   expectClean(c);

@@ -2,15 +2,8 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
-import java.io.IOException;
-import java.io.InputStream;
-import java.io.OutputStream;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.HashSet;
-import java.util.List;
-import java.util.Random;
-import java.util.Set;
+import java.io.*;
+import java.util.*;
 import org.junit.jupiter.api.Test;
 
 // Long contents: bytes, streams, lists, named slots, sets; references and changes.
