@@ -114,11 +114,7 @@ TEST(HostCoredump, MovesTheCoreUpAndRemovesTheDirectory) {
 // What is said of a core that is not found, by how the dumping child ended and by the pattern.
 TEST(HostCoredump, SaysWhatBecameOfTheCore) {
   static int ending;
-  const struct {
-    int ending;
-    const char* pattern;
-    const char* report;
-  } cases[] = {
+  const std::tuple<int, const char*, const char*> cases[] = {
       {SIGQUIT | WCOREFLAG, "x",
        "[host.core5 ~/core~[host.core6 2 ~own pattern (kernel.core_pattern is \"x\")."},
       {SIGQUIT | WCOREFLAG, "|y", "[host.core5 ~to a program (kernel.core_pattern is \"|y\")."},
@@ -126,10 +122,10 @@ TEST(HostCoredump, SaysWhatBecameOfTheCore) {
       {SIGQUIT, "core", "[host.core4]"},
       {0, "core", "[host.core4]"},
   };
-  for (const auto& one : cases) {
-    ending = one.ending;
-    writeFile("pattern", one.pattern);
-    const ChildResult child = inChild([&] {
+  for (const auto& [end, pattern, report] : cases) {
+    ending = end;
+    writeFile("pattern", pattern);
+    const ChildResult child = inChild([] {
       osCallsForTests.open = [](const char*, int flags, mode_t mode) {
         return open("../pattern", flags, mode);
       };
@@ -141,10 +137,10 @@ TEST(HostCoredump, SaysWhatBecameOfTheCore) {
       };
       return HostCoredump(1);
     });
-    EXPECT_EQ(exitCode(child), WCOREDUMP(one.ending) != 0);
-    const std::string report = child.err.substr(child.err.find("[host.core"));
-    EXPECT_THAT(report, Reads(one.report));
-    EXPECT_EQ(report.find("kernel") == std::string::npos, one.pattern == std::string("core"));
+    EXPECT_EQ(exitCode(child), WCOREDUMP(end) != 0);
+    const std::string said = child.err.substr(child.err.find("[host.core"));
+    EXPECT_THAT(said, Reads(report));
+    EXPECT_EQ(said.find("kernel") == std::string::npos, pattern == std::string("core"));
   }
 }
 

@@ -52,34 +52,23 @@ TEST(Unwind, WithoutABufferIsFatal) {
 
 TEST(Unwind, TraceTellsKindAndPlace) {
   const std::string longFile(300, 'f');
-  const std::string stamp = "\\[[^\n]*\\]\n    ";
-  const struct {
-    int kind;
-    const char* file;
-    int received;
-    std::string trace;
-  } cases[] = {
-      {UNWIND_NO_SIGNAL, "x.c", 1,
-       stamp + "\\[DEBUG\\]: Unwind\\(UNWIND_NO_SIGNAL\\) called from line 42 in x.c\n"},
-      {UNWIND_SERV_TXT_FILE_TO_OOP_JMP, "x.c", 8,
-       stamp +
-           "\\[DEBUG\\]: Unwind\\(UNWIND_SERV_TXT_FILE_TO_OOP_JMP\\) called from line 42 in x.c\n"},
-      {UNWIND_LOST_OT, "x.c", 14,
-       stamp + "\\[DEBUG\\]: Unwind\\(UNWIND_LOST_OT\\) called from line 42 in x.c\n"},
-      {UNWIND_ERR, longFile.c_str(), 1,
-       stamp + "\\[DEBUG\\]: Unwind\\(UNWIND_ERR\\) called from line 42 in f{98}\n"},
-      {-1, "x.c", -2, "UTL_GUARANTEE failure in file src/unwind at line [0-9]+\n"},
-      {15, "x.c", -2, "UTL_GUARANTEE failure in file src/unwind at line [0-9]+\n"},
+  const std::string traced = "^\\[[^\n]*\\]\n    \\[DEBUG\\]: Unwind\\(";
+  const std::string broken = "^UTL_GUARANTEE failure in file src/unwind at line [0-9]+\n$";
+  const std::tuple<int, const char*, int, std::string> cases[] = {
+      {0, "x.c", 1, traced + "UNWIND_NO_SIGNAL\\) called from line 42 in x.c\n$"},
+      {8, "x.c", 8, traced + "UNWIND_SERV_TXT_FILE_TO_OOP_JMP\\) called from line 42 in x.c\n$"},
+      {14, "x.c", 14, traced + "UNWIND_LOST_OT\\) called from line 42 in x.c\n$"},
+      {1, longFile.c_str(), 1, traced + "UNWIND_ERR\\) called from line 42 in f{98}\n$"},
+      {-1, "x.c", -2, broken},
+      {15, "x.c", -2, broken},
   };
-  for (const auto& one : cases) {
-    const ChildResult child = inChild([&] {
+  for (const auto& [kind, file, outcome, trace] : cases) {
+    const ChildResult child = inChild([value = static_cast<UnwindKindEType>(kind), file = file] {
       noHalt = 1;
-      return 10 + received([&] {
-               UnwindDoTraceUnwind(static_cast<UnwindKindEType>(one.kind), one.file, 42);
-             });
+      return 10 + received([&] { UnwindDoTraceUnwind(value, file, 42); });
     });
-    EXPECT_EQ(exitCode(child), 10 + one.received);
-    EXPECT_THAT(child.out, testing::ContainsRegex("^" + one.trace + "$"));
+    EXPECT_EQ(exitCode(child), 10 + outcome);
+    EXPECT_THAT(child.out, testing::ContainsRegex(trace));
   }
 }
 

@@ -20,11 +20,7 @@ void say() {
 }
 
 TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
-  const struct {
-    void (*last)();
-    int status;
-    const char* output;
-  } cases[] = {
+  const std::tuple<void (*)(), int, const char*> cases[] = {
       // Neither a late registration nor a nested run disturbs what goes on; an exit does.
       {[] {
          std::printf("%d", UtlAtExit(say<'x'>));
@@ -38,16 +34,16 @@ TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
        },
        4, "buffered"},
   };
-  for (const auto& one : cases) {
-    const ChildResult child = runInChild([&] {
+  for (const auto& [last, status, output] : cases) {
+    const ChildResult child = runInChild([last = last] {
       UtlInit();
       UtlAtExit(say<'a'>);
       UtlAtExit(say<'b'>);
-      UtlAtExit(one.last);
+      UtlAtExit(last);
       UtlExit(7);
     });
-    EXPECT_TRUE(child.exitedWith(one.status)) << child.status;
-    EXPECT_EQ(child.out, one.output);
+    EXPECT_TRUE(child.exitedWith(status)) << child.status;
+    EXPECT_EQ(child.out, output);
   }
 }
 
@@ -66,25 +62,20 @@ TEST(UtlExit, RegistersAHundredHandlersBetweenInitAndRun) {
 }
 
 TEST(UtlExit, RemovesTheChildLogAfterSuccessOnly) {
-  const struct {
-    const char* log;
-    BoolType removeIt;
-    int status;
-    bool removed;
-  } cases[] = {{"x.log", 1, 0, true},
-               {"x.klog", 1, 0, false},
-               {"x.log", 1, 1, false},
-               {"x.log", 0, 0, false}};
-  for (const auto& one : cases) {
-    writeFile(one.log, "log\n");
-    const ChildResult child = runInChild([&] {
-      setenv("TARVOLIN_CHILD_LOG", one.log, 1);
+  const std::tuple<const char*, BoolType, int, bool> cases[] = {{"x.log", 1, 0, true},
+                                                                {"x.klog", 1, 0, false},
+                                                                {"x.log", 1, 1, false},
+                                                                {"x.log", 0, 0, false}};
+  for (const auto& [log, removeIt, status, removed] : cases) {
+    writeFile(log, "log\n");
+    const ChildResult child = runInChild([log = log, removeIt = removeIt, status = status] {
+      setenv("TARVOLIN_CHILD_LOG", log, 1);
       HostInit();
-      UtlRemoveLogOnExit(one.removeIt);
-      UtlExit(one.status);
+      UtlRemoveLogOnExit(removeIt);
+      UtlExit(status);
     });
-    EXPECT_TRUE(child.exitedWith(one.status)) << one.log;
-    EXPECT_EQ(std::remove(one.log) != 0, one.removed) << one.log;
+    EXPECT_TRUE(child.exitedWith(status)) << log;
+    EXPECT_EQ(std::remove(log) != 0, removed) << log;
   }
 }
 

@@ -38,13 +38,7 @@ std::string stamped(const char* text, BoolType addCr) {
 TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
   setClock(86399, 0);
   stamped(nullptr, 0);
-  const struct {
-    long seconds;
-    long milliseconds;
-    const char* text;
-    BoolType addCr;
-    const char* expected;
-  } steps[] = {
+  const std::tuple<long, long, const char*, BoolType, const char*> steps[] = {
       {86400, 995, "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
       {86400, 995, "b", 0, "    b"},
       {86400, 995, nullptr, 1, ""},
@@ -55,9 +49,9 @@ TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
       {86402, 0, "set back", 0, "[1970-01-02 00:00:02.000 UTC]\n    set back"},
       {90000, 0, nullptr, 0, "[1970-01-02 01:00:00.000 UTC]"},
   };
-  for (const auto& step : steps) {
-    setClock(step.seconds, step.milliseconds);
-    EXPECT_EQ(stamped(step.text, step.addCr), step.expected);
+  for (const auto& [seconds, milliseconds, text, addCr, expected] : steps) {
+    setClock(seconds, milliseconds);
+    EXPECT_EQ(stamped(text, addCr), expected);
   }
   // Another zone takes effect within the second.
   setClock(90000, 500);

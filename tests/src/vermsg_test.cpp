@@ -38,11 +38,7 @@ TEST(VerMsg, DrawsEdges) {
 }
 
 TEST(VerMsg, BreaksLinesAndCentres) {
-  const struct {
-    void (*write)(FILE*, const char*);
-    std::string text;
-    std::string frame;
-  } cases[] = {
+  const std::tuple<void (*)(FILE*, const char*), std::string, std::string> cases[] = {
       {VerMessage, "", "|" + x(77, ' ') + "|\n"},
       {VerMessage, "a\n\nb", framed("a") + framed("") + framed("b")},
       {VerMessage, "a\n", framed("a") + framed("")},
@@ -60,8 +56,8 @@ TEST(VerMsg, BreaksLinesAndCentres) {
       {VerCenteredMessage, x(74), framed(x(74))},
       {VerCenteredMessage, x(76), "| " + x(76) + "|\n"},
   };
-  for (const auto& one : cases) {
-    EXPECT_EQ(written([&](FILE* f) { one.write(f, one.text.c_str()); }), one.frame);
+  for (const auto& [write, text, frame] : cases) {
+    EXPECT_EQ(written([write = write, text = text](FILE* f) { write(f, text.c_str()); }), frame);
   }
 }
 
