@@ -106,6 +106,7 @@ TEST(HostCoredump, MovesTheCoreUpAndRemovesTheDirectory) {
   });
   EXPECT_TRUE(child.exitedWith(0));
   EXPECT_THAT(child.err, Reads("~interpreter's stack\n~[host.core7 "));
+  EXPECT_EQ(std::distance(fs::directory_iterator(dumps.path()), fs::directory_iterator()), 1);
   const std::string core = fs::directory_iterator(dumps.path())->path().filename();
   EXPECT_THAT(child.out, testing::EndsWith("1 " + core));
   EXPECT_EQ(readFile(dumps / core).substr(1, 3), "ELF");
