@@ -12,13 +12,14 @@
 
 namespace {
 
-// A record is its key. `modulus` sets how many of them share a home.
+// A record is its key. `modulus` sets how many of them share a home; the first home is the last
+// slot of the first table, where probes go round its end.
 constexpr unsigned count = 64;
 ByteType records[count];
 unsigned modulus;
 
 unsigned int recordHash(const void* record) {
-  return *static_cast<const ByteType*>(record) % modulus * 0x01000001U;
+  return *static_cast<const ByteType*>(record) % modulus * 0x01000001U + 36;
 }
 
 BoolType recordsEqual(const void* probe, const void* stored) {

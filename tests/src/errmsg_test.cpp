@@ -114,7 +114,7 @@ TEST_F(Catalogue, TemplatesPlaceTheirArguments) {
       {"(2 2):%-2046s%s", "ds", "open" + repeated(2042, ' ') + "o"},
       {"(1):%9999999d", "d", repeated(2047, ' ')},
       {"(1):%.2147483647d", "d", repeated(2047, '0')},
-      {"(1):%-99999999999d|", "d", "5" + repeated(2046, ' ')},
+      {"(1):%-4294967299d|", "d", "5" + repeated(2046, ' ')},
   };
   for (const auto& row : rows) EXPECT_EQ(show(row.entry, row.kinds, 5L, "open"), row.text);
   EXPECT_EQ(show("(1):bb%5s", "s", repeated(3000).c_str()), "bb" + repeated(2045));
