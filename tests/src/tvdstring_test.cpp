@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "failing_heap.h"
+#include "faults.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ TEST_F(DString, FailuresLeaveTheRecordAsItWas) {
                {0, LONG_MAX, "2147483648"}};
   for (const auto& c : cases) {
     const TvDString before = ds_;
-    const FailingHeap failing(0);
+    const FailingCall failing("malloc", ENOMEM);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     if (c.setLength > 0) {

@@ -9,8 +9,9 @@
 #include <vector>
 
 #include <povzel/hash.h>
+#include <povzel/hostdebug.h>
 #include <povzel/utlheap.h>
-#include "failing_heap.h"
+#include "faults.h"
 
 namespace {
 
@@ -81,7 +82,7 @@ TEST_P(KeyedTable, FailedAllocationsLeaveTheTableAsItWas) {
   for (int succeed = 0; succeed <= 12; ++succeed) {  // twelve entries, and then the buckets
     TvDeleteHashTable(&table_);
     TvInitHashTable(&table_, GetParam());
-    const FailingHeap failing(succeed);
+    const FailingCall failing("malloc", ENOMEM, succeed);
     CaptureStdout();
     CaptureStderr();
     for (unsigned i = 0; i < 12; ++i) {
@@ -143,7 +144,7 @@ TEST(TvHash, StatsCountChains) {
 
   CaptureStdout();
   CaptureStderr();
-  const FailingHeap failing(0);
+  const FailingCall failing("malloc", ENOMEM);
   EXPECT_EQ(TvHashStats(&table), nullptr);
   GetCapturedStdout();
   EXPECT_EQ(GetCapturedStderr(), "malloc failure allocating 900 bytes: tvhash\n");
