@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -63,9 +64,10 @@ std::string makeInput(const std::vector<std::string>& corpus, std::mt19937 rando
 }
 
 void run(const std::string& input) {
-  const std::vector<std::uint8_t> exact(input.begin(), input.end());  // sanitizers see its end
+  const auto exact = std::make_unique<std::uint8_t[]>(input.size());  // sanitizers see its end
+  std::copy(input.begin(), input.end(), exact.get());
   alarm(secondsPerInput);
-  LLVMFuzzerTestOneInput(exact.data(), exact.size());
+  LLVMFuzzerTestOneInput(exact.get(), input.size());
 }
 
 }  // namespace
