@@ -4,16 +4,17 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <numeric>
 #include <optional>
 #include <sstream>
 #include <string_view>
 
 #include <povzel/hostdebug.h>
+#include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
 #include "process.h"
 
@@ -141,99 +142,54 @@ class TrappedCalls {
   const OsCalls kept_ = osCallsForTests;
 };
 
-// What is printed goes into a file, and from there to where it was meant for if a test fails.
-class Hush {
- public:
-  Hush() {
-    std::fflush(nullptr);
-    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-      kept_[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 20);
-      dup2(fileno(file_), fd);
-    }
-  }
-  ~Hush() {
-    std::fflush(nullptr);
-    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-      dup2(kept_[fd], fd);
-      close(kept_[fd]);
-    }
-    if (testing::Test::HasFailure()) showAll();
-    std::fclose(file_);
-  }
-  Hush(const Hush&) = delete;
-  Hush& operator=(const Hush&) = delete;
-
- private:
-  void showAll() {
-    std::rewind(file_);
-    for (int character; (character = std::fgetc(file_)) != EOF;) std::putchar(character);
-  }
-
-  std::FILE* file_ = std::tmpfile();
-  std::array<int, 3> kept_ = {};
-};
-
-void describeFiles(std::ostream& out, const std::string& directory) {
-  namespace fs = std::filesystem;
-  std::set<std::string> entries;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
-    std::string line = entry.path();
-    if (entry.is_symlink()) {
-      line += " -> " + fs::read_symlink(entry.path()).string();
-    } else if (entry.is_regular_file()) {
-      line += ": " + readFile(entry.path());
-    }
-    entries.insert(line);
-  }
-  for (const std::string& entry : entries) out << entry << "\n";
+std::string linkOf(const std::string& name) {
+  char target[256];
+  const ssize_t length = readlink(name.c_str(), target, sizeof target);
+  return length < 0 ? "" : std::string(target, static_cast<std::size_t>(length));
 }
 
-void describeDescriptors(std::ostream& out) {
-  for (int fd = 0; fd < 64; ++fd) {
-    char target[256];
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = readlink(link.c_str(), target, sizeof target);
-    if (length >= 0)
-      out << fd << " " << std::string(target, static_cast<std::size_t>(length)) << "\n";
-  }
+template <typename... Parts>
+std::string lineOf(const Parts&... parts) {
+  std::ostringstream line;
+  ((line << parts << " "), ...);
+  return line.str() + "\n";
 }
 
-// All of the process that an operation must not change, in lines.
-std::string stateOf(const std::string& directory) {
-  std::ostringstream out;
-  uid_t user[3];
-  gid_t group[3];
-  getresuid(&user[0], &user[1], &user[2]);
-  getresgid(&group[0], &group[1], &group[2]);
-  out << "ids";
-  for (int kind = 0; kind < 3; ++kind) out << " " << user[kind] << ":" << group[kind];
+// All of the process that an operation must not change.
+std::string processState() {
   const mode_t mask = umask(0);
   umask(mask);
-  out << "\numask " << mask << "\nin " << std::filesystem::current_path().string() << "\nblocked";
   sigset_t blocked;
   pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  const std::string folder = linkOf("/proc/self/cwd");
+  std::string state = lineOf(folder, getuid(), getgid(), geteuid(), getegid(), mask);
   for (int sig = 1; sig <= SIGRTMAX; ++sig) {
-    if (sigismember(&blocked, sig) == 1) out << " " << sig;
+    struct sigaction action = {};
+    sigaction(sig, nullptr, &action);
+    const bool isBlocked = sigismember(&blocked, sig) == 1;
+    if (!isBlocked && action.sa_handler == SIG_DFL) continue;
+    const auto handler = reinterpret_cast<void*>(action.sa_handler);
+    state += lineOf("signal", sig, isBlocked, handler, action.sa_flags);
   }
-  out << "\n";
-  for (int sig = 1; sig <= SIGRTMAX; ++sig) {
-    struct sigaction action;
-    if (sigaction(sig, nullptr, &action) != 0 || action.sa_handler == SIG_DFL) continue;
-    out << "signal " << sig << " " << reinterpret_cast<void*>(action.sa_handler) << " "
-        << action.sa_flags << "\n";
+  for (int fd = 0; fd < 64; ++fd) {
+    const std::string file = linkOf("/proc/self/fd/" + std::to_string(fd));
+    if (!file.empty()) state += lineOf("file", fd, file);
   }
-  describeDescriptors(out);
-  if (!directory.empty()) describeFiles(out, directory);
-  if (waitpid(-1, nullptr, WNOHANG) != -1) out << "a child\n";
-  return out.str();
+  return waitpid(-1, nullptr, WNOHANG) == -1 ? state : state + "a child\n";
+}
+
+std::string contentOf(const std::string& directory) {
+  if (directory.empty()) return "";
+  std::set<std::string> lines;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+    const std::string content = entry.is_regular_file() ? readFile(entry.path()) : "";
+    lines.insert(lineOf(entry.path(), linkOf(entry.path()), content));
+  }
+  return std::accumulate(lines.begin(), lines.end(), std::string());
 }
 
 int failures() {
   return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
-}
-
-std::size_t allocatedBytes() {
-  return mallinfo2().uordblks;
 }
 
 // One operation under test.
@@ -262,26 +218,27 @@ class Sweep {
   // Runs the operation with its call `number` failing. Returns false if there is no such call.
   bool runWithout(int number) {
     plan_.prepare();
-    before_ = stateOf(plan_.directory);
-    const std::size_t allocated = allocatedBytes();
+    process_ = processState();
+    content_ = contentOf(plan_.directory);
+    const std::size_t allocated = mallinfo2().uordblks;
     calls_.set(number, plan_.error, any, !plan_.inChildren, plan_.inChildren);
     said_ = operation_();
     calls_.release();
-    grown_ = allocatedBytes() > allocated;
+    grown_ = mallinfo2().uordblks > allocated;
     return trap().struck != none;
   }
 
   void judge(const std::string& name) const {
+    EXPECT_EQ(process_, processState());
     if (plan_.tolerated.contains(name)) {
       EXPECT_TRUE(said_.success) << "should be tolerated";
-      return;
+    } else if (!said_.success || !plan_.sometimesTolerated.contains(name)) {
+      EXPECT_FALSE(said_.success);
+      EXPECT_EQ(content_, contentOf(plan_.directory));
+      if (said_.error != Said::nothing) {
+        EXPECT_EQ(said_.error, name == "malloc" ? ENOMEM : plan_.error);
+      }
     }
-    if (said_.success && plan_.sometimesTolerated.contains(name)) return;
-    EXPECT_FALSE(said_.success);
-    if (said_.error != Said::nothing) {
-      EXPECT_EQ(said_.error, name == "malloc" ? ENOMEM : plan_.error);
-    }
-    EXPECT_EQ(before_, stateOf(plan_.directory));
   }
 
   // What a first failure allocates may be kept for the next, but no more.
@@ -299,9 +256,9 @@ class Sweep {
   const std::function<Said()>& operation_;
   const FaultPlan& plan_;
   const int failuresBefore_ = failures();
-  const Hush hush_;
   const TrappedCalls calls_;
-  std::string before_;
+  std::string process_;
+  std::string content_;
   Said said_ = {};
   bool grown_ = false;
 };
@@ -322,5 +279,21 @@ FailingCall::~FailingCall() {
 }
 
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan) {
-  return Sweep(operation, plan).run();
+  const CallNames failed = Sweep(operation, plan).run();
+  if (plan.interruptible.empty()) return failed;
+  FaultPlan interrupted = plan;
+  interrupted.error = EINTR;
+  interrupted.tolerated.insert(plan.interruptible.begin(), plan.interruptible.end());
+  Sweep(operation, interrupted).run();
+  for (const std::string& call : plan.interruptible) {
+    if (call == "write") continue;  // has written half, which is no failure
+    plan.prepare();
+    const FailingCall failing(call, EINTR);
+    HostIncrementSigTerm();
+    EXPECT_FALSE(operation().success) << call << " goes on though the process is to end";
+    EXPECT_EQ(HostClearSigTerm(), 1);
+    while (waitpid(-1, nullptr, 0) > 0) {  // the child that was not waited for
+    }
+  }
+  return failed;
 }

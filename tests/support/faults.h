@@ -36,6 +36,9 @@ struct FaultPlan {
   CallNames tolerated = {};
   // Calls whose failure it survives in some of the places where it makes them.
   CallNames sometimesTolerated = {};
+  // Calls that are made again after a signal, unless the process has been asked to end. If there
+  // are any, all is done with EINTR as well.
+  CallNames interruptible = {};
   // The calls of the processes that the operation forks fail, not its own.
   bool inChildren = false;
   // A folder that a failed operation leaves as it was.
@@ -48,7 +51,7 @@ struct FaultPlan {
 // and expects of each run
 //   - that it says so, with the right errno value if it says one;
 //   - that it leaves no descriptor open, no memory allocated and no child behind, and ids, mask,
-//     signal actions, current directory and `directory` as they were;
+//     signal actions, current directory and, unless it succeeded, `directory` as they were;
 //   - that the same operation succeeds afterwards.
-// Returns the calls that failed. What is printed meanwhile is shown only if an expectation fails.
+// Returns the calls that failed.
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan = {});
