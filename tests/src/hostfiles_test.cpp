@@ -167,7 +167,7 @@ TEST_F(HostFiles, ReadAndWriteWholeBuffers) {
   failEachCall(write, {.interruptible = {"write"}});
   const auto read = [&] {
     const bool whole = HostReadFile(ends[0], got, 8, &error) != 0;
-    return Said{whole && std::memcmp(bytes, got, 8) == 0, error};
+    return Said(whole && std::memcmp(bytes, got, 8) == 0, error);
   };
   failEachCall(read, {.interruptible = {"read"}, .prepare = [&] { write(); }});
 
@@ -186,7 +186,7 @@ TEST_F(HostFiles, ReadAndWriteWholeBuffers) {
 TEST_F(HostFiles, FailuresOfAnyCall) {
   const std::string file = at("f");
   const std::string folder = at("d");
-  const auto say = [&](bool success) { return Said{success, why_.theErrno}; };
+  const auto say = [&](bool success) { return Said(success, why_.theErrno); };
   const auto descriptor = [&](int fd) {
     why_.theErrno = errno;
     return say(fd >= 0 && close(fd) == 0);
@@ -210,10 +210,8 @@ TEST_F(HostFiles, FailuresOfAnyCall) {
       {[&] { return say(HostRemoveSingleFile(file.c_str(), 1, &why_)); }},
       {[&] { return say(HostCreateDirectory(folder.c_str(), &why_)); }, forNames},
       {[&] { return say(HostRemoveDirectory(at("e").c_str(), &why_)); }, forNames},
-      {[&] { return Said{HostRemoveFile(at("none*").c_str(), 1) != 0}; },
-       forTerminals,
-       {"waitpid"}},
-      {[&] { return Said{HostSpawn("") != 0}; }, forTerminals, {"waitpid"}}};
+      {[&] { return HostRemoveFile(at("none*").c_str(), 1); }, forTerminals, {"waitpid"}},
+      {[&] { return HostSpawn(""); }, forTerminals, {"waitpid"}}};
   setenv("SHELL", "true", 1);
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
@@ -344,7 +342,7 @@ TEST(HostLimits, MaxFilesByRequest) {
   const auto set = [] {
     SysErrorSType err{};
     const bool done = HostSetMaxFiles(HostGetMaxFiles(), &err) != 0;
-    return Said{done, static_cast<int>(err.hostError)};
+    return Said(done, err.hostError);
   };
   EXPECT_EQ(failEachCall(set), (CallNames{"getrlimit", "setrlimit"}));
   const long requests = sysconf(_SC_AIO_MAX);

@@ -1,8 +1,8 @@
 #include <povzel/utlexit.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
+
+#include <filesystem>
 
 #include <filesystem>
 
@@ -11,8 +11,6 @@
 #include "process.h"
 
 namespace {
-
-using testing::StartsWith;
 
 template <char name>
 void say() {
@@ -90,36 +88,6 @@ TEST(UtlAppendLfToFile, EndsEveryLine) {
   std::remove("lines");
   EXPECT_TRUE(UtlAppendLfToFile("lines"));
   EXPECT_FALSE(std::filesystem::exists("lines"));
-}
-
-TEST(UtlAppendLfToFile, ReportsTheStepThatFailed) {
-  constexpr rlim_t size = 4096;  // more than the report on standard error has
-  writeFile("limited", std::string(size, 'a'));
-  const ChildResult child = runInChild([] {
-    EXPECT_FALSE(UtlAppendLfToFile("/"));
-    signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit limit = {size, size};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_FALSE(UtlAppendLfToFile("limited"));
-  });
-  EXPECT_EQ(child.out, "");
-  EXPECT_THAT(child.err, testing::MatchesRegex(
-                             "UtlAppendLfToFile: Operation fopen\\(\\) failed at line 2828: .*\n"
-                             "UtlAppendLfToFile: Operation fputc\\(\\) failed at line 2858: .*\n"));
-}
-
-TEST(UtlResetOutput, RedirectsBothStreamsOrSaysWhyNot) {
-  char why[300] = "";
-  const ChildResult child = runInChild([&] {
-    EXPECT_TRUE(UtlResetOutput("redirected", why, sizeof why));
-    std::puts("out");
-    std::fputs("err\n", stderr);
-    EXPECT_FALSE(UtlResetOutput("/nonexistent/x", why, sizeof why));
-    writeFile("why", why);
-  });
-  EXPECT_THAT(readFile("redirected"),
-              testing::AllOf(testing::HasSubstr("out\n"), testing::HasSubstr("err\n")));
-  EXPECT_THAT(readFile("why"), StartsWith("[utl.freopen /nonexistent/x "));
 }
 
 }  // namespace

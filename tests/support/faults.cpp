@@ -259,7 +259,7 @@ class Sweep {
   const TrappedCalls calls_;
   std::string process_;
   std::string content_;
-  Said said_ = {};
+  Said said_ = false;
   bool grown_ = false;
 };
 

@@ -23,10 +23,12 @@ class FailingCall {
 
 // What an operation says of itself: whether it succeeded, and the errno value in its record.
 struct Said {
-  static constexpr int nothing = -1;
+  static constexpr long nothing = -1;
+
+  Said(bool succeeded, long errnoValue = nothing) : success(succeeded), error(errnoValue) {}
 
   bool success;
-  int error = nothing;
+  long error;
 };
 
 struct FaultPlan {
