@@ -5,8 +5,8 @@
 
 #include "internal.h"
 
-// The system calls (internal.h): a test may replace any, and puts it back.
-extern OsCalls osCallsForTests;
+// The system calls are osCallsForTests (internal.h), the table that the library knows as `os`: a
+// test replaces any of its entries and puts it back.
 
 // The function that every wrapper of utlheap.h allocates with: malloc unless a test changes it.
 extern void* (*utlHeapAllocateForTests)(std::size_t length);

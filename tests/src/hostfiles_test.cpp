@@ -146,6 +146,9 @@ TEST_F(HostFiles, DirectoryListsMatchingEntries) {
       UnorderedElementsAre(at("a.c"), at("b.c"), at("n.h"), at("x\\y"), at("."), at(".."));
   EXPECT_THAT(listed(at("")), all);
   EXPECT_THAT(listed(scratch_.path()), all);
+  fs::create_directory(at("z\\"));
+  scratch_.write("z\\/y", "");  // an escaped "/" parts no names
+  EXPECT_THAT(listed(at("z\\/y")), UnorderedElementsAre());
   EXPECT_THAT(listed("/tm?"), UnorderedElementsAre("//tmp"));
   EXPECT_THAT(listed(""), UnorderedElementsAre());
 }
@@ -296,6 +299,8 @@ TEST_F(HostIds, UserFilesAreTouchedUnderTheRealIds) {
   };
   EXPECT_EQ(under(root, root, nobody, nobody, look), 5);
   EXPECT_EQ(under(other, other, nobody, nobody, look), EACCES);
+  fs::remove(name_);
+  EXPECT_EQ(under(root, root, nobody, nobody, look), EACCES);
 }
 
 // The effective ids must come back also where a set-id program has dropped the right to set groups.
