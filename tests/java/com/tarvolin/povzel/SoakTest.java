@@ -28,12 +28,12 @@ class SoakTest {
 
     // A small number, or now and then one at an edge.
     private long number() {
-        return random.nextInt(4) > 0 ? random.nextInt(6) : pick(List.of(-1L, 20L, 1L << 20,
+        return random.nextInt(4) > 0 ? 1 + random.nextInt(5) : pick(List.of(-1L, 0L, 20L,
                 1L << 31, 1L << 32, (long) Integer.MAX_VALUE, Long.MIN_VALUE, Long.MAX_VALUE));
     }
 
     private PovZelReport report() {
-        return random.nextInt(100) == 0 ? null : random.nextBoolean()
+        return random.nextInt(100) == 0 ? null : random.nextInt(4) > 0
                 ? PovZelValues.existing(pick(oops))
                 : PovZelValues.simple(pick(List.of(true, 'x', 5, 1 << 30, 2.5, "text", "\u20ac")));
     }
@@ -91,8 +91,9 @@ class SoakTest {
         for (int round = 0; round < SESSIONS; round++) {
             try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
                 oops.clear();
-                for (String text : List.of("ByteArray new: 3", "Array new: 3", "3 -> 4",
-                        "'text' copy", "Set new", "nil", "7", "[:x | x]", "Array")) {
+                for (String text : List.of("ByteArray new: 9", "ByteArray new: 9", "'text' copy",
+                        "Array new: 9", "Array new: 9", "3 -> 4", "3 -> 4", "Set new", "nil",
+                        "[:x | x]")) {
                     PovZelReport made = new PovZelReport();
                     PovZelInterface._executeStr(session.id(), text, made, new PovZelException());
                     oops.add(made.oop);
