@@ -354,37 +354,38 @@ TEST(HostLimits, MaxFilesByRequest) {
   EXPECT_EQ(HostGetMaxAioRequests(), requests == -1 ? 128 : requests);
 }
 
+// What silent lines read and show at a terminal whose settings can be read and changed, or not.
+std::string askSilently(bool isTerminal, bool obeys) {
+  static bool readable;
+  static bool changeable;
+  readable = isTerminal;
+  changeable = obeys;
+  return runInChild([] {
+           osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
+             now->c_lflag = ECHO;
+             return readable ? 0 : -1;
+           };
+           osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
+             std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
+             return changeable ? 0 : -1;
+           };
+           writeFile("typed", "\nsecret and more\nab");
+           dup2(open("typed", O_RDONLY), STDIN_FILENO);
+           for (const std::size_t size : {8, 8, 0, 80, 80, 80}) {
+             char line[80] = "#";
+             HostSilentGetLine("? ", line, size);
+             std::printf("%s|", line);
+           }
+         })
+      .out;
+}
+
 TEST(HostTerminal, SilentLineHidesWhatIsTyped) {
-  const auto ask = [](bool terminal, bool refuses) {
-    return inChild([&] {
-             static bool answers;
-             static bool silences;
-             answers = terminal;
-             silences = !refuses;
-             osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
-               now->c_lflag = ECHO;
-               return answers ? 0 : -1;
-             };
-             osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
-               std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
-               return silences ? 0 : -1;
-             };
-             std::FILE* typed = std::tmpfile();
-             std::fputs("\nsecret and more\nab", typed);
-             std::rewind(typed);
-             dup2(fileno(typed), STDIN_FILENO);
-             for (const std::size_t size : {8, 8, 0, 80, 80, 80}) {
-               char line[80] = "#";
-               HostSilentGetLine("? ", line, size);
-               std::printf("%s|", line);
-             }
-             return 0;
-           })
-        .out;
-  };
-  EXPECT_EQ(ask(false, false), "? \n|? \nsecret |? \n#|? \nand more|? \nab|? \n|");
-  EXPECT_THAT(ask(true, false), testing::StartsWith("? <off><on>\n|? <off><on>\nsecret |"));
-  EXPECT_THAT(ask(true, true), testing::StartsWith("? <off><on>\n|? <off><on>\nsecret |"));
+  EXPECT_EQ(askSilently(false, false), "? \n|? \nsecret |? \n#|? \nand more|? \nab|? \n|");
+  for (const bool obeys : {false, true}) {
+    EXPECT_THAT(askSilently(true, obeys),
+                testing::StartsWith("? <off><on>\n|? <off><on>\nsecret |"));
+  }
 }
 
 TEST(HostSpawn, ResultsActionsAndShells) {

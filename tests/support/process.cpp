@@ -1,9 +1,7 @@
 #include "process.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -43,11 +41,6 @@ class CapturedOutput {
  private:
   FILE* file_;
 };
-
-[[noreturn]] void endForWantOfRights(const char* what) {
-  std::perror(what);
-  _exit(99);
-}
 
 void (*onThirdTick)() = nullptr;
 
@@ -91,19 +84,6 @@ ChildResult runInChild(const std::function<void()>& body) {
 
 int exitCode(const ChildResult& child) {
   return WIFEXITED(child.status) ? WEXITSTATUS(child.status) : -1;
-}
-
-void useOwnMounts() {
-  if (unshare(CLONE_NEWNS) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    endForWantOfRights("own mounts");
-  }
-}
-
-void showAs(const std::string& source, const std::string& target) {
-  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-    endForWantOfRights(target.c_str());
-  }
 }
 
 std::string readFile(const std::string& name) {

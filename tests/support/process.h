@@ -29,12 +29,6 @@ ChildResult inChild(const std::function<int()>& body);
 // The code that a child exited with; -1 if a signal ended it.
 int exitCode(const ChildResult& child);
 
-// Gives a child mounts of its own. Ends it with code 99 when the system does not allow that.
-void useOwnMounts();
-
-// Shows the file `source` as `target` to a child with mounts of its own.
-void showAs(const std::string& source, const std::string& target);
-
 // Files
 
 // The content of a file; empty when it cannot be read.
