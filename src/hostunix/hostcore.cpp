@@ -39,9 +39,7 @@ constexpr int signalsWhileWaiting[] = {SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT,
                                        SIGABRT, SIGTSTP, SIGCONT};
 
 void reportError(const char* symbol, int error) {
-  ErrMsgStrType reason;
-  UnixErr(error, reason, sizeof reason);
-  verCatalogueMessage(stderr, symbol, "ds", static_cast<long>(error), reason);
+  verCatalogueMessage(stderr, symbol, "ds", static_cast<long>(error), ErrnoText(error).text);
 }
 
 int waitSeconds() {

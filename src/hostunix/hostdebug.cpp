@@ -60,10 +60,8 @@ void hostPrintDebuggerBanner(const char* caller) {
 }
 
 void hostErrnoMessage(int error, ErrMsgStrType text) {
-  ErrMsgStrType reason;
-  UnixErr(error, reason, sizeof reason);
   ErrMsgSymToText("fault.errno", text, sizeof(ErrMsgStrType), "ds", static_cast<long>(error),
-                  reason);
+                  ErrnoText(error).text);
 }
 
 void hostForgetFatalReports() {

@@ -31,9 +31,7 @@ struct FailureText {
     return false;
   }
   bool failedCall(const char* call, int error) const {
-    ErrMsgStrType reason;
-    UnixErr(error, reason, sizeof reason);
-    return fail("host.syscallfailed", "ss", call, reason);
+    return fail("host.syscallfailed", "ss", call, ErrnoText(error).text);
   }
   bool failedAllocation() const { return failedCall("malloc", ENOMEM); }
 };
@@ -55,9 +53,7 @@ bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureTe
   errno = 0;
   const struct passwd* entry = os.getpwnam(user);
   if (entry == nullptr) {
-    ErrMsgStrType reason;
-    UnixErr(errno, reason, sizeof reason);
-    return failure.fail("host.fork1", "s", reason);
+    return failure.fail("host.fork1", "s", ErrnoText(errno).text);
   }
   if (parentUid != 0 && parentUid != entry->pw_uid) return failure.fail("host.fork1a", "s", user);
   plan.byDaemon = true;

@@ -74,9 +74,7 @@ class PreparationLimit {
 };
 
 void errorMessage(FILE* stream, const char* symbol, int error) {
-  ErrMsgStrType reason;
-  UnixErr(error, reason, sizeof reason);
-  verCatalogueMessage(stream, symbol, "s", reason);
+  verCatalogueMessage(stream, symbol, "s", ErrnoText(error).text);
 }
 
 // Ends a box with the reason, and the child.
@@ -88,10 +86,9 @@ void errorMessage(FILE* stream, const char* symbol, int error) {
 
 // Reports a failed system call outside any box, and ends the child.
 [[noreturn]] void endChildAfterCall(const char* call, int error) {
-  ErrMsgStrType reason;
-  UnixErr(error, reason, sizeof reason);
   std::fprintf(stderr, "%s failure, errno = %ld,  at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(std::time(nullptr)), reason);
+               static_cast<long>(error), static_cast<long>(std::time(nullptr)),
+               ErrnoText(error).text);
   endChild();
 }
 
@@ -227,12 +224,11 @@ void writeLogHeader(FILE* stream, const ForkPlan& plan) {
 }
 
 [[noreturn]] void endChildAfterLogCall(const char* format, int log, int error) {
-  ErrMsgStrType reason;
-  UnixErr(error, reason, sizeof reason);
   char call[64];
   std::snprintf(call, sizeof call, format, log);
   std::fprintf(stderr, "%s failed, errno = %ld, at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(std::time(nullptr)), reason);
+               static_cast<long>(error), static_cast<long>(std::time(nullptr)),
+               ErrnoText(error).text);
   endChild();
 }
 

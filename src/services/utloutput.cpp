@@ -10,7 +10,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/unixerr.h>
 #include <povzel/unixio.h>
-#include "basics/internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -82,10 +82,8 @@ BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errText
   HostExpandFileName(fileName, expanded, sizeof expanded);
   errno = 0;
   if (redirectOutput(expanded)) return 1;
-  ErrMsgStrType reason;
-  UnixErr(errno, reason, sizeof reason);
   if (errText != nullptr && errTextSize > 0) {
-    ErrMsgSymToText("utl.freopen", errText, errTextSize, "ss", expanded, reason);
+    ErrMsgSymToText("utl.freopen", errText, errTextSize, "ss", expanded, ErrnoText(errno).text);
   }
   return 0;
 }

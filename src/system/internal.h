@@ -38,14 +38,11 @@ auto unixIoRetry(Call call) {
   }
 }
 
-// The catalogue's text for an errno value: "host.fork4" and its like take it as an argument.
-class ErrnoText {
- public:
-  explicit ErrnoText(int error) { UnixErr(error, text_, sizeof text_); }
-  operator const char*() const { return text_; }
+// The catalogue's text for an errno value, as an argument of other texts.
+struct ErrnoText {
+  explicit ErrnoText(int error) { UnixErr(error, text, sizeof text); }
 
- private:
-  ErrMsgStrType text_;
+  ErrMsgStrType text;
 };
 
 // Signal actions and masks put aside and back
