@@ -118,6 +118,8 @@ void useRealIdsInChild() {
 
 int UnixIoSystem(const char* cmd, BoolType interactively) {
   const Surroundings surroundings(interactively);
+  // fork would copy the page tables of a whole JVM, and the child does no more than exec.
+  // NOLINTNEXTLINE(clang-analyzer-unix.Vfork,clang-analyzer-security.insecureAPI.vfork)
   const pid_t child = os.refuseVfork() == 0 ? vfork() : -1;
   if (child == -1) {
     surroundings.putBackUnchanged();

@@ -279,7 +279,7 @@ FailingCall::~FailingCall() {
 }
 
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan) {
-  const CallNames failed = Sweep(operation, plan).run();
+  CallNames failed = Sweep(operation, plan).run();
   if (plan.interruptible.empty()) return failed;
   FaultPlan interrupted = plan;
   interrupted.error = EINTR;
