@@ -1,9 +1,12 @@
-#include <filesystem>
-
 #include <povzel/hostdebug.h>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include <povzel/hostcore.h>
 #include <povzel/hostfault.h>
