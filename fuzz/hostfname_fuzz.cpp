@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 // Made in the scratch folder, where the process then works in the tree's own folder "a".
 fs::path makeTree() {
-  const fs::path root = fs::canonical(fs::current_path()) / "tree";
+  fs::path root = fs::canonical(fs::current_path()) / "tree";
   fs::create_directories(root / "a/b/c");
   std::ofstream(root / "a/f") << "x";
   const std::pair<std::string, std::string> links[] = {
@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const fs::path root = makeTree();
   if (size < 2) return 0;
   std::string name(reinterpret_cast<const char*>(data + 2), size - 2);
-  name = name.c_str();
+  name.erase(std::min(name.find('\0'), name.size()));
   if ((data[0] & 1) != 0) name.insert(0, root.string() + "/");
   const std::size_t capacity = (data[0] & 2) != 0 ? 4096 : data[1];
 

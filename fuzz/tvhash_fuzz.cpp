@@ -23,7 +23,7 @@ const char* keyOf(std::string* bytes, long keyType) {
     bytes->resize(static_cast<std::size_t>(keyType) * sizeof(long));
   }
   const char* key = bytes->c_str();
-  if (keyType == 1) std::memcpy(&key, key, sizeof key);
+  if (keyType == 1) std::memcpy(&key, bytes->data(), sizeof(void*));
   return key;
 }
 
