@@ -66,9 +66,9 @@ jobject reportOf(OopType oop) {
 jobjectArray reportsOf(jint count) {
   jobjectArray reports = keep(jvm::newReports(count));
   const jvm::Frame frame(2 * distinctReports);
-  std::vector<jobject> distinct;
-  for (jint i = 0; i < distinctReports; ++i) {
-    distinct.push_back(jvm::newReport("objType=0 oop=" + std::to_string(idle::arrayOop)));
+  jobject distinct[distinctReports];
+  for (jobject& report : distinct) {
+    report = jvm::newReport("objType=0 oop=" + std::to_string(idle::arrayOop));
   }
   for (jint i = 0; i < count; ++i) {
     env->SetObjectArrayElement(reports, i, distinct[i % distinctReports]);

@@ -94,7 +94,10 @@ class StringTables {
     for (const std::string& key : asked_) benchmark::DoNotOptimize(map_.find(key)->second);
   }
   void findInMapByCString() {
-    for (const std::string& key : asked_) benchmark::DoNotOptimize(map_.find(key.c_str())->second);
+    for (const std::string& key : asked_) {
+      const char* text = key.c_str();
+      benchmark::DoNotOptimize(map_.find(text)->second);
+    }
   }
   void findInGlib() {
     for (const std::string& key : asked_) {

@@ -197,6 +197,7 @@ void HostTempFileSpec(char* buff, std::size_t buffSize) {
   auto* tempnamOfLibrary = reinterpret_cast<Tempnam*>(dlsym(RTLD_DEFAULT, "tempnam"));
   char* name = tempnamOfLibrary != nullptr ? tempnamOfLibrary(directory, nullptr) : nullptr;
   if (name == nullptr) return;
-  if (std::strlen(name) < buffSize) std::strcpy(buff, name);
+  const std::size_t length = std::strlen(name);
+  if (length < buffSize) std::memcpy(buff, name, length + 1);
   std::free(name);
 }
