@@ -45,7 +45,7 @@ struct ErrnoText {
   ErrMsgStrType text;
 };
 
-// Signal actions and masks put aside and back
+// Signal actions put aside and back
 
 // The C library's SIG_DFL and SIG_IGN have the type of a one-argument handler.
 inline UnixSigHandlerFType* unixIoActionAsHandler(sighandler_t action) {
@@ -74,34 +74,3 @@ class IgnoredSignal {
   int signal_;
   struct sigaction former_ = {};
 };
-
-// Signals are blocked in this thread while this lives; then its former mask is back.
-class BlockedSignals {
- public:
-  explicit BlockedSignals(const sigset_t& blocked) {
-    pthread_sigmask(SIG_BLOCK, &blocked, &former_);
-  }
-  ~BlockedSignals() { restore(); }
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-
-  // Puts the mask back before the end, in a child for example, which inherits it.
-  void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
-
- private:
-  sigset_t former_;
-};
-
-// Every signal, or those given.
-inline sigset_t allSignals() {
-  sigset_t set;
-  sigfillset(&set);
-  return set;
-}
-template <typename... Signals>
-sigset_t signalSet(Signals... signals) {
-  sigset_t set;
-  sigemptyset(&set);
-  (sigaddset(&set, signals), ...);
-  return set;
-}
