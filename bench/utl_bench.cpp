@@ -12,7 +12,7 @@
 #include <povzel/utlchecksum.h>
 #include <povzel/utlglob.h>
 #include <povzel/utltext.h>
-#include "basics/internal.h"
+#include "basics/fortests.h"
 #include "paired.h"
 
 namespace {
@@ -27,12 +27,12 @@ std::vector<unsigned char> randomBytes(std::size_t size) {
 // The ratio's bound is for the processor's best instructions, which `without` takes away.
 void checksum(benchmark::State& state, unsigned int without, double bound) {
   const auto bytes = randomBytes(static_cast<std::size_t>(state.range(0)));
-  const unsigned int all = utlCpuFeatures;
-  utlCpuFeatures &= ~without;
+  const unsigned int all = utlCpuFeaturesForTests;
+  utlCpuFeaturesForTests &= ~without;
   comparePaired(
       state, [&] { benchmark::DoNotOptimize(UtlChecksum(bytes.data(), bytes.size())); },
       [&] { benchmark::DoNotOptimize(crc32(0, bytes.data(), bytes.size())); }, {.bound = bound});
-  utlCpuFeatures = all;
+  utlCpuFeaturesForTests = all;
 }
 
 void BM_ChecksumBest(benchmark::State& state) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include <povzel/utlbits.h>
-#include "basics/internal.h"
+#include "basics/fortests.h"
 
 namespace {
 
@@ -27,12 +27,12 @@ class UtlChecksumWith : public testing::TestWithParam<unsigned int> {
  protected:
   void SetUp() override {
     if ((GetParam() & ~all_) != 0) GTEST_SKIP() << "the processor does not have them";
-    utlCpuFeatures = GetParam();
+    utlCpuFeaturesForTests = GetParam();
   }
-  void TearDown() override { utlCpuFeatures = all_; }
+  void TearDown() override { utlCpuFeaturesForTests = all_; }
 
  private:
-  unsigned int all_ = utlCpuFeatures;
+  unsigned int all_ = utlCpuFeaturesForTests;
 };
 
 INSTANTIATE_TEST_SUITE_P(Instructions, UtlChecksumWith,
