@@ -34,10 +34,6 @@ constexpr int defaultWaitSeconds = 60;
 constexpr unsigned waitStepSeconds = 3;
 constexpr int panicExitStatus = 1;
 
-// What still reaches a process that waits for a debugger.
-constexpr int signalsWhileWaiting[] = {SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT,
-                                       SIGABRT, SIGTSTP, SIGCONT};
-
 void reportError(const char* symbol, int error) {
   verCatalogueMessage(stderr, symbol, "ds", static_cast<long>(error), ErrnoText(error).text);
 }
@@ -56,9 +52,9 @@ void waitForAttachment(int seconds) {
   std::printf("    Process Id is %ld\n", static_cast<long>(getpid()));
   std::fflush(stdout);
 
-  sigset_t blocked;
-  sigfillset(&blocked);
-  for (const int signal : signalsWhileWaiting) sigdelset(&blocked, signal);
+  // What still reaches a process that waits for a debugger is left out.
+  const sigset_t blocked =
+      unixIoAllSignalsBut(SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT);
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
   const std::time_t start = std::time(nullptr);
   while (std::time(nullptr) - start < seconds) sleep(waitStepSeconds);
@@ -114,9 +110,7 @@ void preparePanicAttempt() {
   std::signal(SIGINT, SIG_IGN);
   std::signal(SIGABRT, SIG_DFL);
   std::signal(SIGQUIT, SIG_DFL);
-  sigset_t quit;
-  sigemptyset(&quit);
-  sigaddset(&quit, SIGQUIT);
+  const sigset_t quit = unixIoSignals(SIGQUIT);
   sigprocmask(SIG_UNBLOCK, &quit, nullptr);
   kill(getpid(), SIGQUIT);
 
@@ -183,6 +177,9 @@ pid_t startDumpingChild() {
 }
 
 BoolType dumpInChild() {
+  const SignalAction childEnds(SIGCHLD, unixIoDefaultAction);
+  const sigset_t allButChild = unixIoAllSignalsBut(SIGCHLD);
+  sigprocmask(SIG_SETMASK, &allButChild, nullptr);
   const pid_t child = startDumpingChild();
   if (child == 0) dumpCore();
   if (child < 0) {
@@ -232,18 +229,7 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
   }
 
   std::signal(SIGABRT, SIG_DFL);
-  struct sigaction byDefault = {};
-  byDefault.sa_handler = SIG_DFL;
-  struct sigaction oldChildAction;
-  sigaction(SIGCHLD, &byDefault, &oldChildAction);
-  sigset_t allButChild;
-  sigfillset(&allButChild);
-  sigdelset(&allButChild, SIGCHLD);
-  sigprocmask(SIG_SETMASK, &allButChild, nullptr);
-
   const BoolType dumped = dumpInChild();
-
-  sigaction(SIGCHLD, &oldChildAction, nullptr);
   // A panicking process is not asked to run the application down as well.
   if (coreAttempts == 1) hostShutDownApplication();
   return dumped;

@@ -123,10 +123,8 @@ bool hostChain(const SignalEvent& event) {
   sigset_t mask = action.sa_mask;
   if ((action.sa_flags & SA_NODEFER) == 0) sigaddset(&mask, event.signal);
   if ((action.sa_flags & static_cast<int>(SA_RESETHAND)) != 0) earlier->sa_handler = SIG_DFL;
-  sigset_t current;
-  pthread_sigmask(SIG_SETMASK, &mask, &current);
+  const SignalMask ofHandler(SIG_SETMASK, mask);
   callHandler(action, event);
-  pthread_sigmask(SIG_SETMASK, &current, nullptr);
   return true;
 }
 

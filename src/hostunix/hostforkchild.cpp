@@ -47,19 +47,8 @@ constexpr char blanks[] = " \t\n";
 // the parent had it.
 class PreparationLimit {
  public:
-  PreparationLimit() {
-    UNIXIO_DO_SIGNAL(SIGALRM, giveUp, &action_);
-    sigset_t alarms;
-    sigemptyset(&alarms);
-    sigaddset(&alarms, SIGALRM);
-    pthread_sigmask(SIG_UNBLOCK, &alarms, &mask_);
-    alarm(preparationSeconds);
-  }
-  ~PreparationLimit() {
-    alarm(0);
-    sigaction(SIGALRM, &action_, nullptr);
-    pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
-  }
+  PreparationLimit() { alarm(preparationSeconds); }
+  ~PreparationLimit() { alarm(0); }
   PreparationLimit(const PreparationLimit&) = delete;
   PreparationLimit& operator=(const PreparationLimit&) = delete;
 
@@ -69,8 +58,8 @@ class PreparationLimit {
     _exit(childFailureStatus);
   }
 
-  struct sigaction action_ = {};
-  sigset_t mask_;
+  const SignalMask mask_{SIG_UNBLOCK, unixIoSignals(SIGALRM)};
+  const SignalAction action_{SIGALRM, giveUp};
 };
 
 void errorMessage(FILE* stream, const char* symbol, int error) {
@@ -90,12 +79,6 @@ void errorMessage(FILE* stream, const char* symbol, int error) {
                static_cast<long>(error), static_cast<long>(std::time(nullptr)),
                ErrnoText(error).text);
   endChild();
-}
-
-void setCloseOnExec(int descriptor, bool closes) {
-  const int flags = os.fcntl(descriptor, F_GETFD, 0);
-  if (flags == -1) return;
-  os.fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
 }
 
 void closeInherited(const ForkPlan& plan) {
@@ -239,9 +222,9 @@ FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& envi
   if (!environment.set("TARVOLIN_CHILD_LOG", name)) endChildAfterCall("malloc()", ENOMEM);
   if (os.dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
   if (os.dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
-  setCloseOnExec(log, true);
-  setCloseOnExec(STDOUT_FILENO, false);
-  setCloseOnExec(STDERR_FILENO, false);
+  unixIoSetCloseOnExec(log, true);
+  unixIoSetCloseOnExec(STDOUT_FILENO, false);
+  unixIoSetCloseOnExec(STDERR_FILENO, false);
   openNullInput();
   FILE* stream = os.fdopen(STDOUT_FILENO, "a");
   if (stream == nullptr) endChildAfterLogCall("fdopen(%d, \"a\")", STDOUT_FILENO, errno);
@@ -251,9 +234,9 @@ FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& envi
 
 // Server mode: output and errors stay where they are, and the ready pipe is handed over.
 FILE* keepOutput(const ForkPlan& plan) {
-  setCloseOnExec(plan.pipeWrite, false);
-  setCloseOnExec(STDOUT_FILENO, false);
-  setCloseOnExec(STDERR_FILENO, false);
+  unixIoSetCloseOnExec(plan.pipeWrite, false);
+  unixIoSetCloseOnExec(STDOUT_FILENO, false);
+  unixIoSetCloseOnExec(STDERR_FILENO, false);
   openNullInput();
   return stderr;
 }

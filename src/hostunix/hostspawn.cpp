@@ -1,6 +1,5 @@
 #include <povzel/hostspawn.h>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -20,11 +19,6 @@ void composeShellCommand(char (&command)[shellCommandSize]) {
   std::snprintf(command, sizeof command, "%s -i", known ? shell : "/bin/sh");
 }
 
-void keepOpenOnExec(int fd) {
-  const int flags = os.fcntl(fd, F_GETFD, 0);
-  if (flags != -1) os.fcntl(fd, F_SETFD, flags & ~FD_CLOEXEC);
-}
-
 }  // namespace
 
 BoolType HostSpawn(const char* theCommand) {
@@ -41,7 +35,7 @@ BoolType HostInteractiveSpawn(const char* theCommand) {
   if (theCommand[0] == '\0') {
     composeShellCommand(shellCommand);
     theCommand = shellCommand;
-    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) keepOpenOnExec(fd);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) unixIoSetCloseOnExec(fd, false);
   }
   errno = 0;
   if (UnixIoSystem(theCommand, 1) == 0) return 1;

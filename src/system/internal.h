@@ -56,21 +56,67 @@ inline UnixSigHandlerFType* unixIoActionAsHandler(sighandler_t action) {
 inline UnixSigHandlerFType* const unixIoDefaultAction = unixIoActionAsHandler(SIG_DFL);
 inline UnixSigHandlerFType* const unixIoIgnoreAction = unixIoActionAsHandler(SIG_IGN);
 
-// A signal is ignored while this lives; then its former action is back, unchanged. Keeps errno at
-// the end.
-class IgnoredSignal {
+// A signal has another action while this lives; then its former one is back, unchanged. Keeps errno
+// at the end.
+class SignalAction {
  public:
-  explicit IgnoredSignal(int signal) : signal_(signal) {
-    UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, &former_);
+  SignalAction(int signal, UnixSigHandlerFType* action) : signal_(signal) {
+    UNIXIO_DO_SIGNAL(signal, action, &former_);
   }
-  ~IgnoredSignal() {
+  ~SignalAction() {
     const ErrnoKeeper keeper;
     sigaction(signal_, &former_, nullptr);
   }
-  IgnoredSignal(const IgnoredSignal&) = delete;
-  IgnoredSignal& operator=(const IgnoredSignal&) = delete;
+  SignalAction(const SignalAction&) = delete;
+  SignalAction& operator=(const SignalAction&) = delete;
 
  private:
   int signal_;
   struct sigaction former_ = {};
 };
+
+// A signal is ignored while this lives.
+struct IgnoredSignal : SignalAction {
+  explicit IgnoredSignal(int signal) : SignalAction(signal, unixIoIgnoreAction) {}
+};
+
+// Signal masks put aside and back
+
+// The set of these signals alone.
+template <typename... Signals>
+sigset_t unixIoSignals(Signals... signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  (sigaddset(&set, signals), ...);
+  return set;
+}
+
+// The set of all signals but these.
+template <typename... Signals>
+sigset_t unixIoAllSignalsBut(Signals... signals) {
+  sigset_t set;
+  sigfillset(&set);
+  (sigdelset(&set, signals), ...);
+  return set;
+}
+
+// Changes the thread's mask as pthread_sigmask does; the former mask is back when this dies, or
+// earlier by restore(). Signal-safe, and keeps errno.
+class SignalMask {
+ public:
+  SignalMask(int how, const sigset_t& signals) { pthread_sigmask(how, &signals, &former_); }
+  ~SignalMask() { restore(); }
+  SignalMask(const SignalMask&) = delete;
+  SignalMask& operator=(const SignalMask&) = delete;
+
+  void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+
+ private:
+  sigset_t former_;
+};
+
+// Descriptors across exec
+
+// Closes or keeps an open descriptor when the process executes a program. Does nothing to a closed
+// one.
+void unixIoSetCloseOnExec(int descriptor, bool closes);

@@ -38,6 +38,12 @@ BoolType statOutcome(int result, char* errText, std::size_t errTextSize) {
 
 }  // namespace
 
+void unixIoSetCloseOnExec(int descriptor, bool closes) {
+  const int flags = os.fcntl(descriptor, F_GETFD, 0);
+  if (flags == -1) return;
+  os.fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
+}
+
 void UNIXIO_DO_SIGNAL_(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler,
                        int flagsArg) {
   installHandler(sig, fct, oldHandler, flagsArg | SA_RESTART);

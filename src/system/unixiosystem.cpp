@@ -1,6 +1,5 @@
 // UnixIoSystem (unixio.h): a shell command, run in a child.
 
-#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,29 +15,10 @@ namespace {
 
 constexpr int execFailedStatus = 4;
 
-// Blocks signals in this thread until restored.
-class SignalMask {
- public:
-  explicit SignalMask(const sigset_t& blocked) { pthread_sigmask(SIG_BLOCK, &blocked, &former_); }
-  SignalMask(const SignalMask&) = delete;
-  SignalMask& operator=(const SignalMask&) = delete;
-
-  void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
-
- private:
-  sigset_t former_;
-};
-
-sigset_t allSignals() {
-  sigset_t set;
-  sigfillset(&set);
-  return set;
-}
-
 // What the shell's run changes in this process, and how it is put back.
 class Surroundings {
  public:
-  explicit Surroundings(BoolType interactively) : mask_(allSignals()) {
+  explicit Surroundings(BoolType interactively) {
     UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, &child_);
     UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, &timer_);
     if (interactively != 0) foreground_ = os.tcgetpgrp(STDIN_FILENO);
@@ -48,12 +28,11 @@ class Surroundings {
 
   const SignalMask& mask() const { return mask_; }
 
-  // After a run that never began: all is as before.
+  // After a run that never began: all is as before, the mask last, when this dies.
   void putBackUnchanged() const {
     const ErrnoKeeper keeper;
     sigaction(SIGCHLD, &child_, nullptr);
     sigaction(SIGVTALRM, &timer_, nullptr);
-    mask_.restore();
   }
 
   void putBack() const {
@@ -67,15 +46,11 @@ class Surroundings {
  private:
   // The shell may have left this process in the background, where the change would stop it.
   void takeForeground() const {
-    sigset_t terminalOutput;
-    sigemptyset(&terminalOutput);
-    sigaddset(&terminalOutput, SIGTTOU);
-    const SignalMask mask(terminalOutput);
+    const SignalMask mask(SIG_BLOCK, unixIoSignals(SIGTTOU));
     os.tcsetpgrp(STDIN_FILENO, foreground_);
-    mask.restore();
   }
 
-  SignalMask mask_;
+  const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
   struct sigaction child_ = {};
   struct sigaction timer_ = {};
   pid_t foreground_ = -1;
