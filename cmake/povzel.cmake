@@ -95,11 +95,13 @@ function(povzel_test name)
   endif()
 endfunction()
 
-# povzel_bench(NAME [INTERNALS] SOURCES... [LIBRARIES...]): a Google Benchmark program.
+# povzel_bench(NAME [INTERNALS] SOURCES... [LIBRARIES...]): a Google Benchmark program, part of the
+# target benchmarks.
 function(povzel_bench name)
   povzel_program(${name} bench ${ARGN})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/bench)
   target_link_libraries(${name} PRIVATE povzel_benchmark)
+  add_dependencies(benchmarks ${name})
 endfunction()
 
 # povzel_java(NAME OUTPUT jar RELEASE version SOURCES... [CLASSPATH jars...] [DEPENDS targets...]
