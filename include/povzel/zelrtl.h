@@ -24,10 +24,11 @@ POVZEL_EXPORT extern const ZelRtlJumpSType* rtlPrivZelRtlFuncs;
 // that opens is checked: feature level at least 312, compatibility level below 2.
 //
 // Returns 1 once the table is published. Returns 0 with the reason in `errBuf` (may be null), cut
-// to `errBufSize` bytes with its terminator; then nothing has changed. An empty search-path entry
-// is skipped. A file name of more than 23 characters, a candidate (entry, '/' and file name) of
-// more than 1023 or a search path of more than 2047 ends the search when it is reached, with a
-// text that says which it was and how long.
+// to `errBufSize` bytes with its terminator; then nothing has changed. "Library is already loaded."
+// and the refusals of an old or incompatible library are left out where they do not fit. An empty
+// search-path entry is skipped. A file name of more than 23 characters, a candidate (entry, '/' and
+// file name) of more than 1023 or a search path of more than 2047 ends the search when it is
+// reached, with a text that says which it was and how long.
 POVZEL_EXPORT BoolType ZelRtlLoad(BoolType useRpc, const char* path, char* errBuf,
                                   ArraySizeType errBufSize);
 

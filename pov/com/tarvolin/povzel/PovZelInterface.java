@@ -205,7 +205,7 @@ public final class PovZelInterface {
      * @param obj the object
      * @param cls the class
      * @param errReport receives the error
-     * @return 0 for no, a positive value for yes, -1 or -2
+     * @return the library's own boolean, 0 for no; -1 or -2
      */
     public static native int _isKindOf(int sessionId, PovZelReport obj, PovZelReport cls,
             PovZelException errReport);

@@ -15,7 +15,7 @@
 // the interface library reach the report unchanged; errors found by the bridge carry number 2318
 // and nil as category and context. Null reports, strings, arrays and elements, negative counts and
 // counts larger than the Java array are refused with such an error, which names the native and the
-// argument. No exception is ever pending when a native returns.
+// argument. No native leaves an exception of its own pending.
 //
 // Nothing here locks: environment, buffers, error record, string table and the interface library's
 // current session are process-wide, so callers make one native call at a time.
@@ -36,8 +36,8 @@ extern "C" {
 // library, or null. `bufSize`: transfer buffer size in bytes, which bounds every later transfer (a
 // quarter of it for oops). `preloadSize`: the most bytes of an object's contents that a full
 // description fetches; at most `bufSize`, raised to 16. `debugFlag`: 1 or more switches the trace
-// on standard output on, for good. A negative `bufSize` refuses every later transfer, a negative
-// `preloadSize` preloads nothing.
+// on standard output on, for good. With a negative `bufSize` nothing can be transferred later, with
+// a negative `preloadSize` nothing is preloaded.
 //
 // Returns 32, also when initialized before (then nothing else is done); -1 or -2 on failure. After
 // a failure it may be called again, but a library that was loaded stays loaded and makes the next
@@ -172,11 +172,12 @@ POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* e
 // the fields that apply are written. In particular `isString` and `isDBString` are only ever set:
 // whoever reuses a report clears them.
 //
-// Sizes that the library reports inconsistently count as 0 where they would be negative. A
-// date-time with fewer than three preloaded slots has 0 in place of those missing.
+// Where the sizes that the library reports contradict each other, no negative number of elements is
+// copied. A date-time with fewer than three preloaded slots has 0 in place of those missing.
 //
-// Returns 0; -1 with `jErrReport` filled; -2 if a Java array could not be had. Strings obtained
-// from GetSbString and its like are released on failure and after an immediate value.
+// Returns 0; -1 with `jErrReport` filled; -2 if a Java array, or the temporary string of a new
+// value, could not be had. Strings obtained from GetSbString and its like are released on failure
+// and after an immediate value.
 POVZEL_EXPORT jint setupReport(OopType resultOop, jobject result, jobject jErrReport,
                                BoolType fullSetup);
 

@@ -78,6 +78,7 @@ jint isKindOf(jobject jobj, jobject jcls, jobject jErrReport) {
   if (status != 0) return status;
   const jint answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
   if (errorPending(jErrReport)) return -1;
+  TRACE("isKindOf completed.");  // here, because a negative answer is no failure
   return answer;
 }
 
@@ -109,6 +110,6 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(JNIEnv* env, jclass,
 jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass, jint sessionId,
                                                          jobject jobj, jobject jcls,
                                                          jthrowable jErrReport) {
-  return bridge::runInSession({" isKindOf.", "isKindOf"}, env, sessionId, jErrReport,
+  return bridge::runInSession({" isKindOf."}, env, sessionId, jErrReport,
                               [&] { return bridge::isKindOf(jobj, jcls, jErrReport); });
 }
