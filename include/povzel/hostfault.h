@@ -26,7 +26,7 @@ using HostShrMemFuncType = void (*)();
 
 extern "C" {
 
-// How many SIGSEGV handlers are running now, in all threads together. The fourth ends the process.
+// How many SIGSEGV handlers are running now, in all threads together. The third ends the process.
 POVZEL_EXPORT extern long segvInProgressCount;
 
 // Installs the handler, once until HostShutDown. `flushFiles` is called before the process ends by

@@ -43,8 +43,8 @@ POVZEL_EXPORT BoolType HostFork(const char* cmd, const char* user, long unused1,
 
 // Starts `cmd` as a server: a child in a session of its own that keeps standard output and error
 // and the current directory. Waits until the server writes a byte into the pipe whose descriptor
-// it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0 with the reason in `msg`; when the server ended
-// or closed the pipe without a byte, *thePid still holds its id, otherwise 0.
+// it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0 with the reason in `msg`; once it was forked
+// *thePid holds its id, also when it ended or closed the pipe without a byte; otherwise 0.
 POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength,
                                       PidType* thePid);
 

@@ -15,8 +15,8 @@ POVZEL_EXPORT BoolType HostSpawn(const char* theCommand);
 // all), or "/bin/sh -i" when that variable is unset or too long; descriptors 0, 1 and 2 are then
 // kept open for it.
 //
-// Returns 1 if the command exited with status 0, or if its status is lost because nobody keeps
-// children's statuses (errno ECHILD, which is cleared); otherwise 0.
+// Returns 1 if the command exited with status 0, if a signal ended it, or if its status is lost
+// because nobody keeps children's statuses (errno ECHILD, which is cleared); otherwise 0.
 POVZEL_EXPORT BoolType HostInteractiveSpawn(const char* theCommand);
 
 }  // extern "C"

@@ -54,11 +54,14 @@ void hostForgetProtectedPages() {
 
 bool hostHandleGuardPageAccess(char* faultAddr) {
   bool unprotected = false;
-  for (protectedSType& slot : protectedPages) {
-    if (slot.pageAddr == nullptr || !covers(slot, faultAddr)) continue;
-    if (slot.protectHandler == nullptr) continue;
-    if (!slot.protectHandler(slot.pageAddr, faultAddr)) continue;
-    unprotected |= unprotect(slot);
+  for (const protectedSType& slot : protectedPages) {
+    const protectedSType page = slot;
+    if (page.pageAddr == nullptr || !covers(page, faultAddr)) continue;
+    if (page.protectHandler == nullptr) continue;
+    if (!page.protectHandler(page.pageAddr, faultAddr)) continue;
+    // The handler may have unprotected the page itself, and guarded another one in its slot.
+    protectedSType* kept = slotOf(page.pageAddr);
+    unprotected |= kept == nullptr || unprotect(*kept);
     if (faultAddr != nullptr) break;
   }
   return unprotected;
