@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include <povzel/errmsg.h>
+#include <povzel/errutl.h>
 #include <povzel/hostfname.h>
 #include <povzel/hostinit.h>
 #include <povzel/unixerr.h>
@@ -73,12 +74,7 @@ void showLocations() {
   std::puts("\nLocations");
   showVariable("TARVOLIN", "(not set: point it at the installation directory)");
   showVariable("TARVOLIN_LANG", "(not set: $TARVOLIN/sys/english67.err)");
-  const char* language = std::getenv("TARVOLIN_LANG");
-  HostFnameStrType messages;
-  HostExpandFileName(
-      language != nullptr && language[0] != '\0' ? language : "$TARVOLIN/sys/english67.err",
-      messages, sizeof messages);
-  item("Message file", messages);
+  item("Message file", ErrUtlErrFileName);
   item("", ErrMsgGetPanicked() ? "not usable: messages show as [symbol arguments]" : "in use");
   item("Global directory", UtlGetGlobalTarvolinDir());
   item("Lock directory", UtlGetFifoDir());

@@ -22,7 +22,8 @@ POVZEL_EXPORT BoolType UtlCheckAccess(const char* fileName, const char* accessTy
                                       HostErrSType* fileErr, BoolType userFile);
 
 // Writes the names of the files that match `wildcardSpec`, one a line with their directory, into
-// the file `fileSpec`. Returns 0 when that file cannot be written, else what HostDirectory does.
+// the file `fileSpec`. Returns 0 when that file cannot be opened to write, else what HostDirectory
+// does.
 POVZEL_EXPORT BoolType UtlDirectory(const char* wildcardSpec, const char* fileSpec);
 
 // Stores the modification time of `fname` in *modTime and returns 1, or returns 0 with the reason

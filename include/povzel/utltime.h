@@ -45,7 +45,8 @@ POVZEL_EXPORT char* UtlTimeStampMs_str();
 POVZEL_EXPORT void UtlTimeStampMsStr(std::time_t seconds, unsigned short milliSeconds, char* result,
                                      std::size_t resultSize, BoolType addCr);
 
-// Stores the date of `when` with its zone in *result, cut to 99 characters, and returns its text.
+// Stores the date of `when` with its zone in *result and returns its text, which is empty where the
+// format gives more than 99 characters.
 POVZEL_EXPORT char* UtlCtime(std::time_t when, ZelCTimeStringType* result);
 
 // localtime_r: splits *when into *result in the local time zone.

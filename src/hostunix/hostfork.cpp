@@ -95,20 +95,16 @@ bool planEnvironment(const ForkPlan& plan, ChildEnvironment& environment) {
          environment.set(reconnectVariable, reconnect);
 }
 
-// Opens the pipe for the server's byte. Where standard output or error is closed, the write end
-// must not take its place: what the server prints would pass for the byte.
+// Opens the pipe for the server's byte. What the server prints must not pass for the byte.
 bool openReadyPipe(ForkPlan& plan) {
   int ends[2];
   if (os.pipe2(ends, O_CLOEXEC) != 0) return false;
   plan.pipeRead = ends[0];
-  plan.pipeWrite = ends[1];
-  if (ends[1] > STDERR_FILENO) return true;
-
-  plan.pipeWrite = os.fcntl(ends[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  plan.pipeWrite = unixIoAboveStandard(ends[1]);
+  if (plan.pipeWrite >= 0) return true;
   const ErrnoKeeper keeper;
-  os.close(ends[1]);
-  if (plan.pipeWrite < 0) os.close(plan.pipeRead);
-  return plan.pipeWrite >= 0;
+  os.close(plan.pipeRead);
+  return false;
 }
 
 void closeReadyPipe(const ForkPlan& plan) {

@@ -55,7 +55,11 @@ bool redirectOutput(int file) {
   bool redirected = os.dup2(file, STDOUT_FILENO) >= 0;
   if (redirected && os.dup2(file, STDERR_FILENO) < 0) {
     const ErrnoKeeper keeper;
-    os.dup2(formerOutput, STDOUT_FILENO);
+    if (formerOutput < 0) {
+      os.close(STDOUT_FILENO);
+    } else {
+      os.dup2(formerOutput, STDOUT_FILENO);
+    }
     redirected = false;
   }
   const ErrnoKeeper keeper;
@@ -65,7 +69,8 @@ bool redirectOutput(int file) {
 
 // The same with the file `name`, opened to append.
 bool redirectOutput(const char* name) {
-  const int file = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0666);
+  int file = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0666);
+  if (file >= 0) file = unixIoAboveStandard(file);
   if (file < 0) return false;
   std::fflush(stdout);
   std::fflush(stderr);

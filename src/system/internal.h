@@ -120,3 +120,8 @@ class SignalMask {
 // Closes or keeps an open descriptor when the process executes a program. Does nothing to a closed
 // one.
 void unixIoSetCloseOnExec(int descriptor, bool closes);
+
+// Where standard input, output or error is closed, a new descriptor takes its place, and what the
+// program prints its file. Moves such a descriptor further up, close-on-exec; others stay. Returns
+// where it is now, or -1 with errno set; then the descriptor is closed.
+int unixIoAboveStandard(int descriptor);

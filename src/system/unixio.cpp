@@ -44,6 +44,14 @@ void unixIoSetCloseOnExec(int descriptor, bool closes) {
   os.fcntl(descriptor, F_SETFD, closes ? flags | FD_CLOEXEC : flags & ~FD_CLOEXEC);
 }
 
+int unixIoAboveStandard(int descriptor) {
+  if (descriptor > STDERR_FILENO) return descriptor;
+  const int moved = os.fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const ErrnoKeeper keeper;
+  os.close(descriptor);
+  return moved;
+}
+
 void UNIXIO_DO_SIGNAL_(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHandler,
                        int flagsArg) {
   installHandler(sig, fct, oldHandler, flagsArg | SA_RESTART);

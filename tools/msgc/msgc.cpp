@@ -97,7 +97,9 @@ void dump(const Command& command, Faults* faults) {
   std::string lines;
   for (const Message& message : readCompiled(command.input, faults)) lines += entryLines(message);
   if (command.output.empty()) {
-    std::fputs(lines.c_str(), stdout);
+    if (std::fputs(lines.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
+      faults->add("standard output", 0, "cannot be written: %s", std::strerror(errno));
+    }
   } else if (!faults->any()) {
     writeFile(command.output, lines, faults);
   }

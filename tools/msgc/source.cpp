@@ -56,12 +56,11 @@ void checkText(const std::string& file, const Message& message, Faults* faults) 
   std::size_t directives = 0;
   const std::string& text = message.text;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\') ++i;
-    if (i >= text.size() || text[i] != '%' || (i > 0 && text[i - 1] == '\\')) continue;
-    if (text.compare(i, 2, "%%") == 0) {
+    if (text[i] == '\\' || text.compare(i, 2, "%%") == 0) {
       ++i;
       continue;
     }
+    if (text[i] != '%') continue;
     const std::string directive = directiveAt(text, i);
     if (!isPlainDirective(directive)) {
       faults->add(file, message.line, "\"%s\" is no directive (a percent sign is written %%%%)",
@@ -140,6 +139,10 @@ std::vector<Message> readSource(const std::string& file, Faults* faults) {
     }
   }
   if (syntaxErr != 0) faults->addReported();
+  if (std::ferror(source.get()) != 0) {
+    faults->add(file, 0, "cannot be read: %s", std::strerror(errno));
+    return messages;
+  }
   checkEnd(file, source.get(), line, faults);
   return messages;
 }
