@@ -4,8 +4,6 @@
 
 #include <filesystem>
 
-#include <filesystem>
-
 #include <povzel/hostinit.h>
 #include <povzel/utloutput.h>
 #include "process.h"
@@ -18,22 +16,32 @@ void say() {
 }
 
 TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
-  const std::tuple<void (*)(), int, const char*> cases[] = {
+  const std::tuple<void (*)(), int, std::string> cases[] = {
       // Neither a late registration nor a nested run disturbs what goes on; an exit does.
       {[] {
          std::printf("%d", UtlAtExit(say<'x'>));
          UtlRunExitHandlers();
        },
-       7, "1ba"},
-      {[] { UtlExit(5); }, 5, ""},
+       7, "1 1ba"},
+      {[] { UtlExit(5); }, 5, "1 "},
       {[] {
          std::fputs("buffered", stdout);
          UtlExitMt(4);
        },
-       4, "buffered"},
+       4, "1 buffered"},
+      // A hundred fit, and the one numbered 100 no more.
+      {[] {
+         UtlInit();
+         int refused = 0;
+         for (int count = 0; count < 101; ++count) refused += count * UtlAtExit(say<'.'>);
+         std::printf("%d ", refused);
+         UtlRunExitHandlers();
+       },
+       7, "1 100 " + std::string(100, '.')},
   };
   for (const auto& [last, status, output] : cases) {
     const ChildResult child = runInChild([last = last] {
+      std::printf("%d ", UtlAtExit(say<'x'>));  // before there is a list
       UtlInit();
       UtlAtExit(say<'a'>);
       UtlAtExit(say<'b'>);
@@ -43,20 +51,6 @@ TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
     EXPECT_TRUE(child.exitedWith(status)) << child.status;
     EXPECT_EQ(child.out, output);
   }
-}
-
-TEST(UtlExit, RegistersAHundredHandlersBetweenInitAndRun) {
-  const ChildResult child = runInChild([] {
-    std::printf("%d ", UtlAtExit(say<'x'>));
-    UtlInit();
-    int refused = 0;
-    for (int count = 0; count < 100; ++count) refused += UtlAtExit(say<'.'>);
-    std::printf("%d %d ", refused, UtlAtExit(say<'x'>));
-    UtlRunExitHandlers();
-    std::printf(" %d", UtlAtExit(say<'x'>));
-    UtlRunExitHandlers();
-  });
-  EXPECT_EQ(child.out, "1 0 1 " + std::string(100, '.') + " 1");
 }
 
 TEST(UtlExit, RemovesTheChildLogAfterSuccessOnly) {
@@ -85,9 +79,7 @@ TEST(UtlAppendLfToFile, EndsEveryLine) {
     EXPECT_TRUE(UtlAppendLfToFile("lines"));
     EXPECT_EQ(readFile("lines"), after);
   }
-  std::remove("lines");
-  EXPECT_TRUE(UtlAppendLfToFile("lines"));
-  EXPECT_FALSE(std::filesystem::exists("lines"));
+  EXPECT_TRUE(UtlAppendLfToFile("none") && !std::filesystem::exists("none"));
 }
 
 }  // namespace
