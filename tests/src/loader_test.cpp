@@ -1,13 +1,14 @@
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <functional>
+#include <map>
 
 #include <povzel/dynlib.h>
 #include <povzel/zelrtl.h>
 #include <povzel/zeltable.h>
-#include "loaderhooks.h"
 
 using testing::AllOf;
 using testing::ElementsAre;
@@ -18,10 +19,58 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
+// What stands between the library and the dynamic loader.
+struct Hooks {
+  Strings events = {};  // the names asked for, "closed", calls of the table
+  std::map<std::string, std::string> stands = {};  // name asked for: file that is opened
+  const ZelRtlJumpSType* table = nullptr;          // that the fixture library hands out
+  int flags = 0;                                   // of the last dlopen
+  int errorCalls = 0;                              // of dlerror
+  bool errorsAreNull = false;                      // dlerror has nothing to say
+};
+Hooks hooks;
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+POVZEL_EXPORT void* dlopen(const char* name, int flags) noexcept {
+  static const auto real = reinterpret_cast<decltype(&dlopen)>(dlsym(RTLD_NEXT, "dlopen"));
+  if (name == nullptr) return real(name, flags);
+  hooks.events.emplace_back(name);
+  hooks.flags = flags;
+  const auto stand = hooks.stands.find(name);
+  return real(stand != hooks.stands.end() ? stand->second.c_str() : name, flags);
+}
+
+POVZEL_EXPORT int dlclose(void* library) noexcept {
+  static const auto real = reinterpret_cast<decltype(&dlclose)>(dlsym(RTLD_NEXT, "dlclose"));
+  const int result = real(library);
+  hooks.events.emplace_back(result == 0 ? "closed" : "not closed");
+  return result;
+}
+
+POVZEL_EXPORT char* dlerror() noexcept {
+  static const auto real = reinterpret_cast<decltype(&dlerror)>(dlsym(RTLD_NEXT, "dlerror"));
+  ++hooks.errorCalls;
+  char* reason = real();
+  return hooks.errorsAreNull ? nullptr : reason;
+}
+
+POVZEL_EXPORT const ZelRtlJumpSType* fixtureTable() {
+  return hooks.table;
+}
+
+}  // extern "C"
+
+namespace {
+
 constexpr char unknownReason[] = " failed because (no error info returned)";
 constexpr char noTarvolin[] =
     "\nThe TARVOLIN environment variable is not defined.\n"
     "Setting it should correct this error.\n";
+constexpr char firstCandidate[] = "/no/tv/lib/libzelrpc67.so";
 
 void setVariables(const char* tarvolin, const char* base, const char* version) {
   for (const auto& [name, value] : {std::pair("TARVOLIN", tarvolin),
@@ -32,18 +81,24 @@ void setVariables(const char* tarvolin, const char* base, const char* version) {
   }
 }
 
+ZelRtlJumpSType tableOf(int featureLevel, int compatibilityLevel) {
+  ZelRtlJumpSType table{};
+  table.zelFeatureLevel = featureLevel;
+  table.zelCompatiblityLevel = compatibilityLevel;
+  table.ZelShutdown = [] { hooks.events.emplace_back("ZelShutdown"); };
+  table.ZelUnload = [] { hooks.events.emplace_back("ZelUnload"); };
+  return table;
+}
+
+const ZelRtlJumpSType good = tableOf(312, 1);
+
 class Loader : public testing::Test {
  protected:
   Loader() {
-    loaderHooks = {};
+    hooks = {.stands = {{firstCandidate, POVZEL_FIXTURE}}, .table = &good};
     setVariables("/no/tv", nullptr, nullptr);
   }
   ~Loader() override { ZelRtlUnload(); }
-
-  // The fixture `name` answers to the first candidate, of TARVOLIN's lib directory.
-  static void provide(const char* name) {
-    loaderHooks.stands["/no/tv/lib/libzelrpc67.so"] = fixtureFile(name);
-  }
 };
 
 using Refusal = std::function<BoolType(char* why, ArraySizeType size)>;
@@ -101,45 +156,45 @@ TEST_F(Loader, SuffixIsAddedToBaseNamesWithoutDot) {
       {dotted, dotted},
   };
   for (const auto& [asked, opened] : cases) {
-    loaderHooks = {};
+    hooks = {};
     EXPECT_THAT(reasonOf(opening(asked)), StartsWith("dlopen(" + opened + ") failed because "));
-    EXPECT_THAT(loaderHooks.opens, ElementsAre(opened));
-    EXPECT_EQ(loaderHooks.errorCalls, 1);
+    EXPECT_THAT(hooks.events, ElementsAre(opened));
+    EXPECT_EQ(hooks.errorCalls, 1);
   }
-  loaderHooks = {};
+  hooks = {};
   EXPECT_THAT(reasonOf(opening(fits + "n")), AllOf(HasSubstr("2044"), HasSubstr("2043")));
   EXPECT_EQ(opening(std::string(5000, 'n'))(nullptr, 0), 0);
-  EXPECT_THAT(loaderHooks.opens, ElementsAre());
+  EXPECT_THAT(hooks.events, ElementsAre());
 }
 
 TEST_F(Loader, OpensFindsAndCloses) {
-  loaderHooks.stands["libx.so"] = fixtureFile("good");
   DynLibType library = nullptr;
   char why[256] = "untouched";
-  ASSERT_EQ(DynLibLoad("libx", &library, why, sizeof why), 1);
+  ASSERT_EQ(DynLibLoad("/no/tv/lib/libzelrpc67", &library, why, sizeof why), 1);
 #ifdef POVZEL_SANITIZE
-  EXPECT_EQ(loaderHooks.flags, 0x101);
+  EXPECT_EQ(hooks.flags, 0x101);
 #else
-  EXPECT_EQ(loaderHooks.flags, 0x109);
+  EXPECT_EQ(hooks.flags, 0x109);
 #endif
   const DynLibFuncPtr found = DynLibGetFunc(library, "ZelGetRtlTable", why, sizeof why);
   ASSERT_NE(found, nullptr);
-  EXPECT_EQ(reinterpret_cast<ZelGetRtlTableFuncPtr>(found)()->zelFeatureLevel, 312);
+  EXPECT_EQ(reinterpret_cast<ZelGetRtlTableFuncPtr>(found)(), &good);
   EXPECT_STREQ(why, "untouched");
-  EXPECT_EQ(loaderHooks.errorCalls, 0);
+  EXPECT_EQ(hooks.errorCalls, 0);
 
   EXPECT_THAT(reasonOf(finding(library, "None")),
               AllOf(StartsWith("dlsym(None) failed because "), HasSubstr("undefined symbol")));
   EXPECT_EQ(reasonOf(finding(library, "FixtureNull")),
             std::string("dlsym(FixtureNull)") + unknownReason);
-  EXPECT_EQ(loaderHooks.errorCalls, 2);
-  loaderHooks.errorsAreNull = true;
+  EXPECT_EQ(hooks.errorCalls, 2);
+  hooks.errorsAreNull = true;
   expectRefused(std::string("dlsym(None)") + unknownReason, finding(library, "None"));
   expectRefused(std::string("dlopen(libnone.so)") + unknownReason, opening("libnone"));
 
+  hooks.events.clear();
   DynLibUnload(library);
   DynLibUnload(nullptr);
-  EXPECT_THAT(loaderHooks.events, ElementsAre("opened good", "closed good"));
+  EXPECT_THAT(hooks.events, ElementsAre("closed"));
 }
 
 TEST_F(Loader, CandidatesAreTriedInOrder) {
@@ -163,46 +218,36 @@ TEST_F(Loader, CandidatesAreTriedInOrder) {
     Strings candidates;
     for (const std::string& folder : c.folders) candidates.push_back(folder + c.name);
     candidates.push_back(c.name);
-    loaderHooks = {};
+    hooks = {};
     setVariables(c.tarvolin, c.base, c.version);
     const std::string why = reasonOf(loading(c.useRpc, c.path));
-    EXPECT_EQ(loaderHooks.opens, candidates);
+    EXPECT_EQ(hooks.events, candidates);
     EXPECT_THAT(why, StartsWith("dlopen(" + c.name + ") failed because "));
     const bool hasTarvolin = c.tarvolin != nullptr && c.tarvolin[0] != '\0';
     EXPECT_EQ(why.ends_with(noTarvolin), !hasTarvolin);
-    EXPECT_EQ(ZelRtlIsLoaded(), 0);
     for (; !candidates.empty(); candidates.pop_back()) {
-      loaderHooks = {};
-      loaderHooks.stands[candidates.back()] = fixtureFile("good");
+      hooks = {.stands = {{candidates.back(), POVZEL_FIXTURE}}, .table = &good};
       EXPECT_EQ(loading(c.useRpc, c.path)(nullptr, 0), 1);
-      EXPECT_EQ(loaderHooks.opens, candidates) << "the first that opens ends the search";
+      EXPECT_EQ(hooks.events, candidates) << "the first that opens ends the search";
       ZelRtlUnload();
     }
   }
-  loaderHooks.errorsAreNull = true;
+  hooks.errorsAreNull = true;
   setVariables(nullptr, nullptr, nullptr);
   expectRefused(std::string("dlopen(libzelrpc67.so)") + unknownReason + noTarvolin, loading());
 }
 
 TEST_F(Loader, PublishesOneTableUntilUnloaded) {
-  provide("good");
   ZelRtlUnload();
   EXPECT_EQ(rtlPrivZelRtlFuncs, nullptr);
   char why[100] = "untouched";
   ASSERT_EQ(ZelRtlLoad(1, nullptr, why, sizeof why), 1);
   EXPECT_STREQ(why, "untouched");
   EXPECT_EQ(ZelRtlIsLoaded(), 1);
-  const ZelRtlJumpSType* const table = rtlPrivZelRtlFuncs;
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table->zelFeatureLevel, 312);
-
   expectRefused("Library is already loaded.", loading(0, "elsewhere"), 27);
-  EXPECT_EQ(rtlPrivZelRtlFuncs, table);
-  EXPECT_EQ(loaderHooks.opens.size(), 1U);
-
+  EXPECT_EQ(rtlPrivZelRtlFuncs, &good);
   ZelRtlUnload();
-  EXPECT_THAT(loaderHooks.events,
-              ElementsAre("opened good", "ZelShutdown", "ZelUnload", "closed good"));
+  EXPECT_THAT(hooks.events, ElementsAre(firstCandidate, "ZelShutdown", "ZelUnload", "closed"));
   EXPECT_EQ(rtlPrivZelRtlFuncs, nullptr);
   EXPECT_EQ(ZelRtlIsLoaded(), 0);
 }
@@ -210,23 +255,24 @@ TEST_F(Loader, PublishesOneTableUntilUnloaded) {
 TEST_F(Loader, UnfitLibrariesAreClosedAgain) {
   const std::string old = "Attempted to load old ZEL library 'libzelrpc67'.\n";
   const std::string incompatible = "Attempted to load incompatible ZEL library 'libzelrpc67'.\n";
-  const std::pair<const char*, std::string> cases[] = {
-      {"old", old}, {"oldincompatible", old}, {"notable", old}, {"incompatible", incompatible}};
+  const ZelRtlJumpSType tables[] = {tableOf(311, 1), tableOf(-1, 2), tableOf(312, 2)};
+  const std::pair<const ZelRtlJumpSType*, std::string> cases[] = {
+      {nullptr, old}, {&tables[0], old}, {&tables[1], old}, {&tables[2], incompatible}};
   // It would do, but the first library that opens is the one that counts.
-  loaderHooks.stands["libzelrpc67.so"] = fixtureFile("good");
-  for (const auto& [fixture, text] : cases) {
-    provide(fixture);
-    loaderHooks.events.clear();
+  hooks.stands["libzelrpc67.so"] = POVZEL_FIXTURE;
+  for (const auto& [table, text] : cases) {
+    hooks.table = table;
+    hooks.events.clear();
     EXPECT_EQ(reasonOf(loading()), text);
-    EXPECT_THAT(loaderHooks.events,
-                ElementsAre(std::string("opened ") + fixture, std::string("closed ") + fixture));
+    EXPECT_THAT(hooks.events, ElementsAre(firstCandidate, "closed"));
     expectRefused(text, loading(), text.size() + 2);
     EXPECT_EQ(ZelRtlIsLoaded(), 0);
   }
-  provide("noentry");
+  hooks.stands[firstCandidate] = "libm.so.6";
   EXPECT_THAT(reasonOf(loading()), StartsWith("dlsym(ZelGetRtlTable) failed because "));
-  EXPECT_EQ(loaderHooks.events.back(), "closed noentry");
-  provide("good");
+  EXPECT_EQ(hooks.events.back(), "closed");
+  hooks.stands.erase(firstCandidate);
+  hooks.table = &good;
   EXPECT_EQ(ZelRtlLoad(1, nullptr, nullptr, 0), 1);
 }
 
@@ -243,10 +289,10 @@ TEST_F(Loader, OverlongNamesAreRefused) {
       {"", path, nullptr},  {"", path + ";", "2048"},  {"", std::string(100000, 'p'), "100008"},
   };
   for (const auto& c : cases) {
-    loaderHooks = {};
+    hooks = {};
     setVariables("/no", c.base.c_str(), nullptr);
     const std::string why = reasonOf(loading(1, c.path.c_str()));
-    EXPECT_EQ(c.length != nullptr, loaderHooks.opens.empty()) << why;
+    EXPECT_EQ(c.length != nullptr, hooks.events.empty()) << why;
     if (c.length == nullptr) continue;
     EXPECT_THAT(why, AllOf(HasSubstr("too long"), HasSubstr(c.length)));
     expectRefused(why, loading(1, c.path.c_str()));
