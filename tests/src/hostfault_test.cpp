@@ -170,6 +170,71 @@ void shutDown() {
   raise(SIGSEGV);
 }
 
+std::atomic<long> seen{0};
+
+void setSeenHandlers() {
+  for (const int signal : {SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
+    setAction(signal, SA_RESTART, [](int, siginfo_t*, void*) { ++seen; });
+  }
+}
+
+// Signals that the process survives, all the time while it touches guarded pages and starts
+// children and commands. Each signal is handed on, and each child does its work and is reaped.
+void storm() {
+  std::atomic<bool> over{false};
+  std::thread sender([&over] {
+    for (long sent = 0; !over;) {
+      for (const int signal : {SIGIO, SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
+        kill(getpid(), signal);
+        // One that is sent while it is still pending would be one with that.
+        for (sent += signal != SIGIO; seen != sent;) std::this_thread::yield();
+      }
+    }
+  });
+  writeFile("client", "echo >> ends\n");
+  writeFile("server", "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"; echo >> ends\n");
+  char* page = newPages(1);
+  char why[200];
+  PidType pid = 0;
+  SysErrorSType error;
+  for (int count = 0; count < 50; ++count) {
+    HostProtectPage(page, letPass, &error);
+    store(page + count);
+    if (!HostFork("/bin/sh client", nullptr, 0, why, sizeof why, "", "log", ".", &pid)) _exit(13);
+    if (!HostForkServer("/bin/sh server", why, sizeof why, &pid)) _exit(14);
+    if (HostForkServer("/nonexistent", why, sizeof why, &pid) || pid <= 0) _exit(15);
+    if (UnixIoSystem("exit 3", 0) != -1 || UnixIoSystem("exit 0", 0) != 0) _exit(16);
+  }
+  while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+  }
+  over = true;
+  sender.join();
+  if (segvInProgressCount != 0 || readFile("ends") != std::string(100, '\n')) _exit(17);
+}
+
+volatile sig_atomic_t ticks = 0;
+
+void interruptAndProfile() {
+  const auto routine = [](int) { HostSignalSafePrint("interrupted\n"); };
+  HostEnableKbInt(routine);
+  raise(SIGINT);
+  std::signal(SIGINT, SIG_IGN);
+  HostEnableKbInt(routine);
+  raise(SIGINT);
+  HostDisableInterrupts();
+  if (!isBlocked(SIGUSR2)) _exit(11);
+  HostEnableInterrupts();
+  if (isBlocked(SIGUSR2)) _exit(12);
+  HostBeginSampling("samples");
+  HostStopSampling();
+  std::signal(SIGVTALRM, SIG_IGN);
+  if (!HostStartProfTimer(1, [](int) { ticks = ticks + 1; })) _exit(13);
+  while (ticks < 3) {
+  }
+  HostStopProfTimer();
+  if (std::signal(SIGVTALRM, SIG_DFL) != SIG_IGN) _exit(14);
+}
+
 // How a process ends by each signal that reaches it: its exit status, or the signal with a minus,
 // and what it says.
 TEST(HostFault, EndsBySignals) {
@@ -225,108 +290,22 @@ TEST(HostFault, EndsBySignals) {
       {[] { raise(SIGQUIT); }, 3,
        unhandled + "3, SIGQUIT~    signal 3 , received from process ~   si_code: -6, SI_TKILL",
        [] { setAction(SIGQUIT, 0, HostFaultHandler); }},
+      {storm, survived, "~", setSeenHandlers},
+      {interruptAndProfile, survived,
+       "interrupted\nError -- Profiling (to file samples) not enabled in this executable.\n"
+       "Error -- profiling not enabled in this executable.\n"},
       {shutDown, -SIGSEGV, "", [] { std::signal(SIGQUIT, SIG_IGN); }},
   };
   for (const Case& one : cases) {
     SCOPED_TRACE(one.report);
     const ChildResult child = runHandled(one.body, one.before);
     EXPECT_TRUE(one.end < 0 ? child.killedBy(-one.end) : child.exitedWith(one.end)) << child.status;
-    EXPECT_THAT(child.err, Reads(one.report));
+    EXPECT_THAT(child.err + child.out, Reads(one.report));
     for (const char* word : {"Unhandled", "later", "never"}) {
       EXPECT_EQ(child.err.find(word) == std::string::npos,
                 one.report.find(word) == std::string::npos);
     }
   }
-}
-
-// A storm of signals that the process survives, while a thread touches a guarded page and the main
-// one starts children and commands.
-
-std::atomic<long> seen{0};
-std::atomic<bool> over{false};
-int resumed = 0;
-
-void send() {
-  for (long sent = 0; !over;) {
-    for (const int signal : {SIGCHLD, SIGIO, SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
-      kill(getpid(), signal);
-      if (signal == SIGCHLD || signal == SIGIO) continue;
-      // A signal that is sent while it is still pending would be one with that.
-      for (++sent; seen != sent;) std::this_thread::yield();
-    }
-  }
-}
-
-void touch() {
-  char* page = newPages(1);
-  SysErrorSType error;
-  for (int touches = 1; touches <= 2000; ++touches) {
-    HostProtectPage(
-        page, [](char*, char*) -> BoolType { return ++resumed > 0; }, &error);
-    store(page + touches);
-    if (page[touches] != 1 || resumed != touches) _exit(2);
-  }
-}
-
-void storm() {
-  std::thread sender(send);
-  std::thread toucher(touch);
-  char why[200];
-  PidType pid = 0;
-  for (int count = 0; count < 50; ++count) {
-    if (!HostFork("/bin/sh client", nullptr, 0, why, sizeof why, "", "log", ".", &pid)) _exit(3);
-    if (!HostForkServer("/bin/sh server", why, sizeof why, &pid)) _exit(4);
-    if (HostForkServer("/nonexistent", why, sizeof why, &pid) || pid <= 0) _exit(5);
-    if (UnixIoSystem("exit 3", 0) != -1 || UnixIoSystem("exit 0", 0) != 0) _exit(6);
-  }
-  while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
-  }
-  toucher.join();
-  over = true;
-  sender.join();
-  if (segvInProgressCount != 0) _exit(7);
-}
-
-// Every fault is resumed, every signal that is handed on is seen, every child does its work.
-TEST(HostFault, LosesNothingInAStorm) {
-  writeFile("client", "echo >> ends\n");
-  writeFile("server", "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"; echo >> ends\n");
-  const ChildResult child = runHandled(storm, [] {
-    for (const int signal : {SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
-      setAction(signal, SA_RESTART, [](int, siginfo_t*, void*) { ++seen; });
-    }
-  });
-  EXPECT_EQ(exitCode(child), survived) << child.err.substr(0, 1000);
-  EXPECT_EQ(readFile("ends"), std::string(100, '\n'));
-}
-
-TEST(HostSignals, KeepsAnIgnoredKeyboardInterruptAndWhatWasThereBeforeTheTimer) {
-  const ChildResult child = inChild([] {
-    const auto routine = [](int) { HostSignalSafePrint("interrupted\n"); };
-    HostEnableKbInt(routine);
-    raise(SIGINT);
-    std::signal(SIGINT, SIG_IGN);
-    HostEnableKbInt(routine);
-    raise(SIGINT);
-    HostBeginSampling("samples");
-    HostStopSampling();
-    HostDisableInterrupts();
-    const bool disabled = isBlocked(SIGUSR2);
-    HostEnableInterrupts();
-    if (!disabled || isBlocked(SIGUSR2)) return 1;
-
-    static volatile sig_atomic_t ticks;
-    std::signal(SIGVTALRM, SIG_IGN);
-    if (!HostStartProfTimer(1, [](int) { ticks = ticks + 1; })) return 2;
-    while (ticks < 3) {
-    }
-    HostStopProfTimer();
-    return std::signal(SIGVTALRM, SIG_DFL) == SIG_IGN ? survived : 3;
-  });
-  EXPECT_EQ(exitCode(child), survived);
-  EXPECT_EQ(child.err + child.out,
-            "interrupted\nError -- Profiling (to file samples) not enabled in this executable.\n"
-            "Error -- profiling not enabled in this executable.\n");
 }
 
 }  // namespace

@@ -181,27 +181,23 @@ TEST_F(HostForkingAsDaemon, FailsBeforeTheForkOrNotAtAll) {
 
 TEST_F(HostForkingAsDaemon, ChildTellsWhichStepFailed) {
   const std::tuple<const char*, int, std::string> steps[] = {
-      {"setsid", 0, "setsid() failure, errno = 5,  at time = "},
-      {"setgroups", 0, "[host.fork13 PID]"},
-      {"setgid", 0, "[host.fork5 PID]"},
-      {"setuid", 0, "[host.fork6 PID]"},
-      {"chdir", 0, "[host.fork11 " + directory_.path() + "/]"},
-      {"open", 0, "[host.fork7 PID " + at("log") + "]"},
-      {"dup2", 0, ",1) failed, errno = 5, at time = "},
-      {"dup2", 1, ",2) failed, errno = 5, at time = "},
-      {"fdopen", 0, "fdopen(1, \"a\") failed, errno = 5, at time = "}};
-  for (auto [call, succeed, report] : steps) {
+      {"setsid", 0, "~setsid() failure, errno = 5,  at time = ~"},
+      {"setgroups", 0, "~[host.fork13 ~]~"},
+      {"setgid", 0, "~[host.fork5 ~]~"},
+      {"setuid", 0, "~[host.fork6 ~]~"},
+      {"chdir", 0, "~[host.fork11 " + directory_.path() + "/]~"},
+      {"open", 0, "~[host.fork7 ~ " + at("log") + "]~"},
+      {"dup2", 0, "~,1) failed, errno = 5, at time = ~"},
+      {"dup2", 1, "~,2) failed, errno = 5, at time = ~"},
+      {"fdopen", 0, "~fdopen(1, \"a\") failed, errno = 5, at time = ~"}};
+  for (const auto& [call, succeed, report] : steps) {
     fs::remove(at("log"));
-    const ChildResult result = inChild([&] {
+    const ChildResult result = inChild([&, call = call, succeed = succeed] {
       const FailingCall failing(call, EIO, succeed);
-      if (!startClient("/bin/true", "nobody")) return 1;
-      std::printf("%d", child_);
-      return endOf(child_);
+      return startClient("/bin/true", "nobody") ? endOf(child_) : 1;
     });
     EXPECT_TRUE(result.exitedWith(3)) << call;
-    if (report.find("PID") != std::string::npos) report.replace(report.find("PID"), 3, result.out);
-    const std::string said = result.err + readFile(at("log"));
-    EXPECT_THAT(said, AllOf(HasSubstr(report), HasSubstr("[unixerr.part1 5][unixerr.EIO]")));
+    EXPECT_THAT(result.err + readFile(at("log")), Reads(report + "[unixerr.part1 5][unixerr.EIO]"));
   }
 }
 

@@ -4,11 +4,12 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <numeric>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -31,9 +32,9 @@ constexpr int none = -1;
 // Which call fails next. Children share it, so that theirs can be counted and seen as well.
 struct Trap {
   std::atomic<int> left;  // calls that succeed before
-  std::atomic<int> only;  // the call that counts, or any
   std::atomic<int> struck;
   int error;
+  int only;  // the call that counts, or any
   pid_t parent;
   bool inParent;
   bool inChildren;
@@ -100,10 +101,9 @@ void* allocateTrapped(std::size_t length) {
 }
 
 constexpr int numberOf(std::string_view name) {
-  for (int call = 0; call < callCount; ++call) {
-    if (names[call] == name) return call;
-  }
-  std::abort();
+  const auto call = std::ranges::find(names, name) - names;
+  if (call == callCount) std::abort();
+  return static_cast<int>(call);
 }
 
 // All calls lead into the trap while this lives. A fatal path returns meanwhile.
@@ -126,16 +126,7 @@ class TrappedCalls {
 
   // The next call after `succeed` fails; of those in this process, in its children, or in both.
   void set(int succeed, int error, int only, bool inParent, bool inChildren) const {
-    trap().error = error;
-    trap().parent = getpid();
-    trap().inParent = inParent;
-    trap().inChildren = inChildren;
-    trap().only = only;
-    trap().struck = none;
-    trap().left = succeed;
-  }
-  void release() const {
-    trap().left = none;
+    new (&trap()) Trap{succeed, none, error, only, getpid(), inParent, inChildren};
   }
 
  private:
@@ -143,16 +134,8 @@ class TrappedCalls {
 };
 
 std::string linkOf(const std::string& name) {
-  char target[256];
-  const ssize_t length = readlink(name.c_str(), target, sizeof target);
-  return length < 0 ? "" : std::string(target, static_cast<std::size_t>(length));
-}
-
-template <typename... Parts>
-std::string lineOf(const Parts&... parts) {
-  std::ostringstream line;
-  ((line << parts << " "), ...);
-  return line.str() + "\n";
+  std::error_code ignored;
+  return std::filesystem::read_symlink(name, ignored);
 }
 
 // All of the process that an operation must not change.
@@ -161,35 +144,33 @@ std::string processState() {
   umask(mask);
   sigset_t blocked;
   pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-  const std::string folder = linkOf("/proc/self/cwd");
-  std::string state = lineOf(folder, getuid(), getgid(), geteuid(), getegid(), mask);
+  std::ostringstream state;
+  state << linkOf("/proc/self/cwd") << " mask " << mask << " ids " << getuid() << " " << getgid()
+        << " " << geteuid() << " " << getegid() << "\n";
   for (int sig = 1; sig <= SIGRTMAX; ++sig) {
     struct sigaction action = {};
     sigaction(sig, nullptr, &action);
     const bool isBlocked = sigismember(&blocked, sig) == 1;
     if (!isBlocked && action.sa_handler == SIG_DFL) continue;
-    const auto handler = reinterpret_cast<void*>(action.sa_handler);
-    state += lineOf("signal", sig, isBlocked, handler, action.sa_flags);
+    state << "signal " << sig << " blocked " << isBlocked << " handler "
+          << reinterpret_cast<void*>(action.sa_handler) << " " << action.sa_flags << "\n";
   }
   for (int fd = 0; fd < 64; ++fd) {
     const std::string file = linkOf("/proc/self/fd/" + std::to_string(fd));
-    if (!file.empty()) state += lineOf("file", fd, file);
+    if (!file.empty()) state << "file " << fd << " " << file << "\n";
   }
-  return waitpid(-1, nullptr, WNOHANG) == -1 ? state : state + "a child\n";
+  if (waitpid(-1, nullptr, WNOHANG) != -1) state << "a child\n";
+  return state.str();
 }
 
-std::string contentOf(const std::string& directory) {
-  if (directory.empty()) return "";
+std::set<std::string> contentOf(const std::string& directory) {
   std::set<std::string> lines;
+  if (directory.empty()) return lines;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
     const std::string content = entry.is_regular_file() ? readFile(entry.path()) : "";
-    lines.insert(lineOf(entry.path(), linkOf(entry.path()), content));
+    lines.insert(entry.path().string() + " " + linkOf(entry.path()) + " " + content);
   }
-  return std::accumulate(lines.begin(), lines.end(), std::string());
-}
-
-int failures() {
-  return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
+  return lines;
 }
 
 // One operation under test.
@@ -205,9 +186,13 @@ class Sweep {
       SCOPED_TRACE(name + ", call number " + std::to_string(number));
       failed.insert(name);
       judge(name);
-      leaksNothing(number);
-      succeedsNow();
-      if (failures() > failuresBefore_) return failed;
+      // What a first failure allocates may be kept for the next, but no more.
+      if (grown_) runWithout(number);
+      if (grown_) runWithout(number);
+      EXPECT_FALSE(grown_) << "memory is left";
+      plan_.prepare();
+      EXPECT_TRUE(operation_().success) << "afterwards";
+      if (testing::Test::HasFailure()) return failed;
     }
     EXPECT_TRUE(said_.success) << "although no call failed";
     EXPECT_FALSE(failed.empty()) << "no call to fail";
@@ -223,7 +208,7 @@ class Sweep {
     const std::size_t allocated = mallinfo2().uordblks;
     calls_.set(number, plan_.error, any, !plan_.inChildren, plan_.inChildren);
     said_ = operation_();
-    calls_.release();
+    trap().left = none;
     grown_ = mallinfo2().uordblks > allocated;
     return trap().struck != none;
   }
@@ -241,41 +226,25 @@ class Sweep {
     }
   }
 
-  // What a first failure allocates may be kept for the next, but no more.
-  void leaksNothing(int number) {
-    if (grown_) runWithout(number);
-    if (grown_) runWithout(number);
-    EXPECT_FALSE(grown_) << "memory is left";
-  }
-
-  void succeedsNow() {
-    plan_.prepare();
-    EXPECT_TRUE(operation_().success) << "afterwards";
-  }
-
   const std::function<Said()>& operation_;
   const FaultPlan& plan_;
-  const int failuresBefore_ = failures();
   const TrappedCalls calls_;
   std::string process_;
-  std::string content_;
+  std::set<std::string> content_;
   Said said_ = false;
   bool grown_ = false;
 };
 
-std::optional<TrappedCalls>& callsOfFailingCall() {
-  static std::optional<TrappedCalls> calls;
-  return calls;
-}
+std::optional<TrappedCalls> failingCalls;
 
 }  // namespace
 
 FailingCall::FailingCall(const std::string& name, int error, int succeed) {
-  callsOfFailingCall().emplace().set(succeed, error, numberOf(name), true, true);
+  failingCalls.emplace().set(succeed, error, numberOf(name), true, true);
 }
 
 FailingCall::~FailingCall() {
-  callsOfFailingCall().reset();
+  failingCalls.reset();
 }
 
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan) {

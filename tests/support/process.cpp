@@ -12,35 +12,17 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace {
 
 // An unnamed file that a child writes into; unlike a pipe it never fills up and never waits.
-class CapturedOutput {
- public:
-  CapturedOutput() : file_(std::tmpfile()) {
-    if (file_ == nullptr) std::abort();
-  }
-  ~CapturedOutput() { std::fclose(file_); }
-  CapturedOutput(const CapturedOutput&) = delete;
-  CapturedOutput& operator=(const CapturedOutput&) = delete;
+using OutputFile = std::unique_ptr<FILE, int (*)(FILE*)>;
 
-  int descriptor() const { return fileno(file_); }
-  std::string text() const {
-    std::string result;
-    char buffer[4096];
-    off_t offset = 0;
-    for (ssize_t got; (got = pread(descriptor(), buffer, sizeof buffer, offset)) > 0;
-         offset += got) {
-      result.append(buffer, static_cast<std::size_t>(got));
-    }
-    return result;
-  }
-
- private:
-  FILE* file_;
-};
+std::string textOf(const OutputFile& file) {
+  return readFile("/proc/self/fd/" + std::to_string(fileno(file.get())));
+}
 
 void (*onThirdTick)() = nullptr;
 
@@ -55,14 +37,14 @@ bool ChildResult::killedBy(int signal) const {
 }
 
 ChildResult inChild(const std::function<int()>& body) {
-  const CapturedOutput out;
-  const CapturedOutput err;
+  const OutputFile out(std::tmpfile(), std::fclose);
+  const OutputFile err(std::tmpfile(), std::fclose);
   std::fflush(nullptr);
   const pid_t child = fork();
-  if (child < 0) std::abort();
+  if (child < 0 || out == nullptr || err == nullptr) std::abort();
   if (child == 0) {
-    dup2(out.descriptor(), STDOUT_FILENO);
-    dup2(err.descriptor(), STDERR_FILENO);
+    dup2(fileno(out.get()), STDOUT_FILENO);
+    dup2(fileno(err.get()), STDERR_FILENO);
     const int code = body();
     std::fflush(nullptr);
     _exit(code);
@@ -70,8 +52,8 @@ ChildResult inChild(const std::function<int()>& body) {
   ChildResult result{};
   while (waitpid(child, &result.status, 0) < 0) {
   }
-  result.out = out.text();
-  result.err = err.text();
+  result.out = textOf(out);
+  result.err = textOf(err);
   return result;
 }
 
