@@ -5,8 +5,11 @@
 #include <sys/resource.h>
 
 #include <atomic>
+#include <filesystem>
 #include <thread>
 
+#include <povzel/hostcore.h>
+#include <povzel/hostdebug.h>
 #include <povzel/hostinit.h>
 #include <povzel/hostpages.h>
 #include <povzel/hostprocess.h>
@@ -20,23 +23,39 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 constexpr std::size_t pageSize = 4096;
 constexpr int survived = 42;
 
-// Runs `body` in a child with the handlers installed, `before` ahead of that. The child leaves no
-// core, and ends with status 42 where `body` returns.
-ChildResult runHandled(void (*body)(), void (*before)()) {
+// How a process ends, and what it says.
+struct Case {
+  void (*body)();
+  int end;             // its exit status, or the signal with a minus
+  std::string report;  // its errors and then its output, for Reads
+  void (*before)() = nullptr;
+};
+
+// Runs the body in a child with the handlers installed, `before` ahead of that. The child leaves no
+// core, and ends with status 42 where the body returns.
+void expectEnd(const Case& one) {
+  SCOPED_TRACE(one.report);
   HostInit();  // here, because it may complain of a missing message file
-  return inChild([&] {
+  const ChildResult child = inChild([&one] {
     const struct rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
-    if (before != nullptr) before();
+    if (one.before != nullptr) one.before();
     HostInstallFaultHandler(nullptr, nullptr);
-    body();
+    one.body();
     return survived;
   });
+  EXPECT_TRUE(one.end < 0 ? child.killedBy(-one.end) : child.exitedWith(one.end)) << child.status;
+  EXPECT_THAT(child.err + child.out, Reads(one.report));
+  for (const char* word : {"Unhandled", "later", "never"}) {
+    EXPECT_EQ(child.err.find(word) == std::string::npos,
+              one.report.find(word) == std::string::npos);
+  }
 }
 
 // A store that no sanitizer looks at.
@@ -235,15 +254,7 @@ void interruptAndProfile() {
   if (std::signal(SIGVTALRM, SIG_DFL) != SIG_IGN) _exit(14);
 }
 
-// How a process ends by each signal that reaches it: its exit status, or the signal with a minus,
-// and what it says.
 TEST(HostFault, EndsBySignals) {
-  struct Case {
-    void (*body)();
-    int end;
-    std::string report;
-    void (*before)() = nullptr;
-  };
   const std::string unhandled = "\n\nTV Signal Handler: Unhandled signal ";
   const Case cases[] = {
       {[] { store(reinterpret_cast<void*>(8)); }, 3,
@@ -296,16 +307,91 @@ TEST(HostFault, EndsBySignals) {
        "Error -- profiling not enabled in this executable.\n"},
       {shutDown, -SIGSEGV, "", [] { std::signal(SIGQUIT, SIG_IGN); }},
   };
-  for (const Case& one : cases) {
-    SCOPED_TRACE(one.report);
-    const ChildResult child = runHandled(one.body, one.before);
-    EXPECT_TRUE(one.end < 0 ? child.killedBy(-one.end) : child.exitedWith(one.end)) << child.status;
-    EXPECT_THAT(child.err + child.out, Reads(one.report));
-    for (const char* word : {"Unhandled", "later", "never"}) {
-      EXPECT_EQ(child.err.find(word) == std::string::npos,
-                one.report.find(word) == std::string::npos);
-    }
+  for (const Case& one : cases) expectEnd(one);
+}
+
+// A callback that fails, and is not called again.
+template <int before>
+void failOnce() {
+  if (calls++ != before) _exit(9);
+  HostCallDebuggerMsg("callback fails");
+}
+
+void reportTwice() {
+  HostOnDebug([] { std::puts("hook"); });
+  HostInstallFatalReportHandler([] { std::puts("server"); });
+  std::atexit([] { HostCallDebuggerMsg("again"); });
+  errno = ENOENT;
+  HostCallDebuggerMsg("first\nsecond");
+}
+
+// Where nothing halts, these return what they were given.
+void goOn() {
+  HostOnDebug([] { std::puts("hook"); });
+  noHalt = 1;
+  const unsigned long most = 0xFFFFFFFFUL;
+  const bool none = HostCallDebugger() == 0 && HostCallDebuggerMsg("text") == 0 &&
+                    HostCallDebuggerMsg(nullptr) == 0;
+  std::puts(none && HostCallDebuggerMsg_o("text", most) == most && HostCoredump(1) ? "end" : "");
+}
+
+void dumpThrice() {
+  for (int attempt = 1; attempt <= 3; ++attempt) {
+    std::fprintf(stderr, "%d: attempt %d\n", calls, attempt);
+    HostCoredump(1);
   }
+}
+
+void printStack() {
+  fs::create_directories("installation/bin");
+  writeFile("installation/bin/gstack", "#!/bin/sh\necho \"stacks of $1\"\n");
+  fs::permissions("installation/bin/gstack", fs::perms::owner_all);
+  setenv("TARVOLIN", fs::absolute("installation").c_str(), 1);
+  HostPrintCStack(-1);
+  HostPrintCStack(4711);
+}
+
+TEST(HostDebug, EndsWithReports) {
+  const Case cases[] = {
+      {reportTwice, -SIGABRT,
+       "~[host.core4]~first\nsecond\nhook\n\nHostcalldebugger invoked in process ~, notifying torv "
+       "of fatal error\nserver\n~\nHostCallDebugger invoked in process ~\n\n ____~[host.debugger1 "
+       "HostCallDebugger]~[host.debugger2 ~[host.debugger1 HostCoredump]~\n    Sleeping for 0 "
+       "seconds before dumping core.\n    You can now attach a debugger.     Process Id is ~"
+       "[fault.errno 2 [unixerr.part1 2][unixerr.ENOENT]]~|____~again\n~Recursive error caught!"},
+      {[] {
+         HostOnDebug(failOnce<0>);
+         HostCallDebuggerMsg("first");
+       },
+       3, "~first\ncallback fails\ncallback fails\n~[host.debugger1 HostCallDebugger]~|____",
+       [] { HostInstallFaultHandler(failOnce<1>, nullptr); }},
+      {goOn, survived, "text\n\n\ntext arg:4294967295\nend\n"},
+      {[] {
+         if (HostCoredump(1)) _exit(1);
+         std::printf("%s %o", fs::current_path().c_str(),
+                     static_cast<unsigned>(fs::status(".").permissions()));
+       },
+       survived,
+       "\nBegin attempt to print C-level stack for PID ~ at: \n"
+       "  Warning: Unable to print C call stack.  'gstack' file not found\n"
+       "\nC-level stack not available\n\nEnd of C-level stack for PID ~\n\n"
+       "| [host.core4] ~|\n| The core file size limit is 0~/coredir~ 700"},
+      // It panics the second time, when nothing is shut down, and gives up the third.
+      {dumpThrice, 1,
+       "0: attempt 1\nflush\n~flush\n~shut down\n1: attempt 2\n"
+       "~coredump panic: Avoiding user-defined rundown function\n"
+       "coredump panic: disabling errmsg expansion\n~1: attempt 3\ncoredump panic:  giving up!\n",
+       [] {
+         HostInstallFaultHandler([] { std::fputs("flush\n", stderr); },
+                                 [] { std::fputs(calls++ == 0 ? "shut down\n" : "", stderr); });
+       }},
+      {printStack, survived,
+       "\nBegin attempt to print C-level stack for PID 4711 at: \n"
+       "\nEnd of C-level stack for PID 4711\n\n~stacks of 4711\n"},
+      {HostKillProcess, -SIGKILL, "flushed",
+       [] { HostInstallFaultHandler([] { std::fputs("flushed", stderr); }, nullptr); }},
+  };
+  for (const Case& one : cases) expectEnd(one);
 }
 
 }  // namespace

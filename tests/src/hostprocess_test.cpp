@@ -14,7 +14,6 @@
 #include <set>
 #include <thread>
 
-#include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
 #include "faults.h"
 #include "process.h"
@@ -268,12 +267,6 @@ TEST(HostProcess, KillsProcesses) {
     EXPECT_FALSE(end(child));
     EXPECT_EQ(errno, ESRCH);
   }
-  const ChildResult self = runInChild([] {
-    HostInstallFaultHandler([] { std::fputs("flushed", stderr); }, nullptr);
-    HostKillProcess();
-  });
-  EXPECT_TRUE(self.killedBy(SIGKILL));
-  EXPECT_EQ(self.err, "flushed");
 }
 
 TEST(HostProcess, TellsItsKindByStandardInput) {
