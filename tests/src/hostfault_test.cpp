@@ -113,11 +113,11 @@ char* pages = nullptr;
 
 void touchGuardPages() {
   pages = newPages(2);
-  const auto lies = [](char* page, char* fault) -> BoolType {
+  const auto isTouched = [](char* page, char* fault) -> BoolType {
     return page == pages + pageSize && fault == page + 5;
   };
   SysErrorSType error;
-  HostProtectPage(pages + pageSize, lies, &error);
+  HostProtectPage(pages + pageSize, isTouched, &error);
   errno = 77;
   pages[pageSize + 5] = 'x';
   if (errno != 77 || pages[pageSize + 5] != 'x' || segvInProgressCount != 0) _exit(11);
@@ -168,6 +168,7 @@ void setEarlierHandlers() {
   for (const int signal : {SIGFPE, SIGPIPE}) std::signal(signal, count);
 }
 
+// Ends by a fault that nobody handles any more, when all that was to be handled is.
 void chain() {
   if (std::signal(SIGFPE, count) != count || std::signal(SIGHUP, SIG_IGN) != SIG_IGN) _exit(7);
   char* page = newPages(1);
@@ -216,9 +217,9 @@ void storm() {
   char why[200];
   PidType pid = 0;
   SysErrorSType error;
-  for (int count = 0; count < 50; ++count) {
+  for (int round = 0; round < 50; ++round) {
     HostProtectPage(page, letPass, &error);
-    store(page + count);
+    store(page + round);
     if (!HostFork("/bin/sh client", nullptr, 0, why, sizeof why, "", "log", ".", &pid)) _exit(13);
     if (!HostForkServer("/bin/sh server", why, sizeof why, &pid)) _exit(14);
     if (HostForkServer("/nonexistent", why, sizeof why, &pid) || pid <= 0) _exit(15);
@@ -301,11 +302,11 @@ TEST(HostFault, EndsBySignals) {
       {[] { raise(SIGQUIT); }, 3,
        unhandled + "3, SIGQUIT~    signal 3 , received from process ~   si_code: -6, SI_TKILL",
        [] { setAction(SIGQUIT, 0, HostFaultHandler); }},
+      {shutDown, -SIGSEGV, "", [] { std::signal(SIGQUIT, SIG_IGN); }},
       {storm, survived, "~", setSeenHandlers},
       {interruptAndProfile, survived,
        "interrupted\nError -- Profiling (to file samples) not enabled in this executable.\n"
        "Error -- profiling not enabled in this executable.\n"},
-      {shutDown, -SIGSEGV, "", [] { std::signal(SIGQUIT, SIG_IGN); }},
   };
   for (const Case& one : cases) expectEnd(one);
 }

@@ -173,67 +173,50 @@ std::set<std::string> contentOf(const std::string& directory) {
   return lines;
 }
 
-// One operation under test.
-class Sweep {
- public:
-  Sweep(const std::function<Said()>& operation, const FaultPlan& plan)
-      : operation_(operation), plan_(plan) {}
-
-  CallNames run() {
-    CallNames failed;
-    for (int number = 0; runWithout(number); ++number) {
-      const std::string name{names[trap().struck]};
-      SCOPED_TRACE(name + ", call number " + std::to_string(number));
-      failed.insert(name);
-      judge(name);
-      // What a first failure allocates may be kept for the next, but no more.
-      if (grown_) runWithout(number);
-      if (grown_) runWithout(number);
-      EXPECT_FALSE(grown_) << "memory is left";
-      plan_.prepare();
-      EXPECT_TRUE(operation_().success) << "afterwards";
-      if (testing::Test::HasFailure()) return failed;
-    }
-    EXPECT_TRUE(said_.success) << "although no call failed";
-    EXPECT_FALSE(failed.empty()) << "no call to fail";
-    return failed;
-  }
-
- private:
+CallNames sweep(const std::function<Said()>& operation, const FaultPlan& plan) {
+  const TrappedCalls calls;
+  CallNames failed;
+  std::string process;
+  std::set<std::string> content;
+  Said said = false;
+  bool grown = false;
   // Runs the operation with its call `number` failing. Returns false if there is no such call.
-  bool runWithout(int number) {
-    plan_.prepare();
-    process_ = processState();
-    content_ = contentOf(plan_.directory);
+  const auto runWithout = [&](int number) {
+    plan.prepare();
+    process = processState();
+    content = contentOf(plan.directory);
     const std::size_t allocated = mallinfo2().uordblks;
-    calls_.set(number, plan_.error, any, !plan_.inChildren, plan_.inChildren);
-    said_ = operation_();
+    calls.set(number, plan.error, any, !plan.inChildren, plan.inChildren);
+    said = operation();
     trap().left = none;
-    grown_ = mallinfo2().uordblks > allocated;
+    grown = mallinfo2().uordblks > allocated;
     return trap().struck != none;
-  }
+  };
 
-  void judge(const std::string& name) const {
-    EXPECT_EQ(process_, processState());
-    if (plan_.tolerated.contains(name)) {
-      EXPECT_TRUE(said_.success) << "should be tolerated";
-    } else if (!said_.success || !plan_.sometimesTolerated.contains(name)) {
-      EXPECT_FALSE(said_.success);
-      EXPECT_EQ(content_, contentOf(plan_.directory));
-      if (said_.error != Said::nothing) {
-        EXPECT_EQ(said_.error, name == "malloc" ? ENOMEM : plan_.error);
-      }
+  for (int number = 0; runWithout(number); ++number) {
+    const std::string name{names[trap().struck]};
+    SCOPED_TRACE(name + ", call number " + std::to_string(number));
+    failed.insert(name);
+    EXPECT_EQ(process, processState());
+    const bool tolerated = plan.tolerated.contains(name);
+    EXPECT_TRUE(said.success == tolerated || plan.sometimesTolerated.contains(name));
+    if (!said.success) {
+      EXPECT_EQ(content, contentOf(plan.directory));
+      const long error = name == "malloc" ? ENOMEM : plan.error;
+      EXPECT_TRUE(said.error == error || said.error == Said::nothing) << said.error;
     }
+    // What a first failure allocates may be kept for the next, but no more.
+    if (grown) runWithout(number);
+    if (grown) runWithout(number);
+    EXPECT_FALSE(grown) << "memory is left";
+    plan.prepare();
+    EXPECT_TRUE(operation().success) << "afterwards";
+    if (testing::Test::HasFailure()) return failed;
   }
-
-  const std::function<Said()>& operation_;
-  const FaultPlan& plan_;
-  const TrappedCalls calls_;
-  std::string process_;
-  std::set<std::string> content_;
-  Said said_ = false;
-  bool grown_ = false;
-};
+  EXPECT_TRUE(said.success) << "although no call failed";
+  EXPECT_FALSE(failed.empty()) << "no call to fail";
+  return failed;
+}
 
 std::optional<TrappedCalls> failingCalls;
 
@@ -248,12 +231,12 @@ FailingCall::~FailingCall() {
 }
 
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan) {
-  CallNames failed = Sweep(operation, plan).run();
+  CallNames failed = sweep(operation, plan);
   if (plan.interruptible.empty()) return failed;
   FaultPlan interrupted = plan;
   interrupted.error = EINTR;
   interrupted.tolerated.insert(plan.interruptible.begin(), plan.interruptible.end());
-  Sweep(operation, interrupted).run();
+  sweep(operation, interrupted);
   for (const std::string& call : plan.interruptible) {
     if (call == "write") continue;  // has written half, which is no failure
     plan.prepare();
