@@ -183,13 +183,6 @@ void chain() {
   page[1] = 1;
 }
 
-void shutDown() {
-  HostShutDown();
-  HostShutDown();
-  raise(SIGQUIT);
-  raise(SIGSEGV);
-}
-
 std::atomic<long> seen{0};
 
 void setSeenHandlers() {
@@ -232,9 +225,7 @@ void storm() {
   if (segvInProgressCount != 0 || readFile("ends") != std::string(100, '\n')) _exit(17);
 }
 
-volatile sig_atomic_t ticks = 0;
-
-void interruptAndProfile() {
+void interrupt() {
   const auto routine = [](int) { HostSignalSafePrint("interrupted\n"); };
   HostEnableKbInt(routine);
   raise(SIGINT);
@@ -247,12 +238,6 @@ void interruptAndProfile() {
   if (isBlocked(SIGUSR2)) _exit(12);
   HostBeginSampling("samples");
   HostStopSampling();
-  std::signal(SIGVTALRM, SIG_IGN);
-  if (!HostStartProfTimer(1, [](int) { ticks = ticks + 1; })) _exit(13);
-  while (ticks < 3) {
-  }
-  HostStopProfTimer();
-  if (std::signal(SIGVTALRM, SIG_DFL) != SIG_IGN) _exit(14);
 }
 
 TEST(HostFault, EndsBySignals) {
@@ -294,7 +279,7 @@ TEST(HostFault, EndsBySignals) {
       {raiseAndExit<SIGQUIT>, 3, unhandled + "3~later\n~[host.core4]", postpone},
       // A fault is never postponed.
       {illegal, 3, unhandled + "4, SIGILL~    info->si_code =  2 = 0x2  \n~[host.core4]", postpone},
-      // Earlier handlers: some of the program's, one that faults itself, our own, and none.
+      // Earlier handlers: some of the program's, one that faults itself, and our own.
       {chain, 3, unhandled + "11, SIGSEGV", setEarlierHandlers},
       {[] { store(nullptr); }, -SIGABRT,
        "TV signal handler: Recursive SEGV detected, attempting to dump core\n",
@@ -302,13 +287,29 @@ TEST(HostFault, EndsBySignals) {
       {[] { raise(SIGQUIT); }, 3,
        unhandled + "3, SIGQUIT~    signal 3 , received from process ~   si_code: -6, SI_TKILL",
        [] { setAction(SIGQUIT, 0, HostFaultHandler); }},
-      {shutDown, -SIGSEGV, "", [] { std::signal(SIGQUIT, SIG_IGN); }},
       {storm, survived, "~", setSeenHandlers},
-      {interruptAndProfile, survived,
+      {interrupt, survived,
        "interrupted\nError -- Profiling (to file samples) not enabled in this executable.\n"
        "Error -- profiling not enabled in this executable.\n"},
   };
   for (const Case& one : cases) expectEnd(one);
+}
+
+TEST(HostSignals, PutsEarlierActionsBack) {
+  static volatile sig_atomic_t ticks;
+  std::signal(SIGVTALRM, SIG_IGN);
+  ASSERT_TRUE(HostStartProfTimer(1, [](int) { ticks = ticks + 1; }));
+  while (ticks < 3) {
+  }
+  HostStopProfTimer();
+  EXPECT_EQ(std::signal(SIGVTALRM, SIG_DFL), SIG_IGN);
+
+  std::signal(SIGQUIT, SIG_IGN);
+  HostInstallFaultHandler(nullptr, nullptr);
+  HostShutDown();
+  HostShutDown();
+  EXPECT_EQ(std::signal(SIGQUIT, SIG_DFL), SIG_IGN);
+  EXPECT_EQ(std::signal(SIGSEGV, SIG_DFL), SIG_DFL);
 }
 
 // A callback that fails, and is not called again.
@@ -362,9 +363,11 @@ TEST(HostDebug, EndsWithReports) {
        "[fault.errno 2 [unixerr.part1 2][unixerr.ENOENT]]~|____~again\n~Recursive error caught!"},
       {[] {
          HostOnDebug(failOnce<0>);
+         HostInstallFatalReportHandler([] { std::puts("server"); });
          HostCallDebuggerMsg("first");
        },
-       3, "~first\ncallback fails\ncallback fails\n~[host.debugger1 HostCallDebugger]~|____",
+       3,
+       "~first\ncallback fails\ncallback fails\n~server\n~[host.debugger1 HostCallDebugger]~|____",
        [] { HostInstallFaultHandler(failOnce<1>, nullptr); }},
       {goOn, survived, "text\n\n\ntext arg:4294967295\nend\n"},
       {[] {
