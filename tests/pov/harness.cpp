@@ -6,17 +6,15 @@
 #include <sstream>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 namespace harness {
 
-std::string unescaped(const std::string& text) {
-  std::string bytes;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool escape = text.compare(i, 2, "\\x") == 0;
-    bytes += escape ? static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)) : text[i];
-    if (escape) i += 3;
+std::string unescaped(std::string text) {
+  for (std::size_t at = 0; (at = text.find("\\x", at)) != std::string::npos; ++at) {
+    text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));
   }
-  return bytes;
+  return text;
 }
 
 namespace {
@@ -24,21 +22,31 @@ namespace {
 // The argument that the next word names.
 template <typename T>
 T argument(const Context& c, std::istream& words) {
-  const bool isText = (words >> std::ws).peek() == '\'';
   std::string word;
   words >> std::quoted(word, '\'', '^');
   if constexpr (std::is_integral_v<T>) {
     return static_cast<T>(std::stoll(word));
   } else {
-    if (isText) return static_cast<T>(static_cast<jobject>(jvm::newString(unescaped(word))));
-    return word == "null" ? nullptr : static_cast<T>(c.named.at(word));
+    const auto found = c.named.find(word);
+    return static_cast<T>(found != c.named.end() ? found->second : jvm::newString(unescaped(word)));
   }
 }
 
+// Calls a native, observed.
 template <typename... Args>
 jint invoke(jint (*native)(JNIEnv*, jclass, Args...), Context& c, std::istream& words) {
-  const std::tuple<Args...> arguments{argument<Args>(c, words)...};
-  return std::apply([&](Args... given) { return c.run(native, given...); }, arguments);
+  const std::tuple<JNIEnv*, jclass, Args...> arguments{c.env, nullptr, argument<Args>(c, words)...};
+  const jnitable::Watch watch(c.env);
+  char* text = nullptr;
+  std::size_t size = 0;
+  FILE* const before = std::exchange(stdout, open_memstream(&text, &size));
+  const jint status = std::apply(native, arguments);
+  c.flushed.assign(text, size);
+  std::fclose(stdout);
+  c.printed.assign(text, size);
+  stdout = before;
+  std::free(text);
+  return status;
 }
 
 template <auto native>
@@ -46,18 +54,14 @@ jint invoke(Context& c, std::istream& words) {
   return invoke(native, c, words);
 }
 
-#define ENTRY(name) std::pair(#name, &invoke<&NATIVE(name)>)
+#define ENTRY(name) std::pair(#name, &invoke<&Java_com_tarvolin_povzel_PovZelInterface__1##name>)
 
 const std::map<std::string, jint (*)(Context&, std::istream&)> natives = {
-    ENTRY(login),        ENTRY(logout),
-    ENTRY(setup),        ENTRY(executeStr),
-    ENTRY(executeObj),   ENTRY(perform),
-    ENTRY(continue),     ENTRY(getBytes),
-    ENTRY(getObjs),      ENTRY(getNamedObjs),
-    ENTRY(putBytes),     ENTRY(putObjs),
-    ENTRY(putNamedObjs), ENTRY(removeFromExportSet),
-    ENTRY(releaseOops),  ENTRY(changedOops),
-    ENTRY(isKindOf)};
+    ENTRY(initialize),  ENTRY(login),      ENTRY(logout),       ENTRY(setup),
+    ENTRY(executeStr),  ENTRY(executeObj), ENTRY(perform),      ENTRY(continue),
+    ENTRY(getBytes),    ENTRY(getObjs),    ENTRY(getNamedObjs), ENTRY(isKindOf),
+    ENTRY(putBytes),    ENTRY(putObjs),    ENTRY(putNamedObjs), ENTRY(removeFromExportSet),
+    ENTRY(releaseOops), ENTRY(changedOops)};
 
 // One word of what a scenario is given.
 void give(Context& c, const std::string& what, const std::string& value) {
@@ -82,32 +86,25 @@ void give(Context& c, const std::string& what, const std::string& value) {
   }
 }
 
+// An array of new reports: of the oop `first` and of those behind it.
+jobjectArray reports(jint count, jint first) {
+  jobjectArray made = jvm::newReports(count);
+  for (jint i = 0; i < count; ++i) {
+    jobject report = jvm::newReport("objType=0 oop=" + std::to_string(first + 4 * i));
+    jvm::start()->SetObjectArrayElement(made, i, report);
+  }
+  return made;
+}
+
 }  // namespace
-
-Output::Output(std::string& whatWasFlushed, std::string& everything)
-    : flushed(whatWasFlushed), all(everything) {
-  std::fflush(stdout);
-  stdout = open_memstream(&text, &size);
-}
-
-Output::~Output() {
-  flushed.assign(text, size);
-  std::fclose(stdout);
-  all.assign(text, size);
-  stdout = before;
-  std::free(text);
-}
 
 void initialize(jint debugFlag) {
   jvm::start({"-Xcheck:jni", "-Xint"});  // a compiler would use memory of its own
   recorder::install();
   clear();
-  Context context;
-  auto* const error = static_cast<jthrowable>(context.named["error"]);
-  const jint status =
-      context.run(NATIVE(initialize), 0, nullptr, bufferBytes, preloadBytes, debugFlag, error);
-  if (status == 32) return;
-  std::fprintf(stderr, "_initialize: %d %s\n", status, context.shown("error").c_str());
+  Context c;
+  if (c.call("initialize 0 null 1000 256 " + std::to_string(debugFlag)) == 32) return;
+  std::fprintf(stderr, "_initialize: %s\n", c.shown("error").c_str());
   std::_Exit(1);
 }
 
@@ -117,29 +114,25 @@ void clear() {
 }
 
 Context::Context() {
-  jobjectArray array = jvm::newReports(5);
-  jobjectArray both = jvm::newReports(2);
-  named = {{"result", jvm::newReport()},
-           {"object", jvm::newReport("objType=0 oop=4716")},
-           {"other", jvm::newReport("objType=0 oop=4720")},
-           {"both", both},
-           {"array", array},
+  named = {{"null", nullptr},
+           {"result", jvm::newReport()},
+           {"both", reports(2, 4716)},
+           {"array", reports(5, 8000)},
            {"longs", jvm::newLongs(10)},
            {"bytes", jvm::newBytes("0123456789")},
            {"error", jvm::newException()}};
-  env->SetObjectArrayElement(both, 0, named["object"]);
-  env->SetObjectArrayElement(both, 1, named["other"]);
-  for (int i = 4; i >= 0; --i) {
-    jobject made = jvm::newReport("objType=0 oop=" + std::to_string(8000 + 4 * i));
-    env->SetObjectArrayElement(array, i, made);
-    if (i == 1) named["element"] = made;
-  }
+  const auto element = [this](const char* array, int index) {
+    return env->GetObjectArrayElement(static_cast<jobjectArray>(named[array]), index);
+  };
+  named["object"] = element("both", 0);
+  named["other"] = element("both", 1);
+  named["element"] = element("array", 1);
 }
 
 jint Context::call(const std::string& text) {
   const std::string native = text.substr(0, text.find(' '));
-  const char* const session = native == "login" ? "" : "7";
-  std::istringstream words(session + text.substr(native.size()) + " error");
+  const bool hasSession = native != "login" && native != "initialize";
+  std::istringstream words((hasSession ? "7" : "") + text.substr(native.size()) + " error");
   return natives.at(native)(*this, words);
 }
 

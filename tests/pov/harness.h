@@ -11,29 +11,10 @@
 #include "povzelinterface.h"
 #include "recorder.h"
 
-#define NATIVE(name) Java_com_tarvolin_povzel_PovZelInterface__1##name
-
 namespace harness {
 
 constexpr jint bufferBytes = 1000;
 constexpr jint bufferOops = bufferBytes / 4;
-constexpr jint preloadBytes = 256;
-
-// Receives standard output while it lives.
-class Output {
- public:
-  Output(std::string& whatWasFlushed, std::string& everything);
-  ~Output();
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
-
- private:
-  std::string& flushed;
-  std::string& all;
-  FILE* before = stdout;
-  char* text = nullptr;
-  std::size_t size = 0;
-};
 
 // Starts the JVM and initializes the bridge with the sizes above. Ends the process on failure.
 void initialize(jint debugFlag);
@@ -56,13 +37,6 @@ struct Context {
 
   std::string shown(const char* name) const { return jvm::shown(named.at(name)); }
 
-  template <typename F, typename... Args>
-  jint run(F native, Args... arguments) {
-    const jnitable::Watch watch(env);
-    const Output output(flushed, printed);
-    return native(env, nullptr, arguments...);
-  }
-
   std::string flushed;  // of what the last call printed
   std::string printed;
   JNIEnv* env = jvm::start();
@@ -75,7 +49,7 @@ struct Context {
 };
 
 // A text whose bytes may be written "\x0a".
-std::string unescaped(const std::string& text);
+std::string unescaped(std::string text);
 
 // The error report of an error of the bridge's own, and of the recorder's.
 std::string generic(const std::string& message);
