@@ -265,25 +265,17 @@ NATIVE longs 11 => NATIVE(): numOops exceeds the length of oops
 NATIVE null 1 => NATIVE(): NULL oops argument
 )";
 
-// The parts of `text` between separators, without the blanks around them.
-std::vector<std::string> split(const std::string& text, const std::string& separator) {
-  std::vector<std::string> parts;
-  std::size_t start = 0;
-  while (start != std::string::npos) {
-    const std::size_t end = text.find(separator, start);
-    const std::string part = text.substr(start, end - start);
-    const std::size_t first = std::min(part.find_first_not_of(' '), part.size());
-    parts.push_back(part.substr(first, part.find_last_not_of(' ') + 1 - first));
-    start = end == std::string::npos ? end : end + separator.size();
-  }
-  return parts;
+// The parts of `text` between separators and the blanks around them.
+std::vector<std::string> split(const std::string& text, const char* separator) {
+  const std::regex pattern(" *" + std::string(separator) + " *");
+  return {std::sregex_token_iterator(text.begin(), text.end(), pattern, -1), {}};
 }
 
 ScenarioSType parse(const std::string& row) {
   const std::size_t tilde = std::min(row.find(" ~"), row.size());
-  const std::vector<std::string> sides = split(row.substr(0, tilde), "=> ");
-  std::vector<std::string> given = split(sides.at(0), "|");
-  std::vector<std::string> expected = split(sides.at(1), "|");
+  const std::vector<std::string> sides = split(row.substr(0, tilde), "=>");
+  std::vector<std::string> given = split(sides.at(0), "\\|");
+  std::vector<std::string> expected = split(sides.at(1), "\\|");
   given.resize(2);
   if (expected.size() == 1) {
     const bool hasHole = given[1] == "hole=1";
