@@ -1,9 +1,15 @@
+import java.util.Collections;
+import java.util.concurrent.Callable;
 import java.util.concurrent.CyclicBarrier;
-import java.util.concurrent.atomic.AtomicInteger;
-import java.util.function.IntSupplier;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
 
 // What signals_program.cpp has the VM do: faults that Java code may raise at any time.
 final class Signals {
+    // Never set, of which the compiler cannot be sure.
+    private static Signals none;
+
     private int field;
 
     private Signals() {
@@ -12,43 +18,28 @@ final class Signals {
     // A native that faults.
     static native int fault();
 
-    // Counts the null checks that came back as exceptions.
-    static int nullChecks(int count) {
-        int caught = 0;
-        for (int i = 0; i < count; i++) {
-            try {
-                // Never null to the eye of the compiler.
-                Signals target = i < 0 ? new Signals() : null;
-                caught += target.field;
-            } catch (NullPointerException expected) {
-                caught++;
-            }
-        }
-        return caught;
-    }
-
     private static int dive(int depth) {
         return dive(depth + 1) + 1;
     }
 
-    // Counts the stack overflows that came back as errors.
-    static int overflows(int count) {
+    // Counts the null checks and the stack overflows that came back as what they are in Java.
+    static int faults(int checks, int overflows) {
         int caught = 0;
-        for (int i = 0; i < count; i++) {
+        for (int i = 0; i < checks + overflows; i++) {
             try {
-                caught += dive(0);
-            } catch (StackOverflowError expected) {
+                caught += i < checks ? none.field : dive(0);
+            } catch (NullPointerException | StackOverflowError expected) {
                 caught++;
             }
         }
         return caught;
     }
 
-    static int inThreads(int threads, int checks, int overflows) throws InterruptedException {
-        return sum(threads, () -> nullChecks(checks) + overflows(overflows));
+    static int faultsInThreads(int threads, int checks, int overflows) throws Exception {
+        return sum(threads, () -> faults(checks, overflows));
     }
 
-    static int faultInThreads(int threads) throws InterruptedException {
+    static int nativeFaultInThreads(int threads) throws Exception {
         return sum(threads, Signals::fault);
     }
 
@@ -63,24 +54,17 @@ final class Signals {
     }
 
     // Runs `body` in several threads at once and adds up their results.
-    private static int sum(int count, IntSupplier body) throws InterruptedException {
+    private static int sum(int count, Callable<Integer> body) throws Exception {
         CyclicBarrier ready = new CyclicBarrier(count);
-        AtomicInteger sum = new AtomicInteger();
-        Thread[] threads = new Thread[count];
-        for (int i = 0; i < count; i++) {
-            threads[i] = new Thread(() -> {
-                try {
-                    ready.await();
-                } catch (Exception never) {
-                    throw new IllegalStateException(never);
-                }
-                sum.addAndGet(body.getAsInt());
-            });
-            threads[i].start();
+        Callable<Integer> together = () -> {
+            ready.await();
+            return body.call();
+        };
+        ExecutorService threads = Executors.newFixedThreadPool(count);
+        int sum = 0;
+        for (Future<Integer> result : threads.invokeAll(Collections.nCopies(count, together))) {
+            sum += result.get();
         }
-        for (Thread thread : threads) {
-            thread.join();
-        }
-        return sum.get();
+        return sum;
     }
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 
 #include <povzel/hostfault.h>
@@ -45,17 +46,11 @@ jint JNICALL faultInNative(JNIEnv*, jclass) {
 
 // Java's own faults, in one thread and then in two at once.
 void javaFaults() {
-  const int checks = callJava("nullChecks", 5000);
-  const int overflows = callJava("overflows", 10);
-  const int together = callJava("inThreads", 2, 5000, 10);
+  const int checks = callJava("faults", 5000, 0);
+  const int overflows = callJava("faults", 0, 10);
+  const int together = callJava("faultsInThreads", 2, 5000, 10);
   std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
               segvInProgressCount);
-}
-
-// Ends at the first fault that reaches the fault handler.
-void firstToSeeFaults() {
-  HostExitOnFault();
-  javaFaults();
 }
 
 // Asks for a thread dump and reads it up to where the threads end. More follows, which is why the
@@ -101,20 +96,22 @@ void postponedTerminate() {
   callJava("exit", 143);
 }
 
-const struct {
-  const char* name;
-  void (*run)();
-} scenarios[] = {
+const std::map<std::string, void (*)()> scenarios = {
     {"java-faults", javaFaults},
-    {"many-threads", [] { std::printf("caught %d\n", callJava("inThreads", 8, 5000, 5)); }},
-    {"first-to-see", firstToSeeFaults},
+    {"many-threads", [] { std::printf("caught %d\n", callJava("faultsInThreads", 8, 5000, 5)); }},
+    // Ends at the first fault that reaches the fault handler.
+    {"first-to-see",
+     [] {
+       HostExitOnFault();
+       javaFaults();
+     }},
     {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
     {"postponed-terminate", postponedTerminate},
     {"native-fault", [] { callJava("fault"); }},
-    {"native-fault-in-thread", [] { callJava("faultInThreads", 1); }},
-    {"native-fault-in-threads", [] { callJava("faultInThreads", 4); }},
+    {"native-fault-in-thread", [] { callJava("nativeFaultInThreads", 1); }},
+    {"native-fault-in-threads", [] { callJava("nativeFaultInThreads", 4); }},
     {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
 };
 
@@ -127,17 +124,14 @@ int main(int argc, char** argv) {
   const bool handlerFirst = std::strcmp(argv[1], "handler-first") == 0;
   if (handlerFirst) installFaultHandler();
   // The first compiler alone goes on checking for null by faulting.
-  env = jvm::start({"-XX:TieredStopAtLevel=1", argc > 3 ? argv[3] : "-Xshare:auto"});
+  env = jvm::start(
+      {"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report", argc > 3 ? argv[3] : "-Xshare:auto"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
   char name[] = "fault";
   char signature[] = "()I";
   const JNINativeMethod native = {name, signature, reinterpret_cast<void*>(faultInNative)};
   if (signals == nullptr || env->RegisterNatives(signals, &native, 1) != 0) return 95;
-  for (const auto& scenario : scenarios) {
-    if (std::strcmp(scenario.name, argv[2]) != 0) continue;
-    scenario.run();
-    std::exit(0);
-  }
-  return 94;
+  scenarios.at(argv[2])();
+  std::exit(0);
 }
