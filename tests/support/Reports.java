@@ -1,8 +1,11 @@
 import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelReport;
+import java.lang.invoke.MethodType;
 import java.lang.reflect.Field;
 import java.nio.charset.StandardCharsets;
+import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.List;
 import java.util.Objects;
 import java.util.stream.Collectors;
 
@@ -38,13 +41,9 @@ final class Reports {
         for (String part : fields.toString().split(" ")) {
             String[] sides = part.split("=", 2);
             Field field = target.getClass().getField(sides[0]);
-            switch (field.getType().getName()) {
-                case "byte" -> field.setByte(target, Byte.parseByte(sides[1]));
-                case "int" -> field.setInt(target, Integer.parseInt(sides[1]));
-                case "long" -> field.setLong(target, Long.parseLong(sides[1]));
-                case "double" -> field.setDouble(target, Double.parseDouble(sides[1]));
-                default -> field.set(target, sides[1]);
-            }
+            // Strings and the boxes of the numbers have a constructor from a text.
+            Class<?> type = MethodType.methodType(field.getType()).wrap().returnType();
+            field.set(target, type.getConstructor(String.class).newInstance(sides[1]));
         }
         return target;
     }
@@ -63,18 +62,17 @@ final class Reports {
             return Arrays.stream(reports).map(r -> r == null ? "null" : String.valueOf(r.oop))
                     .collect(Collectors.joining(",", "[", "]"));
         }
-        if (object instanceof PovZelReport || object instanceof PovZelException) {
-            StringBuilder text = new StringBuilder();
-            Object fresh = object instanceof PovZelReport ? report() : error();
-            for (Field field : object.getClass().getFields()) {
-                Object value = field.get(object);
-                if (!Objects.equals(value, field.get(fresh))) {
-                    text.append(' ').append(field.getName()).append('=').append(show(value));
-                }
-            }
-            return text.substring(Math.min(1, text.length()));
+        if (!(object instanceof PovZelReport || object instanceof PovZelException)) {
+            return String.valueOf(object);
         }
-        return String.valueOf(object);
+        List<String> written = new ArrayList<>();
+        Object fresh = object instanceof PovZelReport ? report() : error();
+        for (Field field : object.getClass().getFields()) {
+            if (!Objects.equals(field.get(object), field.get(fresh))) {
+                written.add(field.getName() + "=" + show(field.get(object)));
+            }
+        }
+        return String.join(" ", written);
     }
 
     // The bytes of the heap in use.

@@ -1,8 +1,6 @@
 #include "jnitable.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <type_traits>
 
 namespace jnitable {
@@ -14,8 +12,8 @@ namespace {
 using Table = JNINativeInterface_;
 
 const Table* real = nullptr;
-Table observed;
 jclass outOfMemory = nullptr;
+Table observed;  // with nothing in the slots that a native has no business with
 
 enum EffectEType { None, MakesReference, DropsReference, Obtains, GivesBack };
 
@@ -49,8 +47,8 @@ void observe(const char* called, R (JNICALL* Table::*)(JNIEnv*, Args...)) {
   observed.*slot = [](JNIEnv* env, Args... arguments) -> R {
     if (canFail && failsNow(env, name)) return R();
     if constexpr (std::is_void_v<R>) {
-      (real->*slot)(env, arguments...);
       account(effect, name);
+      (real->*slot)(env, arguments...);
     } else {
       const R result = (real->*slot)(env, arguments...);
       if (result != R()) account(effect, name);
@@ -88,24 +86,15 @@ void observeAll() {
   WORKS(DeleteLocalRef, DropsReference);
 }
 
-void prepare(JNIEnv* env) {
-  real = env->functions;
-  jclass local = env->FindClass("java/lang/OutOfMemoryError");
-  outOfMemory = static_cast<jclass>(env->NewGlobalRef(local));
-  env->DeleteLocalRef(local);
-  using SlotType = void (*)();
-  auto* slots = reinterpret_cast<SlotType*>(&observed);
-  std::fill_n(slots, sizeof observed / sizeof(SlotType), [] {
-    std::fputs("jnitable: a native called a JNI function that it has no business with\n", stderr);
-    std::abort();
-  });
-  observeAll();
-}
-
 }  // namespace
 
 Watch::Watch(JNIEnv* watched) : env(watched) {
-  if (real == nullptr) prepare(env);
+  if (real == nullptr) {
+    jclass local = env->FindClass("java/lang/OutOfMemoryError");
+    outOfMemory = static_cast<jclass>(env->NewGlobalRef(local));
+    real = env->functions;
+    observeAll();
+  }
   env->functions = &observed;
 }
 

@@ -6,9 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
-#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -16,7 +14,6 @@ namespace jvm {
 namespace {
 
 constexpr int warnedStatus = 70;
-constexpr char reportClass[] = "com/tarvolin/povzel/PovZelReport";
 
 JNIEnv* env = nullptr;
 jclass helpers = nullptr;  // Reports.java
@@ -86,16 +83,10 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   if (env != nullptr) return env;
   void* library = dlopen(POVZEL_LIBJVM, RTLD_NOW | RTLD_GLOBAL);
   if (library == nullptr) die("dlopen", dlerror());
-  using CreateFType = jint(JNICALL*)(JavaVM**, void**, void*);
-  const CreateFType create = reinterpret_cast<CreateFType>(dlsym(library, "JNI_CreateJavaVM"));
+  auto* const create =
+      reinterpret_cast<decltype(&JNI_CreateJavaVM)>(dlsym(library, "JNI_CreateJavaVM"));
 
-  std::vector<JavaVMOption> all;
-  // The hook is the function's address in a field of type void*.
-  void* hook = nullptr;
-  const auto printer = &print;
-  std::memcpy(&hook, &printer, sizeof hook);
-  char hookName[] = "vfprintf";
-  all.push_back({hookName, hook});
+  std::vector<JavaVMOption> all = {{const_cast<char*>("vfprintf"), reinterpret_cast<void*>(print)}};
   std::vector<std::string> texts = {"-Djava.class.path=" POVZEL_CLASS_PATH, "-XX:+UseSerialGC",
                                     "-XX:-UsePerfData", "-Xmx256m"};
   texts.insert(texts.end(), options.begin(), options.end());
@@ -104,13 +95,11 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   JavaVMInitArgs arguments{JNI_VERSION_1_8, static_cast<jint>(all.size()), all.data(), JNI_FALSE};
   JavaVM* machine = nullptr;
   void* created = nullptr;
-  if (create == nullptr || create(&machine, &created, &arguments) != JNI_OK) {
+  if (create(&machine, &created, &arguments) != JNI_OK) {
     die("the JVM does not start", POVZEL_LIBJVM);
   }
   env = static_cast<JNIEnv*>(created);
-  jclass local = require(env->FindClass("Reports"), "Reports");
-  helpers = static_cast<jclass>(env->NewGlobalRef(local));
-  env->DeleteLocalRef(local);
+  helpers = require(env->FindClass("Reports"), "Reports");
   on_exit(end, nullptr);
   return env;
 }
@@ -118,14 +107,6 @@ JNIEnv* start(std::initializer_list<const char*> options) {
 std::string takeWarnings() {
   const std::lock_guard<std::mutex> lock(warningsMutex);
   return std::exchange(warnings, "");
-}
-
-Frame::Frame(jint capacity) {
-  if (env->PushLocalFrame(capacity) != 0) die("PushLocalFrame", "no memory");
-}
-
-Frame::~Frame() {
-  env->PopLocalFrame(nullptr);
 }
 
 jobject newReport(const std::string& fields) {
@@ -139,7 +120,7 @@ jthrowable newException() {
 }
 
 jobjectArray newReports(jint count, jobject element) {
-  jclass type = require(env->FindClass(reportClass), reportClass);
+  jclass type = env->FindClass("com/tarvolin/povzel/PovZelReport");
   jobjectArray array = require(env->NewObjectArray(count, type, element), "report array");
   env->DeleteLocalRef(type);
   return array;
@@ -147,9 +128,9 @@ jobjectArray newReports(jint count, jobject element) {
 
 jlongArray newLongs(jint count, jlong first) {
   jlongArray array = require(env->NewLongArray(count), "long array");
-  std::vector<jlong> values(static_cast<std::size_t>(count));
-  std::iota(values.begin(), values.end(), first);
-  env->SetLongArrayRegion(array, 0, count, values.data());
+  for (jlong i = 0, value = first; i < count; ++i, ++value) {
+    env->SetLongArrayRegion(array, static_cast<jsize>(i), 1, &value);
+  }
   return array;
 }
 

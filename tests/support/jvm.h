@@ -31,8 +31,8 @@ std::string takeWarnings();
 // A frame of local references: those made in its scope are gone at its end.
 class Frame {
  public:
-  explicit Frame(jint capacity);
-  ~Frame();
+  explicit Frame(jint capacity) { start()->PushLocalFrame(capacity); }
+  ~Frame() { start()->PopLocalFrame(nullptr); }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 };

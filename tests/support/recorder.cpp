@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <span>
+#include <sstream>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -21,44 +21,32 @@ namespace {
   std::abort();
 }
 
-std::string shownOops(const OopType* oops, ArraySizeType count) {
-  std::string text;
-  for (ArraySizeType i = 0; i < count; ++i) text += (i == 0 ? "" : ",") + std::to_string(oops[i]);
-  return "[" + text + "]";
-}
-
-std::string shownBytes(const ByteType* bytes, ArraySizeType count) {
-  if (count > 64) return "<" + std::to_string(count) + ">";
-  std::string text;
-  for (ArraySizeType i = 0; i < count; ++i) {
-    char code[8];
-    const bool plain = bytes[i] >= 0x20 && bytes[i] < 0x7f;
-    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", bytes[i]);
-    text += code;
-  }
-  return "<" + text + ">";
-}
-
 // One argument. `count` is the call's last argument, which tells the length of any array before it.
 template <typename T>
-std::string shown(T value, [[maybe_unused]] ArraySizeType count) {
+void show(std::ostream& out, T value, [[maybe_unused]] ArraySizeType count) {
   if constexpr (std::is_same_v<T, const OopType*>) {
-    return shownOops(value, count);
+    out << '[';
+    for (ArraySizeType i = 0; i < count; ++i) out << (i == 0 ? "" : ",") << value[i];
+    out << ']';
   } else if constexpr (std::is_same_v<T, const ByteType*>) {
-    return shownBytes(value, count);
+    out << '<';
+    if (count > 64) out << count;
+    for (ArraySizeType i = 0; i < count && count <= 64; ++i) {
+      char code[8];
+      const bool plain = value[i] >= 0x20 && value[i] < 0x7f;
+      std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", value[i]);
+      out << code;
+    }
+    out << '>';
   } else if constexpr (std::is_same_v<T, const char*>) {
-    return value != nullptr ? "'" + std::string(value) + "'" : "null";
+    out << (value != nullptr ? "'" + std::string(value) + "'" : "null");
   } else if constexpr (std::is_same_v<T, const ZelDateTimeSType*>) {
-    return "{" + std::to_string(value->year) + "," + std::to_string(value->dayOfYear) + "," +
-           std::to_string(value->milliseconds) + "," + std::to_string(value->timeZone) + "}";
+    out << '{' << value->year << ',' << value->dayOfYear << ',' << value->milliseconds << ','
+        << value->timeZone << '}';
   } else if constexpr (std::is_pointer_v<T>) {
-    return value != nullptr ? "*" : "null";
-  } else if constexpr (std::is_same_v<T, double>) {
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%g", value);
-    return digits;
+    out << (value != nullptr ? "*" : "null");
   } else {
-    return std::to_string(value);
+    out << +value;
   }
 }
 
@@ -69,9 +57,10 @@ std::string shownCall(const char* name, Args... arguments) {
     const auto last = std::get<sizeof...(Args) - 1>(std::tuple(arguments...));
     if constexpr (std::is_integral_v<decltype(last)>) count = static_cast<ArraySizeType>(last);
   }
-  std::string text;
-  ((text += "," + shown(arguments, count)), ...);
-  return std::string(name) + "(" + text.substr(text.empty() ? 0 : 1) + ")";
+  std::ostringstream text;
+  [[maybe_unused]] const char* gap = "";
+  ((text << std::exchange(gap, ","), show(text, arguments, count)), ...);
+  return std::string(name) + "(" + text.str() + ")";
 }
 
 // The buffers that the bridge hands over are blocks of the heap.
@@ -88,16 +77,6 @@ ArraySizeType deliver(const Source& source, T* buffer, ArraySizeType room, bool 
 double told(const char* name, double otherwise) {
   const auto found = state.results.find(name);
   return found != state.results.end() ? found->second : otherwise;
-}
-
-ZelObjInfoSType information() {
-  ZelObjInfoSType info{};
-  info.objClass = static_cast<OopType>(told("class", 0));
-  info.objSize = static_cast<int>(told("size", 0));
-  info.namedSize = static_cast<int>(told("named", 0));
-  info.isIndexable = told("indexable", 1) != 0;
-  info.objImpl = static_cast<unsigned>(told("impl", 0)) & 7;
-  return info;
 }
 
 enum SlotEType : std::size_t {
@@ -121,17 +100,21 @@ double behave(Args... arguments) {
   } else if constexpr (slot == ZelFetchBytes) {
     return deliver(state.body, std::get<2>(given), std::get<3>(given), false);
   } else if constexpr (slot == ZelFetchObjInfo) {
-    *std::get<3>(given) = information();
-    const std::span oops(reinterpret_cast<const ByteType*>(state.oops.data()),
-                         state.oops.size() * sizeof(OopType));
-    const std::span body(reinterpret_cast<const ByteType*>(state.body.data()), state.body.size());
-    const std::span content = told("impl", 0) == 1 ? body : oops;
+    ZelObjInfoSType& info = *std::get<3>(given) = {};
+    info.objClass = static_cast<OopType>(told("class", 0));
+    info.objSize = static_cast<int>(told("size", 0));
+    info.namedSize = static_cast<int>(told("named", 0));
+    info.isIndexable = told("indexable", 1) != 0;
+    info.objImpl = static_cast<unsigned>(told("impl", 0)) & 7;
+    const std::string oops(reinterpret_cast<const char*>(state.oops.data()),
+                           state.oops.size() * sizeof(OopType));
+    const std::string& content = info.objImpl == 1 ? state.body : oops;
     *std::get<5>(given) = deliver(content, std::get<4>(given), std::get<2>(given));
     return 1;
   } else if constexpr (slot == ZelDirtySaveObjs) {
     ArraySizeType& count = *std::get<1>(given);
-    count = deliver(state.oops, std::get<0>(given), count);
-    count = static_cast<ArraySizeType>(told("changed", count));
+    count =
+        static_cast<ArraySizeType>(told("changed", deliver(state.oops, std::get<0>(given), count)));
     return 1;
   } else if constexpr (slot == ZelNewOop || slot == ZelNewDateTime || slot == ZelFltToOop) {
     return std::exchange(state.nextOop, state.nextOop + 4);
