@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <set>
 
 #include "harness.h"
@@ -218,6 +216,7 @@ TEST_F(Natives, StringTableHoldsAHundred) {
   clear();
   {
     const jnitable::Watch watch(c.env);
+    const auto mapped = mallinfo2().hblkhd;
     ASSERT_STREQ("\u00e4b", reinterpret_cast<const char*>(GetSbString(text)));
     ASSERT_EQ(0, std::memcmp(u"\u00e4b", GetDbString(text), 4));
     for (int i = 2; i < 100; ++i) ASSERT_NE(nullptr, GetString(i == 2 ? 1 << 20 : 1));
@@ -226,43 +225,12 @@ TEST_F(Natives, StringTableHoldsAHundred) {
     EXPECT_EQ(nullptr, GetString(1));
     EXPECT_EQ(2, jnitable::state.held);
     ReleaseStrings();
+    EXPECT_EQ(mapped, mallinfo2().hblkhd);
     EXPECT_EQ("ReleaseStringUTFChars ReleaseStringChars ", jnitable::state.released);
     EXPECT_NE(nullptr, GetSbString(text));
     ReleaseStrings();
   }
   expectClean(c);
-}
-
-TEST_F(Natives, LeaveMemoryAsItWas) {
-  std::minstd_rand random(4711);
-  const auto soak = [&random] {
-    for (const ScenarioSType& scenario : scenarios()) {
-      Context context;
-      for (int i = 0; i < 100; ++i) {
-        const jvm::Frame frame(32);
-        clear();
-        scenario.arrange(context);
-        // Now and then with a failure on either side.
-        if (random() % 16 == 0) recorder::state.failAt = static_cast<int>(random() % 8);
-        if (random() % 16 == 0) jnitable::state.failAt = static_cast<int>(random() % 6);
-        context.call(scenario.call);
-      }
-    }
-    clear();
-  };
-  // What is lost is lost in every round; the JVM's own needs grow in few.
-  soak();
-  std::int64_t java = most;
-  std::int64_t process = most;
-  for (int round = 0; round < 5; ++round) {
-    const std::int64_t javaBefore = jvm::memoryInUse();
-    const std::int64_t before = mallinfo2().uordblks;
-    soak();
-    java = std::min(java, jvm::memoryInUse() - javaBefore);
-    process = std::min(process, static_cast<std::int64_t>(mallinfo2().uordblks) - before);
-  }
-  EXPECT_LT(java, 4 << 10);
-  EXPECT_LT(process, 4 << 10);
 }
 
 }  // namespace

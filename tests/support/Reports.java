@@ -74,11 +74,4 @@ final class Reports {
         }
         return String.join(" ", written);
     }
-
-    // The bytes of the heap in use.
-    static Object memoryInUse() {
-        Runtime.getRuntime().gc();
-        Runtime runtime = Runtime.getRuntime();
-        return String.valueOf(runtime.totalMemory() - runtime.freeMemory());
-    }
 }

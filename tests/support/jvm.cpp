@@ -155,8 +155,4 @@ std::string shown(jobject object) {
   return take(call("show", object));
 }
 
-std::int64_t memoryInUse() {
-  return std::stoll(take(call("memoryInUse")));
-}
-
 }  // namespace jvm

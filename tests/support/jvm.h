@@ -14,7 +14,6 @@
 
 #include <jni.h>
 
-#include <cstdint>
 #include <initializer_list>
 #include <string>
 
@@ -52,8 +51,5 @@ void set(jobject report, const std::string& fields);
 // What was written to a report or an error report: "oop=31 objType=3"; the elements of an array:
 // "<bytes>", "[longs]", "[oops of reports]". Of more than 16 elements it is their number.
 std::string shown(jobject object);
-
-// The bytes of the Java heap in use.
-std::int64_t memoryInUse();
 
 }  // namespace jvm
