@@ -159,12 +159,13 @@ std::string libraryError() {
          "args=[11,4294967295,13]";
 }
 
-void ScenarioSType::arrange(Context& c) const {
+jint ScenarioSType::run(Context& c) const {
   std::istringstream words(given);
   for (std::string word; words >> word;) {
     const std::size_t end = word.find_first_of(".=");
     give(c, word.substr(0, end), word.substr(end + 1));
   }
+  return c.call(call);
 }
 
 }  // namespace harness

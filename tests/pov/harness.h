@@ -72,8 +72,7 @@ struct ScenarioSType {
   std::string trace = "";  // lines behind ";" each; empty where other rows show the same
 
   bool leavesError() const { return given.find("failing=") != std::string::npos; }
-  void arrange(Context& context) const;
-  jint run(Context& context) const { return arrange(context), context.call(call); }
+  jint run(Context& context) const;
 };
 
 const std::vector<ScenarioSType>& scenarios();

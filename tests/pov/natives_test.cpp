@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <cstdint>
 #include <cstring>
-#include <limits>
 #include <set>
 
 #include "harness.h"
@@ -16,9 +16,6 @@ using testing::StartsWith;
 
 namespace harness {
 namespace {
-
-constexpr jint least = std::numeric_limits<jint>::min();
-constexpr jint most = std::numeric_limits<jint>::max();
 
 // Whatever happened: nothing is pending, nothing is held, no loop left references behind, and the
 // next call works.
@@ -174,12 +171,12 @@ TEST_F(Natives, AreNotMisledByTheLibrary) {
   recorder::state.body = "b";
   recorder::state.oops = {10, 10};
   // Sizes, and what is shown of the object's bytes or oops.
-  for (const auto& [size, named, bytes, oops] : {std::tuple{most, least, "<>", "[64]"},
-                                                 {least, most, "<b>", "[]"},
+  for (const auto& [size, named, bytes, oops] : {std::tuple{INT32_MAX, INT32_MIN, "<>", "[64]"},
+                                                 {INT32_MIN, INT32_MAX, "<b>", "[]"},
                                                  {-1, 0, "<>", "[]"},
                                                  {2, 5, "<>", "[10,10]"},
-                                                 {most, 0, "<256>", "[64]"},
-                                                 {least, 0, "<>", "[]"}}) {
+                                                 {INT32_MAX, 0, "<256>", "[64]"},
+                                                 {INT32_MIN, 0, "<>", "[]"}}) {
     for (const int objImpl : {0, 1, 2}) {
       for (const OopType objClass : {1857U, 1521U, 1169U}) {
         recorder::state.results = {

@@ -46,8 +46,8 @@ setup result | result.oop=6414 OopToChr=-56
  ~VALUE(6414,Oop is Char);Returning: 0
 setup result | result.oop=7 => 0 | ? | oop=7 objType=3 valueType=3 valueLong=1
 setup result | result.oop=-1 => 0 | ? | oop=4294967295 objType=3 valueType=3 valueLong=-1
-setup result | result.oop=18 => -1 | | oop=18 objType=3 | Logic error:  Bad object type
- ~OOP(18);   Initializing value fields for special;setup:  unknown special with oop 18
+setup result | result.oop=22 => -1 | | oop=22 objType=3 | Logic error:  Bad object type
+ ~OOP(22);   Initializing value fields for special;setup:  unknown special with oop 22
  GENERIC(Logic error:  Bad object type);Returning: -1;Returning: -1
 
 setup result | result.oop=4000 impl=1 class=1169 size=1000 body=abcdefghijklmnopqrstuvwxyzabcd

@@ -32,7 +32,6 @@ template <typename... Ints>
 jint callJava(const char* name, Ints... ints) {
   const std::string signature = "(" + std::string(sizeof...(ints), 'I') + ")I";
   jmethodID method = env->GetStaticMethodID(signals, name, signature.c_str());
-  if (method == nullptr) std::_Exit(99);
   const jint result = env->CallStaticIntMethod(signals, method, ints...);
   if (env->ExceptionCheck()) std::_Exit(98);
   return result;
@@ -61,11 +60,7 @@ void threadDump() {
   dup2(ends[1], STDERR_FILENO);
   kill(getpid(), SIGQUIT);
   std::string dump;
-  char buffer[4096];
-  while (dump.find("JNI global ref") == std::string::npos) {
-    const ssize_t got = read(ends[0], buffer, sizeof buffer);
-    if (got > 0) dump.append(buffer, static_cast<std::size_t>(got));
-  }
+  for (char c; !dump.ends_with("JNI global ref") && read(ends[0], &c, 1) == 1;) dump += c;
   if (dump.find("Full thread dump") != std::string::npos) std::puts("thread dump");
   std::fflush(stdout);
   _exit(0);
@@ -128,9 +123,8 @@ int main(int argc, char** argv) {
       {"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report", argc > 3 ? argv[3] : "-Xshare:auto"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
-  char name[] = "fault";
-  char signature[] = "()I";
-  const JNINativeMethod native = {name, signature, reinterpret_cast<void*>(faultInNative)};
+  const JNINativeMethod native = {const_cast<char*>("fault"), const_cast<char*>("()I"),
+                                  reinterpret_cast<void*>(faultInNative)};
   if (signals == nullptr || env->RegisterNatives(signals, &native, 1) != 0) return 95;
   scenarios.at(argv[2])();
   std::exit(0);

@@ -27,12 +27,6 @@ std::string warnings;
   std::_Exit(warnedStatus);
 }
 
-template <typename T>
-T require(T value, const char* what) {
-  if (value == nullptr) die("cannot be had", what);
-  return value;
-}
-
 // Receives all that the JVM prints.
 jint JNICALL print(FILE*, const char* format, va_list arguments) {
   char* line = nullptr;
@@ -61,7 +55,7 @@ jobject call(const char* method, Objects... objects) {
   std::string signature = "(";
   for (std::size_t i = 0; i < sizeof...(objects); ++i) signature += "Ljava/lang/Object;";
   signature += ")Ljava/lang/Object;";
-  jmethodID id = require(env->GetStaticMethodID(helpers, method, signature.c_str()), method);
+  jmethodID id = env->GetStaticMethodID(helpers, method, signature.c_str());
   jobject result = env->CallStaticObjectMethod(helpers, id, objects...);
   if (env->ExceptionCheck()) die("exception in", method);
   return result;
@@ -70,7 +64,7 @@ jobject call(const char* method, Objects... objects) {
 // The text of a Java string, which is given up.
 std::string take(jobject string) {
   jstring text = static_cast<jstring>(string);
-  const char* characters = require(env->GetStringUTFChars(text, nullptr), "text");
+  const char* characters = env->GetStringUTFChars(text, nullptr);
   std::string copy = characters;
   env->ReleaseStringUTFChars(text, characters);
   env->DeleteLocalRef(text);
@@ -99,7 +93,7 @@ JNIEnv* start(std::initializer_list<const char*> options) {
     die("the JVM does not start", POVZEL_LIBJVM);
   }
   env = static_cast<JNIEnv*>(created);
-  helpers = require(env->FindClass("Reports"), "Reports");
+  helpers = env->FindClass("Reports");
   on_exit(end, nullptr);
   return env;
 }
@@ -121,28 +115,29 @@ jthrowable newException() {
 
 jobjectArray newReports(jint count, jobject element) {
   jclass type = env->FindClass("com/tarvolin/povzel/PovZelReport");
-  jobjectArray array = require(env->NewObjectArray(count, type, element), "report array");
+  jobjectArray array = env->NewObjectArray(count, type, element);
   env->DeleteLocalRef(type);
   return array;
 }
 
-jlongArray newLongs(jint count, jlong first) {
-  jlongArray array = require(env->NewLongArray(count), "long array");
-  for (jlong i = 0, value = first; i < count; ++i, ++value) {
-    env->SetLongArrayRegion(array, static_cast<jsize>(i), 1, &value);
+jlongArray newLongs(jint count) {
+  jlongArray array = env->NewLongArray(count);
+  for (jint i = 0; i < count; ++i) {
+    const jlong value = i - 77;
+    env->SetLongArrayRegion(array, i, 1, &value);
   }
   return array;
 }
 
 jbyteArray newBytes(const std::string& values) {
   const jsize count = static_cast<jsize>(values.size());
-  jbyteArray array = require(env->NewByteArray(count), "byte array");
+  jbyteArray array = env->NewByteArray(count);
   env->SetByteArrayRegion(array, 0, count, reinterpret_cast<const jbyte*>(values.data()));
   return array;
 }
 
 jstring newString(const std::string& modifiedUtf8) {
-  return require(env->NewStringUTF(modifiedUtf8.c_str()), "string");
+  return env->NewStringUTF(modifiedUtf8.c_str());
 }
 
 void set(jobject report, const std::string& fields) {

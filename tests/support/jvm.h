@@ -36,12 +36,12 @@ class Frame {
   Frame& operator=(const Frame&) = delete;
 };
 
-// New Java objects, as local references. A failure ends the process. The numbers of reports and
+// New Java objects, as local references. The numbers of reports and
 // error reports start as -77; `fields` is as for set().
 jobject newReport(const std::string& fields = "");
 jthrowable newException();
 jobjectArray newReports(jint count, jobject element = nullptr);
-jlongArray newLongs(jint count, jlong first = -77);  // counting up
+jlongArray newLongs(jint count);  // counting up from -77
 jbyteArray newBytes(const std::string& values);
 jstring newString(const std::string& modifiedUtf8);
 
