@@ -1,9 +1,5 @@
 import java.util.Collections;
-import java.util.concurrent.Callable;
-import java.util.concurrent.CyclicBarrier;
-import java.util.concurrent.ExecutorService;
-import java.util.concurrent.Executors;
-import java.util.concurrent.Future;
+import java.util.concurrent.*;
 
 // What signals_program.cpp has the VM do: faults that Java code may raise at any time.
 final class Signals {

@@ -16,7 +16,7 @@ namespace harness {
 constexpr jint bufferBytes = 1000;
 constexpr jint bufferOops = bufferBytes / 4;
 
-// Starts the JVM and initializes the bridge with the sizes above. Ends the process on failure.
+// Starts the JVM and initializes the bridge with the sizes above. Without that every call fails.
 void initialize(jint debugFlag);
 
 // Puts both sides back to what they are at the start.

@@ -68,9 +68,6 @@ setup result | result.oop=4000 impl=1 class=1521 size=4 body=flt4 OopToFlt=2.5
 setup result | result.oop=4000 impl=0 class=1045 size=3 named=1 oops=10,4294967295,4000
  => 0 | Describe(1045)? | oop=4000 classOop=1045 classHistoryOop=0 objType=0 namedSize=1
  indexedSize=2 isCollection=true valueType=6 valueLongs=[10,4294967295,4000]
-setup result | result.oop=4000 impl=2 class=950 size=0
- => 0 | Describe(950)? | oop=4000 classOop=950 classHistoryOop=0 objType=2 namedSize=0 indexedSize=0
- isCollection=true valueType=6 valueLongs=[]
 setup result | result.oop=4000 impl=0 class=1857 size=4 named=4 oops=8051,243,4444,10
  OopToLong=-3600000
  => 0 | Describe(1857) OopToLong(4444)? | oop=4000 classOop=1857 classHistoryOop=0 objType=0

@@ -3,10 +3,7 @@ import com.tarvolin.povzel.PovZelReport;
 import java.lang.invoke.MethodType;
 import java.lang.reflect.Field;
 import java.nio.charset.StandardCharsets;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.List;
-import java.util.Objects;
+import java.util.*;
 import java.util.stream.Collectors;
 
 // Reports and error reports as texts, both ways. Whatever is not set shows when it is written.
