@@ -48,7 +48,7 @@ std::string attempt(const std::string& arguments = "0 null 1000 256 0") {
 
 // Unloads the library, which otherwise stays in the way of the next attempt.
 std::string failure(const std::string& arguments = "0 null 1000 256 0") {
-  const std::string outcome = attempt(arguments);
+  std::string outcome = attempt(arguments);
   ZelRtlUnload();
   return outcome;
 }
