@@ -4,25 +4,26 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 
 #include <povzel/hostdebug.h>
 #include <povzel/utlsystem.h>
-#include "basics/fortests.h"
 #include "faults.h"
 
 namespace {
 
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
+// What `action` prints, errors last.
+std::string printedBy(const std::function<void()>& action) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  action();
+  const std::string printed = testing::internal::GetCapturedStdout();
+  return printed + testing::internal::GetCapturedStderr();
+}
 
-TEST(UtlHeap, FailureIsReportedWithTheRequester) {
-  const struct {
-    void* (*allocate)();
-    std::string report;
-  } cases[] = {
+TEST(UtlHeapDeathTest, FailureIsReportedWithTheRequester) {
+  const std::pair<void* (*)(), std::string> cases[] = {
       {[] { return UtlMalloc(3000000000U, "tvhash"); }, "3000000000 bytes: tvhash"},
       {[] { return UtlMalloc(77, nullptr); }, ""},
       {[] { return UtlMallocF(77, 12, "src/x"); }, "77 bytes from src/x line 12"},
@@ -30,24 +31,14 @@ TEST(UtlHeap, FailureIsReportedWithTheRequester) {
       {[] { return UtlMalloc_(77, 12); }, ""},
       {[] { return UtlMallocExe(5, 9, "src/y"); }, "5 bytes from src/y line 9"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [allocate, report] : cases) {
     const FailingCall failing("malloc", ENOMEM);
-    CaptureStdout();
-    CaptureStderr();
-    EXPECT_EQ(c.allocate(), nullptr);
-    EXPECT_EQ(GetCapturedStdout(), c.report.empty() ? "" : "\n");
-    const std::string expected = "malloc failure allocating " + c.report + "\n";
-    EXPECT_EQ(GetCapturedStderr(), c.report.empty() ? "" : expected);
+    const std::string printed = printedBy([&] { EXPECT_EQ(allocate(), nullptr); });
+    EXPECT_EQ(printed, report.empty() ? "" : "\nmalloc failure allocating " + report + "\n");
   }
-}
-
-TEST(UtlHeapDeathTest, FailureEndsTheProcess) {
-  const auto fail = [] {
-    const FailingCall failing("malloc", ENOMEM);
-    noHalt = 0;
-    UtlMalloc(8, "tvdstring");
-  };
-  EXPECT_EXIT(fail(), testing::ExitedWithCode(3),
+  const FailingCall failing("malloc", ENOMEM);
+  noHalt = 0;
+  EXPECT_EXIT(UtlMalloc(8, "tvdstring"), testing::ExitedWithCode(3),
               "^malloc failure allocating 8 bytes: tvdstring\n");
 }
 
@@ -65,27 +56,23 @@ TEST(UtlHeap, ExecutableBlocksRunCodeFromTheirFirstAndLastPage) {
   void* empty = UtlMallocExe(0, 1, "test");
   EXPECT_NE(empty, nullptr);
   UtlFree(empty);
-}
-
-TEST(UtlHeap, RefusedExecutableMemoryIsNull) {
   const FailingCall failing("mprotect", EACCES);
   EXPECT_EQ(UtlMallocExe(100, 1, "test"), nullptr);
 }
 
 TEST(UtlHeap, PrintsOnlyOfBrokenGuarantees) {
-  CaptureStdout();
-  UtlHeapInit();
-  UtlHeapInit();
-  UtlHeapCheck();
-  EXPECT_EQ(UtlHeapSizeKB(), 0U);
-  UtlHeapPrint();
   noHalt = 1;
-  UtlFree(nullptr);
-  noHalt = 0;
-  EXPECT_EQ(GetCapturedStdout(),
-            "--- C Heap summary not available\n"
-            "Freeing a NULL pointer\n"
+  const auto use = [] {
+    for (int i = 0; i < 2; ++i) UtlHeapInit();
+    UtlHeapCheck();
+    UtlHeapPrint();
+    UtlFree(nullptr);
+  };
+  EXPECT_EQ(printedBy(use),
+            "--- C Heap summary not available\nFreeing a NULL pointer\n"
             "UTL_GUARANTEE failure in file src/utlheap at line 434\n");
+  noHalt = 0;
+  EXPECT_EQ(UtlHeapSizeKB(), 0U);
 }
 
 TEST(UtlSystem, PageSizeAndDescriptors) {

@@ -18,22 +18,14 @@ TEST(UtlGlob, Table) {
     const char* pattern;
     std::vector<const char*> matching, others;
   } cases[] = {
-      {"a*c", {"abc", "ac", "acc", "acbc"}, {"a", "c", "acb"}},
-      {"a?c", {"abc", "a?c"}, {"ac", "abbc"}},
-      {"*ab*ab", {"abab", "xabyab", "ababab"}, {"ab", "aba", "ababx", ""}},
       {"[^a-c]x", {"dx", "^x", "\xFFx"}, {"bx", "x", "d"}},
       {"[^b-]x", {"ax", "\x80x"}, {"bx", "zx"}},
       {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
       {"[\xFE-\x02]", {"\xFE", "\xFF", "\x01", "\x02"}, {"\x03", "a"}},
-      {"[z-a]", {}, {"a", "m", "z", "-"}},
       {"[*?\\]", {"*", "?", "\\"}, {"a"}},
       {"[]a]", {}, {"a", "]", "a]", ""}},
-      {"[^]", {"]", "a"}, {""}},
-      {"a*[b", {}, {"ab", "a", "a[b"}},
-      {"[a-", {}, {"a", "-"}},
-      {"\\[a]", {"[a]"}, {"a"}},
-      {"\\a\\", {"a\\"}, {"\\a\\", "a"}},
-      {"", {""}, {"a"}},
+      {"[^]*[a-", {}, {"]a", "a", "-"}},
+      {"\\[a?\\a\\", {"[a?a\\", "[aba\\"}, {"aba\\", "[aa\\", "[aba"}},
   };
   for (const auto& c : cases) {
     for (const char* text : c.matching) EXPECT_EQ(UtlGlob(c.pattern, text), 1) << c.pattern << text;
@@ -61,13 +53,13 @@ TEST(UtlText, PrintsVisiblyOrUnchanged) {
 }
 
 TEST(UtlText, CaseOfTheLowSixteenBits) {
-  const std::vector<int> codes = {'a', 'Q', 0xE0, '1', 0x12345, 0x10061, -1};
-  const std::vector<int> uppers = {'A', 'Q', 0xC0, '1', 0x2345, 'A', 0xFFFF};
-  const std::vector<int> lowers = {'a', 'q', 0xE0, '1', 0x2345, 'a', 0xFFFF};
-  for (std::size_t i = 0; i < codes.size(); ++i) {
-    EXPECT_EQ(UtlToUpper(codes[i]), uppers[i]);
-    EXPECT_EQ(UtlToLower(codes[i]), lowers[i]);
+  std::vector<int> uppers, lowers;
+  for (const int code : {'a' + 0, 'Q' + 0, 0xE0, 0x12345, 0x10061, -1}) {
+    uppers.push_back(UtlToUpper(code));
+    lowers.push_back(UtlToLower(code));
   }
+  EXPECT_EQ(uppers, (std::vector<int>{'A', 'Q', 0xC0, 0x2345, 'A', 0xFFFF}));
+  EXPECT_EQ(lowers, (std::vector<int>{'a', 'q', 0xE0, 0x2345, 'a', 0xFFFF}));
 }
 
 TEST(UtlText, PartialComparison) {
@@ -102,30 +94,28 @@ TEST(UtlText, ErrorTexts) {
       errno = 77;
       UtlStrerror(number, buffer.data(), size);
       EXPECT_EQ(errno, 77);
-      EXPECT_EQ(buffer[size], '#');
-      if (size == 0) continue;
-      EXPECT_EQ(std::string(buffer.c_str()), text.substr(0, size - 1));
+      const std::string written = size > 0 ? text.substr(0, size - 1) + '\0' : "";
+      EXPECT_EQ(buffer.substr(0, written.size()) + buffer[size], written + '#');
     }
   }
 }
 
 TEST(UtlFileName, Parts) {
-  const std::tuple<const char*, long, long, long, const char*> cases[] = {
-      {"/tmp/log.txt", 0, 5, 8, "log"},
-      {"log.txt", 7, 0, 3, "log"},
-      {"a.b/c", 0, 4, 5, "c"},
-      {"a.tar.gz", 8, 0, 5, "a.tar"},
-      {"/d/.hidden", 0, 3, 3, ""},
-      {"", 0, 0, 0, ""},
-      {"dir/", 0, 4, 4, ""},
-      {"end.", 4, 0, 3, "end"}};
-  for (const auto& [name, path, namePart, extension, base] : cases) {
+  using Parts = std::tuple<long, long, long, std::string>;
+  const std::pair<std::string, Parts> cases[] = {{"/tmp/log.txt", {0, 5, 8, "log"}},
+                                                 {"log.txt", {7, 0, 3, "log"}},
+                                                 {"a.b/c", {0, 4, 5, "c"}},
+                                                 {"a.tar.gz", {8, 0, 5, "a.tar"}},
+                                                 {"/d/.hidden", {0, 3, 3, ""}},
+                                                 {"", {0, 0, 0, ""}},
+                                                 {"dir/", {0, 4, 4, ""}},
+                                                 {"end.", {4, 0, 3, "end"}}};
+  for (const auto& [name, parts] : cases) {
     std::string copy = name;
     char* start = copy.data();
-    EXPECT_EQ(UtlFnGetPathPtr(start) - start, path) << name;
-    EXPECT_EQ(UtlFnGetNamePtr(start) - start, namePart) << name;
-    EXPECT_EQ(UtlFnGetExtensionPtr(start) - start, extension) << name;
-    EXPECT_STREQ(UtlBasename(start), base) << name;
+    const long path = UtlFnGetPathPtr(start) - start,
+               extension = UtlFnGetExtensionPtr(start) - start;
+    EXPECT_EQ(Parts(path, UtlFnGetNamePtr(start) - start, extension, UtlBasename(start)), parts);
   }
 }
 
