@@ -41,7 +41,7 @@ TEST(Unwind, ReachesTheInnermostBuffer) {
 
 TEST(Unwind, WithoutABufferIsFatal) {
   const ChildResult child = runInChild([] { UnwindDoUnwind(UNWIND_ERR); });
-  EXPECT_TRUE(child.exitedWith(3)) << child.status;
+  EXPECT_EQ(exitCode(child), 3);
   EXPECT_THAT(child.err, testing::StartsWith("UNWIND called with no handler!\n"));
   noHalt = 1;
   UnwindSetExceptionVal(UNWIND_RESTART);
@@ -51,24 +51,24 @@ TEST(Unwind, WithoutABufferIsFatal) {
 }
 
 TEST(Unwind, TraceTellsKindAndPlace) {
-  const std::string longFile(300, 'f');
-  const std::string traced = "^\\[[^\n]*\\]\n    \\[DEBUG\\]: Unwind\\(";
-  const std::string broken = "^UTL_GUARANTEE failure in file src/unwind at line [0-9]+\n$";
-  const std::tuple<int, const char*, int, std::string> cases[] = {
-      {0, "x.c", 1, traced + "UNWIND_NO_SIGNAL\\) called from line 42 in x.c\n$"},
-      {8, "x.c", 8, traced + "UNWIND_SERV_TXT_FILE_TO_OOP_JMP\\) called from line 42 in x.c\n$"},
-      {14, "x.c", 14, traced + "UNWIND_LOST_OT\\) called from line 42 in x.c\n$"},
-      {1, longFile.c_str(), 1, traced + "UNWIND_ERR\\) called from line 42 in f{98}\n$"},
-      {-1, "x.c", -2, broken},
-      {15, "x.c", -2, broken},
+  const std::tuple<int, int, std::string> cases[] = {
+      {0, 1, "UNWIND_NO_SIGNAL"},
+      {8, 8, "UNWIND_SERV_TXT_FILE_TO_OOP_JMP"},
+      {14, 14, "UNWIND_LOST_OT"},
+      {-1, -2, ""},
+      {15, -2, ""},
   };
-  for (const auto& [kind, file, outcome, trace] : cases) {
-    const ChildResult child = inChild([value = static_cast<UnwindKindEType>(kind), file = file] {
+  for (const auto& [kind, outcome, name] : cases) {
+    const ChildResult child = inChild([value = static_cast<UnwindKindEType>(kind)] {
       noHalt = 1;
-      return 10 + received([&] { UnwindDoTraceUnwind(value, file, 42); });
+      const std::string longFile(300, 'f');
+      return 10 + received([&] { UnwindDoTraceUnwind(value, longFile.c_str(), 42); });
     });
     EXPECT_EQ(exitCode(child), 10 + outcome);
-    EXPECT_THAT(child.out, testing::ContainsRegex(trace));
+    std::string trace = "    [DEBUG]: Unwind(" + name + ") called from line 42 in ";
+    trace += std::string(153 - trace.size(), 'f') + "\n";
+    const char* broken = "UTL_GUARANTEE failure in file src/unwind at line ";
+    EXPECT_THAT(child.out, testing::HasSubstr(name.empty() ? broken : trace));
   }
 }
 
