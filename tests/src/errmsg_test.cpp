@@ -313,17 +313,12 @@ TEST_F(Catalogue, ReportsErrors) {
 
 TEST_F(Catalogue, ReportsWrapTheMessage) {
   const std::pair<std::string, std::string> rows[] = {
-      {"", ""},
-      {repeated(100), repeated(80) + "\n" + repeated(20)},
-      {"a\n\nb\n", "a\n\nb\n"},
-      {repeated(64) + " b", repeated(64) + " b"},
-      {repeated(65) + " b", repeated(65) + "\nb"},
+      {repeated(100) + "\n\nb\n", repeated(80) + "\n" + repeated(20) + "\n\nb\n"},
       {repeated(64) + "  b", repeated(64) + " \nb"},
       {repeated(80) + " b", repeated(80) + "\nb"},
       {repeated(80) + "\nb", repeated(80) + "\nb"},
       {repeated(79) + "\x01" + "b", repeated(79) + "\x01\nb"},
-      {repeated(77) + "\t\r\ab", repeated(77) + "\t\r\a\nb"},
-      {repeated(78) + "\x7F" + "b", repeated(78) + "\x7F\nb"},
+      {repeated(75) + "\t\r\a\x7F" + "b", repeated(75) + "\t\r\a\x7F\nb"},
   };
   for (const auto& [message, wrapped] : rows) {
     ZelErrSType error{};

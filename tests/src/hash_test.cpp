@@ -79,9 +79,8 @@ class HashTable : public testing::TestWithParam<BoolType> {
   HashTableSType table_;
 };
 
-INSTANTIATE_TEST_SUITE_P(, HashTable, testing::Values(0, 1), [](const auto& copies) {
-  return copies.param != 0 ? "Copies" : "Pointers";
-});
+// Tables of pointers, and of copies.
+INSTANTIATE_TEST_SUITE_P(, HashTable, testing::Values(0, 1));
 
 TEST_P(HashTable, GrowsWhenHalfFullUntilTheLastSize) {
   const long sizes[] = {37, 67, 131, 257, 521, 1031, 2053, 4099, 8209, 16411, 32771, 65537};

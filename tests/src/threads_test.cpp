@@ -90,21 +90,19 @@ TEST(Threads, BarrierOrdersStoresBeforeLoads) {
   struct alignas(64) Word {
     volatile int value;
   };
-  Word words[2] = {};
-  Word seen[2] = {};
-  int arrived = 0;
-  int missed = 0;
+  Word words[2] = {}, seen[2] = {};
+  int arrived = 0, missed = 0;
   const auto meet = [&](int times) {
     HostAsmSyncCtrAdd(&arrived, 1);
     while (HostAsmSyncCtrAdd(&arrived, 0) < 2 * times) std::this_thread::yield();
   };
   const auto run = [&](int me) {
-    for (int round = 1, meetings = 0; round <= 3000; ++round) {
-      meet(++meetings);
+    for (int round = 1; round <= 3000; ++round) {
+      meet(2 * round - 1);
       words[me].value = round;
       HostShrMemoryBarrier();
       seen[me].value = words[1 - me].value;
-      meet(++meetings);
+      meet(2 * round);
       if (me == 0 && seen[0].value != round && seen[1].value != round) ++missed;
     }
   };
@@ -114,52 +112,40 @@ TEST(Threads, BarrierOrdersStoresBeforeLoads) {
   EXPECT_EQ(missed, 0);
 }
 
-// A mutex whose calls fail: it checks its owner, which this thread is.
-HostMutexSType* heldMutex() {
-  static HostMutexSType mutex;
+TEST(HostMutexDeathTest, FailuresAreBrokenGuaranteesButForReleases) {
+  const std::pair<void (*)(HostMutexSType*), std::string> cases[] = {
+      {HostMutexDestroy, "mutexDestroy failed\n"},
+      {HostMutexAcquire, "mutexLock failed\n"},
+      {[](HostMutexSType*) { HostMutexInit(nullptr); }, ""},
+      {[](HostMutexSType*) { HostMutexDestroy(nullptr); }, "mutexDestroy failed\n"},
+      {[](HostMutexSType*) { HostMutexAcquire(nullptr); }, "mutexLock failed\n"},
+      {[](HostMutexSType*) { HostMutexError(-7); }, "HostMutexError :  caller line -7\n"},
+  };
+  // A mutex that checks its owner
+  HostMutexSType mutex;
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
   pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
   pthread_mutex_init(&mutex, &attributes);
-  HostMutexAcquire(&mutex);
-  return &mutex;
-}
-
-TEST(HostMutexDeathTest, FailuresAreBrokenGuarantees) {
-  const std::pair<void (*)(), std::string> cases[] = {
-      {[] { HostMutexDestroy(heldMutex()); }, "mutexDestroy failed\n"},
-      {[] { HostMutexAcquire(heldMutex()); }, "mutexLock failed\n"},
-      {[] { HostMutexInit(nullptr); }, ""},
-      {[] { HostMutexDestroy(nullptr); }, "mutexDestroy failed\n"},
-      {[] { HostMutexAcquire(nullptr); }, "mutexLock failed\n"},
-      {[] { HostMutexError(-7); }, "HostMutexError :  caller line -7\n"},
-  };
   for (const auto& [action, printed] : cases) {
-    const auto die = [action = action] {
+    const auto die = [&mutex, action = action] {
       dup2(STDERR_FILENO, STDOUT_FILENO);
-      action();
+      HostMutexRelease(nullptr);
+      HostMutexRelease(&mutex);
+      HostMutexAcquire(&mutex);
+      action(&mutex);
     };
     EXPECT_EXIT(die(), testing::ExitedWithCode(3),
-                "^" + printed + "UTL_GUARANTEE failure in file src/hostmutex at line [0-9]+\n");
+                "^mutexUnLock failed=nmutexUnLock failed=n" + printed +
+                    "UTL_GUARANTEE failure in file src/hostmutex at line [0-9]+\n");
   }
 }
 
-TEST(HostMutex, FailedReleaseIsReportedAndGoesOn) {
-  HostMutexSType* mutex = heldMutex();
-  testing::internal::CaptureStdout();
-  for (HostMutexSType* released : {mutex, mutex, static_cast<HostMutexSType*>(nullptr)})
-    HostMutexRelease(released);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "mutexUnLock failed=nmutexUnLock failed=n");
-}
-
-HostThreadType started(HostThreadFuncType* start, void* arg, std::size_t minStackSize = 0) {
+// What the function gives back, run by a thread of its own.
+void* run(HostThreadFuncType* start, void* arg = nullptr, std::size_t minStackSize = 0) {
   HostThreadType thread;
-  EXPECT_EQ(HostThreadCreate(&thread, start, arg, minStackSize), 0);
-  return thread;
-}
-
-void* join(HostThreadType thread) {
   void* value = nullptr;
+  EXPECT_EQ(HostThreadCreate(&thread, start, arg, minStackSize), 0);
   EXPECT_EQ(HostThreadJoin(thread, &value), 0);
   return value;
 }
@@ -168,10 +154,9 @@ TEST(HostThread, RunsJoinsExitsAndIsSignalled) {
   const auto exitWithId = [](void*) -> void* {
     HostThreadExit(reinterpret_cast<void*>(HostThreadSelf()));
   };
-  const HostThreadType thread = started(exitWithId, nullptr);
+  const HostThreadType thread = reinterpret_cast<HostThreadType>(run(exitWithId));
   EXPECT_EQ(HostThreadEqual(thread, thread), 1);
   EXPECT_EQ(HostThreadEqual(thread, HostThreadSelf()), 0);
-  EXPECT_EQ(reinterpret_cast<HostThreadType>(join(thread)), thread);
   EXPECT_EQ(HostThreadJoin(HostThreadSelf(), nullptr), EDEADLK);
 
   static HostThreadType receiver;
@@ -192,7 +177,7 @@ std::size_t stackSizeOf(pthread_attr_t attributes) {
 
 TEST(HostThread, StackIsAtLeastTheMinimumInWholePages) {
   // Gives back its argument and its own stack's size.
-  const auto run = [](void* arg) {
+  const auto measure = [](void* arg) {
     pthread_attr_t attributes;
     pthread_getattr_np(pthread_self(), &attributes);
     *static_cast<std::size_t*>(arg) = stackSizeOf(attributes);
@@ -205,14 +190,14 @@ TEST(HostThread, StackIsAtLeastTheMinimumInWholePages) {
   testing::internal::CaptureStdout();
   for (const auto minimum : {0 * least, 1U, least, least + 1, least + 4096, 2 * least - 5}) {
     std::size_t own = 0;
-    EXPECT_EQ(join(started(run, &own, minimum)), &own);
+    EXPECT_EQ(run(measure, &own, minimum), &own);
     sizes.push_back(own);
   }
   EXPECT_EQ(sizes, (std::vector{least, least, least, least + 4096, least + 4096, 2 * least}));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   for (const std::size_t size : {0xFFFFF000U, 0xFFFFF001U, 0xFFFFFFFFU}) {
     HostThreadType thread;
-    EXPECT_NE(HostThreadCreate(&thread, run, nullptr, size), 0) << "more than memory";
+    EXPECT_NE(HostThreadCreate(&thread, measure, nullptr, size), 0) << "more than memory";
   }
 }
 

@@ -3,17 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <string>
 #include <vector>
 
-#include <povzel/utlbits.h>
 #include "basics/fortests.h"
 
 namespace {
-
-unsigned long checksumOf(const std::string& text) {
-  return UtlChecksum(reinterpret_cast<const unsigned char*>(text.data()), text.size());
-}
 
 // One byte by the definition, bit by bit. A checksum is the complement of what this arrives at.
 std::uint32_t slowStep(std::uint32_t crc, unsigned char byte) {
@@ -38,15 +32,6 @@ class UtlChecksumWith : public testing::TestWithParam<unsigned int> {
 INSTANTIATE_TEST_SUITE_P(Instructions, UtlChecksumWith,
                          testing::Values(0U, utlCpuPclmul, utlCpuPclmul | utlCpuVpclmul));
 
-TEST_P(UtlChecksumWith, KnownValues) {
-  EXPECT_EQ(checksumOf(""), 0U);
-  EXPECT_EQ(checksumOf("1234"), 0x9BE3E0A3U);
-  EXPECT_EQ(checksumOf("123456789"), 0xCBF43926U);
-  EXPECT_EQ(checksumOf(std::string(32, '\0')), 0x190A55ADU);
-  const auto* bytes = reinterpret_cast<const unsigned char*>(ffstable.data());
-  EXPECT_EQ(UtlChecksum(bytes, ffstable.size()), 0xEC24D357U);
-}
-
 TEST_P(UtlChecksumWith, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {
   std::mt19937 random(7);
   std::vector<unsigned char> bytes;
@@ -64,6 +49,7 @@ TEST_P(UtlChecksumWith, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {
     bytes.push_back(static_cast<unsigned char>(random()));
     expected = slowStep(expected, bytes.back());
   }
+  EXPECT_EQ(UtlChecksum(reinterpret_cast<const unsigned char*>("123456789"), 9), 0xCBF43926U);
 }
 
 TEST(UtlChecksum, TableHoldsTheBytesOwnRemainders) {
