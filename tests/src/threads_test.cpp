@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -88,20 +89,24 @@ TEST(Threads, LoseNothing) {
 // of them sees the other's store.
 TEST(Threads, BarrierOrdersStoresBeforeLoads) {
   struct alignas(64) Word {
-    volatile int value;
+    std::atomic<int> value;
   };
-  Word words[2] = {}, seen[2] = {};
-  int arrived = 0, missed = 0;
+  Word words[2] = {}, seen[2] = {}, arrived = {}, wanted = {};
+  int missed = 0;
   const auto meet = [&](int times) {
-    HostAsmSyncCtrAdd(&arrived, 1);
-    while (HostAsmSyncCtrAdd(&arrived, 0) < 2 * times) std::this_thread::yield();
+    ++arrived.value;
+    for (int spins = 0; arrived.value < 2 * times; ++spins) {
+      if (spins > 1000) std::this_thread::yield();
+    }
   };
   const auto run = [&](int me) {
-    for (int round = 1; round <= 3000; ++round) {
+    for (int round = 1; round <= 20000; ++round) {
       meet(2 * round - 1);
-      words[me].value = round;
+      // Behind a store to what both want, the word's waits for long.
+      wanted.value.store(me, std::memory_order_relaxed);
+      words[me].value.store(round, std::memory_order_relaxed);
       HostShrMemoryBarrier();
-      seen[me].value = words[1 - me].value;
+      seen[me].value = words[1 - me].value.load(std::memory_order_relaxed);
       meet(2 * round);
       if (me == 0 && seen[0].value != round && seen[1].value != round) ++missed;
     }
