@@ -113,12 +113,9 @@ TEST(MessageFileHeader, IsCheckedFieldByField) {
     EXPECT_EQ(isRead && header.tabSize == 64 && header.textBegin == 788, fault.empty());
   }
 
-  const unsigned char transforms[][4] = {{0, 1, 2, 3}, {3, 1, 0, 2}, {0, 1, 1, 3}, {0, 1, 2, 4}};
   const unsigned char pairs[][2] = {{0, 1}, {1, 0}, {1, 1}, {0, 2}};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(UtlValidateSwizzleTransforms(transforms[i], pairs[0]), i < 2);
-    EXPECT_EQ(UtlValidateSwizzleTransforms(transforms[0], pairs[i]), i < 2);
-  }
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(UtlValidateSwizzleTransforms(littleEndian.data(), pairs[i]), i < 2);
 }
 
 TEST(MessageFile, OpensReopensAndCloses) {

@@ -42,27 +42,21 @@ TEST_F(DString, GrowsTwofoldForTextsAndExactlyForLengths) {
 // Sizes that no allocation can have, or that exceed 32 bits, fail like those that the heap refuses.
 TEST_F(DString, FailuresLeaveTheRecordAsItWas) {
   TvDStringAppend(&ds_, std::string(250, 'q').c_str(), 250);
-  const struct {
-    long append, setLength;
-    const char* size;
-  } cases[] = {{1000, 0, "2500"},
-               {LONG_MAX / 2, 0, "2147484146"},
-               {LONG_MAX - 250, 0, "4294967294"},
-               {LONG_MAX, 0, "4294967295"},
-               {0, 600, "601"},
-               {0, LONG_MAX, "2147483648"}};
-  for (const auto& c : cases) {
+  const std::tuple<bool, long, const char*> cases[] = {{true, 1000, "2500"},
+                                                       {true, LONG_MAX / 2, "2147484146"},
+                                                       {true, LONG_MAX - 250, "4294967294"},
+                                                       {true, LONG_MAX, "4294967295"},
+                                                       {false, 600, "601"},
+                                                       {false, LONG_MAX, "2147483648"}};
+  for (const auto& [appends, length, size] : cases) {
     const TvDString before = ds_;
     const FailingCall failing("malloc", ENOMEM);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    if (c.setLength > 0) {
-      TvDStringSetLength(&ds_, c.setLength);
-    } else {
-      EXPECT_EQ(TvDStringAppend(&ds_, "text", c.append), nullptr);
-    }
+    if (!appends) TvDStringSetLength(&ds_, length);
+    EXPECT_EQ(appends ? TvDStringAppend(&ds_, "text", length) : nullptr, nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              std::string("malloc failure allocating ") + c.size + " bytes: tvdstring\n");
+              std::string("malloc failure allocating ") + size + " bytes: tvdstring\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
     EXPECT_EQ(std::memcmp(&before, &ds_, sizeof before), 0);
     EXPECT_EQ(text(), std::string(250, 'q'));
