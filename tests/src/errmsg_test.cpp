@@ -63,9 +63,9 @@ class Catalogue : public testing::Test {
 const BoolType panickedAtStart = ErrMsgGetPanicked();
 
 TEST_F(Catalogue, FallbackFormShowsEverything) {
-  EXPECT_EQ(text("a.b", "dnosxgoos", -1L, 2L, OopType{4096}, "t", 255UL, 0.5, OopType{31},
+  EXPECT_EQ(text("a.b", "dnosxgoos", -1L, 2L, OopType{4097}, "t", 255UL, 0.5, OopType{31},
                  OopType{0xFFFFFFFF}, static_cast<const char*>(nullptr)),
-            "[a.b -1 2 Oop(4096) t 0xff 0.5 SmallInteger(7) SmallInteger(-1) [null]]");
+            "[a.b -1 2 Oop(4097) t 0xff 0.5 SmallInteger(7) SmallInteger(-1) [null]]");
   EXPECT_EQ(text(nullptr, "dddddddddddd", 1L, 2L, 3L, 4L, 5L, 6L, 7L, 8L, 9L, 10L, 11L, 12L),
             "[ 1 2 3 4 5 6 7 8 9 10]");
   ErrMsgSetPanicked(0);
@@ -318,7 +318,7 @@ TEST_F(Catalogue, ReportsWrapTheMessage) {
       {repeated(80) + " b", repeated(80) + "\nb"},
       {repeated(80) + "\nb", repeated(80) + "\nb"},
       {repeated(79) + "\x01" + "b", repeated(79) + "\x01\nb"},
-      {repeated(75) + "\t\r\a\x7F" + "b", repeated(75) + "\t\r\a\x7F\nb"},
+      {repeated(74) + "\t\r\a\x7F" + "bc", repeated(74) + "\t\r\a\x7F" + "b\nc"},
   };
   for (const auto& [message, wrapped] : rows) {
     ZelErrSType error{};
