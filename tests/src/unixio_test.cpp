@@ -4,12 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <optional>
 
 #include <povzel/hostdebug.h>
 #include <povzel/hostsigterm.h>
-#include <povzel/unixerr.h>
 #include "basics/fortests.h"
 #include "faults.h"
 #include "process.h"
@@ -56,7 +53,6 @@ TEST(UnixIoSignal, ActionsByInstaller) {
     EXPECT_TRUE(isFull(now.sa_mask));
   }
   std::signal(SIGUSR2, SIG_DFL);
-
   const ChildResult refused = runInChild([] { UNIXIO_DO_SIGNAL(SIGKILL, handler, nullptr); });
   EXPECT_EQ(exitCode(refused), 3);
   EXPECT_THAT(refused.out,
@@ -64,74 +60,28 @@ TEST(UnixIoSignal, ActionsByInstaller) {
                             "UTL_GUARANTEE failure in file src/unixio at line [0-9]+\n"));
 }
 
-TEST(UnixIo, OpenedStreamsAreClosedByExec) {
+TEST(UnixIo, StreamsByModeAndContent) {
   const ScratchDirectory scratch;
-  const std::string name = scratch / "f";
-  for (const char* mode : {"w+", "r", "rb", "a+"}) {
+  const std::string name = scratch.write("f", "ab\ncdef");
+  std::FILE* file = nullptr;
+  for (const char* mode : {"r+", "a+", "rb", "r"}) {
     errno = 5;
-    std::FILE* file = UnixIoFopen(name.c_str(), mode);
+    file = UnixIoFopen(name.c_str(), mode);
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(fcntl(fileno(file), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(fileno(file), F_GETFL) & O_ACCMODE, mode[1] == '+' ? O_RDWR : O_RDONLY);
-    std::fclose(file);
+    if (mode != std::string("r")) std::fclose(file);
   }
   EXPECT_EQ(UnixIoFopen(name.c_str(), ""), nullptr);
   EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(UnixIo, StatByNameAndDescriptor) {
-  const ScratchDirectory scratch;
-  const std::string name = scratch.write("f", "12345");
-  const int fd = open64(name.c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_EQ(ftruncate64(fd, (5LL << 30) + 7), 0);
-  struct stat64 large;
-  struct stat plain;
-  char why[200] = "kept";
-  char expected[200];
-  EXPECT_TRUE(UnixIoStat64(name.c_str(), &large, why, sizeof why));
-  EXPECT_EQ(large.st_size, (5LL << 30) + 7);
-  large.st_size = 0;
-  EXPECT_TRUE(UnixIoFstat64(fd, &large, why, sizeof why));
-  EXPECT_EQ(large.st_size, (5LL << 30) + 7);
-  EXPECT_STREQ(why, "kept");
-  UnixErr(EOVERFLOW, expected, sizeof expected);
-  EXPECT_FALSE(UnixIoStat(name.c_str(), &plain, why, sizeof why));
-  EXPECT_STREQ(why, expected);
-
-  ASSERT_EQ(ftruncate(fd, 9), 0);
-  const std::function<BoolType(char*, std::size_t)> calls[] = {
-      [&](char* text, std::size_t size) { return UnixIoStat(name.c_str(), &plain, text, size); },
-      [&](char* text, std::size_t size) { return UnixIoStat64(name.c_str(), &large, text, size); },
-      [&](char* text, std::size_t size) { return UnixIoFstat(fd, &plain, text, size); },
-      [&](char* text, std::size_t size) { return UnixIoFstat64(fd, &large, text, size); }};
-  const char* called[] = {"stat", "stat64", "fstat", "fstat64"};
-  for (std::size_t which = 0; which < std::size(calls); ++which) {
-    plain.st_size = large.st_size = 0;
-    const auto stat = [&] {
-      const bool done = calls[which](why, 12) != 0;
-      return Said(done && plain.st_size + large.st_size == 9, errno);
-    };
-    EXPECT_EQ(failEachCall(stat, {.interruptible = {called[which]}}), CallNames{called[which]});
-    const FailingCall failing(called[which], EOVERFLOW);
-    EXPECT_FALSE(calls[which](why, 12));
-    EXPECT_EQ(why, std::string(expected).substr(0, 10));
-  }
-  const FailingCall failing("stat", EIO);
-  EXPECT_FALSE(UnixIoStat(name.c_str(), &plain, nullptr, 0));
-  close(fd);
-}
-
-TEST(UnixIo, FgetsAndFgetcOfAFile) {
-  const ScratchDirectory scratch;
-  std::FILE* file = UnixIoFopen(scratch.write("f", "ab\ncdef").c_str(), "r");
   char line[8];
-  errno = 5;
-  EXPECT_TRUE(UnixIoFgets(line, sizeof line, file));
-  EXPECT_EQ(errno, 0);
-  EXPECT_STREQ(line, "ab\n");
-  EXPECT_TRUE(UnixIoFgets(line, 3, file));
-  EXPECT_STREQ(line, "cd");
+  for (const std::string expected : {"ab\n", "cd"}) {
+    errno = 5;
+    EXPECT_TRUE(UnixIoFgets(line, expected.size() == 3 ? sizeof line : 3, file));
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(line, expected);
+  }
   EXPECT_FALSE(UnixIoFgets(line, 0, file));
   for (const int expected : {static_cast<int>('e'), static_cast<int>('f'), -1}) {
     errno = 5;
@@ -142,36 +92,68 @@ TEST(UnixIo, FgetsAndFgetcOfAFile) {
   std::fclose(file);
 }
 
+TEST(UnixIo, StatByNameAndDescriptor) {
+  const ScratchDirectory scratch;
+  const std::string name = scratch.write("f", "12345");
+  const int fd = open64(name.c_str(), O_RDWR | O_CLOEXEC);
+  struct stat64 large;
+  struct stat plain;
+  char why[200] = "kept";
+  using Call = std::function<BoolType(char*, std::size_t)>;
+  const std::pair<std::string, Call> calls[] = {
+      {"stat", [&](auto text, auto size) { return UnixIoStat(name.c_str(), &plain, text, size); }},
+      {"stat64",
+       [&](auto text, auto size) { return UnixIoStat64(name.c_str(), &large, text, size); }},
+      {"fstat", [&](auto text, auto size) { return UnixIoFstat(fd, &plain, text, size); }},
+      {"fstat64", [&](auto text, auto size) { return UnixIoFstat64(fd, &large, text, size); }}};
+  for (const auto& [called, call] : calls) {
+    const auto stat = [&, &call = call] {
+      plain.st_size = large.st_size = 0;
+      const bool done = call(why, 12) != 0;
+      return Said(done && plain.st_size + large.st_size == 5, errno);
+    };
+    EXPECT_EQ(failEachCall(stat, {.interruptible = {called}}), CallNames{called});
+    ASSERT_EQ(ftruncate64(fd, (5LL << 30) + 7), 0);
+    std::strcpy(why, "kept");
+    large.st_size = 0;
+    const bool is64 = called.ends_with("64");
+    EXPECT_EQ(call(why, 12), is64) << called;
+    EXPECT_EQ(why, std::string(is64 ? "kept" : "[unixerr.p")) << called;
+    EXPECT_EQ(large.st_size, is64 ? (5LL << 30) + 7 : 0);
+    EXPECT_EQ(call(nullptr, 0), is64);
+    ASSERT_EQ(ftruncate(fd, 5), 0);
+  }
+  close(fd);
+}
+
 TEST(UnixIo, FgetcOnATerminalSurvivesSignals) {
   const std::tuple<void (*)(), int, int, int> cases[] = {
       {[] { EXPECT_EQ(write(typeInto, "x\n", 2), 2); }, 'x', 0, 0},
       {[] { UnixIoInterrupt(1); }, -1, EINTR, 0},
       {[] { HostIncrementSigTerm(); }, -1, EINTR, 1},
       {[] { EXPECT_EQ(write(typeInto, "\4", 1), 1); }, -1, 0, 0}};  // the end of the input
+  const auto readTicked = [](int fd, void (*action)()) {
+    std::FILE* stream = fdopen(fd, "r");
+    startTicking(action);
+    errno = 5;
+    const int result = UnixIoFgetc(stream);
+    const int error = errno;
+    stopTicking();
+    std::fclose(stream);
+    return std::pair(result, error);
+  };
   for (const auto& [action, result, error, requests] : cases) {
     const Terminal terminal;
     typeInto = terminal.user;
-    std::FILE* stream = fdopen(dup(terminal.program), "r");
-    startTicking(action);
-    errno = 5;
-    EXPECT_EQ(UnixIoFgetc(stream), result);
-    const int failure = errno;
-    stopTicking();
-    EXPECT_EQ(failure, error);
+    EXPECT_EQ(readTicked(dup(terminal.program), action), std::pair(result, error));
     EXPECT_GE(ticks, 3);
     EXPECT_EQ(cancelBlockingCall, 0);
     EXPECT_EQ(HostClearSigTerm(), requests);
-    std::fclose(stream);
   }
   // A pipe gives up at the first one.
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  std::FILE* stream = fdopen(ends[0], "r");
-  startTicking([] {});
-  EXPECT_EQ(UnixIoFgetc(stream), -1);
-  EXPECT_EQ(errno, EINTR);
-  stopTicking();
-  std::fclose(stream);
+  EXPECT_EQ(readTicked(ends[0], [] {}), std::pair(-1, EINTR));
   close(ends[1]);
 }
 
@@ -188,12 +170,15 @@ TEST(UnixIo, ExecReplacesTheProgramOrFails) {
 
 TEST(UnixIoSystem, ResultsByCommand) {
   const std::string session = "read a b c d e session rest </proc/$$/stat; [ $session ";
+  const ScratchDirectory scratch;
+  const std::string stopping = "echo $$ >" + (scratch / "pid") + "; kill -STOP $$";
   const std::tuple<std::string, BoolType, int> cases[] = {
       {"exit 0", 0, 0},
       {"exit 3", 0, -1},
       {"exit 0", 1, 0},
       {"exit 255", 1, -1},
       {"kill -9 $$", 0, 0},
+      {stopping, 0, -1},
       // In a session of its own, or in the caller's; with the caller's signal mask.
       {session + "= $$ ]", 0, 0},
       {session + "!= $$ ]", 1, 0},
@@ -203,16 +188,11 @@ TEST(UnixIoSystem, ResultsByCommand) {
     EXPECT_EQ(UnixIoSystem(command.c_str(), interactively), result) << command;
   }
   std::signal(SIGINT, SIG_DFL);
-
-  // A stopped command fails. Signals meanwhile wait until the command is over.
-  const ScratchDirectory scratch;
-  const std::string stopping = "echo $$ >" + (scratch / "pid") + "; kill -STOP $$";
-  EXPECT_EQ(UnixIoSystem(stopping.c_str(), 0), -1);
-  pid_t stopped = 0;
-  std::ifstream(scratch / "pid") >> stopped;
+  const int stopped = std::atoi(readFile(scratch / "pid").c_str());
   ASSERT_GT(stopped, 0);
   kill(stopped, SIGKILL);
   EXPECT_EQ(waitpid(stopped, nullptr, 0), stopped);
+  // Signals meanwhile wait until the command is over.
   startTicking([] {});
   EXPECT_EQ(UnixIoSystem("sleep 0.02", 0), 0);
   EXPECT_GE(ticks, 1);
@@ -234,8 +214,7 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
   action.sa_flags = SA_NODEFER;
   for (const bool runs : {false, true}) {
     sigaction(SIGCHLD, &action, nullptr);
-    std::optional<FailingCall> failing;
-    if (!runs) failing.emplace("refuseVfork", EAGAIN);
+    const FailingCall failing(runs ? "kill" : "refuseVfork", EAGAIN);
     EXPECT_EQ(run(), runs);
     struct sigaction now;
     sigaction(SIGCHLD, nullptr, &now);
@@ -245,7 +224,6 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
   }
   std::signal(SIGCHLD, SIG_DFL);
   std::signal(SIGVTALRM, SIG_DFL);
-
   const ChildResult withoutShell = inChild([] {
     const FailingCall failing("execv", ENOENT);
     return UnixIoSystem("exit 0", 0) == -1 ? 0 : 1;
@@ -267,23 +245,21 @@ TEST(UnixIoSystem, RunsUnderTheRealIds) {
 }
 
 TEST(UnixIoSystem, GivesTheForegroundBack) {
-  static pid_t given;
-  static bool wouldStop;
-  const OsCalls kept = osCallsForTests;
-  osCallsForTests.tcgetpgrp = [](int fd) noexcept { return fd == STDIN_FILENO ? 4711 : -1; };
-  osCallsForTests.tcsetpgrp = [](int fd, pid_t group) noexcept {
-    sigset_t blocked;
-    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    wouldStop = sigismember(&blocked, SIGTTOU) != 1;
-    given = group;
-    return fd == STDIN_FILENO ? 0 : -1;
-  };
-  EXPECT_EQ(UnixIoSystem("exit 0", 0), 0);
-  EXPECT_EQ(given, 0);
-  EXPECT_EQ(UnixIoSystem("exit 0", 1), 0);
-  EXPECT_EQ(given, 4711);
-  EXPECT_FALSE(wouldStop);
-  osCallsForTests = kept;
+  const ChildResult child = inChild([] {
+    osCallsForTests.tcgetpgrp = [](int fd) noexcept { return fd == STDIN_FILENO ? 4711 : -1; };
+    osCallsForTests.tcsetpgrp = [](int fd, pid_t group) noexcept {
+      sigset_t blocked;
+      pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+      // Would the change stop the process?
+      std::printf("%d %d %d", fd, group, sigismember(&blocked, SIGTTOU));
+      return 0;
+    };
+    return UnixIoSystem("exit 0", 0) == 0 && std::puts("|") > 0 && UnixIoSystem("exit 0", 1) == 0
+               ? 0
+               : 1;
+  });
+  EXPECT_EQ(exitCode(child), 0);
+  EXPECT_EQ(child.out, "|\n0 4711 1");
 }
 
 }  // namespace
