@@ -2,18 +2,45 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.io.*;
 import java.math.BigInteger;
 import java.time.LocalDateTime;
 import java.time.temporal.ChronoUnit;
 import java.util.*;
 import java.util.concurrent.*;
-import org.junit.jupiter.api.Test;
+import java.util.stream.*;
+import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 
-// Logging in, running texts, values both ways, errors, threads, closing.
-class SessionTest extends LoggedIn {
+// Logging in, running texts, values both ways, long contents, references and changes, errors,
+// threads, closing.
+class SessionTest {
+    private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
+
+    private PovZelSession session;
+
+    @BeforeEach
+    void logIn() {
+        session = PovZelSession.login("DataCurator", "swordfish");
+    }
+
+    @AfterEach
+    void logOut() {
+        session.close();
+    }
+
     private static PovZelException fails(Executable call) {
         return assertThrows(PovZelException.class, call);
+    }
+
+    private static void allThrow(Class<? extends Throwable> kind, Executable... calls) {
+        for (Executable call : calls) {
+            assertThrows(kind, call);
+        }
+    }
+
+    private PovZelObject object(String text) {
+        return session.executeForObject(text);
     }
 
     @Test
@@ -26,6 +53,10 @@ class SessionTest extends LoggedIn {
         for (Object[] text : texts) {
             assertEquals(text[1], session.execute((String) text[0]));
         }
+        assertEquals(42L, session.execute(session.newString("6 * 7")));
+        assertEquals(7L, session.perform(3, "+", 4));
+        assertEquals(5L, session.perform("hello", "size"));
+        assertEquals(true, object("[:x | x isNil]").perform("value:", (Object[]) null));
     }
 
     // What Java stores in an array of the database comes back as it was, or as its widest type.
@@ -40,13 +71,11 @@ class SessionTest extends LoggedIn {
         PovZelObject array = session.newArray(values);
         assertEquals(values, array.value());
         assertEquals(values, ((PovZelObject) session.perform(array, "yourself")).list());
+        assertEquals(List.of(-7L, 300L, 70000L, 1.5, 2L, "text"),
+                session.newArray(List.of((byte) -7, (short) 300, 70000, 1.5f, BigInteger.TWO,
+                        new StringBuilder("text"))).value());
 
-        List<Object> narrow = Arrays.asList((byte) -7, (short) 300, 70000, 1.5f, BigInteger.TWO,
-                new StringBuilder("text"));
-        assertEquals(Arrays.asList(-7L, 300L, 70000L, 1.5, 2L, "text"),
-                session.newArray(narrow).value());
-
-        List<Object> nested = session.newArray(Arrays.asList(new byte[] {1, -1}, new Object[] {"a"},
+        List<Object> nested = session.newArray(List.of(new byte[] {1, -1}, new Object[] {"a"},
                 List.of(List.of(5L)))).list();
         assertArrayEquals(new byte[] {1, -1}, (byte[]) ((PovZelObject) nested.get(0)).value());
         assertEquals(List.of("a"), ((PovZelObject) nested.get(1)).value());
@@ -59,8 +88,7 @@ class SessionTest extends LoggedIn {
         for (String text : List.of("", "\0", "\u00e4\u20ac", "\ud83d\ude00", "z".repeat(70000))) {
             PovZelObject narrow = session.newString(text);
             PovZelObject wide = session.newDoubleByteString(text);
-            assertEquals(text, narrow.value());
-            assertEquals(text, wide.value());
+            assertEquals(List.of(text, text), List.of(narrow.value(), wide.value()));
             assertFalse(narrow.describe().isDBString);
             assertTrue(wide.describe().isDBString);
             assertEquals(2L * text.length(), wide.size());
@@ -70,8 +98,9 @@ class SessionTest extends LoggedIn {
         assertEquals("\u00e4b", latin.value(), "bytes that are no UTF-8 are one character each");
     }
 
-    private static void refuses(Executable call, String reason) {
-        String message = assertThrows(IllegalArgumentException.class, call).getMessage();
+    private void refuses(Object argument, String reason) {
+        String message = assertThrows(IllegalArgumentException.class,
+                () -> session.perform(null, "foo:", argument)).getMessage();
         assertTrue(message.contains(reason), message);
     }
 
@@ -79,18 +108,15 @@ class SessionTest extends LoggedIn {
     void whatCannotBeConvertedSaysSo() {
         List<Object> endless = new ArrayList<>();
         endless.add(endless);
-        LocalDateTime fine = LocalDateTime.of(2024, 1, 1, 0, 0).plus(1, ChronoUnit.MICROS);
-        refuses(() -> session.perform(null, "foo:", new Object()), "cannot be passed");
-        refuses(() -> session.perform(null, "foo:", new int[] {1}), "cannot be passed");
-        refuses(() -> session.perform(null, "foo:", endless), "nested");
-        refuses(() -> session.perform(null, "foo:", fine), "milliseconds");
+        refuses(new Object(), "cannot be passed");
+        refuses(new int[] {1}, "cannot be passed");
+        refuses(endless, "nested");
+        refuses(LocalDateTime.of(2024, 1, 1, 0, 0).plus(1, ChronoUnit.MICROS), "milliseconds");
         try (PovZelSession other = PovZelSession.login("DataCurator", "swordfish")) {
-            PovZelObject foreign = other.executeForObject("Array new: 1");
-            refuses(() -> session.perform(foreign, "size"), "");
+            refuses(other.executeForObject("Array new: 1"), "session");
         }
-        refuses(() -> session.executeForObject("3"), "");
-        refuses(() -> session.execute((String) null), "");
-        refuses(() -> session.executeForObject("'abc'").list(), "");
+        allThrow(IllegalArgumentException.class, () -> object("3"), () -> object("'abc'").list(),
+                () -> session.execute((String) null));
     }
 
     @Test
@@ -100,27 +126,13 @@ class SessionTest extends LoggedIn {
         assertEquals(unknown.message, unknown.getMessage());
         assertEquals(unknown.argCount, unknown.args.length);
         assertFalse(unknown.fatal);
-        fails(() -> session.execute("3 +"));
-        fails(() -> session.object(3999999997L));
         assertEquals(2318, fails(() -> session.perform(3, "foo", new Object[21])).number);
-        assertEquals(7L, session.execute("3 + 4"), "the session survives its errors");
         assertEquals(4051, fails(() -> PovZelSession.login("DataCurator", "guess")).number);
-        fails(() -> PovZelSession.login("DataCurator", null));
-    }
-
-    @Test
-    void messagesAndObjectsAsText() {
-        assertEquals(7L, session.perform(3, "+", 4));
-        assertEquals(5L, session.perform("hello", "size"));
-        PovZelObject block = session.executeForObject("[:x | x isNil]");
-        assertEquals(true, session.perform(block, "value:", (Object[]) null));
-        assertEquals(42L, session.execute(session.newString("6 * 7")));
-        PovZelObject array = session.executeForObject("#(1 2 3)");
-        assertEquals("Array", array.className());
-        assertTrue(array.isKindOf(session.executeForObject("Object")));
-        assertFalse(array.isKindOf(session.executeForObject("Set")));
-        assertEquals(array, session.object(array.oop()));
-        assertEquals(array.hashCode(), session.object(array.oop()).hashCode());
+        PovZelObject pair = object("1 -> 2");
+        allThrow(PovZelException.class, () -> session.execute("3 +"),
+                () -> session.object(3999999997L), () -> PovZelSession.login("DataCurator", null),
+                () -> pair.setNamedSlot(0, 1), () -> object("'a'").setBytes(0, new byte[1], null));
+        assertEquals(7L, session.execute("3 + 4"), "the session survives its errors");
     }
 
     @Test
@@ -143,16 +155,142 @@ class SessionTest extends LoggedIn {
         assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
     }
 
+    private static byte[] random(int size) {
+        byte[] bytes = new byte[size];
+        new Random(size).nextBytes(bytes);
+        return bytes;
+    }
+
+    @Test
+    void bytesOfEverySizeComeBackInChunks() {
+        List<Long> progress = new ArrayList<>();
+        for (int size : new int[] {0, 1, 1025, BUFFER - 1, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
+            byte[] bytes = random(size);
+            PovZelObject object = session.newBytes(bytes);
+            assertEquals(size, object.size());
+            progress.clear();
+            assertArrayEquals(bytes, object.bytes(progress::add));
+            assertEquals(size, progress.get(progress.size() - 1));
+            assertTrue(progress.size() >= size / BUFFER, progress::toString);
+        }
+        PovZelObject object = session.newBytes(new byte[] {1, 2, 3, 4});
+        progress.clear();
+        object.setBytes(3, random(3 * BUFFER), progress::add);
+        assertEquals(List.of((long) BUFFER, 2L * BUFFER, 3L * BUFFER), progress);
+        assertEquals(3 * BUFFER + 2, object.size());
+        assertArrayEquals(new byte[] {1, 2}, Arrays.copyOf(object.bytes(), 2));
+    }
+
+    @Test
+    void streamsReadAndWrite() throws IOException {
+        byte[] bytes = random(3 * BUFFER + 11);
+        PovZelObject object = session.newBytes(new byte[0]);
+        OutputStream out = object.outputStream(1);
+        out.write(bytes[0]);
+        out.write(bytes, 1, 100);
+        out.flush();
+        assertEquals(101, object.size());
+        out.write(bytes, 101, bytes.length - 101);
+        out.close();
+        assertThrows(IOException.class, () -> out.write(1));
+        try (InputStream in = object.inputStream()) {
+            assertEquals(bytes[0] & 0xFF, in.read());
+            assertEquals(BUFFER, in.skip(BUFFER));
+            byte[] rest = Arrays.copyOfRange(bytes, BUFFER + 1, bytes.length);
+            assertArrayEquals(rest, in.readAllBytes());
+            assertEquals(List.of(-1L, 0L), List.of((long) in.read(), in.skip(1)));
+        }
+        assertThrows(IllegalArgumentException.class, () -> object.outputStream(0));
+        OutputStream wrong = object("Array new: 1").outputStream(1);
+        wrong.write(1);
+        Throwable cause = assertThrows(IOException.class, wrong::flush).getCause();
+        assertTrue(cause instanceof PovZelException);
+    }
+
+    @Test
+    void listsOfAHundredThousandElements() {
+        List<Object> elements = LongStream.range(0, 100_000)
+                .mapToObj(i -> i % 10 == 0 ? "element " + i : (Object) i).toList();
+        PovZelObject array = session.newArray(elements);
+        List<Object> list = array.list();
+        assertEquals(elements, list);
+        assertEquals("element 99990", list.set(99_990, 'c'));
+        assertEquals('c', list.get(99_990));
+        assertEquals('c', session.perform(array, "at:", 99_991));
+        assertThrows(IndexOutOfBoundsException.class, () -> list.get(100_000));
+        assertThrows(UnsupportedOperationException.class, () -> list.add(1));
+        array.setElements(2, elements.subList(0, 50_000));
+        assertEquals(elements.subList(0, 50_000), array.list().subList(1, 50_001));
+    }
+
+    @Test
+    void objectsKnowTheirClassesNamedSlotsAndElements() {
+        PovZelObject array = object("#(1 2 3)");
+        assertEquals("Array", array.className());
+        assertTrue(array.isKindOf(object("Object")));
+        assertFalse(array.isKindOf(object("Set")));
+        assertEquals(Set.of(array), Set.of(session.object(array.oop())));
+
+        PovZelObject pair = object("#key -> 'value'");
+        assertEquals(List.of("key", "value"), pair.namedSlots());
+        pair.setNamedSlot(2, 99);
+        assertEquals(99L, session.perform(pair, "value"));
+
+        PovZelObject set = object("Set new");
+        List.of(1, 2, "two", 2).forEach(value -> set.perform("add:", value));
+        assertEquals(Set.of(1L, 2L, "two"), new HashSet<>(set.list()));
+        assertEquals(3, set.size());
+    }
+
+    @Test
+    void referencesAreReleasedWhenClosedOrCollected() {
+        int before = session.calls().heldObjects();
+        PovZelObject kept = object("Array new: 1");
+        try (PovZelObject twin = session.object(kept.oop())) {
+            assertEquals(before + 1, session.calls().heldObjects());
+            assertEquals(kept, twin);
+        }
+        assertEquals(1, kept.size(), "closing one of two references keeps the object");
+        kept.close();
+        assertThrows(IllegalStateException.class, kept::size);
+        assertEquals(before, session.calls().heldObjects());
+
+        for (int i = 0; i < 1000; i++) {
+            object("Array new: 1");
+        }
+        // Collected references are seen at a later call; the loop ends when all were.
+        while (session.calls().heldObjects() > before) {
+            System.gc();
+            Thread.onSpinWait();
+        }
+        assertEquals(7L, session.execute("3 + 4"));
+    }
+
+    @Test
+    void changedObjectsAreTold() {
+        List<PovZelObject> all = Stream.generate(() -> object("Array new: 1")).limit(3001).toList();
+        List<PovZelObject> told = new ArrayList<>();
+        session.onChange(told::add);
+        session.pollChanges();
+        told.clear();
+        all.get(0).perform("at:put:", 1, "changed");
+        assertEquals(List.of(all.get(0)), session.pollChanges());
+        assertEquals(List.of(all.get(0)), told);
+        assertEquals(List.of(), session.pollChanges());
+
+        List<PovZelObject> many = all.subList(1, all.size());
+        many.forEach(object -> object.perform("at:put:", 1, 5));
+        assertEquals(new HashSet<>(many), new HashSet<>(session.pollChanges()));
+    }
+
     @Test
     void aClosedSessionRefusesEverything() {
-        PovZelObject array = session.executeForObject("Array new: 3");
+        PovZelObject array = object("Array new: 3");
         session.close();
         session.close();
         array.close();
-        for (Executable call : List.<Executable>of(session::pollChanges, array::list, array::bytes,
-                () -> session.execute("3"), () -> session.perform(3, "+", 4))) {
-            assertThrows(IllegalStateException.class, call);
-        }
+        allThrow(IllegalStateException.class, session::pollChanges, array::list, array::bytes,
+                () -> session.execute("3"), () -> session.perform(3, "+", 4));
     }
 
     // Calls of many threads and sessions take turns; each sees its own results.
@@ -161,11 +299,11 @@ class SessionTest extends LoggedIn {
         CyclicBarrier start = new CyclicBarrier(8);
         ExecutorService pool = Executors.newFixedThreadPool(start.getParties());
         try (PovZelSession other = PovZelSession.login("SystemUser", "swordfish")) {
-            List<Future<?>> results = new ArrayList<>();
+            List<Callable<Void>> threads = new ArrayList<>();
             for (long t = 0; t < start.getParties(); t++) {
                 long mine = t;
                 PovZelSession used = t % 2 == 0 ? session : other;
-                results.add(pool.submit(() -> {
+                threads.add(() -> {
                     start.await();
                     for (long i = 0; i < 500; i++) {
                         assertEquals(mine * i + 1, used.execute(mine + " * " + i + " + 1"));
@@ -174,9 +312,9 @@ class SessionTest extends LoggedIn {
                         fails(() -> used.execute("mine" + mine + " foo"));
                     }
                     return null;
-                }));
+                });
             }
-            for (Future<?> result : results) {
+            for (Future<Void> result : pool.invokeAll(threads)) {
                 result.get();
             }
         } finally {
