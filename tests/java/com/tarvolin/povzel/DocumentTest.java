@@ -4,13 +4,10 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.*;
 import java.net.*;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.*;
 import java.util.*;
 import java.util.regex.*;
-import org.junit.jupiter.api.BeforeAll;
-import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.TestInstance;
+import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.io.TempDir;
 
 // Runs what docs/java.md and examples/ show, and compares what they print.
@@ -38,102 +35,79 @@ class DocumentTest {
     @TempDir
     private static Path directory;
 
-    private record Block(String kind, String text) {
-    }
+    private String document;
 
-    private final List<Block> blocks = new ArrayList<>();
-    private ClassLoader loader;
-
+    // What each class prints, that of the examples to begin with. An ellipsis stands for anything.
+    private final Map<String, String> outputs = new TreeMap<>(Map.of("FirstQuery",
+            "3 + 4 is 7\nAda is older than 30\nGrace is older than 30\nNobody: error ...\n",
+            "LargeBytes", "stored 25%\nstored 50%\nstored 75%\nstored 100%\nread 25%\nread 50%\n"
+                    + "read 75%\nread 100%\nIt is the same.\n",
+            "WatchChanges", "Changes before: 0\nThe account holds 250\nChanges after: 1\n"));
     private static Matcher matcher(String pattern, String text) {
-        return Pattern.compile(pattern, Pattern.DOTALL).matcher(text);
+        return Pattern.compile(pattern, Pattern.DOTALL | Pattern.MULTILINE).matcher(text);
     }
 
-    private String run(String command) throws Exception {
+    private static String run(String command) throws IOException {
         ProcessBuilder builder = new ProcessBuilder("bash", "-c", command).redirectErrorStream(true)
                 .directory(directory.toFile());
         builder.environment().put("JAVA32", JAVA32);
         builder.environment().put("PATH", JDK + ":" + System.getenv("PATH"));
-        Process process = builder.start();
-        process.getOutputStream().close();
-        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        process.waitFor();
-        return output;
+        return new String(builder.start().getInputStream().readAllBytes());
     }
 
-    // Compiles the document's fragments and the examples in one go.
-    @BeforeAll
-    void compile() throws Exception {
-        Matcher block = matcher("```(java|text|console|sh)\n(.*?)```",
-                Files.readString(SOURCES.resolve("docs/java.md")));
-        while (block.find()) {
-            String name = "Fragment" + blocks.size();
-            blocks.add(new Block(block.group(1), block.group(2)));
-            if (block.group(1).equals("java")) {
-                Matcher whole = matcher("public class (\\w+)", block.group(2));
-                boolean isWhole = whole.find();
-                Files.writeString(directory.resolve((isWhole ? whole.group(1) : name) + ".java"),
-                        isWhole ? block.group(2) : String.format(FRAGMENT, name, block.group(2)));
-            }
-        }
-        assertEquals("", run("javac --release 8 -encoding UTF-8 -Xlint:all,-try -Werror -cp " + JAR
-                + " -d . *.java " + SOURCES + "/examples/*.java"));
-        URL[] compiled = {directory.toUri().toURL()};
-        loader = new URLClassLoader(compiled, getClass().getClassLoader());
-    }
-
-    private String outputOf(String name) throws Exception {
-        PrintStream original = System.out;
-        ByteArrayOutputStream captured = new ByteArrayOutputStream();
-        System.setOut(new PrintStream(captured, true, StandardCharsets.UTF_8));
-        try {
-            loader.loadClass(name).getMethod("main", String[].class).invoke(null, (Object) null);
-        } finally {
-            System.setOut(original);
-        }
-        return captured.toString(StandardCharsets.UTF_8);
-    }
-
-    // An ellipsis stands for anything.
     private static void assertLike(String expected, String output, String of) {
         String pattern = "\\Q" + expected.replace("...", "\\E.*\\Q") + "\\E";
         assertTrue(matcher(pattern, output).matches(),
                 () -> of + "\nprinted:\n" + output + "\nnot:\n" + expected);
     }
 
-    @Test
-    void fragmentsPrintWhatTheDocumentSays() throws Exception {
-        for (int i = 0; i < blocks.size(); i++) {
-            Block block = blocks.get(i);
-            if (block.kind.equals("java") && !block.text.contains("public class")) {
-                assertEquals("text", blocks.get(i + 1).kind, "code without output");
-                assertLike(blocks.get(i + 1).text, outputOf("Fragment" + i), block.text);
+    // Compiles the examples and the document's Java, each piece of which has its output behind it.
+    @BeforeAll
+    void compile() throws IOException {
+        document = Files.readString(SOURCES.resolve("docs/java.md"));
+        Matcher block = matcher("```java\n(.*?)```.*?```(\\w+)\n(.*?)```", document);
+        while (block.find()) {
+            boolean whole = block.group(1).contains("public class FirstLogin");
+            String name = whole ? "FirstLogin" : "Fragment" + block.start();
+            Files.writeString(directory.resolve(name + ".java"),
+                    whole ? block.group(1) : String.format(FRAGMENT, name, block.group(1)));
+            if (!whole) {
+                assertEquals("text", block.group(2), "code without output");
+                outputs.put(name, block.group(3));
             }
+        }
+        assertEquals("", run("javac --release 8 -encoding UTF-8 -Xlint:all,-try -Werror -cp " + JAR
+                + " -d . *.java " + SOURCES + "/examples/*.java"));
+    }
+
+    @Test
+    void codePrintsWhatIsShown() throws Exception {
+        URL[] compiled = {directory.toUri().toURL()};
+        ClassLoader loader = new URLClassLoader(compiled, getClass().getClassLoader());
+        PrintStream original = System.out;
+        for (String name : outputs.keySet()) {
+            ByteArrayOutputStream captured = new ByteArrayOutputStream();
+            System.setOut(new PrintStream(captured, true));
+            try {
+                loader.loadClass(name).getMethod("main", String[].class).invoke(null, (Object) null);
+            } finally {
+                System.setOut(original);
+            }
+            assertLike(outputs.get(name), captured.toString(), name);
         }
     }
 
     @Test
-    void commandsPrintWhatTheDocumentSays() throws Exception {
-        for (Block block : blocks) {
-            Matcher command = matcher("\\$ ([^\n]*)\n((?:(?!\\$ )[^\n]*\n)*)",
-                    block.kind.equals("console") ? block.text : "");
-            while (command.find()) {
-                assertLike(command.group(2), run(command.group(1)), command.group(1));
-            }
+    void commandsPrintWhatTheDocumentSays() throws IOException {
+        Matcher command = matcher("^\\$ ([^\n]*)\n((?:(?!\\$ |```)[^\n]*\n)*)", document);
+        while (command.find()) {
+            assertLike(command.group(2), run(command.group(1)), command.group(1));
         }
         // What the document sets is where the tests have it.
-        String sets = blocks.stream().filter(b -> b.kind.equals("sh")).findFirst().get().text;
-        String paths = run("cd '" + SOURCES + "' && " + sets.replace("\n", ";")
-                + "realpath $TARVOLIN/java/povzel.jar $JAVA32");
-        assertEquals(Path.of(JAR).toRealPath() + "\n" + Path.of(JAVA32).toRealPath() + "\n", paths);
-    }
-
-    @Test
-    void examplesRun() throws Exception {
-        assertLike("3 + 4 is 7\nAda is older than 30\nGrace is older than 30\nNobody: error ...\n",
-                outputOf("FirstQuery"), "FirstQuery");
-        assertLike("stored 25%\nstored 50%\nstored 75%\nstored 100%\nread 25%\nread 50%\nread 75%\n"
-                + "read 100%\nIt is the same.\n", outputOf("LargeBytes"), "LargeBytes");
-        assertLike("Changes before: 0\nThe account holds 250\nChanges after: 1\n",
-                outputOf("WatchChanges"), "WatchChanges");
+        Matcher sets = matcher("```sh\n(.*?)```", document);
+        assertTrue(sets.find());
+        assertEquals(Path.of(JAR).toRealPath() + "\n" + Path.of(JAVA32).toRealPath() + "\n",
+                run("cd '" + SOURCES + "' && " + sets.group(1).replace("\n", ";")
+                        + "realpath $TARVOLIN/java/povzel.jar $JAVA32"));
     }
 }

@@ -4,7 +4,7 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.lang.reflect.*;
 import java.util.*;
-import java.util.stream.Stream;
+import java.util.stream.*;
 import org.junit.jupiter.api.Test;
 
 // Random natives with random arguments, many of them wrong: whatever the call, its status and its
@@ -14,8 +14,8 @@ class SoakTest {
     private static final int CALLS = 5_000;
     private static final List<Method> NATIVES = Stream
             .of(PovZelInterface.class.getDeclaredMethods())
-            .filter(m -> Modifier.isNative(m.getModifiers()))
-            .filter(m -> !List.of("_initialize", "_login", "_logout").contains(m.getName()))
+            .filter(m -> Modifier.isNative(m.getModifiers())
+                    && !List.of("_initialize", "_login", "_logout").contains(m.getName()))
             .sorted(Comparator.comparing(Method::getName)).toList();
 
     private final long seed = Long.getLong("povzel.test.seed", 20_240_229L);
@@ -53,6 +53,7 @@ class SoakTest {
         };
     }
 
+    // Calls, and returns the status.
     private static int call(Method called, Object[] arguments) throws ReflectiveOperationException {
         PovZelException error = (PovZelException) arguments[arguments.length - 1];
         int status = (int) called.invoke(null, arguments);
@@ -61,27 +62,23 @@ class SoakTest {
         return status;
     }
 
+    // The first `count` bytes, or the oops of as many reports.
+    private static List<Object> contents(Object array, int count) {
+        return IntStream.range(0, count).mapToObj(i -> array instanceof PovZelReport[] reports
+                ? (Object) reports[i].oop : ((byte[]) array)[i]).toList();
+    }
+
     // Calls the get that belongs to a put, with the same arguments.
-    private void compare(String put, Object[] arguments) throws ReflectiveOperationException {
+    private static void compare(Method put, Object[] arguments) throws ReflectiveOperationException {
+        Method get = PovZelInterface.class.getDeclaredMethod(
+                put.getName().replace("_put", "_get"), put.getParameterTypes());
         Object given = arguments[4];
-        arguments[1] = PovZelValues.existing(((PovZelReport) arguments[1]).oop);
         int count = (int) arguments[3];
-        String get = put.replace("_put", "_get");
-        Method getter = NATIVES.stream().filter(m -> m.getName().equals(get)).findFirst().get();
-        if (given instanceof byte[] bytes) {
-            arguments[4] = new byte[bytes.length];
-            assertEquals(count, call(getter, arguments));
-            byte[] read = (byte[]) arguments[4];
-            assertArrayEquals(Arrays.copyOf(bytes, count), Arrays.copyOf(read, count));
-        } else {
-            PovZelReport[] read = Stream.generate(PovZelReport::new).limit(count)
-                    .toArray(PovZelReport[]::new);
-            arguments[4] = read;
-            assertEquals(count, call(getter, arguments));
-            for (int i = 0; i < count; i++) {
-                assertEquals(((PovZelReport[]) given)[i].oop, read[i].oop);
-            }
-        }
+        arguments[1] = PovZelValues.existing(((PovZelReport) arguments[1]).oop);
+        arguments[4] = given instanceof byte[] ? new byte[count]
+                : Stream.generate(PovZelReport::new).limit(count).toArray(PovZelReport[]::new);
+        assertEquals(count, call(get, arguments));
+        assertEquals(contents(given, count), contents(arguments[4], count));
     }
 
     @Test
@@ -106,9 +103,9 @@ class SoakTest {
                     String shown = "seed " + seed + ", " + round + "/" + i + ": " + called.getName()
                             + Arrays.toString(arguments);
                     try {
-                        boolean put = called.getName().startsWith("_put");
-                        if (call(called, arguments) == 0 && put && (int) arguments[3] > 0) {
-                            compare(called.getName(), arguments);
+                        if (call(called, arguments) == 0 && called.getName().startsWith("_put")
+                                && (int) arguments[3] > 0) {
+                            compare(called, arguments);
                             compared++;
                         }
                     } catch (AssertionError e) {
