@@ -1,5 +1,5 @@
 // The small programs of the installation.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -8,61 +8,53 @@
 
 namespace {
 
-const std::string installation = POVZEL_INSTALLATION;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
 
-// Runs a program of the installation through the shell, with its errors in its output.
-ChildResult run(const std::string& command, const std::string& settings = "") {
-  return runInChild([&] {
-    const std::string line = settings + " exec '" + installation + "/bin/'" + command + " 2>&1";
-    setenv("TARVOLIN", installation.c_str(), 1);
+// Runs a program of the installation through the shell: what it prints, and its exit status.
+std::string run(const std::string& command, const std::string& settings = "") {
+  const ChildResult child = runInChild([&] {
+    const std::string line = settings + " exec " POVZEL_INSTALLATION "/bin/" + command + " 2>&1";
+    setenv("TARVOLIN", POVZEL_INSTALLATION, 1);
     execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
   });
+  return child.out + std::to_string(exitCode(child));
 }
 
-void expectParts(const std::string& text, const std::vector<std::string>& parts) {
-  for (const std::string& part : parts) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << " in\n" << text;
+TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
+  EXPECT_THAT(
+      run("tvinfo"),
+      AllOf(HasSubstr("Tarvolin Object Database"), HasSubstr("VERSION: 6.7, Sun Dec"),
+            HasSubstr("CPU architecture   i686"), EndsWith("\n0"),
+            HasSubstr("TARVOLIN           " POVZEL_INSTALLATION),
+            HasSubstr(POVZEL_INSTALLATION "/sys/english67.err\n                     in use"),
+            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67"),
+            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzellnk67")));
+  EXPECT_THAT(
+      run("tvinfo", "ZELRTL_VERSION=99"),
+      AllOf(HasSubstr("not found          dlopen(" POVZEL_INSTALLATION "/lib/libzelrpc99.so)"),
+            HasSubstr("not usable         dlopen(libzelrpc99.so) failed because")));
+  EXPECT_EQ(run("tvinfo --errno 13"), "errno=13, EACCES, Permission denied\n0");
+  EXPECT_EQ(run("tvinfo --symbol host.fork9b"), "Log of a child process\n0");
+  EXPECT_THAT(run("tvinfo --symbol nonsense"), EndsWith("\n1"));
+  for (const char* wrong : {"tvinfo --errno x", "tvinfo --help", "gstack x"}) {
+    EXPECT_THAT(run(wrong), EndsWith("\n2")) << wrong;
   }
-}
-
-TEST(TvInfo, ShowsWhatIsInForce) {
-  const ChildResult all = run("tvinfo");
-  EXPECT_TRUE(all.exitedWith(0));
-  const std::string lib = installation + "/lib/";
-  expectParts(all.out, {"Tarvolin Object Database", "VERSION: 6.7, Sun Dec",
-                        "CPU architecture   i686", "TARVOLIN           " + installation,
-                        installation + "/sys/english67.err\n                     in use",
-                        "found              " + lib + "libzelrpc67",
-                        "found              " + lib + "libzellnk67"});
-  expectParts(run("tvinfo", "ZELRTL_VERSION=99").out,
-              {"not found          dlopen(" + lib + "libzelrpc99.so)",
-               "not usable         dlopen(libzelrpc99.so) failed because"});
-}
-
-TEST(TvInfo, ShowsMessages) {
-  EXPECT_EQ(run("tvinfo --errno 13").out, "errno=13, EACCES, Permission denied\n");
-  EXPECT_EQ(run("tvinfo --symbol host.fork9b").out, "Log of a child process\n");
-  EXPECT_TRUE(run("tvinfo --symbol nonsense").exitedWith(1));
-  EXPECT_TRUE(run("tvinfo --errno x").exitedWith(2));
-  EXPECT_TRUE(run("tvinfo --help").exitedWith(2));
 }
 
 TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
   const std::string pid = std::to_string(getpid());
-  const ChildResult plain = run("gstack " + pid);
-  EXPECT_TRUE(plain.exitedWith(0));
-  expectParts(plain.out, {"Thread "});
+  EXPECT_THAT(run("gstack " + pid), AllOf(HasSubstr("Thread "), EndsWith("\n0")));
 
   // The tools that the script itself needs, but no debugger.
   std::filesystem::create_directory("bin");
-  for (const char* tool : {"sh", "cat", "awk", "sed"}) {
-    std::filesystem::create_symlink("/usr/bin/" + std::string(tool), "bin/" + std::string(tool));
+  for (const std::string tool : {"sh", "cat", "awk", "sed"}) {
+    std::filesystem::create_symlink("/usr/bin/" + tool, "bin/" + tool);
   }
-  const ChildResult bare = run("gstack " + pid, "PATH=$PWD/bin");
-  EXPECT_TRUE(bare.exitedWith(0));
-  expectParts(bare.out, {"Thread " + pid + " (programs_test): state "});
-  EXPECT_TRUE(run("gstack x").exitedWith(2));
-  EXPECT_TRUE(run("gstack 999999999").exitedWith(1));
+  EXPECT_THAT(run("gstack " + pid, "PATH=$PWD/bin"),
+              AllOf(HasSubstr("Thread " + pid + " (programs_test): state "), EndsWith("\n0")));
+  EXPECT_THAT(run("gstack 999999999"), EndsWith("\n1"));
 }
 
 }  // namespace
