@@ -8,11 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -25,15 +23,6 @@ namespace {
 
 constexpr unsigned secondsPerInput = 60;  // longer is a hang
 
-std::vector<std::string> readCorpus(const std::string& folder) {
-  std::vector<std::string> inputs;
-  for (const auto& file : std::filesystem::directory_iterator(folder)) {
-    inputs.push_back(readFile(file.path()));
-  }
-  std::sort(inputs.begin(), inputs.end());
-  return inputs;
-}
-
 // Noise, or an input of the corpus with some changes.
 std::string makeInput(const std::vector<std::string>& corpus, std::mt19937 random) {
   const auto below = [&random](std::size_t count) { return random() % count; };
@@ -44,47 +33,41 @@ std::string makeInput(const std::vector<std::string>& corpus, std::mt19937 rando
   }
   std::string input = corpus[below(corpus.size())];
   for (std::size_t changes = 1 + below(8); changes > 0; --changes) {
+    // Some bytes are taken out, a flipped one, a new one or a piece of another input put in.
     const std::string& other = corpus[below(corpus.size())];
     const std::size_t at = below(input.size() + 1);
-    switch (below(4)) {
-      case 0:
-        if (at < input.size()) input[at] ^= static_cast<char>(1U << below(8));
-        break;
-      case 1:
-        input.insert(at, 1, static_cast<char>(random()));
-        break;
-      case 2:
-        input.erase(at, below(8));
-        break;
-      default:
-        input.insert(at, other, below(other.size() + 1), below(other.size() + 1));
-    }
+    const std::string pieces[] = {
+        "", std::string(1, static_cast<char>(random())),
+        std::string(at < input.size() ? 1 : 0, static_cast<char>(input[at] ^ (1U << below(8)))),
+        other.substr(below(other.size() + 1), below(other.size() + 1))};
+    const std::size_t kind = below(4);
+    input.replace(at, kind == 0 ? below(8) : kind == 2 ? 1 : 0, pieces[kind]);
   }
   return input;
 }
 
-void run(const std::string& input) {
-  const auto exact = std::make_unique<std::uint8_t[]>(input.size());  // sanitizers see its end
-  std::copy(input.begin(), input.end(), exact.get());
+int run(const std::string& input) {
+  const std::vector<std::uint8_t> exact(input.begin(), input.end());  // sanitizers see its end
   alarm(secondsPerInput);
-  LLVMFuzzerTestOneInput(exact.get(), input.size());
+  return LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2) {
-    run(readFile(argv[1]));
-    return 0;
-  }
+  if (argc == 2) return run(readFile(argv[1]));
   if (argc != 3) return 2;
-  const std::vector<std::string> corpus = readCorpus(argv[1]);
+  std::vector<std::string> corpus;
+  for (const auto& file : std::filesystem::directory_iterator(argv[1])) {
+    corpus.push_back(readFile(file.path()));
+  }
+  std::sort(corpus.begin(), corpus.end());
   const std::size_t count = corpus.size() + std::strtoul(argv[2], nullptr, 10);
   const char* seedText = std::getenv("POVZEL_FUZZ_SEED");
   const auto seed = seedText != nullptr ? std::strtoul(seedText, nullptr, 10) : 1;
   const auto input = [&](std::size_t number) {
-    if (number < corpus.size()) return corpus[number];
-    return makeInput(corpus, std::mt19937(seed * 1000000 + number));
+    return number < corpus.size() ? corpus[number]
+                                  : makeInput(corpus, std::mt19937(seed * 1000000 + number));
   };
 
   const ScratchDirectory scratch;
@@ -100,7 +83,7 @@ int main(int argc, char** argv) {
   if (child.exitedWith(0)) return 0;
   std::fprintf(stderr, "%s%sstatus %d at input %zu of %zu, seed %lu\n", child.out.c_str(),
                child.err.c_str(), child.status, *at, count, seed);
-  if (*at < count)
-    writeFile(std::filesystem::path(argv[0]).filename().string() + ".failed", input(*at));
+  const std::string name = std::filesystem::path(argv[0]).filename();
+  if (*at < count) writeFile(name + ".failed", input(*at));
   return 1;
 }

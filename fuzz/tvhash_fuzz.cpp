@@ -58,10 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const ByteType* data, std::size_t size) {
     TvHashEntry* const found = table.findProc(&table, key);
     require(found == (known != model.end() ? known->second : nullptr));
     long isNew = 7;
-    if (operation < 16) {
-      enumerate(&table, &model, true);
-    } else if (operation < 32) {
-      enumerate(&table, &model, false);
+    if (operation < 32) {
+      enumerate(&table, &model, operation < 16);
       UtlFree(TvHashStats(&table));
     } else if (operation < 80 && found != nullptr) {
       TvDeleteHashEntry(found);

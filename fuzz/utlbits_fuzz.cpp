@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::size_t margin = 2;  // words around the array show any write beyond it
+constexpr long margin = 2;  // words around the array show any write beyond it
 constexpr unsigned int guard = 0x5AA5C33C;
 
 class Bits {
@@ -24,21 +24,14 @@ class Bits {
   // Does one operation on both; any numbers will do.
   void step(unsigned int operation, std::size_t a, std::size_t b) {
     const std::size_t first = a % bits_.size();
-    const std::size_t last = b % bits_.size();
     const bool value = operation % 2 != 0;
-    switch (operation / 2 % 4) {
-      case 0:
-        (value ? UtlBitSet : UtlBitClear)(array(), first);
-        return put(first, first, value);
-      case 1:
-        UtlBitAtPut(array(), first, value ? static_cast<BoolType>(2 * operation) : 0);
-        return put(first, first, value);
-      case 2:
-        (value ? UtlSetBitRange : UtlClearBitRange)(array(), first, last);
-        return put(first, last, value);
-      default:
-        return ask(a % (bits_.size() + 70), b % (bits_.size() / 32 + 1));
-    }
+    const unsigned int kind = operation / 2 % 4;
+    if (kind == 3) return ask(a % (bits_.size() + 70), b % (bits_.size() / 32 + 1));
+    const std::size_t last = kind == 2 ? b % bits_.size() : first;
+    if (kind == 0) (value ? UtlBitSet : UtlBitClear)(array(), first);
+    if (kind == 1) UtlBitAtPut(array(), first, value ? static_cast<BoolType>(2 * operation) : 0);
+    if (kind == 2) (value ? UtlSetBitRange : UtlClearBitRange)(array(), first, last);
+    put(first, last, value);
   }
 
  private:
@@ -49,9 +42,8 @@ class Bits {
     for (std::size_t i = 0; i < bits_.size(); ++i) {
       require((UtlBitAt(array(), i) != 0) == bits_[i]);
     }
-    for (std::size_t i = 0; i < margin; ++i) {
-      require(storage_[i] == guard && storage_.end()[-1 - static_cast<long>(i)] == guard);
-    }
+    require(std::count(storage_.begin(), storage_.begin() + margin, guard) == margin);
+    require(std::count(storage_.end() - margin, storage_.end(), guard) == margin);
   }
 
   // Of the first `words` words: the first clear bit from `clear` on, and how many are set.

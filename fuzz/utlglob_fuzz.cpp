@@ -23,8 +23,8 @@ struct Matcher {
   bool matches(std::size_t p, std::size_t t) {
     if (p == pattern.size()) return t == text.size();
     if (pattern[p] == '*') {
-      if (!triedStars.emplace(p, t).second) return false;
-      return matches(p + 1, t) || (t < text.size() && matches(p, t + 1));
+      return triedStars.emplace(p, t).second &&
+             (matches(p + 1, t) || (t < text.size() && matches(p, t + 1)));
     }
     if (t == text.size()) return false;
     if (pattern[p] == '?') return matches(p + 1, t + 1);
@@ -36,15 +36,14 @@ struct Matcher {
   // Whether the set at `p` has `c`; `p` is then at its ']'.
   bool setHas(std::size_t& p, signed char c) const {
     const bool negated = pattern[p] == '^';
-    if (negated) ++p;
     bool found = false;
-    for (; p < pattern.size() && pattern[p] != ']'; ++p) {
+    for (p += negated ? 1 : 0; p < pattern.size() && pattern[p] != ']'; ++p) {
       const signed char low = pattern[p];
       signed char high = low;
       if (pattern[p + 1] == '-') {
-        p += 2;
-        high = pattern[p] == ']' ? SCHAR_MAX : pattern[p];
-        if (pattern[p] == ']') --p;
+        const bool open = pattern[p + 2] == ']';
+        high = open ? SCHAR_MAX : pattern[p + 2];
+        p += open ? 1 : 2;
       }
       found = found || (low <= c && c <= high);
     }
