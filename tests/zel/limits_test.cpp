@@ -108,12 +108,6 @@ TEST_F(Limits, AChangeOfHundredThousandObjectsIsLinear) {
   zel->ZelPerform(all, "do:", &change, 1);
   EXPECT_EQ(1, zel->ZelDirtySaveObjs(dirty.data(), &count));
   EXPECT_EQ(oops, dirty);
-  const OopType text = zel->ZelNewOop(StringClassOop);
-  const std::vector<ByteType> chunk(64, 'x');
-  for (long at = 1; at <= 1 << 20; at += 64) {
-    zel->ZelStoreBytesInstanceOf(NilOop, text, at, chunk.data(), chunk.size());
-  }
-  EXPECT_EQ("1048576", shown(zel->ZelPerform(text, "size", nullptr, 0)));
 }
 
 TEST_F(Limits, ManyTextsLeaveMemoryWhereItWas) {
