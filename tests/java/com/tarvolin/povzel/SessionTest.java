@@ -33,9 +33,7 @@ class SessionTest {
     }
 
     private static void allThrow(Class<? extends Throwable> kind, Executable... calls) {
-        for (Executable call : calls) {
-            assertThrows(kind, call);
-        }
+        Stream.of(calls).forEach(call -> assertThrows(kind, call));
     }
 
     private PovZelObject object(String text) {
@@ -43,22 +41,22 @@ class SessionTest {
     }
 
     @Test
-    void textsYieldValues() {
-        Object[][] texts = {{"3 + 4", 7L}, {"536870911", 536870911L}, {"''", ""},
-            {"-536870912 - 1", -536870913L}, {"9223372036854775807", Long.MAX_VALUE},
-            {"'gr\u00fcn'", "gr\u00fcn"}, {"#symbol", "symbol"}};
-        for (Object[] text : texts) {
-            assertEquals(text[1], session.execute((String) text[0]));
-        }
+    void textsAndObjectsAnswer() {
+        assertEquals("gr\u00fcn", session.execute("'gr\u00fcn'"));
+        assertEquals("symbol", session.execute("#symbol"));
         assertEquals(42L, session.execute(session.newString("6 * 7")));
         assertEquals(true, object("[:x | x isNil]").perform("value:", (Object[]) null));
+        PovZelObject array = object("#(1 2 3)");
+        assertTrue(array.isKindOf(object("Object")));
+        assertFalse(array.isKindOf(object("Set")));
+        assertEquals(Set.of(array), Set.of(session.object(array.oop())));
     }
 
     // What Java stores in an array of the database comes back as it was, or as its widest type.
     @Test
     void valuesSurviveTheWayThereAndBack() {
         List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', 0L, -1L,
-                536870911L, -536870912L, 536870912L, (long) Integer.MIN_VALUE, Long.MAX_VALUE,
+                536870911L, -536870912L, 536870912L, -536870913L, (long) Integer.MIN_VALUE, Long.MAX_VALUE,
                 Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE, Double.POSITIVE_INFINITY, "",
                 "plain", "nul \0 inside", "\u00e4\u20ac\ud83d\ude00", "\ud83d alone",
                 "abc\u00e4".repeat(5000), LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000),
@@ -134,8 +132,7 @@ class SessionTest {
         assertEquals(42L, session.continueWith(raised, 42));
         fails(() -> session.continueWith(suspended, 1));
 
-        PovZelException waiting =
-                fails(() -> session.execute("(System suspend: 'a while') isNil"));
+        PovZelException waiting = fails(() -> session.execute("(System suspend: 1) isNil"));
         for (int i = 0; i < 3000; i++) {
             session.execute("'something else'");
         }
@@ -202,14 +199,6 @@ class SessionTest {
         assertThrows(IndexOutOfBoundsException.class, () -> list.get(100_000));
         array.setElements(2, elements.subList(0, 50_000));
         assertEquals(elements.subList(0, 50_000), array.list().subList(1, 50_001));
-    }
-
-    @Test
-    void objectsKnowTheirClasses() {
-        PovZelObject array = object("#(1 2 3)");
-        assertTrue(array.isKindOf(object("Object")));
-        assertFalse(array.isKindOf(object("Set")));
-        assertEquals(Set.of(array), Set.of(session.object(array.oop())));
     }
 
     @Test

@@ -5,12 +5,19 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.tarvolin.povzel.PovZelSession;
 import java.io.*;
 import java.util.*;
-import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.*;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
 // Where texts end, what a filter prints of them, and when their time is shown.
 class EvaluatorTest {
+    private final PovZelSession session = PovZelSession.login("DataCurator", "swordfish");
+
+    @AfterEach
+    void logOut() {
+        session.close();
+    }
+
     @ParameterizedTest
     @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
         "3 + 4           | true", "``      | true", "(3              | false", "(3)     | true",
@@ -30,9 +37,7 @@ class EvaluatorTest {
         "#(1~  $a~)~'it''s~\"no\" end'   | 0 | an Array( 1 $a )~it's~\"no\" end~ | ``",
         "$( printString~3                | 0 | $(~3~                           | ``",
         "3 foo~5                         | 1 | 5~                              | error 2010: ",
-        "3 foo: 'x'                      | 1 | ``                              | ~  category ",
-        "3 foo: 'x'                      | 1 | ``                              | ~  arguments: ",
-        "3 +                             | 1 | ``                              | error 2501",
+        "3 foo: 'x'                      | 1 | ``                | ~  category .*~  arguments: ",
         "(3                              | 1 | ``                              | error 2501",
         ":quit~3                         | 0 | ``                              | ``",
         ":class 3~:nonsense | 1 | SmallInteger < Integer < Number < Magnitude < Object~"
@@ -42,30 +47,25 @@ class EvaluatorTest {
             String err) throws IOException {
         ByteArrayOutputStream printed = new ByteArrayOutputStream();
         ByteArrayOutputStream told = new ByteArrayOutputStream();
-        try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
-            Filter filter =
-                    new Filter(session, new PrintStream(printed), new PrintStream(told), "");
-            byte[] bytes = input.replace('~', '\n').getBytes();
-            assertEquals(status, filter.run(new ByteArrayInputStream(bytes)));
-        }
+        Filter filter = new Filter(session, new PrintStream(printed), new PrintStream(told), "");
+        byte[] bytes = input.replace('~', '\n').getBytes();
+        assertEquals(status, filter.run(new ByteArrayInputStream(bytes)));
         assertEquals(out, printed.toString().replace('\n', '~'));
-        assertTrue(told.toString().replace('\n', '~').contains(err), told::toString);
-        assertEquals(err.isEmpty(), told.size() == 0, told::toString);
+        String shown = told.toString().replace('\n', '~');
+        assertTrue(shown.matches(".*" + err + ".*"), shown);
+        assertEquals(err.isEmpty(), shown.isEmpty(), shown);
     }
 
     @Test
     void timeIsShownFromASecondOn() {
         Deque<Long> times = new ArrayDeque<>(
                 List.of(0L, 999_999_999L, 5L, 1_234_000_005L, 0L, 2_000_000_000L));
-        try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
-            Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
-            assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""),
-                    evaluator.run("3 + 4"));
-            assertEquals(new Evaluator.Outcome(true, "'x'   (String)", "(1.234 s)"),
-                    evaluator.run("'x'"));
-            Evaluator.Outcome failed = evaluator.run("3 foo");
-            assertFalse(failed.ran());
-            assertTrue(failed.remark().endsWith("\n(2.000 s)"));
-        }
+        Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
+        assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
+        assertEquals(new Evaluator.Outcome(true, "'x'   (String)", "(1.234 s)"),
+                evaluator.run("'x'"));
+        Evaluator.Outcome failed = evaluator.run("3 foo");
+        assertFalse(failed.ran());
+        assertTrue(failed.remark().endsWith("\n(2.000 s)"));
     }
 }
