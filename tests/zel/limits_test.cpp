@@ -93,21 +93,11 @@ TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {
   EXPECT_EQ(2507, (zel->ZelFetchBytes(held, 1, nullptr, 0), errorNumber()));
 }
 
-TEST_F(Limits, AChangeOfHundredThousandObjectsIsLinear) {
+TEST_F(Limits, CollectionsOfAHundredThousandAreQuick) {
   EXPECT_EQ("an Array( 100000 0 )",
             show("d := Dictionary new. s := Set new. o := OrderedCollection new. "
                  "1 to: 100000 do: [:i | d at: i put: i. s add: i. o add: i]. n := d size. "
                  "o do: [:i | s remove: i. d removeKey: i]. {n. s size + d size}"));
-  ArraySizeType count = 100'000;
-  std::vector<OopType> oops(count);
-  std::vector<OopType> dirty(count);
-  const OopType all = run("o collect: [:i | Array new: 1]");
-  ASSERT_EQ(100'000, zel->ZelFetchVaryingOops(all, 1, oops.data(), count));
-  zel->ZelSaveObjs(oops.data(), count);
-  const OopType change = run("[:a | a at: 1 put: 1]");
-  zel->ZelPerform(all, "do:", &change, 1);
-  EXPECT_EQ(1, zel->ZelDirtySaveObjs(dirty.data(), &count));
-  EXPECT_EQ(oops, dirty);
 }
 
 TEST_F(Limits, ManyTextsLeaveMemoryWhereItWas) {

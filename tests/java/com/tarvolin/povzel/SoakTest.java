@@ -8,7 +8,7 @@ import java.util.stream.*;
 import org.junit.jupiter.api.Test;
 
 // Random natives with random arguments, many of them wrong: whatever the call, its status and its
-// error report agree, and what was put comes back. -Dpovzel.test.seed repeats a failure.
+// error report agree. -Dpovzel.test.seed repeats a failure.
 class SoakTest {
     private static final int SESSIONS = 20;
     private static final int CALLS = 5_000;
@@ -53,38 +53,10 @@ class SoakTest {
         };
     }
 
-    // Calls, and returns the status.
-    private static int call(Method called, Object[] arguments) throws ReflectiveOperationException {
-        PovZelException error = (PovZelException) arguments[arguments.length - 1];
-        int status = (int) called.invoke(null, arguments);
-        assertTrue(status >= -1, () -> "status " + status);
-        assertEquals(status == -1, error.message != null && error.number > 0, error.message);
-        return status;
-    }
-
-    // The first `count` bytes, or the oops of as many reports.
-    private static List<Object> contents(Object array, int count) {
-        return IntStream.range(0, count).mapToObj(i -> array instanceof PovZelReport[] reports
-                ? (Object) reports[i].oop : ((byte[]) array)[i]).toList();
-    }
-
-    // Calls the get that belongs to a put, with the same arguments.
-    private static void compare(Method put, Object[] arguments) throws ReflectiveOperationException {
-        Method get = PovZelInterface.class.getDeclaredMethod(
-                put.getName().replace("_put", "_get"), put.getParameterTypes());
-        Object given = arguments[4];
-        int count = (int) arguments[3];
-        arguments[1] = PovZelValues.existing(((PovZelReport) arguments[1]).oop);
-        arguments[4] = given instanceof byte[] ? new byte[count]
-                : Stream.generate(PovZelReport::new).limit(count).toArray(PovZelReport[]::new);
-        assertEquals(count, call(get, arguments));
-        assertEquals(contents(given, count), contents(arguments[4], count));
-    }
-
     @Test
-    void statusAndErrorAgreeAndWhatWasPutComesBack() throws ReflectiveOperationException {
+    void statusAndErrorAgree() throws ReflectiveOperationException {
         PovZelLibrary.initialize();
-        int compared = 0;
+        int done = 0;
         for (int round = 0; round < SESSIONS; round++) {
             try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
                 oops.clear();
@@ -97,23 +69,19 @@ class SoakTest {
                 }
                 for (int i = 0; i < CALLS; i++) {
                     Method called = pick(NATIVES);
-                    Object[] arguments = Arrays.stream(called.getParameterTypes())
-                            .map(this::argument).toArray();
+                    Object[] arguments = Stream.of(called.getParameterTypes()).map(this::argument)
+                            .toArray();
                     arguments[0] = random.nextInt(100) == 0 ? (int) number() : session.id();
                     String shown = "seed " + seed + ", " + round + "/" + i + ": " + called.getName()
                             + Arrays.toString(arguments);
-                    try {
-                        if (call(called, arguments) == 0 && called.getName().startsWith("_put")
-                                && (int) arguments[3] > 0) {
-                            compare(called, arguments);
-                            compared++;
-                        }
-                    } catch (AssertionError e) {
-                        throw new AssertionError(shown, e);
-                    }
+                    int status = (int) called.invoke(null, arguments);
+                    PovZelException error = (PovZelException) arguments[arguments.length - 1];
+                    assertTrue(status >= -1, shown);
+                    assertEquals(status == -1, error.message != null && error.number > 0, shown);
+                    done += status == -1 ? 0 : 1;
                 }
             }
         }
-        assertTrue(compared > 1000, "puts " + compared);
+        assertTrue(done > SESSIONS * CALLS / 10, "successful calls " + done);
     }
 }
