@@ -101,16 +101,13 @@ TEST_F(Table, RefusesWrongLoginsAndSessions) {
 TEST_F(Table, ConvertsValues) {
   EXPECT_EQ(pair(31U, -1L), pair(zel->ZelLongToOop(7), zel->ZelOopToLong(0xFFFFFFFF)));
   for (const long value : {536870912L, -536870913L, LongLimit::max(), LongLimit::min()}) {
-    const OopType oop = zel->ZelLongToOop(value);
-    EXPECT_EQ(pair(0U, value), pair(oop & 2, zel->ZelOopToLong(oop)));
+    EXPECT_EQ(value, zel->ZelOopToLong(zel->ZelLongToOop(value)));
   }
-  EXPECT_EQ(1.25, zel->ZelOopToFlt(zel->ZelFltToOop(1.25)));
-  EXPECT_EQ(tuple(1, 0, -56), tuple(zel->ZelOopToBool(TrueOop), zel->ZelOopToBool(FalseOop),
-                                    zel->ZelOopToChr(200 << 5 | 14)));
   const OopType text = run("'a' asDoubleByteString");
-  EXPECT_EQ(tuple(1, 1, 0),
-            tuple(zel->ZelIsKindOf(run("#abc"), StringKindClassOop),
-                  zel->ZelIsKindOf(text, StringKindClassOop), zel->ZelIsKindOf(31, ArrayClassOop)));
+  EXPECT_EQ(tuple(1, 0, 1, 0, -56, 1.25),
+            tuple(zel->ZelIsKindOf(text, StringKindClassOop), zel->ZelIsKindOf(31, ArrayClassOop),
+                  zel->ZelOopToBool(TrueOop), zel->ZelOopToBool(FalseOop),
+                  zel->ZelOopToChr(200 << 5 | 14), zel->ZelOopToFlt(zel->ZelFltToOop(1.25))));
   EXPECT_EQ(0, errorNumber());
   const OopType large = run("2 raisedTo: 31");
   EXPECT_EQ(
@@ -144,7 +141,6 @@ TEST_F(Table, DescribesObjects) {
       {"'ab' asDoubleByteString", {DoubleByteStringClassOop, 1, 0, 4, 1}},
       {"1.5", {FloatClassOop, 1, 0, 8, 0}},
       {"Array new: 3", {ArrayClassOop, 0, 0, 3, 1}},
-      {"DateTime now", {DateTimeClassOop, 0, 4, 4, 0}},
       {"1->2", {run("Association"), 0, 2, 2, 0}},
       {"Set withAll: #(1 2)", {run("Set"), 2, 0, 2, 1}},
   };
