@@ -12,7 +12,6 @@ namespace {
 using std::pair, std::tuple;
 using testing::Each;
 using testing::Ne;
-using testing::StartsWith;
 using Oops = std::vector<OopType>;
 using LongLimit = std::numeric_limits<long>;
 

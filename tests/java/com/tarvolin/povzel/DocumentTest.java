@@ -43,6 +43,7 @@ class DocumentTest {
             "LargeBytes", "stored 25%\nstored 50%\nstored 75%\nstored 100%\nread 25%\nread 50%\n"
                     + "read 75%\nread 100%\nIt is the same.\n",
             "WatchChanges", "Changes before: 0\nThe account holds 250\nChanges after: 1\n"));
+
     private static Matcher matcher(String pattern, String text) {
         return Pattern.compile(pattern, Pattern.DOTALL | Pattern.MULTILINE).matcher(text);
     }

@@ -16,12 +16,7 @@ import org.junit.jupiter.api.function.Executable;
 class SessionTest {
     private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
 
-    private PovZelSession session;
-
-    @BeforeEach
-    void logIn() {
-        session = PovZelSession.login("DataCurator", "swordfish");
-    }
+    private final PovZelSession session = PovZelSession.login("DataCurator", "swordfish");
 
     @AfterEach
     void logOut() {
