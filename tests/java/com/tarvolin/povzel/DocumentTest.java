@@ -3,6 +3,7 @@ package com.tarvolin.povzel;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.*;
+import java.lang.reflect.Method;
 import java.net.*;
 import java.nio.file.*;
 import java.util.*;
@@ -90,7 +91,8 @@ class DocumentTest {
             ByteArrayOutputStream captured = new ByteArrayOutputStream();
             System.setOut(new PrintStream(captured, true));
             try {
-                loader.loadClass(name).getMethod("main", String[].class).invoke(null, (Object) null);
+                Method main = loader.loadClass(name).getMethod("main", String[].class);
+                main.invoke(null, (Object) null);
             } finally {
                 System.setOut(original);
             }

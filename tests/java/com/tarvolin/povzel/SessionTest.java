@@ -51,10 +51,11 @@ class SessionTest {
     @Test
     void valuesSurviveTheWayThereAndBack() {
         List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', 0L, -1L,
-                536870911L, -536870912L, 536870912L, -536870913L, (long) Integer.MIN_VALUE, Long.MAX_VALUE,
-                Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE, Double.POSITIVE_INFINITY, "",
-                "plain", "nul \0 inside", "\u00e4\u20ac\ud83d\ude00", "\ud83d alone",
-                "abc\u00e4".repeat(5000), LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000),
+                536870911L, -536870912L, 536870912L, -536870913L, (long) Integer.MIN_VALUE,
+                Long.MAX_VALUE, Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE,
+                Double.POSITIVE_INFINITY, "", "plain", "nul \0 inside",
+                "\u00e4\u20ac\ud83d\ude00", "\ud83d alone", "abc\u00e4".repeat(5000),
+                LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000),
                 LocalDateTime.of(1, 1, 1, 0, 0));
         PovZelObject array = session.newArray(values);
         assertEquals(values, array.value());
@@ -190,6 +191,7 @@ class SessionTest {
         List<Object> list = array.list();
         assertEquals(elements, list);
         assertEquals("element 99990", list.set(99_990, 'c'));
+        assertEquals('c', list.get(99_990));
         assertEquals('c', session.perform(array, "at:", 99_991));
         assertThrows(IndexOutOfBoundsException.class, () -> list.get(100_000));
         array.setElements(2, elements.subList(0, 50_000));
