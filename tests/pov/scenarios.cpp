@@ -123,6 +123,8 @@ isKindOf object other | object.value=9 object.valueLong=4298567296 object.valueI
  ~;7: isKindOf.;CALENDAR: yr 2012 day 60 ms 4298567296;Returning: 0;Returning: 0
  ;isKindOf completed.;Returning: 0
 isKindOf object other | IsKindOf=300 => 300 | IsKindOf(4716,4720)?
+isKindOf object other | IsKindOf=-3 => -3 | IsKindOf(4716,4720)?
+ ~;7: isKindOf.;Returning: 0;Returning: 0;isKindOf completed.;Returning: -3
 isKindOf null other => isKindOf(): NULL obj argument
 isKindOf object null => isKindOf(): NULL cls argument
 isKindOf object other | object.value=7 => getOop(): NULL valueString

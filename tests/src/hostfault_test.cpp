@@ -113,15 +113,25 @@ char* pages = nullptr;
 
 void touchGuardPages() {
   pages = newPages(2);
-  const auto isTouched = [](char* page, char* fault) -> BoolType {
-    return page == pages + pageSize && fault == page + 5;
+  static SysErrorSType error;
+  static int touched = 0;
+  static constexpr auto isTouched = [](char* page, char* fault) -> BoolType {
+    ++touched;
+    return fault == page + 5;
   };
-  SysErrorSType error;
-  HostProtectPage(pages + pageSize, isTouched, &error);
+  // Guards the other page instead.
+  const auto movesOn = [](char* page, char* fault) -> BoolType {
+    HostUnProtectPage(page);
+    HostProtectPage(pages, isTouched, &error);
+    return page == pages + pageSize && isTouched(page, fault);
+  };
+  HostProtectPage(pages + pageSize, movesOn, &error);
   errno = 77;
   pages[pageSize + 5] = 'x';
   if (errno != 77 || pages[pageSize + 5] != 'x' || segvInProgressCount != 0) _exit(11);
-  if (HostUnProtectPage(pages + pageSize)) _exit(12);  // its slot is free
+  pages[5] = 'x';
+  if (touched != 2 || HostUnProtectPage(pages + pageSize) || HostUnProtectPage(pages))
+    _exit(12);  // free slots
   HostExitOnGuardPageAccess();
   HostProtectPage(pages, letPass, &error);
   pages[0] = 'x';

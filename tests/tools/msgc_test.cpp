@@ -58,7 +58,7 @@ TEST(MessageCompiler, NamesFaultsByLine) {
   // "@" stands for "s.msg near line ", and "~" for what is wrong with a directive.
   const std::pair<std::string, std::string> rows[] = {
       {"a:1\nb x\n\nc (12):3\na:4\nd (1):%d %s\ne:100% sure\ng (0):\nh:1\0\ni:"s +
-           std::string(2048, 'x') + "\nj (1 1 1 1 1 1 1):\\%n%%%5d%n%*d%1$d%lld%ls%\n",
+           std::string(2048, 'x') + "\nj (1 1 1 1 1 1 1):\\%n%%%5d\\\\%n%*d%1$d%lld%ls%\n",
        "@2: \":\" expected\n@4: numeral (12) out of range\n"
        "@5: symbol a is there already, near line 1\n"
        "@6: the list in parentheses names no argument for \"%s\"\n"
@@ -90,6 +90,9 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
             "poor.msg near line 3: symbol d is not in model.msg\n"
             "poor.msg: symbol c is missing\n1");
   EXPECT_EQ(msgc("--check none.msg"), "none.msg: No such file or directory\n1");
+  EXPECT_EQ(msgc("--check ."), ".: cannot be read: Is a directory\n1");
+  EXPECT_EQ(msgc("--dump " + englishCompiled + " >/dev/full"),
+            "standard output: cannot be written: No space left on device\n1");
   EXPECT_EQ(msgc("-o none/x.err good.msg"),
             "none/x.err: cannot be written: No such file or directory\n1");
   EXPECT_TRUE(msgc("--dump good.msg").ends_with("\n1"));
