@@ -1,18 +1,12 @@
 // _initialize, which works once in a process: every situation has a process of its own.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <povzel/zelrtl.h>
 
 #include "harness.h"
-#include "process.h"
+#include "tests.h"
 
 using harness::generic;
 using recorder::state;
-using testing::EndsWith;
-using testing::HasSubstr;
 
 namespace {
 

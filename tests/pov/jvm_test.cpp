@@ -1,10 +1,6 @@
 // The ground under the bridge's tests: a misuse of the JVM does not go unnoticed.
 #include "jvm.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
+#include "tests.h"
 
 namespace {
 

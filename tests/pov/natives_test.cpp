@@ -1,18 +1,9 @@
 // Every native in the situations of the scenarios: what it does, and what it does when any one of
 // its calls to the JVM or to the interface library fails.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <cstdint>
-#include <cstring>
-#include <set>
-
 #include "harness.h"
-
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::StartsWith;
+#include "tests.h"
 
 namespace harness {
 namespace {

@@ -1,15 +1,6 @@
 // The shell as users start it: as a filter, and at a pseudo-terminal.
-#include <gtest/gtest.h>
 #include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <utility>
-
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,18 +1,8 @@
 // The fault handler and the VM in one process, in either order and with the VM's signal-chaining
 // library: each scenario of signals_program.cpp, and how the process ends.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-
-#include "process.h"
 
 using testing::_;
-using testing::HasSubstr;
+#include "tests.h"
 
 namespace {
 

@@ -1,9 +1,7 @@
 // The trace on standard output, which once switched on stays on.
-#include <gtest/gtest.h>
-
-#include <regex>
 
 #include "harness.h"
+#include "tests.h"
 
 using harness::Context;
 

@@ -1,19 +1,9 @@
 #include <povzel/errmsg.h>
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <climits>
-#include <cstring>
-#include <functional>
-#include <thread>
-#include <utility>
-
 #include <povzel/errutl.h>
 #include <povzel/utlheap.h>
 #include "messagefile.h"
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
 

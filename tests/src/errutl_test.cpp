@@ -1,14 +1,7 @@
 #include <povzel/errutl.h>
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
-#include <memory>
-
 #include "messagefile.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

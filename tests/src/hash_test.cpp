@@ -1,13 +1,8 @@
 #include <povzel/hash.h>
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <vector>
-
 #include <povzel/utlheap.h>
 #include "faults.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,20 +1,9 @@
 #include <povzel/hostcore.h>
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
-
 #include "basics/fortests.h"
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 int ending = 0;
 bool leavesFile = false;

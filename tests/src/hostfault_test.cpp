@@ -1,12 +1,6 @@
 #include <povzel/hostfault.h>
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-
-#include <atomic>
-#include <filesystem>
-#include <thread>
 
 #include <povzel/hostcore.h>
 #include <povzel/hostdebug.h>
@@ -18,13 +12,9 @@
 #include <povzel/hostsigterm.h>
 #include <povzel/hoststack.h>
 #include <povzel/unixio.h>
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 constexpr std::size_t pageSize = 4096;
 constexpr int survived = 42;

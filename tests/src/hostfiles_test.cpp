@@ -1,23 +1,14 @@
 #include <povzel/hostfiles.h>
 
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-
 #include <povzel/hostids.h>
 #include <povzel/hostlimits.h>
 #include <povzel/hostspawn.h>
 #include <povzel/hostterminal.h>
 #include "basics/fortests.h"
 #include "faults.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using testing::AnyOf;
-using testing::StartsWith;
 
 class HostFiles : public testing::Test {
  protected:

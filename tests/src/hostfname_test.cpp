@@ -1,20 +1,11 @@
 #include <povzel/hostfname.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <sstream>
-
 #include "basics/fortests.h"
 #include "faults.h"
 #include "hostunix/internal.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 std::string expand(const std::string& name, std::size_t size = sizeof(HostFnameStrType)) {
   std::string buffer(std::max(size, name.size()) + 1, '#');

@@ -1,33 +1,14 @@
 #include <povzel/hostprocess.h>
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pwd.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
-#include <filesystem>
-#include <set>
-#include <thread>
 
 #include <povzel/hostinit.h>
 #include "faults.h"
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsSupersetOf;
-using testing::Not;
-using testing::StartsWith;
 
 // The code that a child exited with, or the signal that ended it with a minus.
 int endOf(PidType child) {

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-
 #include "hostunix/internal.h"
+#include "tests.h"
 
 TEST(HostSafePrint, FormatsAsPrintfDoes) {
   int object = 0;

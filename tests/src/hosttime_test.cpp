@@ -1,15 +1,12 @@
 #include <povzel/hosttime.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <langinfo.h>
 
 #include <chrono>
-#include <cstring>
 
 #include <povzel/hostinit.h>
 #include <povzel/hostsigterm.h>
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

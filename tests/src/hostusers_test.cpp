@@ -1,21 +1,13 @@
 #include <povzel/hostusers.h>
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <regex>
 
 #include <povzel/hostenv.h>
 #include <povzel/hostinit.h>
 #include <povzel/hoststrings.h>
 #include <povzel/hostsystem.h>
 #include "basics/fortests.h"
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,19 +1,9 @@
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <functional>
-#include <map>
 
 #include <povzel/dynlib.h>
 #include <povzel/zelrtl.h>
 #include <povzel/zeltable.h>
-
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
+#include "tests.h"
 
 namespace {
 

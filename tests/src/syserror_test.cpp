@@ -1,15 +1,7 @@
 #include <povzel/syserror.h>
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <climits>
-#include <cstring>
-#include <set>
-#include <string>
-#include <vector>
-
 #include <povzel/unixerr.h>
+#include "tests.h"
 
 namespace {
 

@@ -1,19 +1,7 @@
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <climits>
-#include <csignal>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include <povzel/atomics.h>
 #include <povzel/hostmutex.h>
 #include <povzel/hostthread.h>
+#include "tests.h"
 
 namespace {
 

@@ -1,12 +1,7 @@
 #include <povzel/tvdstring.h>
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstring>
-#include <string>
-
 #include "faults.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,19 +1,10 @@
 #include <povzel/tvhash.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <climits>
-#include <functional>
-#include <map>
-#include <string>
-#include <vector>
-
 #include <povzel/hash.h>
 #include <povzel/hostdebug.h>
 #include <povzel/utlheap.h>
 #include "faults.h"
+#include "tests.h"
 
 namespace {
 

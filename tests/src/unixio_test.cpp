@@ -1,20 +1,12 @@
 #include <povzel/unixio.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include <povzel/hostdebug.h>
 #include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
 #include "faults.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
-
-using testing::ContainsRegex;
-using testing::StartsWith;
 
 int typeInto = -1;
 

@@ -1,10 +1,7 @@
 #include <povzel/unwind.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <povzel/hostdebug.h>
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,9 +1,5 @@
 #include <povzel/utlbits.h>
-
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <vector>
+#include "tests.h"
 
 namespace {
 

@@ -1,11 +1,7 @@
 #include <povzel/utlchecksum.h>
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
 #include "basics/fortests.h"
+#include "tests.h"
 
 namespace {
 

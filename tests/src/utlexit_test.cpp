@@ -1,12 +1,8 @@
 #include <povzel/utlexit.h>
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include <povzel/hostinit.h>
 #include <povzel/utloutput.h>
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

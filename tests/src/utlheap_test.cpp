@@ -1,15 +1,9 @@
 #include <povzel/utlheap.h>
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <functional>
-#include <string>
-
 #include <povzel/hostdebug.h>
 #include <povzel/utlsystem.h>
 #include "faults.h"
+#include "tests.h"
 
 namespace {
 

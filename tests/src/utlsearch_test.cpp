@@ -1,22 +1,12 @@
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-
 #include <povzel/utlexe.h>
 #include <povzel/utlfiles.h>
 #include <povzel/utlinstall.h>
 #include <povzel/utloutput.h>
 #include "basics/fortests.h"
 #include "faults.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 // Works in a tree of directories of its own.
 class UtlSearch : public testing::Test {

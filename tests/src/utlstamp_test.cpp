@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <sys/time.h>
 
 #include <ctime>
@@ -7,7 +6,7 @@
 #include <povzel/utllogname.h>
 #include <povzel/utltime.h>
 #include "basics/fortests.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

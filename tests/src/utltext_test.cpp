@@ -1,15 +1,8 @@
 #include <povzel/utltext.h>
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include <povzel/utlfilename.h>
 #include <povzel/utlglob.h>
+#include "tests.h"
 
 namespace {
 

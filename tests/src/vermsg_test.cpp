@@ -1,13 +1,8 @@
 #include <povzel/vermsg.h>
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include <povzel/hostinit.h>
 #include <povzel/version.h>
-#include "process.h"
-#include "reads.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,14 +1,9 @@
 #include <povzel/xchar.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include <povzel/utlchecksum.h>
 #include <povzel/utlheap.h>
 #include <povzel/utltext.h>
+#include "tests.h"
 
 namespace {
 

@@ -1,23 +1,14 @@
 #include "faults.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/mman.h>
 
-#include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <new>
-#include <optional>
-#include <sstream>
-#include <string_view>
 
 #include <povzel/hostdebug.h>
 #include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,14 +1,8 @@
 // The message compiler and the message files.
-#include <gtest/gtest.h>
 #include <povzel/errmsg.h>
 #include <povzel/errutl.h>
 #include <povzel/unixerr.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <regex>
-
-#include "process.h"
+#include "tests.h"
 
 namespace {
 

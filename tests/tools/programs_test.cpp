@@ -1,16 +1,7 @@
 // The small programs of the installation.
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <filesystem>
-
-#include "process.h"
+#include "tests.h"
 
 namespace {
-
-using testing::AllOf;
-using testing::EndsWith;
-using testing::HasSubstr;
 
 // Runs a program of the installation through the shell: what it prints, and its exit status.
 std::string run(const std::string& command, const std::string& settings = "") {

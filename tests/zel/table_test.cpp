@@ -1,11 +1,7 @@
 // The table: what each slot does as a client uses it, and with arguments that make no sense.
-#include <gmock/gmock.h>
-
-#include <limits>
-#include <tuple>
-#include <type_traits>
 
 #include "session_fixture.h"
+#include "tests.h"
 
 namespace {
 

@@ -1,0 +1,41 @@
+// What the test programs include: GoogleTest, the standard library, and what they share. It is
+// compiled once, ahead of them all.
+#pragma once
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "process.h"
+#include "reads.h"
+
+namespace fs = std::filesystem;
+using testing::AllOf, testing::AnyOf, testing::ContainsRegex, testing::ElementsAre;
+using testing::EndsWith, testing::HasSubstr, testing::Not, testing::StartsWith;
