@@ -7,18 +7,13 @@
 
 namespace {
 
-// What is written into a buffer of that size, behind which nothing is touched.
-std::string cut(std::size_t size, const std::function<void(char*)>& write) {
-  std::string buffer(size + 1, '!');
-  write(buffer.data());
-  EXPECT_EQ(buffer[size], '!');
-  return size == 0 ? "" : buffer.c_str();
-}
+using namespace std::string_literals;
 
 template <typename... Args>
 std::string text(const char* symbol, const char* kinds, Args... args) {
-  constexpr std::size_t size = sizeof(ErrMsgStrType);
-  return cut(size, [=](char* to) { ErrMsgSymToText(symbol, to, size, kinds, args...); });
+  ErrMsgStrType buffer;
+  ErrMsgSymToText(symbol, buffer, sizeof buffer, kinds, args...);
+  return buffer;
 }
 
 std::string repeated(std::size_t count, char c = 'a') {
@@ -49,9 +44,6 @@ class Catalogue : public testing::Test {
   }
 };
 
-// Before anything opens a file.
-const BoolType panickedAtStart = ErrMsgGetPanicked();
-
 TEST_F(Catalogue, FallbackFormShowsEverything) {
   EXPECT_EQ(text("a.b", "dnosxgoos", -1L, 2L, OopType{4097}, "t", 255UL, 0.5, OopType{31},
                  OopType{0xFFFFFFFF}, static_cast<const char*>(nullptr)),
@@ -60,67 +52,41 @@ TEST_F(Catalogue, FallbackFormShowsEverything) {
             "[ 1 2 3 4 5 6 7 8 9 10]");
   ErrMsgSetPanicked(0);
   EXPECT_EQ(text("a", "s", repeated(3000).c_str()), "[a " + repeated(2045));
-  EXPECT_EQ(ErrMsgGetString("a"), nullptr);
-  EXPECT_TRUE(panickedAtStart);
-}
-
-TEST_F(Catalogue, TextsAreCutToTheBuffer) {
-  const std::string whole = show("(1 2):[a.b %d %s]", "ds", 12L, "t");
-  for (std::size_t size = 0; size < 12; ++size) {
-    for (const char* symbol : {"m", "a.b"}) {  // the second in the fallback form
-      EXPECT_EQ(cut(size, [=](char* to) { ErrMsgSymToText(symbol, to, size, "ds", 12L, "t"); }),
-                whole.substr(0, std::max<int>(size, 1) - 1));
-    }
-  }
 }
 
 TEST_F(Catalogue, UnknownKindsAreReportedAndTakenForNumbers) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(text("a.b", "ds?", 1L, "s", 7L), "[a.b 1 s 7]");
-  EXPECT_EQ(show("(1):%d", "?", 9L), "9");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Unknown argkind in errmsg|buildString\ndesperateErr: Illegal argument ? read\n"
-            "Unknown argkind in errmsg|buildString\nmySprintf: Illegal argument ? read\n");
+            "Unknown argkind in errmsg|buildString\ndesperateErr: Illegal argument ? read\n");
 }
 
 TEST_F(Catalogue, TemplatesPlaceTheirArguments) {
   const std::pair<std::string, std::string> rows[] = {
       // entry, what it makes of 5 and "open"
-      {"(2 1):%s failed (%d)", "open failed (5)"},
-      {"(2):%s failed (%d) 50%%", "open failed (%d) 50%"},
+      {"(2 1):%s failed (%d) 50%%", "open failed (5) 50%"},
+      {"(2):%s failed (%d)", "open failed (%d)"},
       {"(0 2 3 3):%s %s %8s, %8d.", "[null] open   [null], [null]."},
       {"(1):%d", "[\"%d\" m 5 open]"},
-      {" (2) :", ""},
-      {"(1 2):%% %%%d%% %q %", "% %5% %q %"},
       {"(2):\\n\\t\\r\\f\\v\\b\\q\\\\\\%d\\1018\\00000101\\777", "\n\t\r\f\v\bq\\%dA8A\xFF"},
-      {"(2):a\\\\\n", "a"},
-      // Cut at their limits
       {"(2 2):%-2046s%s", "open" + repeated(2042, ' ') + "o"},
-      {"(1 2):%9999999d", repeated(2047, ' ')},
       {"(1 2):%.2147483647d", repeated(2047, '0')},
-      {"(1 2):%-4294967299d|", "5" + repeated(2046, ' ')},
   };
   for (const auto& [entry, text] : rows) EXPECT_EQ(show(entry, "ds", 5L, "open"), text);
-  EXPECT_EQ(show("(1):bb%5s", "s", repeated(3000).c_str()), "bb" + repeated(2045));
 }
 
 TEST_F(Catalogue, KindsMeetDirectives) {
-  // Each with what -42, 1.5 and "txt" are shown as; the last five are what printf must not get.
+  // Each with what -42, 1.5 and "txt" are shown as; the last four are what printf must not get.
   const std::pair<std::string, std::string> rows[] = {
-      {"%d", "-42 1.5 txt"},      {"%5d|", "  -42| 1.5| txt|"},  {"%-+ 05i|", "-42  | 1.5| txt|"},
-      {"%.4ld", "-0042 1.5 txt"}, {"%#X", "0XFFFFFFD6 1.5 txt"}, {"%hhu", "214 1.5 txt"},
-      {"%jd", "-42 1.5 txt"},     {"%c", "\xD6 1.5 txt"},        {"%p d", "0xffffffd6 d 1.5 txt"},
-      {"%.2f", "-42 1.50 txt"},   {"%Lg", "-42 1.5 txt"},        {"%E", "-42 1.500000E+00 txt"},
-      {"%.2s", "-42 1.5 tx"},     {"%5s", "-42 1.5   txt"},      {"%ls", "-42 1.5 txt"},
-      {"%n", "-42 1.5 txt"},      {"%*d", "-42 1.5 txt"},        {"%1$d", "-42 1.5 txt"},
-      {"%p%s", "-42 1.5 txt"},    {"%.*s", "-42 1.5 txt"}};
+      {"%d", "-42 1.5 txt"},      {"%-+ 05i|", "-42  | 1.5| txt|"}, {"%#X", "0XFFFFFFD6 1.5 txt"},
+      {"%.4ld", "-0042 1.5 txt"}, {"%E", "-42 1.500000E+00 txt"},   {"%c", "\xD6 1.5 txt"},
+      {"%.2s", "-42 1.5 tx"},     {"%ls", "-42 1.5 txt"},           {"%n", "-42 1.5 txt"},
+      {"%*d", "-42 1.5 txt"},     {"%1$d", "-42 1.5 txt"},          {"%.*s", "-42 1.5 txt"}};
   for (const auto& [directive, texts] : rows) {
     const std::string entry = "(1):" + directive;
     const std::string number = show(entry, "d", -42L), real = show(entry, "g", 1.5);
     EXPECT_EQ(number + " " + real + " " + show(entry, "s", "txt"), texts) << directive;
   }
-  EXPECT_EQ(show("(1 1 1 2 3 3):%d %x %5s %s %d %s", "nox", 42L, OopType{4096}, 255UL),
-            "42 42 42 Oop(4096) ff ff");
 }
 
 TEST_F(Catalogue, GetStringResolvesTwoEscapes) {
@@ -128,31 +94,26 @@ TEST_F(Catalogue, GetStringResolvesTwoEscapes) {
   char* string = ErrMsgGetString("m");
   EXPECT_STREQ(string, " a\nb\\c\\td%d%%");
   UtlFree(string);
-  for (const char* absent : {"n", ""}) EXPECT_EQ(ErrMsgGetString(absent), nullptr);
-  EXPECT_EQ(ErrMsgGetString(nullptr), nullptr);
+  EXPECT_EQ(ErrMsgGetString("n"), nullptr);
 }
 
-// "host.m1196" and "host.m2380" have the same hash. All tables are full but for one slot, or quite.
-TEST_F(Catalogue, FindsSymbolsInEveryTable) {
-  const auto expectTexts = [](const std::string& texts) {
+// "host.m1196" and "host.m2380" have the same hash. The tables are full.
+TEST_F(Catalogue, FindsSymbolsInEveryByteOrder) {
+  const auto texts = [] {
     std::string shown;
     for (const char* symbol : {"host.m2380", "host.m1196", "x", "y", ""}) shown += text(symbol, "");
-    EXPECT_EQ(shown, texts);
-    EXPECT_EQ(text(repeated(5000).c_str(), ""), "[" + repeated(2047));
-    EXPECT_FALSE(ErrMsgGetPanicked());
+    return shown;
   };
   for (const Transform& transform : {littleEndian, bigEndian, Transform{1, 3, 0, 2}}) {
-    for (const std::uint32_t tabSize : {3U, 4U, 5U, 64U}) {
-      open(compiledFile({{"host.m1196", "host.m1196:one\n"},
-                         {"host.m2380", "host.m2380:two\n"},
-                         {"x", "x:three\n"}},
-                        transform, tabSize, true));
-      for (int round = 0; round < 2; ++round) expectTexts("twoonethree[y][]");
-    }
+    open(compiledFile({{"host.m1196", "host.m1196:one\n"},
+                       {"host.m2380", "host.m2380:two\n"},
+                       {"x", "x:three\n"}},
+                      transform, 3, true));
+    EXPECT_EQ(texts(), "twoonethree[y][]");
   }
   // Without key strings the hash decides, and the entry's symbol shows that it is another one.
   open(compiledFile({{"host.m1196", "host.m1196:one\n"}}));
-  expectTexts("[host.m2380]one[x][y][]");
+  EXPECT_EQ(texts(), "[host.m2380]one[x][y][]");
 }
 
 TEST_F(Catalogue, FailedReadsPanicAndMissesDoNot) {
@@ -161,14 +122,10 @@ TEST_F(Catalogue, FailedReadsPanicAndMissesDoNot) {
     return std::string(good).replace(at, 4, bytes);
   };
   const std::pair<std::string, const char*> rows[] = {
-      {good, "x"},
       {good.substr(0, 31), "[m]!"},                    // slot
       {with(24, stored({40}, littleEndian)), "[m]!"},  // key
       {with(28, stored({99}, littleEndian)), "[m]!"},  // entry
-      {with(32, "#\nm:x\n"), "[m]!"},
-      {with(32, "n:x\n"), "[m]"},
-      {with(20, "abcd"), "[m]"},
-  };
+      {with(32, "n:x\n"), "[m]"}};
   for (const auto& [bytes, shown] : rows) {
     open(bytes);
     EXPECT_EQ(look(), shown) << bytes;
@@ -184,18 +141,8 @@ TEST_F(Catalogue, PanicAndResetFollowTheFile) {
   EXPECT_EQ(look(), "[m]!");
   ErrMsgSetPanicked(0);
   EXPECT_EQ(look(), "new text");
-
-  // A stream that the program puts in its place is the file from then on.
-  FILE* ours = std::exchange(ErrUtlErrFile, std::fopen("/dev/null", "r"));
-  EXPECT_EQ(look(), "[m]!");
-  std::fclose(std::exchange(ErrUtlErrFile, ours));
-  ErrMsgSetPanicked(0);
-  EXPECT_EQ(look(), "new text");
-
   std::remove(ErrUtlErrFileName);
   EXPECT_FALSE(ErrMsgReset());
-  EXPECT_EQ(look(), "[m]!");
-  ErrMsgInit();
   EXPECT_EQ(look(), "[m]!");
 }
 
@@ -203,72 +150,61 @@ TEST_F(Catalogue, StreamsGetTheTextAndAreFlushed) {
   show("(1):<%d>\\n", "d", 1L);
   FILE* file = std::fopen("out", "w");
   ErrMsgSymToFileNoTimeStamp("m", file, "d", 7L);
-  EXPECT_EQ(readFile("out"), "<7>\n");
   ErrMsgSymToFile("m", file, "d", 8L);
   const std::string stamped = readFile("out");
   EXPECT_THAT(stamped, Reads("<7>\n[~\n    <8>\n"));
   ErrMsgSymToFile_1("<%s>", file, "one");
   ErrMsgSymToFile_2("<%s %s>", file, "one", repeated(2000).c_str());
-  EXPECT_EQ(readFile("out"), stamped) << "not these two";
   std::fclose(file);
   EXPECT_THAT(readFile("out"), Reads(stamped + "~    <one>~    <one " + repeated(1018)));
   EXPECT_EQ(readFile("out").find(repeated(1019)), std::string::npos);
 }
 
 TEST_F(Catalogue, ThreadsAndForksShareIt) {
-  open(compiledFile({{"m", "m (1) :%d.\n"}, {"n", "n:x\n"}}));
-  std::atomic<bool> stop{false};
-  std::atomic<int> wrong{0};
-  const auto ask = [&] {
+  open(compiledFile({{"m", "m (1) :%d.\n"}}));
+  std::atomic<int> stop{0}, wrong{0};
+  std::thread thread([&] {
     // Allocates nothing outside the catalogue: not every checking allocator bears a fork then.
     char shown[32], wanted[32];
-    for (long i = 0; !stop; ++i) {
+    for (long i = 0; stop == 0; ++i) {
       ErrMsgSymToText("m", shown, sizeof shown, "d", i);
       std::snprintf(wanted, sizeof wanted, "%ld.", i);
       if (std::strcmp(shown, wanted) != 0 || (i % 16 == 0 && !ErrMsgReset())) ++wrong;
     }
-  };
-  std::thread threads[] = {std::thread(ask), std::thread(ask)};
+  });
   for (int i = 0; i < 50; ++i) {
-    const auto find = [] { return ErrMsgReset() && text("n", "") == "x" ? 0 : 1; };
-    EXPECT_EQ(exitCode(inChild(find)), 0);
+    EXPECT_EQ(exitCode(inChild([] { return ErrMsgReset() && text("m", "d", 1L) == "1." ? 0 : 1; })),
+              0);
     ErrMsgInit();  // opening the file anew meanwhile disturbs nobody
   }
-  stop = true;
-  for (std::thread& thread : threads) thread.join();
+  stop = 1;
+  thread.join();
   EXPECT_EQ(wrong, 0);
-  EXPECT_FALSE(ErrMsgGetPanicked());
 }
 
 TEST_F(Catalogue, ErrorNumbersHaveSymbolsAndTexts) {
-  std::string symbols;
-  for (const long number : {2004L, 2226L, 2227L, 2234L, 2235L, 2317L, LONG_MIN, LONG_MAX}) {
-    const char* symbol = ErrMsgTvErrNumToSym(number);
-    EXPECT_STREQ(ErrMsgNumToSym(number), symbol != nullptr ? symbol : "errmsg.invalidErr");
-    symbols.append(symbol != nullptr ? symbol : "none").append(" ");
-  }
-  EXPECT_EQ(symbols,
-            "errmsg.rtErrBadSubscript none errmsg.lgcProtcolError errmsg.lgcProtcolError none "
-            "errmsg.objErrTime_tOutOfRange none none ");
+  EXPECT_EQ(ErrMsgTvErrNumToSym(LONG_MIN), nullptr);
+  EXPECT_STREQ(ErrMsgTvErrNumToSym(2226), nullptr);
+  EXPECT_STREQ(ErrMsgNumToSym(2226), "errmsg.invalidErr");
+  EXPECT_STREQ(ErrMsgNumToSym(2227), "errmsg.lgcProtcolError");
 
-  open(compiledFile({{"errmsg.rtErrHardBreak", "errmsg.rtErrHardBreak (1) :stop %d\n"},
-                     {"errmsg.invalidErr", "errmsg.invalidErr:what?\n"}}));
-  const auto textOf = [](OopType category, long number, std::size_t size) {
-    return cut(size, [=](char* to) { ErrMsgToTxt(category, number, to, size); });
+  open(compiledFile({{"errmsg.rtErrHardBreak", "errmsg.rtErrHardBreak (1) :stop %d\n"}}));
+  const auto textOf = [](OopType category, std::size_t size) {
+    std::string buffer(15, '!');
+    ErrMsgToTxt(category, 6004, buffer.data(), size);
+    return buffer.substr(0, size) + buffer[size];
   };
-  EXPECT_EQ(textOf(SystemErrCategoryOop, 6004, 13), "stop [null]");
-  EXPECT_EQ(textOf(SystemErrCategoryOop, 1, 13), "what?");
-  EXPECT_EQ(textOf(1, 6004, 13) + textOf(1, 6004, 1) + textOf(1, 6004, 0), "errmsg.userE");
+  EXPECT_EQ(textOf(SystemErrCategoryOop, 12), "stop [null]\0!"s);
+  EXPECT_EQ(textOf(1, 8) + textOf(1, 0), "errmsg.\0!!"s);
 }
 
-std::string printed;
-
 std::string report(ZelErrSType error, long number, BoolType displayOops, long errors) {
+  static std::string printed;
+  printed.clear();
   const auto print = [](const char* piece) { printed += piece; };
   const auto printObject = [](ErrMsgPrinterFuncType* printer, OopType oop) {
     printer(("#" + std::to_string(oop)).c_str());
   };
-  printed.clear();
   ErrMsgWriteError(print, printObject, &error, number, displayOops, errors);
   return printed;
 }
@@ -278,43 +214,34 @@ TEST_F(Catalogue, ReportsErrors) {
   error.category = SystemErrCategoryOop;
   error.context = 77;
   std::strcpy(error.message, "hello");
-  const std::string dashes = repeated(53, '-');
-  EXPECT_EQ(report(error, 2004, 0, 1),
-            dashes +
-                "\n[errmsg.line1a]         [errmsg.line1c]\nhello\n"
-                "[errmsg.line3g [errmsg.line3d] 2004][errmsg.line3h 0]\n");
   error.fatal = 1;
   error.argCount = 2;
   error.args[0] = 10;
   error.args[1] = 20;
   EXPECT_EQ(report(error, 2183, 1, 2),
-            dashes +
+            repeated(53, '-') +
                 "\n[errmsg.line1 2183 2]   [errmsg.line1b]\nhello\n"
                 "[errmsg.line3f 3613 [errmsg.line3b] 2183][errmsg.line3h 2][errmsg.line3i 77]\n"
                 "[errmsg.line4 1]#10\n[errmsg.line4 2]#20\n");
+  error.fatal = 0;
   error.argCount = 1000;
-  EXPECT_THAT(report(error, 4126, 0, 0), testing::EndsWith("[errmsg.line4 10]#0\n"));
-  error.argCount = -1;
-  EXPECT_THAT(report(error, 4126, 0, 0), testing::HasSubstr("[errmsg.line3c] 4126"));
-  error.category = 1;
-  EXPECT_THAT(report(error, 4126, 0, 0),
-              testing::EndsWith("[errmsg.line3e] 4126][errmsg.line3h -1]\n"));
+  EXPECT_THAT(
+      report(error, 2004, 0, 1),
+      AllOf(HasSubstr("\n[errmsg.line1a]         [errmsg.line1c]\n"),
+            HasSubstr("[errmsg.line3g [errmsg.line3d] 2004]"), EndsWith("[errmsg.line4 10]#0\n")));
 }
 
 TEST_F(Catalogue, ReportsWrapTheMessage) {
   const std::pair<std::string, std::string> rows[] = {
       {repeated(100) + "\n\nb\n", repeated(80) + "\n" + repeated(20) + "\n\nb\n"},
       {repeated(64) + "  b", repeated(64) + " \nb"},
-      {repeated(80) + " b", repeated(80) + "\nb"},
-      {repeated(80) + "\nb", repeated(80) + "\nb"},
-      {repeated(79) + "\x01" + "b", repeated(79) + "\x01\nb"},
       {repeated(74) + "\t\r\a\x7F" + "bc", repeated(74) + "\t\r\a\x7F" + "b\nc"},
   };
   for (const auto& [message, wrapped] : rows) {
     ZelErrSType error{};
     std::memcpy(error.message, message.data(), message.size());
     EXPECT_THAT(report(error, 1, 0, 0),
-                testing::HasSubstr("[errmsg.line1c]\n" + wrapped + "\n[errmsg.line3g"));
+                HasSubstr("[errmsg.line1c]\n" + wrapped + "\n[errmsg.line3g"));
   }
 }
 
