@@ -31,33 +31,24 @@ std::string parsed(const std::string& source, BoolType buildingTable = 1) {
 }
 
 TEST(MessageSource, EntriesAndLines) {
-  const std::string symbol(254, 's');
-  const std::string most(2044, 't');  // with "fo:" a line's 2047 characters
+  const std::string symbol(254, 's'), most(2044, 't');  // with "fo:" a line's 2047 characters
   const std::pair<std::string, std::string> rows[] = {
       {" \t\ffoo\t( 2\f1 )\f: \\n:%s \n", "foo|2,1,2| \\n:%s |0@1\ngood1"},
-      {"foo(0 010 3) :x\n", "foo|0,10,3,10|x|0@1\ngood1"},
-      {"foo (1 2 3 4 5 6 7 8 9 10):x\n", "foo|1,2,3,4,5,6,7,8,9,10,10|x|0@1\ngood1"},
-      {symbol + " () :x\n", symbol + "|0|x|0@1\ngood1"},
+      {symbol + " (0 010 3 4 5 6 7 8 9 10):x\n", symbol + "|0,10,3,4,5,6,7,8,9,10,10|x|0@1\ngood1"},
       {"# c\n\n \t\nfoo:\n  # d\n", "foo|0||8@4\ngood5"},
-      {"foo : a\\\nb\nbar:c\n", "foo|0| ab|0@2\nbar|0|c|11@3\ngood3"},
-      {"fo\\\n\\\n\\\no:x\n", "foo|0|x|0@4\ngood4"},
-      {"foo:a\\\\\n\n", "foo|0|a\\|0@2\ngood2"},
+      {"fo\\\no: a\\\nb\nbar:c\n", "foo|0| ab|0@3\nbar|0|c|12@4\ngood4"},
       {"bad\nfoo:x\n", "foo|0|x|4@2!\nf near line 1: symbol missing\ngood2"},
       {std::string("fo:a\0b\nx:y\n", 11), "fo|0|a|0@1\nx|0|y|7@2\ngood2"},
-      {"foo:x", "bad1"},
       {"foo:x\\\ny", "bad2"},
-      {"", "good0"},
       // What is beyond the longest line is dropped, but not a continuation.
       {"fo:" + most + "x\\\nyy\nz:1\n", "fo|0|" + most + "|0@2\nz|0|1|2053@3\ngood3"},
       // The backslash took the last place and gives it back.
-      {"fo:" + most.substr(1) + "\\\nyy\n", "fo|0|" + most.substr(1) + "y|0@2\ngood2"},
-  };
+      {"fo:" + most.substr(1) + "\\\nyy\n", "fo|0|" + most.substr(1) + "y|0@2\ngood2"}};
   for (const auto& [source, result] : rows) EXPECT_EQ(parsed(source), result);
   // A look-up complains of what is no entry, and counts no lines.
   EXPECT_EQ(parsed(" \n#\nfoo:x\nbar:y", 0),
             "foo|0|x|0@7!\nf: why is line 7 empty?\nf:  line 7, why am I reading a comment?\n"
             "f: unexpected eof\nbad7");
-  EXPECT_EQ(parsed("", 0), "f: unexpected eof\ngood7");
 }
 
 TEST(MessageSource, Faults) {
@@ -65,59 +56,40 @@ TEST(MessageSource, Faults) {
       {std::string(255, 's') + ":", "symbol too long"},
       {"f(1 1 1 1 1 1 1 1 1 1 1):x", "too many arguments"},
       {"f(11)", "numeral (11) out of range"},
-      {"f(123)", "numeral (12) out of range"},
       {"f(9999999999)", "numeral (99) out of range"},
-      {"f (1 : x", "\")\" expected"},
-      {"f (1", "\")\" expected"},
       {"f (-1):x", "\")\" expected"},
       {"f ( ", "\")\" missing"},
-      {"f", "symbol missing"},
-      {"(1): x", "symbol missing"},
       {"f (1) x", "\":\" expected"}};
   for (const auto& [line, fault] : rows)
-    EXPECT_EQ(parsed(line + "\n"), "f near line 1: " + fault + "\nbad1") << line;
+    EXPECT_EQ(parsed(line + "\n"), "f near line 1: " + fault + "\nbad1");
 }
 
 TEST(MessageFileHeader, IsCheckedFieldByField) {
   const std::string good = storedHeader(littleEndian, 1, 64, 788);
-  EXPECT_EQ(std::memcmp(ErrUtlGetMagic(), good.data(), 4), 0);
   const auto with = [&good](std::size_t at, char byte) {
     return std::string(good).replace(at, 1, 1, byte);
   };
   const std::pair<std::string, std::string> rows[] = {
-      {good + "x", ""},
-      {storedHeader(bigEndian, 1, 64, 788), ""},
-      {storedHeader({2, 0, 3, 1}, 1, 64, 788), ""},
       {good.substr(0, 19), " fread() header failure, errno = 0\n"},
       {with(3, '\xEE'), "  bad magic number\n"},
       {with(6, 1), " illegal swizzle transforms\n"},
       {with(7, 4), " illegal swizzle transforms\n"},
-      {with(8, 2), "  bad version = 2\n"},
       {with(11, '\xFF'), "  bad version = -16777215\n"},
-      {with(12, 0), "  zero length hash table\n"},
-  };
+      {with(12, 0), "  zero length hash table\n"}};
   for (const auto& [bytes, fault] : rows) {
-    const auto file = streamOf(bytes);
-    std::fgetc(file.get());
     ErrUtlHdrSType header{};
     CaptureStderr();
-    const bool isRead = ErrUtlReadHdr(file.get(), &header) != 0;
-    EXPECT_EQ(GetCapturedStderr(), isRead ? "" : "ErrUtlReadHdr:" + fault);
-    EXPECT_EQ(isRead && header.tabSize == 64 && header.textBegin == 788, fault.empty());
+    EXPECT_FALSE(ErrUtlReadHdr(streamOf(bytes).get(), &header));
+    EXPECT_EQ(GetCapturedStderr(), "ErrUtlReadHdr:" + fault);
   }
-
-  const unsigned char pairs[][2] = {{0, 1}, {1, 0}, {1, 1}, {0, 2}};
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(UtlValidateSwizzleTransforms(littleEndian.data(), pairs[i]), i < 2);
 }
 
 TEST(MessageFile, OpensReopensAndCloses) {
-  const std::string source = std::filesystem::absolute("source.msg");
+  const std::string source = fs::absolute("source.msg");
   writeFile(source, "foo:x\n");
   writeFile("good.err", compiledFile({{"foo", "foo:x\n"}}));
   EXPECT_TRUE(ErrUtlInit(1, "good.err") && ErrUtlIsUp());
-  EXPECT_EQ(std::filesystem::absolute("good.err"), ErrUtlErrFileName);
-  EXPECT_EQ(ErrUtlFileHdr.tabSize, 8u);
+  EXPECT_EQ(fs::absolute("good.err"), ErrUtlErrFileName);
   EXPECT_EQ(fcntl(fileno(ErrUtlErrFile), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   ErrUtlShutdown();
   EXPECT_EQ(ErrUtlErrFile, nullptr);
@@ -127,12 +99,12 @@ TEST(MessageFile, OpensReopensAndCloses) {
   EXPECT_FALSE(ErrUtlInit(1, source.c_str()) || ErrUtlIsUp() || ErrUtlErrFile != nullptr);
   EXPECT_TRUE(ErrUtlInit(0, source.c_str()) && ErrUtlErrFile != nullptr);
   EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err") || ErrUtlErrFile != nullptr);
-  const std::string unusable = "ErrUtlInit: Unable to use file ";
-  EXPECT_EQ(GetCapturedStderr(), "ErrUtlReadHdr: fread() header failure, errno = 0\n" + unusable +
-                                     source + " as a language file\n" +
-                                     "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
-                                     "     errno = 2 (sorry, no translation available)\n" +
-                                     unusable + "/nowhere/x.err as a language file\n");
+  EXPECT_THAT(
+      GetCapturedStderr(),
+      EndsWith(source + " as a language file\n"
+                        "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
+                        "     errno = 2 (sorry, no translation available)\n"
+                        "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n"));
 }
 
 }  // namespace

@@ -20,8 +20,7 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
             HasSubstr("CPU architecture   i686"), EndsWith("\n0"),
             HasSubstr("TARVOLIN           " POVZEL_INSTALLATION),
             HasSubstr(POVZEL_INSTALLATION "/sys/english67.err\n                     in use"),
-            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67"),
-            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzellnk67")));
+            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67")));
   EXPECT_THAT(
       run("tvinfo", "ZELRTL_VERSION=99"),
       AllOf(HasSubstr("not found          dlopen(" POVZEL_INSTALLATION "/lib/libzelrpc99.so)"),
@@ -29,23 +28,19 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
   EXPECT_EQ(run("tvinfo --errno 13"), "errno=13, EACCES, Permission denied\n0");
   EXPECT_EQ(run("tvinfo --symbol host.fork9b"), "Log of a child process\n0");
   EXPECT_THAT(run("tvinfo --symbol nonsense"), EndsWith("\n1"));
-  for (const char* wrong : {"tvinfo --errno x", "tvinfo --help", "gstack x"}) {
-    EXPECT_THAT(run(wrong), EndsWith("\n2")) << wrong;
-  }
+  EXPECT_THAT(run("tvinfo --errno x"), EndsWith("\n2"));
 }
 
-TEST(GStack, PrintsStacksWithAndWithoutTheDebugger) {
+TEST(GStack, PrintsThreadsWithoutTheDebugger) {
   const std::string pid = std::to_string(getpid());
-  EXPECT_THAT(run("gstack " + pid), AllOf(HasSubstr("Thread "), EndsWith("\n0")));
-
   // The tools that the script itself needs, but no debugger.
-  std::filesystem::create_directory("bin");
-  for (const std::string tool : {"sh", "cat", "awk", "sed"}) {
-    std::filesystem::create_symlink("/usr/bin/" + tool, "bin/" + tool);
-  }
+  fs::create_directory("bin");
+  for (const std::string tool : {"sh", "cat", "awk", "sed"})
+    fs::create_symlink("/usr/bin/" + tool, "bin/" + tool);
   EXPECT_THAT(run("gstack " + pid, "PATH=$PWD/bin"),
               AllOf(HasSubstr("Thread " + pid + " (programs_test): state "), EndsWith("\n0")));
   EXPECT_THAT(run("gstack 999999999"), EndsWith("\n1"));
+  EXPECT_THAT(run("gstack x"), EndsWith("\n2"));
 }
 
 }  // namespace
