@@ -15,13 +15,10 @@ TEST(StringHash, KnownValues) {
   for (unsigned code = 0; code < 65536; ++code) {
     all.insert(all.end(), {static_cast<ByteType>(code >> 8), static_cast<ByteType>(code)});
   }
-  std::vector<long> hashes;
-  for (const auto hash : {HashStrHash, HashDbStrHash}) {
-    for (const BoolType caseSensitive : {1, 0}) {
-      hashes.push_back(hash(all.data(), all.size(), caseSensitive));
-    }
-  }
-  EXPECT_EQ(hashes, (std::vector{15028382L, 10070986L, 7636789L, 7777981L}));
+  EXPECT_EQ(HashStrHash(all.data(), all.size(), 1), 15028382);
+  EXPECT_EQ(HashStrHash(all.data(), all.size(), 0), 10070986);
+  EXPECT_EQ(HashDbStrHash(all.data(), all.size(), 1), 7636789);
+  EXPECT_EQ(HashDbStrHash(all.data(), all.size(), 0), 7777981);
   EXPECT_FALSE(HashCStrCompare("same", "Same") | HashCStrCompare("\xFF", ""));
 }
 
@@ -35,10 +32,7 @@ unsigned int recordHash(const void* record) {
   return static_cast<const Record*>(record)->hash;
 }
 
-long compared = 0;
-
 BoolType recordsEqual(const void* probe, const void* stored) {
-  ++compared;
   return static_cast<const Record*>(probe)->key == static_cast<const Record*>(stored)->key ? -1 : 0;
 }
 
@@ -90,21 +84,6 @@ TEST_P(HashTable, GrowsWhenHalfFullUntilTheLastSize) {
   EXPECT_TRUE(has(absent) && has(records[0]));
   HashTableClear(&table_);
   EXPECT_EQ((std::vector{table_.tableSize, table_.numEntries}), (std::vector{37L, 0L}));
-}
-
-// Searches must stay short in a table that records come to and go from for a long time.
-TEST_P(HashTable, ChurnLeavesSearchesShort) {
-  std::mt19937 random(4);
-  std::vector<Record> records(1000);
-  for (unsigned next = 1; next < 300000; ++next) {
-    Record& record = records[random() % records.size()];
-    remove(record);
-    record = {next, static_cast<unsigned>(random())};
-    ASSERT_TRUE(insert(record));
-  }
-  compared = 0;
-  for (int i = 0; i < 10000; ++i) ASSERT_FALSE(has({0, static_cast<unsigned>(random())}));
-  EXPECT_LT(compared, 40000) << "a fresh table takes some 15000";
 }
 
 TEST_P(HashTable, FailedAllocationsLeaveTheTableAsItWas) {

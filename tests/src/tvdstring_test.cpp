@@ -15,7 +15,7 @@ class DString : public testing::Test {
 
 TEST_F(DString, GrowsTwofoldForTextsAndExactlyForLengths) {
   const std::string most(199, 'x');
-  EXPECT_EQ(TvDStringAppend(&ds_, most.c_str(), 199), most);
+  TvDStringAppend(&ds_, most.c_str(), 199);
   EXPECT_EQ(ds_.spaceAvl, 200);
   EXPECT_EQ(TvDStringAppend(&ds_, "yz", 1), most + "y");
   EXPECT_EQ(ds_.spaceAvl, 400);

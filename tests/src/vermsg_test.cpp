@@ -6,12 +6,6 @@
 
 namespace {
 
-std::string written(void (*write)(FILE*, const char*), const std::string& text) {
-  testing::internal::CaptureStdout();
-  write(stdout, text.c_str());
-  return testing::internal::GetCapturedStdout();
-}
-
 std::string x(std::size_t count, char character = 'x') {
   return std::string(count, character);
 }
@@ -30,7 +24,11 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
       {VerCenteredMessage, "title", framed(x(35, ' ') + "title")},
       {VerCenteredMessage, x(76), "| " + x(76) + "|\n"},
       {[](FILE* f, const char*) { VerEndEdge(f); }, "", "|" + x(77, '_') + "|\n"}};
-  for (const auto& [write, text, frame] : cases) EXPECT_EQ(written(write, text), frame);
+  for (const auto& [write, text, frame] : cases) {
+    testing::internal::CaptureStdout();
+    write(stdout, text.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), frame);
+  }
 }
 
 // Without a message file the catalogue shows symbols and arguments, in the order asked for.

@@ -23,18 +23,13 @@ inline std::string stored(const std::vector<std::uint32_t>& values, const Transf
   return bytes;
 }
 
-inline std::string storedHeader(const Transform& transform, std::uint32_t vers,
-                                std::uint32_t tabSize, std::uint32_t textBegin) {
-  return "\xDE\xAD\xBE\xEF" + std::string(transform.begin(), transform.end()) +
-         stored({vers, tabSize, textBegin}, transform);
-}
-
 // The bytes of a compiled file. Each entry is a symbol and its lines; with `keyed` every slot has a
 // key string.
 inline std::string compiledFile(const std::vector<std::pair<std::string, std::string>>& entries,
                                 const Transform& transform = littleEndian,
                                 std::uint32_t tabSize = 8, bool keyed = false) {
-  std::string bytes = storedHeader(transform, 1, tabSize, 20 + 12 * tabSize);
+  std::string bytes = "\xDE\xAD\xBE\xEF" + std::string(transform.begin(), transform.end()) +
+                      stored({1, tabSize, 20 + 12 * tabSize}, transform);
   bytes.resize(20 + 12 * tabSize);
   const std::string empty(12, '\0');
   for (const auto& [symbol, lines] : entries) {
