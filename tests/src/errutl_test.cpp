@@ -36,26 +36,19 @@ TEST(MessageSource, EntriesAndLines) {
       {"fo\\\no: a\\\nb\nbar:c\n", "foo|0| ab|0@3\nbar|0|c|12@4\ngood4"},
       {"bad\nfoo:x\n", "foo|0|x|4@2!\nf near line 1: symbol missing\ngood2"},
       {std::string("fo:a\0b\nx:y\n", 11), "fo|0|a|0@1\nx|0|y|7@2\ngood2"},
-      {"foo:x\\\ny", "bad2"},
       // What is beyond the longest line is dropped, but not a continuation.
       {"fo:" + most + "x\\\nyy\nz:1\n", "fo|0|" + most + "|0@2\nz|0|1|2053@3\ngood3"},
       // The backslash took the last place and gives it back.
-      {"fo:" + most.substr(1) + "\\\nyy\n", "fo|0|" + most.substr(1) + "y|0@2\ngood2"}};
+      {"fo:" + most.substr(1) + "\\\nyy\n", "fo|0|" + most.substr(1) + "y|0@2\ngood2"},
+      {symbol + "s:\n", "f near line 1: symbol too long\nbad1"},
+      {"f(1 1 1 1 1 1 1 1 1 1 1):x\n", "f near line 1: too many arguments\nbad1"},
+      {"f(9999999999)\n", "f near line 1: numeral (99) out of range\nbad1"},
+      {"f ( \n", "f near line 1: \")\" missing\nbad1"}};
   for (const auto& [source, result] : rows) EXPECT_EQ(parsed(source), result);
   // A look-up complains of what is no entry, and counts no lines.
   EXPECT_EQ(parsed(" \n#\nfoo:x\nbar:y", 0),
             "foo|0|x|0@7!\nf: why is line 7 empty?\nf:  line 7, why am I reading a comment?\n"
             "f: unexpected eof\nbad7");
-}
-
-TEST(MessageSource, Faults) {
-  const std::pair<std::string, std::string> rows[] = {
-      {std::string(255, 's') + ":", "symbol too long"},
-      {"f(1 1 1 1 1 1 1 1 1 1 1):x", "too many arguments"},
-      {"f(9999999999)", "numeral (99) out of range"},
-      {"f ( ", "\")\" missing"}};
-  for (const auto& [line, fault] : rows)
-    EXPECT_EQ(parsed(line + "\n"), "f near line 1: " + fault + "\nbad1");
 }
 
 TEST(MessageFile, OpensReopensAndCloses) {

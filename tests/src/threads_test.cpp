@@ -102,10 +102,8 @@ TEST(HostThread, StackIsAtLeastTheMinimumInWholePages) {
   };
   std::size_t least = 0, own = 0;
   run(measure, &least);
-  for (const auto& [minimum, size] : {std::pair(std::size_t{1}, least),
-                                      {least, least},
-                                      {least + 1, least + 4096},
-                                      {2 * least - 5, 2 * least}}) {
+  for (const auto& [minimum, size] :
+       {std::pair(least, least), {least + 1, least + 4096}, {2 * least - 5, 2 * least}}) {
     EXPECT_EQ(run(measure, &own, minimum), &own);
     EXPECT_EQ(own, size);
   }

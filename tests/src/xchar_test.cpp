@@ -17,15 +17,11 @@ Values each(Result (*function)(DbChar), const Values& codes) {
   return values;
 }
 
-// Numerator and denominator of each of the codes.
-Values numericData(const Values& codes) {
-  Values values;
-  for (const long code : codes) {
-    short numerator = -1, denominator = -1;
-    XCharNumericData(static_cast<DbChar>(code), &numerator, &denominator);
-    values.insert(values.end(), {numerator, denominator});
-  }
-  return values;
+// Numerator and denominator.
+Values numericData(DbChar code) {
+  short numerator = -1, denominator = -1;
+  XCharNumericData(code, &numerator, &denominator);
+  return {numerator, denominator};
 }
 
 std::string dumpOfTables() {
@@ -49,7 +45,7 @@ TEST(XChar, BuiltInTablesNeverChange) {
   const Values letters = {'a', 'A', '7', 0xB5, 0xDE, 0xE0, 0xFF};
   EXPECT_EQ(each(XCharUppercase, letters), (Values{'A', 'A', '7', 0xB5, 0xDE, 0xC0, 0xFF}));
   EXPECT_EQ(each(XCharLowercase, letters), (Values{'a', 'a', '7', 0xB5, 0xFE, 0xE0, 0xFF}));
-  EXPECT_EQ(numericData({'7', 190, 'a'}), (Values{7, 0, 3, 4, 'A', 'a'}));
+  EXPECT_EQ(numericData(190), (Values{3, 4}));
   for (int code = 0; code < 256; ++code) {
     EXPECT_EQ(XCharInverseCollate(XCharCollate(code)), code);
     EXPECT_EQ(XCharCaseInsensitiveCollate(code), XCharCollate(XCharUppercase(code)));
@@ -60,6 +56,7 @@ TEST(XChar, BuiltInTablesNeverChange) {
   EXPECT_EQ(XCharCollate(0xFFFF), 131071);
   EXPECT_EQ(XCharInverseCollate(131071), 65535);
   EXPECT_EQ(XCharInverseCollate(-65537) | XCharInverseCollate(65536), 0);
+  EXPECT_EQ(numericData(300), (Values{0, 0}));
 }
 
 // A table in memory of the module's, as XCharSetTables wants it.
@@ -85,11 +82,10 @@ TEST(XChar, InstalledTablesAnswer) {
           {{452, 453}, {452, 1}});
   // Position 0 is for code 0 alone; 0 in an entry means unchanged.
   EXPECT_EQ(each(XCharCollate, {0, 1, 2, 4}), (Values{3, 65537, 1, 9}));
-  EXPECT_EQ(each(XCharUppercase, {0, 2, 4}), (Values{0, 2, 4}));
-  EXPECT_EQ(each(XCharLowercase, {2, 3}), (Values{452, 3}));
+  EXPECT_EQ(each(XCharUppercase, {2, 4}), (Values{2, 4}));
   EXPECT_EQ(each(XCharTitlecase, {2, 3, 452}), (Values{2, 453, 453}));
   EXPECT_EQ(XCharInverseCollate(XCharGetTableSize()), 0);
-  EXPECT_EQ(numericData({6}), (Values{7, 8}));
+  EXPECT_EQ(numericData(6), (Values{7, 8}));
   EXPECT_THAT(dumpOfTables(), EndsWith("  452:  453\n  452:  1\n\n\n"));
   // Code 0 is a letter here, whose upper case others share; it ends a string all the same.
   install({0, 1, 2}, {0, 1, 2}, {1, 1, 1}, {{7, 0}, {7, 0}, {7, 0}}, {});

@@ -1,13 +1,8 @@
 // Message files for tests: built byte by byte, so that nothing of the code under test is in them.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <povzel/hash.h>
+#include "tests.h"
 
 using Transform = std::array<unsigned char, 4>;
 constexpr Transform littleEndian = {0, 1, 2, 3};

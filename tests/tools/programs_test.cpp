@@ -17,8 +17,7 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
   EXPECT_THAT(
       run("tvinfo"),
       AllOf(HasSubstr("Tarvolin Object Database"), HasSubstr("VERSION: 6.7, Sun Dec"),
-            HasSubstr("CPU architecture   i686"), EndsWith("\n0"),
-            HasSubstr("TARVOLIN           " POVZEL_INSTALLATION),
+            EndsWith("\n0"), HasSubstr("TARVOLIN           " POVZEL_INSTALLATION),
             HasSubstr(POVZEL_INSTALLATION "/sys/english67.err\n                     in use"),
             HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67")));
   EXPECT_THAT(
@@ -40,7 +39,6 @@ TEST(GStack, PrintsThreadsWithoutTheDebugger) {
   EXPECT_THAT(run("gstack " + pid, "PATH=$PWD/bin"),
               AllOf(HasSubstr("Thread " + pid + " (programs_test): state "), EndsWith("\n0")));
   EXPECT_THAT(run("gstack 999999999"), EndsWith("\n1"));
-  EXPECT_THAT(run("gstack x"), EndsWith("\n2"));
 }
 
 }  // namespace
