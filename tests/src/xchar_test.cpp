@@ -73,7 +73,7 @@ void install(const std::vector<unsigned short>& dispatch, const std::vector<unsi
   XCharResetTables();
   XCharSetTables(static_cast<long>(dispatch.size()), static_cast<long>(index.size()),
                  static_cast<long>(titles.size()), tableOf(dispatch), tableOf(index),
-                 tableOf(categories), tableOf(entries), tableOf(titles));
+                 tableOf(categories), tableOf(entries), titles.empty() ? nullptr : tableOf(titles));
 }
 
 // Codes 0 to 5 are at the positions 3, 0, 1, 2, 9 (which has no entry) and 0.
