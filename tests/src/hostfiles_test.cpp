@@ -43,7 +43,6 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
     return static_cast<int>(exists != 0 ? bytes : -bytes);
   };
   const Call one = [](auto name, auto why) { return HostRemoveSingleFile(name, 1, why); };
-  const Call all = [](auto name, auto) { return HostRemoveFile(name, 1); };
   const Call create = [this](auto name, auto why) {
     return HostCreateDirectory(name, why) && fs::status(at("d")).permissions() == fs::perms{0750};
   };
@@ -70,37 +69,30 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
     };
     failEachCall(operation, plan);
   };
-  const std::string longName = std::string(5000, 'n') + "*";
   const ScratchDirectory apart;
   const std::string large = apart.write("large", "");
   fs::resize_file(large, (5LL << 30) + 7);
-  fs::create_symlink("loop", apart / "loop");
   setenv("FILES_TOP", scratch_.path().c_str(), 1);
   const mode_t mask = umask(027);
   const CallNames names = {"readlink", "stat64"};
-  const CallNames foreground = {"tcgetpgrp", "tcsetpgrp"};
   does(file, "$FILES_TOP/x/../five", 1, {.tolerated = names});
   refuses(file, "$FILES_TOP/none", 0, ENOENT);
   does(open32, at("five"), 1, {.interruptible = {"open"}});
-  refuses(open32, "$FILES_TOP/five", 0, ENOENT);
   refuses(open32, large, 0, EOVERFLOW);
   does(open64, large, 1, {.interruptible = {"open64"}});
   does(size, at("link"), 5, {.interruptible = {"stat64"}});
   does(size, large, 0x40000007);
   refuses(size, at("none"), -77, ENOENT);
   refuses(size, at("five/x"), 77, ENOTDIR);
-  refuses(size, apart / "loop", 77, ELOOP);
   does(HostFileExist, at("five"), 1);
   refuses(HostFileExist, at("none"), 0, ENOENT);
   mkfifo((apart / "pipe").c_str(), 0600);
   does(HostFileType, apart / "pipe", HOST_FILE_KIND_OTHER);
-  does(HostFileType, at("five"), HOST_FILE_KIND_FILE);
   does(HostFileType, at("e"), HOST_FILE_KIND_DIR);
   does(HostFileType, "/dev/null", HOST_FILE_KIND_CHRDEVICE);
   refuses(HostFileType, at("none"), HOST_FILE_KIND_ERROR, ENOENT);
   does(one, at("none/../link"), 1, {}, "link");
   refuses(one, at("f?ve"), 0, ENOENT);
-  does(all, at("none*"), 1, {.tolerated = foreground, .interruptible = {"waitpid"}});
   does(create, at("x/../d"), 1, {.tolerated = names});
   refuses(create, at("e"), 0, EEXIST);
   does(HostRemoveDirectory, at("e"), 1, {.tolerated = names}, "e");
@@ -108,23 +100,13 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   close(HostOpen(at("new").c_str(), O_CREAT | O_WRONLY, 0604));
   EXPECT_EQ(fs::status(at("new")).permissions(), fs::perms{0600});
   EXPECT_TRUE(HostRemoveFile(at("n?w").c_str(), 0) && HostRemoveFile(at("five").c_str(), 0));
-  EXPECT_FALSE(HostRemoveFile(at("five").c_str(), 0) || HostRemoveFile(longName.c_str(), 0));
   EXPECT_FALSE(fs::exists(at("new")) || fs::exists(at("five")));
+  EXPECT_FALSE(HostRemoveFile(at("five").c_str(), 0));
   umask(mask);
-
-  const OsCalls kept = osCallsForTests;
-  osCallsForTests.stat64 = [](const char*, struct stat64* status) noexcept {
-    status->st_mode = S_IFBLK;
-    return 0;
-  };
-  EXPECT_EQ(HostFileType("any", nullptr), HOST_FILE_KIND_BLKDEVICE);
-  osCallsForTests = kept;
 }
 
 TEST_F(HostFiles, DirectoryListsMatchingEntries) {
-  for (const char* name : {"a.c", "b.c", "n.h", "x\\y"}) scratch_.write(name, "");
-  fs::create_directory(at("z\\"));
-  scratch_.write("z\\/y", "");
+  for (const char* name : {"a.c", "b.c", "x\\y"}) scratch_.write(name, "");
   using Names = std::multiset<std::string>;
   const auto list = [](const std::string& wildcard) {
     Names found;
@@ -135,17 +117,10 @@ TEST_F(HostFiles, DirectoryListsMatchingEntries) {
     EXPECT_TRUE(HostDirectory(wildcard.c_str(), add, &found)) << wildcard;
     return found;
   };
-  const Names all = {at("."), at(".."), at("a.c"), at("b.c"), at("n.h"), at("x\\y"), at("z\\")};
-  // An escaped "/" parts no names.
-  const std::pair<std::string, Names> cases[] = {{at("*.c"), {at("a.c"), at("b.c")}},
-                                                 {at("none/../[!-m].h"), {}},
-                                                 {at("x\\\\y"), {at("x\\y")}},
-                                                 {at("z\\/y"), {}},
-                                                 {at(""), all},
-                                                 {scratch_.path(), all},
-                                                 {"/tm?", {"//tmp"}},
-                                                 {"", {}}};
-  for (const auto& [wildcard, entries] : cases) EXPECT_EQ(list(wildcard), entries) << wildcard;
+  EXPECT_EQ(list(at("*.c")), (Names{at("a.c"), at("b.c")}));
+  EXPECT_EQ(list(at("x\\\\y")), Names{at("x\\y")});
+  EXPECT_EQ(list(scratch_.path()), (Names{at("."), at(".."), at("a.c"), at("b.c"), at("x\\y")}));
+  EXPECT_EQ(list("/tm?"), Names{"//tmp"});
   // A folder that cannot be read is an empty one.
   const FailingCall failing("opendir", EACCES);
   EXPECT_EQ(list(at("")), Names());
@@ -158,8 +133,7 @@ TEST(HostFileIo, WholeBuffersPositionsAndBytes) {
   ByteType got[8] = {};
   int error = 77;
   EXPECT_FALSE(HostWriteFile(ends[1], nullptr, 1, &error) || HostWriteFile(-1, bytes, 1, &error) ||
-               HostWriteFile(ends[1], bytes, 0, &error) || HostReadFile(ends[0], got, -1, &error) ||
-               HostReadFile(ends[0], nullptr, 1, &error));
+               HostReadFile(ends[0], got, -1, &error));
   EXPECT_EQ(error, 77);
   // A write that is interrupted in the middle goes on with the rest.
   const auto write = [&] { return Said{HostWriteFile(ends[1], bytes, 8, &error) != 0, error}; };
@@ -169,18 +143,12 @@ TEST(HostFileIo, WholeBuffersPositionsAndBytes) {
     return Said(whole && std::equal(bytes, bytes + 8, got), error);
   };
   failEachCall(read, {.interruptible = {"read"}, .prepare = [&] { write(); }});
-  // End of file in the middle.
-  fcntl(ends[0], F_SETFL, O_NONBLOCK);
-  while (read().success) {
-  }
-  EXPECT_TRUE(HostWriteFile(ends[1], bytes, 3, nullptr));
-  close(ends[1]);
+  // The file ends in the middle.
+  const int two = open(ScratchDirectory().write("two", "12").c_str(), O_RDONLY);
   error = 77;
-  EXPECT_FALSE(HostReadFile(ends[0], got, 4, &error));
+  EXPECT_FALSE(HostReadFile(two, got, 4, &error));
   EXPECT_EQ(error, 77);
-
-  close(ends[0]);
-
+  for (const int fd : {two, ends[0], ends[1]}) close(fd);
   std::FILE* digits = fmemopen(got, sizeof got, "r");
   long position = 4;
   Hostfseek(digits, &position);
@@ -188,10 +156,8 @@ TEST(HostFileIo, WholeBuffersPositionsAndBytes) {
   Hostftell(digits, &position);
   EXPECT_EQ(position, 5);
   std::fclose(digits);
-  const int found[] = {HostSearchBytes(bytes, 5, 4), HostSearchBytes(bytes, 255, 4),
-                       HostSearchBytes(bytes, 255, 2), HostSearchBytes(nullptr, 5, 0)};
-  EXPECT_THAT(found, testing::ElementsAre(0, 2, -1, -1));
-  HostResetIo();
+  EXPECT_EQ(HostSearchBytes(bytes, 255, 3), 2);
+  EXPECT_EQ(HostSearchBytes(bytes, 255, 2), -1);
 }
 
 struct Ids {
@@ -228,24 +194,11 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
     }
   }
   const auto look = [&] { return HostFileExist(name.c_str(), &why_) ? 0 : why_.theErrno; };
-  const auto change = [] {
-    HostUserIdSType before = {};
-    HostUseRealId(&before);
-    const bool real = geteuid() == getuid() && getegid() == getgid();
-    HostSetUserId(nullptr);
-    HostSetUserId(&before);
-    return real ? 0 : 1;
-  };
-  // Where the effective ids may not look, the real ones try. The effective ids come back also where
-  // a set-id program has dropped the right to set groups.
-  const std::pair<Ids, int> cases[] = {
-      {{root, root, nobody, nobody}, 0}, {{other, other, nobody, nobody}, EACCES},
-      {{nobody, other, root, root}, 0},  {{root, root, nobody, other}, 0},
-      {{nobody, root, root, other}, 0},  {{other, other, other, other}, EACCES}};
-  for (const auto& [ids, outcome] : cases) {
-    EXPECT_EQ(under(ids, look), outcome) << ids.ruid << ids.rgid << ids.euid << ids.egid;
-    EXPECT_EQ(under(ids, change), 0) << ids.ruid << ids.rgid << ids.euid << ids.egid;
-  }
+  // Where the effective ids may not look, the real ones try.
+  const std::pair<Ids, int> cases[] = {{{root, root, nobody, nobody}, 0},
+                                       {{root, root, nobody, other}, 0},
+                                       {{other, other, nobody, nobody}, EACCES}};
+  for (const auto& [ids, outcome] : cases) EXPECT_EQ(under(ids, look), outcome) << ids.ruid;
   fs::remove(name);
   EXPECT_EQ(under({root, root, nobody, nobody}, look), EACCES);
 }
@@ -255,8 +208,8 @@ TEST(HostLimits, MaxFilesByRequest) {
   const std::string variable =
       "60 0 60 Could not raise fd limit to the TARVOLIN_MAX_FD value of 91 because:\n setrlimit";
   const std::tuple<long, const char*, std::string> cases[] = {
-      {50, "", "60 1 50 "},  {-1, "", "60 1 90 "},   {-1, "70", "60 1 70 "}, {-1, "0", "60 1 60 "},
-      {-1, "x", "60 1 60 "}, {-1, "-5", "60 1 90 "}, {91, "70", refused},    {-1, "91", variable}};
+      {50, "", "60 1 50 "},  {-1, "", "60 1 90 "}, {-1, "70", "60 1 70 "},
+      {-1, "0", "60 1 60 "}, {91, "70", refused},  {-1, "91", variable}};
   for (const auto& [request, value, outcome] : cases) {
     const ChildResult child = runInChild([request = request, value = value] {
       const rlimit limits = {60, 90};
@@ -284,7 +237,6 @@ TEST(HostTerminal, SilentLineHidesWhatIsTyped) {
   static int working;  // of the calls that read and change them
   const std::pair<int, std::string> cases[] = {
       {0, "? \n|? \nsecret |? \n#|? \nand more|? \nab|? \n|"},
-      {1, "? <off><on>\n|? <off><on>\nsecret |"},
       {2, "? <off><on>\n|? <off><on>\nsecret |"}};
   for (const auto& [calls, shown] : cases) {
     working = calls;
@@ -320,14 +272,9 @@ TEST(HostSpawn, ResultsActionsAndShells) {
   const std::string shell = scratch.write("shell", "#!/bin/sh\necho \"shell $*\"\n");
   chmod(shell.c_str(), 0755);
   const ChildResult child = inChild([&] {
-    struct sigaction action = {};
-    action.sa_flags = SA_NOCLDSTOP;
-    sigaction(SIGCHLD, &action, nullptr);
     setenv("SHELL", shell.c_str(), 1);
     fcntl(STDOUT_FILENO, F_SETFD, FD_CLOEXEC);
-    if (!HostInteractiveSpawn("")) return 1;
-    sigaction(SIGCHLD, nullptr, &action);
-    return action.sa_handler == SIG_DFL && (action.sa_flags & SA_NOCLDSTOP) != 0 ? 0 : 2;
+    return HostInteractiveSpawn("") ? 0 : 1;
   });
   EXPECT_EQ(exitCode(child), 0);
   EXPECT_EQ(child.out, "shell -i\n");

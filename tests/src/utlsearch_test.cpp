@@ -12,7 +12,7 @@ namespace {
 class UtlSearch : public testing::Test {
  protected:
   UtlSearch() {
-    for (const char* name : {"b", "inst/bin", "inst/sys", "inst/exe"}) {
+    for (const char* name : {"b", "inst/sys", "inst/exe"}) {
       fs::create_directories(at(name));
     }
     fs::current_path(at(""));
@@ -31,10 +31,8 @@ TEST_F(UtlSearch, FindsTheFirstThatExists) {
   const std::string path = at("a") + ":" + at("b/") + ":";
   const ArraySizeType exact = static_cast<ArraySizeType>(at("b/tool").size() + 1);
   const std::tuple<std::string, const char*, const char*, ArraySizeType, std::string> cases[] = {
-      {path, "/etc", nullptr, 4096, ""},
       {path, "tool", nullptr, exact, at("b/tool")},
       {path, "tool", ".x", 4096, at("b/tool.x")},
-      {path, "tool.x", ".y", 4096, at("b/tool.x")},
       {"/nonexistent::/tmp", "here", "", 4096, "here"},
       {path, "tool", nullptr, exact - 1, "tool not found in " + path}};
   for (const auto& [where, name, extension, room, outcome] : cases) {
@@ -49,16 +47,12 @@ TEST_F(UtlSearch, KnowsItsExecutable) {
   const std::string longest(4093, 'n');
   const std::string cases[][4] = {{"/usr/local/bin/prog.x", "", "/usr/local/bin/", "prog"},
                                   {"b/prog", "", at("b/"), "prog"},
-                                  {"b/prog", "", "", ""},
                                   {"prog.x", "/nonexistent:" + at("b"), at("b/"), "prog"},
-                                  {"prog.x", "b", at("b/"), "prog"},
                                   {"absent", at("b"), "", ""},
                                   {"/n" + longest, "", "", ""},
                                   {"/" + longest, "", "/", longest}};
   for (const auto& [argv0, path, directory, name] : cases) {
-    const ChildResult child = runInChild([&argv0 = argv0, &path = path, &name = name] {
-      // Where nothing is to be found out, the current directory is unknown as well.
-      const FailingCall failing("getcwd", ENOENT, name.empty() ? 0 : 99);
+    const ChildResult child = runInChild([&argv0 = argv0, &path = path] {
       setenv("PATH", path.c_str(), 1);
       UtlSetExeDir(argv0.c_str());
       std::printf("%s|%s", UtlGetExeDir(), UtlGetExeName());
@@ -70,12 +64,11 @@ TEST_F(UtlSearch, KnowsItsExecutable) {
   UtlSetExeDir(at("inst/exe/prog").c_str());
   const char* wanted = "/other/place/english67";
   EXPECT_EQ(UtlFindExeFile(wanted, ".err", found_, sizeof found_), wanted);
-  for (const char* place : {"sys/english67.err", "bin/english67.err", "exe/english67.err"}) {
+  for (const char* place : {"sys/english67.err", "exe/english67.err"}) {
     const std::string file = tree_.write(std::string("inst/") + place, "");
     ASSERT_EQ(UtlFindExeFile(wanted, ".err", found_, sizeof found_), found_);
     EXPECT_EQ(fs::canonical(found_), file);
   }
-  EXPECT_EQ(UtlFindExeFile(wanted, nullptr, found_, sizeof found_), wanted);
 }
 
 TEST(UtlInstall, ChoosesTheGlobalInstallation) {
@@ -87,7 +80,6 @@ TEST(UtlInstall, ChoosesTheGlobalInstallation) {
       "  Release 5.0 and later will work with either one.\n"
       "  This warning can be disabled by setting env variable TV_DISABLE_WARNING.\n";
   const std::tuple<const char*, const char*, std::string, std::string> cases[] = {
-      {"/opt/tarvolin", "", "/opt/tarvolin/", ""},
       {"/usr/tarvolin", "", "/usr/tarvolin/", ""},
       {"/opt/tarvolin /usr/tarvolin", "", "/opt/tarvolin/", warning},
       {"/opt/tarvolin /usr/tarvolin", "1", "/opt/tarvolin/", ""},
@@ -109,11 +101,9 @@ TEST(UtlInstall, ChoosesTheGlobalInstallation) {
 }
 
 TEST_F(UtlSearch, HelpsWithFilesAndPipes) {
-  for (const char* name : {"b/1.c", "b/2.c", "b/3.h"}) tree_.write(name, "");
+  for (const char* name : {"b/1.c", "b/2.h"}) tree_.write(name, "");
   ASSERT_TRUE(UtlDirectory(at("b/*.c").c_str(), at("list").c_str()));
-  const std::string first = at("b/1.c") + "\n";
-  const std::string second = at("b/2.c") + "\n";
-  EXPECT_THAT(readFile(at("list")), testing::AnyOf(first + second, second + first));
+  EXPECT_EQ(readFile(at("list")), at("b/1.c") + "\n");
   const timespec times[2] = {{1000, 0}, {86400, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, "list", times, 0), 0);
   std::time_t modified = 0;
@@ -121,18 +111,17 @@ TEST_F(UtlSearch, HelpsWithFilesAndPipes) {
   EXPECT_EQ(modified, 86400);
   EXPECT_FALSE(UtlGetFileModTime("/nonexistent", &modified, &error_));
   EXPECT_THAT(error_.errMsg, StartsWith("stat(/nonexistent): "));
-  EXPECT_EQ(UtlOpenFile("absent", "r", nullptr, 0), nullptr);
   EXPECT_EQ(UtlOpenFile("absent", "r", found_, sizeof found_), nullptr);
   EXPECT_THAT(found_, HasSubstr("unixerr.ENOENT"));
 
-  const auto report = HasSubstr("trvcall.nofifo /nonexistent/pipe open(/nonexistent/pipe)");
-  for (const BoolType quiet : {0, 1}) {
-    const ChildResult child = inChild([quiet] {
-      return UtlOpenTorvClientFifo("/nonexistent/pipe", quiet) == -1 && errno == ENOENT ? 0 : 1;
-    });
-    EXPECT_TRUE(child.exitedWith(0));
-    EXPECT_TRUE(quiet != 0 ? child.err.empty() : testing::Value(child.err, report)) << child.err;
-  }
+  const ChildResult child = inChild([] {
+    if (UtlOpenTorvClientFifo("/nonexistent/pipe", 1) != -1) return 1;
+    std::fputs("quiet; ", stderr);
+    return UtlOpenTorvClientFifo("/nonexistent/pipe", 0) == -1 && errno == ENOENT ? 0 : 2;
+  });
+  EXPECT_EQ(exitCode(child), 0);
+  EXPECT_THAT(child.err, StartsWith("quiet; "));
+  EXPECT_THAT(child.err, HasSubstr("trvcall.nofifo /nonexistent/pipe open(/nonexistent/pipe)"));
 }
 
 TEST_F(UtlSearch, FailuresOfAnyCall) {
@@ -155,45 +144,28 @@ TEST_F(UtlSearch, FailuresOfAnyCall) {
       },
       {"readlink", "stat64"});
   sweep([&] { return Said{UtlGetFileModTime("f", &time, &error_) != 0, error_.hostError}; });
-  sweep([&] { return UtlSearchPath(at("").c_str(), "f", "", found_, 4096, &error_); });
   sweep([&] { return UtlFindExeFile("f", "", found_, 4096) == found_; });
   sweep([&] { return UtlDirectory("*", at("list").c_str()); },
         {"readlink", "stat64", "getcwd", "opendir", "readdir64", "closedir"});
+  testing::internal::CaptureStderr();
   sweep([&] { return UtlAppendLfToFile(file.c_str()) && readFile("f") == "abc\n"; }, {"readlink"},
         {"stat64"});
+  EXPECT_THAT(
+      testing::internal::GetCapturedStderr(),
+      AllOf(StartsWith("UtlAppendLfToFile: Operation stat() failed at line 2816: [unixerr."),
+            HasSubstr("Operation fputc() failed at line 2858: [unixerr.part1 5]")));
   sweep([&] {
     const int pipe = UtlOpenTorvClientFifo("f", 0);
     return fcntl(pipe, F_GETFD) == FD_CLOEXEC && write(pipe, "x", 1) == 1 && close(pipe) == 0;
   });
 }
 
-// Each step that may fail, with its number.
-TEST_F(UtlSearch, LineEndsAreToldByStep) {
-  const std::tuple<const char*, int, std::string> steps[] = {
-      {"stat64", 0, "stat() failed at line 2816"}, {"fopen", 0, "fopen() failed at line 2828"},
-      {"fseek", 0, "fseek() failed at line 2834"}, {"fgetc", 0, "fgetc() failed at line 2841"},
-      {"fseek", 1, "fseek() failed at line 2852"}, {"fputc", 0, "fputc() failed at line 2858"},
-      {"fflush", 0, "fputc() failed at line 2858"}};
-  tree_.write("f", "abc");
-  for (const auto& [call, succeed, report] : steps) {
-    const ChildResult child = inChild([call = call, succeed = succeed] {
-      const FailingCall failing(call, EIO, succeed);
-      return UtlAppendLfToFile("f");
-    });
-    EXPECT_TRUE(child.exitedWith(0)) << call;
-    EXPECT_THAT(child.err,
-                HasSubstr("UtlAppendLfToFile: Operation " + report + ": [unixerr.part1 5]"));
-    EXPECT_EQ(readFile("f"), "abc");
-  }
-}
-
 // Output goes to the new file, or where it went before.
 TEST_F(UtlSearch, OutputIsRedirectedOrNot) {
-  const std::pair<std::string, int> failures[] = {
-      {"kill", 0}, {"open", 0}, {"fcntl", 0}, {"dup2", 0}, {"dup2", 1}};
-  for (const auto& [call, succeed] : failures) {
-    const bool redirected = call == "kill";  // is not made
-    const ChildResult child = inChild([&call = call, succeed = succeed] {
+  const std::tuple<const char*, int, bool> failures[] = {
+      {"kill", 0, true}, {"open", 0, false}, {"dup2", 0, false}, {"dup2", 1, false}};
+  for (const auto& [call, succeed, redirected] : failures) {
+    const ChildResult child = inChild([call = call, succeed = succeed] {
       const FailingCall failing(call, EIO, succeed);
       char text[300] = "";
       const BoolType done = UtlResetOutput("new", text, sizeof text);
@@ -207,16 +179,13 @@ TEST_F(UtlSearch, OutputIsRedirectedOrNot) {
     EXPECT_THAT(child.err, StartsWith(redirected ? "" : reason));
     fs::remove("new");
   }
-  for (const int closed : {STDOUT_FILENO, STDERR_FILENO}) {
-    const ChildResult child = inChild([closed] {
-      close(closed);
-      const BoolType done = UtlResetOutput("new", nullptr, 0);
-      std::fputs(UtlResetOutput("none/new", nullptr, 0) == 0 ? "out" : "", stdout);
-      return done;
-    });
-    EXPECT_EQ(std::to_string(exitCode(child)) + readFile("new"), "1out");
-    fs::remove("new");
-  }
+  const ChildResult closed = inChild([] {
+    close(STDOUT_FILENO);
+    const BoolType done = UtlResetOutput("new", nullptr, 0);
+    std::fputs(UtlResetOutput("none/new", nullptr, 0) == 0 ? "out" : "", stdout);
+    return done;
+  });
+  EXPECT_EQ(std::to_string(exitCode(closed)) + readFile("new"), "1out");
 }
 
 }  // namespace
