@@ -42,7 +42,9 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
     HostFileExistSize(name, &bytes, &exists, why);
     return static_cast<int>(exists != 0 ? bytes : -bytes);
   };
-  const Call one = [](auto name, auto why) { return HostRemoveSingleFile(name, 1, why); };
+  const Call one = [this](auto name, auto why) {
+    return HostRemoveSingleFile(name, 1, why) && !fs::is_symlink(at("link"));
+  };
   const Call create = [this](auto name, auto why) {
     return HostCreateDirectory(name, why) && fs::status(at("d")).permissions() == fs::perms{0750};
   };
@@ -52,8 +54,8 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
     EXPECT_EQ(why_.theErrno, error) << name;
     EXPECT_EQ(call(name.c_str(), nullptr), result) << name;
   };
-  const auto does = [&](const Call& call, const std::string& name, int result, FaultPlan plan = {},
-                        const std::string& gone = "none") {
+  const auto does = [&](const Call& call, const std::string& name, int result,
+                        FaultPlan plan = {}) {
     SCOPED_TRACE(name);
     plan.directory = scratch_.path();
     plan.prepare = [&] {
@@ -65,7 +67,7 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
     };
     const auto operation = [&] {
       const bool done = call(name.c_str(), &why_) == result;
-      return Said(done && !fs::exists(fs::symlink_status(at(gone))), why_.theErrno);
+      return Said(done, why_.theErrno);
     };
     failEachCall(operation, plan);
   };
@@ -84,24 +86,19 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   does(size, large, 0x40000007);
   refuses(size, at("none"), -77, ENOENT);
   refuses(size, at("five/x"), 77, ENOTDIR);
-  does(HostFileExist, at("five"), 1);
-  refuses(HostFileExist, at("none"), 0, ENOENT);
   mkfifo((apart / "pipe").c_str(), 0600);
   does(HostFileType, apart / "pipe", HOST_FILE_KIND_OTHER);
-  does(HostFileType, at("e"), HOST_FILE_KIND_DIR);
   does(HostFileType, "/dev/null", HOST_FILE_KIND_CHRDEVICE);
   refuses(HostFileType, at("none"), HOST_FILE_KIND_ERROR, ENOENT);
-  does(one, at("none/../link"), 1, {}, "link");
+  does(one, at("none/../link"), 1);
   refuses(one, at("f?ve"), 0, ENOENT);
   does(create, at("x/../d"), 1, {.tolerated = names});
   refuses(create, at("e"), 0, EEXIST);
-  does(HostRemoveDirectory, at("e"), 1, {.tolerated = names}, "e");
+  does(HostRemoveDirectory, at("e"), 1, {.tolerated = names});
   refuses(HostRemoveDirectory, at(""), 0, ENOTEMPTY);
   close(HostOpen(at("new").c_str(), O_CREAT | O_WRONLY, 0604));
   EXPECT_EQ(fs::status(at("new")).permissions(), fs::perms{0600});
-  EXPECT_TRUE(HostRemoveFile(at("n?w").c_str(), 0) && HostRemoveFile(at("five").c_str(), 0));
-  EXPECT_FALSE(fs::exists(at("new")) || fs::exists(at("five")));
-  EXPECT_FALSE(HostRemoveFile(at("five").c_str(), 0));
+  EXPECT_TRUE(HostRemoveFile(at("n?w").c_str(), 0) && !fs::exists(at("new")));
   umask(mask);
 }
 
@@ -120,13 +117,12 @@ TEST_F(HostFiles, DirectoryListsMatchingEntries) {
   EXPECT_EQ(list(at("*.c")), (Names{at("a.c"), at("b.c")}));
   EXPECT_EQ(list(at("x\\\\y")), Names{at("x\\y")});
   EXPECT_EQ(list(scratch_.path()), (Names{at("."), at(".."), at("a.c"), at("b.c"), at("x\\y")}));
-  EXPECT_EQ(list("/tm?"), Names{"//tmp"});
   // A folder that cannot be read is an empty one.
   const FailingCall failing("opendir", EACCES);
   EXPECT_EQ(list(at("")), Names());
 }
 
-TEST(HostFileIo, WholeBuffersPositionsAndBytes) {
+TEST(HostFileIo, WholeBuffersAndBytes) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   ByteType bytes[8] = {5, 0, 255, 4, 5, 6, 7, 8};
@@ -149,13 +145,6 @@ TEST(HostFileIo, WholeBuffersPositionsAndBytes) {
   EXPECT_FALSE(HostReadFile(two, got, 4, &error));
   EXPECT_EQ(error, 77);
   for (const int fd : {two, ends[0], ends[1]}) close(fd);
-  std::FILE* digits = fmemopen(got, sizeof got, "r");
-  long position = 4;
-  Hostfseek(digits, &position);
-  EXPECT_EQ(std::fgetc(digits), got[4]);
-  Hostftell(digits, &position);
-  EXPECT_EQ(position, 5);
-  std::fclose(digits);
   EXPECT_EQ(HostSearchBytes(bytes, 255, 3), 2);
   EXPECT_EQ(HostSearchBytes(bytes, 255, 2), -1);
 }
@@ -195,12 +184,8 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
   }
   const auto look = [&] { return HostFileExist(name.c_str(), &why_) ? 0 : why_.theErrno; };
   // Where the effective ids may not look, the real ones try.
-  const std::pair<Ids, int> cases[] = {{{root, root, nobody, nobody}, 0},
-                                       {{root, root, nobody, other}, 0},
-                                       {{other, other, nobody, nobody}, EACCES}};
-  for (const auto& [ids, outcome] : cases) EXPECT_EQ(under(ids, look), outcome) << ids.ruid;
-  fs::remove(name);
-  EXPECT_EQ(under({root, root, nobody, nobody}, look), EACCES);
+  EXPECT_EQ(under({root, root, nobody, nobody}, look), 0);
+  EXPECT_EQ(under({other, other, nobody, nobody}, look), EACCES);
 }
 
 TEST(HostLimits, MaxFilesByRequest) {
@@ -228,37 +213,27 @@ TEST(HostLimits, MaxFilesByRequest) {
     return Said(done, err.hostError);
   };
   EXPECT_EQ(failEachCall(set), (CallNames{"getrlimit", "setrlimit"}));
-  const long requests = sysconf(_SC_AIO_MAX);
-  EXPECT_EQ(HostGetMaxAioRequests(), requests == -1 ? 128 : requests);
 }
 
-// What silent lines read and show at a terminal whose settings can be read and changed, or not.
 TEST(HostTerminal, SilentLineHidesWhatIsTyped) {
-  static int working;  // of the calls that read and change them
-  const std::pair<int, std::string> cases[] = {
-      {0, "? \n|? \nsecret |? \n#|? \nand more|? \nab|? \n|"},
-      {2, "? <off><on>\n|? <off><on>\nsecret |"}};
-  for (const auto& [calls, shown] : cases) {
-    working = calls;
-    const ChildResult child = runInChild([] {
-      osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
-        now->c_lflag = ECHO;
-        return working > 0 ? 0 : -1;
-      };
-      osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
-        std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
-        return working > 1 ? 0 : -1;
-      };
-      writeFile("typed", "\nsecret and more\nab");
-      dup2(open("typed", O_RDONLY), STDIN_FILENO);
-      for (const std::size_t size : {8, 8, 0, 80, 80, 80}) {
-        char line[80] = "#";
-        HostSilentGetLine("? ", line, size);
-        std::printf("%s|", line);
-      }
-    });
-    EXPECT_THAT(child.out, StartsWith(shown));
-  }
+  const ChildResult child = runInChild([] {
+    osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
+      now->c_lflag = ECHO;
+      return 0;
+    };
+    osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
+      std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
+      return 0;
+    };
+    writeFile("typed", "\nsecret and more\nab");
+    dup2(open("typed", O_RDONLY), STDIN_FILENO);
+    for (const std::size_t size : {8, 8, 80, 80, 80}) {
+      char line[80] = "#";
+      HostSilentGetLine("? ", line, size);
+      std::printf("%s|", line);
+    }
+  });
+  EXPECT_THAT(child.out, Reads("? <off><on>\n|? <off><on>\nsecret |~\nand more|~\nab|~\n|"));
 }
 
 TEST(HostSpawn, ResultsActionsAndShells) {
@@ -268,16 +243,13 @@ TEST(HostSpawn, ResultsActionsAndShells) {
   setenv("SHELL", "true", 1);
   failEachCall([&] { return HostSpawn(""); },
                {.tolerated = {"tcgetpgrp", "tcsetpgrp", "fcntl"}, .interruptible = {"waitpid"}});
-  const ScratchDirectory scratch;
-  const std::string shell = scratch.write("shell", "#!/bin/sh\necho \"shell $*\"\n");
-  chmod(shell.c_str(), 0755);
-  const ChildResult child = inChild([&] {
-    setenv("SHELL", shell.c_str(), 1);
+  const ChildResult child = inChild([] {
+    setenv("SHELL", "echo", 1);
     fcntl(STDOUT_FILENO, F_SETFD, FD_CLOEXEC);
     return HostInteractiveSpawn("") ? 0 : 1;
   });
   EXPECT_EQ(exitCode(child), 0);
-  EXPECT_EQ(child.out, "shell -i\n");
+  EXPECT_EQ(child.out, "-i\n");
   const FailingCall reapedElsewhere("waitpid", ECHILD);
   EXPECT_TRUE(HostSpawn("exit 1"));
 }
