@@ -86,8 +86,6 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   does(size, large, 0x40000007);
   refuses(size, at("none"), -77, ENOENT);
   refuses(size, at("five/x"), 77, ENOTDIR);
-  mkfifo((apart / "pipe").c_str(), 0600);
-  does(HostFileType, apart / "pipe", HOST_FILE_KIND_OTHER);
   does(HostFileType, "/dev/null", HOST_FILE_KIND_CHRDEVICE);
   refuses(HostFileType, at("none"), HOST_FILE_KIND_ERROR, ENOENT);
   does(one, at("none/../link"), 1);
@@ -189,12 +187,10 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
 }
 
 TEST(HostLimits, MaxFilesByRequest) {
-  const std::string refused = "60 0 60 setrlimit(RLIMIT_NOFILE): ";
   const std::string variable =
       "60 0 60 Could not raise fd limit to the TARVOLIN_MAX_FD value of 91 because:\n setrlimit";
   const std::tuple<long, const char*, std::string> cases[] = {
-      {50, "", "60 1 50 "},  {-1, "", "60 1 90 "}, {-1, "70", "60 1 70 "},
-      {-1, "0", "60 1 60 "}, {91, "70", refused},  {-1, "91", variable}};
+      {50, "", "60 1 50 "}, {-1, "", "60 1 90 "}, {-1, "70", "60 1 70 "}, {-1, "91", variable}};
   for (const auto& [request, value, outcome] : cases) {
     const ChildResult child = runInChild([request = request, value = value] {
       const rlimit limits = {60, 90};

@@ -41,7 +41,6 @@ TEST_F(HostFname, ByName) {
   setenv("ABS", "/nowhere", 1);
   setenv("REL", "e", 1);
   setenv("EMPTY", "", 1);
-  setenv("AGAIN", "$ABS", 1);
   link("/real", "R/l");
   link("d/e", "R/rel");
   link("../d/./e/..", "R/d/up");
@@ -49,7 +48,7 @@ TEST_F(HostFname, ByName) {
   link("a", "R/b");
   std::istringstream cases(R"(
       $ABS/x /nowhere/x   $REL/x R/d/e/x   $EMPTY/x /x   $EMPTY R/d/   R/a/x R/a/x
-      $AGAIN/y $ABS/y     $NO/./x/../y $NO/y   $ $           a/./b R/d/a/b   ../x R/x   . R/d/
+      $NO/./x/../y $NO/y  $ $               a/./b R/d/a/b   ../x R/x   . R/d/
       /n/b/../c /n/c      /n/.. /           /n/../.. /../    /../n /../n   /./n/. /n    // //
       /n//../b /n/b       /n/.../..x /n/.../..x              R/l/x /real/x   R/rel/x R/d/e/x
       R/rel R/d/e/        R/rel/../file R/d/file             up/file R/d/file   file/ R/d/file/)");
@@ -79,8 +78,6 @@ TEST_F(HostFname, TemporaryNames) {
   setenv("TMPDIR", root_.path().c_str(), 1);
   HostFnameStrType first;
   HostFnameStrType second = "#";
-  HostTempFileSpec(second, 0);
-  EXPECT_STREQ(second, "#");
   HostTempFileSpec(first, sizeof first);
   EXPECT_EQ(fs::path(first).parent_path(), root_.path());
   for (const std::size_t room : {0, 1}) {

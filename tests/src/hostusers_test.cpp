@@ -3,9 +3,7 @@
 #include <dlfcn.h>
 
 #include <povzel/hostenv.h>
-#include <povzel/hostinit.h>
 #include <povzel/hoststrings.h>
-#include <povzel/hostsystem.h>
 #include "basics/fortests.h"
 #include "tests.h"
 
@@ -119,8 +117,6 @@ TEST_F(HostUsers, LoginUserBySource) {
   static const char* terminal;
   const std::string failed = "[Debug]: getLoginUidFromProc() failed: ";
   const std::string noTerminal = "\n[Debug]: getlogin_r() failed, rc=6\n[Debug]: ";
-  const std::string variable =
-      noTerminal + "Got login user for TV_LOGIN_NAME env var: login user is ";
   const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
       {"1002\n", nullptr, "old",
        "[Debug]: Got login user from /proc/pid/loginuid:  'new' (1002)\n= 1 1002 new"},
@@ -128,9 +124,9 @@ TEST_F(HostUsers, LoginUserBySource) {
        failed + "Invalid uid found in loginuid: -7\n[Debug]: getlogin_r() success: login user is "
                 "old\n= 1 1001 old"},
       {"777", nullptr, "stranger",
-       failed + "getpwuid(777) failed, errno=0" + variable +
-           "stranger\n[Debug]: Unable to determine the login user id.  getpwnam(stranger) failure, "
-           "errno=0\n= 0 -1 stranger"},
+       failed + "getpwuid(777) failed, errno=0" + noTerminal +
+           "Got login user for TV_LOGIN_NAME env var: login user is stranger\n[Debug]: Unable to "
+           "determine the login user id.  getpwnam(stranger) failure, errno=0\n= 0 -1 stranger"},
       {nullptr, nullptr, "",
        failed + "open(/proc/~/loginuid) failed.  errno=2" + noTerminal +
            "TV_LOGIN_NAME is not set.  Unable to get login user.= 0 -1 unknown user"}};
@@ -198,23 +194,6 @@ TEST_F(HostUsers, UserNameHomeAndAdministrators) {
   }
   EXPECT_TRUE(HostUserSysAdmin("SystemUser") && HostUserSysAdmin("DataCurator"));
   EXPECT_FALSE(HostUserSysAdmin("systemuser") || HostUserSysAdmin("SystemUsers"));
-}
-
-TEST(HostSystem, DescriptionBeforeAndAfterInit) {
-  const ChildResult child = runInChild([] {
-    osCallsForTests.uname = [](utsname* is) noexcept {
-      *is = {"Linux", "povzelhost", "6.1-x", "#1 SMP", "i686", ""};
-      return 0;
-    };
-    for (const bool initialized : {false, true}) {
-      char text[36];
-      if (initialized) HostInit();
-      HostGetSystemName(text, sizeof text);
-      std::puts(text);
-    }
-  });
-  EXPECT_EQ(child.out,
-            "x86 (Linux 2.6.18-8.el5PAE #1 SMP g\npovzelhost i686 (Linux 6.1-x #1 SMP\n");
 }
 
 TEST(HostStrings, OrderByComparison) {

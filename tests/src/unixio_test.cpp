@@ -1,6 +1,5 @@
 #include <povzel/unixio.h>
 
-#include <povzel/hostdebug.h>
 #include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
 #include "faults.h"

@@ -46,7 +46,6 @@ TEST_F(UtlSearch, KnowsItsExecutable) {
                                   {"b/prog", "", at("b/"), "prog"},
                                   {"prog.x", "/nonexistent:" + at("b"), at("b/"), "prog"},
                                   {"absent", at("b"), "", ""},
-                                  {"/n" + longest, "", "", ""},
                                   {"/" + longest, "", "/", longest}};
   for (const auto& [argv0, path, directory, name] : cases) {
     const ChildResult child = runInChild([&argv0 = argv0, &path = path] {
@@ -107,7 +106,6 @@ TEST_F(UtlSearch, HelpsWithFilesAndPipes) {
 
 TEST_F(UtlSearch, FailuresOfAnyCall) {
   UtlSetExeDir(at("prog").c_str());
-  HostErrSType why = {};
   std::time_t time = 0;
   const auto sweep = [&](const std::function<Said()>& operation, FaultPlan plan = {}) {
     plan.directory = at("");
@@ -118,11 +116,8 @@ TEST_F(UtlSearch, FailuresOfAnyCall) {
     failEachCall(operation, plan);
   };
   const std::string file = at("f");
-  sweep(
-      [&] {
-        return Said{UtlCheckAccess(file.c_str(), "r", &why, 1) != 0, why.theErrno};
-      },
-      {.tolerated = {"readlink", "stat64"}});
+  sweep([&] { return UtlCheckAccess(file.c_str(), "r", nullptr, 1); },
+        {.tolerated = {"readlink", "stat64"}});
   sweep([&] { return Said{UtlGetFileModTime("f", &time, &error_) != 0, error_.hostError}; });
   sweep([&] { return UtlFindExeFile("f", "", found_, 4096) == found_; });
   sweep([&] { return UtlDirectory("*", at("list").c_str()); },
