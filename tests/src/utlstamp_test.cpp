@@ -30,25 +30,14 @@ extern "C" int gettimeofday(struct timeval* time, void* /*zone*/) noexcept {
 namespace {
 
 TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
-  const struct {
-    long seconds, milliseconds;
-    const char* text;
-    BoolType addCr;
-    const char* expected;
-    const char* zone = "UTC";
-  } steps[] = {
-      {86400, 995, "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
-      {86400, 995, "b", 0, "    b"},
-      {86400, 995, nullptr, 1, ""},
-      {86401, 4, "c", 1, "    c\n"},  // 9 ms later, in the next second
-      {86401, 5, "d", 1, "[1970-01-02 00:00:01.005 UTC]\n    d\n"},
-      {86401, 15, nullptr, 1, "[1970-01-02 00:00:01.015 UTC]\n"},
-      {86403, 15, "e", 0, "[1970-01-02 00:00:03.015 UTC]\n    e"},
-      {86402, 0, "set back", 0, "[1970-01-02 00:00:02.000 UTC]\n    set back"},
-      {90000, 0, nullptr, 0, "[1970-01-02 01:00:00.000 UTC]"},
-      {90000, 500, nullptr, 0, "[1970-01-02 03:00:00.500 AAA]", "AAA-2"},
-  };
-  for (const auto& [seconds, milliseconds, text, addCr, expected, zone] : steps) {
+  const std::tuple<long, long, const char*, const char*, BoolType, const char*> steps[] = {
+      {86400, 995, "UTC", "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
+      {86401, 4, "UTC", "b", 1, "    b\n"},  // 9 ms later, in the next second
+      {86401, 4, "UTC", nullptr, 1, ""},
+      {86401, 5, "UTC", "c", 1, "[1970-01-02 00:00:01.005 UTC]\n    c\n"},
+      {86400, 0, "UTC", "set back", 0, "[1970-01-02 00:00:00.000 UTC]\n    set back"},
+      {86400, 500, "AAA-2", nullptr, 1, "[1970-01-02 02:00:00.500 AAA]\n"}};
+  for (const auto& [seconds, milliseconds, zone, text, addCr, expected] : steps) {
     setClock(seconds, milliseconds, zone);
     testing::internal::CaptureStdout();
     UtlTimeStampMs_s(stdout, text, addCr);
@@ -85,38 +74,28 @@ TEST(UtlExpandLogName, ReplacesDirectivesAndEndsBeforeWhatDoesNotFit) {
   osCallsForTests.gethostname = [](char*, std::size_t) noexcept { return -1; };
   const std::string pid = std::to_string(getpid());
   const struct {
-    const char *logTemplate, *execStr, *username, *homedir;
+    const char *logTemplate, *username, *homedir;
     std::string expected;
     BoolType complete = 1;
     std::size_t size = 300;
   } cases[] = {
-      {"%N%P.log", "/usr/local/bin/logger.x", nullptr, nullptr, "logger" + pid + ".log"},
-      {"%N", "bin/my prog", nullptr, nullptr, "my"},
-      {"<%N>", "/a/.hidden", nullptr, nullptr, "<>"},
-      {"%%U %U", "", "ada", nullptr, "%U ada"},
-      {"%U", "", nullptr, nullptr, HostGetUserName()},
-      {"%M", "", nullptr, nullptr, "localhost"},
-      {"%Hx", "", "ada", "/home/a", "/home/a/x"},
-      {"%Hx", "", "no such user", nullptr, "%Hx", 0},
-      {"%Q%", "", nullptr, nullptr, "%Q%"},
-      {"%%%Q", "", nullptr, nullptr, "%%Q"},
-      {"", "", nullptr, nullptr, ""},
-      {"abcd", "", "", "", "abcd", 1, 5},
-      {"abcd", "", "", "", "abc", 0, 4},
-      {"abcd", "", "", "", "", 0, 1},
-      {"abcd", "", "", "", std::string(301, '#'), 0, 0},
-      {"a%U", "", "ada", "", "aada", 1, 5},
-      {"a%U", "", "ada", "", "aad", 0, 4},
-      {"ab%Uc", "", "ada", "", "ab", 0, 4},
-      {"%H", "", "", "/h", "/h/", 1, 4},
-      {"%H", "", "", "/h", "/h", 0, 3},
-      {"%H", "", "", "/h", "", 0, 2},
+      {"%N%P.log", nullptr, nullptr, "logger" + pid + ".log"},
+      {"%%U%Q%U%", "ada", nullptr, "%U%Qada%"},
+      {"%U@%M", nullptr, nullptr, HostGetUserName() + std::string("@localhost")},
+      {"%Hx", "no such user", nullptr, "%Hx", 0},
+      {"ab%U", "ada", "", "abada", 1, 6},
+      {"ab%U", "ada", "", "abad", 0, 5},
+      {"ab%Uc", "ada", "", "ab", 0, 4},
+      {"abcd", "", "", std::string(301, '#'), 0, 0},
+      {"%H", "", "/h", "/h/", 1, 4},
+      {"%H", "", "/h", "/h", 0, 3},
+      {"%H", "", "/h", "", 0, 2},
   };
-  for (const auto& [logTemplate, execStr, username, homedir, expected, complete, size] : cases) {
+  for (const auto& [logTemplate, username, homedir, expected, complete, size] : cases) {
     std::string name(301, '#');
-    EXPECT_EQ(
-        UtlExpandLogName(logTemplate, name.data(), size, execStr, username, homedir, nullptr, 0),
-        complete);
+    EXPECT_EQ(UtlExpandLogName(logTemplate, name.data(), size, "/usr/local/bin/logger.x y",
+                               username, homedir, nullptr, 0),
+              complete);
     EXPECT_EQ(name.c_str(), expected) << logTemplate << " in " << size;
     EXPECT_EQ(name[size], '#');
   }
