@@ -1,6 +1,5 @@
 // A program that starts the VM and installs the fault handler, in the order that its first argument
 // names, and then raises what its second argument names. signals_test.cpp looks at how it ends.
-#include <semaphore.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -79,18 +78,6 @@ void hangUp() {
   std::puts("ignored");
 }
 
-// The exit is postponed and made from Java.
-void postponedTerminate() {
-  static sem_t asked;
-  sem_init(&asked, 0, 0);
-  callJava("printAtShutdown");
-  HostDelaySigExit([] { sem_post(&asked); }, [] {});
-  kill(getpid(), SIGTERM);
-  while (sem_wait(&asked) != 0) {
-  }
-  callJava("exit", 143);
-}
-
 const std::map<std::string, void (*)()> scenarios = {
     {"java-faults", javaFaults},
     {"many-threads", [] { std::printf("caught %d\n", callJava("faultsInThreads", 8, 5000, 5)); }},
@@ -103,24 +90,20 @@ const std::map<std::string, void (*)()> scenarios = {
     {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
-    {"postponed-terminate", postponedTerminate},
-    {"native-fault", [] { callJava("fault"); }},
-    {"native-fault-in-thread", [] { callJava("nativeFaultInThreads", 1); }},
-    {"native-fault-in-threads", [] { callJava("nativeFaultInThreads", 4); }},
+    {"native-fault", [] { callJava("faultInNative"); }},
     {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) return 96;
+  if (argc != 3) return 96;
   const struct rlimit none = {0, 0};
   setrlimit(RLIMIT_CORE, &none);
   const bool handlerFirst = std::strcmp(argv[1], "handler-first") == 0;
   if (handlerFirst) installFaultHandler();
   // The first compiler alone goes on checking for null by faulting.
-  env = jvm::start(
-      {"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report", argc > 3 ? argv[3] : "-Xshare:auto"});
+  env = jvm::start({"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
   const JNINativeMethod native = {const_cast<char*>("fault"), const_cast<char*>("()I"),
