@@ -52,20 +52,17 @@ struct Trapped {
 
   static Result make(Arguments... arguments) noexcept {
     if (!trap().catches(call)) return real(arguments...);
-    if constexpr (names[call] == "close" || names[call] == "closedir") real(arguments...);
-    if constexpr (names[call] == "waitpid") {
-      if (trap().error != EINTR) real(arguments...);
+    constexpr std::string_view name = names[call];
+    const int error = trap().error;
+    if constexpr (name == "write") {
+      if (error == EINTR) return writeHalf(arguments...);
     }
-    if constexpr (names[call] == "write") {
-      if (trap().error == EINTR) return writeHalf(arguments...);
-    }
-    errno = trap().error;
-    if constexpr (names[call] == "getlogin_r" || names[call] == "pthread_create") {
-      return trap().error;
-    } else if constexpr (names[call] == "fread") {
-      return 0;
-    } else if constexpr (std::is_pointer_v<Result>) {
-      return nullptr;
+    if (name.starts_with("close") || (name == "waitpid" && error != EINTR)) real(arguments...);
+    errno = error;
+    if constexpr (name == "getlogin_r" || name == "pthread_create") {
+      return error;
+    } else if constexpr (name == "fread" || std::is_pointer_v<Result>) {
+      return {};
     } else {
       return -1;
     }
@@ -126,38 +123,28 @@ class TrappedCalls {
 
 std::string linkOf(const std::string& name) {
   std::error_code ignored;
-  return std::filesystem::read_symlink(name, ignored);
+  return fs::read_symlink(name, ignored);
 }
 
 // All of the process that an operation must not change.
 std::string processState() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  sigset_t blocked;
-  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-  std::ostringstream state;
-  state << linkOf("/proc/self/cwd") << " mask " << mask << " ids " << getuid() << " " << getgid()
-        << " " << geteuid() << " " << getegid() << "\n";
-  for (int sig = 1; sig <= SIGRTMAX; ++sig) {
-    struct sigaction action = {};
-    sigaction(sig, nullptr, &action);
-    const bool isBlocked = sigismember(&blocked, sig) == 1;
-    if (!isBlocked && action.sa_handler == SIG_DFL) continue;
-    state << "signal " << sig << " blocked " << isBlocked << " handler "
-          << reinterpret_cast<void*>(action.sa_handler) << " " << action.sa_flags << "\n";
+  std::string state = linkOf("/proc/self/cwd");
+  const std::string status = readFile("/proc/self/status");
+  for (const char* key : {"\nUmask:", "\nUid:", "\nGid:", "\nSigBlk:", "\nSigIgn:", "\nSigCgt:"}) {
+    const std::size_t line = status.find(key);
+    state += status.substr(line, status.find('\n', line + 1) - line);
   }
   for (int fd = 0; fd < 64; ++fd) {
     const std::string file = linkOf("/proc/self/fd/" + std::to_string(fd));
-    if (!file.empty()) state << "file " << fd << " " << file << "\n";
+    if (!file.empty()) state += "\nfile " + std::to_string(fd) + " " + file;
   }
-  if (waitpid(-1, nullptr, WNOHANG) != -1) state << "a child\n";
-  return state.str();
+  return state + (waitpid(-1, nullptr, WNOHANG) != -1 ? "\na child" : "");
 }
 
 std::set<std::string> contentOf(const std::string& directory) {
   std::set<std::string> lines;
   if (directory.empty()) return lines;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
     const std::string content = entry.is_regular_file() ? readFile(entry.path()) : "";
     lines.insert(entry.path().string() + " " + linkOf(entry.path()) + " " + content);
   }

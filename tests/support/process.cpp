@@ -4,7 +4,6 @@
 #include <sys/ioctl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
