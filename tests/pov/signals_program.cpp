@@ -42,27 +42,13 @@ jint JNICALL faultInNative(JNIEnv*, jclass) {
   return 0;
 }
 
-// Java's own faults, in one thread and then in two at once.
+// Java's own faults, in one thread and then in many at once.
 void javaFaults() {
   const int checks = callJava("faults", 5000, 0);
   const int overflows = callJava("faults", 0, 10);
-  const int together = callJava("faultsInThreads", 2, 5000, 10);
+  const int together = callJava("faultsInThreads", 8, 5000, 5);
   std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
               segvInProgressCount);
-}
-
-// Asks for a thread dump and reads it up to where the threads end. More follows, which is why the
-// process ends without looking for the VM's warnings.
-void threadDump() {
-  int ends[2];
-  if (pipe(ends) != 0) std::_Exit(97);
-  dup2(ends[1], STDERR_FILENO);
-  kill(getpid(), SIGQUIT);
-  std::string dump;
-  for (char c; !dump.ends_with("JNI global ref") && read(ends[0], &c, 1) == 1;) dump += c;
-  if (dump.find("Full thread dump") != std::string::npos) std::puts("thread dump");
-  std::fflush(stdout);
-  _exit(0);
 }
 
 void terminate(int signal) {
@@ -80,14 +66,6 @@ void hangUp() {
 
 const std::map<std::string, void (*)()> scenarios = {
     {"java-faults", javaFaults},
-    {"many-threads", [] { std::printf("caught %d\n", callJava("faultsInThreads", 8, 5000, 5)); }},
-    // Ends at the first fault that reaches the fault handler.
-    {"first-to-see",
-     [] {
-       HostExitOnFault();
-       javaFaults();
-     }},
-    {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
     {"native-fault", [] { callJava("faultInNative"); }},
