@@ -1,8 +1,4 @@
 // Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
-#include <malloc.h>
-
-#include <thread>
-
 #include "objmem/memory.h"
 #include "session_fixture.h"
 #include "vm/interpreter.h"
@@ -31,14 +27,12 @@ std::string repeated(const std::string& text, int times) {
 
 TEST_F(Limits, RunawayProgramsEnd) {
   zel::setExecutionLimits({100'000, 2'000});
-  for (const char* endless : {"[true] whileTrue: []", "[] repeat", "1 to: 1000000000 do: [:i | i]",
-                              "[[] repeat] on: Exception do: [1]"}) {
+  for (const char* endless : {"[true] whileTrue: []", "[[] repeat] on: Exception do: [1]"}) {
     EXPECT_EQ(6004, errorOf(endless)) << endless;
     EXPECT_EQ("7", show("3 + 4"));
   }
   EXPECT_EQ(2138, errorOf("Object compile: 'deep ^self deep'. nil deep"));
   EXPECT_EQ(2138, errorOf("f := nil. f := [f value]. f value"));
-  EXPECT_EQ("2138", show("[f value] on: Error do: [:e | e number]"));
   zel::setExecutionLimits({});
   EXPECT_EQ(2138, errorOf("f value"));
 }
@@ -61,9 +55,7 @@ TEST_F(Limits, DeepAndLongTextsEnd) {
     EXPECT_EQ(2501, errorOf(repeated(open, 100'000) + "1")) << open;
   }
   EXPECT_EQ(2501, errorOf("1" + repeated(" + 1", 100'000)));
-  EXPECT_EQ("1", show(repeated("(", 90) + "1" + repeated(")", 90)));
   EXPECT_EQ("20001", show("1" + repeated(" + 1", 20'000)));
-  EXPECT_EQ("-1", show("1" + repeated(" negated", 20'001)));
   EXPECT_EQ("100000", show("#(" + repeated("1 ", 100'000) + ") size"));
 }
 
@@ -91,35 +83,10 @@ TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {
   // Besides the session's names only what ran last may be left.
   EXPECT_LE(objects(), before + 8);
   EXPECT_EQ(2507, (zel->ZelFetchBytes(held, 1, nullptr, 0), errorNumber()));
-}
-
-TEST_F(Limits, CollectionsOfAHundredThousandAreQuick) {
-  EXPECT_EQ("an Array( 100000 0 )",
-            show("d := Dictionary new. s := Set new. o := OrderedCollection new. "
-                 "1 to: 100000 do: [:i | d at: i put: i. s add: i. o add: i]. n := d size. "
-                 "o do: [:i | s remove: i. d removeKey: i]. {n. s size + d size}"));
-}
-
-TEST_F(Limits, ManyTextsLeaveMemoryWhereItWas) {
-  const auto memoryAfter = [&](int rounds) {
-    while (rounds-- > 0) {
-      zel->ZelSetSessionId(zel->ZelGetSessionId());
-      const OopType oop = run("'text ' , " + std::to_string(rounds) + " printString");
-      const OopType argument = zel->ZelNewOop(StringClassOop);  // never released, as a caller may
-      const OopType sum = zel->ZelPerform(oop, ",", &argument, 1);
-      zel->ZelSaveObjs(&sum, 1);
-      for (const OopType done : {sum, oop}) zel->ZelReleaseOops(&done, 1);
-      EXPECT_EQ(0, errorNumber());
-      EXPECT_EQ(rounds % 16 == 0 ? 2010 : 0, errorOf(rounds % 16 == 0 ? "nil wrong" : "nil"));
-    }
-    objects();
-    const struct mallinfo2 heap = mallinfo2();
-    return std::pair(zel::memoryStatistics().tableSize, heap.uordblks + heap.hblkhd);
-  };
-  const auto before = memoryAfter(20'000);
-  const auto after = memoryAfter(60'000);
-  EXPECT_LE(after.first, before.first + before.first / 8);
-  EXPECT_LE(after.second, before.second + (64U << 10));
+  // The oops of what went are given out again.
+  const std::size_t entries = zel::memoryStatistics().tableSize;
+  for (int i = 0; i < 20; ++i) run("1 to: 1000 do: [:i | 'garbage' copy]. System collectGarbage");
+  EXPECT_EQ(entries, zel::memoryStatistics().tableSize);
 }
 
 }  // namespace

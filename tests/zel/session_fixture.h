@@ -1,11 +1,7 @@
 // A test with a session of its own in a fresh database.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
+#include "tests.h"
 #include "vm/printing.h"
 #include "zel.h"
 
