@@ -3,8 +3,6 @@ package com.tarvolin.povzel;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.*;
-import java.lang.reflect.Method;
-import java.net.*;
 import java.nio.file.*;
 import java.util.*;
 import java.util.regex.*;
@@ -83,20 +81,11 @@ class DocumentTest {
     }
 
     @Test
-    void codePrintsWhatIsShown() throws Exception {
-        URL[] compiled = {directory.toUri().toURL()};
-        ClassLoader loader = new URLClassLoader(compiled, getClass().getClassLoader());
-        PrintStream original = System.out;
+    void codePrintsWhatIsShown() throws IOException {
         for (String name : outputs.keySet()) {
-            ByteArrayOutputStream captured = new ByteArrayOutputStream();
-            System.setOut(new PrintStream(captured, true));
-            try {
-                Method main = loader.loadClass(name).getMethod("main", String[].class);
-                main.invoke(null, (Object) null);
-            } finally {
-                System.setOut(original);
-            }
-            assertLike(outputs.get(name), captured.toString(), name);
+            String printed = run("$JAVA32 -Xcheck:jni -cp .:" + JAR + " " + name);
+            // What the library itself prints comes last, as the JVM ends.
+            assertLike(outputs.get(name) + "[Info] libpovzel30 initializing.\n...", printed, name);
         }
     }
 
@@ -106,11 +95,5 @@ class DocumentTest {
         while (command.find()) {
             assertLike(command.group(2), run(command.group(1)), command.group(1));
         }
-        // What the document sets is where the tests have it.
-        Matcher sets = matcher("```sh\n(.*?)```", document);
-        assertTrue(sets.find());
-        assertEquals(Path.of(JAR).toRealPath() + "\n" + Path.of(JAVA32).toRealPath() + "\n",
-                run("cd '" + SOURCES + "' && " + sets.group(1).replace("\n", ";")
-                        + "realpath $TARVOLIN/java/povzel.jar $JAVA32"));
     }
 }

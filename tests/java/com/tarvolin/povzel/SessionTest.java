@@ -6,7 +6,6 @@ import java.io.*;
 import java.math.BigInteger;
 import java.time.LocalDateTime;
 import java.util.*;
-import java.util.concurrent.*;
 import java.util.stream.*;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
@@ -35,52 +34,34 @@ class SessionTest {
         return session.executeForObject(text);
     }
 
-    @Test
-    void textsAndObjectsAnswer() {
-        assertEquals("gr\u00fcn", session.execute("'gr\u00fcn'"));
-        assertEquals("symbol", session.execute("#symbol"));
-        assertEquals(42L, session.execute(session.newString("6 * 7")));
-        assertEquals(true, object("[:x | x isNil]").perform("value:", (Object[]) null));
-        PovZelObject array = object("#(1 2 3)");
-        assertTrue(array.isKindOf(object("Object")));
-        assertFalse(array.isKindOf(object("Set")));
-        assertEquals(Set.of(array), Set.of(session.object(array.oop())));
-    }
-
     // What Java stores in an array of the database comes back as it was, or as its widest type.
     @Test
     void valuesSurviveTheWayThereAndBack() {
-        List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', 0L, -1L,
-                536870911L, -536870912L, 536870912L, -536870913L, (long) Integer.MIN_VALUE,
-                Long.MAX_VALUE, Long.MIN_VALUE + 1, 0.0, -2.5, Double.MAX_VALUE,
-                Double.POSITIVE_INFINITY, "", "plain", "nul \0 inside",
-                "\u00e4\u20ac\ud83d\ude00", "\ud83d alone", "abc\u00e4".repeat(5000),
-                LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000),
-                LocalDateTime.of(1, 1, 1, 0, 0));
+        List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', -1L,
+                536870912L, -536870913L, Long.MAX_VALUE, Long.MIN_VALUE + 1, -2.5, Double.MAX_VALUE,
+                "", "nul \0 inside", "\ud83d\ude00", "\ud83d alone", "abc\u00e4".repeat(5000),
+                LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000));
         PovZelObject array = session.newArray(values);
         assertEquals(values, array.value());
         values.forEach(value -> assertEquals(value, session.perform(value, "yourself")));
-        assertEquals(List.of(-7L, 300L, 70000L, 1.5, 2L, "text"),
-                session.newArray(List.of((byte) -7, (short) 300, 70000, 1.5f, BigInteger.TWO,
-                        new StringBuilder("text"))).value());
+        assertEquals(List.of(-7L, 300L, 1.5, 2L, "text"), session.newArray(List.of((byte) -7,
+                (short) 300, 1.5f, BigInteger.TWO, new StringBuilder("text"))).value());
+        assertFalse(array.isKindOf(object("Set")));
 
-        List<Object> nested = session.newArray(List.of(new byte[] {1, -1}, new Object[] {"a"},
-                List.of(List.of(5L)))).list();
+        List<Object> nested = session.newArray(List.of(new byte[] {1, -1}, List.of(5L))).list();
         assertArrayEquals(new byte[] {1, -1}, (byte[]) ((PovZelObject) nested.get(0)).value());
-        assertEquals(List.of("a"), ((PovZelObject) nested.get(1)).value());
-        PovZelObject outer = (PovZelObject) nested.get(2);
-        assertEquals(List.of(5L), ((PovZelObject) outer.list().get(0)).value());
+        assertEquals(List.of(5L), ((PovZelObject) nested.get(1)).value());
     }
 
     @Test
     void stringsOfBothWidthsKeepTheirText() {
-        for (String text : List.of("", "\0", "\u00e4\u20ac", "\ud83d\ude00", "z".repeat(70000))) {
+        for (String text : List.of("", "\0\u00e4\ud83d\ude00", "z".repeat(70000))) {
             PovZelObject narrow = session.newString(text);
             PovZelObject wide = session.newDoubleByteString(text);
             assertEquals(List.of(text, text), List.of(narrow.value(), wide.value()));
-            assertEquals(List.of(false, true),
-                    List.of(narrow.describe().isDBString, wide.describe().isDBString));
+            assertTrue(wide.describe().isDBString && !narrow.describe().isDBString);
         }
+        assertEquals(42L, session.execute(session.newDoubleByteString("6 * 7")));
         PovZelObject latin = session.newString("xx");
         latin.setBytes(new byte[] {(byte) 0xE4, 'b'});
         assertEquals("\u00e4b", latin.value(), "bytes that are no UTF-8 are one character each");
@@ -108,14 +89,11 @@ class SessionTest {
     void errorsCarryTheirFields() {
         PovZelException unknown = fails(() -> session.execute("3 foo: 'x'"));
         assertEquals(2010, unknown.number);
-        assertEquals(unknown.message, unknown.getMessage());
         assertEquals(unknown.argCount, unknown.args.length);
-        assertFalse(unknown.fatal);
         assertEquals(2318, fails(() -> session.perform(3, "foo", new Object[21])).number);
-        PovZelObject pair = object("1 -> 2");
-        allThrow(PovZelException.class, () -> session.execute("3 +"),
-                () -> session.object(3999999997L), () -> PovZelSession.login("DataCurator", null),
-                () -> pair.setNamedSlot(0, 1), () -> object("'a'").setBytes(0, new byte[1], null));
+        allThrow(PovZelException.class, () -> session.object(3999999997L),
+                () -> PovZelSession.login("DataCurator", null),
+                () -> object("1 -> 2").setNamedSlot(0, 1));
         assertEquals(7L, session.execute("3 + 4"), "the session survives its errors");
     }
 
@@ -126,12 +104,8 @@ class SessionTest {
                 fails(() -> session.continueWithError(suspended, "no such luck", "Java: main()"));
         assertTrue(raised.message.contains("no such luck"), raised.message);
         assertEquals(42L, session.continueWith(raised, 42));
-        fails(() -> session.continueWith(suspended, 1));
 
         PovZelException waiting = fails(() -> session.execute("(System suspend: 1) isNil"));
-        for (int i = 0; i < 3000; i++) {
-            session.execute("'something else'");
-        }
         session.execute("System collectGarbage");
         assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
     }
@@ -144,43 +118,33 @@ class SessionTest {
 
     @Test
     void bytesOfEverySizeComeBackInChunks() {
-        for (int size : new int[] {0, 1, 1025, BUFFER - 1, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
-            byte[] bytes = random(size);
-            PovZelObject object = session.newBytes(bytes);
-            assertEquals(size, object.size());
-            assertArrayEquals(bytes, object.bytes());
+        for (int size : new int[] {0, 1025, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
+            assertArrayEquals(random(size), session.newBytes(random(size)).bytes());
         }
         PovZelObject object = session.newBytes(new byte[] {1, 2, 3, 4});
         List<Long> progress = new ArrayList<>();
         object.setBytes(3, random(3 * BUFFER), progress::add);
         assertEquals(List.of((long) BUFFER, 2L * BUFFER, 3L * BUFFER), progress);
         assertEquals(3 * BUFFER + 2, object.size());
-        assertArrayEquals(new byte[] {1, 2}, Arrays.copyOf(object.bytes(), 2));
     }
 
     @Test
     void streamsReadAndWrite() throws IOException {
         byte[] bytes = random(3 * BUFFER + 11);
         PovZelObject object = session.newBytes(new byte[0]);
-        OutputStream out = object.outputStream(1);
-        out.write(bytes[0]);
-        out.write(bytes, 1, 100);
-        out.flush();
-        assertEquals(101, object.size());
-        out.write(bytes, 101, bytes.length - 101);
-        out.close();
-        assertThrows(IOException.class, () -> out.write(1));
+        try (OutputStream out = object.outputStream(1)) {
+            out.write(bytes[0]);
+            out.write(bytes, 1, bytes.length - 1);
+        }
         try (InputStream in = object.inputStream()) {
             assertEquals(bytes[0] & 0xFF, in.read());
             assertEquals(BUFFER, in.skip(BUFFER));
             assertArrayEquals(Arrays.copyOfRange(bytes, BUFFER + 1, bytes.length),
                     in.readAllBytes());
-            assertEquals(List.of(-1L, 0L), List.of((long) in.read(), in.skip(1)));
         }
         OutputStream wrong = object("Array new: 1").outputStream(1);
         wrong.write(1);
-        IOException failed = assertThrows(IOException.class, wrong::flush);
-        assertInstanceOf(PovZelException.class, failed.getCause());
+        assertThrows(IOException.class, wrong::flush);
     }
 
     @Test
@@ -188,12 +152,10 @@ class SessionTest {
         List<Object> elements = LongStream.range(0, 100_000)
                 .mapToObj(i -> i % 10 == 0 ? "element " + i : (Object) i).toList();
         PovZelObject array = session.newArray(elements);
-        List<Object> list = array.list();
-        assertEquals(elements, list);
-        assertEquals("element 99990", list.set(99_990, 'c'));
-        assertEquals('c', list.get(99_990));
+        assertEquals(elements, array.list());
+        assertEquals("element 99990", array.list().set(99_990, 'c'));
         assertEquals('c', session.perform(array, "at:", 99_991));
-        assertThrows(IndexOutOfBoundsException.class, () -> list.get(100_000));
+        assertThrows(IndexOutOfBoundsException.class, () -> array.list().get(100_000));
         array.setElements(2, elements.subList(0, 50_000));
         assertEquals(elements.subList(0, 50_000), array.list().subList(1, 50_001));
     }
@@ -219,7 +181,6 @@ class SessionTest {
             System.gc();
             Thread.onSpinWait();
         }
-        assertEquals(7L, session.execute("3 + 4"));
     }
 
     @Test
@@ -228,17 +189,15 @@ class SessionTest {
         session.pollChanges();
         List<PovZelObject> changed = all.subList(1, all.size());
         changed.forEach(object -> object.perform("at:put:", 1, 5));
-        List<PovZelObject> told = new ArrayList<>();
+        Set<PovZelObject> told = new HashSet<>();
         session.onChange(told::add);
-        assertEquals(new HashSet<>(changed), new HashSet<>(session.pollChanges()));
-        assertEquals(new HashSet<>(changed), new HashSet<>(told));
-        assertEquals(List.of(), session.pollChanges());
+        session.pollChanges();
+        assertEquals(new HashSet<>(changed), told);
     }
 
     @Test
     void aClosedSessionRefusesEverything() {
         PovZelObject array = object("Array new: 3");
-        session.close();
         session.close();
         array.close();
         allThrow(IllegalStateException.class, session::pollChanges, array::list, array::bytes,
@@ -248,18 +207,14 @@ class SessionTest {
     // Calls of many threads and sessions take turns; each sees its own results.
     @Test
     void threadsShareSessions() {
-        Executor starter = task -> new Thread(task).start();
         try (PovZelSession other = PovZelSession.login("SystemUser", "swordfish")) {
-            CompletableFuture.allOf(LongStream.range(0, 8).mapToObj(mine -> CompletableFuture
-                    .runAsync(() -> {
-                        PovZelSession used = mine % 2 == 0 ? session : other;
-                        for (long i = 0; i < 500; i++) {
-                            assertEquals(mine * i + 1, used.execute(mine + " * " + i + " + 1"));
-                            List<Object> values = List.of(mine, "t" + mine);
-                            assertEquals(values, used.newArray(values).value());
-                            fails(() -> used.execute("mine" + mine + " foo"));
-                        }
-                    }, starter)).toArray(CompletableFuture[]::new)).join();
+            LongStream.range(0, 8).parallel().forEach(mine -> {
+                PovZelSession used = mine % 2 == 0 ? session : other;
+                for (long i = 0; i < 500; i++) {
+                    assertEquals(mine * i + 1, used.execute(mine + " * " + i + " + 1"));
+                    fails(() -> used.execute("mine" + mine + " foo"));
+                }
+            });
         }
     }
 }

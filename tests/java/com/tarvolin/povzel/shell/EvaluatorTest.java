@@ -20,11 +20,9 @@ class EvaluatorTest {
 
     @ParameterizedTest
     @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
-        "3 + 4           | true", "``      | true", "(3              | false", "(3)     | true",
-        "[:x     | false", "'open           | false", "'it''s'         | true", "'it'' | false",
-        "\"comment        | false", "$'              | true", "$( $[           | true",
-        "'(' , \"[\" 'a' | true", "#(1 #(2)        | false", "{1. 2}          | true",
-        ")               | true", "$            | true",
+        "``    | true",  "(3     | false", "'it''s'      | true", "'it'' | false",
+        "[:x   | false", "\"open | false", "'(' , \"[\" 'a' | true", "#(1 #(2) | false",
+        "$( $[ | true",  ")      | true",
     })
     void textsEndWhenNothingIsOpen(String text, boolean complete) {
         assertEquals(complete, Text.isComplete(text));
@@ -35,9 +33,7 @@ class EvaluatorTest {
     @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
         "3 + 4~~'two words'~nil          | 0 | 7~two words~nil~                | ``",
         "#(1~  $a~)~'it''s~\"no\" end'   | 0 | an Array( 1 $a )~it's~\"no\" end~ | ``",
-        "$( printString~3                | 0 | $(~3~                           | ``",
-        "3 foo~5                         | 1 | 5~                              | error 2010: ",
-        "3 foo: 'x'                      | 1 | ``                | ~  category .*~  arguments: ",
+        "3 foo: 'x'~5                    | 1 | 5~  | error 2010: .*~  category .*~  arguments: ",
         "(3                              | 1 | ``                              | error 2501",
         ":quit~3                         | 0 | ``                              | ``",
         ":class 3~:nonsense | 1 | SmallInteger < Integer < Number < Magnitude < Object~"
@@ -58,14 +54,11 @@ class EvaluatorTest {
 
     @Test
     void timeIsShownFromASecondOn() {
-        Deque<Long> times = new ArrayDeque<>(
-                List.of(0L, 999_999_999L, 5L, 1_234_000_005L, 0L, 2_000_000_000L));
+        Deque<Long> times = new ArrayDeque<>(List.of(0L, 999_999_999L, 5L, 1_234_000_005L));
         Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
         assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
-        assertEquals(new Evaluator.Outcome(true, "'x'   (String)", "(1.234 s)"),
-                evaluator.run("'x'"));
         Evaluator.Outcome failed = evaluator.run("3 foo");
         assertFalse(failed.ran());
-        assertTrue(failed.remark().endsWith("\n(2.000 s)"));
+        assertTrue(failed.remark().endsWith("\n(1.234 s)"));
     }
 }
