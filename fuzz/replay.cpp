@@ -4,18 +4,9 @@
 // The inputs of a corpus run in a child, whose output is shown only if it fails; the input at fault
 // is then kept in the current folder as NAME.failed. POVZEL_FUZZ_SEED makes other inputs.
 
+#include "tests.h"
+
 #include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
-
-#include "process.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -58,7 +49,7 @@ int main(int argc, char** argv) {
   if (argc == 2) return run(readFile(argv[1]));
   if (argc != 3) return 2;
   std::vector<std::string> corpus;
-  for (const auto& file : std::filesystem::directory_iterator(argv[1])) {
+  for (const auto& file : fs::directory_iterator(argv[1])) {
     corpus.push_back(readFile(file.path()));
   }
   std::sort(corpus.begin(), corpus.end());
@@ -76,14 +67,14 @@ int main(int argc, char** argv) {
                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   if (at == MAP_FAILED) std::abort();
   const ChildResult child = runInChild([&] {
-    std::filesystem::current_path(scratch.path());
+    fs::current_path(scratch.path());
     for (*at = 0; *at < count; ++*at) run(input(*at));
     std::exit(0);  // as any program, so that leaks are looked for
   });
   if (child.exitedWith(0)) return 0;
   std::fprintf(stderr, "%s%sstatus %d at input %zu of %zu, seed %lu\n", child.out.c_str(),
                child.err.c_str(), child.status, *at, count, seed);
-  const std::string name = std::filesystem::path(argv[0]).filename();
+  const std::string name = fs::path(argv[0]).filename();
   if (*at < count) writeFile(name + ".failed", input(*at));
   return 1;
 }
