@@ -56,7 +56,6 @@ TEST_F(Limits, DeepAndLongTextsEnd) {
   }
   EXPECT_EQ(2501, errorOf("1" + repeated(" + 1", 100'000)));
   EXPECT_EQ("20001", show("1" + repeated(" + 1", 20'000)));
-  EXPECT_EQ("100000", show("#(" + repeated("1 ", 100'000) + ") size"));
 }
 
 TEST_F(Limits, MemoryIsBoundedAndComesBack) {
@@ -65,7 +64,6 @@ TEST_F(Limits, MemoryIsBoundedAndComesBack) {
   EXPECT_EQ("7", show("k := nil. System collectGarbage. 3 + 4"));
   // Garbage alone never fills it.
   EXPECT_EQ("'done'", show("1 to: 100 do: [:i | Array new: 1000000]. 'done'"));
-  EXPECT_EQ("1", show("[(1 to: 99) collect: [:i | Array new: 500000]] on: Error do: [1]"));
 }
 
 TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {

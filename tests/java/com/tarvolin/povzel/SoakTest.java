@@ -18,7 +18,7 @@ class SoakTest {
 
     private final long seed = Long.getLong("povzel.test.seed", 20_240_229L);
     private final Random random = new Random(seed);
-    private final List<Long> oops = new ArrayList<>();
+    private List<PovZelObject> objects = List.of();
 
     private <T> T pick(List<T> choices) {
         return choices.get(random.nextInt(choices.size()));
@@ -32,7 +32,7 @@ class SoakTest {
 
     private PovZelReport report() {
         return random.nextInt(100) == 0 ? null : random.nextInt(4) > 0
-                ? PovZelValues.existing(pick(oops))
+                ? PovZelValues.existing(pick(objects).oop())
                 : PovZelValues.simple(pick(List.of(true, 'x', 5, 1 << 30, 2.5, "text", "\u20ac")));
     }
 
@@ -57,20 +57,14 @@ class SoakTest {
         int done = 0;
         for (int round = 0; round < 20; round++) {
             try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
-                oops.clear();
-                for (String text : List.of("ByteArray new: 9", "'text' copy", "Array new: 9",
-                        "3 -> 4", "Set new", "nil", "[:x | x]")) {
-                    PovZelReport made = new PovZelReport();
-                    PovZelInterface._executeStr(session.id(), text, made, new PovZelException());
-                    oops.add(made.oop);
-                }
+                objects = Stream.of("ByteArray new: 9", "'text' copy", "Array new: 9", "3 -> 4",
+                        "Set new", "[:x | x]").map(session::executeForObject).toList();
                 for (int i = 0; i < 5_000; i++) {
                     Method called = pick(NATIVES);
                     Object[] arguments = Stream.of(called.getParameterTypes()).map(this::argument)
                             .toArray();
                     arguments[0] = random.nextInt(100) == 0 ? (int) number() : session.id();
-                    String shown = "seed " + seed + ", " + round + "/" + i + ": " + called.getName()
-                            + Arrays.toString(arguments);
+                    String shown = "seed " + seed + ": " + called + Arrays.toString(arguments);
                     int status = (int) called.invoke(null, arguments);
                     PovZelException error = (PovZelException) arguments[arguments.length - 1];
                     assertTrue(status >= -1, shown);

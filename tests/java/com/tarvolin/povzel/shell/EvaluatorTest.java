@@ -18,26 +18,24 @@ class EvaluatorTest {
         session.close();
     }
 
-    @ParameterizedTest
-    @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
-        "``    | true",  "(3     | false", "'it''s'      | true", "'it'' | false",
-        "[:x   | false", "\"open | false", "'(' , \"[\" 'a' | true", "#(1 #(2) | false",
-        "$( $[ | true",  ")      | true",
-    })
-    void textsEndWhenNothingIsOpen(String text, boolean complete) {
-        assertEquals(complete, Text.isComplete(text));
+    @Test
+    void textsEndWhenNothingIsOpen() {
+        for (String whole : List.of("", "'it''s'", "'(' , \"[\" 'a'", "$( $[", "{1. 2}", ")")) {
+            assertTrue(Text.isComplete(whole), whole);
+        }
+        for (String open : List.of("(3", "[:x", "'it''", "\"open", "#(1 #(2)")) {
+            assertFalse(Text.isComplete(open), open);
+        }
     }
 
     // A "~" stands for the end of a line.
     @ParameterizedTest
     @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
-        "3 + 4~~'two words'~nil          | 0 | 7~two words~nil~                | ``",
-        "#(1~  $a~)~'it''s~\"no\" end'   | 0 | an Array( 1 $a )~it's~\"no\" end~ | ``",
-        "3 foo: 'x'~5                    | 1 | 5~  | error 2010: .*~  category .*~  arguments: ",
-        "(3                              | 1 | ``                              | error 2501",
+        "#(1~  $a~)~~'it''s~\"no\" end'  | 0 | an Array( 1 $a )~it's~\"no\" end~ | ``",
+        "3 foo: 'x'~5                    | 1 | 5~  | error 2010: .*~  category .*~  arguments: .*",
+        "(3                              | 1 | ``                              | error 2501.*",
         ":quit~3                         | 0 | ``                              | ``",
-        ":class 3~:nonsense | 1 | SmallInteger < Integer < Number < Magnitude < Object~"
-            + " | no command :nonsense",
+        ":class nil~:wrong               | 1 | UndefinedObject < Object~       | no command.*",
     })
     void filtersPrintResultsAloneAndTellWhetherAllRan(String input, int status, String out,
             String err) throws IOException {
@@ -48,8 +46,7 @@ class EvaluatorTest {
         assertEquals(status, filter.run(new ByteArrayInputStream(bytes)));
         assertEquals(out, printed.toString().replace('\n', '~'));
         String shown = told.toString().replace('\n', '~');
-        assertTrue(shown.matches(".*" + err + ".*"), shown);
-        assertEquals(err.isEmpty(), shown.isEmpty(), shown);
+        assertTrue(shown.matches(err), shown);
     }
 
     @Test
