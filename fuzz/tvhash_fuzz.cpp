@@ -17,11 +17,8 @@ using Model = std::map<std::string, TvHashEntry*>;
 // What the table takes for a key of those bytes, which are made to fit: cut at a NUL, or filled up
 // to whole words.
 const char* keyOf(std::string* bytes, long keyType) {
-  if (keyType == 0) {
-    bytes->resize(std::strlen(bytes->c_str()));
-  } else {
-    bytes->resize(static_cast<std::size_t>(keyType) * sizeof(long));
-  }
+  const auto words = static_cast<std::size_t>(keyType);
+  bytes->resize(words == 0 ? std::strlen(bytes->c_str()) : words * sizeof(long));
   const char* key = bytes->c_str();
   if (keyType == 1) std::memcpy(&key, bytes->data(), sizeof(void*));
   return key;

@@ -181,7 +181,6 @@ class SessionTest {
     @Test
     void changedObjectsAreTold() {
         List<PovZelObject> all = Stream.generate(() -> object("Array new: 1")).limit(3001).toList();
-        session.pollChanges();
         List<PovZelObject> changed = all.subList(1, all.size());
         changed.forEach(object -> object.perform("at:put:", 1, 5));
         Set<PovZelObject> told = new HashSet<>();

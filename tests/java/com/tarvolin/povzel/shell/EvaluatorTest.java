@@ -54,8 +54,6 @@ class EvaluatorTest {
         Deque<Long> times = new ArrayDeque<>(List.of(0L, 999_999_999L, 5L, 1_234_000_005L));
         Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
         assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
-        Evaluator.Outcome failed = evaluator.run("3 foo");
-        assertFalse(failed.ran());
-        assertTrue(failed.remark().endsWith("\n(1.234 s)"));
+        assertTrue(evaluator.run("3 foo").remark().endsWith("\n(1.234 s)"));
     }
 }
