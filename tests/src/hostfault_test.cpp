@@ -100,14 +100,19 @@ TEST(HostProtectPage, RefusesWhatItCannotGuard) {
 }
 
 void touchGuardPage() {
-  char* page = newPages(1);
-  SysErrorSType error;
-  HostProtectPage(
-      page, [](char* at, char* fault) -> BoolType { return fault == at + 5; }, &error);
+  char* page = newPages(2);
+  static SysErrorSType error;
+  // The handler guards the next page in the place of the first.
+  const auto movesOn = [](char* at, char* fault) -> BoolType {
+    HostUnProtectPage(at);
+    HostProtectPage(at + pageSize, letPass, &error);
+    return fault == at + 5;
+  };
+  HostProtectPage(page, movesOn, &error);
   errno = 77;
   page[5] = 'x';
   if (errno != 77 || page[5] != 'x' || segvInProgressCount != 0) _exit(11);
-  if (HostUnProtectPage(page)) _exit(12);  // its slot is free
+  if (HostUnProtectPage(page) || !HostUnProtectPage(page + pageSize)) _exit(12);
   HostExitOnGuardPageAccess();
   HostProtectPage(page, letPass, &error);
   page[0] = 'x';

@@ -154,6 +154,16 @@ TEST_F(UtlSearch, OutputIsRedirectedOrNot) {
     EXPECT_THAT(child.err, StartsWith(redirected ? "" : reason));
     fs::remove("new");
   }
+  for (const int closed : {STDOUT_FILENO, STDERR_FILENO}) {
+    const ChildResult child = inChild([closed] {
+      close(closed);
+      const BoolType done = UtlResetOutput("new", nullptr, 0);
+      std::fputs("out", stdout);
+      return done;
+    });
+    EXPECT_EQ(std::to_string(exitCode(child)) + readFile("new"), "1out");
+    fs::remove("new");
+  }
 }
 
 }  // namespace

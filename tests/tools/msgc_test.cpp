@@ -43,6 +43,9 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
             "poor.msg: symbol c is missing\n1");
   EXPECT_EQ(msgc("-o none/x.err model.msg"),
             "none/x.err: cannot be written: No such file or directory\n1");
+  EXPECT_EQ(msgc("--check ."), ".: cannot be read: Is a directory\n1");
+  EXPECT_EQ(msgc("--dump " POVZEL_INSTALLATION "/sys/english67.err >/dev/full"),
+            "standard output: cannot be written: No space left on device\n1");
   EXPECT_THAT(msgc("--dump model.msg"), EndsWith("\n1"));
   EXPECT_THAT(msgc("--byte-order=0122 model.msg"), EndsWith("\n2"));
 }
@@ -68,10 +71,13 @@ TEST(English, HasEveryErrorNumberAndSurvivesADump) {
   const std::string hard =
       "hard (2 1) :  %s %s\\303\\244\nfull (1 2 3 4 5 6 7 8 9 10) :ends in \\\\\n\n";
   writeFile("all.msg", readFile(POVZEL_SOURCES "/messages/english67.msg") + hard);
+  symlink("real.err", "all.err");
+  writeFile("real.err", "");
   for (const char* step : {"-o all.err all.msg", "--dump -o again.msg all.err",
                            "--byte-order=2031 -o again.err again.msg"}) {
     EXPECT_EQ(msgc(step), "0");
   }
+  EXPECT_TRUE(fs::is_symlink("all.err"));
   EXPECT_THAT(msgc("--dump again.err"), EndsWith("\n" + hard + "0"));
   setenv("TARVOLIN_LANG", "again.err", 1);
   ErrMsgInit();

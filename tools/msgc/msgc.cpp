@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include <povzel/errutl.h>
 #include "messages.h"
@@ -78,19 +79,24 @@ bool parseCommand(int argc, char** argv, Command* command) {
   return command->task != Task::compile || !command->output.empty();
 }
 
-// Puts the bytes into a new file that takes the place of `name` when it is complete.
+// Puts the bytes into a new file that takes the place of `name` when it is complete, or of what
+// that links to. What is there and no regular file, such as a device, is written into.
 void writeFile(const std::string& name, const std::string& bytes, Faults* faults) {
-  const std::string unfinished = name + ".new";
+  std::error_code isNew;
+  std::string target = std::filesystem::canonical(name, isNew);
+  if (isNew) target = name;
+  const bool replaced = isNew || std::filesystem::is_regular_file(target);
+  const std::string unfinished = replaced ? target + ".new" : target;
   FILE* file = std::fopen(unfinished.c_str(), "w");
   bool ok = file != nullptr;
   if (ok) {
     ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     ok = std::fclose(file) == 0 && ok;
-    ok = ok && std::rename(unfinished.c_str(), name.c_str()) == 0;
+    ok = ok && (!replaced || std::rename(unfinished.c_str(), target.c_str()) == 0);
   }
   if (ok) return;
   faults->add(name, 0, "cannot be written: %s", std::strerror(errno));
-  if (file != nullptr) std::remove(unfinished.c_str());
+  if (file != nullptr && replaced) std::remove(unfinished.c_str());
 }
 
 void dump(const Command& command, Faults* faults) {
