@@ -13,10 +13,10 @@
 
 namespace harness {
 
-constexpr jint bufferBytes = 1000;
-constexpr jint bufferOops = bufferBytes / 4;
+constexpr jint bufferOops = 250;
 
-// Starts the JVM and initializes the bridge with the sizes above. Without that every call fails.
+// Starts the JVM and initializes the bridge with buffers of that size. Without that every call
+// fails.
 void initialize(jint debugFlag);
 
 // Puts both sides back to what they are at the start.
@@ -48,9 +48,6 @@ struct Context {
   std::map<std::string, jobject> named;
 };
 
-// A text whose bytes may be written "\x0a".
-std::string unescaped(std::string text);
-
 // The error report of an error of the bridge's own, and of the recorder's.
 std::string generic(const std::string& message);
 std::string libraryError();
@@ -59,10 +56,9 @@ std::string libraryError();
 struct ScenarioSType {
   std::string call;  // see Context
   // What there is before the call, in words: "object.oop=4000" for a field of a report,
-  // "object.value=7" for a new value of that type, "body=abc"
-  // and "oops=4000,10" for the recorder's, "failing=Login" for a slot that leaves an error,
-  // "hole=1" for an element that is null; others are results of the recorder's: "ExecuteStr=31",
-  // "size=3".
+  // "object.value=7" for a new value of that type, "body=abc" and "oops=4000,10" for the
+  // recorder's, "hole=1" for an element that is null; others are results of the recorder's:
+  // "ExecuteStr=31", "size=3".
   std::string given = "";
   jint status = -1;
   std::string calls = "";    // of the library
@@ -71,7 +67,6 @@ struct ScenarioSType {
 
   std::string trace = "";  // lines behind ";" each; empty where other rows show the same
 
-  bool leavesError() const { return given.find("failing=") != std::string::npos; }
   jint run(Context& context) const;
 };
 

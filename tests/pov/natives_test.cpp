@@ -81,9 +81,9 @@ void sweep(Fail fail, Expect expect) {
       Context context;
       const jint status = scenario.run(context);
       EXPECT_EQ("", context.printed);
-      const std::string byLibrary = scenario.leavesError() ? "" : recorder::state.failed;
-      failed = !(byLibrary + jnitable::state.failed).empty();
-      SCOPED_TRACE(std::to_string(n) + ": " + byLibrary + jnitable::state.failed);
+      const std::string function = recorder::state.failed + jnitable::state.failed;
+      failed = !function.empty();
+      SCOPED_TRACE(std::to_string(n) + ": " + function);
       if (failed) {
         expect(scenario, context, status);
       } else {

@@ -29,15 +29,7 @@ void show(std::ostream& out, T value, [[maybe_unused]] ArraySizeType count) {
     for (ArraySizeType i = 0; i < count; ++i) out << (i == 0 ? "" : ",") << value[i];
     out << ']';
   } else if constexpr (std::is_same_v<T, const ByteType*>) {
-    out << '<';
-    if (count > 64) out << count;
-    for (ArraySizeType i = 0; i < count && count <= 64; ++i) {
-      char code[8];
-      const bool plain = value[i] >= 0x20 && value[i] < 0x7f;
-      std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", value[i]);
-      out << code;
-    }
-    out << '>';
+    out << '<' << std::string(value, value + count) << '>';
   } else if constexpr (std::is_same_v<T, const char*>) {
     out << (value != nullptr ? "'" + std::string(value) + "'" : "null");
   } else if constexpr (std::is_same_v<T, const ZelDateTimeSType*>) {
