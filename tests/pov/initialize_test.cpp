@@ -56,35 +56,6 @@ void inProcess(const std::function<void()>& situation) {
   EXPECT_EQ(0, exitCode(child)) << child.out << child.err;
 }
 
-// Lines of the trace.
-std::string traced(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const std::string& line : lines) text += "DEBUG/ZelInterface: " + line + "\n";
-  return text;
-}
-
-TEST(Initialize, TracesEveryStep) {
-  inProcess([] {
-    EXPECT_EQ("32 | Product() Version() InitAppName('app',1) Init() | ",
-              attempt("5 'app' 1001 30 2"));
-    const std::string sizes =
-        traced({"Initialize.", "SIZEOF long = 4", "SiZEOF int = 4", "SIZEOF OopType = 4",
-                "SIZEOF jlong = 8", "SizeOF jint   = 4", "SIZEOF jint = 4", "SizeOF jlong   = 8"});
-    const std::string last =
-        traced({"     Ready to ZelInitAppName: app", "     Ready to ZelInit..",
-                "     Ready to setup buffers", "Initialize: MaxBufferSize = 1001/250"});
-    EXPECT_THAT(printed,
-                StartsWith(starting + sizes + traced({"Initialize:  PreloadSize = 30/7"})));
-    EXPECT_THAT(printed, HasSubstr(traced({"JNI/Initialize:  Setting up FID args",
-                                           "     Ready to ZelRtlLoad: useLinked = 5"})));
-    EXPECT_THAT(printed, EndsWith(last + completed.substr(1) + traced({"Returning: 32"})));
-    // Once more: nothing but the lines and the answer, not even a look at the JVM.
-    EXPECT_EQ("32 |  | ", attempt("0 null 1 2 0"));
-    EXPECT_EQ(starting + sizes + traced({"Already initialized.", "Returning: 32"}), printed);
-    EXPECT_EQ(0, jnitable::state.count);
-  });
-}
-
 // And nothing of it is in the way of a proper start.
 TEST(Initialize, FailsAtEveryStep) {
   inProcess([] {
@@ -135,31 +106,23 @@ TEST(Initialize, FailsAtEveryStep) {
     state.version = "6.7";
     jnitable::state = {.failAt = 1, .failName = "GetStringUTFChars"};
     EXPECT_EQ("-2 | " + asked + " | ", failure("0 'app' 1000 256 0"));
-    EXPECT_THAT(printed, EndsWith(traced({"Allocation Error return", "Returning: -2"})));
     state.results["Init"] = 0;
     EXPECT_EQ(refused("ZelInit failure", asked + " Init()?"), failure());
     state.failName = "Init";
     state.failAt = 1;
     EXPECT_EQ("-1 | " + asked + " Init()? | " + harness::libraryError(), failure());
-    state.results.clear();
-    EXPECT_EQ(started, attempt());
-  });
-}
-
-TEST(Initialize, FailsWithoutMemory) {
-  inProcess([] {
-    jvm::start();
-    constexpr jint room = 400 << 20;
-    const rlim_t used = std::stoul(readFile("/proc/self/statm")) * getpagesize();
-    const rlimit limit = {used + room, RLIM_INFINITY};
-    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
-    // The buffers of an attempt stay in the way of the next. The one of longs takes twice the size.
-    for (const auto& [size, buffer] :
-         {std::pair{room, "byte"}, {room / 8 * 5, "oop"}, {room / 8, "long"}}) {
-      EXPECT_EQ(refused("Problem allocating " + std::string(buffer) + " buffer in initialize()",
-                        asked + " Init()"),
-                failure("0 null " + std::to_string(size) + " 256 0"));
-    }
+    harness::clear();
+    // More than there are addresses.
+    EXPECT_THAT(failure("0 null 2147483647 256 0"), HasSubstr("message=Problem allocating "));
+    EXPECT_EQ("32 | " + asked + " InitAppName('app',1) Init() | ", attempt("5 'app' 1001 30 1"));
+    const std::string debug = "\nDEBUG/ZelInterface: ";
+    EXPECT_THAT(printed, HasSubstr(debug + "JNI/Initialize:  Setting up FID args" + debug));
+    EXPECT_THAT(printed, HasSubstr(debug + "Initialize: MaxBufferSize = 1001/250" + completed));
+    // Once more: nothing but the lines and the answer, not even a look at the JVM.
+    EXPECT_EQ("32 |  | ", attempt("0 null 1 2 0"));
+    EXPECT_THAT(printed, StartsWith(starting + debug.substr(1) + "Initialize." + debug));
+    EXPECT_THAT(printed, EndsWith(debug + "Already initialized." + debug + "Returning: 32\n"));
+    EXPECT_EQ(0, jnitable::state.count);
   });
 }
 

@@ -23,14 +23,11 @@ login 'srv' 'kell' null null 'hu' 'hp' => Login:  NULL UserName argument
 login 'srv' 'kell' 'usr' null 'hu' 'hp' => Login:  NULL password argument
 login 'srv' null 'usr' 'pass' null null | Login=0
  => -1 | SetNet('srv',null,null,null)? Login('usr','pass')? | | ZelLogin failure: cause unknown
- ~;login.;     Connect: server = srv user = usr pass = pass;     Ready to ZelSetNet..
- ;     Ready to ZelLogin..GENERIC(ZelLogin failure: cause unknown);Returning: -1
 logout | GetSessionId=9 => 0 | Logout()? GetSessionId()
  ~;7:  Logout session.;     After Logout: Session ID = 9;Logout completed.;Returning: 0
 
 setup result | result.oop=1 => 0 | | oop=1
 setup result | result.oop=0 result.objType=3 => 0 | | oop=0 objType=3
- ~;setupReport: initial oop 0;Returning: 0;setupReport: oop set to 0;Returning: 0;Returning: 0
 setup result | result.oop=10 => 0 | | oop=10 objType=3 valueType=0
  ~VALUE(10,Oop is NIL);Returning: 0
 setup result | result.oop=6 => 0 | OopToBool(6) | oop=6 objType=3 valueType=1 valueLong=0
@@ -40,7 +37,6 @@ setup result | result.oop=38 OopToBool=5
 setup result | result.oop=6414 OopToChr=-56
  => 0 | OopToChr(6414) | oop=6414 objType=3 valueType=2 valueLong=-56
  ~VALUE(6414,Oop is Char);Returning: 0
-setup result | result.oop=7 => 0 | ? | oop=7 objType=3 valueType=3 valueLong=1
 setup result | result.oop=-1 => 0 | ? | oop=4294967295 objType=3 valueType=3 valueLong=-1
 setup result | result.oop=22 => -1 | | oop=22 objType=3 | Logic error:  Bad object type
  ~OOP(22);   Initializing value fields for special;setup:  unknown special with oop 22
@@ -84,7 +80,6 @@ setup result | result.oop=0 result.value=7 result.valueString=new NewOop=4000 im
 
 isKindOf object other | object.oop=343597388392 object.valueType=7
  => 0 | IsKindOf(4712,4720)? | [343597388392,4720]
-isKindOf object other | object.value=-1 => 0 | IsKindOf(0,4720)?
 isKindOf object other | object.value=5 => 0 | IsKindOf(0,4720)?
  ~;7: isKindOf.;getOop(): Logic error in case statement;Returning: 0;Returning: 0
  ;isKindOf completed.;Returning: 0
@@ -107,10 +102,7 @@ isKindOf object other | object.value=8 object.valueString=a\xed\xa0\xbd\xed\xb8\
 isKindOf object other | object.value=9 object.valueLong=4298567296 object.valueInt1=2012
  object.valueInt2=60
  => 0 | NewDateTime(1857,{2012,60,3600000,10})? IsKindOf(5000,4720)? | [5000,4720]
- ~;7: isKindOf.;CALENDAR: yr 2012 day 60 ms 4298567296;Returning: 0;Returning: 0
- ;isKindOf completed.;Returning: 0
 isKindOf object other | IsKindOf=-3 => -3 | IsKindOf(4716,4720)?
- ~;7: isKindOf.;Returning: 0;Returning: 0;isKindOf completed.;Returning: -3
 isKindOf null other => isKindOf(): NULL obj argument
 isKindOf object null => isKindOf(): NULL cls argument
 isKindOf object other | object.value=7 => getOop(): NULL valueString
@@ -174,22 +166,15 @@ getObjs object 2 5 array | oops=4000,10
  OOP(4000);Returning: 0VALUE(10,Oop is NIL);getObjs completed.;Returning: 2
 getNamedObjs object 2 3 array | oops=4000,10
  => 2 | FetchNamedOops(4716,2,*,3)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
- ~;7: getNamedObjs start 2 num 3;Returning: 0OOP(4000);Returning: 0VALUE(10,Oop is NIL)
- ;getNamedObjs completed.;Returning: 2
 putObjs object 1 3 array | element.value=7 element.valueString=new
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
  StoreIdxOops(4716,1,[8000,5000,8008],3)? | [8000,5000,8008,8012,8016]
  ~;7: putObjs start 1 num 3;Returning: 0;Returning: 0;Returning: 0;Returning: 0
  ;putObjs completed.;Returning: 0
 putNamedObjs object 9 2 array | element.value=6 => 0 | StoreNamedOops(4716,9,[8000,0],2)?
- ~;7: putNamedObjs start 9 num 2;Returning: 0;Returning: 0
- ;getOop(): Logic error in case statement;Returning: 0;putNamedObjs completed.;Returning: 0
 getObjs object 1 3 array | oops=10,10,10 hole=1
- => -1 | FetchVaryingOops(4716,1,*,3)? | [10,null,8008,8012,8016] | Problem with
+ => -1 | FetchVaryingOops(4716,1,*,3)? | [10,0,8008,8012,8016] | Problem with
  GetObjectArrayElement in getObjs()
-getNamedObjs object 1 3 array | oops=10,10,10 hole=1
- => -1 | FetchNamedOops(4716,1,*,3)? | [10,null,8008,8012,8016] | Problem with GetObjectArrayElement
- in getNamedObjs()
 putObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in pubObjs()
 putNamedObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in putNamedObjs()
 getObjs null 1 251 null => getObjs(): numObjs requested exceeds buffer size
@@ -259,7 +244,7 @@ ScenarioSType parse(const std::string& row) {
   given.resize(2);
   if (expected.size() == 1) {
     const bool hasHole = given[1] == "hole=1";
-    expected = {"-1", "", hasHole ? "[8000,null,8008,8012,8016]" : "", expected[0]};
+    expected = {"-1", "", hasHole ? "[8000,0,8008,8012,8016]" : "", expected[0]};
   }
   expected.resize(4);
   const std::string session = row.starts_with("login") ? "" : "SetSessionId(7)? ";

@@ -4,7 +4,6 @@ import java.lang.invoke.MethodType;
 import java.lang.reflect.Field;
 import java.nio.charset.StandardCharsets;
 import java.util.*;
-import java.util.stream.Collectors;
 
 // Reports and error reports as texts, both ways. Whatever is not set shows when it is written.
 final class Reports {
@@ -14,17 +13,17 @@ final class Reports {
     private Reports() {
     }
 
-    static Object report() throws IllegalAccessException {
+    static PovZelReport report() throws IllegalAccessException {
         return untouched(new PovZelReport());
     }
 
-    static Object error() throws IllegalAccessException {
-        PovZelException error = new PovZelException();
+    static PovZelException error() throws IllegalAccessException {
+        PovZelException error = untouched(new PovZelException());
         error.fatal = true;
-        return untouched(error);
+        return error;
     }
 
-    private static Object untouched(Object target) throws IllegalAccessException {
+    private static <T> T untouched(T target) throws IllegalAccessException {
         for (Field field : target.getClass().getFields()) {
             if (field.getType().isPrimitive() && field.getType() != boolean.class) {
                 field.setByte(target, UNTOUCHED);
@@ -34,8 +33,8 @@ final class Reports {
     }
 
     // Sets fields from a text such as "objType=-1 valueType=7 valueString=new".
-    static Object set(Object target, Object fields) throws ReflectiveOperationException {
-        for (String part : fields.toString().split(" ")) {
+    static Object set(Object target, String fields) throws ReflectiveOperationException {
+        for (String part : fields.split(" ")) {
             String[] sides = part.split("=", 2);
             Field field = target.getClass().getField(sides[0]);
             // Strings and the boxes of the numbers have a constructor from a text.
@@ -46,7 +45,7 @@ final class Reports {
     }
 
     // The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size.
-    static Object show(Object object) throws IllegalAccessException {
+    static String show(Object object) throws IllegalAccessException {
         if (object instanceof byte[] bytes) {
             return "<" + (bytes.length > MOST_SHOWN ? bytes.length
                     : new String(bytes, StandardCharsets.ISO_8859_1)) + ">";
@@ -56,19 +55,18 @@ final class Reports {
                     : Arrays.toString(longs).replace(" ", "");
         }
         if (object instanceof PovZelReport[] reports) {
-            return Arrays.stream(reports).map(r -> r == null ? "null" : String.valueOf(r.oop))
-                    .collect(Collectors.joining(",", "[", "]"));
+            return show(Arrays.stream(reports).mapToLong(r -> r == null ? 0 : r.oop).toArray());
         }
         if (!(object instanceof PovZelReport || object instanceof PovZelException)) {
             return String.valueOf(object);
         }
-        List<String> written = new ArrayList<>();
         Object fresh = object instanceof PovZelReport ? report() : error();
+        String written = "";
         for (Field field : object.getClass().getFields()) {
             if (!Objects.equals(field.get(object), field.get(fresh))) {
-                written.add(field.getName() + "=" + show(field.get(object)));
+                written += " " + field.getName() + "=" + show(field.get(object));
             }
         }
-        return String.join(" ", written);
+        return written.stripLeading();
     }
 }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -29,13 +30,11 @@ std::string warnings;
 
 // Receives all that the JVM prints.
 jint JNICALL print(FILE*, const char* format, va_list arguments) {
-  char* line = nullptr;
-  const int length = vasprintf(&line, format, arguments);
-  if (length < 0) return length;
+  char line[4096];
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
   std::fputs(line, stderr);
   const std::lock_guard<std::mutex> lock(warningsMutex);
   warnings += line;
-  std::free(line);
   return length;
 }
 
@@ -49,26 +48,13 @@ void end(int status, void*) {
   _exit(status);
 }
 
-// Calls a static method of Reports.java, of objects for an object.
-template <typename... Objects>
-jobject call(const char* method, Objects... objects) {
-  std::string signature = "(";
-  for (std::size_t i = 0; i < sizeof...(objects); ++i) signature += "Ljava/lang/Object;";
-  signature += ")Ljava/lang/Object;";
-  jmethodID id = env->GetStaticMethodID(helpers, method, signature.c_str());
+// Calls a static method of Reports.java, which gives a T.
+template <typename T = jobject, typename... Objects>
+T call(const char* method, const char* signature, Objects... objects) {
+  jmethodID id = env->GetStaticMethodID(helpers, method, signature);
   jobject result = env->CallStaticObjectMethod(helpers, id, objects...);
   if (env->ExceptionCheck()) die("exception in", method);
-  return result;
-}
-
-// The text of a Java string, which is given up.
-std::string take(jobject string) {
-  jstring text = static_cast<jstring>(string);
-  const char* characters = env->GetStringUTFChars(text, nullptr);
-  std::string copy = characters;
-  env->ReleaseStringUTFChars(text, characters);
-  env->DeleteLocalRef(text);
-  return copy;
+  return static_cast<T>(result);
 }
 
 }  // namespace
@@ -104,13 +90,13 @@ std::string takeWarnings() {
 }
 
 jobject newReport(const std::string& fields) {
-  jobject report = call("report");
+  jobject report = call("report", "()Lcom/tarvolin/povzel/PovZelReport;");
   if (!fields.empty()) set(report, fields);
   return report;
 }
 
 jthrowable newException() {
-  return static_cast<jthrowable>(call("error"));
+  return call<jthrowable>("error", "()Lcom/tarvolin/povzel/PovZelException;");
 }
 
 jobjectArray newReports(jint count, jobject element) {
@@ -121,11 +107,10 @@ jobjectArray newReports(jint count, jobject element) {
 }
 
 jlongArray newLongs(jint count) {
+  std::vector<jlong> values(count);
+  std::iota(values.begin(), values.end(), -77);
   jlongArray array = env->NewLongArray(count);
-  for (jint i = 0; i < count; ++i) {
-    const jlong value = i - 77;
-    env->SetLongArrayRegion(array, i, 1, &value);
-  }
+  env->SetLongArrayRegion(array, 0, count, values.data());
   return array;
 }
 
@@ -141,13 +126,18 @@ jstring newString(const std::string& modifiedUtf8) {
 }
 
 void set(jobject report, const std::string& fields) {
-  jstring text = newString(fields);
-  env->DeleteLocalRef(call("set", report, text));
-  env->DeleteLocalRef(text);
+  const Frame frame(1);
+  call("set", "(Ljava/lang/Object;Ljava/lang/String;)Ljava/lang/Object;", report,
+       newString(fields));
 }
 
 std::string shown(jobject object) {
-  return take(call("show", object));
+  const Frame frame(1);
+  jstring text = call<jstring>("show", "(Ljava/lang/Object;)Ljava/lang/String;", object);
+  const char* characters = env->GetStringUTFChars(text, nullptr);
+  std::string copy = characters;
+  env->ReleaseStringUTFChars(text, characters);
+  return copy;
 }
 
 }  // namespace jvm
