@@ -13,23 +13,16 @@ final class Reports {
     private Reports() {
     }
 
-    static PovZelReport report() throws IllegalAccessException {
-        return untouched(new PovZelReport());
-    }
-
-    static PovZelException error() throws IllegalAccessException {
-        PovZelException error = untouched(new PovZelException());
-        error.fatal = true;
-        return error;
-    }
-
-    private static <T> T untouched(T target) throws IllegalAccessException {
-        for (Field field : target.getClass().getFields()) {
-            if (field.getType().isPrimitive() && field.getType() != boolean.class) {
-                field.setByte(target, UNTOUCHED);
+    static Object create(Class<?> type) throws ReflectiveOperationException {
+        Object made = type.getDeclaredConstructor().newInstance();
+        for (Field field : type.getFields()) {
+            if (field.getType() == boolean.class) {
+                field.setBoolean(made, type == PovZelException.class);
+            } else if (field.getType().isPrimitive()) {
+                field.setByte(made, UNTOUCHED);
             }
         }
-        return target;
+        return made;
     }
 
     // Sets fields from a text such as "objType=-1 valueType=7 valueString=new".
@@ -45,7 +38,7 @@ final class Reports {
     }
 
     // The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size.
-    static String show(Object object) throws IllegalAccessException {
+    static String show(Object object) throws ReflectiveOperationException {
         if (object instanceof byte[] bytes) {
             return "<" + (bytes.length > MOST_SHOWN ? bytes.length
                     : new String(bytes, StandardCharsets.ISO_8859_1)) + ">";
@@ -60,7 +53,7 @@ final class Reports {
         if (!(object instanceof PovZelReport || object instanceof PovZelException)) {
             return String.valueOf(object);
         }
-        Object fresh = object instanceof PovZelReport ? report() : error();
+        Object fresh = create(object.getClass());
         String written = "";
         for (Field field : object.getClass().getFields()) {
             if (!Objects.equals(field.get(object), field.get(fresh))) {

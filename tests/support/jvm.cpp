@@ -48,14 +48,22 @@ void end(int status, void*) {
   _exit(status);
 }
 
-// Calls a static method of Reports.java, which gives a T.
-template <typename T = jobject, typename... Objects>
-T call(const char* method, const char* signature, Objects... objects) {
+// Calls a static method of Reports.java, which gives an object.
+template <typename... Objects>
+jobject call(const char* method, const char* signature, Objects... objects) {
   jmethodID id = env->GetStaticMethodID(helpers, method, signature);
   jobject result = env->CallStaticObjectMethod(helpers, id, objects...);
   if (env->ExceptionCheck()) die("exception in", method);
-  return static_cast<T>(result);
+  return result;
 }
+
+jobject create(const char* type) {
+  env->PushLocalFrame(2);
+  jclass found = env->FindClass(type);
+  return env->PopLocalFrame(call("create", "(Ljava/lang/Class;)Ljava/lang/Object;", found));
+}
+
+constexpr char report[] = "com/tarvolin/povzel/PovZelReport";
 
 }  // namespace
 
@@ -90,20 +98,17 @@ std::string takeWarnings() {
 }
 
 jobject newReport(const std::string& fields) {
-  jobject report = call("report", "()Lcom/tarvolin/povzel/PovZelReport;");
-  if (!fields.empty()) set(report, fields);
-  return report;
+  jobject made = create(report);
+  if (!fields.empty()) set(made, fields);
+  return made;
 }
 
 jthrowable newException() {
-  return call<jthrowable>("error", "()Lcom/tarvolin/povzel/PovZelException;");
+  return static_cast<jthrowable>(create("com/tarvolin/povzel/PovZelException"));
 }
 
 jobjectArray newReports(jint count, jobject element) {
-  jclass type = env->FindClass("com/tarvolin/povzel/PovZelReport");
-  jobjectArray array = env->NewObjectArray(count, type, element);
-  env->DeleteLocalRef(type);
-  return array;
+  return env->NewObjectArray(count, env->FindClass(report), element);
 }
 
 jlongArray newLongs(jint count) {
@@ -133,7 +138,7 @@ void set(jobject report, const std::string& fields) {
 
 std::string shown(jobject object) {
   const Frame frame(1);
-  jstring text = call<jstring>("show", "(Ljava/lang/Object;)Ljava/lang/String;", object);
+  auto* text = static_cast<jstring>(call("show", "(Ljava/lang/Object;)Ljava/lang/String;", object));
   const char* characters = env->GetStringUTFChars(text, nullptr);
   std::string copy = characters;
   env->ReleaseStringUTFChars(text, characters);
