@@ -145,20 +145,13 @@ TEST_F(Natives, AreNotMisledByTheLibrary) {
     EXPECT_EQ(5U, recorder::state.room);
   }
   clear();
-  recorder::state.body = "b";
   recorder::state.oops = {10, 10};
-  // Sizes, and what is shown of the object's oops or bytes.
-  for (const auto& [objClass, size, named, oops, bytes] :
-       {std::tuple{1857, INT32_MAX, INT32_MIN, "[64]", "<>"},
-        {1521, INT32_MIN, INT32_MAX, "[]", "<b>"},
-        {1857, 2, 5, "[10,10]", "<>"}}) {
-    for (const auto& [objImpl, content] : {std::pair{0, oops}, {1, bytes}}) {
-      recorder::state.results = {
-          {"impl", objImpl}, {"class", objClass}, {"size", size}, {"named", named}};
-      c.named["result"] = jvm::newReport("oop=4000");
-      EXPECT_EQ(0, c.call("setup result"));
-      EXPECT_THAT(c.shown("result"), HasSubstr(std::string("s=") + content));
-    }
+  for (const auto& [size, shown] :
+       {std::pair{INT32_MAX, "[64]"}, {INT32_MIN, "[]"}, {2, "[10,10]"}}) {
+    recorder::state.results = {{"class", 1857}, {"size", size}, {"named", INT32_MIN}};
+    c.named["result"] = jvm::newReport("oop=4000");
+    EXPECT_EQ(0, c.call("setup result"));
+    EXPECT_THAT(c.shown("result"), EndsWith(std::string(" valueLongs=") + shown));
   }
   recorder::state.pending = true;
   recorder::state.error.argCount = 1000;

@@ -27,12 +27,8 @@ std::string printed(std::string trace) {
   return std::regex_replace(trace, std::regex(";"), "\n").substr(1) + "\n";
 }
 
-class Trace : public testing::Test {
- protected:
-  static void SetUpTestSuite() { harness::initialize(1); }
-};
-
-TEST_F(Trace, TellsOfEveryStepAndChangesNothing) {
+TEST(Trace, TellsOfEveryStepAndChangesNothing) {
+  harness::initialize(1);
   const std::regex reference("(jarg|jobj)(\\[\\d+\\]) = -?\\d+");
   for (const harness::ScenarioSType& scenario : harness::scenarios()) {
     SCOPED_TRACE(scenario.call + " | " + scenario.given);
@@ -44,19 +40,18 @@ TEST_F(Trace, TellsOfEveryStepAndChangesNothing) {
     if (scenario.trace.empty()) continue;
     EXPECT_EQ(printed(scenario.trace), std::regex_replace(context.printed, reference, "$1$2 = P"));
   }
-}
-
-TEST_F(Trace, TellsOfAnErrorThatCannotBeReported) {
+  // An error that cannot be reported is told of.
   Context context;
   harness::clear();
   recorder::state.pending = true;
   jnitable::state = {.failAt = 1, .failName = "NewLongArray"};
   EXPECT_EQ(-1, context.call("logout"));
-  EXPECT_TRUE(context.printed.ends_with(printed(
-      ";ZEL ERROR: ;  Error:        2101;  Message:      something failed;  Category Oop: 231169"
-      ";  Context Oop:  777;  FatalFlag:    0;  Number Args:  3;        ArgOop[0]:  11"
-      ";        ArgOop[1]:  -1;        ArgOop[2]:  13;Allocation Error return;Returning: "
-      "-2;Returning: -1")));
+  EXPECT_THAT(context.printed,
+              EndsWith(printed(
+                  ";ZEL ERROR: ;  Error:        2101;  Message:      something failed"
+                  ";  Category Oop: 231169;  Context Oop:  777;  FatalFlag:    0;  Number Args:  3"
+                  ";        ArgOop[0]:  11;        ArgOop[1]:  -1;        ArgOop[2]:  13"
+                  ";Allocation Error return;Returning: -2;Returning: -1")));
 }
 
 }  // namespace

@@ -10,9 +10,6 @@ final class Reports {
     private static final byte UNTOUCHED = -77;
     private static final int MOST_SHOWN = 16;
 
-    private Reports() {
-    }
-
     static Object create(Class<?> type) throws ReflectiveOperationException {
         Object made = type.getDeclaredConstructor().newInstance();
         for (Field field : type.getFields()) {

@@ -69,10 +69,8 @@ constexpr char report[] = "com/tarvolin/povzel/PovZelReport";
 
 JNIEnv* start(std::initializer_list<const char*> options) {
   if (env != nullptr) return env;
-  void* library = dlopen(POVZEL_LIBJVM, RTLD_NOW | RTLD_GLOBAL);
-  if (library == nullptr) die("dlopen", dlerror());
-  auto* const create =
-      reinterpret_cast<decltype(&JNI_CreateJavaVM)>(dlsym(library, "JNI_CreateJavaVM"));
+  auto* const create = reinterpret_cast<decltype(&JNI_CreateJavaVM)>(
+      dlsym(dlopen(POVZEL_LIBJVM, RTLD_NOW | RTLD_GLOBAL), "JNI_CreateJavaVM"));
 
   std::vector<JavaVMOption> all = {{const_cast<char*>("vfprintf"), reinterpret_cast<void*>(print)}};
   std::vector<std::string> texts = {"-Djava.class.path=" POVZEL_CLASS_PATH, "-XX:+UseSerialGC",
@@ -83,7 +81,7 @@ JNIEnv* start(std::initializer_list<const char*> options) {
   JavaVMInitArgs arguments{JNI_VERSION_1_8, static_cast<jint>(all.size()), all.data(), JNI_FALSE};
   JavaVM* machine = nullptr;
   void* created = nullptr;
-  if (create(&machine, &created, &arguments) != JNI_OK) {
+  if (create == nullptr || create(&machine, &created, &arguments) != JNI_OK) {
     die("the JVM does not start", POVZEL_LIBJVM);
   }
   env = static_cast<JNIEnv*>(created);
