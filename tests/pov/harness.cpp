@@ -75,21 +75,10 @@ void give(Context& c, const std::string& what, const std::string& value) {
   }
 }
 
-// An array of new reports: of the oop `first` and of those behind it.
-jobjectArray reports(jint count, jint first) {
-  jobjectArray made = jvm::newReports(count);
-  for (jint i = 0; i < count; ++i) {
-    jobject report = jvm::newReport("objType=0 oop=" + std::to_string(first + 4 * i));
-    jvm::start()->SetObjectArrayElement(made, i, report);
-  }
-  return made;
-}
-
 }  // namespace
 
 void initialize(jint debugFlag) {
   recorder::install();
-  clear();
   Context().call("initialize 0 null 1000 256 " + std::to_string(debugFlag));
 }
 
@@ -101,17 +90,21 @@ void clear() {
 Context::Context() {
   named = {{"null", nullptr},
            {"result", jvm::newReport()},
-           {"both", reports(2, 4716)},
-           {"array", reports(5, 8000)},
+           {"both", jvm::newReports(2)},
+           {"array", jvm::newReports(5)},
            {"longs", jvm::newLongs(10)},
            {"bytes", jvm::newBytes("0123456789")},
            {"error", jvm::newException()}};
-  const auto element = [this](const char* array, int index) {
-    return env->GetObjectArrayElement(static_cast<jobjectArray>(named[array]), index);
+  const auto place = [this](const char* array, int index, int oop) {
+    jobject report = jvm::newReport("objType=0 oop=" + std::to_string(oop));
+    env->SetObjectArrayElement(static_cast<jobjectArray>(named[array]), index, report);
+    return report;
   };
-  named["object"] = element("both", 0);
-  named["other"] = element("both", 1);
-  named["element"] = element("array", 1);
+  named["object"] = place("both", 0, 4716);
+  named["other"] = place("both", 1, 4720);
+  for (const int index : {0, 2, 3, 4, 1}) {
+    named["element"] = place("array", index, 8000 + 4 * index);
+  }
 }
 
 jint Context::call(const std::string& text) {

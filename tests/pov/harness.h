@@ -13,10 +13,8 @@
 
 namespace harness {
 
-constexpr jint bufferOops = 250;
-
-// Starts the JVM and initializes the bridge with buffers of that size. Without that every call
-// fails.
+// Starts the JVM and initializes the bridge with buffers of 1000 bytes and 250 oops. Without that
+// every call fails.
 void initialize(jint debugFlag);
 
 // Puts both sides back to what they are at the start.

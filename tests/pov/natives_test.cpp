@@ -113,9 +113,9 @@ TEST_F(Natives, SurviveAnyFailureOfTheJvm) {
 // And no reference outlives its turn of a loop.
 TEST_F(Natives, AcceptWhatJustFits) {
   Context c;
-  recorder::state.oops.assign(bufferOops, 4000);
+  recorder::state.oops.assign(250, 4000);
   jobject text = jvm::newReport("objType=-1 valueType=7 valueString=text");
-  c.named["array"] = jvm::newReports(bufferOops, text);
+  c.named["array"] = jvm::newReports(250, text);
   for (const auto& [call, status] : {std::pair{"getObjs object 9223372036854775807 250 array", 250},
                                      {"getNamedObjs object 1 250 array", 250},
                                      {"putObjs object 1 250 array", 0},

@@ -68,14 +68,9 @@ setup result | result.oop=4000 impl=5 class=950 size=2 indexable=0
 setup result | result.oop=4000 impl=3 class=950
  => -1 | Describe(950) | oop=4000 classOop=950 classHistoryOop=0 objType=3 namedSize=0 indexedSize=0
  isCollection=true | Logic error:  Special oop processing
-setup result | result.oop=4000 FetchObjInfo=0
- => -1 | SaveObjs([4000],1)? FetchObjInfo(4000,1,256,*,*,*)? | oop=4000 | Failure in
- ZelFetchObjInfo() call
-setup result | result.oop=0 result.value=7 result.valueString=new NewOop=4000 impl=1 class=1169
- size=3 body=new
- => 0 | NewOop(1169)? StoreBytesInstanceOf(10,4000,1,<new>,3)? Describe(1169) IsKindOf(4000,1257)? |
- oop=4000 classOop=1169 classHistoryOop=0 objType=1 namedSize=0 indexedSize=3 isCollection=true
- valueType=5 valueBytes=<new> valueString=new
+setup result | result.oop=4000 FetchObjInfo=0 => -1 | SaveObjs([4000],1)?
+ FetchObjInfo(4000,1,256,*,*,*)? | oop=4000 | Failure in ZelFetchObjInfo() call
+setup result | result.oop=0 result.value=0 => 0 | | oop=10 objType=3 valueType=0
 
 isKindOf object other | object.oop=343597388392 object.valueType=7
  => 0 | IsKindOf(4712,4720)? | [343597388392,4720]
@@ -112,7 +107,6 @@ executeStr null result => executeStr(): NULL execStr argument
 executeStr '3' null => executeStr(): NULL result argument
 executeObj object result | Execute=31
  => 0 | Execute(4716,10)?? | oop=31 objType=3 valueType=3 valueLong=7
- ~;7:  ExecuteObj.;Returning: 0;     Execute str oop = 4716SEVEN
 executeObj null result => executeObj(): NULL exeObj argument
 executeObj object null => executeObj(): NULL result argument
 setup null => setup(): NULL result argument
@@ -134,7 +128,6 @@ perform object 'x' array 21 result => perform(): numArgs exceeds 20
 continue object other result 'not read' null | ContinueWith=31
  => 0 | NewOop(1045)? StoreOop(5000,1,4720)? ContinueWith(4716,5000,0,null)?? | oop=31 objType=3
  valueType=3 valueLong=7
- ~;7:  Continue.;Returning: 0;Normal continue.;Returning: 0;Continue: oop result = 31SEVEN
 continue object null result 'b\xc3\xa4d' 'at x\x0aat y' | ContinueWith=31
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<b\xc3\xa4d>,4)? NewOop(1169)?
  StoreBytesInstanceOf(10,5004,1,<at x\x0aat y>,9)? NewOop(1045)? StoreOop(5008,1,5000)?
@@ -143,7 +136,6 @@ continue object null result 'b\xc3\xa4d' 'at x\x0aat y' | ContinueWith=31
  ;Continue: oop result = 31SEVEN
 continue object null result null 'not read' | ContinueWith=31
  => 0 | ContinueWith(4716,1,0,null)?? | oop=31 objType=3 valueType=3 valueLong=7
- ~;7:  Continue.;Returning: 0;Interrupt continue.;Continue: oop result = 31SEVEN
 continue object null result 'm' null
  => -1 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<m>,1)? | | continue(): NULL errStk argument
 continue null other result null null => continue(): NULL process argument
@@ -155,7 +147,6 @@ getBytes object 4294967299 4 bytes | body=abcd => 4 | FetchBytes(4716,3,*,4)? | 
 getBytes object 1 10 bytes | body=abc
  => -1 | FetchBytes(4716,1,*,10)? | <abc3456789> | Number of bytes fetched does not match request
 putBytes object 4294967296 3 bytes => 0 | StoreBytesInstanceOf(10,4716,0,<012>,3)?
- ~;7: putBytes start 4294967296 num 3;Returning: 0;putBytes completed.;Returning: 0
 getObjs object 2 5 array | oops=4000,10
  => 2 | FetchVaryingOops(4716,2,*,5)? SaveObjs([4000],1)? | [4000,10,8008,8012,8016]
  ~;7: GetObjs start 2 num 5;Returning: 0
@@ -166,26 +157,20 @@ getNamedObjs object 2 3 array | oops=4000,10
 putObjs object 1 3 array | element.value=7 element.valueString=new
  => 0 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<new>,3)?
  StoreIdxOops(4716,1,[8000,5000,8008],3)? | [8000,5000,8008,8012,8016]
- ~;7: putObjs start 1 num 3;Returning: 0;Returning: 0;Returning: 0;Returning: 0
- ;putObjs completed.;Returning: 0
 putNamedObjs object 9 2 array | element.value=6 => 0 | StoreNamedOops(4716,9,[8000,0],2)?
-getObjs object 1 3 array | oops=10,10,10 hole=1
- => -1 | FetchVaryingOops(4716,1,*,3)? | [10,0,8008,8012,8016] | Problem with
- GetObjectArrayElement in getObjs()
+getObjs object 1 3 array | oops=10,10,10 hole=1 => -1 | FetchVaryingOops(4716,1,*,3)?
+ | [10,0,8008,8012,8016] | Problem with GetObjectArrayElement in getObjs()
 putObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in pubObjs()
 putNamedObjs object 1 3 array | hole=1 => Problem with GetObjectArrayElement in putNamedObjs()
 
 removeFromExportSet array 2 | element.value=4
  => 0 | FltToOop(-77)? ReleaseOops([8000,5000],2)? | [8000,5000,8008,8012,8016]
- ~;7:  removeFromExportSet.;     jobj[0] = P;Returning: 0;     oop[0] = 8000
- ;     jobj[1] = P;Returning: 0;     oop[1] = 5000;removeFromExportSet completed.;Returning: 0
 removeFromExportSet array 251 => removeFromExportSet(): numObjs exceeds buffer size
 removeFromExportSet array -1 => removeFromExportSet(): numObjs is negative
 removeFromExportSet array 6 => removeFromExportSet(): numObjs exceeds the length of objs
 removeFromExportSet null 1 => removeFromExportSet(): NULL objs argument
 removeFromExportSet array 2 | hole=1 => removeFromExportSet(): NULL objs element argument
 releaseOops longs 2 => 0 | ReleaseOops([4294967219,4294967220],2)?
- ~;7:  ReleaseOops.;     Releasing 2 oops:;     -77;     -76;ReleaseOops completed.;Returning: 0
 changedOops longs 10 | oops=4000,4294967280,4004
  => 3 | DirtySaveObjs(*,*)? | [4000,4294967280,4004,-74,-73,-72,-71,-70,-69,-68]
  ~;7:  ChangedOops.;     Returning 3 changed oops:;     4000;     4294967280;     4004
@@ -198,8 +183,7 @@ getBytes,putBytes object 1 11 bytes => NATIVE(): numBytes exceeds the length of 
 getBytes,putBytes object 1 0 null => NATIVE(): NULL bytes argument
 getBytes,putBytes null 1 1 bytes => NATIVE(): NULL obj argument
 getNamedObjs null 1 251 null => getNamedObjs(): buffer size exceeded
-getObjs,putObjs,putNamedObjs null 1 251 null
- => NATIVE(): numObjs requested exceeds buffer size
+getObjs,putObjs,putNamedObjs null 1 251 null => NATIVE(): numObjs requested exceeds buffer size
 getObjs,getNamedObjs,putObjs,putNamedObjs null 0 2147483647 null => NATIVE(): startIndex < 1
 getObjs,getNamedObjs,putObjs,putNamedObjs object 1 -1 array => NATIVE(): numObjs is negative
 getObjs,getNamedObjs,putObjs,putNamedObjs object 1 6 array

@@ -3,7 +3,6 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <tuple>
@@ -15,11 +14,6 @@ namespace recorder {
 StateSType state;
 
 namespace {
-
-[[noreturn]] void die(const char* what) {
-  std::fprintf(stderr, "recorder: %s\n", what);
-  std::abort();
-}
 
 // One argument. `count` is the call's last argument, which tells the length of any array before it.
 template <typename T>
@@ -58,7 +52,7 @@ std::string shownCall(const char* name, Args... arguments) {
 // The buffers that the bridge hands over are blocks of the heap.
 template <typename T, typename Source>
 ArraySizeType deliver(const Source& source, T* buffer, ArraySizeType room, bool onHeap = true) {
-  if (onHeap && malloc_usable_size(buffer) < room * sizeof(T)) die("a buffer is too small");
+  if (onHeap && malloc_usable_size(buffer) < room * sizeof(T)) std::abort();
   state.room = room;
   const auto count = std::min<std::size_t>(source.size(), room);
   std::copy_n(source.begin(), count, buffer);
@@ -143,9 +137,8 @@ ZelRtlJumpSType makeTable() {
   ZelRtlJumpSType made{};
   made.zelFeatureLevel = 312;
   made.zelCompatiblityLevel = 1;
-  constexpr std::size_t prefix = 3;
-#define TYPED(name, result, arguments) fill<name>(made.name, &#name[prefix]);
-#define UNTYPED(name) made.name = [] { die(#name); };
+#define TYPED(name, result, arguments) fill<name>(made.name, &#name[3]);
+#define UNTYPED(name) made.name = [] { std::abort(); };
   ZEL_RTL_SLOTS(TYPED, UNTYPED)
 #undef TYPED
 #undef UNTYPED
