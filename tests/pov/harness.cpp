@@ -102,9 +102,8 @@ Context::Context() {
   };
   named["object"] = place("both", 0, 4716);
   named["other"] = place("both", 1, 4720);
-  for (const int index : {0, 2, 3, 4, 1}) {
-    named["element"] = place("array", index, 8000 + 4 * index);
-  }
+  for (int i = 0; i < 5; ++i) place("array", i, 8000 + 4 * i);
+  named["element"] = place("array", 1, 8004);
 }
 
 jint Context::call(const std::string& text) {

@@ -202,7 +202,7 @@ std::vector<std::string> split(const std::string& text, const char* separator) {
   return {std::sregex_token_iterator(text.begin(), text.end(), pattern, -1), {}};
 }
 
-// `text` without its escapes: "\\x0a" is a byte.
+// `text` without its escapes: "\x0a" is a byte.
 std::string unescaped(std::string text) {
   for (std::size_t at = 0; (at = text.find("\\x", at)) != std::string::npos; ++at) {
     text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));

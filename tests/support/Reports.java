@@ -34,7 +34,8 @@ final class Reports {
         return target;
     }
 
-    // The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size.
+    // The fields that were written, "<bytes>", "[longs]", "[oops of reports]"; or its size. The oop
+    // of null is 0.
     static String show(Object object) throws ReflectiveOperationException {
         if (object instanceof byte[] bytes) {
             return "<" + (bytes.length > MOST_SHOWN ? bytes.length

@@ -63,7 +63,7 @@ jobject create(const char* type) {
   return env->PopLocalFrame(call("create", "(Ljava/lang/Class;)Ljava/lang/Object;", found));
 }
 
-constexpr char report[] = "com/tarvolin/povzel/PovZelReport";
+constexpr char reportClass[] = "com/tarvolin/povzel/PovZelReport";
 
 }  // namespace
 
@@ -96,7 +96,7 @@ std::string takeWarnings() {
 }
 
 jobject newReport(const std::string& fields) {
-  jobject made = create(report);
+  jobject made = create(reportClass);
   if (!fields.empty()) set(made, fields);
   return made;
 }
@@ -106,7 +106,7 @@ jthrowable newException() {
 }
 
 jobjectArray newReports(jint count, jobject element) {
-  return env->NewObjectArray(count, env->FindClass(report), element);
+  return env->NewObjectArray(count, env->FindClass(reportClass), element);
 }
 
 jlongArray newLongs(jint count) {
