@@ -96,6 +96,7 @@ isKindOf object other | object.value=9 object.valueLong=4298567296 object.valueI
  object.valueInt2=60
  => 0 | NewDateTime(1857,{2012,60,3600000,10})? IsKindOf(5000,4720)? | [5000,4720]
 isKindOf object other | IsKindOf=-3 => -3 | IsKindOf(4716,4720)?
+ ~;7: isKindOf.;Returning: 0;Returning: 0;isKindOf completed.;Returning: -3
 isKindOf null other => isKindOf(): NULL obj argument
 isKindOf object null => isKindOf(): NULL cls argument
 isKindOf object other | object.value=7 => getOop(): NULL valueString

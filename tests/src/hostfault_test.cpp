@@ -169,6 +169,48 @@ void chain() {
   page[1] = 1;
 }
 
+std::atomic<long> seen{0};
+
+void setSeenHandlers() {
+  for (const int signal : {SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
+    setAction(signal, SA_RESTART, [](int, siginfo_t*, void*) { ++seen; });
+  }
+}
+
+// Signals that the process survives, all the time while it touches guarded pages and starts
+// children and commands. Each signal is handed on, and each child does its work and is reaped.
+void storm() {
+  std::atomic<bool> over{false};
+  std::thread sender([&over] {
+    for (long sent = 0; !over;) {
+      for (const int signal : {SIGIO, SIGQUIT, SIGFPE, SIGXFSZ, SIGHUP, SIGPIPE}) {
+        kill(getpid(), signal);
+        // One that is sent while it is still pending would be one with that.
+        for (sent += signal != SIGIO; seen != sent;) std::this_thread::yield();
+      }
+    }
+  });
+  writeFile("client", "echo >> ends\n");
+  writeFile("server", "eval \"echo x >&$TARVOLIN_SERVER_PIPE\"; echo >> ends\n");
+  char* page = newPages(1);
+  char why[200];
+  PidType pid = 0;
+  SysErrorSType error;
+  for (int round = 0; round < 50; ++round) {
+    HostProtectPage(page, letPass, &error);
+    store(page + round);
+    if (!HostFork("/bin/sh client", nullptr, 0, why, sizeof why, "", "log", ".", &pid)) _exit(13);
+    if (!HostForkServer("/bin/sh server", why, sizeof why, &pid)) _exit(14);
+    if (HostForkServer("/nonexistent", why, sizeof why, &pid) || pid <= 0) _exit(15);
+    if (UnixIoSystem("exit 3", 0) != -1 || UnixIoSystem("exit 0", 0) != 0) _exit(16);
+  }
+  while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+  }
+  over = true;
+  sender.join();
+  if (segvInProgressCount != 0 || readFile("ends") != std::string(100, '\n')) _exit(17);
+}
+
 void interrupt() {
   HostEnableKbInt(count);
   raise(SIGINT);
@@ -224,6 +266,7 @@ TEST(HostFault, EndsBySignals) {
       {[] { raise(SIGQUIT); }, 3,
        unhandled + "3, SIGQUIT~    signal 3 , received from process ~   si_code: -6, SI_TKILL",
        [] { setAction(SIGQUIT, 0, HostFaultHandler); }},
+      {storm, survived, "~", setSeenHandlers},
       {interrupt, survived, ""},
   };
   for (const Case& one : cases) expectEnd(one);

@@ -3,7 +3,9 @@
 #include <dlfcn.h>
 
 #include <povzel/hostenv.h>
+#include <povzel/hostinit.h>
 #include <povzel/hoststrings.h>
+#include <povzel/hostsystem.h>
 #include "basics/fortests.h"
 #include "tests.h"
 
@@ -194,6 +196,58 @@ TEST_F(HostUsers, UserNameHomeAndAdministrators) {
   }
   EXPECT_TRUE(HostUserSysAdmin("SystemUser") && HostUserSysAdmin("DataCurator"));
   EXPECT_FALSE(HostUserSysAdmin("systemuser") || HostUserSysAdmin("SystemUsers"));
+}
+
+TEST(HostSystem, HostNameByResolver) {
+  static std::string given = "nowhere";
+  const ChildResult child = runInChild([] {
+    osCallsForTests.gethostname = [](char* name, std::size_t size) noexcept {
+      std::snprintf(name, size, "%s", given.c_str());
+      return given.empty() ? -1 : 0;
+    };
+    osCallsForTests.gethostbyname = [](const char* name) {
+      static char official[] = "host.example";
+      static hostent entry = {official, nullptr, 0, 0, nullptr};
+      return std::string(name) == "host" ? &entry : nullptr;
+    };
+    // Once the resolver has answered, it is asked no more.
+    const std::pair<const char*, ArraySizeType> calls[] = {{"nowhere", 32}, {"", 32}, {"host", 4},
+                                                           {"nowhere", 13}, {"", 12}, {"", 0}};
+    for (const auto& [name, size] : calls) {
+      given = name;
+      char found[32] = "";
+      const BoolType fits = HostGetHostname(found, size);
+      std::printf("<%d %s>", fits, found);
+    }
+  });
+  EXPECT_EQ(child.out,
+            "gethostbyname() failure for host nowhere\n<0 >gethostname() failure<0 ><0 hos>"
+            "<1 host.example><0 host.exampl><0 >");
+}
+
+TEST(HostSystem, DescriptionBeforeAndAfterInit) {
+  const ChildResult child = runInChild([] {
+    char text[400];
+    HostGetSystemName(text, sizeof text);
+    std::puts(text);
+    osCallsForTests.uname = [](utsname* is) noexcept {
+      *is = {"Linux", "povzelhost", "6.1-x", "#1 SMP", "i686", ""};
+      return 0;
+    };
+    HostInit();
+    for (const std::size_t size : {sizeof text, 7U}) {
+      HostGetSystemName(text, size);
+      std::puts(text);
+    }
+    const HostSystemInfoSType& info = *HostGetSystemInfo();
+    std::printf("%s %s %d %s", info.osName, info.nodeName,
+                info.cpuCount == HostGetCpuCount() && info.cpuCount >= 1, info.cpuMisc);
+    HostDisableFPE();
+    HostEnableFPE();
+  });
+  EXPECT_THAT(child.out, testing::MatchesRegex("x86 .Linux 2.6.18-8.el5PAE #1 SMP glibc-2.5-12.\n"
+                                               "povzelhost i686 .Linux 6.1-x #1 SMP.\npovzel\n"
+                                               "Linux povzelhost 1 [1-9][0-9][0-9]+MB"));
 }
 
 TEST(HostStrings, OrderByComparison) {

@@ -6,6 +6,26 @@
 
 namespace {
 
+TEST(UtlGlob, Table) {
+  const struct {
+    const char* pattern;
+    std::vector<const char*> matching, others;
+  } cases[] = {
+      {"[^a-c]x", {"dx", "^x", "\xFFx"}, {"bx", "x", "d"}},
+      {"[^b-]x", {"ax", "\x80x"}, {"bx", "zx"}},
+      {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
+      {"[\xFE-\x02]", {"\xFE", "\xFF", "\x01", "\x02"}, {"\x03", "a"}},
+      {"[*?\\]", {"*", "?", "\\"}, {"a"}},
+      {"[]a]", {}, {"a", "]", "a]", ""}},
+      {"[^]*[a-", {}, {"]a", "a", "-"}},
+      {"\\[a?\\a\\", {"[a?a\\", "[aba\\"}, {"aba\\", "[aa\\", "[aba"}},
+  };
+  for (const auto& c : cases) {
+    for (const char* text : c.matching) EXPECT_EQ(UtlGlob(c.pattern, text), 1) << c.pattern << text;
+    for (const char* text : c.others) EXPECT_EQ(UtlGlob(c.pattern, text), 0) << c.pattern << text;
+  }
+}
+
 TEST(UtlGlob, ManyStarsTakeNoLonger) {
   std::string pattern;
   for (int i = 0; i < 1000; ++i) pattern += "a*";
