@@ -12,6 +12,8 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 # Doubles are computed in SSE registers, never with x87 excess precision. Callers may align the
 # stack to 4 bytes only, so entry points realign it.
 add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-msse2;-mfpmath=sse;-mstackrealign>")
+# No file of the build names the place where it was built.
+add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=>")
 add_compile_definitions(_GNU_SOURCE)
 add_compile_options(
   "$<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wshadow;-Wcast-align;-Wundef;-Wformat-security;-Wvla>"
@@ -131,4 +133,40 @@ function(povzel_java name)
     COMMENT "Compiling ${name}"
     VERBATIM)
   add_custom_target(${name} ALL DEPENDS ${arg_OUTPUT})
+endfunction()
+
+# povzel_keep_debug(TARGET): copies the debug information of a program or library to build/debug, where
+# a debugger finds it by the build id (set debug-file-directory BUILD/debug).
+function(povzel_keep_debug name)
+  add_custom_command(
+    TARGET ${name} POST_BUILD
+    COMMAND ${CMAKE_SOURCE_DIR}/tools/keepdebug $<TARGET_FILE:${name}> ${CMAKE_BINARY_DIR}/debug
+    VERBATIM)
+endfunction()
+
+# povzel_installation(DIRECTORY TARGETS...): the target povzel_installation installs the component
+# runtime into DIRECTORY, as cmake --install does anywhere else, once the targets are built, and puts
+# the JVM of tools/setup beside it.
+function(povzel_installation directory)
+  set(stamp ${CMAKE_BINARY_DIR}/installation.stamp)
+  set(files)
+  foreach(target ${ARGN})
+    get_target_property(type ${target} TYPE)
+    list(APPEND files ${target})
+    if(NOT type STREQUAL UTILITY)
+      list(APPEND files $<TARGET_FILE:${target}>)
+    endif()
+  endforeach()
+  add_custom_command(
+    OUTPUT ${stamp}
+    COMMAND ${CMAKE_COMMAND} -DCMAKE_INSTALL_PREFIX=${directory} -DCMAKE_INSTALL_COMPONENT=runtime
+            -DCMAKE_INSTALL_MESSAGE=NEVER -P ${CMAKE_BINARY_DIR}/cmake_install.cmake
+    COMMAND ${CMAKE_COMMAND} -E create_symlink ${POVZEL_JRE} ${directory}/jre
+    COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
+    DEPENDS ${files} ${POVZEL_CLASSES} ${POVZEL_SHELL_CLASSES} ${POVZEL_ENGLISH_COMPILED}
+            ${CMAKE_SOURCE_DIR}/tools/gstack
+            ${CMAKE_SOURCE_DIR}/pov/com/tarvolin/povzel/shell/launcher
+    COMMENT "Installing into ${directory}"
+    VERBATIM)
+  add_custom_target(povzel_installation ALL DEPENDS ${stamp})
 endfunction()

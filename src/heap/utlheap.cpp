@@ -27,7 +27,7 @@ void* allocate(std::size_t length) {
 
 // Makes every page executable that the `length` bytes at `block` touch.
 bool makeExecutable(void* block, std::size_t length) {
-  static const std::uintptr_t pageSize = static_cast<std::uintptr_t>(UtlGetPageSize());
+  const auto pageSize = static_cast<std::uintptr_t>(UtlGetPageSize());
   const std::uintptr_t start = reinterpret_cast<std::uintptr_t>(block);
   const std::uintptr_t firstPage = start & ~(pageSize - 1);
   const std::uintptr_t lastByte = start + (length > 0 ? length - 1 : 0);
