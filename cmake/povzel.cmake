@@ -159,13 +159,13 @@ function(povzel_installation directory)
   endforeach()
   add_custom_command(
     OUTPUT ${stamp}
-    COMMAND ${CMAKE_COMMAND} -DCMAKE_INSTALL_PREFIX=${directory} -DCMAKE_INSTALL_COMPONENT=runtime
-            -DCMAKE_INSTALL_MESSAGE=NEVER -P ${CMAKE_BINARY_DIR}/cmake_install.cmake
+    COMMAND sh -c "'${CMAKE_COMMAND}' --install . --component runtime --prefix '${directory}' >install.log"
     COMMAND ${CMAKE_COMMAND} -E create_symlink ${POVZEL_JRE} ${directory}/jre
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
     DEPENDS ${files} ${POVZEL_CLASSES} ${POVZEL_SHELL_CLASSES} ${POVZEL_ENGLISH_COMPILED}
             ${CMAKE_SOURCE_DIR}/tools/gstack
             ${CMAKE_SOURCE_DIR}/pov/com/tarvolin/povzel/shell/launcher
+    WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
     COMMENT "Installing into ${directory}"
     VERBATIM)
   add_custom_target(povzel_installation ALL DEPENDS ${stamp})
