@@ -1,6 +1,8 @@
 // What the do-nothing interface library and the benchmark of the bridge agree on.
 #pragma once
 
+#include <cstdint>
+
 #include <povzel/zeltable.h>
 
 namespace idle {

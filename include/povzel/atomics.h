@@ -11,10 +11,10 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // A full memory fence: no read or write moves across the call in either direction.
-POVZEL_EXPORT void HostShrMemoryBarrier();
+POVZEL_EXPORT void HostShrMemoryBarrier(void);
 
 // Tries to take the lock word `lock` (0 free, 1 held, -1 locked for good): one exchange of 1 and,
 // while that finds it held, `spinCount` rounds of waiting, of which the last gives up without
@@ -35,4 +35,4 @@ POVZEL_EXPORT int HostAsmSyncCtrAdd(int* counter, int delta);
 POVZEL_EXPORT int HostAsmSyncOr(int* word, int mask);
 POVZEL_EXPORT int HostAsmSyncAnd(int* word, int mask);
 
-}  // extern "C"
+POVZEL_END_C

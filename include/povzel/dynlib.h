@@ -9,10 +9,10 @@
 
 #include <povzel/povzeltypes.h>
 
-using DynLibType = void*;          // an open library; null means none
-using DynLibFuncPtr = void (*)();  // cast to the function's real type before calling
+typedef void* DynLibType;             // an open library; null means none
+typedef void (*DynLibFuncPtr)(void);  // cast to the function's real type before calling
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Opens the library file `name` with lazy, global, deep binding. ".so" is appended when the part
 // after the last '/' has no '.'.
@@ -32,4 +32,4 @@ POVZEL_EXPORT void DynLibUnload(DynLibType dl);
 POVZEL_EXPORT DynLibFuncPtr DynLibGetFunc(DynLibType dl, const char* funcname, char* err,
                                           ArraySizeType errSize);
 
-}  // extern "C"
+POVZEL_END_C

@@ -23,38 +23,38 @@
 // errmsgreport.cpp (error reports).
 #pragma once
 
-#include <cstdarg>
-#include <cstddef>
-#include <cstdio>
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdio.h>
 
 #include <povzel/povzeltypes.h>
 #include <povzel/zeltable.h>
 
 // The category of the system's own errors; their numbers are those of ErrMsgTvErrNumToSym.
-constexpr OopType SystemErrCategoryOop = 3613;
+POVZEL_CONSTANT(OopType, SystemErrCategoryOop, 3613);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Writes a piece of an error report.
-using ErrMsgPrinterFuncType = void(const char* text);
+typedef void ErrMsgPrinterFuncType(const char* text);
 // Writes the object `oop` through `printer`.
-using ErrMsgObjPrinterFuncType = void(ErrMsgPrinterFuncType* printer, OopType oop);
+typedef void ErrMsgObjPrinterFuncType(ErrMsgPrinterFuncType* printer, OopType oop);
 
 // Opens the message file that the environment names (ErrUtlInit). Failures are reported on
 // standard error; the catalogue then gives the fallback form only. May be called again to open
 // another file.
-POVZEL_EXPORT void ErrMsgInit();
+POVZEL_EXPORT void ErrMsgInit(void);
 
 // Opens the same file afresh, as a child must after fork. Returns 0 if that fails; the catalogue
 // is then unusable.
-POVZEL_EXPORT BoolType ErrMsgReset();
+POVZEL_EXPORT BoolType ErrMsgReset(void);
 
 // Closes the file; the catalogue is then unusable.
-POVZEL_EXPORT void ErrMsgShutdown();
+POVZEL_EXPORT void ErrMsgShutdown(void);
 
 // Whether the catalogue is unusable ("panicked"): at start, after ErrMsgShutdown, and once the
 // file turned out to be unreadable. ErrMsgSetPanicked(1) keeps a failing process off the file.
-POVZEL_EXPORT BoolType ErrMsgGetPanicked();
+POVZEL_EXPORT BoolType ErrMsgGetPanicked(void);
 POVZEL_EXPORT void ErrMsgSetPanicked(BoolType panicked);
 
 // Returns the bare template of `symbol`, with backslash-n and double backslashes resolved, or
@@ -64,21 +64,21 @@ POVZEL_EXPORT char* ErrMsgGetString(const char* symbol);
 // Puts the text of `symbol` into `buffer`, cut to `size` bytes with its terminator; the last byte
 // of the buffer is zero in any case. Nothing is written for size 0. `kinds` may be null when there
 // are no arguments.
-POVZEL_EXPORT void ErrMsgSymToText(const char* symbol, char* buffer, std::size_t size,
-                                   const char* kinds, ...);
-POVZEL_EXPORT void ErrMsgBuildString(const char* symbol, char* buffer, std::size_t size,
+POVZEL_EXPORT void ErrMsgSymToText(const char* symbol, char* buffer, size_t size, const char* kinds,
+                                   ...);
+POVZEL_EXPORT void ErrMsgBuildString(const char* symbol, char* buffer, size_t size,
                                      const char* kinds, va_list arguments);
 
 // Writes the text of `symbol`, at most 2048 characters, to `stream` and flushes it; the second
 // without a time stamp.
-POVZEL_EXPORT void ErrMsgSymToFile(const char* symbol, std::FILE* stream, const char* kinds, ...);
-POVZEL_EXPORT void ErrMsgSymToFileNoTimeStamp(const char* symbol, std::FILE* stream,
-                                              const char* kinds, ...);
+POVZEL_EXPORT void ErrMsgSymToFile(const char* symbol, FILE* stream, const char* kinds, ...);
+POVZEL_EXPORT void ErrMsgSymToFileNoTimeStamp(const char* symbol, FILE* stream, const char* kinds,
+                                              ...);
 
 // Writes the printf format with its one or two strings, at most 1023 characters, to `stream` with
 // a time stamp, without the catalogue.
-POVZEL_EXPORT void ErrMsgSymToFile_1(const char* format, std::FILE* stream, const char* string1);
-POVZEL_EXPORT void ErrMsgSymToFile_2(const char* format, std::FILE* stream, const char* string1,
+POVZEL_EXPORT void ErrMsgSymToFile_1(const char* format, FILE* stream, const char* string1);
+POVZEL_EXPORT void ErrMsgSymToFile_2(const char* format, FILE* stream, const char* string1,
                                      const char* string2);
 
 // Returns the symbol of a system error number: null, or "errmsg.invalidErr", when unknown.
@@ -87,7 +87,7 @@ POVZEL_EXPORT const char* ErrMsgNumToSym(long number);
 
 // Puts the text of error `number` into `buffer` as ErrMsgSymToText does. A category other than
 // SystemErrCategoryOop gives "errmsg.userErrTxt".
-POVZEL_EXPORT void ErrMsgToTxt(OopType category, long number, char* buffer, std::size_t size);
+POVZEL_EXPORT void ErrMsgToTxt(OopType category, long number, char* buffer, size_t size);
 
 // Writes a report of several lines about `error`, whose number is `number`, through `printer`:
 // how many errors are in progress, the message, the category, and each argument by way of
@@ -96,4 +96,4 @@ POVZEL_EXPORT void ErrMsgWriteError(ErrMsgPrinterFuncType* printer,
                                     ErrMsgObjPrinterFuncType* objectPrinter, ZelErrSType* error,
                                     long number, BoolType displayOops, long errorsInProgress);
 
-}  // extern "C"
+POVZEL_END_C

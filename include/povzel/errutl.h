@@ -1,6 +1,6 @@
 // Message files: opens one, checks its header and parses its entries.
 //
-//   if (!ErrUtlInit(1, nullptr)) return;   // the file that TARVOLIN_LANG names, or the English one
+//   if (!ErrUtlInit(1, NULL)) return;   // the file that TARVOLIN_LANG names, or the English one
 //   ErrUtlEntrySType entry;
 //   BoolType bad;
 //   unsigned long line = 0;
@@ -15,44 +15,45 @@
 // Sources: errutl.cpp, errutlparse.cpp (ErrUtlNextSym).
 #pragma once
 
-#include <cstddef>
-#include <cstdio>
+#include <stddef.h>
+#include <stdio.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // The 20 bytes at the start of a compiled file, integers decoded.
-struct ErrUtlHdrSType {
+typedef struct ErrUtlHdrSType {
   unsigned char magic[4];
   unsigned char transform[4];  // significance, in bytes, of each byte of a stored integer
-  std::uint32_t vers;          // 1
-  std::uint32_t tabSize;       // hash slots, at least 1
-  std::uint32_t textBegin;     // offset of the first entry line
-};
-static_assert(sizeof(ErrUtlHdrSType) == 20);
+  uint32_t vers;               // 1
+  uint32_t tabSize;            // hash slots, at least 1
+  uint32_t textBegin;          // offset of the first entry line
+} ErrUtlHdrSType;
+POVZEL_STATIC_ASSERT(sizeof(ErrUtlHdrSType) == 20, "the layout of ErrUtlHdrSType has changed");
 
 // One slot of the hash table, which follows the header.
-struct ErrUtlHashSType {
-  std::uint32_t hash;  // HashStrHash of the symbol, case-sensitive
-  std::uint32_t
-      keyLoc;  // offset of the symbol as a C string; 0 when the hash is the symbol's alone
-  std::uint32_t valLoc;  // offset of the symbol's entry; 0 when the slot is empty
-};
-static_assert(sizeof(ErrUtlHashSType) == 12);
+typedef struct ErrUtlHashSType {
+  uint32_t hash;    // HashStrHash of the symbol, case-sensitive
+  uint32_t keyLoc;  // offset of the symbol as a C string; 0 when the hash is the symbol's alone
+  uint32_t valLoc;  // offset of the symbol's entry; 0 when the slot is empty
+} ErrUtlHashSType;
+POVZEL_STATIC_ASSERT(sizeof(ErrUtlHashSType) == 12, "the layout of ErrUtlHashSType has changed");
 
 enum { ErrUtlMaxArgs = 10 };  // arguments that a message may have
 
 // One parsed entry.
-struct ErrUtlEntrySType {
+typedef struct ErrUtlEntrySType {
   int expectedArgCount;         // largest numeral of the order list; 0 without one
   int argListSize;              // numerals in the list
   long loc;                     // offset of the entry's first line; set in table-building mode only
   int argOrder[ErrUtlMaxArgs];  // the numerals, as written
   ErrMsgStrType sym;            // at most 254 characters
   ErrMsgStrType buf;            // the text as written, escapes included
-};
-static_assert(offsetof(ErrUtlEntrySType, argOrder) == 12 && offsetof(ErrUtlEntrySType, sym) == 52);
+} ErrUtlEntrySType;
+POVZEL_STATIC_ASSERT(offsetof(ErrUtlEntrySType, argOrder) == 12 &&
+                         offsetof(ErrUtlEntrySType, sym) == 52,
+                     "the layout of ErrUtlEntrySType has changed");
 
 // The open file: its name (set before it is opened), its stream (null when there is none) and,
 // if it is a compiled one, its header.
@@ -65,7 +66,7 @@ POVZEL_EXPORT extern BoolType errutl_is_init;
 
 // The bytes that a compiled file starts with, and their address.
 POVZEL_EXPORT extern const unsigned char magicArray[4];
-POVZEL_EXPORT const unsigned char* ErrUtlGetMagic();
+POVZEL_EXPORT const unsigned char* ErrUtlGetMagic(void);
 
 // Returns 1 if the 4 bytes of `transform4` are 0 to 3 in some order and the 2 of `transform2` are
 // 0 and 1, else 0.
@@ -87,10 +88,10 @@ POVZEL_EXPORT BoolType ErrUtlReset(BoolType isCompiled);
 POVZEL_EXPORT BoolType ErrUtlInit(BoolType isCompiled, const char* fileName);
 
 // Returns 1 if the last ErrUtlInit succeeded.
-POVZEL_EXPORT BoolType ErrUtlIsUp();
+POVZEL_EXPORT BoolType ErrUtlIsUp(void);
 
 // Closes the file. ErrUtlIsUp answers as before.
-POVZEL_EXPORT void ErrUtlShutdown();
+POVZEL_EXPORT void ErrUtlShutdown(void);
 
 // Parses the next entry of `f` into *theEntry. Returns 1, or 0 at the end of the file.
 //
@@ -105,4 +106,4 @@ POVZEL_EXPORT BoolType ErrUtlNextSym(FILE* f, const char* fname, unsigned long* 
                                      ErrUtlEntrySType* theEntry, BoolType buildingTable,
                                      BoolType* syntaxErr);
 
-}  // extern "C"
+POVZEL_END_C

@@ -3,29 +3,29 @@
 //   HashTableSType table;
 //   HashTableInit(&table, 0, 0, HashCStrHash, HashCStrCompare);   // records are C strings
 //   VoidPtrType* slot = HashTableLookup(&table, "nil");
-//   if (slot != nullptr && *slot == nullptr) HashTableInsert(&table, slot, name);
+//   if (slot != NULL && *slot == NULL) HashTableInsert(&table, slot, name);
 //
-//   for (VoidPtrType* at = nullptr; HashTableEnumerate(&table, &at), at != nullptr;) use(*at);
+//   for (VoidPtrType* at = NULL; HashTableEnumerate(&table, &at), at != NULL;) use(*at);
 //
 // The table knows records only through the caller's two functions. It holds pointers to them, or
 // copies of its own, and prints nothing. Nothing here locks.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-using VoidPtrType = void*;
+typedef void* VoidPtrType;
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // The hash of a record; equal records have equal hashes.
-using HashFType = unsigned int(const void* record);
+typedef unsigned int HashFType(const void* record);
 // Returns non-zero when the record that is looked for (first) equals a stored one (second).
-using HashCompareFType = BoolType(const void* probe, const void* stored);
+typedef BoolType HashCompareFType(const void* probe, const void* stored);
 
 // The caller owns this record and may read it; only the functions below change it.
-struct HashTableSType {
+typedef struct HashTableSType {
   long indexOfPrime;      // which size of the series the table has
   BoolType copyKeys;      // the table owns copies of the records
   long keySize;           // bytes of such a copy
@@ -37,18 +37,18 @@ struct HashTableSType {
   HashCompareFType* compareFunc;
   VoidPtrType* table;   // the slots: a record each, or null; null while there are none
   VoidPtrType* endPtr;  // one past the last slot
-};
-static_assert(sizeof(HashTableSType) == 44 && offsetof(HashTableSType, hashFunc) == 28 &&
-              offsetof(HashTableSType, endPtr) == 40);
+} HashTableSType;
+POVZEL_STATIC_ASSERT(sizeof(HashTableSType) == 44 && offsetof(HashTableSType, hashFunc) == 28 &&
+                         offsetof(HashTableSType, endPtr) == 40,
+                     "the layout of HashTableSType has changed");
 
 // Three Pearson hashes of the `count` bytes, side by side: 0 to 2^24 - 1, and 0 for no bytes.
 // With `caseSensitive` 0 every byte counts as its upper case in the C library's locale.
-POVZEL_EXPORT long HashStrHash(const ByteType* bytes, std::size_t count, BoolType caseSensitive);
+POVZEL_EXPORT long HashStrHash(const ByteType* bytes, size_t count, BoolType caseSensitive);
 
 // The same of 16-bit characters, high byte first, each taken modulo 255; upper case counts for
 // codes up to 255. `sizeBytes` is even: an odd last byte is ignored.
-POVZEL_EXPORT long HashDbStrHash(const ByteType* bytes, std::size_t sizeBytes,
-                                 BoolType caseSensitive);
+POVZEL_EXPORT long HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitive);
 
 // HashStrHash of a C string, case-sensitive, and equality of two C strings, byte for byte: the
 // pair for tables of C strings.
@@ -90,4 +90,4 @@ POVZEL_EXPORT void HashTableClear(HashTableSType* table);
 // Records come in slot order. Inserts that grow the table, and clearing it, end the enumeration.
 POVZEL_EXPORT void HashTableEnumerate(HashTableSType* table, VoidPtrType** cursor);
 
-}  // extern "C"
+POVZEL_END_C

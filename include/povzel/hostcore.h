@@ -4,7 +4,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Dumps core into a directory of its own ("coredir", process id and host name) in the current
 // directory, then moves the file up as "core" and the process id and removes the directory. Prints
@@ -20,4 +20,4 @@ extern "C" {
 // the system's core pattern hands cores to a program. With `noHalt` set, returns 1 at once.
 POVZEL_EXPORT BoolType HostCoredump(BoolType explicitlyRequested);
 
-}  // extern "C"
+POVZEL_END_C

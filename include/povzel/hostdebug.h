@@ -12,10 +12,10 @@
 
 #include <povzel/povzeltypes.h>
 
-using HostOnDebugHandlerType = void (*)();
-using HostFatalReportFuncType = void();
+typedef void (*HostOnDebugHandlerType)(void);
+typedef void HostFatalReportFuncType(void);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // When non-zero, the fatal paths return at once. The library never sets it.
 POVZEL_EXPORT extern BoolType noHalt;
@@ -31,7 +31,7 @@ POVZEL_EXPORT void HostInstallFatalReportHandler(HostFatalReportFuncType* report
 // core (HostCoredump) and exits with status 3. A second call while the first is still at work
 // prints "Recursive error caught!" and aborts. Returns 0, and only when `noHalt` is set; then
 // nothing at all has been done.
-POVZEL_EXPORT int HostCallDebugger();
+POVZEL_EXPORT int HostCallDebugger(void);
 
 // Prints `msg` (null counts as empty) and a newline on standard output, then does the same as
 // HostCallDebugger, whose result it returns.
@@ -43,7 +43,7 @@ POVZEL_EXPORT unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long
 
 // Waits until a debugger has attached and set the variable `attached` of the waiting frame. The
 // first waits only when the environment variable TARVOLIN_CHILD_DEBUG has a value.
-POVZEL_EXPORT void HostWaitForDebugger();
-POVZEL_EXPORT void HostExplicitWaitForDebugger();
+POVZEL_EXPORT void HostWaitForDebugger(void);
+POVZEL_EXPORT void HostExplicitWaitForDebugger(void);
 
-}  // extern "C"
+POVZEL_END_C

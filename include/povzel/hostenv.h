@@ -9,7 +9,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Copies the value of the variable `inStr` to `outStr`, which holds `outSize` bytes with the
 // terminator. Returns 1, or 0 with `outStr` untouched when the variable is unset, empty or does
@@ -20,4 +20,4 @@ POVZEL_EXPORT BoolType HostGetEnv(const char* inStr, char* outStr, ArraySizeType
 // holds the pair stays allocated for the life of the process, even when it is replaced.
 POVZEL_EXPORT BoolType HostSetEnv(const char* name, const char* value);
 
-}  // extern "C"
+POVZEL_END_C

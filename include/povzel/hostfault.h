@@ -16,15 +16,18 @@
 // hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report).
 #pragma once
 
-#include <csignal>
+#include <signal.h>
+#ifndef SA_SIGINFO  // <signal.h> keeps siginfo_t back from programs in strict ISO C
+#include <bits/types/siginfo_t.h>
+#endif
 
 #include <povzel/povzeltypes.h>
 
-using HostFaultFuncType = void();
-using HostSigExitHandlerType = void (*)();
-using HostShrMemFuncType = void (*)();
+typedef void HostFaultFuncType(void);
+typedef void (*HostSigExitHandlerType)(void);
+typedef void (*HostShrMemFuncType)(void);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // How many SIGSEGV handlers are running now, in all threads together. The third ends the process.
 POVZEL_EXPORT extern long segvInProgressCount;
@@ -35,7 +38,7 @@ POVZEL_EXPORT void HostInstallFaultHandler(HostFaultFuncType* flushFiles,
                                            HostFaultFuncType* shutDown);
 
 // Puts back every action that HostInstallFaultHandler replaced.
-POVZEL_EXPORT void HostShutDown();
+POVZEL_EXPORT void HostShutDown(void);
 
 // The handler itself, with the arguments of any SA_SIGINFO handler. A program that has a handler of
 // its own in front may call it for the signals that it does not want.
@@ -47,11 +50,11 @@ POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
 
 // From now on a fault, an illegal instruction or an abort ends the process at once with status 1,
 // without report or core.
-POVZEL_EXPORT void HostExitOnFault();
+POVZEL_EXPORT void HostExitOnFault(void);
 
 // From now on touching a guarded page ends the process with status 1, although its handler took
 // the access.
-POVZEL_EXPORT void HostExitOnGuardPageAccess();
+POVZEL_EXPORT void HostExitOnGuardPageAccess(void);
 
 // Records a shared-memory address and a function for the embedding program.
 POVZEL_EXPORT void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function);
@@ -63,10 +66,10 @@ POVZEL_EXPORT void HostDelaySigExit(HostSigExitHandlerType postpone,
                                     HostSigExitHandlerType complete);
 
 // Carries out the exit that was postponed. Does nothing when none was.
-POVZEL_EXPORT void HostDoSigExit();
+POVZEL_EXPORT void HostDoSigExit(void);
 
 // Set and return whether a fatal error has been seen. The fatal paths set it. Signal-safe.
 POVZEL_EXPORT void HostSetFatalErr(BoolType fatal);
-POVZEL_EXPORT BoolType HostGetFatalErr();
+POVZEL_EXPORT BoolType HostGetFatalErr(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -2,7 +2,7 @@
 //
 //   HostErrSType why;
 //   FILE* log = HostOpenFile("$HOME/x.log", "a", &why, 1);
-//   if (log == nullptr) ...  // why.theErrno says
+//   if (log == NULL) ...  // why.theErrno says
 //
 // Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
 // operation work under the process's real ids; the effective ids are back when it returns. Error
@@ -15,13 +15,14 @@
 // (HostDirectory).
 #pragma once
 
-#include <cstddef>
-#include <cstdio>
+#include <stddef.h>
+#include <stdio.h>
 
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
-enum HostFileKindEType : std::int32_t {
+POVZEL_ENUM_TYPE(HostFileKindEType, int32_t);
+enum POVZEL_ENUM(HostFileKindEType, int32_t) {
   HOST_FILE_KIND_FILE = 0,
   HOST_FILE_KIND_DIR = 1,
   HOST_FILE_KIND_CHRDEVICE = 2,
@@ -32,15 +33,15 @@ enum HostFileKindEType : std::int32_t {
 };
 
 // Called for each directory entry; `separator` is "/". The result is ignored.
-using HostDirFType = int(const char* directory, const char* entry, const char* separator,
+typedef int HostDirFType(const char* directory, const char* entry, const char* separator,
                          void* clientData);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Opens the stream `fileName` with the fopen mode `openMode`. Returns null with errno in `fileErr`
 // when that fails.
-POVZEL_EXPORT std::FILE* HostOpenFile(const char* fileName, const char* openMode,
-                                      HostErrSType* fileErr, BoolType userFile);
+POVZEL_EXPORT FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType* fileErr,
+                                 BoolType userFile);
 
 // open and open64 of `name`, which is not expanded; `mode` counts when `flags` create the file. An
 // interrupted call is made again unless a termination request is pending. Returns the descriptor,
@@ -95,13 +96,13 @@ POVZEL_EXPORT BoolType HostReadFile(int fd, ByteType* dest, int numBytes, int* e
 POVZEL_EXPORT BoolType HostWriteFile(int fd, ByteType* src, int numBytes, int* errnoPtr);
 
 // Stores the stream's position (-1 if it has none), or goes to the position `*filePos`.
-POVZEL_EXPORT void Hostftell(std::FILE* filePtr, long* filePos);
-POVZEL_EXPORT void Hostfseek(std::FILE* filePtr, const long* filePos);
+POVZEL_EXPORT void Hostftell(FILE* filePtr, long* filePos);
+POVZEL_EXPORT void Hostfseek(FILE* filePtr, const long* filePos);
 
 // Returns the index of the first byte equal to `target` among the `length` bytes at `aStr`, or -1.
 POVZEL_EXPORT int HostSearchBytes(const ByteType* aStr, ByteType target, ArraySizeType length);
 
 // Does nothing on this platform.
-POVZEL_EXPORT void HostResetIo();
+POVZEL_EXPORT void HostResetIo(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -6,11 +6,11 @@
 // The expander works in the caller's buffer alone.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Expands the file name `inbuf` into `outbuf`, which holds `outbufLength` bytes with the terminator
 // and may be `inbuf` itself.
@@ -36,6 +36,6 @@ POVZEL_EXPORT void HostExpandFileName(const char* inbuf, char* outbuf, ArraySize
 // Puts the name of a file that does not exist into `buff`: the C library's tempnam for the expanded
 // "/usr/tmp", so $TMPDIR comes before that directory and /tmp after it. `buff` becomes empty when
 // there is no such name or it does not fit into `buffSize` bytes.
-POVZEL_EXPORT void HostTempFileSpec(char* buff, std::size_t buffSize);
+POVZEL_EXPORT void HostTempFileSpec(char* buff, size_t buffSize);
 
-}  // extern "C"
+POVZEL_END_C

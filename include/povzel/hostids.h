@@ -11,12 +11,12 @@
 #include <povzel/povzeltypes.h>
 
 // An effective identity, kept to be restored.
-struct HostUserIdSType {
-  std::uint32_t uid;
-  std::uint32_t gid;
-};
+typedef struct HostUserIdSType {
+  uint32_t uid;
+  uint32_t gid;
+} HostUserIdSType;
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Stores the effective ids in `oldUserId` unless that is null, then makes the real group id and
 // the real user id effective.
@@ -26,4 +26,4 @@ POVZEL_EXPORT void HostUseRealId(HostUserIdSType* oldUserId);
 // ids. Fails silently where the system refuses the change.
 POVZEL_EXPORT void HostSetUserId(const HostUserIdSType* userId);
 
-}  // extern "C"
+POVZEL_END_C

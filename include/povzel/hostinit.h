@@ -7,7 +7,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Prepares the process for everything else in the host layer: reads what the environment and the
 // system say of it, opens the message catalogue, unblocks all signals, raises the soft limits on
@@ -15,6 +15,6 @@ extern "C" {
 // SIGIO unless the program handles it. Must run once, before other threads do; calls after the
 // first do nothing. A limit that cannot be raised ends the process with status 3 and a report on
 // standard error.
-POVZEL_EXPORT void HostInit();
+POVZEL_EXPORT void HostInit(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -15,9 +15,9 @@
 
 #include <povzel/povzeltypes.h>
 
-using HostMutexSType = pthread_mutex_t;
+typedef pthread_mutex_t HostMutexSType;
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Makes *mutex a free mutex.
 POVZEL_EXPORT void HostMutexInit(HostMutexSType* mutex);
@@ -36,4 +36,4 @@ POVZEL_EXPORT void HostMutexRelease(HostMutexSType* mutex);
 // "HostMutexError :  caller line %ld\n", then fails as above.
 POVZEL_EXPORT void HostMutexError(long lineNum);
 
-}  // extern "C"
+POVZEL_END_C

@@ -10,18 +10,18 @@
 // Nothing here locks: threads that guard pages at the same time must take turns.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
 // Gets the page's address and the address of the access (0 when it is not known); returns true
 // when the access is its to deal with.
-using HostProtectHandlerFType = BoolType (*)(char* pageAddr, char* faultAddr);
+typedef BoolType (*HostProtectHandlerFType)(char* pageAddr, char* faultAddr);
 
-constexpr int HostMaxProtectedPages = 16;
+POVZEL_CONSTANT(int, HostMaxProtectedPages, 16);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Makes the page at `pageAddr` inaccessible and guards it with `handler` (null takes no access),
 // which replaces the one it has. Returns 1, or 0 with the reason in *err: not the start of a page,
@@ -35,7 +35,7 @@ POVZEL_EXPORT BoolType HostUnProtectPage(char* pageAddr);
 
 // Makes `numBytes` bytes from `addr`, which must start a page, read-only, or readable and
 // writable. Returns whether the system did. Signal-safe.
-POVZEL_EXPORT BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes);
-POVZEL_EXPORT BoolType HostBasicUnprotectPage(char* addr, std::size_t numBytes);
+POVZEL_EXPORT BoolType HostBasicProtectPageReadOnly(char* addr, size_t numBytes);
+POVZEL_EXPORT BoolType HostBasicUnprotectPage(char* addr, size_t numBytes);
 
-}  // extern "C"
+POVZEL_END_C

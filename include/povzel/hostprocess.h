@@ -16,14 +16,15 @@
 
 #include <povzel/povzeltypes.h>
 
-enum HostProcessEType : int {
+POVZEL_ENUM_TYPE(HostProcessEType, int);
+enum POVZEL_ENUM(HostProcessEType, int) {
   HOST_PROCESS_BATCH = 0,
   HOST_PROCESS_INTERACTIVE = 1,
   HOST_PROCESS_NETWORK = 2,
   HOST_PROCESS_OTHER = 3,
 };
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Starts the command line `cmd` (words separated by white space, no quoting) as a child in a
 // session of its own, with its output in a log file.
@@ -55,7 +56,7 @@ POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType 
 POVZEL_EXPORT BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec);
 
 // Ends this process at once by SIGKILL, after the application's file flusher.
-POVZEL_EXPORT void HostKillProcess();
+POVZEL_EXPORT void HostKillProcess(void);
 
 // Sends SIGKILL, or SIGTERM, to `pid`. Returns 1, or 0 with errno set.
 POVZEL_EXPORT BoolType HostKillOtherProcess(PidType pid);
@@ -65,15 +66,15 @@ POVZEL_EXPORT BoolType HostTerminateOtherProcess(PidType pid);
 POVZEL_EXPORT BoolType HostGetProcessId(PidType* processID);
 
 // Tells from standard input how this process was started.
-POVZEL_EXPORT HostProcessEType HostGetProcessKind();
+POVZEL_EXPORT HostProcessEType HostGetProcessKind(void);
 
 // Returns the name of this process's log, when it was started with one, else null. The library
 // owns the text.
-POVZEL_EXPORT char* HostGetChildLogPtr();
+POVZEL_EXPORT char* HostGetChildLogPtr(void);
 
 // Joins the arguments after the program's name, each followed by a blank, into `commandLine`
 // (`length` bytes with the terminator), stopping before the first that does not fit.
 POVZEL_EXPORT void HostGetCommandLine(char* commandLine, ArraySizeType length, int argc,
                                       char** argv);
 
-}  // extern "C"
+POVZEL_END_C

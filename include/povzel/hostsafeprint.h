@@ -6,10 +6,10 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Writes `msg` to the file descriptor of standard error, all of it in one write where the system
 // takes it whole. Gives up on any error but an interruption. Keeps errno.
 POVZEL_EXPORT void HostSignalSafePrint(const char* msg);
 
-}  // extern "C"
+POVZEL_END_C

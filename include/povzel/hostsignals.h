@@ -7,13 +7,13 @@
 
 #include <povzel/povzeltypes.h>
 
-using HostKbIntFuncType = void(int signal);
+typedef void HostKbIntFuncType(int signal);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Sets SIGTERM, or SIGIO, to ignored.
-POVZEL_EXPORT void HostIgnoreSigTerm();
-POVZEL_EXPORT void HostIgnoreSigIo();
+POVZEL_EXPORT void HostIgnoreSigTerm(void);
+POVZEL_EXPORT void HostIgnoreSigIo(void);
 
 // Has `routine` called on SIGINT, unless that was ignored when the program started: then it stays
 // ignored, as it does in a background job.
@@ -21,16 +21,16 @@ POVZEL_EXPORT void HostEnableKbInt(HostKbIntFuncType* routine);
 
 // Blocks every signal of the calling thread, and unblocks every one again. A call that finds its
 // work done already does nothing. Both keep errno.
-POVZEL_EXPORT void HostDisableInterrupts();
-POVZEL_EXPORT void HostEnableInterrupts();
+POVZEL_EXPORT void HostDisableInterrupts(void);
+POVZEL_EXPORT void HostEnableInterrupts(void);
 
 // Profiling by sampling is not part of this library: these say so on standard output.
 POVZEL_EXPORT void HostBeginSampling(const char* file);
-POVZEL_EXPORT void HostStopSampling();
+POVZEL_EXPORT void HostStopSampling(void);
 
 // Calls `func` on SIGVTALRM after each `millisec` milliseconds of CPU time. Returns 1, or 0 when
 // the system refused the timer. HostStopProfTimer ends that and puts the old action back.
 POVZEL_EXPORT BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func);
-POVZEL_EXPORT void HostStopProfTimer();
+POVZEL_EXPORT void HostStopProfTimer(void);
 
-}  // extern "C"
+POVZEL_END_C

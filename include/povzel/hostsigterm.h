@@ -6,18 +6,18 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Adds one request. Signal-safe.
-POVZEL_EXPORT void HostIncrementSigTerm();
+POVZEL_EXPORT void HostIncrementSigTerm(void);
 
 // Returns the number of requests. Signal-safe.
-POVZEL_EXPORT int HostGetSigTerm_();
+POVZEL_EXPORT int HostGetSigTerm_(void);
 
 // The same; `file` and `line` tell a debugger who asks. Signal-safe.
 POVZEL_EXPORT int HostGetSigTerm(const char* file, int line);
 
 // Forgets all requests and returns how many there were. Signal-safe.
-POVZEL_EXPORT int HostClearSigTerm();
+POVZEL_EXPORT int HostClearSigTerm(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -4,7 +4,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Runs `theCommand` as HostInteractiveSpawn does, while this process ignores SIGINT, SIGQUIT,
 // SIGTTOU and SIGTTIN.
@@ -19,4 +19,4 @@ POVZEL_EXPORT BoolType HostSpawn(const char* theCommand);
 // because nobody keeps children's statuses (errno ECHILD, which is cleared); otherwise 0.
 POVZEL_EXPORT BoolType HostInteractiveSpawn(const char* theCommand);
 
-}  // extern "C"
+POVZEL_END_C

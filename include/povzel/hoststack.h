@@ -5,9 +5,9 @@
 
 #include <povzel/povzeltypes.h>
 
-using PrintStackFuncType = void();
+typedef void PrintStackFuncType(void);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Prints the C stacks of the process `forPid` by running "$TARVOLIN/bin/gstack" with its id, and
 // says so when that program is not there. Does nothing for -1. Waits for the programs it runs.
@@ -15,10 +15,10 @@ extern "C" {
 POVZEL_EXPORT void HostPrintCStack(PidType forPid);
 
 // Prints the C stacks of this process. Signal-safe but for the same.
-POVZEL_EXPORT void HostPrintMyCStack();
+POVZEL_EXPORT void HostPrintMyCStack(void);
 
 // Registers the function that prints the interpreter's stack after the C stack; null for none. It
 // is called in signal handlers. Signal-safe.
 POVZEL_EXPORT void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* function);
 
-}  // extern "C"
+POVZEL_END_C

@@ -5,18 +5,19 @@
 #include <povzel/povzeltypes.h>
 
 // What HostInit has found out; all names are cut to their fields.
-struct HostSystemInfoSType {
+typedef struct HostSystemInfoSType {
   char osName[20];
   char nodeName[80];
   char osRelease[20];
   char osVersion[24];
   char cpuKind[20];  // the machine name
-  std::int32_t cpuCount;
+  int32_t cpuCount;
   char cpuMisc[80];  // the physical memory, as in "512MB"
-};
-static_assert(sizeof(HostSystemInfoSType) == 248);
+} HostSystemInfoSType;
+POVZEL_STATIC_ASSERT(sizeof(HostSystemInfoSType) == 248,
+                     "the layout of HostSystemInfoSType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Puts the host's official name into `nameBuf`, cut to `bufLen` bytes with its terminator. The
 // resolver is asked until it has answered once. Returns 1, or 0 when the name was cut, is empty or
@@ -29,13 +30,13 @@ POVZEL_EXPORT BoolType HostGetHostname(char* nameBuf, ArraySizeType bufLen);
 POVZEL_EXPORT void HostGetSystemName(char* nameBuf, ArraySizeType bufLen);
 
 // Returns the record that HostInit has filled.
-POVZEL_EXPORT HostSystemInfoSType* HostGetSystemInfo();
+POVZEL_EXPORT HostSystemInfoSType* HostGetSystemInfo(void);
 
 // Returns the number of processors in use.
-POVZEL_EXPORT long HostGetCpuCount();
+POVZEL_EXPORT long HostGetCpuCount(void);
 
 // Do nothing on this platform.
-POVZEL_EXPORT void HostDisableFPE();
-POVZEL_EXPORT void HostEnableFPE();
+POVZEL_EXPORT void HostDisableFPE(void);
+POVZEL_EXPORT void HostEnableFPE(void);
 
-}  // extern "C"
+POVZEL_END_C

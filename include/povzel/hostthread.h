@@ -1,28 +1,27 @@
 // Threads of the process, over POSIX threads. Any thread may call.
 //
 //   HostThreadType thread;
-//   if (HostThreadCreate(&thread, serve, socket, 1 << 20) == 0) HostThreadJoin(thread, nullptr);
+//   if (HostThreadCreate(&thread, serve, socket, 1 << 20) == 0) HostThreadJoin(thread, NULL);
 #pragma once
 
 #include <pthread.h>
-
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-using HostThreadType = pthread_t;
-using HostThreadFuncType = void*(void* arg);
+typedef pthread_t HostThreadType;
+typedef void* HostThreadFuncType(void* arg);
 
-static_assert(sizeof(HostThreadType) == 4);
+POVZEL_STATIC_ASSERT(sizeof(HostThreadType) == 4, "the width of HostThreadType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Starts a thread that runs funcPtr(arg), with a stack of at least `minStackSize` bytes; 0 and
 // sizes up to the default give the default size. If the size cannot be set, the reason goes to
 // standard output and the thread gets the default. *threadId receives its id. Returns 0, or the
 // error number of pthread_create.
 POVZEL_EXPORT int HostThreadCreate(HostThreadType* threadId, HostThreadFuncType* funcPtr, void* arg,
-                                   std::size_t minStackSize);
+                                   size_t minStackSize);
 
 // Sends `sig` to the thread (0 only checks). Returns 0 or an error number.
 POVZEL_EXPORT int HostThreadKill(HostThreadType threadId, int sig);
@@ -35,9 +34,9 @@ POVZEL_EXPORT int HostThreadJoin(HostThreadType threadId, void** value_ptr);
 POVZEL_EXPORT int HostThreadEqual(HostThreadType t1, HostThreadType t2);
 
 // Returns the calling thread's id.
-POVZEL_EXPORT HostThreadType HostThreadSelf();
+POVZEL_EXPORT HostThreadType HostThreadSelf(void);
 
 // Ends the calling thread; HostThreadJoin hands out `value_ptr`.
-[[noreturn]] POVZEL_EXPORT void HostThreadExit(void* value_ptr);
+POVZEL_NORETURN POVZEL_EXPORT void HostThreadExit(void* value_ptr);
 
-}  // extern "C"
+POVZEL_END_C

@@ -6,19 +6,19 @@
 // Sources: hosttime.cpp, hoststatistics.cpp (HostStatistics).
 #pragma once
 
-#include <clocale>
-#include <ctime>
+#include <locale.h>
+#include <time.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns the CPU time used since HostInit, user and system, in milliseconds; -1 when the system
 // does not say.
-POVZEL_EXPORT long HostClock();
+POVZEL_EXPORT long HostClock(void);
 
 // Returns the CPU time that the process has used, user and system, in seconds.
-POVZEL_EXPORT double HostGetCpuTime();
+POVZEL_EXPORT double HostGetCpuTime(void);
 
 // Store the time of day: seconds since 1970 and microseconds, or milliseconds. HostFtime stores 0
 // and 0 when the time cannot be read.
@@ -27,7 +27,7 @@ POVZEL_EXPORT void HostFtime(long* seconds, unsigned short* milliseconds);
 
 // Returns how many seconds the local zone is west of UTC, 3600 less when daylight saving time is
 // in effect at `*arg`.
-POVZEL_EXPORT int HostTIMEZONE(const std::time_t* arg);
+POVZEL_EXPORT int HostTIMEZONE(const time_t* arg);
 
 // Writes a summary of what the process has used since HostInit into `string`, which holds
 // `stringLength` bytes with the terminator:
@@ -38,12 +38,12 @@ POVZEL_EXPORT void HostStatistics(char* string, ArraySizeType stringLength);
 // Returns the strftime format of dates: $TV_CFTIME (at most 100 characters) if it ends in "S",
 // otherwise the locale's date and time formats. Any other value of the variable is refused with a
 // warning on standard output. Decided by the first call.
-POVZEL_EXPORT const char* HostDateTimeFormat();
+POVZEL_EXPORT const char* HostDateTimeFormat(void);
 
 // Returns the C library's record of the locale's conventions, or the first character of its
 // decimal point. The record is asked for once after each change of the locale.
-POVZEL_EXPORT lconv* HostLocale();
-POVZEL_EXPORT char HostDecimalPoint();
+POVZEL_EXPORT struct lconv* HostLocale(void);
+POVZEL_EXPORT char HostDecimalPoint(void);
 
 // setlocale. Returns 1 if the locale could be set, else 0.
 POVZEL_EXPORT BoolType HostSetLocale(int category, const char* localeStr);
@@ -56,4 +56,4 @@ POVZEL_EXPORT void HostSleep(unsigned long seconds);
 POVZEL_EXPORT void HostMilliSleep(unsigned long milliseconds);
 POVZEL_EXPORT void HostNanoSleep(long long nanoseconds);
 
-}  // extern "C"
+POVZEL_END_C

@@ -6,16 +6,16 @@
 // Sources: hostusers.cpp, hostlogin.cpp (the login user), hostpassword.cpp (passwords).
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns the real user's name, at most 39 characters, in a static buffer that each call
 // overwrites. The database is asked until it has answered once; when it does not, a line on
 // standard error says so and the name is "FORGED USER".
-POVZEL_EXPORT char* HostGetUserName();
+POVZEL_EXPORT char* HostGetUserName(void);
 
 // Stores the home directory of `userName` with a "/" behind it in `result`, a HostFnameStrType.
 // Returns 1; or 0 with the current directory in `result` when there is no such user or the
@@ -25,17 +25,16 @@ POVZEL_EXPORT BoolType HostGetHomeDir(const char* userName, char* result);
 // Stores the ids and names of the real, the effective and the login user (see below). Names are
 // cut to their buffers, whose sizes include the terminator; a user without a name is "unknown
 // user".
-POVZEL_EXPORT void HostGetUserInfo(int* ruid, int* euid, int* luid, char* runame,
-                                   std::size_t runameSz, char* euname, std::size_t eunameSz,
-                                   char* luname, std::size_t lunameSz);
+POVZEL_EXPORT void HostGetUserInfo(int* ruid, int* euid, int* luid, char* runame, size_t runameSz,
+                                   char* euname, size_t eunameSz, char* luname, size_t lunameSz);
 
 // Stores id and name of the user who has logged in: as the kernel has recorded it, else as the
 // terminal's login record says, else as $TV_LOGIN_NAME says. Returns 1; or 0 with *luid -1. With
 // $TV_DEBUG_LOGIN_USER set, "[Debug]" lines on standard output tell how it was found.
-POVZEL_EXPORT BoolType HostGetLoginUserInfo(int* luid, char* luname, std::size_t lunameSz);
+POVZEL_EXPORT BoolType HostGetLoginUserInfo(int* luid, char* luname, size_t lunameSz);
 
 // Returns 1 if the effective user is root.
-POVZEL_EXPORT BoolType HostIsSuperUser();
+POVZEL_EXPORT BoolType HostIsSuperUser(void);
 
 // Returns 1 if `userName` is one of the product's administrators, "SystemUser" and "DataCurator".
 POVZEL_EXPORT BoolType HostUserSysAdmin(const char* userName);
@@ -48,4 +47,4 @@ POVZEL_EXPORT BoolType HostUserSysAdmin(const char* userName);
 POVZEL_EXPORT BoolType HostValidatePassword(const char* userName, const char* password,
                                             long* pwToken, char* errBuf, ArraySizeType errBufSize);
 
-}  // extern "C"
+POVZEL_END_C

@@ -7,30 +7,30 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Prepares the program to run as a service. Returns whether it may: 0.
-POVZEL_EXPORT BoolType ServiceInit();
+POVZEL_EXPORT BoolType ServiceInit(void);
 
 // Returns whether the process runs as a service: 0.
-POVZEL_EXPORT BoolType ServiceIsService();
+POVZEL_EXPORT BoolType ServiceIsService(void);
 
 // Report that the service is about to start, to stop, to pause, and to go on after a pause. Return
 // whether a service manager was told: 0.
-POVZEL_EXPORT BoolType ServiceStarting();
-POVZEL_EXPORT BoolType ServiceStopping();
-POVZEL_EXPORT BoolType ServicePausing();
-POVZEL_EXPORT BoolType ServiceContinuing();
+POVZEL_EXPORT BoolType ServiceStarting(void);
+POVZEL_EXPORT BoolType ServiceStopping(void);
+POVZEL_EXPORT BoolType ServicePausing(void);
+POVZEL_EXPORT BoolType ServiceContinuing(void);
 
 // Reports that the service has started.
-POVZEL_EXPORT void ServiceStarted();
+POVZEL_EXPORT void ServiceStarted(void);
 
 // Reports that the service has stopped, `normally` (non-zero) or after a failure. UtlExit makes the
 // call in a service, with status 0 as normal.
 POVZEL_EXPORT void ServiceStopped(BoolType normally);
 
 // Reports that the service has paused.
-POVZEL_EXPORT void ServicePaused();
+POVZEL_EXPORT void ServicePaused(void);
 
 // Hands the line `text` to the service's debugging output.
 POVZEL_EXPORT void ServiceDebugMsg(const char* text);
@@ -42,9 +42,9 @@ POVZEL_EXPORT void ServiceSetExitCode(int code);
 POVZEL_EXPORT void ServiceSetLogName(const char* name);
 
 // Reports that the log could not be written.
-POVZEL_EXPORT void ServiceLogFailed();
+POVZEL_EXPORT void ServiceLogFailed(void);
 
 // Reports that the service has ended by a fault.
-POVZEL_EXPORT void ServiceCrashed();
+POVZEL_EXPORT void ServiceCrashed(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -9,19 +9,20 @@
 // platform of the product, and a text. The module keeps no state; a record belongs to its caller.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
 // A failure as the platform numbers it.
-struct HostErrSType {
-  std::int32_t theErrno;  // errno right after the failing call
-  std::uint32_t apiret;   // other platforms' return code; not used here
-};
+typedef struct HostErrSType {
+  int32_t theErrno;  // errno right after the failing call
+  uint32_t apiret;   // other platforms' return code; not used here
+} HostErrSType;
 
 // Portable error codes. Processes exchange these numbers, so codes that this platform never
 // produces keep their places.
-enum SysErrEType : std::int32_t {
+POVZEL_ENUM_TYPE(SysErrEType, int32_t);
+enum POVZEL_ENUM(SysErrEType, int32_t) {
   SYSERR_NONE = 0,
   SYSERR_UNKNOWN = 1,
   SYSERR_HOST_NOT_FOUND = 2,
@@ -204,26 +205,30 @@ enum SysErrEType : std::int32_t {
 };
 
 // What numbers UnixErrOsErrToSysErr is given.
-enum SysErrCategoryEType : std::int32_t {
+POVZEL_ENUM_TYPE(SysErrCategoryEType, int32_t);
+enum POVZEL_ENUM(SysErrCategoryEType, int32_t) {
   SYSERRCAT_ERRNO = 0,   // errno
   SYSERRCAT_HERRNO = 1,  // the resolver's h_errno
 };
 
 // A failure with its portable code and its text.
-struct SysErrorSType {
-  std::int32_t hostError;  // the number given to SysErrorSet: 0 when there was none, -1 to omit it
-  SysErrEType errCode;     // SYSERR_NONE when clear; minus the errno when it has no portable code
+typedef struct SysErrorSType {
+  int32_t hostError;    // the number given to SysErrorSet: 0 when there was none, -1 to omit it
+  SysErrEType errCode;  // SYSERR_NONE when clear; minus the errno when it has no portable code
   char errMsg[4096];
 
+#ifdef __cplusplus
   // Sets errCode from an errno value; the other fields stay.
   POVZEL_EXPORT void setErr(int errnoValue);
-};
+#endif
+} SysErrorSType;
 
-static_assert(sizeof(HostErrSType) == 8);
-static_assert(offsetof(SysErrorSType, errCode) == 4 && offsetof(SysErrorSType, errMsg) == 8);
-static_assert(sizeof(SysErrorSType) == 4104);
+POVZEL_STATIC_ASSERT(sizeof(HostErrSType) == 8, "the layout of HostErrSType has changed");
+POVZEL_STATIC_ASSERT(offsetof(SysErrorSType, errCode) == 4 && offsetof(SysErrorSType, errMsg) == 8,
+                     "the layout of SysErrorSType has changed");
+POVZEL_STATIC_ASSERT(sizeof(SysErrorSType) == 4104, "the layout of SysErrorSType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Fills `record` (null: nothing happens) with the printf text of `format`, cut to 4,095 characters.
 //   hostError 0:  SYSERR_NONE, and ": failed with no error code" behind the text
@@ -242,4 +247,4 @@ POVZEL_EXPORT BoolType SysErrorIsSet(const SysErrorSType* record);
 // Returns the text inside `record`, or null for a null record.
 POVZEL_EXPORT const char* SysErrorGetMessage(const SysErrorSType* record);
 
-}  // extern "C"
+POVZEL_END_C

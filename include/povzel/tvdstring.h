@@ -12,20 +12,21 @@
 // "tvdstring"; should that return, the record is as it was before the call.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Read `string` and `length` freely; only the functions below change the record.
-struct TvDString {
+typedef struct TvDString {
   char* string;   // the text, always ended by NUL: in staticSpace, or in a block of the record's
   long length;    // characters, without the NUL
   long spaceAvl;  // bytes at `string`, always more than `length`
   char staticSpace[200];
-};
-static_assert(sizeof(TvDString) == 212 && offsetof(TvDString, staticSpace) == 12);
+} TvDString;
+POVZEL_STATIC_ASSERT(sizeof(TvDString) == 212 && offsetof(TvDString, staticSpace) == 12,
+                     "the layout of TvDString has changed");
 
 // Makes the record an empty string. What it held is not freed.
 POVZEL_EXPORT void TvDStringInit(TvDString* ds);
@@ -44,4 +45,4 @@ POVZEL_EXPORT void TvDStringSetLength(TvDString* ds, long length);
 // Frees the record's block, if it has one, and makes it an empty string again.
 POVZEL_EXPORT void TvDStringFree(TvDString* ds);
 
-}  // extern "C"
+POVZEL_END_C

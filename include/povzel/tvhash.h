@@ -18,13 +18,14 @@
 // was before the call. Nothing here locks.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
-struct TvHashTable;
+typedef struct TvHashEntry TvHashEntry;
+typedef struct TvHashTable TvHashTable;
 
 // `value` is the caller's to read and write.
 struct TvHashEntry {
@@ -38,11 +39,12 @@ struct TvHashEntry {
     char string[4];  // goes on to its NUL
   } key;
 };
-static_assert(sizeof(TvHashEntry) == 20 && offsetof(TvHashEntry, key) == 16);
+POVZEL_STATIC_ASSERT(sizeof(TvHashEntry) == 20 && offsetof(TvHashEntry, key) == 16,
+                     "the layout of TvHashEntry has changed");
 
 // `key` is the string, the word itself as a pointer, or the address of the words.
-using TvHashFindFType = TvHashEntry*(TvHashTable* table, const char* key);
-using TvHashCreateFType = TvHashEntry*(TvHashTable* table, const char* key, long* newPtr);
+typedef TvHashEntry* TvHashFindFType(TvHashTable* table, const char* key);
+typedef TvHashEntry* TvHashCreateFType(TvHashTable* table, const char* key, long* newPtr);
 
 struct TvHashTable {
   TvHashEntry** buckets;
@@ -61,16 +63,17 @@ struct TvHashTable {
   // copied into it. Null with 0 in *newPtr when memory is short or a string or array is null.
   TvHashCreateFType* createProc;
 };
-static_assert(sizeof(TvHashTable) == 52 && offsetof(TvHashTable, numBuckets) == 20 &&
-              offsetof(TvHashTable, findProc) == 44);
+POVZEL_STATIC_ASSERT(sizeof(TvHashTable) == 52 && offsetof(TvHashTable, numBuckets) == 20 &&
+                         offsetof(TvHashTable, findProc) == 44,
+                     "the layout of TvHashTable has changed");
 
 // A place in an enumeration.
-struct TvHashSearch {
+typedef struct TvHashSearch {
   TvHashTable* tablePtr;
   long nextIndex;             // the next bucket to look at
   TvHashEntry* nextEntryPtr;  // the next entry of the current one, or null
-};
-static_assert(sizeof(TvHashSearch) == 12);
+} TvHashSearch;
+POVZEL_STATIC_ASSERT(sizeof(TvHashSearch) == 12, "the layout of TvHashSearch has changed");
 
 // Makes *table an empty table with 4 buckets; whatever it held is not freed. `keyType` is 0 for
 // strings, 1 for words, n from 2 on for arrays of n words. In a table of a negative type, or one
@@ -97,4 +100,4 @@ POVZEL_EXPORT TvHashEntry* TvNextHashEntry(TvHashSearch* search);
 // or null when memory is short. The average search distance of an empty table is 0.0.
 POVZEL_EXPORT char* TvHashStats(TvHashTable* table);
 
-}  // extern "C"
+POVZEL_END_C

@@ -7,7 +7,7 @@
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns the portable code of `number`, an errno or h_errno as `category` says. A number that has
 // none, and any number of another category, comes back negated; 0 gives SYSERR_NONE.
@@ -26,4 +26,4 @@ POVZEL_EXPORT void UnixErr(int number, char* buffer, ArraySizeType size);
 // UnixErr of the record's number.
 POVZEL_EXPORT void HostGetErrMsg(const HostErrSType* record, char* buffer, ArraySizeType size);
 
-}  // extern "C"
+POVZEL_END_C

@@ -11,18 +11,24 @@
 // Sources: unixio.cpp, unixiosystem.cpp (UnixIoSystem).
 #pragma once
 
+#include <stddef.h>
+#include <stdio.h>
 #include <sys/stat.h>
 
-#include <csignal>
-#include <cstddef>
-#include <cstdio>
+#include <signal.h>
+#ifndef SA_SIGINFO  // <signal.h> keeps siginfo_t back from programs in strict ISO C
+#include <bits/types/siginfo_t.h>
+#endif
 
 #include <povzel/povzeltypes.h>
 
-using UnixSigHandlerFType = void(int sig, siginfo_t* info, void* context);
-using UnixSignalFuncType_1arg = void(int sig);
+struct sigaction;  // these two are incomplete in strict ISO C
+struct stat64;
 
-extern "C" {
+typedef void UnixSigHandlerFType(int sig, siginfo_t* info, void* context);
+typedef void UnixSignalFuncType_1arg(int sig);
+
+POVZEL_BEGIN_C
 
 // A request to give up a blocking terminal read. The read that honours it clears it.
 POVZEL_EXPORT extern volatile BoolType cancelBlockingCall;
@@ -51,28 +57,27 @@ POVZEL_EXPORT int UnixIoExecv(const char* name, const char** argv);
 
 // Opens the stream `name` with the fopen mode `mode`, closed by exec; errno is cleared first.
 // Returns null when that fails.
-POVZEL_EXPORT std::FILE* UnixIoFopen(const char* name, const char* mode);
+POVZEL_EXPORT FILE* UnixIoFopen(const char* name, const char* mode);
 
 // stat, stat64, fstat and fstat64, made again after an interruption unless a termination request is
 // pending. Return 1, or 0 with errno set and its UnixErr text in `errText`, which holds
 // `errTextSize` bytes and may be null.
 POVZEL_EXPORT BoolType UnixIoStat(const char* name, struct stat* result, char* errText,
-                                  std::size_t errTextSize);
+                                  size_t errTextSize);
 POVZEL_EXPORT BoolType UnixIoStat64(const char* name, struct stat64* result, char* errText,
-                                    std::size_t errTextSize);
-POVZEL_EXPORT BoolType UnixIoFstat(int fd, struct stat* result, char* errText,
-                                   std::size_t errTextSize);
+                                    size_t errTextSize);
+POVZEL_EXPORT BoolType UnixIoFstat(int fd, struct stat* result, char* errText, size_t errTextSize);
 POVZEL_EXPORT BoolType UnixIoFstat64(int fd, struct stat64* result, char* errText,
-                                     std::size_t errTextSize);
+                                     size_t errTextSize);
 
 // Reads a character, or returns -1. On a terminal errno is cleared first, and an interrupted read
 // goes on unless a termination request is pending or UnixIoInterrupt has asked to give up. Any
 // other stream is read with plain fgetc.
-POVZEL_EXPORT int UnixIoFgetc(std::FILE* inFile);
+POVZEL_EXPORT int UnixIoFgetc(FILE* inFile);
 
 // fgets of at most `resultSize` - 1 characters; errno is cleared first. Returns 1 if something was
 // read, else 0.
-POVZEL_EXPORT BoolType UnixIoFgets(char* result, std::size_t resultSize, std::FILE* inFile);
+POVZEL_EXPORT BoolType UnixIoFgets(char* result, size_t resultSize, FILE* inFile);
 
 // Sets cancelBlockingCall to `v`. Signal-safe.
 POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
@@ -89,4 +94,4 @@ POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
 // the call returns, installed anew with UNIXIO_DO_SIGNAL.
 POVZEL_EXPORT int UnixIoSystem(const char* cmd, BoolType interactively);
 
-}  // extern "C"
+POVZEL_END_C

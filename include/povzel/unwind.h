@@ -14,12 +14,13 @@
 // unwinds. An unwind leaves the chain as it is: the receiver pops its own buffer.
 #pragma once
 
-#include <csetjmp>
-#include <cstddef>
+#include <setjmp.h>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-enum UnwindKindEType : std::int32_t {
+POVZEL_ENUM_TYPE(UnwindKindEType, int32_t);
+enum POVZEL_ENUM(UnwindKindEType, int32_t) {
   UNWIND_NO_SIGNAL = 0,
   UNWIND_ERR = 1,
   UNWIND_ABORT_DEBUG_CMD = 2,
@@ -38,22 +39,24 @@ enum UnwindKindEType : std::int32_t {
 };
 
 // A place to unwind to. It stays on its function's stack and must be popped before that returns.
-struct UnwindJmpBufSType {
-  std::jmp_buf buf;
-  UnwindJmpBufSType* previous;  // the enclosing buffer, or null
-};
-using unwindbuftype = UnwindJmpBufSType;
-static_assert(offsetof(UnwindJmpBufSType, previous) == sizeof(std::jmp_buf));
-static_assert(sizeof(UnwindJmpBufSType) == 160);
+typedef struct UnwindJmpBufSType {
+  jmp_buf buf;
+  struct UnwindJmpBufSType* previous;  // the enclosing buffer, or null
+} UnwindJmpBufSType;
+typedef UnwindJmpBufSType unwindbuftype;
+POVZEL_STATIC_ASSERT(offsetof(UnwindJmpBufSType, previous) == sizeof(jmp_buf),
+                     "the layout of UnwindJmpBufSType has changed");
+POVZEL_STATIC_ASSERT(sizeof(UnwindJmpBufSType) == 160,
+                     "the layout of UnwindJmpBufSType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Return or set the kind of the unwind in progress. Signal-safe.
-POVZEL_EXPORT UnwindKindEType UnwindGetExceptionVal();
+POVZEL_EXPORT UnwindKindEType UnwindGetExceptionVal(void);
 POVZEL_EXPORT void UnwindSetExceptionVal(UnwindKindEType ev);
 
 // Return or set the innermost buffer; null means none. Signal-safe.
-POVZEL_EXPORT UnwindJmpBufSType* UnwindGetCurrentJumpBuffer();
+POVZEL_EXPORT UnwindJmpBufSType* UnwindGetCurrentJumpBuffer(void);
 POVZEL_EXPORT void UnwindSetCurrentJumpBuffer(UnwindJmpBufSType* jb);
 
 // Sets the kind to `value` and jumps to the innermost buffer, whose setjmp returns `value`, or 1
@@ -67,6 +70,6 @@ POVZEL_EXPORT void UnwindDoUnwind(UnwindKindEType value);
 POVZEL_EXPORT void UnwindDoTraceUnwind(UnwindKindEType value, const char* file, int line);
 
 // Does nothing on this platform.
-POVZEL_EXPORT void UnwindEnd();
+POVZEL_EXPORT void UnwindEnd(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -9,18 +9,20 @@
 // numbers are never negative.
 #pragma once
 
+#ifdef __cplusplus
 #include <array>
+#endif
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Entry i has its i lowest bits set.
-POVZEL_EXPORT extern const std::array<unsigned int, 32> maskOfOnes;
+POVZEL_EXPORT extern const POVZEL_ARRAY(unsigned int, maskOfOnes, 32);
 
 // Entry x is the number of the lowest set bit of x. Entry 0 is -23: added to the 22 of a word's top
 // chunk of 10 bits it says that there is none.
-POVZEL_EXPORT extern const std::array<signed char, 2048> ffstable;
+POVZEL_EXPORT extern const POVZEL_ARRAY(signed char, ffstable, 2048);
 
 // Returns 1 if bit `bit` of `array` is set, else 0.
 POVZEL_EXPORT BoolType UtlBitAt(const unsigned int* array, unsigned long bit);
@@ -52,4 +54,4 @@ POVZEL_EXPORT long UtlFindNumBitsSet(const unsigned int* array, unsigned long wo
 // Returns 1 if exactly one bit of `number` is set, else 0.
 POVZEL_EXPORT BoolType UtlIsPowerOf2(unsigned int number);
 
-}  // extern "C"
+POVZEL_END_C

@@ -5,17 +5,19 @@
 // products), utlcpu.cpp (which of the two the processor has).
 #pragma once
 
+#ifdef __cplusplus
 #include <array>
+#endif
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Entry x is what the byte x contributes to a checksum whose low byte was 0.
-POVZEL_EXPORT extern const std::array<unsigned long, 256> crctable;
+POVZEL_EXPORT extern const POVZEL_ARRAY(unsigned long, crctable, 256);
 
 // Returns the checksum of `length` bytes, which need no alignment. Callers have a positive multiple
 // of 4; any other length is handled byte by byte at its end, and no bytes at all give 0.
 POVZEL_EXPORT unsigned long UtlChecksum(const unsigned char* bytes, unsigned int length);
 
-}  // extern "C"
+POVZEL_END_C

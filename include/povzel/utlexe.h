@@ -2,7 +2,7 @@
 //
 //   UtlSetExeDir(argv[0]);
 //   char found[4096];
-//   const char* messages = UtlFindExeFile("english67.err", nullptr, found, sizeof found);
+//   const char* messages = UtlFindExeFile("english67.err", NULL, found, sizeof found);
 //
 // Set once at program start, before threads run.
 #pragma once
@@ -10,7 +10,7 @@
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Finds the directory and name of the program that was started as `argv0`: looked up in PATH when
 // it has no '/', made absolute by the current directory when it is relative. Sets nothing when it
@@ -18,10 +18,10 @@ extern "C" {
 POVZEL_EXPORT void UtlSetExeDir(const char* argv0);
 
 // The executable's directory, ending in '/'; "" before UtlSetExeDir has succeeded.
-POVZEL_EXPORT const char* UtlGetExeDir();
+POVZEL_EXPORT const char* UtlGetExeDir(void);
 
 // The executable's name without its extension; "" before UtlSetExeDir has succeeded.
-POVZEL_EXPORT const char* UtlGetExeName();
+POVZEL_EXPORT const char* UtlGetExeName(void);
 
 // Looks for `name` in the directories of `path` (separated by ':', an empty one is the current
 // directory). `extension`, with its '.', is added when `name` has none; null adds none.
@@ -39,4 +39,4 @@ POVZEL_EXPORT BoolType UtlSearchPath(const char* path, const char* name, const c
 POVZEL_EXPORT const char* UtlFindExeFile(const char* defaultName, const char* defaultExtension,
                                          char* findBuff, ArraySizeType findBuffSize);
 
-}  // extern "C"
+POVZEL_END_C

@@ -11,14 +11,14 @@
 
 #include <povzel/povzeltypes.h>
 
-using ExitFuncType = void();
+typedef void ExitFuncType(void);
 
-constexpr int UtlMaxExitHandlers = 100;
+POVZEL_CONSTANT(int, UtlMaxExitHandlers, 100);
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Empties the list of handlers and checks that the library's tables are intact. HostInit calls it.
-POVZEL_EXPORT void UtlInit();
+POVZEL_EXPORT void UtlInit(void);
 
 // Registers `handler`, to run before those registered earlier. Returns 0, or 1 when 100 are
 // registered already, before UtlInit, and once the handlers run or have run; then nothing is
@@ -27,17 +27,17 @@ POVZEL_EXPORT int UtlAtExit(ExitFuncType* handler);
 
 // Runs the handlers, the last registered first. A second call, also one from a handler, does
 // nothing.
-POVZEL_EXPORT void UtlRunExitHandlers();
+POVZEL_EXPORT void UtlRunExitHandlers(void);
 
 // Whether UtlExit with status 0 removes this process's child log. Off at start.
 POVZEL_EXPORT void UtlRemoveLogOnExit(BoolType removeIt);
 
 // Runs the handlers, removes the child log if that was asked for (never one named *.klog) and ends
 // the process with `status`.
-[[noreturn]] POVZEL_EXPORT void UtlExit(int status);
+POVZEL_NORETURN POVZEL_EXPORT void UtlExit(int status);
 
 // Flushes standard output and error and ends the process with `status`, without the handlers: the
 // exit for programs with threads that handlers could disturb.
-[[noreturn]] POVZEL_EXPORT void UtlExitMt(int status);
+POVZEL_NORETURN POVZEL_EXPORT void UtlExitMt(int status);
 
-}  // extern "C"
+POVZEL_END_C

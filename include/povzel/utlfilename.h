@@ -5,7 +5,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns `name` if it contains a '/', else a pointer to its end: an empty directory part.
 POVZEL_EXPORT char* UtlFnGetPathPtr(char* name);
@@ -20,4 +20,4 @@ POVZEL_EXPORT char* UtlFnGetExtensionPtr(char* name);
 // without an extension is not written to.
 POVZEL_EXPORT char* UtlBasename(char* name);
 
-}  // extern "C"
+POVZEL_END_C

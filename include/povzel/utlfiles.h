@@ -2,13 +2,13 @@
 // thread at a time: ids change for the whole process meanwhile.
 #pragma once
 
-#include <cstdio>
-#include <ctime>
+#include <stdio.h>
+#include <time.h>
 
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Opens `fileName` with fopen mode `openMode` under the real user's ids. Returns null on failure,
 // with the error's text in `errBuff` (`errBuffSize` bytes; null for none).
@@ -28,7 +28,6 @@ POVZEL_EXPORT BoolType UtlDirectory(const char* wildcardSpec, const char* fileSp
 
 // Stores the modification time of `fname` in *modTime and returns 1, or returns 0 with the reason
 // in *err.
-POVZEL_EXPORT BoolType UtlGetFileModTime(const char* fname, std::time_t* modTime,
-                                         SysErrorSType* err);
+POVZEL_EXPORT BoolType UtlGetFileModTime(const char* fname, time_t* modTime, SysErrorSType* err);
 
-}  // extern "C"
+POVZEL_END_C

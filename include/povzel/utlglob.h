@@ -3,7 +3,7 @@
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns 1 if `pattern` matches the whole of `string`, else 0.
 //
@@ -19,4 +19,4 @@ extern "C" {
 // two lengths, and to their sum for everyday patterns.
 POVZEL_EXPORT BoolType UtlGlob(const char* pattern, const char* string);
 
-}  // extern "C"
+POVZEL_END_C

@@ -2,11 +2,11 @@
 // HostGetUserName and HostGetHomeDir let it.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Copies `logTemplate` into `logNameBuf` (`logNameBufSize` bytes with the terminator), replacing
 //   %H  the home directory with a '/' (of `homedir`, else of `username`, else of this user)
@@ -21,8 +21,8 @@ extern "C" {
 // Returns 1 when the whole name fits. Returns 0 when it was cut, which it is before the first
 // replacement that does not fit, and when the home directory is not known, whose %H then stays.
 POVZEL_EXPORT BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf,
-                                        std::size_t logNameBufSize, const char* execStr,
+                                        size_t logNameBufSize, const char* execStr,
                                         const char* username, const char* homedir, char* errBuf,
-                                        std::size_t errLength);
+                                        size_t errLength);
 
-}  // extern "C"
+POVZEL_END_C

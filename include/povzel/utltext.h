@@ -3,17 +3,17 @@
 // Nothing here fails or locks. Sources: utltext.cpp, utlmemcmp.cpp (UtlMemcmp).
 #pragma once
 
-#include <cstddef>
-#include <cstdio>
+#include <stddef.h>
+#include <stdio.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Writes `string` to `stream` with its control characters made visible. Tab and newline stay; other
 // bytes below 32 become '^' and the byte + 64 (1 is "^A"), 127 "^?", and a byte of 128 or more '!'
 // and the rendering of the byte - 128 (0x81 is "!^A").
-POVZEL_EXPORT void UtlPrintVisible(std::FILE* stream, const char* string);
+POVZEL_EXPORT void UtlPrintVisible(FILE* stream, const char* string);
 
 // Writes `string` to standard output unchanged.
 POVZEL_EXPORT void UtlPrintStr(const char* string);
@@ -28,11 +28,11 @@ POVZEL_EXPORT int UtlPartialStrCmp(const char* a, const char* b);
 
 // Compares `length` unsigned bytes. Returns -1, 0 or 1 as `a` is less than, equal to or greater
 // than `b`.
-POVZEL_EXPORT int UtlMemcmp(const void* a, const void* b, std::size_t length);
+POVZEL_EXPORT int UtlMemcmp(const void* a, const void* b, size_t length);
 
 // Stores the C library's text for the error `number` in `buffer`, cut to `length` bytes with its
 // terminator; a number that the C library has no text for gives "(no message from strerror for
 // %d)". Writes nothing when `length` is 0. errno stays as it was.
-POVZEL_EXPORT void UtlStrerror(int number, char* buffer, std::size_t length);
+POVZEL_EXPORT void UtlStrerror(int number, char* buffer, size_t length);
 
-}  // extern "C"
+POVZEL_END_C

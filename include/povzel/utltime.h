@@ -6,19 +6,20 @@
 // Nothing here locks. Streams must not be null.
 #pragma once
 
-#include <cstddef>
-#include <cstdio>
-#include <ctime>
+#include <stddef.h>
+#include <stdio.h>
+#include <time.h>
 
 #include <povzel/povzeltypes.h>
 
 // A formatted date, terminated.
-struct ZelCTimeStringType {
+typedef struct ZelCTimeStringType {
   char msg[100];
-};
-static_assert(sizeof(ZelCTimeStringType) == 100);
+} ZelCTimeStringType;
+POVZEL_STATIC_ASSERT(sizeof(ZelCTimeStringType) == 100,
+                     "the layout of ZelCTimeStringType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Writes "[date.mmm zone]" and, below it and indented, `text` (null: none); a new line at the end
 // when `addCr` is non-zero. Within 9 milliseconds after a stamp that was written, the text alone,
@@ -38,21 +39,23 @@ POVZEL_EXPORT void UtlTimeStampMs_f(FILE* stream);
 POVZEL_EXPORT void UtlTimeStampMs_time_t_f(FILE* stream);
 
 // Returns "date.mmm zone:", cut to 79 characters, in a static buffer that each call rewrites.
-POVZEL_EXPORT char* UtlTimeStampMs_str();
+POVZEL_EXPORT char* UtlTimeStampMs_str(void);
 
 // Stores "date.mmm zone" of the given time in `result`, cut to `resultSize` bytes with its
 // terminator. With `addCr` a new line is added where it still fits. A size of 0 stores nothing.
-POVZEL_EXPORT void UtlTimeStampMsStr(std::time_t seconds, unsigned short milliSeconds, char* result,
-                                     std::size_t resultSize, BoolType addCr);
+POVZEL_EXPORT void UtlTimeStampMsStr(time_t seconds, unsigned short milliSeconds, char* result,
+                                     size_t resultSize, BoolType addCr);
 
 // Stores the date of `when` with its zone in *result and returns its text, which is empty where the
 // format gives more than 99 characters.
-POVZEL_EXPORT char* UtlCtime(std::time_t when, ZelCTimeStringType* result);
+POVZEL_EXPORT char* UtlCtime(time_t when, ZelCTimeStringType* result);
 
 // localtime_r: splits *when into *result in the local time zone.
-POVZEL_EXPORT void UtlLocaltime(const std::time_t* when, struct tm* result);
+POVZEL_EXPORT void UtlLocaltime(const time_t* when, struct tm* result);
 
-}  // extern "C"
+POVZEL_END_C
 
+#ifdef __cplusplus
 // Returns the date of `when` with its zone in a static buffer that each call rewrites.
-POVZEL_EXPORT char* UtlCtime(std::time_t when);
+POVZEL_EXPORT char* UtlCtime(time_t when);
+#endif

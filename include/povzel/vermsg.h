@@ -12,11 +12,11 @@
 // (VerBanner, VerInfo, VerBreatheFireAndThunder).
 #pragma once
 
-#include <cstdio>
+#include <stdio.h>
 
 #include <povzel/povzeltypes.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Writes the top edge of a box.
 POVZEL_EXPORT void VerLeadingEdge(FILE* f);
@@ -49,4 +49,4 @@ POVZEL_EXPORT void VerInfo(FILE* f, const char* version);
 // Writes the box that warns that a program is for the maker's debugging only.
 POVZEL_EXPORT void VerBreatheFireAndThunder(FILE* f);
 
-}  // extern "C"
+POVZEL_END_C

@@ -4,7 +4,8 @@
 
 #include <povzel/povzeltypes.h>
 
-enum VerParamEType : int {
+POVZEL_ENUM_TYPE(VerParamEType, int);
+enum POVZEL_ENUM(VerParamEType, int) {
   VER_INFO_CPU_KIND = 0,
   VER_INFO_CPU_ARCH = 1,
   VER_INFO_TV_BUILD_ARCH = 2,
@@ -20,50 +21,52 @@ enum VerParamEType : int {
   VER_INFO_PROCESSOR_COUNT = 12,
 };
 
-enum VerResultEType : int { VER_INT_KIND = 0, VER_STRING_KIND = 1 };
+POVZEL_ENUM_TYPE(VerResultEType, int);
+enum POVZEL_ENUM(VerResultEType, int) { VER_INT_KIND = 0, VER_STRING_KIND = 1 };
 
 // The answer to a query: `kind` says which of the two values holds it.
-struct VerParamResultSType {
+typedef struct VerParamResultSType {
   VerResultEType kind;
-  std::int32_t intVal;
+  int32_t intVal;
   char stringVal[300];  // terminated
-};
-static_assert(sizeof(VerParamResultSType) == 308);
+} VerParamResultSType;
+POVZEL_STATIC_ASSERT(sizeof(VerParamResultSType) == 308,
+                     "the layout of VerParamResultSType has changed");
 
 // The platform that the product was built for.
-constexpr char VerBuildPlatform[] = "x86 (Linux 2.6.18-8.el5PAE #1 SMP glibc-2.5-12)";
+static const char VerBuildPlatform[] = "x86 (Linux 2.6.18-8.el5PAE #1 SMP glibc-2.5-12)";
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Format levels of the database file, transaction log, backup, logical log and remote database
 // formats; the numbered forms are the levels of the releases they name.
-POVZEL_EXPORT int VerDbfLevel();
-POVZEL_EXPORT int VerDbfLevel40();
-POVZEL_EXPORT int VerDbfLevel50();
-POVZEL_EXPORT int VerDbfLevel60();
-POVZEL_EXPORT int VerDbfLevel62();
-POVZEL_EXPORT int VerLogLevel();
-POVZEL_EXPORT int VerLogLevelMin();
-POVZEL_EXPORT int VerLogLevelMax();
-POVZEL_EXPORT int VerBkupLevel();
-POVZEL_EXPORT int VerBkupLevel40();
-POVZEL_EXPORT int VerBkupLevel41();
-POVZEL_EXPORT int VerLgcLevel();
-POVZEL_EXPORT int VerLgcLevelMinSupported();
-POVZEL_EXPORT int VerLgcLevel32();
-POVZEL_EXPORT int VerRDbfLevel();
+POVZEL_EXPORT int VerDbfLevel(void);
+POVZEL_EXPORT int VerDbfLevel40(void);
+POVZEL_EXPORT int VerDbfLevel50(void);
+POVZEL_EXPORT int VerDbfLevel60(void);
+POVZEL_EXPORT int VerDbfLevel62(void);
+POVZEL_EXPORT int VerLogLevel(void);
+POVZEL_EXPORT int VerLogLevelMin(void);
+POVZEL_EXPORT int VerLogLevelMax(void);
+POVZEL_EXPORT int VerBkupLevel(void);
+POVZEL_EXPORT int VerBkupLevel40(void);
+POVZEL_EXPORT int VerBkupLevel41(void);
+POVZEL_EXPORT int VerLgcLevel(void);
+POVZEL_EXPORT int VerLgcLevelMinSupported(void);
+POVZEL_EXPORT int VerLgcLevel32(void);
+POVZEL_EXPORT int VerRDbfLevel(void);
 
 // The product's release and build date.
-POVZEL_EXPORT const char* VerTVVersion();
+POVZEL_EXPORT const char* VerTVVersion(void);
 
 // Version and build date of the database file format and of the remote call interface, each in a
 // static buffer of its own that every call rewrites with the same text.
-POVZEL_EXPORT const char* VerDbfVersion();
-POVZEL_EXPORT const char* VerTrvCallVersion();
+POVZEL_EXPORT const char* VerDbfVersion(void);
+POVZEL_EXPORT const char* VerTrvCallVersion(void);
 
 // Answers `paramId` in *result, a string cut to 299 characters. Returns 0 with an empty string
 // result for an unknown id and for VER_INFO_TV_IMAGE_KIND, which this platform does not have;
 // VER_INFO_NODE_NAME returns what HostGetHostname does.
 POVZEL_EXPORT BoolType VerGetVersionParam(VerParamEType paramId, VerParamResultSType* result);
 
-}  // extern "C"
+POVZEL_END_C

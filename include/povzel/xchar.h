@@ -15,7 +15,8 @@
 #include <povzel/povzeltypes.h>
 
 // The general categories of Unicode, in the standard's order.
-enum XCharCategoryEType : ByteType {
+POVZEL_ENUM_TYPE(XCharCategoryEType, ByteType);
+enum POVZEL_ENUM(XCharCategoryEType, ByteType) {
   XCharCategoryLu = 1,
   XCharCategoryLl,
   XCharCategoryLt,
@@ -50,20 +51,21 @@ enum XCharCategoryEType : ByteType {
 
 // Letters: upper and lower case code, 0 for no change. Numbers: numerator and denominator, 0 for
 // a whole number. Others: 0 and 0.
-struct XCharEntrySType {
-  std::uint16_t field1;
-  std::uint16_t field2;
-};
-static_assert(sizeof(XCharEntrySType) == 4);
+typedef struct XCharEntrySType {
+  uint16_t field1;
+  uint16_t field2;
+} XCharEntrySType;
+POVZEL_STATIC_ASSERT(sizeof(XCharEntrySType) == 4, "the layout of XCharEntrySType has changed");
 
 // The title case of an upper-case code, where the two differ.
-struct XCharTitleCaseEntrySType {
+typedef struct XCharTitleCaseEntrySType {
   DbChar index;
   DbChar titleCase;
-};
-static_assert(sizeof(XCharTitleCaseEntrySType) == 4);
+} XCharTitleCaseEntrySType;
+POVZEL_STATIC_ASSERT(sizeof(XCharTitleCaseEntrySType) == 4,
+                     "the layout of XCharTitleCaseEntrySType has changed");
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // Returns the category of `code` (an XCharCategoryEType).
 POVZEL_EXPORT ByteType XCharCategory(DbChar code);
@@ -120,12 +122,12 @@ POVZEL_EXPORT void XCharGetTables(long* dispatchTableSize, long* mainTableSize,
 // Goes back to the built-in tables and frees the installed ones with UtlFree, the title-case table
 // only when it is not null. With the built-in dispatch table in force nothing is freed, and
 // a built-in table among installed ones never is.
-POVZEL_EXPORT void XCharResetTables();
+POVZEL_EXPORT void XCharResetTables(void);
 
 // Returns the size of the main tables.
-POVZEL_EXPORT long XCharGetTableSize();
+POVZEL_EXPORT long XCharGetTableSize(void);
 
 // Prints all tables on standard output and flushes it.
-POVZEL_EXPORT void XCharDumpTables();
+POVZEL_EXPORT void XCharDumpTables(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -1,7 +1,7 @@
 // The interface library: find it, open it, check it, and publish its function table.
 //
 //   char why[256];
-//   if (!ZelRtlLoad(1, nullptr, why, sizeof why)) { fputs(why, stderr); return; }
+//   if (!ZelRtlLoad(1, NULL, why, sizeof why)) { fputs(why, stderr); return; }
 //   rtlPrivZelRtlFuncs->ZelInit();
 //
 // The file is "lib" + base + "rpc" or "lnk" + version + ".so". The environment decides:
@@ -13,7 +13,7 @@
 #include <povzel/povzeltypes.h>
 #include <povzel/zeltable.h>
 
-extern "C" {
+POVZEL_BEGIN_C
 
 // The loaded library's table, which the library owns; null while none is loaded.
 POVZEL_EXPORT extern const ZelRtlJumpSType* rtlPrivZelRtlFuncs;
@@ -33,9 +33,9 @@ POVZEL_EXPORT BoolType ZelRtlLoad(BoolType useRpc, const char* path, char* errBu
                                   ArraySizeType errBufSize);
 
 // Shuts the loaded library down and closes it. Does nothing when none is loaded.
-POVZEL_EXPORT void ZelRtlUnload();
+POVZEL_EXPORT void ZelRtlUnload(void);
 
 // Returns 1 if a table is published, else 0.
-POVZEL_EXPORT BoolType ZelRtlIsLoaded();
+POVZEL_EXPORT BoolType ZelRtlIsLoaded(void);
 
-}  // extern "C"
+POVZEL_END_C

@@ -5,68 +5,74 @@
 // that it owns. Every layout here is fixed: the two sides are built separately.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
-using ZelSessionIdType = std::int32_t;
+typedef int32_t ZelSessionIdType;
 
-constexpr OopType NilOop = 10;
-constexpr OopType FalseOop = 6;
-constexpr OopType TrueOop = 38;
-constexpr OopType ArrayClassOop = 1045;
-constexpr OopType StringClassOop = 1169;
-constexpr OopType StringKindClassOop = 1257;  // what every single-byte string is a kind of
-constexpr OopType FloatClassOop = 1521;
-constexpr OopType DoubleByteStringClassOop = 1553;
-constexpr OopType DateTimeClassOop = 1857;
+POVZEL_CONSTANT(OopType, NilOop, 10);
+POVZEL_CONSTANT(OopType, FalseOop, 6);
+POVZEL_CONSTANT(OopType, TrueOop, 38);
+POVZEL_CONSTANT(OopType, ArrayClassOop, 1045);
+POVZEL_CONSTANT(OopType, StringClassOop, 1169);
+POVZEL_CONSTANT(OopType, StringKindClassOop, 1257);  // what every single-byte string is a kind of
+POVZEL_CONSTANT(OopType, FloatClassOop, 1521);
+POVZEL_CONSTANT(OopType, DoubleByteStringClassOop, 1553);
+POVZEL_CONSTANT(OopType, DateTimeClassOop, 1857);
 
-constexpr int ZelMaxErrArgs = 10;
+POVZEL_CONSTANT(int, ZelMaxErrArgs, 10);
 
 // An error of the interface library. `message` is terminated; the first `argCount` of `args` are
 // valid; `fatal` is non-zero when the session can no longer be used.
-struct ZelErrSType {
+typedef struct ZelErrSType {
   OopType category;
-  std::int32_t number;
+  int32_t number;
   OopType context;
   char message[401];
-  std::uint32_t args[ZelMaxErrArgs];
-  std::int32_t argCount;
+  uint32_t args[ZelMaxErrArgs];
+  int32_t argCount;
   BoolType fatal;
-};
-static_assert(offsetof(ZelErrSType, number) == 4 && offsetof(ZelErrSType, context) == 8);
-static_assert(offsetof(ZelErrSType, message) == 12 && offsetof(ZelErrSType, args) == 416);
-static_assert(offsetof(ZelErrSType, argCount) == 456 && offsetof(ZelErrSType, fatal) == 460);
-static_assert(sizeof(ZelErrSType) == 464);
+} ZelErrSType;
+POVZEL_STATIC_ASSERT(offsetof(ZelErrSType, number) == 4 && offsetof(ZelErrSType, context) == 8,
+                     "the layout of ZelErrSType has changed");
+POVZEL_STATIC_ASSERT(offsetof(ZelErrSType, message) == 12 && offsetof(ZelErrSType, args) == 416,
+                     "the layout of ZelErrSType has changed");
+POVZEL_STATIC_ASSERT(offsetof(ZelErrSType, argCount) == 456 && offsetof(ZelErrSType, fatal) == 460,
+                     "the layout of ZelErrSType has changed");
+POVZEL_STATIC_ASSERT(sizeof(ZelErrSType) == 464, "the layout of ZelErrSType has changed");
 
 // What an object is: `objSize` counts named and indexed slots together (bytes for byte objects).
-struct ZelObjInfoSType {
-  std::int32_t namedSize;
+typedef struct ZelObjInfoSType {
+  int32_t namedSize;
   OopType objId;
   OopType objClass;
   OopType segment;
-  std::int32_t objSize;
-  std::uint16_t reserved : 9;
-  std::uint16_t isOverlayed : 1;
-  std::uint16_t isPartial : 1;
-  std::uint16_t isIndexable : 1;
-  std::uint16_t isInvariant : 1;
-  std::uint16_t objImpl : 3;  // 0 pointers, 1 bytes, 2 unordered set, 3 special
-  std::int16_t unused;
-};
-static_assert(offsetof(ZelObjInfoSType, objSize) == 16 && offsetof(ZelObjInfoSType, unused) == 22);
-static_assert(sizeof(ZelObjInfoSType) == 24);
+  int32_t objSize;
+  uint16_t reserved : 9;
+  uint16_t isOverlayed : 1;
+  uint16_t isPartial : 1;
+  uint16_t isIndexable : 1;
+  uint16_t isInvariant : 1;
+  uint16_t objImpl : 3;  // 0 pointers, 1 bytes, 2 unordered set, 3 special
+  int16_t unused;
+} ZelObjInfoSType;
+POVZEL_STATIC_ASSERT(offsetof(ZelObjInfoSType, objSize) == 16 &&
+                         offsetof(ZelObjInfoSType, unused) == 22,
+                     "the layout of ZelObjInfoSType has changed");
+POVZEL_STATIC_ASSERT(sizeof(ZelObjInfoSType) == 24, "the layout of ZelObjInfoSType has changed");
 
-struct ZelDateTimeSType {
-  std::int32_t year;
-  std::int32_t dayOfYear;
-  std::int32_t milliseconds;  // since midnight
+typedef struct ZelDateTimeSType {
+  int32_t year;
+  int32_t dayOfYear;
+  int32_t milliseconds;  // since midnight
   OopType timeZone;
-};
-static_assert(offsetof(ZelDateTimeSType, timeZone) == 12 && sizeof(ZelDateTimeSType) == 16);
+} ZelDateTimeSType;
+POVZEL_STATIC_ASSERT(offsetof(ZelDateTimeSType, timeZone) == 12 && sizeof(ZelDateTimeSType) == 16,
+                     "the layout of ZelDateTimeSType has changed");
 
 // A slot whose signature this system does not need to know.
-using ZelUntypedFType = void (*)();
+typedef void (*ZelUntypedFType)(void);
 
 // The 312 slots in table order. TYPED(name, result, (arguments)) declares a slot that libpovzel30
 // calls, UNTYPED(name) any other.
@@ -93,7 +99,7 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelNbContinueWith) \
   UNTYPED(ZelCreateOopObj) \
   UNTYPED(ZelCreateByteObj) \
-  TYPED(ZelDirtyObjsInit, void, ()) \
+  TYPED(ZelDirtyObjsInit, void, (void)) \
   TYPED(ZelDirtySaveObjs, BoolType, (OopType*, ArraySizeType*)) \
   TYPED(ZelNewDateTime, OopType, (OopType, const ZelDateTimeSType*)) \
   UNTYPED(ZelFetchDateTime) \
@@ -136,11 +142,11 @@ using ZelUntypedFType = void (*)();
   TYPED(ZelFltToOop, OopType, (double)) \
   UNTYPED(ZelGetFreeOop) \
   UNTYPED(ZelGetFreeOops) \
-  TYPED(ZelGetSessionId, ZelSessionIdType, ()) \
+  TYPED(ZelGetSessionId, ZelSessionIdType, (void)) \
   UNTYPED(ZelGetMaxSessionId) \
   UNTYPED(ZelHandleError) \
   UNTYPED(ZelHardBreak) \
-  TYPED(ZelInit, BoolType, ()) \
+  TYPED(ZelInit, BoolType, (void)) \
   TYPED(ZelInitAppName, void, (const char*, BoolType)) \
   UNTYPED(ZelSetCacheName) \
   UNTYPED(ZelInstMethodForClass) \
@@ -152,7 +158,7 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelSessionIsRemote) \
   UNTYPED(ZelIvNameToIdx) \
   TYPED(ZelLogin, BoolType, (const char*, const char*)) \
-  TYPED(ZelLogout, void, ()) \
+  TYPED(ZelLogout, void, (void)) \
   TYPED(ZelLongToOop, OopType, (long)) \
   UNTYPED(ZelUnsignedLongToOop) \
   UNTYPED(ZelMoreTraversal) \
@@ -218,7 +224,7 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelSetErrJump) \
   TYPED(ZelSetNet, void, (const char*, const char*, const char*, const char*)) \
   TYPED(ZelSetSessionId, void, (ZelSessionIdType)) \
-  TYPED(ZelShutdown, void, ()) \
+  TYPED(ZelShutdown, void, (void)) \
   UNTYPED(ZelSoftBreak) \
   UNTYPED(ZelStep) \
   UNTYPED(ZelStoreByte) \
@@ -243,8 +249,8 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelStrKeyValueDictAtObjPut) \
   UNTYPED(ZelStrKeyValueDictAtPut) \
   UNTYPED(ZelTraverseObjs) \
-  TYPED(ZelProduct, unsigned char, ()) \
-  TYPED(ZelVersion, const char*, ()) \
+  TYPED(ZelProduct, unsigned char, (void)) \
+  TYPED(ZelVersion, const char*, (void)) \
   UNTYPED(ZelInUserAction) \
   UNTYPED(ZelInstallUserAction) \
   UNTYPED(ZelRaiseException) \
@@ -296,7 +302,7 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelGetCBuffer) \
   UNTYPED(ZelStoreTravDo) \
   UNTYPED(ZelNbStoreTravDo) \
-  TYPED(ZelUnload, void, ()) \
+  TYPED(ZelUnload, void, (void)) \
   UNTYPED(ZelUseRealUid) \
   UNTYPED(ZelUseEffectiveUid) \
   UNTYPED(ZelEncrypt) \
@@ -385,59 +391,65 @@ using ZelUntypedFType = void (*)();
   UNTYPED(ZelFloatSwizzleReadSingle) \
   UNTYPED(ZelFloatSwizzleWriteSingle)
 // The table that an interface library hands out.
-struct ZelRtlJumpSType {
-  std::int32_t zelFeatureLevel;       // number of function slots the library provides
-  std::int32_t zelCompatiblityLevel;  // interface compatibility level
-  std::int32_t reserved;
+typedef struct ZelRtlJumpSType {
+  int32_t zelFeatureLevel;       // number of function slots the library provides
+  int32_t zelCompatiblityLevel;  // interface compatibility level
+  int32_t reserved;
 #define ZEL_TYPED_MEMBER(name, result, arguments) result(*name) arguments;
 #define ZEL_UNTYPED_MEMBER(name) ZelUntypedFType name;
   ZEL_RTL_SLOTS(ZEL_TYPED_MEMBER, ZEL_UNTYPED_MEMBER)
 #undef ZEL_TYPED_MEMBER
 #undef ZEL_UNTYPED_MEMBER
   int unused;
-};
+} ZelRtlJumpSType;
 
-constexpr int ZelRtlSlotCount = 312;
+POVZEL_CONSTANT(int, ZelRtlSlotCount, 312);
 
-static_assert(sizeof(ZelRtlJumpSType) == 1264);
-static_assert(offsetof(ZelRtlJumpSType, unused) == 12 + 4 * ZelRtlSlotCount);
-static_assert(offsetof(ZelRtlJumpSType, ZelContinueWith) == 84);
-static_assert(offsetof(ZelRtlJumpSType, ZelDirtyObjsInit) == 100);
-static_assert(offsetof(ZelRtlJumpSType, ZelDirtySaveObjs) == 104);
-static_assert(offsetof(ZelRtlJumpSType, ZelNewDateTime) == 108);
-static_assert(offsetof(ZelRtlJumpSType, ZelErr) == 140);
-static_assert(offsetof(ZelRtlJumpSType, ZelExecute) == 144);
-static_assert(offsetof(ZelRtlJumpSType, ZelExecuteStr) == 160);
-static_assert(offsetof(ZelRtlJumpSType, ZelFetchBytes) == 180);
-static_assert(offsetof(ZelRtlJumpSType, ZelFetchVaryingOops) == 196);
-static_assert(offsetof(ZelRtlJumpSType, ZelFetchNamedOop) == 208);
-static_assert(offsetof(ZelRtlJumpSType, ZelFetchNamedOops) == 212);
-static_assert(offsetof(ZelRtlJumpSType, ZelFetchObjInfo) == 220);
-static_assert(offsetof(ZelRtlJumpSType, ZelFltToOop) == 256);
-static_assert(offsetof(ZelRtlJumpSType, ZelGetSessionId) == 268);
-static_assert(offsetof(ZelRtlJumpSType, ZelInit) == 284);
-static_assert(offsetof(ZelRtlJumpSType, ZelInitAppName) == 288);
-static_assert(offsetof(ZelRtlJumpSType, ZelIsKindOf) == 300);
-static_assert(offsetof(ZelRtlJumpSType, ZelLogin) == 328);
-static_assert(offsetof(ZelRtlJumpSType, ZelLogout) == 332);
-static_assert(offsetof(ZelRtlJumpSType, ZelLongToOop) == 336);
-static_assert(offsetof(ZelRtlJumpSType, ZelNewOop) == 440);
-static_assert(offsetof(ZelRtlJumpSType, ZelOopToBool) == 472);
-static_assert(offsetof(ZelRtlJumpSType, ZelOopToChr) == 476);
-static_assert(offsetof(ZelRtlJumpSType, ZelOopToFlt) == 484);
-static_assert(offsetof(ZelRtlJumpSType, ZelOopToLong) == 488);
-static_assert(offsetof(ZelRtlJumpSType, ZelPerform) == 496);
-static_assert(offsetof(ZelRtlJumpSType, ZelReleaseOops) == 548);
-static_assert(offsetof(ZelRtlJumpSType, ZelSaveObjs) == 576);
-static_assert(offsetof(ZelRtlJumpSType, ZelSetNet) == 588);
-static_assert(offsetof(ZelRtlJumpSType, ZelSetSessionId) == 592);
-static_assert(offsetof(ZelRtlJumpSType, ZelShutdown) == 596);
-static_assert(offsetof(ZelRtlJumpSType, ZelStoreBytesInstanceOf) == 612);
-static_assert(offsetof(ZelRtlJumpSType, ZelStoreIdxOops) == 624);
-static_assert(offsetof(ZelRtlJumpSType, ZelStoreNamedOops) == 632);
-static_assert(offsetof(ZelRtlJumpSType, ZelStoreOop) == 636);
-static_assert(offsetof(ZelRtlJumpSType, ZelProduct) == 696);
-static_assert(offsetof(ZelRtlJumpSType, ZelVersion) == 700);
-static_assert(offsetof(ZelRtlJumpSType, ZelUnload) == 908);
+POVZEL_STATIC_ASSERT(sizeof(ZelRtlJumpSType) == 1264, "the layout of ZelRtlJumpSType has changed");
+POVZEL_STATIC_ASSERT(offsetof(ZelRtlJumpSType, unused) == 12 + 4 * ZelRtlSlotCount,
+                     "the layout of ZelRtlJumpSType has changed");
+
+#define ZEL_SLOT_AT(name, offset) \
+  POVZEL_STATIC_ASSERT(offsetof(ZelRtlJumpSType, name) == (offset), #name " is in another slot")
+ZEL_SLOT_AT(ZelContinueWith, 84);
+ZEL_SLOT_AT(ZelDirtyObjsInit, 100);
+ZEL_SLOT_AT(ZelDirtySaveObjs, 104);
+ZEL_SLOT_AT(ZelNewDateTime, 108);
+ZEL_SLOT_AT(ZelErr, 140);
+ZEL_SLOT_AT(ZelExecute, 144);
+ZEL_SLOT_AT(ZelExecuteStr, 160);
+ZEL_SLOT_AT(ZelFetchBytes, 180);
+ZEL_SLOT_AT(ZelFetchVaryingOops, 196);
+ZEL_SLOT_AT(ZelFetchNamedOop, 208);
+ZEL_SLOT_AT(ZelFetchNamedOops, 212);
+ZEL_SLOT_AT(ZelFetchObjInfo, 220);
+ZEL_SLOT_AT(ZelFltToOop, 256);
+ZEL_SLOT_AT(ZelGetSessionId, 268);
+ZEL_SLOT_AT(ZelInit, 284);
+ZEL_SLOT_AT(ZelInitAppName, 288);
+ZEL_SLOT_AT(ZelIsKindOf, 300);
+ZEL_SLOT_AT(ZelLogin, 328);
+ZEL_SLOT_AT(ZelLogout, 332);
+ZEL_SLOT_AT(ZelLongToOop, 336);
+ZEL_SLOT_AT(ZelNewOop, 440);
+ZEL_SLOT_AT(ZelOopToBool, 472);
+ZEL_SLOT_AT(ZelOopToChr, 476);
+ZEL_SLOT_AT(ZelOopToFlt, 484);
+ZEL_SLOT_AT(ZelOopToLong, 488);
+ZEL_SLOT_AT(ZelPerform, 496);
+ZEL_SLOT_AT(ZelReleaseOops, 548);
+ZEL_SLOT_AT(ZelSaveObjs, 576);
+ZEL_SLOT_AT(ZelSetNet, 588);
+ZEL_SLOT_AT(ZelSetSessionId, 592);
+ZEL_SLOT_AT(ZelShutdown, 596);
+ZEL_SLOT_AT(ZelStoreBytesInstanceOf, 612);
+ZEL_SLOT_AT(ZelStoreIdxOops, 624);
+ZEL_SLOT_AT(ZelStoreNamedOops, 632);
+ZEL_SLOT_AT(ZelStoreOop, 636);
+ZEL_SLOT_AT(ZelProduct, 696);
+ZEL_SLOT_AT(ZelVersion, 700);
+ZEL_SLOT_AT(ZelUnload, 908);
+#undef ZEL_SLOT_AT
+
 // The type of the one function that an interface library exports.
-using ZelGetRtlTableFuncPtr = const ZelRtlJumpSType* (*)();
+typedef const ZelRtlJumpSType* (*ZelGetRtlTableFuncPtr)(void);

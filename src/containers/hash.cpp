@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 
 #include <povzel/utlheap.h>

@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include <povzel/hostenv.h>
 #include <povzel/utlheap.h>

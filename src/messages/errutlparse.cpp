@@ -1,3 +1,5 @@
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include <povzel/errutl.h>

@@ -10,6 +10,9 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 
 #include <povzel/errmsg.h>
 #include <povzel/errutl.h>

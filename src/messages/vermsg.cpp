@@ -1,5 +1,6 @@
 #include <povzel/vermsg.h>
 
+#include <cstdio>
 #include <cstring>
 
 namespace {

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <ctime>
 
 #include <povzel/hostfiles.h>
 #include <povzel/hostsigterm.h>

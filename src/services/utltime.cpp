@@ -2,7 +2,9 @@
 
 #include <langinfo.h>
 
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include <povzel/hosttime.h>
 

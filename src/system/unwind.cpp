@@ -1,5 +1,6 @@
 #include <povzel/unwind.h>
 
+#include <csetjmp>
 #include <cstdio>
 #include <iterator>
 

@@ -5,6 +5,8 @@
 // table. Oops 0 and 1 name nothing.
 #pragma once
 
+#include <cstdint>
+
 #include <povzel/zeltable.h>
 
 namespace zel {

@@ -1,5 +1,6 @@
 // The result report: an oop described to Java.
 #include <algorithm>
+#include <cstdint>
 
 #include "frame.h"
 
