@@ -36,6 +36,7 @@ ChildResult converse(const ScratchDirectory& scratch, const std::string& argumen
   int terminal = -1;
   const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
   if (child == 0) {
+    std::signal(SIGINT, SIG_DFL);  // jobs in the background ignore it
     execl("/bin/sh", "sh", "-c", (launch + arguments).c_str(), nullptr);
     _exit(127);
   }
