@@ -300,8 +300,36 @@ void showCompilerRuntime() {
 
 // JVM
 
+// The version in a JVM's release file, which lies beside bin/ or, where there is a jre/ between
+// them, one up; 0 if that cannot be told.
+int javaVersion(const char* program) {
+  char home[PATH_MAX];
+  if (realpath(program, home) == nullptr) return 0;
+  FILE* release = nullptr;
+  for (int up = 1; up <= 3 && release == nullptr; ++up) {
+    char* slash = std::strrchr(home, '/');
+    if (slash == nullptr) return 0;
+    *slash = '\0';
+    Text name;
+    std::snprintf(name, sizeof name, "%s/release", home);
+    if (up > 1) release = std::fopen(name, "re");
+  }
+  if (release == nullptr) return 0;
+  constexpr char key[] = "JAVA_VERSION=\"";
+  long version = 0;
+  for (char line[256]; std::fgets(line, sizeof line, release) != nullptr;) {
+    if (std::strncmp(line, key, sizeof key - 1) != 0) continue;
+    const char* number = line + sizeof key - 1;
+    if (std::strncmp(number, "1.", 2) == 0) number += 2;
+    version = std::strtol(number, nullptr, 10);
+  }
+  std::fclose(release);
+  return static_cast<int>(version);
+}
+
 // Whether the shell can run in the JVM at `place`, the java program or its folder.
 bool isJvm(const char* place, LibFileFaultType& fault) {
+  constexpr int oldestVersion = 17;
   Text program;
   struct stat status;
   const bool isFolder = stat(place, &status) == 0 && S_ISDIR(status.st_mode);
@@ -311,28 +339,10 @@ bool isJvm(const char* place, LibFileFaultType& fault) {
     std::snprintf(fault, sizeof fault, "is not executable");
     return false;
   }
-
-  // The release file lies beside bin, or one up from a jre folder.
-  char home[PATH_MAX];
-  if (realpath(program, home) == nullptr) return true;
-  FILE* release = nullptr;
-  for (int up = 0; up < 3 && release == nullptr; ++up) {
-    char* slash = std::strrchr(home, '/');
-    if (slash == nullptr) break;
-    *slash = '\0';
-    Text name;
-    std::snprintf(name, sizeof name, "%s/release", home);
-    if (up > 0) release = std::fopen(name, "re");
-  }
-  if (release == nullptr) return true;
-  int version = 0;
-  for (char line[256]; version == 0 && std::fgets(line, sizeof line, release) != nullptr;) {
-    if (std::sscanf(line, "JAVA_VERSION=\"1.%d", &version) == 1) break;
-    std::sscanf(line, "JAVA_VERSION=\"%d", &version);
-  }
-  std::fclose(release);
-  if (version == 0 || version >= 17) return true;
-  std::snprintf(fault, sizeof fault, "is Java %d: the shell needs 17 or later", version);
+  const int version = javaVersion(program);
+  if (version == 0 || version >= oldestVersion) return true;
+  std::snprintf(fault, sizeof fault, "is Java %d: the shell needs %d or later", version,
+                oldestVersion);
   return false;
 }
 

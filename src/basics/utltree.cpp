@@ -74,6 +74,6 @@ void utlPlaceInOwnTree(const char* name, char* place, std::size_t size) {
   const std::size_t rootLength = std::strlen(root);
   const std::size_t restLength = std::strlen(rest);
   if (rootLength + restLength >= size) return;
-  std::memcpy(place, root, rootLength);
   std::memcpy(place + rootLength, rest, restLength + 1);
+  std::memcpy(place, root, rootLength);  // NOLINT(bugprone-not-null-terminated-result)
 }
