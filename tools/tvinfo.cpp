@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -104,9 +105,11 @@ void showVariable(const char* name, const char* whenUnset) {
   item(name, value != nullptr ? value : whenUnset);
 }
 
-// Makes a look at foreign code in a process of its own: it may end that process.
+// Makes a look at foreign code in a process of its own: it may end that process, and what was seen
+// until then is shown.
 void apart(void (*look)()) {
   std::fflush(stdout);
+  std::signal(SIGCHLD, SIG_DFL);  // ignored, it would leave no status
   const pid_t child = fork();
   if (child < 0) {
     look();
@@ -114,6 +117,7 @@ void apart(void (*look)()) {
   }
   if (child == 0) {
     isBroken = false;
+    setlinebuf(stdout);
     look();
     std::fflush(stdout);
     _exit(isBroken ? faultStatus : 0);
@@ -393,7 +397,8 @@ int showErrno(const char* argument) {
   char* end = nullptr;
   const long number = std::strtol(argument, &end, 10);
   if (end == argument || *end != '\0') {
-    std::fprintf(stderr, "tvinfo: '%s' is not a number\n", argument);
+    std::fprintf(stderr, "tvinfo: '%s' is not a number\nGive the value of errno, such as 13.\n",
+                 argument);
     return usageStatus;
   }
   ErrMsgStrType text;
