@@ -1,12 +1,15 @@
-// tvinfo: what this installation is and what is in force. The first thing to run when something is
-// wrong.
-//
-//   tvinfo                    banner, version block, parameters, locations, interface libraries
-//   tvinfo --symbol NAME      the message text of a symbol
-//   tvinfo --errno NUMBER     the text of an operating-system error
+// tvinfo: what this installation is and what is in force, and what of it cannot work and why. The
+// first thing to run when something is wrong. It needs the C library alone.
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
+#include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,16 +19,30 @@
 #include <povzel/hostfname.h>
 #include <povzel/hostinit.h>
 #include <povzel/unixerr.h>
+#include <povzel/utlexe.h>
 #include <povzel/utlheap.h>
 #include <povzel/utlinstall.h>
 #include <povzel/vermsg.h>
 #include <povzel/version.h>
 #include <povzel/zelrtl.h>
+#include "basics/internal.h"
+#include "hostunix/internal.h"
 #include "loader/internal.h"
+#include "messages/internal.h"
 
 namespace {
 
+constexpr int faultStatus = 1;
 constexpr int usageStatus = 2;
+
+constexpr char usage[] =
+    "usage: tvinfo                    what is installed and in force; status 1 if it cannot work\n"
+    "       tvinfo --symbol NAME      the message text of a symbol\n"
+    "       tvinfo --errno NUMBER     the text of an operating-system error\n"
+    "       tvinfo --version | --help\n";
+
+// Whether something that is set, or that every program needs, cannot work.
+bool isBroken = false;
 
 struct Parameter {
   VerParamEType id;
@@ -65,42 +82,311 @@ void showParameters() {
   }
 }
 
-void showVariable(const char* name, const char* whenUnset) {
-  const char* value = std::getenv(name);
-  item(name, value != nullptr && value[0] != '\0' ? value : whenUnset);
+// A file name or a text about one.
+using Text = char[PATH_MAX + 256];
+
+[[gnu::format(printf, 1, 2)]] void notUsable(const char* format, ...) {
+  Text why;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(why, sizeof why, format, arguments);
+  va_end(arguments);
+  item("not usable", why);
+  isBroken = true;
 }
 
-void showLocations() {
+const char* valueOf(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && value[0] != '\0' ? value : nullptr;
+}
+
+void showVariable(const char* name, const char* whenUnset) {
+  const char* value = valueOf(name);
+  item(name, value != nullptr ? value : whenUnset);
+}
+
+// Makes a look at foreign code in a process of its own: it may end that process, and what was seen
+// until then is shown.
+void apart(void (*look)()) {
+  std::fflush(stdout);
+  std::signal(SIGCHLD, SIG_DFL);  // ignored, it would leave no status
+  const pid_t child = fork();
+  if (child < 0) {
+    look();
+    return;
+  }
+  if (child == 0) {
+    isBroken = false;
+    setlinebuf(stdout);
+    look();
+    std::fflush(stdout);
+    _exit(isBroken ? faultStatus : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WIFSIGNALED(status)) {
+    notUsable("it ended the program that opened it, by signal %d", WTERMSIG(status));
+  } else if (WEXITSTATUS(status) == faultStatus) {
+    isBroken = true;
+  } else if (WEXITSTATUS(status) != 0) {
+    notUsable("it ended the program that opened it, with status %d", WEXITSTATUS(status));
+  }
+}
+
+// Messages
+
+HostFnameStrType messageFile;
+
+// Whether the message file in force can be used; otherwise `fault` says why not.
+bool findMessages(LibFileFaultType& fault) {
+  errUtlFindFile(nullptr, messageFile);
+  LibFileStart start;
+  if (!libFileRead(messageFile, start, fault)) return false;
+  if (start.size >= sizeof(ErrUtlHdrSType) && std::memcmp(start.bytes, ErrUtlGetMagic(), 4) == 0) {
+    return true;
+  }
+  std::snprintf(fault, sizeof fault, "%s",
+                start.isText() ? "is a text, not compiled by msgc" : "is no message file");
+  return false;
+}
+
+// Starts the host layer, which says at length on standard error that it lacks a message file.
+void startQuietly() {
+  const int standardError = dup(STDERR_FILENO);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup2(nowhere, STDERR_FILENO);
+  HostInit();
+  dup2(standardError, STDERR_FILENO);
+  close(standardError);
+  close(nowhere);
+}
+
+// Places
+
+void showTree() {
+  const char* tarvolin = valueOf("TARVOLIN");
+  const char* own = utlOwnTree();
+  item("TARVOLIN", tarvolin != nullptr ? tarvolin : "(not set)");
+  if (tarvolin == nullptr) {
+    item("Installation", own != nullptr ? own : "(none: set TARVOLIN to the folder of one)");
+    return;
+  }
+  struct stat status;
+  if (stat(tarvolin, &status) != 0) {
+    notUsable("%s is not there", tarvolin);
+  } else if (!S_ISDIR(status.st_mode)) {
+    notUsable("%s is not a directory", tarvolin);
+  } else if (std::strchr(tarvolin, ';') != nullptr) {
+    notUsable("%s holds a ';', which ends a path for the library", tarvolin);
+  }
+}
+
+void showLocations(const char* messageFault) {
   std::puts("\nLocations");
-  showVariable("TARVOLIN", "(not set: point it at the installation directory)");
+  showTree();
   showVariable("TARVOLIN_LANG", "(not set: $TARVOLIN/sys/english67.err)");
-  item("Message file", ErrUtlErrFileName);
-  item("", ErrMsgGetPanicked() ? "not usable: messages show as [symbol arguments]" : "in use");
+  item("Message file", messageFile);
+  if (messageFault == nullptr) {
+    item("", "in use");
+  } else {
+    notUsable("it %s: messages show as [symbol arguments]", messageFault);
+  }
   item("Global directory", UtlGetGlobalTarvolinDir());
   item("Lock directory", UtlGetFifoDir());
 }
 
+// Interface libraries
+
+bool isOpened;  // one of those that were tried
+
 void showAttempt(const char* name, const char* failure) {
-  item(failure == nullptr ? "found" : "not found", failure == nullptr ? name : failure);
+  Text file;
+  std::snprintf(file, sizeof file, "%s%s", name, dynLibLacksSuffix(name) ? ".so" : "");
+  if (failure == nullptr) {
+    isOpened = true;
+    item("found", file);
+    return;
+  }
+  constexpr char beforeReason[] = " failed because ";
+  const char* reason = std::strstr(failure, beforeReason);
+  reason = reason != nullptr ? reason + sizeof beforeReason - 1 : failure;
+  LibFileFaultType fault;
+  if (std::strchr(file, '/') == nullptr) {
+    // The loader's own search: it has no more to say than that there is none.
+    const bool isAbsent = std::strstr(reason, "No such file") != nullptr &&
+                          std::strncmp(reason, file, std::strlen(file)) == 0;
+    if (isAbsent) {
+      item("not there", file);
+    } else {
+      notUsable("%s", reason);
+    }
+  } else if (libFileIsFit(file, "library", fault)) {
+    notUsable("%s", reason);
+  } else if (std::strcmp(fault, "is not there") == 0) {
+    item("not there", file);
+  } else {
+    notUsable("%s %s", file, fault);
+  }
+}
+
+// The limits are those of the bridge, which compares versions as texts.
+void showProduct() {
+  const unsigned product = rtlPrivZelRtlFuncs->ZelProduct();
+  const char* version = rtlPrivZelRtlFuncs->ZelVersion();
+  if (version == nullptr) version = "";
+  item("version", version);
+  if (product != 1) notUsable("it is of product %u, not 1", product);
+  if (std::strcmp(version, "6.3") < 0 || std::strcmp(version, "9.9.999") > 0) {
+    notUsable("its version is not between 6.3 and 9.9.999");
+  }
 }
 
 void showInterfaceLibrary(BoolType useRpc) {
-  std::printf("\nInterface library, %s\n", useRpc ? "remote (rpc)" : "linked (lnk)");
   zelRtlObserveAttempt = showAttempt;
+  dynLibBinding = RTLD_NOW;
+  isOpened = false;
   char why[1024];
-  if (!ZelRtlLoad(useRpc, nullptr, why, sizeof why)) {
-    item("not usable", why);
+  if (ZelRtlLoad(useRpc, nullptr, why, sizeof why)) {
+    showProduct();
+  } else if (isOpened && std::strncmp(why, "dlsym(", 6) == 0) {
+    notUsable("it is not an interface library: it has no ZelGetRtlTable");
+  } else if (isOpened || std::strncmp(why, "dlopen(", 7) != 0) {
+    why[std::strcspn(why, "\n")] = '\0';
+    notUsable("%s", why);
+  } else if (useRpc && !isBroken) {
+    notUsable("there is none at these places");
+  }
+}
+
+// Libraries
+
+// The library of TARVOLIN if there is one, else that of this program's installation. Returns false
+// if there is neither.
+bool findLibrary(Text& file) {
+  for (const char* tree : {valueOf("TARVOLIN"), utlOwnTree()}) {
+    if (tree == nullptr) continue;
+    std::snprintf(file, sizeof file, "%s/lib/libpovzel30.so", tree);
+    if (access(file, F_OK) == 0) return true;
+  }
+  return false;
+}
+
+void showLibrary() {
+  Text file;
+  if (!findLibrary(file)) return notUsable("there is no lib/libpovzel30.so in the installation");
+  item("libpovzel30", file);
+  LibFileFaultType fault;
+  if (!libFileIsFit(file, "library", fault)) return notUsable("it %s", fault);
+  void* library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) return notUsable("%s", dlerror());
+  for (const char* name :
+       {"VerTVVersion", "Java_com_tarvolin_povzel_PovZelInterface__1initialize"}) {
+    if (dlsym(library, name) == nullptr) return notUsable("it has no %s", name);
+  }
+  const auto version = reinterpret_cast<const char* (*)()>(dlsym(library, "VerTVVersion"));
+  if (std::strcmp(version(), VerTVVersion()) == 0) return item("", version());
+  notUsable("its version is %s, this program's %s", version(), VerTVVersion());
+}
+
+void showCrypt() {
+  HostCryptTextType said;
+  const bool isThere = hostFindCrypt(said) != nullptr;
+  item("libcrypt", said);
+  if (!isThere) item("", "passwords cannot be checked (Debian's package libcrypt1:i386)");
+}
+
+void showCompilerRuntime() {
+  constexpr char name[] = "libgcc_s.so.1";
+  const bool isThere = dlopen(name, RTLD_LAZY | RTLD_LOCAL) != nullptr;
+  item(name, isThere ? "found" : dlerror());
+  if (!isThere) item("", "the embedded database needs it (Debian's package libgcc-s1:i386)");
+}
+
+// JVM
+
+// The version in a JVM's release file, which lies beside bin/ or, where there is a jre/ between
+// them, one up; 0 if that cannot be told.
+int javaVersion(const char* program) {
+  char home[PATH_MAX];
+  if (realpath(program, home) == nullptr) return 0;
+  FILE* release = nullptr;
+  for (int up = 1; up <= 3 && release == nullptr; ++up) {
+    char* slash = std::strrchr(home, '/');
+    if (slash == nullptr) return 0;
+    *slash = '\0';
+    Text name;
+    std::snprintf(name, sizeof name, "%s/release", home);
+    if (up > 1) release = std::fopen(name, "re");
+  }
+  if (release == nullptr) return 0;
+  constexpr char key[] = "JAVA_VERSION=\"";
+  long version = 0;
+  for (char line[256]; std::fgets(line, sizeof line, release) != nullptr;) {
+    if (std::strncmp(line, key, sizeof key - 1) != 0) continue;
+    const char* number = line + sizeof key - 1;
+    if (std::strncmp(number, "1.", 2) == 0) number += 2;
+    version = std::strtol(number, nullptr, 10);
+  }
+  std::fclose(release);
+  return static_cast<int>(version);
+}
+
+// Whether the shell can run in the JVM at `place`, the java program or its folder.
+bool isJvm(const char* place, LibFileFaultType& fault) {
+  constexpr int oldestVersion = 17;
+  Text program;
+  struct stat status;
+  const bool isFolder = stat(place, &status) == 0 && S_ISDIR(status.st_mode);
+  std::snprintf(program, sizeof program, "%s%s", place, isFolder ? "/bin/java" : "");
+  if (!libFileIsFit(program, "program", fault)) return false;
+  if (access(program, X_OK) != 0) {
+    std::snprintf(fault, sizeof fault, "is not executable");
+    return false;
+  }
+  const int version = javaVersion(program);
+  if (version == 0 || version >= oldestVersion) return true;
+  std::snprintf(fault, sizeof fault, "is Java %d: the shell needs %d or later", version,
+                oldestVersion);
+  return false;
+}
+
+// The places that the shell looks at, in its order. One that is set counts alone.
+void showJvm() {
+  std::puts("\nJVM");
+  LibFileFaultType fault;
+  if (const char* set = valueOf("JAVA32")) {
+    item("JAVA32", set);
+    if (!isJvm(set, fault)) notUsable("it %s", fault);
     return;
   }
-  item("version", rtlPrivZelRtlFuncs->ZelVersion());
-  ZelRtlUnload();
+  Text beside = "";
+  if (utlOwnTree() != nullptr) std::snprintf(beside, sizeof beside, "%s/jre", utlOwnTree());
+  char onPath[PATH_MAX] = "";
+  if (const char* path = valueOf("PATH")) {
+    UtlSearchPath(path, "java", nullptr, onPath, sizeof onPath, nullptr);
+  }
+  const char* home = valueOf("JAVA_HOME");
+  for (const char* place : {static_cast<const char*>(beside), home != nullptr ? home : "",
+                            static_cast<const char*>(onPath)}) {
+    if (access(place, F_OK) != 0) continue;
+    if (isJvm(place, fault)) return item("found", place);
+    Text refused;
+    std::snprintf(refused, sizeof refused, "%s %s", place, fault);
+    item("passed over", refused);
+  }
+  item("not there", "no 32-bit Java 17 or later (Debian's package openjdk-17-jre-headless:i386)");
 }
+
+// Modes
 
 int showSymbol(const char* symbol) {
   char* text = ErrMsgGetString(symbol);
   if (text == nullptr) {
-    std::fprintf(stderr, "tvinfo: the message file has no symbol '%s'\n", symbol);
-    return 1;
+    std::fprintf(stderr,
+                 "tvinfo: the message file has no symbol '%s'\n"
+                 "List them: msgc --dump '%s'\n",
+                 symbol, messageFile);
+    return faultStatus;
   }
   std::puts(text);
   UtlFree(text);
@@ -111,7 +397,8 @@ int showErrno(const char* argument) {
   char* end = nullptr;
   const long number = std::strtol(argument, &end, 10);
   if (end == argument || *end != '\0') {
-    std::fprintf(stderr, "tvinfo: '%s' is not a number\n", argument);
+    std::fprintf(stderr, "tvinfo: '%s' is not a number\nGive the value of errno, such as 13.\n",
+                 argument);
     return usageStatus;
   }
   ErrMsgStrType text;
@@ -120,26 +407,64 @@ int showErrno(const char* argument) {
   return 0;
 }
 
-int showAll() {
-  VerBanner(stdout, "tvinfo", "tvinfo.desc", nullptr, 0);
-  VerEndEdge(stdout);
+int showAll(const char* messageFault) {
+  if (messageFault == nullptr) {
+    VerBanner(stdout, "tvinfo", "tvinfo.desc", nullptr, 0);
+    VerEndEdge(stdout);
+  } else {
+    std::puts("tvinfo " POVZEL_VERSION);
+  }
   showParameters();
-  showLocations();
+  showLocations(messageFault);
   std::puts("");
   showVariable("ZELRTL_BASELIBNAME", "(not set: zel)");
   showVariable("ZELRTL_VERSION", "(not set: 67)");
-  showInterfaceLibrary(1);
-  showInterfaceLibrary(0);
-  return 0;
+  std::puts("\nInterface library, remote (rpc)");
+  apart([] { showInterfaceLibrary(1); });
+  std::puts("\nInterface library, linked (lnk)");
+  apart([] { showInterfaceLibrary(0); });
+  std::puts("\nLibraries");
+  apart(showLibrary);
+  apart(showCrypt);
+  apart(showCompilerRuntime);
+  showJvm();
+  if (!isBroken) return 0;
+  std::fflush(stdout);
+  std::fputs("tvinfo: not all can work: see what is \"not usable\" above\n", stderr);
+  return faultStatus;
+}
+
+int run(const char* mode, const char* argument) {
+  LibFileFaultType fault;
+  const char* messageFault = nullptr;
+  if (!findMessages(fault)) {
+    messageFault = fault;
+    startQuietly();
+  } else {
+    HostInit();
+    if (ErrMsgGetPanicked()) messageFault = "has a damaged header";
+  }
+  if (mode == nullptr) return showAll(messageFault);
+  if (messageFault != nullptr) {
+    std::fprintf(stderr,
+                 "tvinfo: the message file %s %s\n"
+                 "Set TARVOLIN_LANG to a compiled message file, or TARVOLIN to an installation.\n",
+                 messageFile, messageFault);
+    return faultStatus;
+  }
+  return std::strcmp(mode, "--symbol") == 0 ? showSymbol(argument) : showErrno(argument);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  HostInit();
-  if (argc == 1) return showAll();
-  if (argc == 3 && std::strcmp(argv[1], "--symbol") == 0) return showSymbol(argv[2]);
-  if (argc == 3 && std::strcmp(argv[1], "--errno") == 0) return showErrno(argv[2]);
-  std::fputs("usage: tvinfo [--symbol NAME | --errno NUMBER]\n", stderr);
+  if (argc == 1) return run(nullptr, nullptr);
+  const char* mode = argv[1];
+  if (argc == 2 && std::strcmp(mode, "--help") == 0) return std::fputs(usage, stdout) < 0;
+  if (argc == 2 && std::strcmp(mode, "--version") == 0) return std::puts(POVZEL_VERSION) < 0;
+  if (argc == 3 && (std::strcmp(mode, "--symbol") == 0 || std::strcmp(mode, "--errno") == 0)) {
+    return run(mode, argv[2]);
+  }
+  std::fprintf(stderr, "tvinfo: cannot make sense of '%s'\nSee tvinfo --help.\n", mode);
   return usageStatus;
 }

@@ -1,6 +1,6 @@
 // The fault handler: what becomes of each signal that reaches it.
 //
-// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, poll,
+// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, gettid, poll,
 // sched_yield, signal, waitpid and the atomic primitives, prints with hostSafePrint, and uses what
 // internal.h marks as signal-safe. utlGuaranteeFailed is an end as well, unless `noHalt` is set.
 #include <povzel/hostfault.h>
@@ -59,9 +59,28 @@ bool resumeAfterGuardPage(const SignalEvent& event) {
   return true;
 }
 
-// How many SIGSEGV handlers of this thread are running. Lies at a fixed place from the thread's
-// start, so that reading it in a handler never allocates.
-[[gnu::tls_model("initial-exec")]] thread_local int segvDepth = 0;
+// The threads whose SIGSEGV handlers are counted, one place a handler; 0 is a free one. More than
+// are ever counted: the fifth ends the process. A thread_local would ask the loader for room that
+// the static block of a process with many libraries no longer has.
+int segvThreads[8];
+
+// Puts `with` into the first place that holds `what`, if one does.
+void replaceSegvThread(int what, int with) {
+  for (int& place : segvThreads) {
+    int held = what;
+    if (__atomic_compare_exchange_n(&place, &held, with, false, __ATOMIC_RELAXED,
+                                    __ATOMIC_RELAXED)) {
+      return;
+    }
+  }
+}
+
+bool handlesSegv(int thread) {
+  for (const int& place : segvThreads) {
+    if (__atomic_load_n(&place, __ATOMIC_RELAXED) == thread) return true;
+  }
+  return false;
+}
 
 // Counts a SIGSEGV and returns how many are being handled. What would look like recursion is often
 // no more than several threads of a Java VM at their null checks, each done in microseconds: a
@@ -71,10 +90,14 @@ int segvRunning() {
   constexpr int naps = 1000;
   constexpr int millisecond = 1;
   auto* count = reinterpret_cast<int*>(&segvInProgressCount);
-  const bool nested = segvDepth++ > 0;
+  const int thread = gettid();
+  const bool nested = handlesSegv(thread);
   for (int waits = 0;; ++waits) {
     const int running = HostAsmSyncCtrAdd(count, 1) + 1;
-    if (running < recursion || nested || waits == yields + naps) return running;
+    if (running < recursion || nested || waits == yields + naps) {
+      replaceSegvThread(0, thread);
+      return running;
+    }
     HostAsmSyncCtrAdd(count, -1);
     if (waits < yields) {
       sched_yield();
@@ -97,7 +120,7 @@ void countSegv() {
 }
 
 void uncountSegv() {
-  --segvDepth;
+  replaceSegvThread(gettid(), 0);
   HostAsmSyncCtrAdd(reinterpret_cast<int*>(&segvInProgressCount), -1);
 }
 

@@ -11,13 +11,13 @@
 #include <povzel/errmsg.h>
 #include <povzel/hostusers.h>
 #include <povzel/unixerr.h>
-#include "basics/internal.h"
+#include "internal.h"
 
 namespace {
 
 constexpr std::size_t traditionalHashLength = 13;
 
-using CryptFunc = char*(const char* password, const char* salt);
+constexpr const char* cryptLibraries[] = {"libcrypt.so.1", "libcrypt.so.2"};
 
 // The caller's buffer for the reason of a refusal.
 struct Refusal {
@@ -41,25 +41,34 @@ struct Refusal {
   }
 
   BoolType cannotHash(const char* why) const {
-    if (wanted()) std::snprintf(buffer, size, "Passwords cannot be checked: %s", why);
+    if (wanted()) {
+      std::snprintf(buffer, size,
+                    "Passwords cannot be checked: %s\n"
+                    "Install libcrypt.so.1 for 32-bit programs (Debian's package libcrypt1:i386).",
+                    why);
+    }
     return 0;
   }
 };
 
+}  // namespace
+
 // crypt lives in a library of its own, which a process that checks no password does without.
-CryptFunc* findCrypt(const char*& why) {
-  static CryptFunc* crypt = nullptr;
-  if (crypt != nullptr) return crypt;
-  void* library = dlopen("libcrypt.so.1", RTLD_LAZY | RTLD_LOCAL);
-  if (library != nullptr) crypt = reinterpret_cast<CryptFunc*>(dlsym(library, "crypt"));
-  if (crypt == nullptr) {
-    const char* reason = dlerror();
-    why = reason != nullptr ? reason : "libcrypt.so.1 has no crypt";
+HostCryptFType* hostFindCrypt(HostCryptTextType& said) {
+  static HostCryptFType* crypt = nullptr;
+  static const char* foundIn = "";
+  said[0] = '\0';
+  for (const char* name : cryptLibraries) {
+    if (crypt != nullptr) break;
+    void* library = dlopen(name, RTLD_LAZY | RTLD_LOCAL);
+    if (library != nullptr) crypt = reinterpret_cast<HostCryptFType*>(dlsym(library, "crypt"));
+    foundIn = name;
+    const char* reason = crypt == nullptr ? dlerror() : nullptr;
+    if (reason != nullptr && said[0] == '\0') std::snprintf(said, sizeof said, "%s", reason);
   }
+  if (crypt != nullptr) std::snprintf(said, sizeof said, "%s", foundIn);
   return crypt;
 }
-
-}  // namespace
 
 BoolType HostValidatePassword(const char* userName, const char* password, long* pwToken,
                               char* errBuf,  // NOLINT(readability-non-const-parameter)
@@ -78,8 +87,8 @@ BoolType HostValidatePassword(const char* userName, const char* password, long* 
     stored = shadow->sp_pwdp;
   }
 
-  const char* why = nullptr;
-  CryptFunc* crypt = findCrypt(why);
+  HostCryptTextType why;
+  HostCryptFType* crypt = hostFindCrypt(why);
   if (crypt == nullptr) return refusal.cannotHash(why);
   const char* hash = crypt(password, stored);
   if (hash == nullptr || std::strcmp(hash, stored) != 0) return refusal.wrongPassword(userName);

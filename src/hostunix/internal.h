@@ -88,6 +88,15 @@ class RealIds {
   HostUserIdSType effective_ = {};
 };
 
+// Passwords (hostpassword.cpp)
+
+using HostCryptFType = char*(const char* password, const char* salt);
+using HostCryptTextType = char[256];
+
+// Finds the system's crypt, in libcrypt.so.1 or .so.2. `said` becomes the library that it is in, or
+// why there is none, and null is returned.
+HostCryptFType* hostFindCrypt(HostCryptTextType& said);
+
 // Signals (hostsignals.cpp)
 
 // Ignores `signal` unless the program handles it.

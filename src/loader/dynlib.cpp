@@ -5,6 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "internal.h"
+
+int dynLibBinding = RTLD_LAZY;
+
 namespace {
 
 constexpr std::size_t nameBufferSize = 2048;
@@ -13,9 +17,9 @@ constexpr char noErrorInfo[] = "(no error info returned)";
 
 // AddressSanitizer refuses RTLD_DEEPBIND, so its builds go without it.
 #ifdef POVZEL_SANITIZE
-constexpr int openFlags = RTLD_LAZY | RTLD_GLOBAL;
+constexpr int openFlags = RTLD_GLOBAL;
 #else
-constexpr int openFlags = RTLD_LAZY | RTLD_DEEPBIND | RTLD_GLOBAL;
+constexpr int openFlags = RTLD_DEEPBIND | RTLD_GLOBAL;
 #endif
 
 // The loader's description of its last failure; reading it also clears it.
@@ -24,17 +28,17 @@ const char* lastReason() {
   return reason != nullptr ? reason : noErrorInfo;
 }
 
-bool hasDotInBaseName(const char* name) {
-  const char* slash = std::strrchr(name, '/');
-  return std::strchr(slash != nullptr ? slash + 1 : name, '.') != nullptr;
-}
-
 }  // namespace
+
+bool dynLibLacksSuffix(const char* name) {
+  const char* slash = std::strrchr(name, '/');
+  return std::strchr(slash != nullptr ? slash + 1 : name, '.') == nullptr;
+}
 
 BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySizeType errSize) {
   *resultPtr = nullptr;
   char withSuffix[nameBufferSize];
-  if (!hasDotInBaseName(name)) {
+  if (dynLibLacksSuffix(name)) {
     const std::size_t length = std::strlen(name);
     if (length > std::size_t{longestBareName}) {
       if (err != nullptr) {
@@ -48,7 +52,7 @@ BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySiz
     std::snprintf(withSuffix, sizeof withSuffix, "%s.so", name);
     name = withSuffix;
   }
-  *resultPtr = dlopen(name, openFlags);
+  *resultPtr = dlopen(name, dynLibBinding | openFlags);
   if (*resultPtr != nullptr) return 1;
   const char* reason = lastReason();
   if (err != nullptr) std::snprintf(err, errSize, "dlopen(%s) failed because %s", name, reason);

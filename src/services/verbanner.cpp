@@ -40,6 +40,25 @@ static_assert(sizeof debuggingLines / sizeof debuggingLines[0] == 5);
 constexpr char usualDateFormat[] = "%m/%d/%Y %r";
 constexpr char nameNotKnown[] = "???";
 
+constexpr std::size_t lineWidth = 75;  // characters between the edges of a framed line
+
+// Writes the text of `symbol` with its arguments in lines that keep their right edge as far as
+// their words allow: a line is broken at the last blank that fits, where VerMessage would take the
+// next.
+template <typename... Arguments>
+void infoMessage(FILE* f, const char* symbol, const char* kinds, Arguments... arguments) {
+  ErrMsgStrType text;
+  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
+  for (char* line = text; strnlen(line, lineWidth + 1) > lineWidth;) {
+    void* end = std::memchr(line, '\n', lineWidth + 1);
+    if (end == nullptr) end = memrchr(line, ' ', lineWidth + 1);
+    if (end == nullptr) break;
+    line = static_cast<char*>(end);
+    *line++ = '\n';
+  }
+  VerMessage(f, text);
+}
+
 // The real, effective and login users of the process.
 void userMessage(FILE* f) {
   char realName[40];
@@ -57,10 +76,10 @@ void userMessage(FILE* f) {
   int loginId = -1;
   char loginName[40];
   if (HostGetLoginUserInfo(&loginId, loginName, sizeof loginName)) {
-    verCatalogueMessage(f, "version.uids2", "sdsdsd", realName, realId, effectiveName, effectiveId,
-                        loginName, static_cast<long>(loginId));
+    infoMessage(f, "version.uids2", "sdsdsd", realName, realId, effectiveName, effectiveId,
+                loginName, static_cast<long>(loginId));
   } else {
-    verCatalogueMessage(f, "version.uids", "sdsd", realName, realId, effectiveName, effectiveId);
+    infoMessage(f, "version.uids", "sdsd", realName, realId, effectiveName, effectiveId);
   }
 }
 
@@ -84,27 +103,27 @@ void VerBanner(FILE* f, const char* pgmname, const char* pgmdesc, const char* pg
 }
 
 void VerInfo(FILE* f, const char* version) {
-  verCatalogueMessage(f, "version.version", "s", version != nullptr ? version : VerTVVersion());
-  verCatalogueMessage(f, "version.builtfor", "s", VerBuildPlatform);
+  infoMessage(f, "version.version", "s", version != nullptr ? version : VerTVVersion());
+  infoMessage(f, "version.builtfor", "s", VerBuildPlatform);
 
   char system[128];
   HostGetSystemName(system, sizeof system);
-  verCatalogueMessage(f, "version.runningon", "dss", HostGetCpuCount(), system,
-                      HostGetSystemInfo()->cpuMisc);
+  infoMessage(f, "version.runningon", "dss", HostGetCpuCount(), system,
+              HostGetSystemInfo()->cpuMisc);
 
   ZelCTimeStringType date;
   UtlCtime(std::time(nullptr), &date);
   PidType processId = 0;
   if (HostGetProcessId(&processId)) {
-    verCatalogueMessage(f, "version.piddate", "ds", static_cast<long>(processId), date.msg);
+    infoMessage(f, "version.piddate", "ds", static_cast<long>(processId), date.msg);
   } else {
-    verCatalogueMessage(f, "version.date", "s", date.msg);
+    infoMessage(f, "version.date", "s", date.msg);
   }
   userMessage(f);
 
   const char* format = HostDateTimeFormat();
   if (std::strcmp(format, usualDateFormat) != 0) {
-    verCatalogueMessage(f, "version.dateformat", "s", format);
+    infoMessage(f, "version.dateformat", "s", format);
   }
 }
 

@@ -36,12 +36,13 @@ TEST(VerMsg, BannerHoldsTheVersionBlock) {
   const ChildResult child = runInChild([] {
     setenv("TARVOLIN_LANG", "/nonexistent", 1);
     HostInit();
-    VerBanner(stdout, "prog", "prog.desc", "9.9", 1);
+    VerBanner(stdout, "prog", "prog.desc", ("9.9\nand " + x(69) + " yy").c_str(), 1);
   });
   EXPECT_THAT(child.out,
               Reads(" " + x(77, '_') + "\n~[version.name]~\n+" + x(77, '-') +
-                    "+\n~[version.program prog [prog.desc]]~[version.version 9.9]~"
-                    "[version.builtfor x86 (Linux 2.6.18-8.el5PAE~[version.runningon ~MB]~"
+                    "+\n~[version.program prog [prog.desc]]~\n" + framed("[version.version 9.9") +
+                    framed("and " + x(69)) + framed("yy]") +
+                    "| [version.builtfor x86 (Linux 2.6.18-8.el5PAE~[version.runningon ~MB]~"
                     "[version.piddate ~[version.uids"));
 }
 

@@ -1,16 +1,32 @@
 // The small programs of the installation.
+#include <dlfcn.h>
+
+#include <povzel/errmsg.h>
+#include <povzel/hoststack.h>
+#include <povzel/zelrtl.h>
 #include "tests.h"
 
 namespace {
 
 // Runs a program of the installation through the shell: what it prints, and its exit status.
-std::string run(const std::string& command, const std::string& settings = "") {
+std::string run(const std::string& command, const std::string& settings = "",
+                const std::string& installation = POVZEL_INSTALLATION) {
   const ChildResult child = runInChild([&] {
-    const std::string line = settings + " exec " POVZEL_INSTALLATION "/bin/" + command + " 2>&1";
+    const std::string line = settings + " exec \"$0\"/bin/" + command + " 2>&1";
     setenv("TARVOLIN", POVZEL_INSTALLATION, 1);
-    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    execl("/bin/sh", "sh", "-c", line.c_str(), installation.c_str(), nullptr);
   });
   return child.out + std::to_string(exitCode(child));
+}
+
+// A copy of the installation, with a blank in its name.
+const std::string tree = "a b/tree";
+
+void copyTree() {
+  fs::remove_all(tree);
+  fs::create_directories(tree);
+  for (const std::string folder : {"bin", "lib", "sys"})
+    fs::copy(POVZEL_INSTALLATION "/" + folder, tree + "/" + folder);
 }
 
 TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
@@ -19,15 +35,91 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
       AllOf(HasSubstr("Tarvolin Object Database"), HasSubstr("VERSION: 6.7, Sun Dec"),
             EndsWith("\n0"), HasSubstr("TARVOLIN           " POVZEL_INSTALLATION),
             HasSubstr(POVZEL_INSTALLATION "/sys/english67.err\n                     in use"),
-            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67")));
-  EXPECT_THAT(
-      run("tvinfo", "ZELRTL_VERSION=99"),
-      AllOf(HasSubstr("not found          dlopen(" POVZEL_INSTALLATION "/lib/libzelrpc99.so)"),
-            HasSubstr("not usable         dlopen(libzelrpc99.so) failed because")));
+            HasSubstr("found              " POVZEL_INSTALLATION "/lib/libzelrpc67.so")));
   EXPECT_EQ(run("tvinfo --errno 13"), "errno=13, EACCES, Permission denied\n0");
   EXPECT_EQ(run("tvinfo --symbol host.fork9b"), "Log of a child process\n0");
   EXPECT_THAT(run("tvinfo --symbol nonsense"), EndsWith("\n1"));
   EXPECT_THAT(run("tvinfo --errno x"), EndsWith("\n2"));
+  EXPECT_THAT(run("tvinfo --nonsense"), EndsWith("See tvinfo --help.\n2"));
+  EXPECT_THAT(run("tvinfo --help"), AllOf(StartsWith("usage: "), EndsWith("\n0")));
+  EXPECT_EQ(run("tvinfo --version"), POVZEL_VERSION "\n0");
+  EXPECT_THAT(run("tvinfo --errno 1", "TARVOLIN_LANG=/none"),
+              Reads("tvinfo: the message file /none is not there\nSet TARVOLIN_LANG ~\n1"));
+}
+
+TEST(TvInfo, SaysOnceOfEachFileWhyItCannotBeUsed) {
+  const std::string rpc = "lib/libzelrpc67.so";
+  const std::string used = "  not usable         ";
+  const std::string image = readFile(POVZEL_INSTALLATION "/" + rpc);
+  std::string wide = image;
+  wide[4] = 2;
+  std::string foreign = image;
+  foreign[18] = 8;
+  const struct {
+    std::string file, contents, settings, reason;
+    int status;
+  } cases[] = {
+      {"", "", "", "(lnk)\n  not there          libzellnk67.so\n  found", 0},
+      {"", "", "ZELRTL_VERSION=99", used + "there is none at these places\n", 1},
+      {"", "", "ZELRTL_BASELIBNAME=muchtoolongforaname",
+       "(rpc)\n" + used + "The interface library file name ", 1},
+      {"", "", "TARVOLIN=/none", used + "/none is not there\n", 1},
+      {"", "", "TARVOLIN='a;b'", used + "a;b is not there\n", 1},
+      {"", "", "JAVA32=/none", used + "it is not there\n", 1},
+      {"", "", "JAVA32=$0/" + rpc, used + "it is not executable\n", 1},
+      {"sys/english67.err", "a: b\n", "", used + "it is a text, not compiled by msgc: ", 1},
+      {"sys/english67.err", "", "", used + "it is empty: ", 1},
+      {"lib/libpovzel30.so", image, "", used + "it has no VerTVVersion\n", 1},
+      {"lib/libpovzel30.so", image.substr(0, 40), "", used + "it is cut short\n", 1},
+      {"lib/libzellnk67.so", wide, "", "libzellnk67.so is a 64-bit library\n", 1},
+      {rpc, foreign, "", "libzelrpc67.so is a library for another processor\n", 1},
+      {rpc, "INPUT(x)\n", "", "libzelrpc67.so is a text\n", 1},
+      {rpc, std::string(99, '\0'), "", "libzelrpc67.so is no library\n", 1},
+      {rpc, readFile(POVZEL_FIXTURE), "", "libzelrpc67.so: undefined symbol: fixtureTable\n", 1},
+      {rpc, readFile(POVZEL_INSTALLATION "/lib/libpovzel30.so"), "",
+       used + "it is not an interface library: it has no ZelGetRtlTable\n", 1}};
+  for (const auto& c : cases) {
+    copyTree();
+    if (!c.file.empty()) {
+      fs::remove(tree + "/" + c.file);
+      writeFile(tree + "/" + c.file, c.contents);
+    }
+    const std::string said = run("tvinfo", "TARVOLIN= " + c.settings, fs::absolute(tree));
+    const std::size_t place = said.find(c.reason);
+    EXPECT_NE(place, std::string::npos) << c.reason << said;
+    EXPECT_EQ(said.find(c.reason, place + 1), std::string::npos) << said;
+    EXPECT_THAT(said, EndsWith("\n" + std::to_string(c.status)));
+  }
+}
+
+// A second copy of the library, in a tree of its own that no variable names.
+TEST(OwnTree, ServesLastWhereNoOtherIsNamed) {
+  copyTree();
+  fs::create_symlink("a b/tree/lib/libpovzel30.so", "link.so");
+  const auto useFromElsewhere = [] {
+    void* library = dlopen("./link.so", RTLD_NOW | RTLD_LOCAL);
+    fs::create_directory("elsewhere");
+    fs::current_path("elsewhere");
+    const auto call = [library]<typename Function>(Function*, const char* name) {
+      return reinterpret_cast<Function*>(dlsym(library, name));
+    };
+    char why[1024];
+    call(ZelRtlLoad, "ZelRtlLoad")(1, nullptr, why, sizeof why);
+    std::puts(why);
+    call(ErrMsgInit, "ErrMsgInit")();
+    char* text = call(ErrMsgGetString, "ErrMsgGetString")("host.fork9b");
+    std::puts(text != nullptr ? text : "no text");
+    std::fflush(stdout);
+    call(HostPrintMyCStack, "HostPrintMyCStack")();
+  };
+  unsetenv("TARVOLIN");
+  EXPECT_THAT(runInChild(useFromElsewhere).out,
+              AllOf(StartsWith("\nLog of a child process\n"), HasSubstr("\nThread ")));
+  setenv("TARVOLIN", "/nonexistent", 1);
+  EXPECT_THAT(runInChild(useFromElsewhere).out,
+              AllOf(StartsWith("dlopen(libzelrpc67.so) failed because "), HasSubstr("\nno text\n"),
+                    Not(HasSubstr("\nThread "))));
+  unsetenv("TARVOLIN");
 }
 
 TEST(GStack, PrintsThreadsWithoutTheDebugger) {

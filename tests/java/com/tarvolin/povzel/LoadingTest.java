@@ -54,7 +54,10 @@ public class LoadingTest {
 
     @Test
     void aMissingDatabaseIsExplained() throws Exception {
-        probe("", "-Dpovzel.library=" + TARVOLIN + "/lib/libpovzel30.so", "Set TARVOLIN",
+        String installed = TARVOLIN + "/lib/" + PovZelLibrary.FILE_NAME;
+        probe("", "-Dpovzel.library=" + installed, "answer 7");
+        Path alone = Files.copy(Path.of(installed), directory.resolve(PovZelLibrary.FILE_NAME));
+        probe("", "-Dpovzel.library=" + alone, "Set TARVOLIN",
                 "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed",
                 "The TARVOLIN environment variable is not defined.");
     }
