@@ -45,6 +45,7 @@ public final class PovZelLibrary {
     static final ReentrantLock LOCK = new ReentrantLock();
 
     private static boolean loaded;
+    private static String unfit;
     private static boolean initialized;
     private static int bufferSize;
     private static PovZelException errorReport = new PovZelException();
@@ -149,6 +150,9 @@ public final class PovZelLibrary {
         if (loaded) {
             return;
         }
+        if (unfit != null) {
+            throw failure(unfit, null);
+        }
         if ("64".equals(System.getProperty("sun.arch.data.model"))) {
             throw failure("This JVM is a 64-bit one (" + System.getProperty("os.arch") + ", "
                     + System.getProperty("java.home") + "), and " + FILE_NAME
@@ -160,7 +164,34 @@ public final class PovZelLibrary {
         } catch (UnsatisfiedLinkError e) {
             throw failure("Cannot load " + file + ": " + e.getMessage() + hintFor(file, e), e);
         }
+        checkVersion(file);
         loaded = true;
+    }
+
+    /** The JVM keeps to the first library that answered: one that does not fit is there for good. */
+    private static void checkVersion(File file) {
+        String wanted = version();
+        String product = "povzel.jar" + (wanted == null ? "" : " " + wanted);
+        try {
+            String found = PovZelSupport.libraryVersion();
+            if (wanted != null && !wanted.equals(found)) {
+                unfit = file + " is of version " + found + " and does not fit " + product
+                        + "\nUse the library and the jar of one version, and start the program again";
+                throw failure(unfit, null);
+            }
+        } catch (UnsatisfiedLinkError e) {
+            throw failure(file + " is not the library that belongs to " + product
+                    + ": it is another one, or of an older version\nName the right " + FILE_NAME + " with -D"
+                    + LIBRARY_PROPERTY + "=FILE", e);
+        }
+    }
+
+    /** The jar's version; null when the classes come from elsewhere, another program's jar for example. */
+    private static String version() {
+        Package jar = PovZelLibrary.class.getPackage();
+        return jar != null && "povzel".equals(jar.getImplementationTitle())
+                ? jar.getImplementationVersion()
+                : null;
     }
 
     private static File find() {

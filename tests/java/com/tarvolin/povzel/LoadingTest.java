@@ -45,11 +45,28 @@ public class LoadingTest {
         probe("TARVOLIN=" + TARVOLIN, "-Djava.library.path=/nowhere:" + directory, "answer 7");
         // Away from the installation the classes have no neighbours to look at.
         Files.delete(directory.resolve(PovZelLibrary.FILE_NAME));
-        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("p.jar"));
-        String classes = CLASSES.replace(TARVOLIN + "/java/povzel.jar", jar.toString());
-        probe("TARVOLIN=/nowhere/tarvolin", "-Djava.library.path=/nowhere -cp " + classes,
+        Path jar = Files.copy(Path.of(CLASSES.split(":")[0]), directory.resolve("p.jar"));
+        probe("TARVOLIN=/nowhere/tarvolin", "-Djava.library.path=/nowhere -cp " + jar + ":" + CLASSES,
                 "2318 Library not found", "/nowhere/libpovzel30.so", "-Dpovzel.library=FILE",
                 "/nowhere/tarvolin/lib/libpovzel30.so", directory + "/libpovzel30.so", "TARVOLIN");
+    }
+
+    @Test
+    void anUnfitLibraryIsRefused() throws Exception {
+        String other = TARVOLIN + "/lib/libzelrpc67.so";
+        probe("", "-Dpovzel.library=" + other, "2318 " + other + " is not the library", "older version");
+        Path library = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
+                directory.resolve("unfit.so"));
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("later.jar"));
+        Path manifest = Files.writeString(directory.resolve("manifest"), "Implementation-Version: 99\n");
+        String jdk = System.getProperty("povzel.test.jdk");
+        assertEquals(0, new ProcessBuilder(jdk + "/bin/jar", "--update", "--file", jar.toString(),
+                "--manifest", manifest.toString()).start().waitFor());
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, library.toString());
+        String refusal = refusal(jar);
+        System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
+        assertTrue(refusal.startsWith(
+                library + " is of version 6.7.1 and does not fit povzel.jar 99\n"), refusal);
     }
 
     @Test
@@ -62,12 +79,16 @@ public class LoadingTest {
     @Test
     void aSecondClassLoaderIsExplained() throws Exception {
         PovZelSession.login("DataCurator", "swordfish").close();
-        URL[] jar = {Path.of(TARVOLIN, "java/povzel.jar").toUri().toURL()};
-        Method login = new URLClassLoader(jar, null).loadClass(PovZelSession.class.getName())
+        String refusal = refusal(Path.of(TARVOLIN, "java/povzel.jar"));
+        assertTrue(refusal.contains("for one class loader only"), refusal);
+    }
+
+    // Why a class loader of its own for this jar cannot log in.
+    private static String refusal(Path jar) throws Exception {
+        URL[] jars = {jar.toUri().toURL()};
+        Method login = new URLClassLoader(jars, null).loadClass(PovZelSession.class.getName())
                 .getMethod("login", String.class, String.class);
-        Throwable failure = assertThrows(InvocationTargetException.class,
-                () -> login.invoke(null, "DataCurator", "swordfish")).getCause();
-        assertTrue(failure.getMessage().contains("for one class loader only"),
-                failure::getMessage);
+        return assertThrows(InvocationTargetException.class,
+                () -> login.invoke(null, "DataCurator", "swordfish")).getCause().getMessage();
     }
 }
