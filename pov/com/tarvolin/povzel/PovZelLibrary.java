@@ -4,10 +4,6 @@ import java.io.File;
 import java.io.FileInputStream;
 import java.io.IOException;
 import java.io.InputStream;
-import java.net.URISyntaxException;
-import java.security.CodeSource;
-import java.util.ArrayList;
-import java.util.List;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
@@ -17,13 +13,17 @@ import java.util.concurrent.locks.ReentrantLock;
  * program that wants others calls {@link #initialize(boolean, String, int, int, boolean)} before its
  * first login.
  *
- * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or, when the
- * property is not set, {@value #FILE_NAME} in a directory of {@code java.library.path}, in
- * {@code $TARVOLIN/lib}, or beside the jar these classes come from.
+ * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or
+ * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
+ * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of
+ * {@code java.library.path}, or in the installation that the jar of these classes lies in.
  */
 public final class PovZelLibrary {
     /** The system property that names the library's file. */
     public static final String LIBRARY_PROPERTY = "povzel.library";
+
+    /** The system property that names the installation, whose {@code lib} holds the library. */
+    public static final String HOME_PROPERTY = "povzel.home";
 
     /** The library's file name. */
     public static final String FILE_NAME = "libpovzel30.so";
@@ -44,7 +44,7 @@ public final class PovZelLibrary {
     /** The natives allow one call at a time, in the whole process. */
     static final ReentrantLock LOCK = new ReentrantLock();
 
-    private static boolean loaded;
+    private static volatile boolean loaded;
     private static String unfit;
     private static boolean initialized;
     private static int bufferSize;
@@ -111,6 +111,38 @@ public final class PovZelLibrary {
         }
     }
 
+    /**
+     * Tells whether the library can be used: loads it, unless it is loaded. Never throws; a failure may
+     * be tried again.
+     *
+     * @return whether the library is loaded now
+     */
+    public static boolean isAvailable() {
+        return unavailabilityCause() == null;
+    }
+
+    /**
+     * Tells why the library cannot be used: loads it, unless it is loaded. Never throws; a failure may
+     * be tried again.
+     *
+     * @return what stood in the way, its message in the words that {@link #initialize()} would throw;
+     *     null when the library is loaded now
+     */
+    public static Throwable unavailabilityCause() {
+        if (loaded) {
+            return null;
+        }
+        LOCK.lock();
+        try {
+            load();
+            return null;
+        } catch (RuntimeException | LinkageError e) {
+            return e;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
     /** The most bytes that one call transfers. */
     static int byteCapacity() {
         return bufferSize;
@@ -158,7 +190,7 @@ public final class PovZelLibrary {
                     + System.getProperty("java.home") + "), and " + FILE_NAME
                     + " is a 32-bit library: run the program with a 32-bit (i386) JVM", null);
         }
-        File file = find();
+        File file = PovZelLibraryFile.find();
         try {
             System.load(file.getAbsolutePath());
         } catch (UnsatisfiedLinkError e) {
@@ -192,58 +224,6 @@ public final class PovZelLibrary {
         return jar != null && "povzel".equals(jar.getImplementationTitle())
                 ? jar.getImplementationVersion()
                 : null;
-    }
-
-    private static File find() {
-        String named = System.getProperty(LIBRARY_PROPERTY);
-        if (named != null && !named.isEmpty()) {
-            File file = new File(named);
-            if (!file.isFile()) {
-                throw failure("Library not found: there is no file " + file.getAbsolutePath()
-                        + ", which the system property " + LIBRARY_PROPERTY + " names", null);
-            }
-            return file;
-        }
-        List<File> candidates = candidates();
-        StringBuilder tried = new StringBuilder();
-        for (File candidate : candidates) {
-            if (candidate.isFile()) {
-                return candidate;
-            }
-            tried.append("\n  ").append(candidate);
-        }
-        throw failure("Library not found: " + FILE_NAME + " is none of" + tried + "\nName the file with"
-                + " -D" + LIBRARY_PROPERTY + "=FILE, its directory with -Djava.library.path=DIRECTORY,"
-                + " or the installation with the environment variable TARVOLIN", null);
-    }
-
-    private static List<File> candidates() {
-        List<File> files = new ArrayList<>();
-        String path = System.getProperty("java.library.path", "");
-        for (String directory : path.split(File.pathSeparator)) {
-            if (!directory.isEmpty()) {
-                files.add(new File(directory, FILE_NAME));
-            }
-        }
-        String installation = System.getenv("TARVOLIN");
-        if (installation != null && !installation.isEmpty()) {
-            files.add(new File(new File(installation, "lib"), FILE_NAME));
-        }
-        File jar = jarDirectory();
-        if (jar != null) {
-            files.add(new File(jar, FILE_NAME));
-            files.add(new File(new File(jar.getParentFile(), "lib"), FILE_NAME));
-        }
-        return files;
-    }
-
-    private static File jarDirectory() {
-        try {
-            CodeSource source = PovZelLibrary.class.getProtectionDomain().getCodeSource();
-            return source == null ? null : new File(source.getLocation().toURI()).getParentFile();
-        } catch (URISyntaxException | IllegalArgumentException | SecurityException e) {
-            return null;
-        }
     }
 
     private static String hintFor(File file, UnsatisfiedLinkError e) {
@@ -289,7 +269,7 @@ public final class PovZelLibrary {
         return value == null || value.isEmpty() ? otherwise : value;
     }
 
-    private static PovZelException failure(String message, Throwable cause) {
+    static PovZelException failure(String message, Throwable cause) {
         PovZelException e = new PovZelException();
         e.number = BRIDGE_ERROR;
         e.category = PovZelValues.NIL;

@@ -43,6 +43,8 @@ public class LoadingTest {
         Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
                 directory.resolve(PovZelLibrary.FILE_NAME));
         probe("TARVOLIN=" + TARVOLIN, "-Djava.library.path=/nowhere:" + directory, "answer 7");
+        probe("TARVOLIN=/nowhere", "-Dpovzel.home=" + TARVOLIN, "2318 ZelRtlLoad failure");
+        probe("TARVOLIN=" + TARVOLIN, "-Dpovzel.home=/nowhere", "no file /nowhere/lib/libpovzel30.so,");
         // Away from the installation the classes have no neighbours to look at.
         Files.delete(directory.resolve(PovZelLibrary.FILE_NAME));
         Path jar = Files.copy(Path.of(CLASSES.split(":")[0]), directory.resolve("p.jar"));
@@ -63,10 +65,10 @@ public class LoadingTest {
         assertEquals(0, new ProcessBuilder(jdk + "/bin/jar", "--update", "--file", jar.toString(),
                 "--manifest", manifest.toString()).start().waitFor());
         System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, library.toString());
-        String refusal = refusal(jar);
+        String unfit = library + " is of version 6.7.1 and does not fit povzel.jar 99\n";
+        String cause = cause(jar);
         System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
-        assertTrue(refusal.startsWith(
-                library + " is of version 6.7.1 and does not fit povzel.jar 99\n"), refusal);
+        assertTrue(cause.startsWith(unfit), cause);
     }
 
     @Test
@@ -79,16 +81,33 @@ public class LoadingTest {
     @Test
     void aSecondClassLoaderIsExplained() throws Exception {
         PovZelSession.login("DataCurator", "swordfish").close();
-        String refusal = refusal(Path.of(TARVOLIN, "java/povzel.jar"));
-        assertTrue(refusal.contains("for one class loader only"), refusal);
+        String cause = cause(Path.of(TARVOLIN, "java/povzel.jar"));
+        assertTrue(cause.contains("for one class loader only"), cause);
     }
 
-    // Why a class loader of its own for this jar cannot log in.
-    private static String refusal(Path jar) throws Exception {
-        URL[] jars = {jar.toUri().toURL()};
-        Method login = new URLClassLoader(jars, null).loadClass(PovZelSession.class.getName())
-                .getMethod("login", String.class, String.class);
-        return assertThrows(InvocationTargetException.class,
-                () -> login.invoke(null, "DataCurator", "swordfish")).getCause().getMessage();
+    @Test
+    void aFailureMayBeTriedAgain() throws Exception {
+        Path jar = Path.of(TARVOLIN, "java/povzel.jar");
+        Class<?> library = classes(jar).loadClass(PovZelLibrary.class.getName());
+        Method isAvailable = library.getMethod("isAvailable");
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, TARVOLIN + "/lib/libzelrpc67.so");
+        assertEquals(false, isAvailable.invoke(null));
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, Files.copy(Path.of(TARVOLIN, "lib",
+                PovZelLibrary.FILE_NAME), directory.resolve("fit.so")).toString());
+        Object cause = library.getMethod("unavailabilityCause").invoke(null);
+        System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
+        assertNull(cause);
+        assertEquals(true, isAvailable.invoke(null));
+    }
+
+    private static ClassLoader classes(Path jar) throws MalformedURLException {
+        return new URLClassLoader(new URL[] {jar.toUri().toURL()}, null);
+    }
+
+    // Why a class loader of its own cannot use this jar.
+    private static String cause(Path jar) throws Exception {
+        Object cause = classes(jar).loadClass(PovZelLibrary.class.getName())
+                .getMethod("unavailabilityCause").invoke(null);
+        return ((Throwable) cause).getMessage();
     }
 }
