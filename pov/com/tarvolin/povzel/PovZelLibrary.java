@@ -17,6 +17,11 @@ import java.util.concurrent.locks.ReentrantLock;
  * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
  * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of
  * {@code java.library.path}, or in the installation that the jar of these classes lies in.
+ *
+ * <p>When there is none, the jar's own is unpacked into a private folder in {@code java.io.tmpdir}, or
+ * where {@value #TMPDIR_PROPERTY} says, and removed when the process ends. The built-in database comes
+ * with it, unless {@code TARVOLIN}, {@code ZELRTL_BASELIBNAME} or {@code ZELRTL_VERSION} are set and
+ * speak of another.
  */
 public final class PovZelLibrary {
     /** The system property that names the library's file. */
@@ -24,6 +29,9 @@ public final class PovZelLibrary {
 
     /** The system property that names the installation, whose {@code lib} holds the library. */
     public static final String HOME_PROPERTY = "povzel.home";
+
+    /** The system property that names the folder for what the jar unpacks. */
+    public static final String TMPDIR_PROPERTY = "povzel.tmpdir";
 
     /** The library's file name. */
     public static final String FILE_NAME = "libpovzel30.so";

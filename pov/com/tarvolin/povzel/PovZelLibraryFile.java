@@ -13,7 +13,7 @@ final class PovZelLibraryFile {
     }
 
     /**
-     * The library's file: the one that is named, else the first one there is.
+     * The library's file: the one that is named, else the first one there is, else the jar's own.
      *
      * @throws PovZelException if there is none
      */
@@ -27,6 +27,9 @@ final class PovZelLibraryFile {
             if (candidate.isFile()) {
                 return candidate;
             }
+        }
+        if (PovZelUnpacked.isCarried()) {
+            return PovZelUnpacked.library();
         }
         StringBuilder tried = new StringBuilder();
         for (File candidate : candidates) {
@@ -90,7 +93,7 @@ final class PovZelLibraryFile {
     private static File jarDirectory() {
         try {
             CodeSource source = PovZelLibraryFile.class.getProtectionDomain().getCodeSource();
-            return source == null ? null
+            return source == null || source.getLocation() == null ? null
                     : new File(source.getLocation().toURI()).getCanonicalFile().getParentFile();
         } catch (URISyntaxException | IOException | IllegalArgumentException | SecurityException e) {
             return null;

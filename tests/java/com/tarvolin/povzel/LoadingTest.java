@@ -2,9 +2,13 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.io.IOException;
 import java.lang.reflect.*;
 import java.net.*;
+import java.nio.channels.FileChannel;
 import java.nio.file.*;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.util.*;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -19,9 +23,12 @@ public class LoadingTest {
     private Path directory;
 
     // Logs in and tells how it went.
-    public static void main(String[] arguments) {
+    public static void main(String[] arguments) throws IOException {
         try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
             System.out.println("answer " + session.execute("3 + 4"));
+            String unpacked = System.getProperty("povzel.unpacked");
+            System.out.println(unpacked == null ? "" : "unpacked " + PosixFilePermissions.toString(
+                    Files.getPosixFilePermissions(Path.of(unpacked))));
         } catch (PovZelException e) {
             System.out.println(e.number + " " + e.getMessage());
         }
@@ -43,7 +50,7 @@ public class LoadingTest {
         Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
                 directory.resolve(PovZelLibrary.FILE_NAME));
         probe("TARVOLIN=" + TARVOLIN, "-Djava.library.path=/nowhere:" + directory, "answer 7");
-        probe("TARVOLIN=/nowhere", "-Dpovzel.home=" + TARVOLIN, "2318 ZelRtlLoad failure");
+        probe("", "-Dpovzel.home=" + TARVOLIN, "answer 7");
         probe("TARVOLIN=" + TARVOLIN, "-Dpovzel.home=/nowhere", "no file /nowhere/lib/libpovzel30.so,");
         // Away from the installation the classes have no neighbours to look at.
         Files.delete(directory.resolve(PovZelLibrary.FILE_NAME));
@@ -73,9 +80,49 @@ public class LoadingTest {
 
     @Test
     void aMissingDatabaseIsExplained() throws Exception {
-        probe("", "-Dpovzel.library=" + TARVOLIN + "/lib/libpovzel30.so", "Set TARVOLIN",
+        Path library = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
+                directory.resolve("alone.so"));
+        probe("", "-Dpovzel.library=" + library, "Set TARVOLIN",
                 "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed",
                 "The TARVOLIN environment variable is not defined.");
+    }
+
+    @Test
+    void oneJarRunsAndLeavesNothing() throws Exception {
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
+        Path place = Files.createDirectory(directory.resolve("place"));
+        Path abandoned = place.resolve("povzel-unpacked-1");
+        Files.createDirectories(abandoned.resolve("lib"));
+        Files.createFile(abandoned.resolve(".lock"));
+        Path living = Files.createDirectory(place.resolve("povzel-unpacked-2"));
+        String options = "-cp " + jar + ":" + CLASSES + " -Dpovzel.tmpdir=" + place;
+        try (FileChannel lock = FileChannel.open(living.resolve(".lock"),
+                StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE)) {
+            lock.lock();
+            probe("", options, "answer 7", "unpacked rwx------");
+        }
+        try (Stream<Path> left = Files.list(place)) {
+            assertEquals(List.of(living), left.toList());
+        }
+        // A database that was set up is not replaced.
+        probe("TARVOLIN=/nowhere", options, "2318 ZelRtlLoad failure: ");
+        probe("ZELRTL_VERSION=67", options, "2318 ZelRtlLoad failure: ");
+    }
+
+    @Test
+    void aPlaceThatCannotServeIsNamed() throws Exception {
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
+        String options = "-cp " + jar + ":" + CLASSES + " -Dpovzel.tmpdir=";
+        probe("", options + "/nowhere", " into /nowhere: there is no such folder\n", "povzel.tmpdir=");
+        Path place = Files.createDirectory(directory.resolve("mounted"));
+        Map<String, String> refusals = Map.of("noexec", "mounted noexec", "size=64k",
+                "No space left on device", "ro", "Read-only file system");
+        for (String kind : refusals.keySet()) {
+            probe("exec unshare --mount --map-root-user bash -c 'mount -t tmpfs -o " + kind
+                    + " none " + place + " && exec \"$@\"' -", options + place,
+                    "2318 Cannot unpack libpovzel30.so from the jar into " + place,
+                    refusals.get(kind) + "\n");
+        }
     }
 
     @Test
