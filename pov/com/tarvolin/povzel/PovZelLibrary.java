@@ -1,9 +1,6 @@
 package com.tarvolin.povzel;
 
 import java.io.File;
-import java.io.FileInputStream;
-import java.io.IOException;
-import java.io.InputStream;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
@@ -46,13 +43,12 @@ public final class PovZelLibrary {
     private static final int SMALLEST_BUFFER = 256;
 
     private static final int BRIDGE_ERROR = 2318;
-    private static final int ELF_CLASS_OFFSET = 4;
-    private static final int ELF_64 = 2;
 
     /** The natives allow one call at a time, in the whole process. */
     static final ReentrantLock LOCK = new ReentrantLock();
 
-    private static volatile boolean loaded;
+    /** The library's file, once it is loaded. */
+    private static volatile File loaded;
     private static String unfit;
     private static boolean initialized;
     private static int bufferSize;
@@ -108,7 +104,7 @@ public final class PovZelLibrary {
                 check(e -> PovZelInterface._initialize(linked ? 1 : 0, applicationName, bufferBytes,
                         preloadBytes, debug ? 1 : 0, e));
             } catch (PovZelException e) {
-                e.message += adviceFor(e.message, linked);
+                e.message += PovZelDiagnosis.ofInterfaceLibrary(e.message, linked, loaded);
                 throw e;
             }
             bufferSize = bufferBytes;
@@ -137,7 +133,7 @@ public final class PovZelLibrary {
      *     null when the library is loaded now
      */
     public static Throwable unavailabilityCause() {
-        if (loaded) {
+        if (loaded != null) {
             return null;
         }
         LOCK.lock();
@@ -187,7 +183,7 @@ public final class PovZelLibrary {
     }
 
     private static void load() {
-        if (loaded) {
+        if (loaded != null) {
             return;
         }
         if (unfit != null) {
@@ -202,10 +198,11 @@ public final class PovZelLibrary {
         try {
             System.load(file.getAbsolutePath());
         } catch (UnsatisfiedLinkError e) {
-            throw failure("Cannot load " + file + ": " + e.getMessage() + hintFor(file, e), e);
+            throw failure("Cannot load " + file + ": " + e.getMessage()
+                    + PovZelDiagnosis.ofLibrary(file, e), e);
         }
         checkVersion(file);
-        loaded = true;
+        loaded = file;
     }
 
     /** The JVM keeps to the first library that answered: one that does not fit is there for good. */
@@ -232,49 +229,6 @@ public final class PovZelLibrary {
         return jar != null && "povzel".equals(jar.getImplementationTitle())
                 ? jar.getImplementationVersion()
                 : null;
-    }
-
-    private static String hintFor(File file, UnsatisfiedLinkError e) {
-        if (String.valueOf(e.getMessage()).contains("another classloader")) {
-            return "\nA JVM loads a native library for one class loader only: put povzel.jar on the class"
-                    + " path of the loader that all its users share";
-        }
-        if (elfClass(file) == ELF_64) {
-            return "\nThe file is a 64-bit library; this JVM needs the 32-bit one";
-        }
-        return "";
-    }
-
-    private static int elfClass(File file) {
-        byte[] start = new byte[ELF_CLASS_OFFSET + 1];
-        try (InputStream in = new FileInputStream(file)) {
-            return in.read(start) == start.length && start[1] == 'E' ? start[ELF_CLASS_OFFSET] : 0;
-        } catch (IOException e) {
-            return 0;
-        }
-    }
-
-    /** What a user can do about an interface library that is missing or not the right one. */
-    private static String adviceFor(String message, boolean linked) {
-        if (!message.startsWith("ZelRtlLoad failure:")) {
-            return "";
-        }
-        String installation = System.getenv("TARVOLIN");
-        return "\nThe database's interface library is looked for as " + interfaceLibrary(linked) + " in "
-                + (installation == null ? "" : installation + "/lib and then in ")
-                + "the system's library directories. Set TARVOLIN to the installation that holds it,"
-                + " ZELRTL_BASELIBNAME and ZELRTL_VERSION when its name differs, and start the program"
-                + " again";
-    }
-
-    private static String interfaceLibrary(boolean linked) {
-        return "lib" + environment("ZELRTL_BASELIBNAME", "zel") + (linked ? "lnk" : "rpc")
-                + environment("ZELRTL_VERSION", "67") + ".so";
-    }
-
-    private static String environment(String name, String otherwise) {
-        String value = System.getenv(name);
-        return value == null || value.isEmpty() ? otherwise : value;
     }
 
     static PovZelException failure(String message, Throwable cause) {

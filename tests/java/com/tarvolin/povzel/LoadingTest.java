@@ -88,6 +88,20 @@ public class LoadingTest {
     }
 
     @Test
+    void anUnusableDatabaseIsNamed() throws Exception {
+        Path file = Files.createDirectories(directory.resolve("lib")).resolve("libzelrpc67.so");
+        Map<String, String> refusals = Map.of("touch F", "is empty", "cp /etc/passwd F",
+                "is not a library", "mkdir F", "is a folder", "cp /lib/x86_64-linux-gnu/libm.so.6 F",
+                "is a 64-bit library; this JVM needs the 32-bit one", "cp " + TARVOLIN
+                + "/lib/libpovzel30.so F", "is not of the right kind or version");
+        for (String command : refusals.keySet()) {
+            probe("rm -rf " + file + "; " + command.replace("F", file.toString()) + "; TARVOLIN="
+                    + directory, "-Dpovzel.home=" + TARVOLIN, "2318 ZelRtlLoad failure: ",
+                    "\n" + file + " " + refusals.get(command) + "\nSet TARVOLIN to");
+        }
+    }
+
+    @Test
     void oneJarRunsAndLeavesNothing() throws Exception {
         Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
         Path place = Files.createDirectory(directory.resolve("place"));
