@@ -23,15 +23,15 @@ final class PovZelDiagnosis {
     /** What to know about a libpovzel30 that was refused, behind the JVM's text. */
     static String ofLibrary(File file, UnsatisfiedLinkError e) {
         if (String.valueOf(e.getMessage()).contains("another classloader")) {
-            return "\nA JVM loads a native library for one class loader only: put povzel.jar on the class"
-                    + " path of the loader that all its users share";
+            return "\nA JVM loads a native library for one class loader only: put povzel.jar on the"
+                    + " class path of the loader that all its users share";
         }
         String reason = reason(file);
         return reason == null ? "" : "\n" + file + " " + reason + "\nName another one with -D"
                 + PovZelLibrary.LIBRARY_PROPERTY + "=FILE";
     }
 
-    /** What to know about an interface library that was refused or not found, behind the loader's text. */
+    /** What to know about an interface library that was not loaded, behind the loader's text. */
     static String ofInterfaceLibrary(String message, boolean linked, File library) {
         if (!message.startsWith("ZelRtlLoad failure:")) {
             return "";

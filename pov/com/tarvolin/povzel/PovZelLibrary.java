@@ -218,12 +218,12 @@ public final class PovZelLibrary {
             }
         } catch (UnsatisfiedLinkError e) {
             throw failure(file + " is not the library that belongs to " + product
-                    + ": it is another one, or of an older version\nName the right " + FILE_NAME + " with -D"
-                    + LIBRARY_PROPERTY + "=FILE", e);
+                    + ": it is another one, or of an older version\nName the right " + FILE_NAME
+                    + " with -D" + LIBRARY_PROPERTY + "=FILE", e);
         }
     }
 
-    /** The jar's version; null when the classes come from elsewhere, another program's jar for example. */
+    /** The jar's version; null when the classes come from elsewhere, such as a program's own jar. */
     private static String version() {
         Package jar = PovZelLibrary.class.getPackage();
         return jar != null && "povzel".equals(jar.getImplementationTitle())

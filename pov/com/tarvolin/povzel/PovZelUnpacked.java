@@ -85,14 +85,14 @@ final class PovZelUnpacked {
             }
             return folder;
         } catch (IOException e) {
-            throw PovZelLibrary.failure("Cannot unpack " + PovZelLibrary.FILE_NAME + " from the jar into "
-                    + place + ": " + reason(e) + "\nName another folder with -D"
+            throw PovZelLibrary.failure("Cannot unpack " + PovZelLibrary.FILE_NAME
+                    + " from the jar into " + place + ": " + reason(e) + "\nName another folder with -D"
                     + PovZelLibrary.TMPDIR_PROPERTY + "=FOLDER, or an installation with -D"
                     + PovZelLibrary.HOME_PROPERTY + "=FOLDER", e);
         }
     }
 
-    /** A new folder with its lock held. Until it is, another process may take the folder for abandoned. */
+    /** A new folder with its lock held; until it is, another process may take it for abandoned. */
     private static Path lockedFolder(Path place) throws IOException {
         while (true) {
             Path folder = Files.createTempDirectory(place, PREFIX,
