@@ -6,6 +6,7 @@ import java.io.InputStream;
 import java.nio.channels.FileChannel;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.AccessDeniedException;
+import java.nio.file.DirectoryIteratorException;
 import java.nio.file.DirectoryStream;
 import java.nio.file.FileSystemException;
 import java.nio.file.Files;
@@ -16,7 +17,6 @@ import java.nio.file.Paths;
 import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.nio.file.attribute.UserPrincipal;
-import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
 import java.util.stream.Collectors;
@@ -100,16 +100,16 @@ final class PovZelUnpacked {
             Path file = folder.resolve(LOCK);
             try {
                 lock = FileChannel.open(file, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
+                if (lock.tryLock() != null && Files.exists(file)) {
+                    return folder;
+                }
+                lock.close();
             } catch (NoSuchFileException e) {
                 continue;
             } catch (IOException e) {
-                Files.delete(folder);
+                remove(folder);
                 throw e;
             }
-            if (lock.tryLock() != null && Files.exists(file)) {
-                return folder;
-            }
-            lock.close();
         }
     }
 
@@ -154,37 +154,39 @@ final class PovZelUnpacked {
         return reason != null ? reason : e.getMessage();
     }
 
-    /** Nothing that goes wrong here keeps this process from its own folder. */
-    private static void removeAbandoned(Path place, Path own) throws IOException {
-        UserPrincipal user = Files.getOwner(own);
-        List<Path> others = new ArrayList<>();
+    /** What cannot be listed or removed stays: it is no reason to refuse to start. */
+    private static void removeAbandoned(Path place, Path own) {
         try (DirectoryStream<Path> folders = Files.newDirectoryStream(place, PREFIX + "*")) {
-            folders.forEach(others::add);
-        }
-        others.remove(own);
-        for (Path folder : others) {
-            try {
-                if (Files.isDirectory(folder, LinkOption.NOFOLLOW_LINKS)
-                        && user.equals(Files.getOwner(folder, LinkOption.NOFOLLOW_LINKS))) {
-                    removeUnlocked(folder);
+            UserPrincipal user = Files.getOwner(own);
+            for (Path folder : folders) {
+                if (!folder.equals(own)) {
+                    removeIfAbandoned(folder, user);
                 }
-            } catch (IOException | OverlappingFileLockException e) {
-                continue;
             }
+        } catch (IOException | DirectoryIteratorException e) {
+            return;
         }
     }
 
-    private static void removeUnlocked(Path folder) throws IOException {
-        Path file = folder.resolve(LOCK);
-        if (!Files.exists(file)) {
-            // Its maker ended before it made the lock, or is about to: then it makes another folder.
-            Files.delete(folder);
-            return;
-        }
-        try (FileChannel other = FileChannel.open(file, StandardOpenOption.WRITE)) {
-            if (other.tryLock() != null) {
-                remove(folder);
+    private static void removeIfAbandoned(Path folder, UserPrincipal user) {
+        try {
+            if (!Files.isDirectory(folder, LinkOption.NOFOLLOW_LINKS)
+                    || !user.equals(Files.getOwner(folder, LinkOption.NOFOLLOW_LINKS))) {
+                return;
             }
+            Path file = folder.resolve(LOCK);
+            if (!Files.exists(file)) {
+                // Its maker ended before it made the lock, or is about to: then it makes another folder.
+                Files.delete(folder);
+                return;
+            }
+            try (FileChannel other = FileChannel.open(file, StandardOpenOption.WRITE)) {
+                if (other.tryLock() != null) {
+                    remove(folder);
+                }
+            }
+        } catch (IOException | OverlappingFileLockException e) {
+            return;
         }
     }
 

@@ -9,7 +9,9 @@ import java.nio.channels.FileChannel;
 import java.nio.file.*;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.*;
+import java.util.jar.JarFile;
 import java.util.stream.Stream;
+import java.util.zip.ZipEntry;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -159,6 +161,18 @@ public class LoadingTest {
         System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
         assertNull(cause);
         assertEquals(true, isAvailable.invoke(null));
+    }
+
+    @Test
+    void theJarSaysWhatItIsAndNotWhenItWasMade() throws Exception {
+        try (JarFile jar = new JarFile(TARVOLIN + "/java/povzel.jar")) {
+            assertEquals("com.tarvolin.povzel",
+                    jar.getManifest().getMainAttributes().getValue("Automatic-Module-Name"));
+            assertNotNull(jar.getEntry("META-INF/maven/com.tarvolin/povzel/pom.xml"));
+            List<String> names = jar.stream().map(ZipEntry::getName).toList();
+            assertEquals(names.stream().sorted().toList(), names);
+            assertEquals(1, jar.stream().map(ZipEntry::getTimeLocal).distinct().count());
+        }
     }
 
     private static ClassLoader classes(Path jar) throws MalformedURLException {
