@@ -1,13 +1,6 @@
 package com.tarvolin.povzel;
 
 import java.io.File;
-import java.io.FileInputStream;
-import java.io.IOException;
-import java.io.InputStream;
-import java.net.URISyntaxException;
-import java.security.CodeSource;
-import java.util.ArrayList;
-import java.util.List;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
@@ -17,13 +10,25 @@ import java.util.concurrent.locks.ReentrantLock;
  * program that wants others calls {@link #initialize(boolean, String, int, int, boolean)} before its
  * first login.
  *
- * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or, when the
- * property is not set, {@value #FILE_NAME} in a directory of {@code java.library.path}, in
- * {@code $TARVOLIN/lib}, or beside the jar these classes come from.
+ * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or
+ * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
+ * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of
+ * {@code java.library.path}, or in the installation that the jar of these classes lies in.
+ *
+ * <p>When there is none, the jar's own is unpacked into a private folder in {@code java.io.tmpdir}, or
+ * where {@value #TMPDIR_PROPERTY} says, and removed when the process ends. The built-in database comes
+ * with it, unless {@code TARVOLIN}, {@code ZELRTL_BASELIBNAME} or {@code ZELRTL_VERSION} are set and
+ * speak of another.
  */
 public final class PovZelLibrary {
     /** The system property that names the library's file. */
     public static final String LIBRARY_PROPERTY = "povzel.library";
+
+    /** The system property that names the installation, whose {@code lib} holds the library. */
+    public static final String HOME_PROPERTY = "povzel.home";
+
+    /** The system property that names the folder for what the jar unpacks. */
+    public static final String TMPDIR_PROPERTY = "povzel.tmpdir";
 
     /** The library's file name. */
     public static final String FILE_NAME = "libpovzel30.so";
@@ -38,13 +43,13 @@ public final class PovZelLibrary {
     private static final int SMALLEST_BUFFER = 256;
 
     private static final int BRIDGE_ERROR = 2318;
-    private static final int ELF_CLASS_OFFSET = 4;
-    private static final int ELF_64 = 2;
 
     /** The natives allow one call at a time, in the whole process. */
     static final ReentrantLock LOCK = new ReentrantLock();
 
-    private static boolean loaded;
+    /** The library's file, once it is loaded. */
+    private static volatile File loaded;
+    private static String unfit;
     private static boolean initialized;
     private static int bufferSize;
     private static PovZelException errorReport = new PovZelException();
@@ -99,12 +104,44 @@ public final class PovZelLibrary {
                 check(e -> PovZelInterface._initialize(linked ? 1 : 0, applicationName, bufferBytes,
                         preloadBytes, debug ? 1 : 0, e));
             } catch (PovZelException e) {
-                e.message += adviceFor(e.message, linked);
+                e.message += PovZelDiagnosis.ofInterfaceLibrary(e.message, linked, loaded);
                 throw e;
             }
             bufferSize = bufferBytes;
             initialized = true;
             return true;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /**
+     * Tells whether the library can be used: loads it, unless it is loaded. Never throws; a failure may
+     * be tried again.
+     *
+     * @return whether the library is loaded now
+     */
+    public static boolean isAvailable() {
+        return unavailabilityCause() == null;
+    }
+
+    /**
+     * Tells why the library cannot be used: loads it, unless it is loaded. Never throws; a failure may
+     * be tried again.
+     *
+     * @return what stood in the way, its message in the words that {@link #initialize()} would throw;
+     *     null when the library is loaded now
+     */
+    public static Throwable unavailabilityCause() {
+        if (loaded != null) {
+            return null;
+        }
+        LOCK.lock();
+        try {
+            load();
+            return null;
+        } catch (RuntimeException | LinkageError e) {
+            return e;
         } finally {
             LOCK.unlock();
         }
@@ -146,119 +183,55 @@ public final class PovZelLibrary {
     }
 
     private static void load() {
-        if (loaded) {
+        if (loaded != null) {
             return;
+        }
+        if (unfit != null) {
+            throw failure(unfit, null);
         }
         if ("64".equals(System.getProperty("sun.arch.data.model"))) {
             throw failure("This JVM is a 64-bit one (" + System.getProperty("os.arch") + ", "
                     + System.getProperty("java.home") + "), and " + FILE_NAME
                     + " is a 32-bit library: run the program with a 32-bit (i386) JVM", null);
         }
-        File file = find();
+        File file = PovZelLibraryFile.find();
         try {
             System.load(file.getAbsolutePath());
         } catch (UnsatisfiedLinkError e) {
-            throw failure("Cannot load " + file + ": " + e.getMessage() + hintFor(file, e), e);
+            throw failure("Cannot load " + file + ": " + e.getMessage()
+                    + PovZelDiagnosis.ofLibrary(file, e), e);
         }
-        loaded = true;
+        checkVersion(file);
+        loaded = file;
     }
 
-    private static File find() {
-        String named = System.getProperty(LIBRARY_PROPERTY);
-        if (named != null && !named.isEmpty()) {
-            File file = new File(named);
-            if (!file.isFile()) {
-                throw failure("Library not found: there is no file " + file.getAbsolutePath()
-                        + ", which the system property " + LIBRARY_PROPERTY + " names", null);
-            }
-            return file;
-        }
-        List<File> candidates = candidates();
-        StringBuilder tried = new StringBuilder();
-        for (File candidate : candidates) {
-            if (candidate.isFile()) {
-                return candidate;
-            }
-            tried.append("\n  ").append(candidate);
-        }
-        throw failure("Library not found: " + FILE_NAME + " is none of" + tried + "\nName the file with"
-                + " -D" + LIBRARY_PROPERTY + "=FILE, its directory with -Djava.library.path=DIRECTORY,"
-                + " or the installation with the environment variable TARVOLIN", null);
-    }
-
-    private static List<File> candidates() {
-        List<File> files = new ArrayList<>();
-        String path = System.getProperty("java.library.path", "");
-        for (String directory : path.split(File.pathSeparator)) {
-            if (!directory.isEmpty()) {
-                files.add(new File(directory, FILE_NAME));
-            }
-        }
-        String installation = System.getenv("TARVOLIN");
-        if (installation != null && !installation.isEmpty()) {
-            files.add(new File(new File(installation, "lib"), FILE_NAME));
-        }
-        File jar = jarDirectory();
-        if (jar != null) {
-            files.add(new File(jar, FILE_NAME));
-            files.add(new File(new File(jar.getParentFile(), "lib"), FILE_NAME));
-        }
-        return files;
-    }
-
-    private static File jarDirectory() {
+    /** The JVM keeps to the first library that answered: one that does not fit is there for good. */
+    private static void checkVersion(File file) {
+        String wanted = version();
+        String product = "povzel.jar" + (wanted == null ? "" : " " + wanted);
         try {
-            CodeSource source = PovZelLibrary.class.getProtectionDomain().getCodeSource();
-            return source == null ? null : new File(source.getLocation().toURI()).getParentFile();
-        } catch (URISyntaxException | IllegalArgumentException | SecurityException e) {
-            return null;
+            String found = PovZelSupport.libraryVersion();
+            if (wanted != null && !wanted.equals(found)) {
+                unfit = file + " is of version " + found + " and does not fit " + product
+                        + "\nUse the library and the jar of one version, and start the program again";
+                throw failure(unfit, null);
+            }
+        } catch (UnsatisfiedLinkError e) {
+            throw failure(file + " is not the library that belongs to " + product
+                    + ": it is another one, or of an older version\nName the right " + FILE_NAME
+                    + " with -D" + LIBRARY_PROPERTY + "=FILE", e);
         }
     }
 
-    private static String hintFor(File file, UnsatisfiedLinkError e) {
-        if (String.valueOf(e.getMessage()).contains("another classloader")) {
-            return "\nA JVM loads a native library for one class loader only: put povzel.jar on the class"
-                    + " path of the loader that all its users share";
-        }
-        if (elfClass(file) == ELF_64) {
-            return "\nThe file is a 64-bit library; this JVM needs the 32-bit one";
-        }
-        return "";
+    /** The jar's version; null when the classes come from elsewhere, such as a program's own jar. */
+    private static String version() {
+        Package jar = PovZelLibrary.class.getPackage();
+        return jar != null && "povzel".equals(jar.getImplementationTitle())
+                ? jar.getImplementationVersion()
+                : null;
     }
 
-    private static int elfClass(File file) {
-        byte[] start = new byte[ELF_CLASS_OFFSET + 1];
-        try (InputStream in = new FileInputStream(file)) {
-            return in.read(start) == start.length && start[1] == 'E' ? start[ELF_CLASS_OFFSET] : 0;
-        } catch (IOException e) {
-            return 0;
-        }
-    }
-
-    /** What a user can do about an interface library that is missing or not the right one. */
-    private static String adviceFor(String message, boolean linked) {
-        if (!message.startsWith("ZelRtlLoad failure:")) {
-            return "";
-        }
-        String installation = System.getenv("TARVOLIN");
-        return "\nThe database's interface library is looked for as " + interfaceLibrary(linked) + " in "
-                + (installation == null ? "" : installation + "/lib and then in ")
-                + "the system's library directories. Set TARVOLIN to the installation that holds it,"
-                + " ZELRTL_BASELIBNAME and ZELRTL_VERSION when its name differs, and start the program"
-                + " again";
-    }
-
-    private static String interfaceLibrary(boolean linked) {
-        return "lib" + environment("ZELRTL_BASELIBNAME", "zel") + (linked ? "lnk" : "rpc")
-                + environment("ZELRTL_VERSION", "67") + ".so";
-    }
-
-    private static String environment(String name, String otherwise) {
-        String value = System.getenv(name);
-        return value == null || value.isEmpty() ? otherwise : value;
-    }
-
-    private static PovZelException failure(String message, Throwable cause) {
+    static PovZelException failure(String message, Throwable cause) {
         PovZelException e = new PovZelException();
         e.number = BRIDGE_ERROR;
         e.category = PovZelValues.NIL;

@@ -2,10 +2,16 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.io.IOException;
 import java.lang.reflect.*;
 import java.net.*;
+import java.nio.channels.FileChannel;
 import java.nio.file.*;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.util.*;
+import java.util.jar.JarFile;
 import java.util.stream.Stream;
+import java.util.zip.ZipEntry;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -19,9 +25,12 @@ public class LoadingTest {
     private Path directory;
 
     // Logs in and tells how it went.
-    public static void main(String[] arguments) {
+    public static void main(String[] arguments) throws IOException {
         try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
             System.out.println("answer " + session.execute("3 + 4"));
+            String unpacked = System.getProperty("povzel.unpacked");
+            System.out.println(unpacked == null ? "" : "unpacked " + PosixFilePermissions.toString(
+                    Files.getPosixFilePermissions(Path.of(unpacked))));
         } catch (PovZelException e) {
             System.out.println(e.number + " " + e.getMessage());
         }
@@ -43,34 +52,137 @@ public class LoadingTest {
         Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
                 directory.resolve(PovZelLibrary.FILE_NAME));
         probe("TARVOLIN=" + TARVOLIN, "-Djava.library.path=/nowhere:" + directory, "answer 7");
+        probe("", "-Dpovzel.home=" + TARVOLIN, "answer 7");
+        probe("TARVOLIN=" + TARVOLIN, "-Dpovzel.home=/nowhere", "no file /nowhere/lib/libpovzel30.so,");
         // Away from the installation the classes have no neighbours to look at.
         Files.delete(directory.resolve(PovZelLibrary.FILE_NAME));
-        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("p.jar"));
-        String classes = CLASSES.replace(TARVOLIN + "/java/povzel.jar", jar.toString());
-        probe("TARVOLIN=/nowhere/tarvolin", "-Djava.library.path=/nowhere -cp " + classes,
+        Path jar = Files.copy(Path.of(CLASSES.split(":")[0]), directory.resolve("p.jar"));
+        probe("TARVOLIN=/nowhere/tarvolin", "-Djava.library.path=/nowhere -cp " + jar + ":" + CLASSES,
                 "2318 Library not found", "/nowhere/libpovzel30.so", "-Dpovzel.library=FILE",
                 "/nowhere/tarvolin/lib/libpovzel30.so", directory + "/libpovzel30.so", "TARVOLIN");
     }
 
     @Test
+    void anUnfitLibraryIsRefused() throws Exception {
+        String other = TARVOLIN + "/lib/libzelrpc67.so";
+        probe("", "-Dpovzel.library=" + other, "2318 " + other + " is not the library", "older version");
+        Path library = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
+                directory.resolve("unfit.so"));
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("later.jar"));
+        Path manifest = Files.writeString(directory.resolve("manifest"), "Implementation-Version: 99\n");
+        String jdk = System.getProperty("povzel.test.jdk");
+        assertEquals(0, new ProcessBuilder(jdk + "/bin/jar", "--update", "--file", jar.toString(),
+                "--manifest", manifest.toString()).start().waitFor());
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, library.toString());
+        String unfit = library + " is of version 6.7.1 and does not fit povzel.jar 99\n";
+        String cause = cause(jar);
+        System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
+        assertTrue(cause.startsWith(unfit), cause);
+    }
+
+    @Test
     void aMissingDatabaseIsExplained() throws Exception {
-        String installed = TARVOLIN + "/lib/" + PovZelLibrary.FILE_NAME;
-        probe("", "-Dpovzel.library=" + installed, "answer 7");
-        Path alone = Files.copy(Path.of(installed), directory.resolve(PovZelLibrary.FILE_NAME));
-        probe("", "-Dpovzel.library=" + alone, "Set TARVOLIN",
+        Path library = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
+                directory.resolve("alone.so"));
+        probe("", "-Dpovzel.library=" + library, "Set TARVOLIN",
                 "ZelRtlLoad failure: dlopen(libzelrpc67.so) failed",
                 "The TARVOLIN environment variable is not defined.");
     }
 
     @Test
+    void anUnusableDatabaseIsNamed() throws Exception {
+        Path file = Files.createDirectories(directory.resolve("lib")).resolve("libzelrpc67.so");
+        Map<String, String> refusals = Map.of("touch F", "is empty", "cp /etc/passwd F",
+                "is not a library", "mkdir F", "is a folder", "cp /lib/x86_64-linux-gnu/libm.so.6 F",
+                "is a 64-bit library; this JVM needs the 32-bit one", "cp " + TARVOLIN
+                + "/lib/libpovzel30.so F", "is not of the right kind or version");
+        for (String command : refusals.keySet()) {
+            probe("rm -rf " + file + "; " + command.replace("F", file.toString()) + "; TARVOLIN="
+                    + directory, "-Dpovzel.home=" + TARVOLIN, "2318 ZelRtlLoad failure: ",
+                    "\n" + file + " " + refusals.get(command) + "\nSet TARVOLIN to");
+        }
+    }
+
+    @Test
+    void oneJarRunsAndLeavesNothing() throws Exception {
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
+        Path place = Files.createDirectory(directory.resolve("place"));
+        Path abandoned = place.resolve("povzel-unpacked-1");
+        Files.createDirectories(abandoned.resolve("lib"));
+        Files.createFile(abandoned.resolve(".lock"));
+        Path living = Files.createDirectory(place.resolve("povzel-unpacked-2"));
+        String options = "-cp " + jar + ":" + CLASSES + " -Dpovzel.tmpdir=" + place;
+        try (FileChannel lock = FileChannel.open(living.resolve(".lock"),
+                StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE)) {
+            lock.lock();
+            probe("", options, "answer 7", "unpacked rwx------");
+        }
+        try (Stream<Path> left = Files.list(place)) {
+            assertEquals(List.of(living), left.toList());
+        }
+        // A database that was set up is not replaced.
+        probe("TARVOLIN=/nowhere", options, "2318 ZelRtlLoad failure: ");
+        probe("ZELRTL_VERSION=67", options, "2318 ZelRtlLoad failure: ");
+    }
+
+    @Test
+    void aPlaceThatCannotServeIsNamed() throws Exception {
+        Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
+        String options = "-cp " + jar + ":" + CLASSES + " -Dpovzel.tmpdir=";
+        probe("", options + "/nowhere", " into /nowhere: there is no such folder\n", "povzel.tmpdir=");
+        Path place = Files.createDirectory(directory.resolve("mounted"));
+        Map<String, String> refusals = Map.of("noexec", "mounted noexec", "size=64k",
+                "No space left on device", "ro", "Read-only file system");
+        for (String kind : refusals.keySet()) {
+            probe("exec unshare --mount --map-root-user bash -c 'mount -t tmpfs -o " + kind
+                    + " none " + place + " && exec \"$@\"' -", options + place,
+                    "2318 Cannot unpack libpovzel30.so from the jar into " + place,
+                    refusals.get(kind) + "\n");
+        }
+    }
+
+    @Test
     void aSecondClassLoaderIsExplained() throws Exception {
         PovZelSession.login("DataCurator", "swordfish").close();
-        URL[] jar = {Path.of(TARVOLIN, "java/povzel.jar").toUri().toURL()};
-        Method login = new URLClassLoader(jar, null).loadClass(PovZelSession.class.getName())
-                .getMethod("login", String.class, String.class);
-        Throwable failure = assertThrows(InvocationTargetException.class,
-                () -> login.invoke(null, "DataCurator", "swordfish")).getCause();
-        assertTrue(failure.getMessage().contains("for one class loader only"),
-                failure::getMessage);
+        String cause = cause(Path.of(TARVOLIN, "java/povzel.jar"));
+        assertTrue(cause.contains("for one class loader only"), cause);
+    }
+
+    @Test
+    void aFailureMayBeTriedAgain() throws Exception {
+        Path jar = Path.of(TARVOLIN, "java/povzel.jar");
+        Class<?> library = classes(jar).loadClass(PovZelLibrary.class.getName());
+        Method isAvailable = library.getMethod("isAvailable");
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, TARVOLIN + "/lib/libzelrpc67.so");
+        assertEquals(false, isAvailable.invoke(null));
+        System.setProperty(PovZelLibrary.LIBRARY_PROPERTY, Files.copy(Path.of(TARVOLIN, "lib",
+                PovZelLibrary.FILE_NAME), directory.resolve("fit.so")).toString());
+        Object cause = library.getMethod("unavailabilityCause").invoke(null);
+        System.clearProperty(PovZelLibrary.LIBRARY_PROPERTY);
+        assertNull(cause);
+        assertEquals(true, isAvailable.invoke(null));
+    }
+
+    @Test
+    void theJarSaysWhatItIsAndNotWhenItWasMade() throws Exception {
+        try (JarFile jar = new JarFile(TARVOLIN + "/java/povzel.jar")) {
+            assertEquals("com.tarvolin.povzel",
+                    jar.getManifest().getMainAttributes().getValue("Automatic-Module-Name"));
+            assertNotNull(jar.getEntry("META-INF/maven/com.tarvolin/povzel/pom.xml"));
+            List<String> names = jar.stream().map(ZipEntry::getName).toList();
+            assertEquals(names.stream().sorted().toList(), names);
+            assertEquals(1, jar.stream().map(ZipEntry::getTimeLocal).distinct().count());
+        }
+    }
+
+    private static ClassLoader classes(Path jar) throws MalformedURLException {
+        return new URLClassLoader(new URL[] {jar.toUri().toURL()}, null);
+    }
+
+    // Why a class loader of its own cannot use this jar.
+    private static String cause(Path jar) throws Exception {
+        Object cause = classes(jar).loadClass(PovZelLibrary.class.getName())
+                .getMethod("unavailabilityCause").invoke(null);
+        return ((Throwable) cause).getMessage();
     }
 }

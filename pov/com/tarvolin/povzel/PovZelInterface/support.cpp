@@ -1,0 +1,6 @@
+// The version, by which the jar knows the library that it was made with.
+#include "povzelsupport.h"
+
+jstring Java_com_tarvolin_povzel_PovZelSupport_libraryVersion(JNIEnv* env, jclass) {
+  return env->NewStringUTF(POVZEL_VERSION);
+}
