@@ -6,7 +6,8 @@
 //
 // The file is "lib" + base + "rpc" or "lnk" + version + ".so". The environment decides:
 // ZELRTL_BASELIBNAME (base, default "zel"), ZELRTL_VERSION (version, default "67") and TARVOLIN
-// (installation directory, whose lib directory is searched). Nothing here locks: load and unload
+// (installation directory, whose lib directory is searched; without it the one that this library
+// lies in serves at last). Nothing here locks: load and unload
 // from one thread, while no other calls the interface library.
 #pragma once
 
@@ -20,8 +21,9 @@ POVZEL_EXPORT extern const ZelRtlJumpSType* rtlPrivZelRtlFuncs;
 
 // Loads the remote ("rpc", `useRpc` non-zero) or linked ("lnk") interface library and publishes
 // its table. Tried in order: each directory of `path` (separated by ';'; may be null), the lib
-// directory under TARVOLIN, the bare file name by the platform's own search. The first library
-// that opens is checked: feature level at least 312, compatibility level below 2.
+// directory under TARVOLIN, the bare file name by the platform's own search, and without TARVOLIN
+// the folder that this library lies in. The first library that opens is checked: feature level at
+// least 312, compatibility level below 2.
 //
 // Returns 1 once the table is published. Returns 0 with the reason in `errBuf` (may be null), cut
 // to `errBufSize` bytes with its terminator; then nothing has changed. "Library is already loaded."

@@ -3,6 +3,7 @@
 //   guarantee.cpp                          broken guarantees, reported to the fatal path
 //   utlcpu.cpp                             instructions beyond the build's baseline
 //   oscalls.cpp                            the system's calls, through a table
+//   utltree.cpp                            the installation that this library lies in
 //   fortests.h                             all that tests may replace or set
 //   utlchecksum.cpp, utlchecksumfold.cpp   the checksum, by tables and by carry-less products
 //   xchar.cpp, xchartables.cpp             characters, and their built-in tables
@@ -117,6 +118,22 @@ inline constexpr const OsCalls& os = osCallsForTests;
 // Reports the broken guarantee at `line` of `module` ("src/utlheap") to the fatal path. Returns
 // only when that path is told not to halt. Not signal-safe.
 void utlGuaranteeFailed(const char* module, int line);
+
+// Own installation (utltree.cpp)
+//
+// DIR for DIR/lib/libpovzel30.so and DIR/bin/PROGRAM, if there is a DIR/sys/english67.err; links on
+// the way are followed. It stands in where TARVOLIN has no value.
+
+// Returns its name, without '/' at the end, or null if there is none. Signal-safe.
+const char* utlOwnTree();
+
+// The same, but null too when TARVOLIN has a value. Signal-safe but for reading the environment.
+const char* utlTreeInForce();
+
+// Puts the name of a file of the installation, "$TARVOLIN/...", with the tree in force in the place
+// of the variable into the `size` bytes at `place`. Leaves them alone if there is no such tree, for
+// another name and for one that does not fit. Signal-safe but for reading the environment.
+void utlPlaceInOwnTree(const char* name, char* place, std::size_t size);
 
 // Processor (utlcpu.cpp)
 

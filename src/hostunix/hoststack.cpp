@@ -25,6 +25,7 @@ namespace {
 BoolType printingStacks = 0;
 PrintStackFuncType* SmalltalkPrintStackFunc = nullptr;
 
+constexpr char stackPrinter[] = "$TARVOLIN/bin/gstack";
 constexpr int reapPauseMilliseconds = 50;
 
 // In the child. The handler's blocked signals would stay blocked in the program.
@@ -87,7 +88,10 @@ void HostPrintCStack(PidType forPid) {
   HostSignalSafePrint("\n");
 
   HostFnameStrType printer;
-  HostExpandFileName("$TARVOLIN/bin/gstack", printer, sizeof printer);
+  HostExpandFileName(stackPrinter, printer, sizeof printer);
+  if (HostFileType(printer, nullptr) == HOST_FILE_KIND_ERROR) {
+    utlPlaceInOwnTree(stackPrinter, printer, sizeof printer);
+  }
   if (HostFileType(printer, nullptr) != HOST_FILE_KIND_ERROR) {
     char id[16];
     hostSafeFormat(id, sizeof id, "%d", forPid);

@@ -1,10 +1,12 @@
 #include <povzel/zelrtl.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include <povzel/dynlib.h>
+#include "basics/internal.h"
 #include "internal.h"
 
 const ZelRtlJumpSType* rtlPrivZelRtlFuncs = nullptr;
@@ -129,6 +131,18 @@ bool openFromDirectories(const char* search, const char* fileName, const ErrorTe
   return true;
 }
 
+// Tries `fileName` in the installation that this library lies in, when no other is named.
+// The reason why the name alone did not do is then none any more.
+bool openFromOwnTree(const char* fileName, const ErrorText& err) {
+  const char* tree = utlTreeInForce();
+  if (tree == nullptr) return false;
+  char candidate[PATH_MAX + fileNameSize + sizeof "/lib/"];
+  std::snprintf(candidate, sizeof candidate, "%s/lib/%s", tree, fileName);
+  if (!openLibrary(candidate, nullptr, 0)) return false;
+  err.putIfFits(1, "%s", "");
+  return true;
+}
+
 void cleanUp() {
   DynLibUnload(zeldl);
   zeldl = nullptr;
@@ -175,7 +189,8 @@ BoolType ZelRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeTy
   if (!composeSearchPath(path, tarvolin, search, err)) return 0;
   if (!openFromDirectories(search, fileName, err)) return 0;
 
-  if (zeldl == nullptr && !openLibrary(fileName, errBuf, errBufSize)) {
+  if (zeldl == nullptr && !openLibrary(fileName, errBuf, errBufSize) &&
+      !openFromOwnTree(fileName, err)) {
     if (tarvolin == nullptr) err.append(noTarvolin);
     return 0;
   }

@@ -133,6 +133,7 @@ void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
     fileName = UtlFindExeFile(isNamed ? language : defaultFileName, ".err", found, sizeof found);
   }
   HostExpandFileName(fileName, name, sizeof name);
+  if (access(name, F_OK) != 0) utlPlaceInOwnTree(fileName, name, sizeof name);
 }
 
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {

@@ -1,4 +1,9 @@
 // The small programs of the installation.
+#include <dlfcn.h>
+
+#include <povzel/errmsg.h>
+#include <povzel/hoststack.h>
+#include <povzel/zelrtl.h>
 #include "tests.h"
 
 namespace {
@@ -28,6 +33,38 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
   EXPECT_EQ(run("tvinfo --symbol host.fork9b"), "Log of a child process\n0");
   EXPECT_THAT(run("tvinfo --symbol nonsense"), EndsWith("\n1"));
   EXPECT_THAT(run("tvinfo --errno x"), EndsWith("\n2"));
+}
+
+// A second copy of the library, in a tree of its own that no variable names.
+TEST(OwnTree, ServesLastWhereNoOtherIsNamed) {
+  fs::create_directories("a b/tree");
+  for (const std::string folder : {"bin", "lib", "sys"})
+    fs::copy(POVZEL_INSTALLATION "/" + folder, "a b/tree/" + folder);
+  fs::create_symlink("a b/tree/lib/libpovzel30.so", "link.so");
+  const auto useFromElsewhere = [] {
+    void* library = dlopen("./link.so", RTLD_NOW | RTLD_LOCAL);
+    fs::create_directory("elsewhere");
+    fs::current_path("elsewhere");
+    const auto call = [library]<typename Function>(Function*, const char* name) {
+      return reinterpret_cast<Function*>(dlsym(library, name));
+    };
+    char why[1024];
+    call(ZelRtlLoad, "ZelRtlLoad")(1, nullptr, why, sizeof why);
+    std::puts(why);
+    call(ErrMsgInit, "ErrMsgInit")();
+    char* text = call(ErrMsgGetString, "ErrMsgGetString")("host.fork9b");
+    std::puts(text != nullptr ? text : "no text");
+    std::fflush(stdout);
+    call(HostPrintMyCStack, "HostPrintMyCStack")();
+  };
+  unsetenv("TARVOLIN");
+  EXPECT_THAT(runInChild(useFromElsewhere).out,
+              AllOf(StartsWith("\nLog of a child process\n"), HasSubstr("\nThread ")));
+  setenv("TARVOLIN", "/nonexistent", 1);
+  EXPECT_THAT(runInChild(useFromElsewhere).out,
+              AllOf(StartsWith("dlopen(libzelrpc67.so) failed because "), HasSubstr("\nno text\n"),
+                    Not(HasSubstr("\nThread "))));
+  unsetenv("TARVOLIN");
 }
 
 TEST(GStack, PrintsThreadsWithoutTheDebugger) {
