@@ -13,7 +13,7 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 # stack to 4 bytes only, so entry points realign it.
 add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-msse2;-mfpmath=sse;-mstackrealign>")
 # No file of the build names the place where it was built.
-add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=>")
+add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX,ASM>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=>")
 add_compile_definitions(_GNU_SOURCE)
 add_compile_options(
   "$<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wshadow;-Wcast-align;-Wundef;-Wformat-security;-Wvla>"
@@ -128,7 +128,7 @@ function(povzel_java name)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${classes} ${directory}
     COMMAND ${POVZEL_JAVAC} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all -Werror
             ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
-    COMMAND ${POVZEL_JAR} --create --file ${arg_OUTPUT} -C ${classes} .
+    COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT}
     DEPENDS ${sources} ${arg_CLASSPATH} ${arg_DEPENDS}
     COMMENT "Compiling ${name}"
     VERBATIM)
@@ -162,7 +162,7 @@ function(povzel_installation directory)
     COMMAND sh -c "'${CMAKE_COMMAND}' --install . --component runtime --prefix '${directory}' >install.log"
     COMMAND ${CMAKE_COMMAND} -E create_symlink ${POVZEL_JRE} ${directory}/jre
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
-    DEPENDS ${files} ${POVZEL_CLASSES} ${POVZEL_SHELL_CLASSES} ${POVZEL_ENGLISH_COMPILED}
+    DEPENDS ${files} ${CMAKE_BINARY_DIR}/java/povzel.jar ${POVZEL_SHELL_CLASSES} ${POVZEL_ENGLISH_COMPILED}
             ${CMAKE_SOURCE_DIR}/tools/gstack
             ${CMAKE_SOURCE_DIR}/pov/com/tarvolin/povzel/shell/launcher
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
