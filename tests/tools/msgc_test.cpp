@@ -48,6 +48,7 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
             "standard output: cannot be written: No space left on device\n1");
   EXPECT_THAT(msgc("--dump model.msg"), EndsWith("\n1"));
   EXPECT_THAT(msgc("--byte-order=0122 model.msg"), EndsWith("\n2"));
+  EXPECT_THAT(msgc("--help"), EndsWith("\n0"));
 }
 
 TEST(English, HasEveryErrorNumberAndSurvivesADump) {

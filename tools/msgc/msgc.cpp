@@ -16,6 +16,7 @@ constexpr char usage[] =
     "usage: msgc [--byte-order=ORDER] [--like=MODEL] -o COMPILED SOURCE   compile messages\n"
     "       msgc --check [--like=MODEL] SOURCE                           only look for faults\n"
     "       msgc --dump [-o SOURCE] COMPILED                             back to source\n"
+    "       msgc --version | --help\n"
     "\n"
     "ORDER is \"little\" (the default), \"big\", or four digits: which byte of an integer, from "
     "the\n"
@@ -26,7 +27,7 @@ constexpr char usage[] =
 // Larger files the library would not read to their end.
 constexpr std::size_t largestFile = 64u << 20;
 
-enum class Task { compile, check, dump };
+enum class Task { compile, check, dump, help, version };
 
 struct Command {
   Task task = Task::compile;
@@ -50,8 +51,10 @@ bool parseCommand(int argc, char** argv, Command* command) {
   static const option options[] = {{"byte-order", required_argument, nullptr, 'b'},
                                    {"check", no_argument, nullptr, 'c'},
                                    {"dump", no_argument, nullptr, 'd'},
+                                   {"help", no_argument, nullptr, 'h'},
                                    {"like", required_argument, nullptr, 'l'},
                                    {"output", required_argument, nullptr, 'o'},
+                                   {"version", no_argument, nullptr, 'v'},
                                    {nullptr, 0, nullptr, 0}};
   for (int c; (c = getopt_long(argc, argv, "o:", options, nullptr)) != -1;) {
     switch (c) {
@@ -64,6 +67,12 @@ bool parseCommand(int argc, char** argv, Command* command) {
       case 'd':
         command->task = Task::dump;
         break;
+      case 'h':
+        command->task = Task::help;
+        return true;
+      case 'v':
+        command->task = Task::version;
+        return true;
       case 'l':
         command->model = optarg;
         break;
@@ -133,6 +142,9 @@ int main(int argc, char** argv) {
   if (!parseCommand(argc, argv, &command)) {
     std::fputs(usage, stderr);
     return 2;
+  }
+  if (command.task == Task::help || command.task == Task::version) {
+    return std::puts(command.task == Task::help ? usage : POVZEL_VERSION) < 0 ? 1 : 0;
   }
   Faults faults;
   if (command.task == Task::dump) {

@@ -1,8 +1,10 @@
 package com.tarvolin.povzel.shell;
 
+import com.tarvolin.povzel.PovZelSession;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import picocli.CommandLine;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Option;
@@ -11,7 +13,7 @@ import picocli.CommandLine.Option;
 @Command(
         name = "povzel",
         mixinStandardHelpOptions = true,
-        version = "povzel 3.0.0",
+        versionProvider = Options.Version.class,
         sortOptions = false,
         description = {
             "Runs texts in an object database and prints their results.",
@@ -28,6 +30,14 @@ import picocli.CommandLine.Option;
             "2:The command line is wrong"
         })
 final class Options {
+    /** The version is that of povzel.jar. */
+    static final class Version implements CommandLine.IVersionProvider {
+        @Override
+        public String[] getVersion() {
+            return new String[] {"povzel " + PovZelSession.class.getPackage().getImplementationVersion()};
+        }
+    }
+
     static final String DEFAULT_USER = "DataCurator";
 
     @Option(names = {"-e", "--execute"}, paramLabel = "CODE",
