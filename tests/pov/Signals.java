@@ -35,12 +35,17 @@ final class Signals {
         return sum(threads, () -> faults(checks, overflows));
     }
 
-    static int faultInNative() throws Exception {
-        return sum(1, Signals::fault);
+    static int nativeFaultInThreads(int threads) throws Exception {
+        return sum(threads, Signals::fault);
     }
 
     static int printAtShutdown() {
         Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
+        return 0;
+    }
+
+    static int exit(int status) {
+        System.exit(status);
         return 0;
     }
 

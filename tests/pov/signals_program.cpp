@@ -1,5 +1,6 @@
 // A program that starts the VM and installs the fault handler, in the order that its first argument
 // names, and then raises what its second argument names. signals_test.cpp looks at how it ends.
+#include <semaphore.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -42,13 +43,27 @@ jint JNICALL faultInNative(JNIEnv*, jclass) {
   return 0;
 }
 
-// Java's own faults, in one thread and then in many at once.
+// Java's own faults, in one thread and then in two at once.
 void javaFaults() {
   const int checks = callJava("faults", 5000, 0);
   const int overflows = callJava("faults", 0, 10);
-  const int together = callJava("faultsInThreads", 8, 5000, 5);
+  const int together = callJava("faultsInThreads", 2, 5000, 10);
   std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
               segvInProgressCount);
+}
+
+// Asks for a thread dump and reads it up to where the threads end. More follows, which is why the
+// process ends without looking for the VM's warnings.
+void threadDump() {
+  int ends[2];
+  if (pipe(ends) != 0) std::_Exit(97);
+  dup2(ends[1], STDERR_FILENO);
+  kill(getpid(), SIGQUIT);
+  std::string dump;
+  for (char c; !dump.ends_with("JNI global ref") && read(ends[0], &c, 1) == 1;) dump += c;
+  if (dump.find("Full thread dump") != std::string::npos) std::puts("thread dump");
+  std::fflush(stdout);
+  _exit(0);
 }
 
 void terminate(int signal) {
@@ -64,24 +79,48 @@ void hangUp() {
   std::puts("ignored");
 }
 
+// The exit is postponed and made from Java.
+void postponedTerminate() {
+  static sem_t asked;
+  sem_init(&asked, 0, 0);
+  callJava("printAtShutdown");
+  HostDelaySigExit([] { sem_post(&asked); }, [] {});
+  kill(getpid(), SIGTERM);
+  while (sem_wait(&asked) != 0) {
+  }
+  callJava("exit", 143);
+}
+
 const std::map<std::string, void (*)()> scenarios = {
     {"java-faults", javaFaults},
+    {"many-threads", [] { std::printf("caught %d\n", callJava("faultsInThreads", 8, 5000, 5)); }},
+    // Ends at the first fault that reaches the fault handler.
+    {"first-to-see",
+     [] {
+       HostExitOnFault();
+       javaFaults();
+     }},
+    {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
-    {"native-fault", [] { callJava("faultInNative"); }},
+    {"postponed-terminate", postponedTerminate},
+    {"native-fault", [] { callJava("fault"); }},
+    {"native-fault-in-thread", [] { callJava("nativeFaultInThreads", 1); }},
+    {"native-fault-in-threads", [] { callJava("nativeFaultInThreads", 4); }},
     {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) return 96;
+  if (argc < 3) return 96;
   const struct rlimit none = {0, 0};
   setrlimit(RLIMIT_CORE, &none);
   const bool handlerFirst = std::strcmp(argv[1], "handler-first") == 0;
   if (handlerFirst) installFaultHandler();
   // The first compiler alone goes on checking for null by faulting.
-  env = jvm::start({"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report"});
+  env = jvm::start(
+      {"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report", argc > 3 ? argv[3] : "-Xshare:auto"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
   const JNINativeMethod native = {const_cast<char*>("fault"), const_cast<char*>("()I"),
