@@ -111,4 +111,34 @@ TEST(HostThread, StackIsAtLeastTheMinimumInWholePages) {
   EXPECT_NE(HostThreadCreate(&thread, measure, nullptr, 0xFFFFF001), 0) << "more than memory";
 }
 
+TEST(Threads, BarrierOrdersStoresBeforeLoads) {
+  struct alignas(64) Word {
+    std::atomic<int> value;
+  };
+  Word words[2] = {}, seen[2] = {}, arrived = {}, wanted = {};
+  int missed = 0;
+  const auto meet = [&](int times) {
+    ++arrived.value;
+    for (int spins = 0; arrived.value < 2 * times; ++spins) {
+      if (spins > 1000) std::this_thread::yield();
+    }
+  };
+  const auto run = [&](int me) {
+    for (int round = 1; round <= 20000; ++round) {
+      meet(2 * round - 1);
+      // Behind a store to what both want, the word's waits for long.
+      wanted.value.store(me, std::memory_order_relaxed);
+      words[me].value.store(round, std::memory_order_relaxed);
+      HostShrMemoryBarrier();
+      seen[me].value = words[1 - me].value.load(std::memory_order_relaxed);
+      meet(2 * round);
+      if (me == 0 && seen[0].value != round && seen[1].value != round) ++missed;
+    }
+  };
+  std::thread other(run, 1);
+  run(0);
+  other.join();
+  EXPECT_EQ(missed, 0);
+}
+
 }  // namespace
