@@ -159,6 +159,7 @@ function(povzel_installation directory)
   endforeach()
   add_custom_command(
     OUTPUT ${stamp}
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
     COMMAND sh -c "'${CMAKE_COMMAND}' --install . --component runtime --prefix '${directory}' >install.log"
     COMMAND ${CMAKE_COMMAND} -E create_symlink ${POVZEL_JRE} ${directory}/jre
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
