@@ -22,7 +22,10 @@ add_compile_options(
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-format-truncation>)
 add_link_options(-Wl,-z,noexecstack -Wl,-z,relro -Wl,-z,now)
 
+# What needs no C++ library is linked as C; the sanitizers need one.
+set(POVZEL_LINKED_AS C)
 if(POVZEL_SANITIZE)
+  set(POVZEL_LINKED_AS CXX)
   add_compile_options(-fsanitize=${POVZEL_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   # Instrumented code of the standard library looks uninitialized to GCC.
