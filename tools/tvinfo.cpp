@@ -100,6 +100,12 @@ const char* valueOf(const char* variable) {
   return value != nullptr && value[0] != '\0' ? value : nullptr;
 }
 
+// The mode of a file of any inode number and date; 0 if it is not there.
+unsigned modeOf(const char* name) {
+  struct statx status;
+  return statx(AT_FDCWD, name, 0, STATX_TYPE, &status) == 0 ? status.stx_mode : 0;
+}
+
 void showVariable(const char* name, const char* whenUnset) {
   const char* value = valueOf(name);
   item(name, value != nullptr ? value : whenUnset);
@@ -171,10 +177,10 @@ void showTree() {
     item("Installation", own != nullptr ? own : "(none: set TARVOLIN to the folder of one)");
     return;
   }
-  struct stat status;
-  if (stat(tarvolin, &status) != 0) {
+  const unsigned mode = modeOf(tarvolin);
+  if (mode == 0) {
     notUsable("%s is not there", tarvolin);
-  } else if (!S_ISDIR(status.st_mode)) {
+  } else if (!S_ISDIR(mode)) {
     notUsable("%s is not a directory", tarvolin);
   } else if (std::strchr(tarvolin, ';') != nullptr) {
     notUsable("%s holds a ';', which ends a path for the library", tarvolin);
@@ -335,9 +341,7 @@ int javaVersion(const char* program) {
 bool isJvm(const char* place, LibFileFaultType& fault) {
   constexpr int oldestVersion = 17;
   Text program;
-  struct stat status;
-  const bool isFolder = stat(place, &status) == 0 && S_ISDIR(status.st_mode);
-  std::snprintf(program, sizeof program, "%s%s", place, isFolder ? "/bin/java" : "");
+  std::snprintf(program, sizeof program, "%s%s", place, S_ISDIR(modeOf(place)) ? "/bin/java" : "");
   if (!libFileIsFit(program, "program", fault)) return false;
   if (access(program, X_OK) != 0) {
     std::snprintf(fault, sizeof fault, "is not executable");

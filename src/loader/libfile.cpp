@@ -33,8 +33,8 @@ const char* accessFault(int error) {
 }
 
 bool liesOnNoexecMount(const char* file) {
-  struct statvfs status;
-  return statvfs(file, &status) == 0 && (status.f_flag & ST_NOEXEC) != 0;
+  struct statvfs64 status;
+  return statvfs64(file, &status) == 0 && (status.f_flag & ST_NOEXEC) != 0;
 }
 
 }  // namespace
@@ -48,11 +48,12 @@ bool LibFileStart::isText() const {
 
 bool libFileRead(const char* file, LibFileStart& start, LibFileFaultType& fault) {
   start.size = 0;
-  struct stat status;
-  if (stat(file, &status) != 0) return say(fault, accessFault(errno));
-  if (S_ISDIR(status.st_mode)) return say(fault, "is a directory");
-  if (!S_ISREG(status.st_mode)) return say(fault, "is not a file");
-  const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
+  // Unlike stat and open it takes files of any size, inode number and date.
+  struct statx status;
+  if (statx(AT_FDCWD, file, 0, STATX_TYPE, &status) != 0) return say(fault, accessFault(errno));
+  if (S_ISDIR(status.stx_mode)) return say(fault, "is a directory");
+  if (!S_ISREG(status.stx_mode)) return say(fault, "is not a file");
+  const int descriptor = open64(file, O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return say(fault, accessFault(errno));
   const ssize_t count = read(descriptor, start.bytes, sizeof start.bytes);
   const int error = errno;
