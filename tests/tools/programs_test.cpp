@@ -43,6 +43,9 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
   EXPECT_THAT(run("tvinfo --nonsense"), EndsWith("See tvinfo --help.\n2"));
   EXPECT_THAT(run("tvinfo --help"), AllOf(StartsWith("usage: "), EndsWith("\n0")));
   EXPECT_EQ(run("tvinfo --version"), POVZEL_VERSION "\n0");
+  // A date that 32 bits do not hold is none of its business.
+  EXPECT_THAT(run("tvinfo", "mkdir late; touch -d 2050-01-01 late; TARVOLIN=late"),
+              Not(HasSubstr("late is not there")));
   EXPECT_THAT(run("tvinfo --errno 1", "TARVOLIN_LANG=/none"),
               Reads("tvinfo: the message file /none is not there\nSet TARVOLIN_LANG ~\n1"));
 }
