@@ -1,11 +1,13 @@
 // msgc: the message compiler. docs/messages.md shows how to use it.
 
 #include <getopt.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <memory>
 
 #include <povzel/errutl.h>
 #include "messages.h"
@@ -88,13 +90,17 @@ bool parseCommand(int argc, char** argv, Command* command) {
   return command->task != Task::compile || !command->output.empty();
 }
 
+struct FreeText {
+  void operator()(char* text) const { std::free(text); }
+};
+
 // Puts the bytes into a new file that takes the place of `name` when it is complete, or of what
 // that links to. What is there and no regular file, such as a device, is written into.
 void writeFile(const std::string& name, const std::string& bytes, Faults* faults) {
-  std::error_code isNew;
-  std::string target = std::filesystem::canonical(name, isNew);
-  if (isNew) target = name;
-  const bool replaced = isNew || std::filesystem::is_regular_file(target);
+  const std::unique_ptr<char, FreeText> canonical(realpath(name.c_str(), nullptr));
+  const std::string target = canonical ? canonical.get() : name;
+  struct stat64 there;
+  const bool replaced = stat64(target.c_str(), &there) != 0 || S_ISREG(there.st_mode);
   const std::string unfinished = replaced ? target + ".new" : target;
   FILE* file = std::fopen(unfinished.c_str(), "w");
   bool ok = file != nullptr;

@@ -1,10 +1,11 @@
 // Reading and checking source files.
 
+#include <regex.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <regex>
 #include <unordered_map>
 
 #include <povzel/errutl.h>
@@ -40,10 +41,15 @@ std::size_t logicalLength(const std::string& lines) {
 
 // Whether printf would take exactly one argument for it: a long, a double or a string.
 bool isPlainDirective(const std::string& directive) {
-  static const std::regex plain(
-      "%(-?[0-9]*(\\.[0-9]*)?s|-?[0-9]*c|"
-      "[-+ #0']*[0-9]*(\\.[0-9]*)?((l|h|hh)?[diouxX]|[eEfgG]))");
-  return std::regex_match(directive, plain);
+  static const regex_t plain = [] {
+    regex_t compiled;
+    regcomp(&compiled,
+            "^%(-?[0-9]*(\\.[0-9]*)?s|-?[0-9]*c|"
+            "[-+ #0']*[0-9]*(\\.[0-9]*)?((l|h|hh)?[diouxX]|[eEfgG]))$",
+            REG_EXTENDED | REG_NOSUB);
+    return compiled;
+  }();
+  return regexec(&plain, directive.c_str(), 0, nullptr, 0) == 0;
 }
 
 // What the library takes for a directive: up to the first conversion character.

@@ -49,11 +49,14 @@ class Parser {
     lexer_.next();
     return true;
   }
+  [[noreturn]] void missing(std::string_view what) {
+    lexer_.fail(std::string(what).append(" is expected"));
+  }
   void expect(Token token, const char* what) {
-    if (!accept(token)) lexer_.fail(std::string(what) + " is expected");
+    if (!accept(token)) missing(what);
   }
   std::string takeName(const char* what) {
-    if (!at(Token::identifier)) lexer_.fail(std::string(what) + " is expected");
+    if (!at(Token::identifier)) missing(what);
     std::string name = lexer_.text;
     lexer_.next();
     return name;
