@@ -24,7 +24,7 @@ POVZEL_BEGIN_C
 
 // The 20 bytes at the start of a compiled file, integers decoded.
 typedef struct ErrUtlHdrSType {
-  unsigned char magic[4];
+  unsigned char magic[4];      // as ErrUtlGetMagic has it
   unsigned char transform[4];  // significance, in bytes, of each byte of a stored integer
   uint32_t vers;               // 1
   uint32_t tabSize;            // hash slots, at least 1

@@ -15,6 +15,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// A record, as the table holds it.
 typedef void* VoidPtrType;
 
 POVZEL_BEGIN_C
@@ -26,17 +27,17 @@ typedef BoolType HashCompareFType(const void* probe, const void* stored);
 
 // The caller owns this record and may read it; only the functions below change it.
 typedef struct HashTableSType {
-  long indexOfPrime;      // which size of the series the table has
-  BoolType copyKeys;      // the table owns copies of the records
-  long keySize;           // bytes of such a copy
-  long tableSize;         // slots
-  long halfTableSize;     // the table grows when it holds this many records
-  long quarterTableSize;  // a quarter of the slots
-  long numEntries;        // occupied slots
-  HashFType* hashFunc;
-  HashCompareFType* compareFunc;
-  VoidPtrType* table;   // the slots: a record each, or null; null while there are none
-  VoidPtrType* endPtr;  // one past the last slot
+  long indexOfPrime;              // which size of the series the table has
+  BoolType copyKeys;              // the table owns copies of the records
+  long keySize;                   // bytes of such a copy
+  long tableSize;                 // slots
+  long halfTableSize;             // the table grows when it holds this many records
+  long quarterTableSize;          // a quarter of the slots
+  long numEntries;                // occupied slots
+  HashFType* hashFunc;            // of the records
+  HashCompareFType* compareFunc;  // of a record and a stored one
+  VoidPtrType* table;             // the slots: a record each, or null; null while there are none
+  VoidPtrType* endPtr;            // one past the last slot
 } HashTableSType;
 POVZEL_STATIC_ASSERT(sizeof(HashTableSType) == 44 && offsetof(HashTableSType, hashFunc) == 28 &&
                          offsetof(HashTableSType, endPtr) == 40,

@@ -12,7 +12,9 @@
 
 #include <povzel/povzeltypes.h>
 
+// Called before a fatal path does anything else.
 typedef void (*HostOnDebugHandlerType)(void);
+// Adds what a program knows to a fatal report.
 typedef void HostFatalReportFuncType(void);
 
 POVZEL_BEGIN_C

@@ -23,6 +23,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// Called in a handler, by the functions below that take one.
 typedef void HostFaultFuncType(void);
 typedef void (*HostSigExitHandlerType)(void);
 typedef void (*HostShrMemFuncType)(void);

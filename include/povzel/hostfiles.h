@@ -21,6 +21,7 @@
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
+// What a file is.
 POVZEL_ENUM_TYPE(HostFileKindEType, int32_t);
 enum POVZEL_ENUM(HostFileKindEType, int32_t) {
   HOST_FILE_KIND_FILE = 0,

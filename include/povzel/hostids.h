@@ -12,8 +12,8 @@
 
 // An effective identity, kept to be restored.
 typedef struct HostUserIdSType {
-  uint32_t uid;
-  uint32_t gid;
+  uint32_t uid;  // user
+  uint32_t gid;  // group
 } HostUserIdSType;
 
 POVZEL_BEGIN_C

@@ -15,6 +15,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// A mutex; its fields are the system's.
 typedef pthread_mutex_t HostMutexSType;
 
 POVZEL_BEGIN_C

@@ -19,6 +19,7 @@
 // when the access is its to deal with.
 typedef BoolType (*HostProtectHandlerFType)(char* pageAddr, char* faultAddr);
 
+// How many pages can be guarded at one time.
 POVZEL_CONSTANT(int, HostMaxProtectedPages, 16);
 
 POVZEL_BEGIN_C

@@ -16,6 +16,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// What kind of process this one is.
 POVZEL_ENUM_TYPE(HostProcessEType, int);
 enum POVZEL_ENUM(HostProcessEType, int) {
   HOST_PROCESS_BATCH = 0,

@@ -7,6 +7,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// A handler, called with the number of its signal.
 typedef void HostKbIntFuncType(int signal);
 
 POVZEL_BEGIN_C

@@ -5,6 +5,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// Prints the interpreter's stack on standard output.
 typedef void PrintStackFuncType(void);
 
 POVZEL_BEGIN_C

@@ -6,13 +6,13 @@
 
 // What HostInit has found out; all names are cut to their fields.
 typedef struct HostSystemInfoSType {
-  char osName[20];
-  char nodeName[80];
-  char osRelease[20];
-  char osVersion[24];
-  char cpuKind[20];  // the machine name
-  int32_t cpuCount;
-  char cpuMisc[80];  // the physical memory, as in "512MB"
+  char osName[20];     // such as "Linux"
+  char nodeName[80];   // the host's name
+  char osRelease[20];  // the kernel's
+  char osVersion[24];  // the kernel's build
+  char cpuKind[20];    // the machine name
+  int32_t cpuCount;    // processors in use
+  char cpuMisc[80];    // the physical memory, as in "512MB"
 } HostSystemInfoSType;
 POVZEL_STATIC_ASSERT(sizeof(HostSystemInfoSType) == 248,
                      "the layout of HostSystemInfoSType has changed");

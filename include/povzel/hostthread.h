@@ -9,7 +9,9 @@
 
 #include <povzel/povzeltypes.h>
 
+// A thread of the process.
 typedef pthread_t HostThreadType;
+// What a thread runs; its result is for who joins the thread.
 typedef void* HostThreadFuncType(void* arg);
 
 POVZEL_STATIC_ASSERT(sizeof(HostThreadType) == 4, "the width of HostThreadType has changed");

@@ -16,7 +16,7 @@
 //   POVZEL_NORETURN               before a function that does not return
 //   POVZEL_STATIC_ASSERT          ends the compilation with `text` unless `condition` holds
 //   POVZEL_CONSTANT               a constant that may be the size of an array; in C an int
-//   POVZEL_ARRAY                  an array; in C++ one of <array>, which the header includes
+//   POVZEL_ARRAY                  an array; in C++ one of `<array>`, which the header includes
 //   POVZEL_ENUM_TYPE              names an enumeration stored as `type`; in C the integer itself
 //   POVZEL_ENUM                   follows the "enum" of such an enumeration's constants
 // clang-format off
@@ -42,9 +42,9 @@
 #endif
 // clang-format on
 
-typedef uint32_t OopType;  // object identifier in the database
-typedef int32_t BoolType;  // 0 is false, anything else true
-typedef uint8_t ByteType;
+typedef uint32_t OopType;        // object identifier in the database
+typedef int32_t BoolType;        // 0 is false, anything else true
+typedef uint8_t ByteType;        // 0 to 255
 typedef uint32_t ArraySizeType;  // a size or a count, in the unit that the function names
 typedef int32_t PidType;         // process id
 typedef uint16_t DbChar;         // double-byte character code

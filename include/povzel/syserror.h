@@ -215,7 +215,7 @@ enum POVZEL_ENUM(SysErrCategoryEType, int32_t) {
 typedef struct SysErrorSType {
   int32_t hostError;    // the number given to SysErrorSet: 0 when there was none, -1 to omit it
   SysErrEType errCode;  // SYSERR_NONE when clear; minus the errno when it has no portable code
-  char errMsg[4096];
+  char errMsg[4096];    // terminated
 
 #ifdef __cplusplus
   // Sets errCode from an errno value; the other fields stay.

@@ -23,7 +23,7 @@ typedef struct TvDString {
   char* string;   // the text, always ended by NUL: in staticSpace, or in a block of the record's
   long length;    // characters, without the NUL
   long spaceAvl;  // bytes at `string`, always more than `length`
-  char staticSpace[200];
+  char staticSpace[200];  // for texts of up to 199 characters
 } TvDString;
 POVZEL_STATIC_ASSERT(sizeof(TvDString) == 212 && offsetof(TvDString, staticSpace) == 12,
                      "the layout of TvDString has changed");

@@ -24,20 +24,21 @@
 
 POVZEL_BEGIN_C
 
+// An entry of a table, and a table.
 typedef struct TvHashEntry TvHashEntry;
 typedef struct TvHashTable TvHashTable;
 
-// `value` is the caller's to read and write.
+// An entry. `value` is the caller's to read and write.
 struct TvHashEntry {
   TvHashEntry* nextPtr;     // in the same bucket; null at its end
   TvHashTable* tablePtr;    // the table that it is in
   TvHashEntry** bucketPtr;  // the bucket that it is in
   void* value;              // null at first
   union {
-    const void* oneWordValue;
-    long words[1];   // goes on for the table's number of words
-    char string[4];  // goes on to its NUL
-  } key;
+    const void* oneWordValue;  // a word
+    long words[1];             // goes on for the table's number of words
+    char string[4];            // goes on to its NUL
+  } key;                       // as the table's keyType has it
 };
 POVZEL_STATIC_ASSERT(sizeof(TvHashEntry) == 20 && offsetof(TvHashEntry, key) == 16,
                      "the layout of TvHashEntry has changed");
@@ -46,11 +47,12 @@ POVZEL_STATIC_ASSERT(sizeof(TvHashEntry) == 20 && offsetof(TvHashEntry, key) == 
 typedef TvHashEntry* TvHashFindFType(TvHashTable* table, const char* key);
 typedef TvHashEntry* TvHashCreateFType(TvHashTable* table, const char* key, long* newPtr);
 
+// A table. Its two functions are for the caller; all else is its own.
 struct TvHashTable {
-  TvHashEntry** buckets;
+  TvHashEntry** buckets;          // staticBuckets, or a block of the table's own
   TvHashEntry* staticBuckets[4];  // the first buckets
   long numBuckets;                // a power of 4
-  long numEntries;
+  long numEntries;                // in all buckets together
   long rebuildSize;  // the table grows when it gets this many entries: 3 for each bucket
   long downShift;    // brings the high bits of a word's hash down to the bucket number
   long mask;         // numBuckets - 1
@@ -69,7 +71,7 @@ POVZEL_STATIC_ASSERT(sizeof(TvHashTable) == 52 && offsetof(TvHashTable, numBucke
 
 // A place in an enumeration.
 typedef struct TvHashSearch {
-  TvHashTable* tablePtr;
+  TvHashTable* tablePtr;      // the table that is walked through
   long nextIndex;             // the next bucket to look at
   TvHashEntry* nextEntryPtr;  // the next entry of the current one, or null
 } TvHashSearch;

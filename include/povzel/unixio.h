@@ -25,6 +25,7 @@
 struct sigaction;  // these two are incomplete in strict ISO C
 struct stat64;
 
+// A signal handler, as the system calls it with SA_SIGINFO and without.
 typedef void UnixSigHandlerFType(int sig, siginfo_t* info, void* context);
 typedef void UnixSignalFuncType_1arg(int sig);
 

@@ -19,6 +19,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// Why the stack is unwound.
 POVZEL_ENUM_TYPE(UnwindKindEType, int32_t);
 enum POVZEL_ENUM(UnwindKindEType, int32_t) {
   UNWIND_NO_SIGNAL = 0,
@@ -40,7 +41,7 @@ enum POVZEL_ENUM(UnwindKindEType, int32_t) {
 
 // A place to unwind to. It stays on its function's stack and must be popped before that returns.
 typedef struct UnwindJmpBufSType {
-  jmp_buf buf;
+  jmp_buf buf;                         // filled by setjmp
   struct UnwindJmpBufSType* previous;  // the enclosing buffer, or null
 } UnwindJmpBufSType;
 typedef UnwindJmpBufSType unwindbuftype;

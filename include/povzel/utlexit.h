@@ -11,8 +11,10 @@
 
 #include <povzel/povzeltypes.h>
 
+// Called once, before the program ends.
 typedef void ExitFuncType(void);
 
+// How many handlers can be registered.
 POVZEL_CONSTANT(int, UtlMaxExitHandlers, 100);
 
 POVZEL_BEGIN_C

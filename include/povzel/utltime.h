@@ -12,9 +12,9 @@
 
 #include <povzel/povzeltypes.h>
 
-// A formatted date, terminated.
+// A formatted date.
 typedef struct ZelCTimeStringType {
-  char msg[100];
+  char msg[100];  // terminated
 } ZelCTimeStringType;
 POVZEL_STATIC_ASSERT(sizeof(ZelCTimeStringType) == 100,
                      "the layout of ZelCTimeStringType has changed");

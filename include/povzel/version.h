@@ -4,6 +4,7 @@
 
 #include <povzel/povzeltypes.h>
 
+// What can be asked for.
 POVZEL_ENUM_TYPE(VerParamEType, int);
 enum POVZEL_ENUM(VerParamEType, int) {
   VER_INFO_CPU_KIND = 0,
@@ -21,14 +22,15 @@ enum POVZEL_ENUM(VerParamEType, int) {
   VER_INFO_PROCESSOR_COUNT = 12,
 };
 
+// Which value of an answer holds it.
 POVZEL_ENUM_TYPE(VerResultEType, int);
 enum POVZEL_ENUM(VerResultEType, int) { VER_INT_KIND = 0, VER_STRING_KIND = 1 };
 
-// The answer to a query: `kind` says which of the two values holds it.
+// The answer to a query.
 typedef struct VerParamResultSType {
-  VerResultEType kind;
-  int32_t intVal;
-  char stringVal[300];  // terminated
+  VerResultEType kind;  // which of the two values holds the answer
+  int32_t intVal;       // of VER_INT_KIND
+  char stringVal[300];  // of VER_STRING_KIND, terminated
 } VerParamResultSType;
 POVZEL_STATIC_ASSERT(sizeof(VerParamResultSType) == 308,
                      "the layout of VerParamResultSType has changed");

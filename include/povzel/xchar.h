@@ -49,18 +49,18 @@ enum POVZEL_ENUM(XCharCategoryEType, ByteType) {
   XCharCategoryCn,  // 30, unassigned
 };
 
-// Letters: upper and lower case code, 0 for no change. Numbers: numerator and denominator, 0 for
-// a whole number. Others: 0 and 0.
+// What belongs to a letter or a number; 0 and 0 for others.
 typedef struct XCharEntrySType {
-  uint16_t field1;
-  uint16_t field2;
+  uint16_t field1;  // letters: the upper-case code, 0 for no change; numbers: the numerator
+  uint16_t field2;  // letters: the lower-case code, 0 for no change; numbers: the denominator, 0
+                    // for a whole number
 } XCharEntrySType;
 POVZEL_STATIC_ASSERT(sizeof(XCharEntrySType) == 4, "the layout of XCharEntrySType has changed");
 
 // The title case of an upper-case code, where the two differ.
 typedef struct XCharTitleCaseEntrySType {
-  DbChar index;
-  DbChar titleCase;
+  DbChar index;      // the upper-case code
+  DbChar titleCase;  // its title case
 } XCharTitleCaseEntrySType;
 POVZEL_STATIC_ASSERT(sizeof(XCharTitleCaseEntrySType) == 4,
                      "the layout of XCharTitleCaseEntrySType has changed");

@@ -9,8 +9,10 @@
 
 #include <povzel/povzeltypes.h>
 
+// A session of the interface library; 0 is none.
 typedef int32_t ZelSessionIdType;
 
+// The oops that both sides know.
 POVZEL_CONSTANT(OopType, NilOop, 10);
 POVZEL_CONSTANT(OopType, FalseOop, 6);
 POVZEL_CONSTANT(OopType, TrueOop, 38);
@@ -21,18 +23,18 @@ POVZEL_CONSTANT(OopType, FloatClassOop, 1521);
 POVZEL_CONSTANT(OopType, DoubleByteStringClassOop, 1553);
 POVZEL_CONSTANT(OopType, DateTimeClassOop, 1857);
 
+// How many arguments an error has at the most.
 POVZEL_CONSTANT(int, ZelMaxErrArgs, 10);
 
-// An error of the interface library. `message` is terminated; the first `argCount` of `args` are
-// valid; `fatal` is non-zero when the session can no longer be used.
+// An error of the interface library.
 typedef struct ZelErrSType {
-  OopType category;
-  int32_t number;
-  OopType context;
-  char message[401];
-  uint32_t args[ZelMaxErrArgs];
-  int32_t argCount;
-  BoolType fatal;
+  OopType category;              // the object of the error's category
+  int32_t number;                // which error of the category
+  OopType context;               // the process that can be continued, or NilOop
+  char message[401];             // terminated
+  uint32_t args[ZelMaxErrArgs];  // the oops of its arguments
+  int32_t argCount;              // how many of `args` are valid
+  BoolType fatal;                // the session can no longer be used
 } ZelErrSType;
 POVZEL_STATIC_ASSERT(offsetof(ZelErrSType, number) == 4 && offsetof(ZelErrSType, context) == 8,
                      "the layout of ZelErrSType has changed");
@@ -42,31 +44,32 @@ POVZEL_STATIC_ASSERT(offsetof(ZelErrSType, argCount) == 456 && offsetof(ZelErrST
                      "the layout of ZelErrSType has changed");
 POVZEL_STATIC_ASSERT(sizeof(ZelErrSType) == 464, "the layout of ZelErrSType has changed");
 
-// What an object is: `objSize` counts named and indexed slots together (bytes for byte objects).
+// What an object is.
 typedef struct ZelObjInfoSType {
-  int32_t namedSize;
-  OopType objId;
-  OopType objClass;
-  OopType segment;
-  int32_t objSize;
-  uint16_t reserved : 9;
-  uint16_t isOverlayed : 1;
-  uint16_t isPartial : 1;
-  uint16_t isIndexable : 1;
-  uint16_t isInvariant : 1;
-  uint16_t objImpl : 3;  // 0 pointers, 1 bytes, 2 unordered set, 3 special
-  int16_t unused;
+  int32_t namedSize;         // named instance variables
+  OopType objId;             // the object itself
+  OopType objClass;          // its class
+  OopType segment;           // the segment that it is stored in
+  int32_t objSize;           // named and indexed slots together; bytes for byte objects
+  uint16_t reserved : 9;     // not used
+  uint16_t isOverlayed : 1;  // not used here
+  uint16_t isPartial : 1;    // not used here
+  uint16_t isIndexable : 1;  // it has slots that are reached by number
+  uint16_t isInvariant : 1;  // its contents cannot be changed
+  uint16_t objImpl : 3;      // 0 pointers, 1 bytes, 2 unordered set, 3 special
+  int16_t unused;            // not used
 } ZelObjInfoSType;
 POVZEL_STATIC_ASSERT(offsetof(ZelObjInfoSType, objSize) == 16 &&
                          offsetof(ZelObjInfoSType, unused) == 22,
                      "the layout of ZelObjInfoSType has changed");
 POVZEL_STATIC_ASSERT(sizeof(ZelObjInfoSType) == 24, "the layout of ZelObjInfoSType has changed");
 
+// A moment, in the time zone of an object.
 typedef struct ZelDateTimeSType {
-  int32_t year;
-  int32_t dayOfYear;
+  int32_t year;          // such as 2026
+  int32_t dayOfYear;     // from 1
   int32_t milliseconds;  // since midnight
-  OopType timeZone;
+  OopType timeZone;      // the object of its time zone
 } ZelDateTimeSType;
 POVZEL_STATIC_ASSERT(offsetof(ZelDateTimeSType, timeZone) == 12 && sizeof(ZelDateTimeSType) == 16,
                      "the layout of ZelDateTimeSType has changed");
@@ -394,21 +397,25 @@ typedef void (*ZelUntypedFType)(void);
 typedef struct ZelRtlJumpSType {
   int32_t zelFeatureLevel;       // number of function slots the library provides
   int32_t zelCompatiblityLevel;  // interface compatibility level
-  int32_t reserved;
+  int32_t reserved;              // not used
+// What a slot of known signature is in the record.
 #define ZEL_TYPED_MEMBER(name, result, arguments) result(*name) arguments;
+// And one of unknown signature.
 #define ZEL_UNTYPED_MEMBER(name) ZelUntypedFType name;
   ZEL_RTL_SLOTS(ZEL_TYPED_MEMBER, ZEL_UNTYPED_MEMBER)
 #undef ZEL_TYPED_MEMBER
 #undef ZEL_UNTYPED_MEMBER
-  int unused;
+  int unused;  // not used
 } ZelRtlJumpSType;
 
+// How many slots the table has.
 POVZEL_CONSTANT(int, ZelRtlSlotCount, 312);
 
 POVZEL_STATIC_ASSERT(sizeof(ZelRtlJumpSType) == 1264, "the layout of ZelRtlJumpSType has changed");
 POVZEL_STATIC_ASSERT(offsetof(ZelRtlJumpSType, unused) == 12 + 4 * ZelRtlSlotCount,
                      "the layout of ZelRtlJumpSType has changed");
 
+// Holds a slot to its place.
 #define ZEL_SLOT_AT(name, offset) \
   POVZEL_STATIC_ASSERT(offsetof(ZelRtlJumpSType, name) == (offset), #name " is in another slot")
 ZEL_SLOT_AT(ZelContinueWith, 84);
