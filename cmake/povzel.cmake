@@ -52,6 +52,10 @@ set(POVZEL_JDK /usr/lib/jvm/java-17-openjdk-amd64 CACHE PATH "JDK that compiles 
 set(POVZEL_JARS /usr/share/java)
 set(POVZEL_JAVAC ${POVZEL_JDK}/bin/javac)
 set(POVZEL_JAR ${POVZEL_JDK}/bin/jar)
+set(POVZEL_JAVA_WERROR)
+if(CMAKE_COMPILE_WARNING_AS_ERROR)
+  set(POVZEL_JAVA_WERROR -Werror)
+endif()
 
 find_package(Threads REQUIRED)
 
@@ -129,8 +133,8 @@ function(povzel_java name)
     OUTPUT ${arg_OUTPUT}
     COMMAND ${CMAKE_COMMAND} -E rm -rf ${classes}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${classes} ${directory}
-    COMMAND ${POVZEL_JAVAC} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all -Werror
-            ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
+    COMMAND ${POVZEL_JAVAC} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all,-options
+            ${POVZEL_JAVA_WERROR} ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
     COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT}
     DEPENDS ${sources} ${arg_CLASSPATH} ${arg_DEPENDS}
     COMMENT "Compiling ${name}"
@@ -147,11 +151,17 @@ function(povzel_keep_debug name)
     VERBATIM)
 endfunction()
 
+# Installs from the build tree as part of the build: quietly, and whatever place a packager has set.
+set(POVZEL_INSTALL sh -c "unset DESTDIR && exec \"$@\" >install.log" sh
+                   ${CMAKE_COMMAND} --install ${CMAKE_BINARY_DIR})
+
 # povzel_installation(DIRECTORY TARGETS...): the target povzel_installation installs the component
 # runtime into DIRECTORY, as cmake --install does anywhere else, once the targets are built, and puts
 # the JVM of tools/setup beside it.
 function(povzel_installation directory)
   set(stamp ${CMAKE_BINARY_DIR}/installation.stamp)
+  # The checkout may be moved, and mounted elsewhere.
+  file(RELATIVE_PATH jre ${directory} ${POVZEL_JRE})
   set(files)
   foreach(target ${ARGN})
     get_target_property(type ${target} TYPE)
@@ -163,8 +173,8 @@ function(povzel_installation directory)
   add_custom_command(
     OUTPUT ${stamp}
     COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
-    COMMAND sh -c "'${CMAKE_COMMAND}' --install . --component runtime --prefix '${directory}' >install.log"
-    COMMAND ${CMAKE_COMMAND} -E create_symlink ${POVZEL_JRE} ${directory}/jre
+    COMMAND ${POVZEL_INSTALL} --component runtime --prefix ${directory}
+    COMMAND ${CMAKE_COMMAND} -E create_symlink ${jre} ${directory}/jre
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
     DEPENDS ${files} ${CMAKE_BINARY_DIR}/java/povzel.jar ${POVZEL_SHELL_CLASSES} ${POVZEL_ENGLISH_COMPILED}
             ${CMAKE_SOURCE_DIR}/tools/gstack

@@ -43,11 +43,16 @@ final class PovZelDiagnosis {
                 + environment("ZELRTL_VERSION", "67") + ".so";
         String place = environment("TARVOLIN", null);
         String places = "the system's library directories";
+        if (place != null && (place.contains(":") || place.contains(";"))) {
+            return "\nTARVOLIN holds a ':' or ';', which end a path here: " + place
+                    + "\nMove the installation to a folder without them, and set TARVOLIN to it";
+        }
+        File own = ownTree(library);
         if (place != null) {
             place += "/lib";
             places = place + " and then in " + places;
-        } else if (new File(library.getParentFile(), "../sys/english67.err").exists()) {
-            place = library.getParent();
+        } else if (own != null) {
+            place = own.getPath();
             places += " and then in " + place;
         }
         File file = new File(place, name);
@@ -60,9 +65,23 @@ final class PovZelDiagnosis {
                     : opened ? "is not of the right kind or version"
                     : "cannot be loaded: tvinfo says why");
         }
-        return (message.endsWith("\n") ? "" : "\n") + what
+        String home = System.getProperty(PovZelLibrary.HOME_PROPERTY);
+        String ignored = PovZelLibraryFile.isSet(home) && environment("TARVOLIN", null) != null
+                ? "\n" + PovZelLibrary.HOME_PROPERTY + " does not count for it: TARVOLIN is set"
+                : "";
+        return (message.endsWith("\n") ? "" : "\n") + what + ignored
                 + "\nSet TARVOLIN to the installation that holds the right one, ZELRTL_BASELIBNAME and"
                 + " ZELRTL_VERSION when its name differs, and start the program again";
+    }
+
+    /** The folder that the library lies in, behind all links, where it is that of an installation. */
+    private static File ownTree(File library) {
+        try {
+            File folder = library.getCanonicalFile().getParentFile();
+            return new File(folder, "../sys/english67.err").exists() ? folder : null;
+        } catch (IOException e) {
+            return null;
+        }
     }
 
     private static String environment(String name, String otherwise) {
@@ -77,8 +96,9 @@ final class PovZelDiagnosis {
         }
         byte[] start = new byte[ELF_HEADER];
         try (InputStream in = new FileInputStream(file)) {
-            if (in.read(start) < start.length || start[0] != 0x7F || start[1] != 'E') {
-                return file.length() == 0 ? "is empty" : "is not a library";
+            int length = in.read(start);
+            if (length < start.length || start[0] != 0x7F || start[1] != 'E') {
+                return length <= 0 ? "is empty" : isText(start, length) ? "is a text" : "is not a library";
             }
         } catch (IOException e) {
             return "cannot be read";
@@ -92,6 +112,15 @@ final class PovZelDiagnosis {
         return isMountedNoexec(file) ? "lies on a file system mounted noexec" : null;
     }
 
+    private static boolean isText(byte[] start, int length) {
+        for (int i = 0; i < length; i++) {
+            if (start[i] >= 0 && start[i] < ' ' && !Character.isWhitespace(start[i])) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     private static boolean isMountedNoexec(File file) {
         String options = "";
         try {
@@ -100,7 +129,8 @@ final class PovZelDiagnosis {
             byte[] mounts = Files.readAllBytes(Paths.get("/proc/self/mounts"));
             for (String mount : new String(mounts, StandardCharsets.UTF_8).split("\n")) {
                 String[] fields = mount.split(" ");
-                String point = fields[1].replace("\\040", " ");
+                String point = fields[1].replace("\\040", " ").replace("\\011", "\t")
+                        .replace("\\012", "\n").replace("\\134", "\\");
                 if (point.length() >= longest && path.startsWith(point.replaceFirst("/?$", "/"))) {
                     longest = point.length();
                     options = fields[3];

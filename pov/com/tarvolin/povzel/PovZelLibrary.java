@@ -13,7 +13,8 @@ import java.util.concurrent.locks.ReentrantLock;
  * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or
  * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
  * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of
- * {@code java.library.path}, or in the installation that the jar of these classes lies in.
+ * {@code java.library.path}, or in the installation that the jar of these classes lies in. The
+ * database's interface library and the messages are those of {@code TARVOLIN} whenever that is set.
  *
  * <p>When there is none, the jar's own is unpacked into a private folder in {@code java.io.tmpdir}, or
  * where {@value #TMPDIR_PROPERTY} says, and removed when the process ends. The built-in database comes

@@ -3,6 +3,7 @@ package com.tarvolin.povzel;
 import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.UncheckedIOException;
 import java.nio.channels.FileChannel;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.AccessDeniedException;
@@ -10,6 +11,7 @@ import java.nio.file.DirectoryIteratorException;
 import java.nio.file.DirectoryStream;
 import java.nio.file.FileSystemException;
 import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.LinkOption;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
@@ -37,10 +39,16 @@ final class PovZelUnpacked {
     private static final String PRIVATE = "rwx------";
     /** The first name in the folder, and the last that is removed: what is half removed has a lock. */
     private static final String LOCK = ".lock";
-    /** Tells every class loader of the process where the folder is: there is one. */
+    /**
+     * Tells every class loader of the process where the folder is: there is one. As a constant it is
+     * also an object that they share, and no other code locks.
+     */
     private static final String FOLDER_PROPERTY = "povzel.unpacked";
+    /** What others may replace between unpacking and loading: writable for all, and not sticky. */
+    private static final int REPLACEABLE_MASK = 01002;
+    private static final int REPLACEABLE = 00002;
 
-    /** Held as long as the classes are. */
+    /** Holds the folder's lock as long as the classes are there. */
     private static FileChannel lock;
 
     private PovZelUnpacked() {
@@ -56,9 +64,9 @@ final class PovZelUnpacked {
      * @throws PovZelException if it cannot be unpacked
      */
     static File library() {
-        synchronized (Runtime.getRuntime()) {
+        synchronized (FOLDER_PROPERTY) {
             String folder = System.getProperty(FOLDER_PROPERTY);
-            if (folder == null || !new File(folder, LIBRARY).isFile()) {
+            if (folder == null || !isThisProcesses(folder)) {
                 folder = unpack().toString();
                 System.setProperty(FOLDER_PROPERTY, folder);
             }
@@ -66,34 +74,63 @@ final class PovZelUnpacked {
         }
     }
 
+    /**
+     * Whether the folder is whole and locked by this process: by these classes, by those of a loader
+     * that is gone, whose lock these then take over, or by those of another one. A process that was
+     * given its parent's properties has the name of a folder that the parent holds.
+     */
+    private static boolean isThisProcesses(String folder) {
+        if (!new File(folder, LIBRARY).isFile() || !new File(folder, MESSAGES).isFile()) {
+            return false;
+        }
+        try {
+            FileChannel other = FileChannel.open(Paths.get(folder, LOCK), StandardOpenOption.WRITE);
+            try {
+                if (other.tryLock() != null) {
+                    lock = other;
+                    return true;
+                }
+            } catch (OverlappingFileLockException e) {
+                return true;
+            }
+            other.close();
+        } catch (IOException | InvalidPathException e) {
+            return false;
+        }
+        return false;
+    }
+
     private static Path unpack() {
         String named = System.getProperty(PovZelLibrary.TMPDIR_PROPERTY);
-        Path place = Paths.get(PovZelLibraryFile.isSet(named) ? named
-                : System.getProperty("java.io.tmpdir")).toAbsolutePath();
+        String name = PovZelLibraryFile.isSet(named) ? named : System.getProperty("java.io.tmpdir");
         try {
+            Path place = Paths.get(name).toAbsolutePath();
             Path folder = lockedFolder(place);
             try {
                 removeAbandoned(place, folder);
                 fill(folder);
-            } catch (IOException e) {
-                remove(folder);
-                lock.close();
+                for (Path path : contents(folder)) {
+                    path.toFile().deleteOnExit();
+                }
+            } catch (IOException | RuntimeException e) {
+                discard(folder, e);
                 throw e;
             }
-            for (Path path : contents(folder)) {
-                path.toFile().deleteOnExit();
-            }
             return folder;
-        } catch (IOException e) {
-            throw PovZelLibrary.failure("Cannot unpack " + PovZelLibrary.FILE_NAME
-                    + " from the jar into " + place + ": " + reason(e) + "\nName another folder with -D"
-                    + PovZelLibrary.TMPDIR_PROPERTY + "=FOLDER, or an installation with -D"
-                    + PovZelLibrary.HOME_PROPERTY + "=FOLDER", e);
+        } catch (IOException | InvalidPathException e) {
+            throw PovZelLibrary.failure("Cannot unpack " + PovZelLibrary.FILE_NAME + " from the jar into "
+                    + new File(name).getAbsolutePath() + ": " + reason(e)
+                    + "\nName another folder with -D" + PovZelLibrary.TMPDIR_PROPERTY
+                    + "=FOLDER, or an installation with -D" + PovZelLibrary.HOME_PROPERTY + "=FOLDER", e);
         }
     }
 
     /** A new folder with its lock held; until it is, another process may take it for abandoned. */
     private static Path lockedFolder(Path place) throws IOException {
+        int mode = (Integer) Files.getAttribute(place, "unix:mode");
+        if ((mode & REPLACEABLE_MASK) == REPLACEABLE) {
+            throw new IOException("anybody may replace what is in it (chmod +t would forbid that)");
+        }
         while (true) {
             Path folder = Files.createTempDirectory(place, PREFIX,
                     PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString(PRIVATE)));
@@ -107,7 +144,7 @@ final class PovZelUnpacked {
             } catch (NoSuchFileException e) {
                 continue;
             } catch (IOException e) {
-                remove(folder);
+                discard(folder, e);
                 throw e;
             }
         }
@@ -143,7 +180,10 @@ final class PovZelUnpacked {
         }
     }
 
-    private static String reason(IOException e) {
+    private static String reason(Exception e) {
+        if (e instanceof InvalidPathException) {
+            return "this locale has no such characters";
+        }
         if (e instanceof AccessDeniedException) {
             return "it cannot be written";
         }
@@ -190,6 +230,18 @@ final class PovZelUnpacked {
         }
     }
 
+    /** Removes what a failure left; what fails in that is no reason to hide the failure. */
+    private static void discard(Path folder, Exception failure) {
+        try {
+            remove(folder);
+            if (lock != null) {
+                lock.close();
+            }
+        } catch (IOException e) {
+            failure.addSuppressed(e);
+        }
+    }
+
     private static void remove(Path folder) throws IOException {
         List<Path> paths = contents(folder);
         Collections.reverse(paths);
@@ -202,6 +254,8 @@ final class PovZelUnpacked {
     private static List<Path> contents(Path folder) throws IOException {
         try (Stream<Path> paths = Files.walk(folder)) {
             return paths.sorted().collect(Collectors.toList());
+        } catch (UncheckedIOException e) {
+            throw e.getCause();
         }
     }
 }

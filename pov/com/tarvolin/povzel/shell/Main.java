@@ -101,7 +101,7 @@ public final class Main {
         String password = known != null ? known
                 : console.readPassword("Password of " + options.user + ": ");
         if (password == null) {
-            return complain(FAILED, "no password given");
+            return complain(FAILED, "no password given\nType it, or name a file with --password-file");
         }
         return loggedIn(options, password, session -> options.texts.isEmpty()
                 ? new Interaction(session, console, out, description(options)).run()
@@ -150,7 +150,11 @@ public final class Main {
             List<String> lines = Files.readAllLines(file, StandardCharsets.UTF_8);
             return lines.isEmpty() ? "" : lines.get(0);
         } catch (IOException e) {
-            throw new IOException("cannot read the password file " + file + " (" + e + ")", e);
+            String reason = Files.isDirectory(file) ? "it is a folder"
+                    : Files.notExists(file) ? "it is not there"
+                    : Files.isReadable(file) ? "it is no text in UTF-8" : "it may not be read";
+            throw new IOException("cannot read the password file " + file + ": " + reason
+                    + "\nName a file that has the password in its first line", e);
         }
     }
 

@@ -94,13 +94,14 @@ public class LoadingTest {
     void anUnusableDatabaseIsNamed() throws Exception {
         Path file = Files.createDirectories(directory.resolve("lib")).resolve("libzelrpc67.so");
         Map<String, String> refusals = Map.of("touch F", "is empty", "cp /etc/passwd F",
-                "is not a library", "mkdir F", "is a folder", "cp /lib/x86_64-linux-gnu/libm.so.6 F",
+                "is a text", "mkdir F", "is a folder", "cp /lib/x86_64-linux-gnu/libm.so.6 F",
                 "is a 64-bit library; this JVM needs the 32-bit one", "cp " + TARVOLIN
                 + "/lib/libpovzel30.so F", "is not of the right kind or version");
         for (String command : refusals.keySet()) {
             probe("rm -rf " + file + "; " + command.replace("F", file.toString()) + "; TARVOLIN="
                     + directory, "-Dpovzel.home=" + TARVOLIN, "2318 ZelRtlLoad failure: ",
-                    "\n" + file + " " + refusals.get(command) + "\nSet TARVOLIN to");
+                    "\n" + file + " " + refusals.get(command)
+                    + "\npovzel.home does not count for it: TARVOLIN is set\nSet TARVOLIN to");
         }
     }
 
