@@ -52,6 +52,8 @@ set(POVZEL_JDK /usr/lib/jvm/java-17-openjdk-amd64 CACHE PATH "JDK that compiles 
 set(POVZEL_JARS /usr/share/java)
 set(POVZEL_JAVAC ${POVZEL_JDK}/bin/javac)
 set(POVZEL_JAR ${POVZEL_JDK}/bin/jar)
+# Short runs: what the second compiler of the virtual machine makes of them comes too late.
+set(POVZEL_JVM -J-XX:TieredStopAtLevel=1 -J-XX:+UseSerialGC)
 set(POVZEL_JAVA_WERROR)
 if(CMAKE_COMPILE_WARNING_AS_ERROR)
   set(POVZEL_JAVA_WERROR -Werror)
@@ -133,9 +135,9 @@ function(povzel_java name)
     OUTPUT ${arg_OUTPUT}
     COMMAND ${CMAKE_COMMAND} -E rm -rf ${classes}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${classes} ${directory}
-    COMMAND ${POVZEL_JAVAC} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all,-options
+    COMMAND ${POVZEL_JAVAC} ${POVZEL_JVM} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all,-options
             ${POVZEL_JAVA_WERROR} ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
-    COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT}
+    COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT} ${POVZEL_JVM}
     DEPENDS ${sources} ${arg_CLASSPATH} ${arg_DEPENDS}
     COMMENT "Compiling ${name}"
     VERBATIM)
