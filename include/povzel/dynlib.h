@@ -20,7 +20,8 @@ POVZEL_BEGIN_C
 // *resultPtr receives the handle, or null on failure. Returns 1 if the library is open, else 0
 // with "dlopen(%s) failed because %s" in `err`, cut to `errSize` bytes with its terminator; `err`
 // may be null. A name of more than 2043 characters to which ".so" would be appended is refused
-// with a text that gives its length, and nothing is opened.
+// with a text that gives its length, and nothing is opened. A file at a name with '/' that ends
+// before what is to be loaded of it is refused as "cut short": opening it would end the process.
 POVZEL_EXPORT BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err,
                                   ArraySizeType errSize);
 

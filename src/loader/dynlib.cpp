@@ -52,9 +52,11 @@ BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySiz
     std::snprintf(withSuffix, sizeof withSuffix, "%s.so", name);
     name = withSuffix;
   }
-  *resultPtr = dlopen(name, dynLibBinding | openFlags);
+  // Opening such a file would end the process. A name without '/' only the loader can find.
+  const bool isCut = std::strchr(name, '/') != nullptr && libFileIsCutShort(name);
+  if (!isCut) *resultPtr = dlopen(name, dynLibBinding | openFlags);
   if (*resultPtr != nullptr) return 1;
-  const char* reason = lastReason();
+  const char* reason = isCut ? "the file is cut short" : lastReason();
   if (err != nullptr) std::snprintf(err, errSize, "dlopen(%s) failed because %s", name, reason);
   return 0;
 }

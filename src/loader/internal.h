@@ -37,8 +37,12 @@ struct LibFileStart {
 };
 
 // Reads the first bytes of a file. Returns false with its fault if it has none that can be read.
-bool libFileRead(const char* file, LibFileStart& start, LibFileFaultType& fault);
+bool libFileRead(const char* name, LibFileStart& start, LibFileFaultType& fault);
 
 // Whether the file is a 32-bit x86 library or program, by `kind` ("library"), that this system lets
 // be run; else `fault` says what it is.
-bool libFileIsFit(const char* file, const char* kind, LibFileFaultType& fault);
+bool libFileIsFit(const char* name, const char* kind, LibFileFaultType& fault);
+
+// Whether the file is such a library that ends before what is to be loaded of it. The dynamic
+// loader would open it, and the first access beyond the end would end the process.
+bool libFileIsCutShort(const char* name);

@@ -125,6 +125,14 @@ TEST_F(Loader, SuffixIsAddedToBaseNamesWithoutDot) {
   EXPECT_THAT(refusal(opening(fits + "n")), AllOf(HasSubstr("2044"), HasSubstr("2043")));
 }
 
+TEST_F(Loader, FilesThatAreCutShortAreNotOpened) {
+  for (const std::size_t size : {40U, 200U, 12000U}) {
+    writeFile("cut.so", readFile(POVZEL_FIXTURE).substr(0, size));
+    EXPECT_EQ(refusal(opening("./cut")), "dlopen(./cut.so) failed because the file is cut short");
+    EXPECT_TRUE(hooks.events.empty());
+  }
+}
+
 TEST_F(Loader, RefusesFunctionsThatAreNull) {
   DynLibType library = nullptr;
   ASSERT_EQ(DynLibLoad(firstCandidate, &library, nullptr, 0), 1);
