@@ -103,6 +103,10 @@ const char* VerTVVersion() {
   return VER_RELEASE ", " VER_BUILD_DATE;
 }
 
+const char* VerLibraryVersion() {
+  return POVZEL_VERSION;
+}
+
 const char* VerDbfVersion() {
   static VersionText buffer;
   return versionText(buffer, VER_DBF_RELEASE);
