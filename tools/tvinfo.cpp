@@ -3,19 +3,23 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <climits>
 #include <csignal>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include <povzel/errmsg.h>
 #include <povzel/errutl.h>
+#include <povzel/hash.h>
 #include <povzel/hostfname.h>
 #include <povzel/hostinit.h>
 #include <povzel/unixerr.h>
@@ -39,10 +43,17 @@ constexpr char usage[] =
     "usage: tvinfo                    what is installed and in force; status 1 if it cannot work\n"
     "       tvinfo --symbol NAME      the message text of a symbol\n"
     "       tvinfo --errno NUMBER     the text of an operating-system error\n"
-    "       tvinfo --version | --help\n";
+    "       tvinfo --version | --help";
 
 // Whether something that is set, or that every program needs, cannot work.
 bool isBroken = false;
+
+// The installation that is looked at: TARVOLIN, else the one that this program lies in; null for
+// none.
+const char* tree = nullptr;
+bool isTreeSet = false;  // by TARVOLIN
+
+bool isUnwritten = false;  // output of a process apart
 
 struct Parameter {
   VerParamEType id;
@@ -111,39 +122,60 @@ void showVariable(const char* name, const char* whenUnset) {
   item(name, value != nullptr ? value : whenUnset);
 }
 
+// What a process apart tells of its look.
+struct Report {
+  bool isDone, isBroken, isWritten;
+};
+
+[[noreturn]] void lookAndReport(void (*look)(), volatile Report* report) {
+  isBroken = false;
+  setlinebuf(stdout);
+  look();
+  report->isBroken = isBroken;
+  report->isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  report->isDone = true;
+  _exit(0);
+}
+
 // Makes a look at foreign code in a process of its own: it may end that process, and what was seen
 // until then is shown.
 void apart(void (*look)()) {
   std::fflush(stdout);
   std::signal(SIGCHLD, SIG_DFL);  // ignored, it would leave no status
-  const pid_t child = fork();
-  if (child < 0) {
-    look();
-    return;
-  }
-  if (child == 0) {
-    isBroken = false;
-    setlinebuf(stdout);
-    look();
-    std::fflush(stdout);
-    _exit(isBroken ? faultStatus : 0);
-  }
+  void* shared =
+      mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  const pid_t child = shared != MAP_FAILED ? fork() : -1;
+  if (child < 0) return look();
+  auto* const report = static_cast<volatile Report*>(shared);
+  if (child == 0) lookAndReport(look, report);
   int status = 0;
   waitpid(child, &status, 0);
-  if (WIFSIGNALED(status)) {
+  if (report->isDone) {
+    if (report->isBroken) isBroken = true;
+    if (!report->isWritten) isUnwritten = true;
+  } else if (WIFSIGNALED(status)) {
     notUsable("it ended the program that opened it, by signal %d", WTERMSIG(status));
-  } else if (WEXITSTATUS(status) == faultStatus) {
-    isBroken = true;
-  } else if (WEXITSTATUS(status) != 0) {
+  } else {
     notUsable("it ended the program that opened it, with status %d", WEXITSTATUS(status));
   }
+  munmap(shared, sizeof(Report));
+}
+
+// Ends with `status`, or with a fault if not all of the output was written.
+int finish(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && !isUnwritten) return status;
+  std::fputs(
+      "tvinfo: the output could not be written\n"
+      "See that standard output is open and has room.\n",
+      stderr);
+  return faultStatus;
 }
 
 // Messages
 
 HostFnameStrType messageFile;
 
-// Whether the message file in force can be used; otherwise `fault` says why not.
+// Whether the message file in force is one, by its first bytes; otherwise `fault` says why not.
 bool findMessages(LibFileFaultType& fault) {
   errUtlFindFile(nullptr, messageFile);
   LibFileStart start;
@@ -156,35 +188,147 @@ bool findMessages(LibFileFaultType& fault) {
   return false;
 }
 
-// Starts the host layer, which says at length on standard error that it lacks a message file.
-void startQuietly() {
-  const int standardError = dup(STDERR_FILENO);
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  dup2(nowhere, STDERR_FILENO);
+// Whether the entry that the slot at `place` of the table leads to is there and is found by it.
+bool isEntryWhole(const ErrUtlBytes& file, std::uint64_t place) {
+  const auto slot = [&](unsigned offset) {
+    return errUtlDecode(file.data + place + offset, ErrUtlFileHdr.transform);
+  };
+  ErrUtlEntrySType entry;
+  BoolType syntaxErr = 0;
+  if (!errUtlEntryAt(file, slot(8), &entry, &syntaxErr) || syntaxErr != 0) return false;
+  const std::size_t length = std::strlen(entry.sym);
+  const long hash = HashStrHash(reinterpret_cast<const ByteType*>(entry.sym), length, 1);
+  if (slot(0) != static_cast<std::uint32_t>(hash)) return false;
+  const std::uint32_t key = slot(4);
+  return key == 0 ||
+         (file.holds(key, length + 1) && std::memcmp(file.data + key, entry.sym, length + 1) == 0);
+}
+
+// Whether the whole of the open message file can be read; otherwise `fault` says what cannot.
+bool areMessagesWhole(LibFileFaultType& fault) {
+  const ErrUtlBytes file = errUtlContents();
+  for (std::uint32_t i = 0; i < ErrUtlFileHdr.tabSize; ++i) {
+    constexpr std::uint64_t slotSize = sizeof(ErrUtlHashSType);
+    const std::uint64_t place = sizeof(ErrUtlHdrSType) + slotSize * i;
+    if (!file.holds(place, slotSize)) {
+      std::snprintf(fault, sizeof fault, "is damaged: it ends within its table");
+      return false;
+    }
+    const std::uint32_t entry = errUtlDecode(file.data + place + 8, ErrUtlFileHdr.transform);
+    if (entry == 0 || isEntryWhole(file, place)) continue;
+    std::snprintf(fault, sizeof fault, "is damaged: there is no whole entry at byte %u", entry);
+    return false;
+  }
+  return true;
+}
+
+// Standard error leads nowhere while this lives: the library says at length what is wrong with a
+// message file.
+class Quiet {
+ public:
+  Quiet() : standardError_(dup(STDERR_FILENO)) {
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDERR_FILENO);
+    if (nowhere != STDERR_FILENO) close(nowhere);
+  }
+  ~Quiet() {
+    std::fflush(stderr);
+    if (standardError_ < 0) {
+      close(STDERR_FILENO);
+      return;
+    }
+    dup2(standardError_, STDERR_FILENO);
+    close(standardError_);
+  }
+  Quiet(const Quiet&) = delete;
+  Quiet& operator=(const Quiet&) = delete;
+
+ private:
+  int standardError_;
+};
+
+// Starts the host layer without a message file: opening what is none might wait for a writer.
+void startWithoutMessages() {
+  constexpr char variable[] = "TARVOLIN_LANG";
+  const char* value = std::getenv(variable);
+  char* kept = value != nullptr ? strdup(value) : nullptr;
+  setenv(variable, "/dev/null", 1);
   HostInit();
-  dup2(standardError, STDERR_FILENO);
-  close(standardError);
-  close(nowhere);
+  if (kept != nullptr) {
+    setenv(variable, kept, 1);
+  } else {
+    unsetenv(variable);
+  }
+  std::free(kept);
+}
+
+// Starts the host layer. Returns whether the message file in force can be used; otherwise `fault`
+// says why not.
+bool start(LibFileFaultType& fault) {
+  const Quiet quiet;
+  if (!findMessages(fault)) {
+    startWithoutMessages();
+    return false;
+  }
+  HostInit();
+  if (!ErrMsgGetPanicked()) return areMessagesWhole(fault);
+  std::snprintf(fault, sizeof fault, "has a damaged header");
+  return false;
 }
 
 // Places
 
+// Looks at the folder above this program's own when TARVOLIN is not set, even if that is no whole
+// installation.
+void chooseTree() {
+  tree = valueOf("TARVOLIN");
+  isTreeSet = tree != nullptr;
+  if (isTreeSet) return;
+  tree = utlOwnPlace();
+  if (tree != nullptr && utlOwnTree() == nullptr) setenv("TARVOLIN", tree, 1);
+}
+
+// The dynamic loader replaces these words in a library's name.
+bool holdsLoaderWord(const char* path) {
+  while ((path = std::strchr(path, '$')) != nullptr) {
+    ++path;
+    const char* name = *path == '{' ? path + 1 : path;
+    for (const char* word : {"ORIGIN", "LIB", "PLATFORM"}) {
+      const std::size_t length = std::strlen(word);
+      if (std::strncmp(name, word, length) != 0) continue;
+      if (std::isalnum(static_cast<unsigned char>(name[length])) == 0 && name[length] != '_') {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+// What in the path of an installation keeps it from being used, to be read behind the path; null
+// for nothing. The shell takes its own installation's path to Java and to the library.
+const char* pathFault(const char* path, bool isOwn) {
+  constexpr std::size_t longestPath = 1007;  // with "/lib/libzelrpc67" the library takes 1023
+  if (std::strchr(path, ';') != nullptr) return "holds a ';', which ends a path for the library";
+  if (holdsLoaderWord(path)) {
+    return "holds $ORIGIN, $LIB or $PLATFORM, which the dynamic loader replaces";
+  }
+  if (!isOwn) return nullptr;
+  if (std::strchr(path, ':') != nullptr) return "holds a ':', which ends a path for Java";
+  if (std::strlen(path) > longestPath) return "is too long a path: move it to a shorter one";
+  return nullptr;
+}
+
 void showTree() {
-  const char* tarvolin = valueOf("TARVOLIN");
-  const char* own = utlOwnTree();
-  item("TARVOLIN", tarvolin != nullptr ? tarvolin : "(not set)");
-  if (tarvolin == nullptr) {
-    item("Installation", own != nullptr ? own : "(none: set TARVOLIN to the folder of one)");
-    return;
+  item("TARVOLIN", isTreeSet ? tree : "(not set)");
+  if (!isTreeSet) {
+    item("Installation", tree != nullptr ? tree : "(none: set TARVOLIN to the folder of one)");
   }
-  const unsigned mode = modeOf(tarvolin);
-  if (mode == 0) {
-    notUsable("%s is not there", tarvolin);
-  } else if (!S_ISDIR(mode)) {
-    notUsable("%s is not a directory", tarvolin);
-  } else if (std::strchr(tarvolin, ';') != nullptr) {
-    notUsable("%s holds a ';', which ends a path for the library", tarvolin);
-  }
+  if (tree == nullptr) return;
+  const unsigned mode = modeOf(tree);
+  if (mode == 0) return notUsable("%s is not there", tree);
+  if (!S_ISDIR(mode)) return notUsable("%s is not a directory", tree);
+  const char* fault = pathFault(tree, !isTreeSet);
+  if (fault != nullptr) notUsable("%s %s", tree, fault);
 }
 
 void showLocations(const char* messageFault) {
@@ -266,32 +410,45 @@ void showInterfaceLibrary(BoolType useRpc) {
 
 // Libraries
 
-// The library of TARVOLIN if there is one, else that of this program's installation. Returns false
-// if there is neither.
-bool findLibrary(Text& file) {
-  for (const char* tree : {valueOf("TARVOLIN"), utlOwnTree()}) {
-    if (tree == nullptr) continue;
-    std::snprintf(file, sizeof file, "%s/lib/libpovzel30.so", tree);
-    if (access(file, F_OK) == 0) return true;
+// Finds the library of TARVOLIN or, where that has none, of this program's installation. Returns
+// whether it can be opened; otherwise `fault` says why not.
+bool findLibrary(Text& file, LibFileFaultType& fault) {
+  for (const char* place : {static_cast<const char*>(tree), utlOwnPlace()}) {
+    if (place == nullptr) continue;
+    std::snprintf(file, sizeof file, "%s/lib/libpovzel30.so", place);
+    if (libFileIsFit(file, "library", fault)) return true;
+    if (std::strcmp(fault, "is not there") != 0) return false;
   }
   return false;
 }
 
 void showLibrary() {
-  Text file;
-  if (!findLibrary(file)) return notUsable("there is no lib/libpovzel30.so in the installation");
+  Text file = "(no installation)";
+  LibFileFaultType fault = "is not there";
+  const bool isFit = findLibrary(file, fault);
   item("libpovzel30", file);
-  LibFileFaultType fault;
-  if (!libFileIsFit(file, "library", fault)) return notUsable("it %s", fault);
+  if (!isFit) return notUsable("it %s", fault);
   void* library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return notUsable("%s", dlerror());
   for (const char* name :
-       {"VerTVVersion", "Java_com_tarvolin_povzel_PovZelInterface__1initialize"}) {
+       {"VerLibraryVersion", "Java_com_tarvolin_povzel_PovZelInterface__1initialize"}) {
     if (dlsym(library, name) == nullptr) return notUsable("it has no %s", name);
   }
-  const auto version = reinterpret_cast<const char* (*)()>(dlsym(library, "VerTVVersion"));
-  if (std::strcmp(version(), VerTVVersion()) == 0) return item("", version());
-  notUsable("its version is %s, this program's %s", version(), VerTVVersion());
+  const auto version = reinterpret_cast<const char* (*)()>(dlsym(library, "VerLibraryVersion"));
+  if (std::strcmp(version(), VerLibraryVersion()) == 0) return item("", version());
+  notUsable("its version is %s, this program's %s", version(), VerLibraryVersion());
+}
+
+// Programs in C do without it.
+void showJar() {
+  if (tree == nullptr) return;
+  Text file;
+  std::snprintf(file, sizeof file, "%s/java/povzel.jar", tree);
+  LibFileStart start;
+  LibFileFaultType fault;
+  if (libFileRead(file, start, fault)) return item("povzel.jar", file);
+  if (std::strcmp(fault, "is not there") == 0) return item("not there", file);
+  notUsable("%s %s", file, fault);
 }
 
 void showCrypt() {
@@ -337,6 +494,22 @@ int javaVersion(const char* program) {
   return static_cast<int>(version);
 }
 
+// Whether the java program can start, which needs a library in the folder above its own.
+bool isLauncher(const char* program, LibFileFaultType& fault) {
+  char folder[PATH_MAX];
+  if (realpath(program, folder) == nullptr) return true;
+  for (int up = 0; up < 2; ++up) {
+    char* slash = std::strrchr(folder, '/');
+    if (slash != nullptr) *slash = '\0';
+  }
+  Text library;
+  LibFileFaultType why;
+  std::snprintf(library, sizeof library, "%s/lib/libjli.so", folder);
+  if (libFileIsFit(library, "library", why)) return true;
+  std::snprintf(fault, sizeof fault, "is no JVM: its lib/libjli.so %s", why);
+  return false;
+}
+
 // Whether the shell can run in the JVM at `place`, the java program or its folder.
 bool isJvm(const char* place, LibFileFaultType& fault) {
   constexpr int oldestVersion = 17;
@@ -348,7 +521,7 @@ bool isJvm(const char* place, LibFileFaultType& fault) {
     return false;
   }
   const int version = javaVersion(program);
-  if (version == 0 || version >= oldestVersion) return true;
+  if (version == 0 || version >= oldestVersion) return isLauncher(program, fault);
   std::snprintf(fault, sizeof fault, "is Java %d: the shell needs %d or later", version,
                 oldestVersion);
   return false;
@@ -364,7 +537,7 @@ void showJvm() {
     return;
   }
   Text beside = "";
-  if (utlOwnTree() != nullptr) std::snprintf(beside, sizeof beside, "%s/jre", utlOwnTree());
+  if (utlOwnPlace() != nullptr) std::snprintf(beside, sizeof beside, "%s/jre", utlOwnPlace());
   char onPath[PATH_MAX] = "";
   if (const char* path = valueOf("PATH")) {
     UtlSearchPath(path, "java", nullptr, onPath, sizeof onPath, nullptr);
@@ -372,7 +545,8 @@ void showJvm() {
   const char* home = valueOf("JAVA_HOME");
   for (const char* place : {static_cast<const char*>(beside), home != nullptr ? home : "",
                             static_cast<const char*>(onPath)}) {
-    if (access(place, F_OK) != 0) continue;
+    // A link that leads nowhere is told of.
+    if (faccessat(AT_FDCWD, place, F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (isJvm(place, fault)) return item("found", place);
     Text refused;
     std::snprintf(refused, sizeof refused, "%s %s", place, fault);
@@ -399,9 +573,9 @@ int showSymbol(const char* symbol) {
 
 int showErrno(const char* argument) {
   char* end = nullptr;
-  const long number = std::strtol(argument, &end, 10);
-  if (end == argument || *end != '\0') {
-    std::fprintf(stderr, "tvinfo: '%s' is not a number\nGive the value of errno, such as 13.\n",
+  const long long number = std::strtoll(argument, &end, 10);
+  if (end == argument || *end != '\0' || number < INT_MIN || number > INT_MAX) {
+    std::fprintf(stderr, "tvinfo: '%s' is no error number\nGive the value of errno, such as 13.\n",
                  argument);
     return usageStatus;
   }
@@ -416,7 +590,7 @@ int showAll(const char* messageFault) {
     VerBanner(stdout, "tvinfo", "tvinfo.desc", nullptr, 0);
     VerEndEdge(stdout);
   } else {
-    std::puts("tvinfo " POVZEL_VERSION);
+    std::printf("tvinfo %s\n", VerLibraryVersion());
   }
   showParameters();
   showLocations(messageFault);
@@ -429,6 +603,7 @@ int showAll(const char* messageFault) {
   apart([] { showInterfaceLibrary(0); });
   std::puts("\nLibraries");
   apart(showLibrary);
+  showJar();
   apart(showCrypt);
   apart(showCompilerRuntime);
   showJvm();
@@ -439,35 +614,34 @@ int showAll(const char* messageFault) {
 }
 
 int run(const char* mode, const char* argument) {
+  chooseTree();
   LibFileFaultType fault;
-  const char* messageFault = nullptr;
-  if (!findMessages(fault)) {
-    messageFault = fault;
-    startQuietly();
-  } else {
-    HostInit();
-    if (ErrMsgGetPanicked()) messageFault = "has a damaged header";
+  const bool hasMessages = start(fault);
+  if (mode == nullptr) return showAll(hasMessages ? nullptr : fault);
+  if (hasMessages) {
+    return std::strcmp(mode, "--symbol") == 0 ? showSymbol(argument) : showErrno(argument);
   }
-  if (mode == nullptr) return showAll(messageFault);
-  if (messageFault != nullptr) {
-    std::fprintf(stderr,
-                 "tvinfo: the message file %s %s\n"
-                 "Set TARVOLIN_LANG to a compiled message file, or TARVOLIN to an installation.\n",
-                 messageFile, messageFault);
-    return faultStatus;
-  }
-  return std::strcmp(mode, "--symbol") == 0 ? showSymbol(argument) : showErrno(argument);
+  std::fprintf(stderr,
+               "tvinfo: the message file %s %s\n"
+               "Set TARVOLIN_LANG to a compiled message file, or TARVOLIN to an installation.\n",
+               messageFile, fault);
+  return faultStatus;
+}
+
+int show(const char* text) {
+  std::puts(text);
+  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 1) return run(nullptr, nullptr);
+  if (argc == 1) return finish(run(nullptr, nullptr));
   const char* mode = argv[1];
-  if (argc == 2 && std::strcmp(mode, "--help") == 0) return std::fputs(usage, stdout) < 0;
-  if (argc == 2 && std::strcmp(mode, "--version") == 0) return std::puts(POVZEL_VERSION) < 0;
+  if (argc == 2 && std::strcmp(mode, "--help") == 0) return finish(show(usage));
+  if (argc == 2 && std::strcmp(mode, "--version") == 0) return finish(show(VerLibraryVersion()));
   if (argc == 3 && (std::strcmp(mode, "--symbol") == 0 || std::strcmp(mode, "--errno") == 0)) {
-    return run(mode, argv[2]);
+    return finish(run(mode, argv[2]));
   }
   std::fprintf(stderr, "tvinfo: cannot make sense of '%s'\nSee tvinfo --help.\n", mode);
   return usageStatus;

@@ -127,6 +127,9 @@ void utlGuaranteeFailed(const char* module, int line);
 // Returns its name, without '/' at the end, or null if there is none. Signal-safe.
 const char* utlOwnTree();
 
+// The same, whether or not it has that file. Signal-safe.
+const char* utlOwnPlace();
+
 // The same, but null too when TARVOLIN has a value. Signal-safe but for reading the environment.
 const char* utlTreeInForce();
 

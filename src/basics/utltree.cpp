@@ -14,7 +14,8 @@ namespace {
 constexpr char variable[] = "TARVOLIN";
 constexpr char marker[] = "/sys/english67.err";
 
-char tree[PATH_MAX];  // empty when there is none
+char ownPlace[PATH_MAX];  // the folder above lib/ or bin/; empty when there is none
+bool isTree = false;
 
 // Cuts the last component of `name` off and returns it, or null if there is none.
 const char* cutComponent(char* name) {
@@ -32,7 +33,7 @@ bool isPlaceOfBinaries(const char* folder) {
   const ErrnoKeeper keepErrno;
   Dl_info ignored;
   void* entry = nullptr;
-  if (dladdr1(tree, &ignored, &entry, RTLD_DL_LINKMAP) == 0) return;
+  if (dladdr1(ownPlace, &ignored, &entry, RTLD_DL_LINKMAP) == 0) return;
   // The loader has no name for the program itself.
   const char* file = static_cast<const link_map*>(entry)->l_name;
   char name[PATH_MAX + sizeof marker];
@@ -41,8 +42,9 @@ bool isPlaceOfBinaries(const char* folder) {
   cutComponent(name);
   if (!isPlaceOfBinaries(cutComponent(name))) return;
   const std::size_t length = std::strlen(name);
+  std::memcpy(ownPlace, name, length);
   std::memcpy(name + length, marker, sizeof marker);
-  if (access(name, F_OK) == 0) std::memcpy(tree, name, length);
+  isTree = access(name, F_OK) == 0;
 }
 
 // Signal-safe, unlike getenv.
@@ -57,8 +59,12 @@ bool isVariableSet() {
 
 }  // namespace
 
+const char* utlOwnPlace() {
+  return ownPlace[0] != '\0' ? ownPlace : nullptr;
+}
+
 const char* utlOwnTree() {
-  return tree[0] != '\0' ? tree : nullptr;
+  return isTree ? ownPlace : nullptr;
 }
 
 const char* utlTreeInForce() {

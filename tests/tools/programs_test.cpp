@@ -39,7 +39,10 @@ TEST(TvInfo, ShowsWhatIsInForceAndMessages) {
   EXPECT_EQ(run("tvinfo --errno 13"), "errno=13, EACCES, Permission denied\n0");
   EXPECT_EQ(run("tvinfo --symbol host.fork9b"), "Log of a child process\n0");
   EXPECT_THAT(run("tvinfo --symbol nonsense"), EndsWith("\n1"));
-  EXPECT_THAT(run("tvinfo --errno x"), EndsWith("\n2"));
+  for (const std::string number : {"x", "99999999999"})
+    EXPECT_THAT(run("tvinfo --errno " + number), EndsWith("\n2"));
+  for (const std::string mode : {"", "--version", "--errno 13"})
+    EXPECT_EQ(run("tvinfo " + mode + " >/dev/full"), "1");
   EXPECT_THAT(run("tvinfo --nonsense"), EndsWith("See tvinfo --help.\n2"));
   EXPECT_THAT(run("tvinfo --help"), AllOf(StartsWith("usage: "), EndsWith("\n0")));
   EXPECT_EQ(run("tvinfo --version"), POVZEL_VERSION "\n0");
@@ -58,6 +61,12 @@ TEST(TvInfo, SaysOnceOfEachFileWhyItCannotBeUsed) {
   wide[4] = 2;
   std::string foreign = image;
   foreign[18] = 8;
+  const std::string library = readFile(POVZEL_INSTALLATION "/lib/libpovzel30.so");
+  const std::string messages = readFile(POVZEL_INSTALLATION "/sys/english67.err");
+  std::string next = library;
+  next.replace(next.find(POVZEL_VERSION), 3, "9.9");
+  std::string misplaced = messages;
+  misplaced[misplaced.find("host.fork9b")] = 'g';
   const struct {
     std::string file, contents, settings, reason;
     int status;
@@ -72,26 +81,48 @@ TEST(TvInfo, SaysOnceOfEachFileWhyItCannotBeUsed) {
       {"", "", "JAVA32=$0/" + rpc, used + "it is not executable\n", 1},
       {"sys/english67.err", "a: b\n", "", used + "it is a text, not compiled by msgc: ", 1},
       {"sys/english67.err", "", "", used + "it is empty: ", 1},
-      {"lib/libpovzel30.so", image, "", used + "it has no VerTVVersion\n", 1},
+      {"", "", "JAVA32=$0/bin/msgc", used + "it is no JVM: its lib/libjli.so is not there\n", 1},
+      {"sys/english67.err", messages.substr(0, 60), "", used + "it is damaged: there is no w", 1},
+      {"sys/english67.err", messages.substr(0, messages.size() - 1), "", "damaged: there is no w",
+       1},
+      {"sys/english67.err", misplaced, "", used + "it is damaged: there is no whole entry ", 1},
+      {"", "", "mkfifo fifo; TARVOLIN_LANG=fifo", used + "it is not a file: messages show ", 1},
+      {"", "", "rm \"$0\"/sys/*;", "lib/libpovzel30.so\n                     " POVZEL_VERSION, 1},
+      {"lib/libpovzel30.so", image, "", used + "it has no VerLibraryVersion\n", 1},
+      {"lib/libpovzel30.so", next, "", used + "its version is 9.9.1, this program's ", 1},
       {"lib/libpovzel30.so", image.substr(0, 40), "", used + "it is cut short\n", 1},
+      {"lib/libpovzel30.so", library.substr(0, 50000), "", used + "it is cut short\n", 1},
+      {"lib/libpovzel30.so", readFile(POVZEL_EXITING), "",
+       used + "it ended the program that opened it, with status 0\n", 1},
+      {rpc, image.substr(0, 50000), "", "libzelrpc67.so is cut short\n", 1},
       {"lib/libzellnk67.so", wide, "", "libzellnk67.so is a 64-bit library\n", 1},
       {rpc, foreign, "", "libzelrpc67.so is a library for another processor\n", 1},
       {rpc, "INPUT(x)\n", "", "libzelrpc67.so is a text\n", 1},
       {rpc, std::string(99, '\0'), "", "libzelrpc67.so is no library\n", 1},
       {rpc, readFile(POVZEL_FIXTURE), "", "libzelrpc67.so: undefined symbol: fixtureTable\n", 1},
-      {rpc, readFile(POVZEL_INSTALLATION "/lib/libpovzel30.so"), "",
-       used + "it is not an interface library: it has no ZelGetRtlTable\n", 1}};
+      {rpc, library, "", used + "it is not an interface library: it has no ZelGetRtlTable\n", 1}};
   for (const auto& c : cases) {
     copyTree();
     if (!c.file.empty()) {
       fs::remove(tree + "/" + c.file);
       writeFile(tree + "/" + c.file, c.contents);
     }
-    const std::string said = run("tvinfo", "TARVOLIN= " + c.settings, fs::absolute(tree));
+    const std::string said = run("tvinfo", "export TARVOLIN=; " + c.settings, fs::absolute(tree));
     const std::size_t place = said.find(c.reason);
     EXPECT_NE(place, std::string::npos) << c.reason << said;
     EXPECT_EQ(said.find(c.reason, place + 1), std::string::npos) << said;
     EXPECT_THAT(said, EndsWith("\n" + std::to_string(c.status)));
+  }
+  copyTree();
+  const std::string name(200, 'd');
+  for (const auto& [place, reason] :
+       {std::pair<std::string, std::string>("a:b", "holds a ':', which ends a path for Java"),
+        {"a$ORIGIN", "holds $ORIGIN, "},
+        {name + "/" + name + "/" + name + "/" + name + "/" + name, "is too long a path: move "}}) {
+    fs::create_directories(place);
+    fs::copy(tree, place, fs::copy_options::recursive);
+    EXPECT_THAT(run("tvinfo", "TARVOLIN=", fs::absolute(place)),
+                AllOf(HasSubstr(place + " " + reason), EndsWith("\n1")));
   }
 }
 
