@@ -1,21 +1,40 @@
 package com.tarvolin.povzel;
 
 import java.io.File;
-import java.io.FileInputStream;
 import java.io.IOException;
-import java.io.InputStream;
+import java.io.RandomAccessFile;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Paths;
 import java.util.Arrays;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 /** Why a library cannot be loaded, where the loader's own text does not say it or names no file. */
 final class PovZelDiagnosis {
-    private static final int ELF_HEADER = 20;
+    private static final int ELF_HEADER = 52;
+    private static final int ELF_MAGIC = 0x464C457F;
     private static final int ELF_CLASS = 4;
     private static final int ELF_MACHINE = 18;
     private static final int ELF_64 = 2;
     private static final int I386 = 3;
+    /** Where a library says where its program headers are and how many there are. */
+    private static final int HEADERS_OFFSET = 28;
+    private static final int HEADER_COUNT = 44;
+    private static final int PROGRAM_HEADER = 32;
+    /** Where a program header says which part of the file it is about. */
+    private static final int PART_OFFSET = 4;
+    private static final int PART_SIZE = 16;
+    private static final long UNSIGNED = 0xFFFFFFFFL;
+
+    private static final Pattern LOADERS_WORD = Pattern.compile(
+            "\\$(\\{(ORIGIN|PLATFORM|LIB)\\}|(ORIGIN|PLATFORM|LIB)(?![A-Za-z0-9_]))");
+
+    private static final String OTHER = "\nName another one with -D" + PovZelLibrary.LIBRARY_PROPERTY
+            + "=FILE";
 
     private PovZelDiagnosis() {
     }
@@ -26,13 +45,33 @@ final class PovZelDiagnosis {
             return "\nA JVM loads a native library for one class loader only: put povzel.jar on the"
                     + " class path of the loader that all its users share";
         }
+        return isMountedNoexec(file) ? "\n" + file + " lies on a file system mounted noexec" + OTHER
+                : "";
+    }
+
+    /**
+     * Refuses a libpovzel30 that the loader would. It is not asked: one that is cut short kills the
+     * process, and another processor's makes the JVM write lines of its own.
+     */
+    static void check(File file) {
         String reason = reason(file);
-        return reason == null ? "" : "\n" + file + " " + reason + "\nName another one with -D"
-                + PovZelLibrary.LIBRARY_PROPERTY + "=FILE";
+        if (reason != null) {
+            throw PovZelLibrary.failure("Cannot load " + file + ": it " + reason + OTHER, null);
+        }
+    }
+
+    /** The word in a path that the loader replaces by a path of its own; null if there is none. */
+    static String loadersWord(String path) {
+        Matcher word = LOADERS_WORD.matcher(path);
+        return word.find() ? word.group() : null;
     }
 
     /** What to know about an interface library that was not loaded, behind the loader's text. */
     static String ofInterfaceLibrary(String message, boolean linked, File library) {
+        if (message.startsWith("Incorrect version of libpovzel")) {
+            return "\nTARVOLIN, ZELRTL_BASELIBNAME and ZELRTL_VERSION name the interface library: set"
+                    + " them to one that fits, and start the program again";
+        }
         if (!message.startsWith("ZelRtlLoad failure:")) {
             return "";
         }
@@ -46,6 +85,13 @@ final class PovZelDiagnosis {
         if (place != null && (place.contains(":") || place.contains(";"))) {
             return "\nTARVOLIN holds a ':' or ';', which end a path here: " + place
                     + "\nMove the installation to a folder without them, and set TARVOLIN to it";
+        }
+        if (place != null && loadersWord(place) != null) {
+            return "\nTARVOLIN holds " + loadersWord(place) + ", which the loader replaces: " + place
+                    + "\nMove the installation to a folder without it, and set TARVOLIN to it";
+        }
+        if (message.contains("with its file name is too long")) {
+            return "\nMove the installation to a shorter path, and set TARVOLIN to it";
         }
         File own = ownTree(library);
         if (place != null) {
@@ -61,6 +107,9 @@ final class PovZelDiagnosis {
         String what = "The database's interface library is looked for as " + name + " in " + places;
         if (found) {
             String reason = reason(file);
+            if (reason == null && isMountedNoexec(file)) {
+                reason = "lies on a file system mounted noexec";
+            }
             what = file + " " + (reason != null ? reason
                     : opened ? "is not of the right kind or version"
                     : "cannot be loaded: tvinfo says why");
@@ -89,32 +138,61 @@ final class PovZelDiagnosis {
         return PovZelLibraryFile.isSet(value) ? value : otherwise;
     }
 
-    /** What keeps this JVM from loading a file that is there; null when that cannot be seen. */
+    /** What in a file that is there keeps this JVM from loading it; null if it can be loaded. */
     private static String reason(File file) {
-        if (file.isDirectory()) {
-            return "is a folder";
+        if (!file.isFile()) {
+            return file.isDirectory() ? "is a folder" : "is not a library";
         }
-        byte[] start = new byte[ELF_HEADER];
-        try (InputStream in = new FileInputStream(file)) {
-            int length = in.read(start);
-            if (length < start.length || start[0] != 0x7F || start[1] != 'E') {
-                return length <= 0 ? "is empty" : isText(start, length) ? "is a text" : "is not a library";
+        try (FileChannel in = new RandomAccessFile(file, "r").getChannel()) {
+            String word = loadersWord(file.getCanonicalPath());
+            if (word != null) {
+                return "lies in a folder whose path holds " + word + ", which the loader replaces";
             }
+            ByteBuffer start = read(in, 0, ELF_HEADER);
+            return start.limit() == 0 ? "is empty" : reason(in, start);
         } catch (IOException e) {
             return "cannot be read";
+        } catch (IndexOutOfBoundsException e) {
+            return "is cut short";
         }
-        if (start[ELF_CLASS] == ELF_64) {
-            return "is a 64-bit library; this JVM needs the 32-bit one";
-        }
-        if (start[ELF_MACHINE] != I386) {
-            return "is a library for another processor";
-        }
-        return isMountedNoexec(file) ? "lies on a file system mounted noexec" : null;
     }
 
-    private static boolean isText(byte[] start, int length) {
-        for (int i = 0; i < length; i++) {
-            if (start[i] >= 0 && start[i] < ' ' && !Character.isWhitespace(start[i])) {
+    private static String reason(FileChannel in, ByteBuffer start) throws IOException {
+        if (start.limit() < 4 || start.getInt(0) != ELF_MAGIC) {
+            return isText(start) ? "is a text" : "is not a library";
+        }
+        if (start.get(ELF_CLASS) == ELF_64) {
+            return "is a 64-bit library; this JVM needs the 32-bit one";
+        }
+        if (start.getShort(ELF_MACHINE) != I386) {
+            return "is a library for another processor";
+        }
+        int end = start.getShort(HEADER_COUNT) * PROGRAM_HEADER;
+        ByteBuffer headers = read(in, start.getInt(HEADERS_OFFSET) & UNSIGNED, Math.max(end, 0));
+        for (int at = 0; at < end; at += PROGRAM_HEADER) {
+            long offset = headers.getInt(at + PART_OFFSET) & UNSIGNED;
+            if (offset + (headers.getInt(at + PART_SIZE) & UNSIGNED) > in.size()) {
+                return "is cut short";
+            }
+        }
+        return null;
+    }
+
+    /** What the file has of this part. */
+    private static ByteBuffer read(FileChannel in, long offset, int length) throws IOException {
+        ByteBuffer part = ByteBuffer.allocate(length).order(ByteOrder.LITTLE_ENDIAN);
+        int got;
+        do {
+            got = in.read(part, offset + part.position());
+        } while (got > 0);
+        part.flip();
+        return part;
+    }
+
+    private static boolean isText(ByteBuffer start) {
+        for (int i = 0; i < start.limit(); i++) {
+            byte c = start.get(i);
+            if (c >= 0 && c < ' ' && !Character.isWhitespace(c)) {
                 return false;
             }
         }

@@ -13,8 +13,10 @@ import java.util.concurrent.locks.ReentrantLock;
  * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or
  * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
  * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of
- * {@code java.library.path}, or in the installation that the jar of these classes lies in. The
- * database's interface library and the messages are those of {@code TARVOLIN} whenever that is set.
+ * {@code java.library.path}, beside the jar of these classes, or in the installation whose {@code
+ * java} the jar lies in; one beside the jar or in its installation is passed over if others than root
+ * and this user may replace it. The database's interface library and the messages are those of
+ * {@code TARVOLIN} whenever that is set.
  *
  * <p>When there is none, the jar's own is unpacked into a private folder in {@code java.io.tmpdir}, or
  * where {@value #TMPDIR_PROPERTY} says, and removed when the process ends. The built-in database comes
@@ -196,6 +198,7 @@ public final class PovZelLibrary {
                     + " is a 32-bit library: run the program with a 32-bit (i386) JVM", null);
         }
         File file = PovZelLibraryFile.find();
+        PovZelDiagnosis.check(file);
         try {
             System.load(file.getAbsolutePath());
         } catch (UnsatisfiedLinkError e) {

@@ -20,7 +20,9 @@ import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.nio.file.attribute.UserPrincipal;
 import java.util.Collections;
+import java.util.HashSet;
 import java.util.List;
+import java.util.Set;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 
@@ -44,9 +46,6 @@ final class PovZelUnpacked {
      * also an object that they share, and no other code locks.
      */
     private static final String FOLDER_PROPERTY = "povzel.unpacked";
-    /** What others may replace between unpacking and loading: writable for all, and not sticky. */
-    private static final int REPLACEABLE_MASK = 01002;
-    private static final int REPLACEABLE = 00002;
 
     /** Holds the folder's lock as long as the classes are there. */
     private static FileChannel lock;
@@ -70,41 +69,68 @@ final class PovZelUnpacked {
                 folder = unpack().toString();
                 System.setProperty(FOLDER_PROPERTY, folder);
             }
-            return new File(folder, LIBRARY);
+            File library = new File(folder, LIBRARY);
+            if (!library.isFile()) {
+                // Another copy would be a second library in the process: the first is still in use.
+                throw PovZelLibrary.failure("Cannot load " + library + ": it has been removed since"
+                        + " this process unpacked it\nStart the program again", null);
+            }
+            return library;
         }
     }
 
     /**
-     * Whether the folder is whole and locked by this process: by these classes, by those of a loader
-     * that is gone, whose lock these then take over, or by those of another one. A process that was
-     * given its parent's properties has the name of a folder that the parent holds.
+     * Whether the folder is locked by this process: by these classes, by those of another loader, or by
+     * those of one that is gone, whose lock these then take over if the folder is whole. A process that
+     * was given its parent's properties has the name of a folder that the parent holds.
      */
-    private static boolean isThisProcesses(String folder) {
-        if (!new File(folder, LIBRARY).isFile() || !new File(folder, MESSAGES).isFile()) {
-            return false;
-        }
+    private static boolean isThisProcesses(String name) {
         try {
-            FileChannel other = FileChannel.open(Paths.get(folder, LOCK), StandardOpenOption.WRITE);
-            try {
-                if (other.tryLock() != null) {
-                    lock = other;
-                    return true;
-                }
-            } catch (OverlappingFileLockException e) {
+            Path folder = Paths.get(name);
+            if (heldHere().contains(folder)) {
+                return true;
+            }
+            FileChannel other = FileChannel.open(folder.resolve(LOCK), StandardOpenOption.WRITE);
+            if (other.tryLock() != null && Files.exists(folder.resolve(LIBRARY))
+                    && Files.exists(folder.resolve(MESSAGES))) {
+                lock = other;
                 return true;
             }
             other.close();
-        } catch (IOException | InvalidPathException e) {
+        } catch (IOException | OverlappingFileLockException | InvalidPathException e) {
             return false;
         }
         return false;
+    }
+
+    /**
+     * The folders whose locks this process has open, or had when they were removed. To open such a lock
+     * once more and close it again would give it up.
+     */
+    private static Set<Path> heldHere() throws IOException {
+        Set<Path> held = new HashSet<>();
+        try (DirectoryStream<Path> descriptors = Files.newDirectoryStream(Paths.get("/proc/self/fd"))) {
+            for (Path descriptor : descriptors) {
+                try {
+                    Path file = Files.readSymbolicLink(descriptor);
+                    if (file.endsWith(LOCK) || file.endsWith(LOCK + " (deleted)")) {
+                        held.add(file.getParent());
+                    }
+                } catch (NoSuchFileException e) {
+                    continue;  // closed meanwhile
+                }
+            }
+        } catch (DirectoryIteratorException e) {
+            throw e.getCause();
+        }
+        return held;
     }
 
     private static Path unpack() {
         String named = System.getProperty(PovZelLibrary.TMPDIR_PROPERTY);
         String name = PovZelLibraryFile.isSet(named) ? named : System.getProperty("java.io.tmpdir");
         try {
-            Path place = Paths.get(name).toAbsolutePath();
+            Path place = Paths.get(name).toRealPath();
             Path folder = lockedFolder(place);
             try {
                 removeAbandoned(place, folder);
@@ -127,17 +153,22 @@ final class PovZelUnpacked {
 
     /** A new folder with its lock held; until it is, another process may take it for abandoned. */
     private static Path lockedFolder(Path place) throws IOException {
-        int mode = (Integer) Files.getAttribute(place, "unix:mode");
-        if ((mode & REPLACEABLE_MASK) == REPLACEABLE) {
-            throw new IOException("anybody may replace what is in it (chmod +t would forbid that)");
+        String replaceable = PovZelLibraryFile.replaceable(place);
+        if (replaceable != null) {
+            throw new IOException("it " + replaceable + ", and others may replace what is in it");
+        }
+        String word = PovZelDiagnosis.loadersWord(place.toString());
+        if (word != null) {
+            throw new IOException("the loader replaces the word " + word);
         }
         while (true) {
-            Path folder = Files.createTempDirectory(place, PREFIX,
-                    PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString(PRIVATE)));
-            Path file = folder.resolve(LOCK);
+            Path folder = Files.createTempDirectory(place, PREFIX);
             try {
+                narrow(folder);
+                Path file = folder.resolve(LOCK);
                 lock = FileChannel.open(file, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
                 if (lock.tryLock() != null && Files.exists(file)) {
+                    narrow(file);
                     return folder;
                 }
                 lock.close();
@@ -150,15 +181,18 @@ final class PovZelUnpacked {
         }
     }
 
+    /** Gives this user everything and others nothing, whatever the process's mask is. */
+    private static void narrow(Path path) throws IOException {
+        Files.setPosixFilePermissions(path, PosixFilePermissions.fromString(PRIVATE));
+    }
+
     private static void fill(Path folder) throws IOException {
         copy(LIBRARY, folder);
         copy(MESSAGES, folder);
         if (isDatabaseWanted()) {
             copy(DATABASE, folder);
         }
-        Path library = folder.resolve(LIBRARY);
-        Files.setPosixFilePermissions(library, PosixFilePermissions.fromString(PRIVATE));
-        if (!Files.isExecutable(library)) {
+        if (!Files.isExecutable(folder.resolve(LIBRARY))) {
             throw new IOException("it lies on a file system mounted noexec");
         }
     }
@@ -172,12 +206,16 @@ final class PovZelUnpacked {
     private static void copy(String name, Path folder) throws IOException {
         Path file = folder.resolve(name);
         Files.createDirectories(file.getParent());
+        narrow(file.getParent());
         try (InputStream in = PovZelUnpacked.class.getResourceAsStream(CARRIED + name)) {
             if (in == null) {
-                throw new IOException("the jar lacks " + CARRIED + name);
+                throw new IOException(PovZelUnpacked.class.getResource(CARRIED + name) == null
+                        ? "the jar lacks " + CARRIED + name
+                        : "Java reads nothing from a jar in a folder whose name ends in '!'");
             }
             Files.copy(in, file);
         }
+        narrow(file);
     }
 
     private static String reason(Exception e) {
@@ -198,8 +236,9 @@ final class PovZelUnpacked {
     private static void removeAbandoned(Path place, Path own) {
         try (DirectoryStream<Path> folders = Files.newDirectoryStream(place, PREFIX + "*")) {
             UserPrincipal user = Files.getOwner(own);
+            Set<Path> held = heldHere();
             for (Path folder : folders) {
-                if (!folder.equals(own)) {
+                if (!held.contains(folder)) {
                     removeIfAbandoned(folder, user);
                 }
             }

@@ -3,8 +3,12 @@ package com.tarvolin.povzel.shell;
 import java.io.Closeable;
 import java.io.IOError;
 import java.io.IOException;
+import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.logging.Level;
+import java.util.logging.Logger;
 import org.jline.reader.EOFError;
 import org.jline.reader.EndOfFileException;
 import org.jline.reader.LineReader;
@@ -20,6 +24,9 @@ import org.jline.terminal.impl.PosixSysTerminal;
 final class Console implements Closeable {
     private static final String DEVICE = "/dev/tty";
     private static final int MOST_FAILURES = 3;
+
+    /** The line reader's log, whose entries are traces of Java. A logger lives as long as it is kept. */
+    private static final Logger LOG = Logger.getLogger("org.jline");
 
     private final Terminal terminal;
     private LineReader reader;
@@ -44,6 +51,7 @@ final class Console implements Closeable {
     }
 
     Console() throws IOException {
+        LOG.setLevel(Level.OFF);
         String type = System.getenv().getOrDefault("TERM", "dumb");
         terminal = new PosixSysTerminal("povzel", type, new Device(), StandardCharsets.UTF_8.name(), true,
                 Terminal.SignalHandler.SIG_DFL);
@@ -93,9 +101,11 @@ final class Console implements Closeable {
             TextParser parser = new TextParser();
             parser.setQuoteChars(new char[0]);
             parser.setEscapeChars(new char[0]);
-            reader = LineReaderBuilder.builder().terminal(terminal).appName("povzel").parser(parser)
-                    .variable(LineReader.HISTORY_FILE, historyFile())
-                    .variable(LineReader.SECONDARY_PROMPT_PATTERN, "....... ").build();
+            LineReaderBuilder builder = LineReaderBuilder.builder().terminal(terminal)
+                    .appName("povzel").parser(parser)
+                    .variable(LineReader.SECONDARY_PROMPT_PATTERN, "....... ");
+            keepHistory(builder, historyFile());
+            reader = builder.build();
             // Texts may hold exclamation marks, and blanks matter to nobody.
             reader.setOpt(LineReader.Option.DISABLE_EVENT_EXPANSION);
             reader.unsetOpt(LineReader.Option.INSERT_TAB);
@@ -107,6 +117,39 @@ final class Console implements Closeable {
         String named = System.getenv("POVZEL_HISTORY");
         return named != null && !named.isEmpty() ? Path.of(named)
                 : Path.of(System.getProperty("user.home"), ".povzel_history");
+    }
+
+    /** The conversation goes on without a history where there cannot be one. */
+    private void keepHistory(LineReaderBuilder builder, Path file) {
+        String obstacle = obstacle(file);
+        if (obstacle == null) {
+            builder.variable(LineReader.HISTORY_FILE, file);
+        } else {
+            print("povzel: no history is kept in " + file + ": " + obstacle
+                    + "\nName another file with POVZEL_HISTORY");
+        }
+    }
+
+    /** What the line reader would fail at; null if nothing. */
+    private static String obstacle(Path file) {
+        try {
+            if (!Files.exists(file)) {
+                Path folder = Files.createDirectories(file.toAbsolutePath().getParent());
+                return Files.isWritable(folder) ? null : "its folder cannot be written";
+            }
+            if (!Files.isRegularFile(file)) {
+                return Files.isDirectory(file) ? "it is a folder" : "it is not a regular file";
+            }
+            if (!Files.isReadable(file) || !Files.isWritable(file)) {
+                return "it cannot be read and written";
+            }
+            Files.readString(file);
+            return null;
+        } catch (CharacterCodingException e) {
+            return "it holds what is no UTF-8";
+        } catch (IOException e) {
+            return "its folder cannot be made";
+        }
     }
 
     @Override

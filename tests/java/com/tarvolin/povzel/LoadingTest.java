@@ -25,27 +25,59 @@ public class LoadingTest {
     @TempDir
     private Path directory;
 
-    // Logs in and tells how it went.
-    public static void main(String[] arguments) throws IOException {
+    // Logs in and tells how it went, to another loader too, which finds the unpacked library gone.
+    public static void main(String[] arguments) throws Exception {
         try (PovZelSession session = PovZelSession.login("DataCurator", "swordfish")) {
             System.out.println("answer " + session.execute("3 + 4"));
             String unpacked = System.getProperty("povzel.unpacked");
             System.out.println(unpacked == null ? "" : "unpacked " + PosixFilePermissions.toString(
                     Files.getPosixFilePermissions(Path.of(unpacked))));
+            String other = System.getProperty("test.other");
+            if (other != null) {
+                Files.delete(Path.of(unpacked, "lib", PovZelLibrary.FILE_NAME));
+                System.out.println(cause(Path.of(other)));
+                String locks = "grep -h POSIX /proc/" + ProcessHandle.current().pid() + "/fdinfo/*";
+                new ProcessBuilder("sh", "-c", locks).inheritIO().start().waitFor();
+            }
         } catch (PovZelException e) {
             System.out.println(e.number + " " + e.getMessage());
         }
     }
 
     // Runs main() in a JVM of its own, with these variables of the environment and options.
-    private static void probe(String settings, String options, String... parts) throws Exception {
+    private void probe(String settings, String options, String... parts) throws Exception {
         String java = System.getProperty("java.home") + "/bin/java -cp " + CLASSES;
-        Process process = new ProcessBuilder("bash", "-c", "unset TARVOLIN; " + settings + " "
-                + java + " " + options + " " + LoadingTest.class.getName())
-                .redirectErrorStream(true).start();
+        shell(settings + " " + java + " " + options + " " + LoadingTest.class.getName(), 0, parts);
+    }
+
+    // Runs a command in the folder of the test. $T is the installation.
+    private void shell(String command, int status, String... parts) throws Exception {
+        Process process = new ProcessBuilder("bash", "-c", "T=$TARVOLIN; unset TARVOLIN; " + command)
+                .directory(directory.toFile()).redirectErrorStream(true).start();
         String output = new String(process.getInputStream().readAllBytes());
-        assertEquals(0, process.waitFor(), output);
+        assertEquals(status, process.waitFor(), output);
         assertTrue(Stream.of(parts).allMatch(output::contains), output);
+    }
+
+    // mk makes an installation with programs of its own, cut one with a jar cut short; run starts its shell.
+    @Test
+    void theLauncherRefusesWhatCannotWork() throws Exception {
+        String functions = "mk() { mkdir $1; cp -r $T/bin $1; ln -s $T/{lib,java,sys,jre} $1; }; run() { "
+                + "$1/bin/povzel -e 1; }; cut() { mk $2; rm $2/java; cp -r $T/java $2; head -c 3000 $T/java/$1 "
+                + ">$2/java/$1; run $2; }\n";
+        List<String> refusals = List.of("mk t:; run t:", "holds a ':' or ';'", "mk '$LIB'; run ./*LIB", "$ORIGIN",
+                "x=$'x\\xf0\\x9f\\x98\\x80'; mk $x; run $x", "does not take", "x=$'\\xff'; mk $x; run $x", "no UTF-8",
+                "cut povzel.jar b", "is damaged", "cut picocli.jar c", "is damaged",
+                "cut povzel-shell.jar d", "is cut short", "mk e; rm e/java; run e", "shell.jar is not there",
+                "mk f; ln -sfn /nowhere f/jre; JAVA_HOME= run f", "f/jre is no JVM",
+                "mkdir bin; cp $T/jre/bin/java bin; JAVA32=. run $T", "/lib/libjli.so",
+                "mkdir g; cd g; rmdir ../g; run $T", "change to another one", "$T/bin/povzel </tmp", "Give it texts",
+                "echo '-e 1' >x; $T/bin/povzel -e @x", "error 2501", "TARVOLIN=/no run $T", "Set TARVOLIN to the");
+        for (int i = 0; i < refusals.size(); i += 2) {
+            shell(functions + refusals.get(i), 1, refusals.get(i + 1));
+        }
+        shell("PATH= LC_ALL=C $T/bin/povzel -e \"'\"$'\\xc3\\xbc'\"' size\"", 0, "2\n");
+        shell("POVZEL_HISTORY=/tmp script -qec $T/bin/povzel x <<<:quit", 0, "Name another file with");
     }
 
     @Test
@@ -63,8 +95,25 @@ public class LoadingTest {
                 "/nowhere/tarvolin/lib/libpovzel30.so", directory + "/libpovzel30.so", "TARVOLIN");
     }
 
+    // A text in the library's place tells that it was taken.
+    @Test
+    void aLibraryThatNobodyNamedIsTakenFromOnesOwnInstallation() throws Exception {
+        String files = "mkdir -p mine java lib sys; chmod 755 lib; touch sys/english67.err; "
+                + "cp $T/java/povzel.jar mine; cp mine/* java; echo evil >lib/libpovzel30.so; chmod 644 lib/*;";
+        String jar = "-cp java/povzel.jar:" + CLASSES;
+        probe(files, jar, "is a text");
+        probe(files, jar.replace("java/", "mine/"), "answer 7");
+        for (String change : List.of("chmod 664 lib/*;", "chmod 777 lib;", "rm sys/*;")) {
+            probe(files + change, jar, "answer 7");
+        }
+    }
+
     @Test
     void anUnfitLibraryIsRefused() throws Exception {
+        probe("head -c 50000 $T/lib/libpovzel30.so >cut.so;", "-Dpovzel.library=cut.so",
+                "2318 Cannot load cut.so: it is cut short\nName another");
+        probe("mkdir '$LIB'; cp $T/lib/*30.so '$LIB';", "-Dpovzel.library='$LIB/libpovzel30.so'",
+                "holds $LIB, which the loader replaces");
         String other = TARVOLIN + "/lib/libzelrpc67.so";
         probe("", "-Dpovzel.library=" + other, "2318 " + other + " is not the library", "older version");
         Path library = Files.copy(Path.of(TARVOLIN, "lib", PovZelLibrary.FILE_NAME),
@@ -122,6 +171,8 @@ public class LoadingTest {
         try (Stream<Path> left = Files.list(place)) {
             assertEquals(List.of(living), left.toList());
         }
+        probe("umask 0777;", options, "answer 7", "unpacked rwx------");
+        probe("", options + " -Dtest.other=" + jar, "removed since", "POSIX  ADVISORY  WRITE");
         // A database that was set up is not replaced.
         probe("TARVOLIN=/nowhere", options, "2318 ZelRtlLoad failure: ");
         probe("ZELRTL_VERSION=67", options, "2318 ZelRtlLoad failure: ");
@@ -132,6 +183,8 @@ public class LoadingTest {
         Path jar = Files.copy(Path.of(TARVOLIN, "java/povzel.jar"), directory.resolve("one.jar"));
         String options = "-cp " + jar + ":" + CLASSES + " -Dpovzel.tmpdir=";
         probe("", options + "/nowhere", " into /nowhere: there is no such folder\n", "povzel.tmpdir=");
+        probe("mkdir -m 770 open;", options + "open", "for its group");
+        probe("mkdir x!; cp one.jar x!;", "-cp x!/one.jar:" + CLASSES, "ends in '!'");
         Assumptions.assumeTrue(new ProcessBuilder("unshare", "--mount", "true").start().waitFor() == 0,
                 "only root can mount");
         Path place = Files.createDirectory(directory.resolve("mounted"));
