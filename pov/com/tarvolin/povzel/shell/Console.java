@@ -24,6 +24,8 @@ import org.jline.terminal.impl.PosixSysTerminal;
 final class Console implements Closeable {
     private static final String DEVICE = "/dev/tty";
     private static final int MOST_FAILURES = 3;
+    /** What users name as the history when they want none. */
+    private static final Path NOWHERE = Path.of("/dev/null");
 
     /** The line reader's log, whose entries are traces of Java. A logger lives as long as it is kept. */
     private static final Logger LOG = Logger.getLogger("org.jline");
@@ -136,6 +138,9 @@ final class Console implements Closeable {
             if (!Files.exists(file)) {
                 Path folder = Files.createDirectories(file.toAbsolutePath().getParent());
                 return Files.isWritable(folder) ? null : "its folder cannot be written";
+            }
+            if (file.equals(NOWHERE)) {
+                return null;
             }
             if (!Files.isRegularFile(file)) {
                 return Files.isDirectory(file) ? "it is a folder" : "it is not a regular file";
