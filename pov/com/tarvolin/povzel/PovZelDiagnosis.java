@@ -33,6 +33,7 @@ final class PovZelDiagnosis {
     private static final Pattern LOADERS_WORD = Pattern.compile(
             "\\$(\\{(ORIGIN|PLATFORM|LIB)\\}|(ORIGIN|PLATFORM|LIB)(?![A-Za-z0-9_]))");
 
+    private static final String CUT_SHORT = "is cut short";
     private static final String OTHER = "\nName another one with -D" + PovZelLibrary.LIBRARY_PROPERTY
             + "=FILE";
 
@@ -45,18 +46,14 @@ final class PovZelDiagnosis {
             return "\nA JVM loads a native library for one class loader only: put povzel.jar on the"
                     + " class path of the loader that all its users share";
         }
-        return isMountedNoexec(file) ? "\n" + file + " lies on a file system mounted noexec" + OTHER
-                : "";
+        String reason = reasonOrMount(file);
+        return reason == null ? "" : "\n" + file + " " + reason + OTHER;
     }
 
-    /**
-     * Refuses a libpovzel30 that the loader would. It is not asked: one that is cut short kills the
-     * process, and another processor's makes the JVM write lines of its own.
-     */
+    /** Refuses a libpovzel30 that is cut short: the loader would not, and kill the process. */
     static void check(File file) {
-        String reason = reason(file);
-        if (reason != null) {
-            throw PovZelLibrary.failure("Cannot load " + file + ": it " + reason + OTHER, null);
+        if (CUT_SHORT.equals(reason(file))) {
+            throw PovZelLibrary.failure("Cannot load " + file + ": it " + CUT_SHORT + OTHER, null);
         }
     }
 
@@ -106,10 +103,7 @@ final class PovZelDiagnosis {
         boolean opened = !message.contains("dlopen(");
         String what = "The database's interface library is looked for as " + name + " in " + places;
         if (found) {
-            String reason = reason(file);
-            if (reason == null && isMountedNoexec(file)) {
-                reason = "lies on a file system mounted noexec";
-            }
+            String reason = reasonOrMount(file);
             what = file + " " + (reason != null ? reason
                     : opened ? "is not of the right kind or version"
                     : "cannot be loaded: tvinfo says why");
@@ -138,6 +132,11 @@ final class PovZelDiagnosis {
         return PovZelLibraryFile.isSet(value) ? value : otherwise;
     }
 
+    private static String reasonOrMount(File file) {
+        String reason = reason(file);
+        return reason == null && isMountedNoexec(file) ? "lies on a file system mounted noexec" : reason;
+    }
+
     /** What in a file that is there keeps this JVM from loading it; null if it can be loaded. */
     private static String reason(File file) {
         if (!file.isFile()) {
@@ -153,7 +152,7 @@ final class PovZelDiagnosis {
         } catch (IOException e) {
             return "cannot be read";
         } catch (IndexOutOfBoundsException e) {
-            return "is cut short";
+            return CUT_SHORT;
         }
     }
 
@@ -172,7 +171,7 @@ final class PovZelDiagnosis {
         for (int at = 0; at < end; at += PROGRAM_HEADER) {
             long offset = headers.getInt(at + PART_OFFSET) & UNSIGNED;
             if (offset + (headers.getInt(at + PART_SIZE) & UNSIGNED) > in.size()) {
-                return "is cut short";
+                return CUT_SHORT;
             }
         }
         return null;
