@@ -77,7 +77,7 @@ POVZEL_EXPORT BoolType UnixIoFstat64(int fd, struct stat64* result, char* errTex
 POVZEL_EXPORT int UnixIoFgetc(FILE* inFile);
 
 // fgets of at most `resultSize` - 1 characters; errno is cleared first. Returns 1 if something was
-// read, else 0.
+// read, else 0; so a `resultSize` of 1 gives 0, and an empty line.
 POVZEL_EXPORT BoolType UnixIoFgets(char* result, size_t resultSize, FILE* inFile);
 
 // Sets cancelBlockingCall to `v`. Signal-safe.

@@ -113,10 +113,11 @@ int UnixIoFgetc(std::FILE* inFile) {
   for (;;) {
     errno = 0;
     // Asking whether the stream is a terminal costs a system call, so that waits until nothing
-    // comes. Before that its buffering tells: the C library buffers terminals by lines.
+    // comes, or errno depends on it. Before that its buffering tells: the C library buffers
+    // terminals by lines.
     const int character = std::fgetc(inFile);
     if (character != EOF) {
-      if (__flbf(inFile) == 0) errno = before;
+      if (__flbf(inFile) == 0 || (before != 0 && isatty(fileno(inFile)) == 0)) errno = before;
       return character;
     }
 
@@ -135,6 +136,8 @@ int UnixIoFgetc(std::FILE* inFile) {
 
 BoolType UnixIoFgets(char* result, std::size_t resultSize, std::FILE* inFile) {
   errno = 0;
+  if (resultSize == 1) *result = '\0';
+  if (resultSize <= 1) return 0;  // no room to read; fgets would call it a success
   const int size = static_cast<int>(std::min<std::size_t>(resultSize, INT_MAX));
   // What fgets itself finds out for each line: without other threads there is nothing to lock.
   if (__libc_single_threaded) return fgets_unlocked(result, size, inFile) != nullptr;

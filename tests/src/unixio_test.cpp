@@ -99,6 +99,25 @@ TEST(UnixIo, FgetcOnATerminalSurvivesSignals) {
   close(ends[1]);
 }
 
+TEST(UnixIo, StreamsOtherThanTerminals) {
+  const std::string name = ScratchDirectory().path() + ".lines";
+  std::FILE* file = std::fopen(name.c_str(), "w+");
+  unlink(name.c_str());
+  std::fputs("ab", file);
+  std::rewind(file);
+  // A stream that is buffered by lines is no terminal.
+  setvbuf(file, nullptr, _IOLBF, 0);
+  errno = 5;
+  EXPECT_EQ(UnixIoFgetc(file), 'a');
+  EXPECT_EQ(errno, 5);
+  char line[2] = "#";
+  EXPECT_FALSE(UnixIoFgets(line, 1, file));  // there is no room to read
+  EXPECT_STREQ(line, "");
+  EXPECT_TRUE(UnixIoFgets(line, 2, file));
+  EXPECT_STREQ(line, "b");
+  std::fclose(file);
+}
+
 TEST(UnixIo, ExecReplacesTheProgramOrFails) {
   const char* arguments[] = {"sh", "-c", "echo $A$0; exit 7", nullptr};
   const char* environment[] = {"A=b", nullptr};
