@@ -5,11 +5,15 @@
 //   if (log == NULL) ...  // why.theErrno says
 //
 // Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
-// operation work under the process's real ids; the effective ids are back when it returns. Error
-// records may be null. Every descriptor opened here is closed by exec. Nothing is printed.
+// operation work under the process's real ids: for files these count, in the calling thread alone,
+// until it returns. When the system refuses them nothing is done, and errno is EPERM. Error records
+// may be null. Every descriptor opened here is closed by exec. Nothing is printed.
 //
-// Any thread may use descriptors and streams. What takes a name is for one thread at a time: ids,
-// and whether symbolic links are followed, change for the whole process meanwhile.
+// A name that is longer than 4,095 characters, or becomes so by its leading variable, is refused
+// with ENAMETOOLONG. Files may have any inode number and date, and, but for HostOpen, any size.
+//
+// Any thread may call these functions at any time, as long as none changes the process's ids
+// (hostids.h) or environment.
 //
 // Sources: hostfiles.cpp, hostfileio.cpp (descriptors and streams), hostdirectory.cpp
 // (HostDirectory).
@@ -39,19 +43,20 @@ typedef int HostDirFType(const char* directory, const char* entry, const char* s
 
 POVZEL_BEGIN_C
 
-// Opens the stream `fileName` with the fopen mode `openMode`. Returns null with errno in `fileErr`
-// when that fails.
+// Opens the stream `fileName` with the fopen64 mode `openMode`. Returns null with errno in
+// `fileErr` when that fails.
 POVZEL_EXPORT FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType* fileErr,
                                  BoolType userFile);
 
-// open and open64 of `name`, which is not expanded; `mode` counts when `flags` create the file. An
-// interrupted call is made again unless a termination request is pending. Returns the descriptor,
-// or -1 with errno set.
+// open, which refuses files of 2 GiB and more with EOVERFLOW, and open64 of `name`, which is not
+// expanded; `mode` counts when `flags` create the file. An interrupted call is made again unless a
+// termination request is pending. Returns the descriptor, or -1 with errno set.
 POVZEL_EXPORT int HostOpen(const char* name, int flags, int mode);
 POVZEL_EXPORT int HostOpen64(const char* name, int flags, int mode);
 
 // Asks whether `fileName` exists, its symbolic links not expanded, and how large it is. Where the
-// effective ids are denied access, the real ids try too.
+// effective ids are denied access, the real ids try too. As links are not expanded, "dir/../x" is x
+// beside dir even where dir is a link; HostOpenFile looks beside the link's target.
 //
 // Returns 1 with the low 32 bits of the size in `*size`. Otherwise returns 0 with the first errno
 // in `hostErr`. `*exists` becomes 0 when that is ENOENT, else 1; so a file that cannot be looked at
@@ -71,9 +76,9 @@ POVZEL_EXPORT HostFileKindEType HostFileType(const char* filename, HostErrSType*
 POVZEL_EXPORT BoolType HostRemoveSingleFile(const char* filename, BoolType userFile,
                                             HostErrSType* theErr);
 
-// The same, but a name with "*" or "?" goes, not expanded and not quoted, to the shell command
-// "rm -f %s"; the result is then 1 if that succeeded. A name longer than 4,095 characters is not
-// given to the shell: the result is 0.
+// The same, but a name with "*" or "?" goes, not expanded and not quoted, by HostSpawn to the shell
+// command "rm -f %s"; the result is then 1 if that succeeded. A name longer than 4,095 characters
+// is not given to the shell: the result is 0, with ENAMETOOLONG in errno.
 POVZEL_EXPORT BoolType HostRemoveFile(const char* filename, BoolType userFile);
 
 // Creates the directory `name`, open to all as far as the umask lets, or removes it if it is empty.
@@ -86,7 +91,7 @@ POVZEL_EXPORT BoolType HostRemoveDirectory(const char* name, HostErrSType* hostE
 //
 // The last "/" of the expanded `wildcardSpec` that no backslash precedes parts directory and
 // pattern; "/" alone is the root. With nothing behind it, or without any, the pattern is "*".
-// Returns 1, also when the directory cannot be read.
+// Returns 1, also when the directory cannot be read or its name does not fit.
 POVZEL_EXPORT BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback,
                                      void* clientData);
 

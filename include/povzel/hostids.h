@@ -5,7 +5,11 @@
 //   ...  // files are opened with the caller's own rights
 //   HostSetUserId(&effective);
 //
-// Ids belong to the process, so all its threads change together.
+// The effective ids are the whole process's, so all its threads change together: one thread at a
+// time calls these, and none is in an operation with `userFile` true meanwhile, whose rights would
+// change in the middle. Ids of one thread's own would be no better: the C library ends a process
+// whose threads do not agree when it changes ids. For files alone there is `userFile`
+// (hostfiles.h), which any number of threads may use.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -6,7 +6,8 @@
 //   FILE* list = UnixIoFopen("list", "r");  // closed by exec
 //   while (UnixIoFgets(line, sizeof line, list)) ...
 //
-// Other threads and signal handlers may call UnixIoInterrupt at any time.
+// Any thread may open, look at and read files; reads of terminals share the one cancelBlockingCall.
+// Signal handlers too may call UnixIoInterrupt at any time.
 //
 // Sources: unixio.cpp, unixiosystem.cpp (UnixIoSystem).
 #pragma once
@@ -56,13 +57,14 @@ POVZEL_EXPORT void UNIXIO_DO_SIGNAL_1ARG(int sig, UnixSignalFuncType_1arg* fct,
 POVZEL_EXPORT int UnixIoExecve(const char* name, const char** argv, const char** envp);
 POVZEL_EXPORT int UnixIoExecv(const char* name, const char** argv);
 
-// Opens the stream `name` with the fopen mode `mode`, closed by exec; errno is cleared first.
-// Returns null when that fails.
+// Opens the stream `name`, a file of any size, with the fopen mode `mode`, closed by exec; errno is
+// cleared first. Returns null when that fails.
 POVZEL_EXPORT FILE* UnixIoFopen(const char* name, const char* mode);
 
 // stat, stat64, fstat and fstat64, made again after an interruption unless a termination request is
 // pending. Return 1, or 0 with errno set and its UnixErr text in `errText`, which holds
-// `errTextSize` bytes and may be null.
+// `errTextSize` bytes and may be null. EOVERFLOW is the answer of all to a date past 2038, whose
+// seconds their records do not hold, and of stat and fstat to a file of 2 GiB and more.
 POVZEL_EXPORT BoolType UnixIoStat(const char* name, struct stat* result, char* errText,
                                   size_t errTextSize);
 POVZEL_EXPORT BoolType UnixIoStat64(const char* name, struct stat64* result, char* errText,

@@ -17,6 +17,7 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <shadow.h>
+#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -84,15 +85,16 @@ inline int refuseVfork() {
   OWN(open) OWN(open64) OWN(fcntl) OWN(refuseVfork)                                             \
   /* files and directories */                                                                   \
   CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
-  CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(readlink) CALL(getcwd)                 \
+  CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
   CALL(unlink) CALL(rename) CALL(mkdir) CALL(rmdir) CALL(chdir)                                 \
   CALL(opendir) CALL(readdir64) CALL(closedir)                                                  \
   /* streams */                                                                                 \
-  CALL(fopen) CALL(fdopen) CALL(fread) CALL(fgetc) CALL(fputc) CALL(fseek) CALL(fflush)         \
+  CALL(fopen64) CALL(fdopen) CALL(fread) CALL(fgetc) CALL(fputc) CALL(fseek) CALL(fflush)       \
   /* processes and threads */                                                                   \
   CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) CALL(pthread_create) \
   /* users */                                                                                   \
   CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist)      \
+  CALL(setfsuid) CALL(setfsgid)                                                                 \
   CALL(getpwnam) CALL(getpwuid) CALL(getspnam) CALL(getlogin_r)                                 \
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \

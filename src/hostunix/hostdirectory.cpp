@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include <povzel/hostfiles.h>
-#include <povzel/hostfname.h>
 #include <povzel/utlglob.h>
 #include "basics/internal.h"
+#include "internal.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ Listing split(char* wildcard) {
 BoolType HostDirectory(const char* wildcardSpec, HostDirFType* callback, void* clientData) {
   if (wildcardSpec[0] == '\0') return 1;
   HostFnameStrType wildcard;
-  HostExpandFileName(wildcardSpec, wildcard, sizeof wildcard);
+  if (!hostExpandFileName(wildcardSpec, wildcard)) return 1;
   const Listing listing = split(wildcard);
 
   DIR* stream = os.opendir(listing.directory);

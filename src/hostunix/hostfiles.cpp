@@ -6,7 +6,6 @@
 
 #include <cstring>
 
-#include <povzel/hostfname.h>
 #include <povzel/hostspawn.h>
 #include <povzel/unixio.h>
 #include <povzel/utlsystem.h>
@@ -27,13 +26,16 @@ BoolType failed(HostErrSType* hostErr) {
   return 0;
 }
 
-void expandKeepingLinks(const char* name, HostFnameStrType& expanded) {
-  const KeepSoftLinks keepLinks;
-  HostExpandFileName(name, expanded, sizeof expanded);
-}
-
-bool statName(const char* name, struct stat64* status) {
-  return UnixIoStat64(name, status, nullptr, 0) != 0;
+// Looks at the file, its links not expanded; under the real ids where the effective ones are denied
+// access. Returns false with errno set when that fails.
+bool lookAt(const char* fileName, HostFnameStrType& expanded, struct statx& status) {
+  if (!hostExpandFileName(fileName, expanded, true)) return false;
+  if (unixIoStatx(expanded, STATX_SIZE, status)) return true;
+  if (errno != EACCES || !RealIds::areOthers()) return false;
+  const RealIds realIds(1);
+  if (!realIds.refused() && unixIoStatx(expanded, STATX_SIZE, status)) return true;
+  errno = EACCES;
+  return false;
 }
 
 }  // namespace
@@ -42,8 +44,8 @@ std::FILE* HostOpenFile(const char* fileName, const char* openMode, HostErrSType
                         BoolType userFile) {
   const RealIds realIds(userFile);
   HostFnameStrType expanded;
-  HostExpandFileName(fileName, expanded, sizeof expanded);
-  std::FILE* file = realIds.refused() ? nullptr : UnixIoFopen(expanded, openMode);
+  const bool ready = !realIds.refused() && hostExpandFileName(fileName, expanded);
+  std::FILE* file = ready ? UnixIoFopen(expanded, openMode) : nullptr;
   if (file == nullptr) failed(fileErr);
   return file;
 }
@@ -60,17 +62,9 @@ BoolType HostFileExistSize(const char* fileName, unsigned long* size, BoolType* 
                            HostErrSType* hostErr) {
   if (exists != nullptr) *exists = 1;
   HostFnameStrType expanded;
-  expandKeepingLinks(fileName, expanded);
-
-  struct stat64 status;
-  bool found = statName(expanded, &status);
-  if (!found && errno == EACCES && RealIds::areOthers()) {
-    const RealIds realIds(1);
-    found = !realIds.refused() && statName(expanded, &status);
-    if (!found) errno = EACCES;
-  }
-  if (found) {
-    if (size != nullptr) *size = static_cast<unsigned long>(status.st_size);
+  struct statx status;
+  if (lookAt(fileName, expanded, status)) {
+    if (size != nullptr) *size = static_cast<unsigned long>(status.stx_size);
     return 1;
   }
   if (exists != nullptr && errno == ENOENT) *exists = 0;
@@ -81,16 +75,21 @@ BoolType HostFileExist(const char* fileName, HostErrSType* hostErr) {
   return HostFileExistSize(fileName, nullptr, nullptr, hostErr);
 }
 
+bool hostFileExists(const char* fileName, HostFnameStrType& expanded) {
+  struct statx status;
+  return lookAt(fileName, expanded, status);
+}
+
 HostFileKindEType HostFileType(const char* filename, HostErrSType* hostErr) {
-  struct stat64 status;
-  if (os.stat64(filename, &status) != 0) {
+  struct statx status;
+  if (!unixIoStatx(filename, STATX_TYPE, status)) {
     failed(hostErr);
     return HOST_FILE_KIND_ERROR;
   }
-  if (S_ISDIR(status.st_mode)) return HOST_FILE_KIND_DIR;
-  if (S_ISCHR(status.st_mode)) return HOST_FILE_KIND_CHRDEVICE;
-  if (S_ISBLK(status.st_mode)) return HOST_FILE_KIND_BLKDEVICE;
-  if (S_ISREG(status.st_mode)) return HOST_FILE_KIND_FILE;
+  if (S_ISDIR(status.stx_mode)) return HOST_FILE_KIND_DIR;
+  if (S_ISCHR(status.stx_mode)) return HOST_FILE_KIND_CHRDEVICE;
+  if (S_ISBLK(status.stx_mode)) return HOST_FILE_KIND_BLKDEVICE;
+  if (S_ISREG(status.stx_mode)) return HOST_FILE_KIND_FILE;
   return HOST_FILE_KIND_OTHER;
 }
 
@@ -101,14 +100,17 @@ BoolType HostRemoveSingleFile(const char* filename, BoolType userFile, HostErrST
   }
   const RealIds realIds(userFile);
   HostFnameStrType expanded;
-  expandKeepingLinks(filename, expanded);
-  return !realIds.refused() && os.unlink(expanded) == 0 ? 1 : failed(theErr);
+  const bool ready = !realIds.refused() && hostExpandFileName(filename, expanded, true);
+  return ready && os.unlink(expanded) == 0 ? 1 : failed(theErr);
 }
 
 BoolType HostRemoveFile(const char* filename, BoolType userFile) {
   if (!hasWildcard(filename)) return HostRemoveSingleFile(filename, userFile, nullptr);
   char command[sizeof removeCommand + sizeof(HostFnameStrType)];
-  if (std::strlen(filename) >= sizeof(HostFnameStrType)) return 0;
+  if (std::strlen(filename) >= sizeof(HostFnameStrType)) {
+    errno = ENAMETOOLONG;
+    return 0;
+  }
   std::snprintf(command, sizeof command, "%s%s", removeCommand, filename);
   const RealIds realIds(userFile);
   return !realIds.refused() && HostSpawn(command);
@@ -116,14 +118,13 @@ BoolType HostRemoveFile(const char* filename, BoolType userFile) {
 
 BoolType HostCreateDirectory(const char* name, HostErrSType* hostErr) {
   HostFnameStrType expanded;
-  HostExpandFileName(name, expanded, sizeof expanded);
-  return os.mkdir(expanded, 0777) == 0 ? 1 : failed(hostErr);
+  const bool ready = hostExpandFileName(name, expanded);
+  return ready && os.mkdir(expanded, 0777) == 0 ? 1 : failed(hostErr);
 }
 
 BoolType HostRemoveDirectory(const char* name, HostErrSType* hostErr) {
   HostFnameStrType expanded;
-  HostExpandFileName(name, expanded, sizeof expanded);
-  return os.rmdir(expanded) == 0 ? 1 : failed(hostErr);
+  return hostExpandFileName(name, expanded) && os.rmdir(expanded) == 0 ? 1 : failed(hostErr);
 }
 
 void HostResetIo() {}

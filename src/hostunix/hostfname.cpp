@@ -3,16 +3,14 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
+#include <bit>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include <povzel/hostfiles.h>
 #include "basics/internal.h"
 #include "internal.h"
-
-BoolType disableSoftLinkExpansion = 0;
 
 namespace {
 
@@ -70,17 +68,19 @@ const char* variableValue(const char* variable, std::size_t length) {
   return nullptr;
 }
 
-// Puts the name in `outbuf` behind a leading variable's value.
-void substituteVariable(const char* inbuf, char* outbuf, std::size_t size) {
-  if (inbuf[0] != '$') return;
+// Puts the name in `outbuf` behind a leading variable's value. Returns whether the whole name is
+// there then; before, it was if `whole`.
+bool substituteVariable(const char* inbuf, char* outbuf, std::size_t size, bool whole) {
+  if (inbuf[0] != '$') return whole;
   const char* rest = strchrnul(inbuf, '/');
   const char* value = variableValue(inbuf + 1, static_cast<std::size_t>(rest - inbuf - 1));
-  if (value == nullptr) return;
+  if (value == nullptr) return whole;
   const std::size_t valueLength = std::strlen(value);
   const std::size_t restLength = std::strlen(rest);
-  if (valueLength + restLength >= size) return;
+  if (valueLength + restLength >= size) return false;
   std::memmove(outbuf + valueLength, rest, restLength + 1);
   std::memcpy(outbuf, value, valueLength);  // NOLINT(bugprone-not-null-terminated-result)
+  return true;
 }
 
 void makeAbsolute(Name& name) {
@@ -123,10 +123,39 @@ bool followLink(Name& name, std::size_t& start, std::size_t end, const char* tar
   return true;
 }
 
+// Links in a circle bring the same name back until so many have been met, and each round may look
+// at thousands of components. Knows the name after 1, 2, 4... links, and so a round of any length.
+class Rounds {
+ public:
+  // Called with the name behind each of the `links`, and where the scan goes on. Returns their
+  // number once all the rounds that are left whole, and change nothing, are counted too.
+  int counted(const Name& name, std::size_t start, int links) {
+    const std::size_t length = name.length();
+    if (length == length_ && start == start_ && std::strncmp(name.text(), text_, length) == 0) {
+      const int round = links - links_;
+      return links + (mostLinks - 1 - links) / round * round;
+    }
+    if (length < sizeof text_ && std::has_single_bit(static_cast<unsigned int>(links))) {
+      std::memcpy(text_, name.text(), length);
+      length_ = length;
+      start_ = start;
+      links_ = links;
+    }
+    return links;
+  }
+
+ private:
+  HostFnameStrType text_;
+  std::size_t length_ = SIZE_MAX;
+  std::size_t start_ = 0;
+  int links_ = 0;
+};
+
 // Removes "." and ".." and follows links. `start` only moves past components that are settled, so
 // that no prefix is read twice; the outcome is that of starting again after each change.
 void resolveComponents(Name& name, bool followLinks) {
   HostFnameStrType target;
+  Rounds rounds;
   int links = 0;
   std::size_t start = 0;
   while (start <= name.length()) {
@@ -147,6 +176,7 @@ void resolveComponents(Name& name, bool followLinks) {
       if (targetLength >= 0) {
         if (++links == mostLinks) return;
         if (!followLink(name, start, end, target, static_cast<std::size_t>(targetLength))) return;
+        links = rounds.counted(name, start, links);
         continue;
       }
     }
@@ -160,30 +190,51 @@ void markDirectory(Name& name) {
   name.replace(name.length(), name.length(), "/", 1);
 }
 
-}  // namespace
-
-void HostUnixExpandFileName(const char* inbuf, char* outbuf, ArraySizeType outbufLength) {
-  if (outbufLength == 0) return;
+// Expands `inbuf` into the `size` bytes at `outbuf`, at least one. Returns false when the name was
+// cut, or its variable's value left out, because there was no room.
+bool expand(const char* inbuf, char* outbuf, std::size_t size, bool followLinks) {
   const bool empty = inbuf[0] == '\0';
-  const std::size_t length = strnlen(inbuf, outbufLength - 1);
+  const std::size_t length = strnlen(inbuf, size - 1);
+  const bool whole = inbuf[length] == '\0';
   std::memmove(outbuf, inbuf, length);
   outbuf[length] = '\0';
-  if (empty) return;
+  if (empty) return true;
 
-  substituteVariable(inbuf, outbuf, outbufLength);
-  Name name(outbuf, outbufLength);
+  const bool complete = substituteVariable(inbuf, outbuf, size, whole);
+  Name name(outbuf, size);
   makeAbsolute(name);
-  const bool followLinks = disableSoftLinkExpansion == 0;
   resolveComponents(name, followLinks);
   if (followLinks) markDirectory(name);
+  return complete;
+}
+
+void removeAutoMountPrefix(char* name) {
+  if (autoMountPrefix[0] == '\0') return;
+  const std::size_t length = std::strlen(autoMountPrefix);
+  if (std::strncmp(name, autoMountPrefix, length) != 0 || name[length] != '/') return;
+  std::memmove(name, name + length, std::strlen(name + length) + 1);
+}
+
+}  // namespace
+
+bool hostExpandFileName(const char* name, HostFnameStrType& expanded,
+                        bool disableSoftLinkExpansion) {
+  if (!expand(name, expanded, sizeof expanded, !disableSoftLinkExpansion)) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  removeAutoMountPrefix(expanded);
+  return true;
+}
+
+void HostUnixExpandFileName(const char* inbuf, char* outbuf, ArraySizeType outbufLength) {
+  if (outbufLength > 0) expand(inbuf, outbuf, outbufLength, true);
 }
 
 void HostExpandFileName(const char* inbuf, char* outbuf, ArraySizeType outbufLength) {
-  HostUnixExpandFileName(inbuf, outbuf, outbufLength);
-  if (outbufLength == 0 || autoMountPrefix[0] == '\0') return;
-  const std::size_t length = std::strlen(autoMountPrefix);
-  if (std::strncmp(outbuf, autoMountPrefix, length) != 0 || outbuf[length] != '/') return;
-  std::memmove(outbuf, outbuf + length, std::strlen(outbuf + length) + 1);
+  if (outbufLength == 0) return;
+  expand(inbuf, outbuf, outbufLength, true);
+  removeAutoMountPrefix(outbuf);
 }
 
 void HostTempFileSpec(char* buff, std::size_t buffSize) {

@@ -42,50 +42,42 @@ extern double sc_clk_tck;            // clock ticks in a second
 extern timeval beginTp;              // time of day when HostInit ran
 
 // File names (hostfname.cpp)
-extern BoolType disableSoftLinkExpansion;  // names keep their symbolic links
 
-// Names are expanded with their symbolic links kept while this lives.
-class KeepSoftLinks {
- public:
-  KeepSoftLinks() : before_(disableSoftLinkExpansion) { disableSoftLinkExpansion = 1; }
-  ~KeepSoftLinks() { disableSoftLinkExpansion = before_; }
-  KeepSoftLinks(const KeepSoftLinks&) = delete;
-  KeepSoftLinks& operator=(const KeepSoftLinks&) = delete;
+// HostExpandFileName for an operation on the file itself; with `disableSoftLinkExpansion` the name
+// keeps its symbolic links, and directories get no "/". Returns false with ENAMETOOLONG in errno
+// when the name, or its variable's value, does not fit: a cut name is that of another file.
+bool hostExpandFileName(const char* name, HostFnameStrType& expanded,
+                        bool disableSoftLinkExpansion = false);
 
- private:
-  BoolType before_;
-};
+// Files (hostfiles.cpp)
 
-// The process works under its real ids while this lives, if it is told to. Keeps errno at the end.
+// HostFileExist; leaves the name of the file that it looked at in `expanded`.
+bool hostFileExists(const char* fileName, HostFnameStrType& expanded);
+
+// Ids (hostids.cpp)
+
+// What this thread does to files while this lives it does under the real ids, if it is told so. The
+// effective ids, and other threads, stay as they are. Keeps errno at the end.
 class RealIds {
  public:
-  explicit RealIds(BoolType wanted) : wanted_(wanted != 0) {
-    if (!wanted_) return;
-    HostUseRealId(&effective_);
-    if (areOthers()) refusal_ = errno;
-  }
-  ~RealIds() {
-    if (!wanted_) return;
-    const ErrnoKeeper keeper;
-    HostSetUserId(&effective_);
-  }
+  explicit RealIds(BoolType wanted);
+  ~RealIds();
+  RealIds(const RealIds&) = delete;
+  RealIds& operator=(const RealIds&) = delete;
 
   // Whether the real ids are others than those in effect.
   static bool areOthers() { return geteuid() != getuid() || getegid() != getgid(); }
 
-  // Whether the system has refused the change; then errno says why. Nothing may be done for the
+  // Whether the system has refused the change; then errno says so. Nothing may be done for the
   // user in that case: it would be done with rights that he does not have.
   bool refused() const {
-    if (refusal_ != 0) errno = refusal_;
-    return refusal_ != 0;
+    if (refused_) errno = EPERM;
+    return refused_;
   }
-  RealIds(const RealIds&) = delete;
-  RealIds& operator=(const RealIds&) = delete;
 
  private:
-  bool wanted_;
-  int refusal_ = 0;
-  HostUserIdSType effective_ = {};
+  bool switched_;
+  bool refused_ = false;
 };
 
 // Passwords (hostpassword.cpp)

@@ -38,6 +38,11 @@ auto unixIoRetry(Call call) {
   }
 }
 
+// Looks at the `fields` (STATX_TYPE...) of a file of any size, inode number and date; stat64 has no
+// room for some. Follows links, and is made again after an interruption. Returns false with errno
+// set when that fails.
+bool unixIoStatx(const char* name, unsigned int fields, struct statx& found);
+
 // The catalogue's text for an errno value, as an argument of other texts.
 struct ErrnoText {
   explicit ErrnoText(int error) { UnixErr(error, text, sizeof text); }

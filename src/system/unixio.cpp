@@ -38,6 +38,12 @@ BoolType statOutcome(int result, char* errText, std::size_t errTextSize) {
 
 }  // namespace
 
+bool unixIoStatx(const char* name, unsigned int fields, struct statx& found) {
+  // As stat64 it mounts nothing that waits for its first use.
+  const auto look = [&] { return os.statx(AT_FDCWD, name, AT_NO_AUTOMOUNT, fields, &found); };
+  return unixIoRetry(look) == 0;
+}
+
 void unixIoSetCloseOnExec(int descriptor, bool closes) {
   const int flags = os.fcntl(descriptor, F_GETFD, 0);
   if (flags == -1) return;
@@ -88,7 +94,7 @@ std::FILE* UnixIoFopen(const char* name, const char* mode) {
   std::snprintf(closedByExec, sizeof closedByExec, "%.1se%s", mode,
                 mode[0] != '\0' ? mode + 1 : "");
   errno = 0;
-  return os.fopen(name, closedByExec);
+  return os.fopen64(name, closedByExec);
 }
 
 BoolType UnixIoStat(const char* name, struct stat* result, char* errText, std::size_t errTextSize) {

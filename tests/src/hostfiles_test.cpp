@@ -74,19 +74,23 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   const ScratchDirectory apart;
   const std::string large = apart.write("large", "");
   fs::resize_file(large, (5LL << 30) + 7);
+  // Nor does it matter that 32 bits do not hold their dates.
+  ASSERT_EQ(std::system(("touch -d 2040-01-01 " + large + " " + apart.path()).c_str()), 0);
   setenv("FILES_TOP", scratch_.path().c_str(), 1);
   const mode_t mask = umask(027);
-  const CallNames names = {"readlink", "stat64"};
+  const CallNames names = {"readlink", "statx"};
   does(file, "$FILES_TOP/x/../five", 1, {.tolerated = names});
+  does(file, large, 1, {.tolerated = names});
   refuses(file, "$FILES_TOP/none", 0, ENOENT);
   does(open32, at("five"), 1, {.interruptible = {"open"}});
   refuses(open32, large, 0, EOVERFLOW);
   does(open64, large, 1, {.interruptible = {"open64"}});
-  does(size, at("link"), 5, {.interruptible = {"stat64"}});
+  does(size, at("link"), 5, {.interruptible = {"statx"}});
   does(size, large, 0x40000007);
   refuses(size, at("none"), -77, ENOENT);
   refuses(size, at("five/x"), 77, ENOTDIR);
   does(HostFileType, "/dev/null", HOST_FILE_KIND_CHRDEVICE);
+  does(HostFileType, apart.path(), HOST_FILE_KIND_DIR);
   refuses(HostFileType, at("none"), HOST_FILE_KIND_ERROR, ENOENT);
   does(one, at("none/../link"), 1);
   refuses(one, at("f?ve"), 0, ENOENT);
@@ -94,6 +98,20 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   refuses(create, at("e"), 0, EEXIST);
   does(HostRemoveDirectory, at("e"), 1, {.tolerated = names});
   refuses(HostRemoveDirectory, at(""), 0, ENOTEMPTY);
+  // A name that does not fit is not cut to another file's.
+  const std::string tooLong = at(std::string(4091 - at("").size(), '/') + "five") + "x";
+  setenv("FILES_LONG", tooLong.c_str(), 1);
+  scratch_.write("$FILES_LONG", "");
+  fs::current_path(scratch_.path());
+  for (const std::string& name : {tooLong, std::string("$FILES_LONG")}) {
+    refuses(file, name, 0, ENAMETOOLONG);
+    refuses(one, name, 0, ENAMETOOLONG);
+    refuses(HostCreateDirectory, name, 0, ENAMETOOLONG);
+    refuses(HostRemoveDirectory, name, 0, ENAMETOOLONG);
+    refuses(size, name, 77, ENAMETOOLONG);
+  }
+  fs::current_path("/");
+  EXPECT_TRUE(fs::exists(at("five")) && fs::exists(at("$FILES_LONG")));
   close(HostOpen(at("new").c_str(), O_CREAT | O_WRONLY, 0604));
   EXPECT_EQ(fs::status(at("new")).permissions(), fs::perms{0600});
   EXPECT_TRUE(HostRemoveFile(at("n?w").c_str(), 0) && !fs::exists(at("new")));
@@ -168,6 +186,7 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
   if (geteuid() != root) GTEST_SKIP() << "only root gives itself other ids";
   const std::string name = scratch_.write("mine", "");
   chmod(scratch_.path().c_str(), 0700);
+  chmod(name.c_str(), 0);
   const std::function<int()> attempts[] = {
       [&] { return HostOpenFile(name.c_str(), "r", &why_, 1) != nullptr ? -1 : why_.theErrno; },
       [&] { return HostRemoveSingleFile(name.c_str(), 1, &why_) != 0 ? -1 : why_.theErrno; },
@@ -175,11 +194,37 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
   for (const auto& attempt : attempts) {
     EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EACCES, 0));
     // Without the change of ids nothing is done.
-    for (const char* call : {"setegid", "seteuid"}) {
+    for (const char* call : {"setfsgid", "setfsuid"}) {
       const FailingCall failing(call, EAGAIN);
-      EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EAGAIN, 0)) << call;
+      EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EPERM, 0)) << call;
     }
   }
+  // Each thread is the user for itself alone.
+  const auto beside = [&] {
+    std::atomic<int> wrong = 0;
+    const auto work = [&](BoolType userFile) {
+      for (int i = 0; i < 500; ++i) {
+        HostErrSType why = {};
+        std::FILE* file = HostOpenFile(name.c_str(), "r", &why, userFile);
+        if (userFile != 0 ? file != nullptr || why.theErrno != EACCES : file == nullptr) ++wrong;
+        if (file != nullptr) std::fclose(file);
+        if (geteuid() != root || getegid() != root) ++wrong;
+      }
+    };
+    std::vector<std::thread> threads;
+    for (const BoolType userFile : {1, 1, 0}) threads.emplace_back(work, userFile);
+    for (std::thread& thread : threads) thread.join();
+    return wrong != 0 ? 1 : 0;
+  };
+  EXPECT_EQ(under({nobody, nobody, root, root}, beside), 0);
+  // Ids of which the saved ones know nothing come back, and so do the highest.
+  constexpr uid_t highest = 0xFFFFFFFE;
+  const auto comesBack = [&] {
+    if (setresuid(-1, -1, highest) != 0) return 99;
+    if (HostFileExist("/", nullptr) == 0 || HostOpenFile(name.c_str(), "r", &why_, 1)) return 1;
+    return why_.theErrno == EACCES && open(name.c_str(), O_RDONLY) >= 0 ? 0 : 2;
+  };
+  EXPECT_EQ(under({highest, highest, root, root}, comesBack), 0);
   const auto look = [&] { return HostFileExist(name.c_str(), &why_) ? 0 : why_.theErrno; };
   // Where the effective ids may not look, the real ones try.
   EXPECT_EQ(under({root, root, nobody, nobody}, look), 0);

@@ -1,5 +1,6 @@
 #include <povzel/hostfname.h>
 
+#include <povzel/hostfiles.h>
 #include "basics/fortests.h"
 #include "faults.h"
 #include "hostunix/internal.h"
@@ -57,14 +58,11 @@ TEST_F(HostFname, ByName) {
   }
   EXPECT_EQ(expand("") + expand("/."), "");
   EXPECT_EQ(expand(at("R/d/e"), at("R/d/e").size() + 1), at("R/d/e"));
-  {
-    const KeepSoftLinks keepLinks;
-    EXPECT_EQ(expand(at("R/l/../d/.")), at("R/d"));
-  }
-  EXPECT_EQ(expand(at("R/l/x")), "/real/x");
+  HostFnameStrType result;
+  EXPECT_TRUE(hostExpandFileName(at("R/l/../d/.").c_str(), result, true));
+  EXPECT_EQ(result, at("R/d"));
 
   std::strcpy(autoMountPrefix, "/tmp_mnt");
-  HostFnameStrType result;
   HostExpandFileName("/tmp_mnt/home/u", result, sizeof result);
   EXPECT_STREQ(result, "/home/u");
   HostExpandFileName("/tmp_mntx", result, sizeof result);
@@ -72,6 +70,39 @@ TEST_F(HostFname, ByName) {
   autoMountPrefix[0] = '\0';
   const FailingCall failing("getcwd", ENOENT);
   EXPECT_EQ(expand("a/../b/.."), "");
+}
+
+// Who asks whether a file exists keeps links, and nobody else.
+TEST_F(HostFname, ThreadsFollowLinksOrNot) {
+  link("/real", "R/l");
+  std::atomic<int> wrong = 0;
+  const auto look = [&] {
+    for (int i = 0; i < 20000; ++i) wrong += HostFileExist(at("R/l").c_str(), nullptr) != 0 ? 1 : 0;
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) threads.emplace_back(look);
+  for (int i = 0; i < 5000; ++i) wrong += expand(at("R/l/x")) != "/real/x" ? 1 : 0;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(expand(at("R/l/x")), "/real/x");
+}
+
+// The rounds of a circle are counted, not made.
+TEST_F(HostFname, LinksInACircleCostLittle) {
+  static int reads;
+  const OsCalls kept = osCallsForTests;
+  osCallsForTests.readlink = [](const char* name, char* target, std::size_t size) noexcept {
+    ++reads;
+    return readlink(name, target, size);
+  };
+  std::string round;
+  while (round.size() < 3500) round += "e/../";
+  link(round + "t", "R/d/s");
+  link(round + "u", "R/d/t");
+  link(round + "s", "R/d/u");
+  EXPECT_EQ(expand("s"), at("R/d/u"));  // where link 4095 is met
+  EXPECT_LT(reads, 10000);
+  osCallsForTests = kept;
 }
 
 TEST_F(HostFname, TemporaryNames) {

@@ -107,7 +107,7 @@ TEST_F(HostForking, FailsBeforeTheForkOrNotAtAll) {
   if (geteuid() != 0) GTEST_SKIP() << "only root starts other users' processes";
   const std::string cmd = script("[ $USER:$LOGNAME:$PATH = nobody:nobody:/bin:/usr/bin:/usr/ucb ]");
   const auto start = [&] { return outcome(startClient(cmd, "nobody")); };
-  EXPECT_THAT(failEachCall(start, {.tolerated = {"getgrouplist", "readlink", "stat64", "fopen"}}),
+  EXPECT_THAT(failEachCall(start, {.tolerated = {"getgrouplist", "readlink", "statx", "fopen64"}}),
               IsSupersetOf({"getpwnam", "malloc", "getgrouplist", "fork"}));
 }
 
@@ -136,8 +136,8 @@ TEST_F(HostForking, ChildTellsWhichStepFailed) {
 }
 
 // What the parent asks for the texts of messages, and the child for its log's name and header.
-const CallNames askedForTexts = {"close", "readlink", "stat64", "fopen"};
-const CallNames askedForTheLog = {"close",       "readlink",      "stat64",   "fopen",
+const CallNames askedForTexts = {"close", "readlink", "statx", "fopen64"};
+const CallNames askedForTheLog = {"close",       "readlink",      "statx",    "fopen64",
                                   "getcwd",      "getpwuid",      "getpwnam", "getlogin_r",
                                   "gethostname", "gethostbyname", "read",     "lseek"};
 
@@ -166,8 +166,8 @@ TEST(HostPerform, RunsACommandFile) {
   EXPECT_TRUE(perform());
   EXPECT_EQ(readFile(scratch / "o"), "out\nerr\n");
   // It tells of no failure but a lost child's.
-  failEachCall(perform, {.tolerated = {"readlink", "stat64", "refuseVfork", "waitpid"}});
-  failEachCall(perform, {.error = ECHILD, .tolerated = {"readlink", "stat64"}});
+  failEachCall(perform, {.tolerated = {"readlink", "statx", "refuseVfork", "waitpid"}});
+  failEachCall(perform, {.error = ECHILD, .tolerated = {"readlink", "statx"}});
 
   EXPECT_FALSE(HostPerform(command.c_str(), std::string(80, 'o').c_str()));
 }

@@ -69,7 +69,7 @@ TEST(UtlInstall, ChoosesTheGlobalInstallation) {
   for (const auto& [directories, disable, chosen, warns] : cases) {
     present = directories;
     const ChildResult child = runInChild([disable = disable] {
-      osCallsForTests.stat64 = [](const char* name, struct stat64*) noexcept {
+      osCallsForTests.statx = [](int, const char* name, int, unsigned, struct statx*) noexcept {
         return present.find(name) != std::string::npos ? 0 : -1;
       };
       setenv("TV_DISABLE_WARNING", disable, 1);
@@ -117,14 +117,14 @@ TEST_F(UtlSearch, FailuresOfAnyCall) {
   };
   const std::string file = at("f");
   sweep([&] { return UtlCheckAccess(file.c_str(), "r", nullptr, 1); },
-        {.tolerated = {"readlink", "stat64"}});
+        {.tolerated = {"readlink", "statx"}});
   sweep([&] { return Said{UtlGetFileModTime("f", &time, &error_) != 0, error_.hostError}; });
   sweep([&] { return UtlFindExeFile("f", "", found_, 4096) == found_; });
   sweep([&] { return UtlDirectory("*", at("list").c_str()); },
-        {.tolerated = {"readlink", "stat64", "getcwd", "opendir", "readdir64", "closedir"}});
+        {.tolerated = {"readlink", "statx", "getcwd", "opendir", "readdir64", "closedir"}});
   testing::internal::CaptureStderr();
   sweep([&] { return UtlAppendLfToFile(file.c_str()) && readFile("f") == "abc\n"; },
-        {.tolerated = {"readlink"}, .sometimesTolerated = {"stat64"}});
+        {.tolerated = {"readlink"}, .sometimesTolerated = {"statx"}});
   EXPECT_THAT(
       testing::internal::GetCapturedStderr(),
       AllOf(StartsWith("UtlAppendLfToFile: Operation stat() failed at line 2816: [unixerr."),
