@@ -4,7 +4,8 @@
 //   char found[4096];
 //   const char* messages = UtlFindExeFile("english67.err", NULL, found, sizeof found);
 //
-// Set once at program start, before threads run.
+// UtlSetExeDir is called once at program start, before threads run: all read what it sets without
+// a lock. Any thread may call the others.
 #pragma once
 
 #include <povzel/povzeltypes.h>
@@ -35,7 +36,8 @@ POVZEL_EXPORT BoolType UtlSearchPath(const char* path, const char* name, const c
 
 // Looks for the file-name part of `defaultName`, with `defaultExtension` (may be null) when it has
 // no extension, in the executable's directory and in "../bin/" and "../sys/" from there. Returns
-// `findBuff` (`findBuffSize` bytes) with the name of the first that exists, else `defaultName`.
+// `findBuff` (`findBuffSize` bytes) with the absolute name of the first that exists, which
+// HostOpenFile opens, else `defaultName`. A name that does not fit there is skipped.
 POVZEL_EXPORT const char* UtlFindExeFile(const char* defaultName, const char* defaultExtension,
                                          char* findBuff, ArraySizeType findBuffSize);
 

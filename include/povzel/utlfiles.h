@@ -1,5 +1,5 @@
-// File helpers of the utilities: open, test access, list into a file, modification time. For one
-// thread at a time: ids change for the whole process meanwhile.
+// File helpers of the utilities: open, test access, list into a file, modification time. Any thread
+// may call them; what hostfiles.h says of names and ids holds here too.
 #pragma once
 
 #include <stdio.h>
@@ -22,12 +22,12 @@ POVZEL_EXPORT BoolType UtlCheckAccess(const char* fileName, const char* accessTy
                                       HostErrSType* fileErr, BoolType userFile);
 
 // Writes the names of the files that match `wildcardSpec`, one a line with their directory, into
-// the file `fileSpec`. Returns 0 when that file cannot be opened to write, else what HostDirectory
-// does.
+// the file `fileSpec`. Returns 0 when that file cannot be opened or written, else what
+// HostDirectory does.
 POVZEL_EXPORT BoolType UtlDirectory(const char* wildcardSpec, const char* fileSpec);
 
 // Stores the modification time of `fname` in *modTime and returns 1, or returns 0 with the reason
-// in *err.
+// in *err: EOVERFLOW for a time outside 1901 to 2038, which time_t does not hold.
 POVZEL_EXPORT BoolType UtlGetFileModTime(const char* fname, time_t* modTime, SysErrorSType* err);
 
 POVZEL_END_C

@@ -1,6 +1,5 @@
 // The global installation: its directory, and the named pipes in its lock directory through which
-// programs meet the central server process. The directory is decided once, without a lock: ask
-// first at start-up.
+// programs meet the central server process. Any thread may call these functions.
 #pragma once
 
 #include <povzel/povzeltypes.h>

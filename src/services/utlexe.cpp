@@ -10,17 +10,13 @@
 #include <povzel/hostfiles.h>
 #include <povzel/utlfilename.h>
 #include "basics/internal.h"
+#include "hostunix/internal.h"
 
 namespace {
 
 HostFnameStrType execDirBuff;  // the directory, its terminator, and then the name
 char* execDir = nullptr;
 char* execName = nullptr;
-
-bool fileExists(const char* name) {
-  HostErrSType ignored;
-  return HostFileExist(name, &ignored) != 0;
-}
 
 bool hasExtension(const char* name) {
   return *UtlFnGetExtensionPtr(const_cast<char*>(name)) != '\0';
@@ -87,7 +83,7 @@ BoolType UtlSearchPath(const char* path, const char* name, const char* extension
     const char* separator = length > 0 && element[length - 1] != '/' ? "/" : "";
     if (composeName(returnBuff, returnBuffSize, element, static_cast<int>(length), separator, name,
                     added) &&
-        fileExists(returnBuff)) {
+        HostFileExist(returnBuff, nullptr) != 0) {
       return 1;
     }
     if (element[length] == '\0') break;
@@ -102,12 +98,16 @@ const char* UtlFindExeFile(const char* defaultName, const char* defaultExtension
   const char* name = UtlFnGetNamePtr(const_cast<char*>(defaultName));
   const char* added = defaultExtension != nullptr && !hasExtension(name) ? defaultExtension : "";
   const char* directory = UtlGetExeDir();
+  HostFnameStrType found;
   for (const char* below : {"", "../bin/", "../sys/"}) {
-    if (composeName(findBuff, findBuffSize, directory, static_cast<int>(std::strlen(directory)),
-                    below, name, added) &&
-        fileExists(findBuff)) {
-      return findBuff;
+    if (!composeName(findBuff, findBuffSize, directory, static_cast<int>(std::strlen(directory)),
+                     below, name, added) ||
+        !hostFileExists(findBuff, found)) {
+      continue;
     }
+    // Where a directory above ".." is a link, the name as composed is that of another file for
+    // whoever follows links.
+    if (composeName(findBuff, findBuffSize, "", 0, "", found, "")) return findBuff;
   }
   return defaultName;
 }

@@ -3,13 +3,13 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
 #include <povzel/hostfiles.h>
-#include <povzel/hostsigterm.h>
 #include <povzel/unixerr.h>
-#include "basics/internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -40,21 +40,19 @@ BoolType UtlDirectory(const char* wildcardSpec, const char* fileSpec) {
   FILE* file = HostOpenFile(fileSpec, "w", &ignored, 1);
   if (file == nullptr) return 0;
   const BoolType result = HostDirectory(wildcardSpec, writeEntry, file);
-  std::fclose(file);
-  return result;
+  const bool written = std::ferror(file) == 0;
+  return std::fclose(file) == 0 && written ? result : 0;
 }
 
 BoolType UtlGetFileModTime(const char* fname, std::time_t* modTime, SysErrorSType* err) {
-  // stat64, because plain stat refuses files of 2 GB and more.
-  struct stat64 status;
-  int result;
-  do {
-    result = os.stat64(fname, &status);
-  } while (result != 0 && errno == EINTR && HostGetSigTerm(__FILE__, __LINE__) == 0);
-  if (result != 0) {
-    SysErrorSet(err, errno, "stat(%s)", fname);
+  struct statx status;
+  const bool found = unixIoStatx(fname, STATX_MTIME, status);
+  const std::int64_t seconds = found ? status.stx_mtime.tv_sec : 0;
+  const auto time = static_cast<std::time_t>(seconds);
+  if (!found || time != seconds) {
+    SysErrorSet(err, found ? EOVERFLOW : errno, "stat(%s)", fname);
     return 0;
   }
-  *modTime = status.st_mtime;
+  *modTime = time;
   return 1;
 }

@@ -1,7 +1,9 @@
 #include <povzel/utlinstall.h>
 
 #include <fcntl.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -23,31 +25,30 @@ constexpr char bothExistWarning[] =
     "  Release 5.0 and later will work with either one.\n"
     "  This warning can be disabled by setting env variable TV_DISABLE_WARNING.\n";
 
-bool exists(const char* name) {
-  HostErrSType ignored;
-  return HostFileExist(name, &ignored) != 0;
-}
-
 bool warningDisabled() {
   char value[32];
   return HostGetEnv("TV_DISABLE_WARNING", value, sizeof value) != 0;
 }
 
 const char* chooseGlobalDirectory() {
-  const bool usrExists = exists("/usr/tarvolin");
-  if (exists("/opt/tarvolin")) {
+  const bool usrExists = HostFileExist("/usr/tarvolin", nullptr) != 0;
+  if (HostFileExist("/opt/tarvolin", nullptr) != 0) {
     if (usrExists && !warningDisabled()) std::fputs(bothExistWarning, stderr);
     return optDirectory;
   }
   return usrExists ? usrDirectory : optDirectory;
 }
 
+pthread_once_t chosen = PTHREAD_ONCE_INIT;
+std::atomic<const char*> globalDirectory{nullptr};
+
 }  // namespace
 
 const char* UtlGetGlobalTarvolinDir() {
-  static const char* directory = nullptr;
-  if (directory == nullptr) directory = chooseGlobalDirectory();
-  return directory;
+  const char* directory = globalDirectory.load(std::memory_order_acquire);
+  if (directory != nullptr) return directory;
+  pthread_once(&chosen, [] { globalDirectory = chooseGlobalDirectory(); });
+  return globalDirectory;
 }
 
 const char* UtlGetFifoDir() {

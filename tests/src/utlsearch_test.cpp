@@ -39,6 +39,20 @@ TEST_F(UtlSearch, FindsTheFirstThatExists) {
   }
 }
 
+// Although the directory of programs is a link, and ".." has two meanings.
+TEST_F(UtlSearch, CompanionsCanBeOpened) {
+  for (const char* name : {"inst/sys", "real/bin"}) fs::create_directories(at(name));
+  fs::create_symlink("../real/bin", at("inst/bin"));
+  tree_.write("inst/sys/x.err", "");
+  const auto open = [&](ArraySizeType room) {
+    UtlSetExeDir("inst/bin/prog");
+    const char* name = UtlFindExeFile("x", ".err", found_, room);
+    return name == found_ && at("inst/sys/x.err") == name && UtlCheckAccess(name, "r", nullptr, 0);
+  };
+  const ArraySizeType exact = static_cast<ArraySizeType>(at("inst/bin/../sys/x.err").size() + 1);
+  EXPECT_EQ(exitCode(inChild([&] { return open(exact) && !open(exact - 1) ? 0 : 1; })), 0);
+}
+
 TEST_F(UtlSearch, KnowsItsExecutable) {
   tree_.write("b/prog.x", "");
   const std::string longest(4093, 'n');
@@ -86,11 +100,16 @@ TEST_F(UtlSearch, HelpsWithFilesAndPipes) {
   for (const char* name : {"b/1.c", "b/2.h"}) tree_.write(name, "");
   ASSERT_TRUE(UtlDirectory(at("b/*.c").c_str(), at("list").c_str()));
   EXPECT_EQ(readFile(at("list")), at("b/1.c") + "\n");
+  EXPECT_FALSE(UtlDirectory(at("b/*.c").c_str(), "/dev/full"));
   const timespec times[2] = {{1000, 0}, {86400, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, "list", times, 0), 0);
   std::time_t modified = 0;
   EXPECT_TRUE(UtlGetFileModTime("list", &modified, &error_));
   EXPECT_EQ(modified, 86400);
+  ASSERT_EQ(std::system("touch -a -d 2040-01-01 list; touch -m -d 2040-01-01 b/1.c"), 0);
+  EXPECT_TRUE(UtlGetFileModTime("list", &modified, &error_));
+  EXPECT_FALSE(UtlGetFileModTime("b/1.c", &modified, &error_));
+  EXPECT_EQ(error_.hostError, EOVERFLOW);
   EXPECT_FALSE(UtlGetFileModTime("/nonexistent", &modified, &error_));
   EXPECT_THAT(error_.errMsg, StartsWith("stat(/nonexistent): "));
 
