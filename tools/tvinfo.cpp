@@ -114,7 +114,7 @@ const char* valueOf(const char* variable) {
 // The mode of a file of any inode number and date; 0 if it is not there.
 unsigned modeOf(const char* name) {
   struct statx status;
-  return statx(AT_FDCWD, name, 0, STATX_TYPE, &status) == 0 ? status.stx_mode : 0;
+  return unixIoStatx(name, STATX_TYPE, status) ? status.stx_mode : 0;
 }
 
 void showVariable(const char* name, const char* whenUnset) {

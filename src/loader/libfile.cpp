@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -53,11 +54,8 @@ struct OpenFile {
 
   // Only of a regular file: what else there is might wait for a writer.
   bool open(const char* name, LibFileFaultType& fault) {
-    // Unlike stat and open it takes files of any size, inode number and date.
     struct statx status;
-    if (statx(AT_FDCWD, name, 0, STATX_TYPE | STATX_SIZE, &status) != 0) {
-      return say(fault, accessFault(errno));
-    }
+    if (!unixIoStatx(name, STATX_TYPE | STATX_SIZE, status)) return say(fault, accessFault(errno));
     if (S_ISDIR(status.stx_mode)) return say(fault, "is a directory");
     if (!S_ISREG(status.stx_mode)) return say(fault, "is not a file");
     size = status.stx_size;
