@@ -1,4 +1,5 @@
-// Reading from the user's terminal. One thread at a time reads.
+// Reading from the user's terminal. One thread at a time reads: there is one terminal, whose echo
+// and whose signals belong to the whole process.
 #pragma once
 
 #include <stddef.h>
@@ -11,6 +12,16 @@ POVZEL_BEGIN_C
 // `maxLen` bytes with the terminator, without showing what is typed. The newline is not stored.
 // `buf` becomes empty when nothing can be read. Then prints a newline. A `maxLen` of 0 reads
 // nothing and leaves `buf` alone.
+//
+// At a terminal the rest of a line that is too long is read and dropped, and nothing of the line
+// stays in the buffer of stdin. SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM and SIGTSTP act with the
+// typing shown again, in the calling thread; a process that goes on then, also after a stop, goes
+// on silently with the same prompt, unless it has been asked to end or the signal's handler
+// interrupts system calls: then `buf` is empty. Signals that are ignored, that this thread blocks,
+// or SIGALRM with a handler that restarts them, stay as they are. Other signals do not end the
+// reading; actions set meanwhile for those named are put back.
+//
+// From another stream the line is read by UnixIoFgets: what does not fit is left for the next read.
 POVZEL_EXPORT void HostSilentGetLine(const char* prompt, char* buf, size_t maxLen);
 
 POVZEL_END_C

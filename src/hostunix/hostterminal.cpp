@@ -1,13 +1,20 @@
 #include <povzel/hostterminal.h>
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <optional>
 
 #include <povzel/unixio.h>
 #include "basics/internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -34,8 +41,155 @@ class EchoOff {
   bool changed_ = false;
 };
 
-void readLine(char* buf, std::size_t maxLen) {
-  if (maxLen == 0) return;
+// The signals that end or stop a process at its terminal, and the one that limits a wait. They act
+// when the terminal shows again what is typed.
+constexpr int heldSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM, SIGTSTP};
+constexpr std::size_t heldCount = std::size(heldSignals);
+
+bool isHandled(const struct sigaction& action) {
+  return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
+}
+
+// The thread that waits for the line, 0 for none.
+std::atomic<pid_t> reader{0};
+
+// Hands a signal to the reader, whichever thread got it. There it is blocked until it may act.
+void passOn(int signal, siginfo_t* /*info*/, void* /*context*/) {
+  const ErrnoKeeper keeper;
+  const pid_t thread = reader.load();
+  if (tgkill(getpid(), thread != 0 ? thread : gettid(), signal) == 0) return;
+  // A process forked meanwhile has no such thread.
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+// Signals wait while this lives, and the terminal is silent. At its end first the terminal, then
+// the actions and the mask are as they were, and what has waited acts.
+class Silence {
+ public:
+  Silence() {
+    reader = gettid();
+    for (std::size_t index = 0; index < heldCount; ++index) hold(index);
+    echoOff_.emplace();
+  }
+  ~Silence() {
+    echoOff_.reset();
+    for (auto& action : actions_) action.reset();
+    reader = 0;
+  }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+
+  const sigset_t& maskBefore() const { return mask_.former(); }
+
+  // Whether a held signal has come.
+  bool isOver() const {
+    return anyPending([](std::size_t) { return true; });
+  }
+
+  // Whether one has that the program wants to interrupt the reading.
+  bool isInterrupted() const {
+    return anyPending([this](std::size_t index) { return interrupts_[index]; });
+  }
+
+ private:
+  // The program's own signals are left to it: those that the thread blocks or that are ignored, and
+  // a timer's if its handler lets the reading go on.
+  void hold(std::size_t index) {
+    const int signal = heldSignals[index];
+    struct sigaction action;
+    sigaction(signal, nullptr, &action);
+    const bool restarts = isHandled(action) && (action.sa_flags & SA_RESTART) != 0;
+    if (action.sa_handler == SIG_IGN || sigismember(&maskBefore(), signal) == 1) return;
+    if (signal == SIGALRM && restarts) return;
+    interrupts_[index] = isHandled(action) && !restarts;
+    actions_[index].emplace(signal, passOn);
+  }
+
+  template <typename Counts>
+  bool anyPending(Counts counts) const {
+    sigset_t pending;
+    sigpending(&pending);
+    for (std::size_t index = 0; index < heldCount; ++index) {
+      const bool held = actions_[index].has_value();
+      if (held && sigismember(&pending, heldSignals[index]) == 1 && counts(index)) return true;
+    }
+    return false;
+  }
+
+  const SignalMask mask_{SIG_BLOCK,
+                         unixIoSignals(SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM, SIGTSTP)};
+  std::optional<SignalAction> actions_[heldCount];
+  bool interrupts_[heldCount] = {};
+  std::optional<EchoOff> echoOff_;
+};
+
+// The caller's buffer as it fills; what does not fit is dropped.
+struct Line {
+  char* text;
+  std::size_t size;
+  std::size_t length = 0;
+
+  void add(char byte) {
+    if (length + 1 < size) text[length++] = byte;
+  }
+  // Ends the line. One that failed leaves nothing of what was typed.
+  void end(bool failed) {
+    if (failed) explicit_bzero(text, length);
+    text[failed ? 0 : length] = '\0';
+  }
+};
+
+enum class Reading { done, failed, signalled };
+
+bool hasReadAhead() {
+  return stdin->_IO_read_ptr < stdin->_IO_read_end;
+}
+
+// What the stream has read ahead comes first; the rest goes past its buffer, where a password would
+// stay.
+ssize_t readByte(char& byte) {
+  if (!hasReadAhead()) return os.read(STDIN_FILENO, &byte, 1);
+  byte = static_cast<char>(std::getc(stdin));
+  return 1;
+}
+
+// Goes on with the line until it ends or a signal is to act.
+Reading readOn(Line& line, const Silence& silence) {
+  for (;;) {
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    char byte = '\n';
+    ssize_t count = hasReadAhead() ? 1 : ppoll(&input, 1, nullptr, &silence.maskBefore());
+    if (count > 0) count = readByte(byte);
+    if (count < 0) {
+      if (silence.isOver()) return Reading::signalled;
+      if (!unixIoGoesOn()) return Reading::failed;
+      continue;
+    }
+    if (count == 0) return line.length > 0 ? Reading::done : Reading::failed;
+    if (byte == '\n') return Reading::done;
+    line.add(byte);
+  }
+}
+
+void readFromTerminal(char* buf, std::size_t maxLen) {
+  Line line{buf, maxLen};
+  errno = 0;
+  for (Reading outcome = Reading::signalled; outcome == Reading::signalled;) {
+    bool interrupted = false;
+    {
+      const Silence silence;
+      outcome = readOn(line, silence);
+      interrupted = silence.isInterrupted();
+    }
+    if (outcome != Reading::signalled) return line.end(outcome == Reading::failed);
+    errno = EINTR;
+    if (interrupted || !unixIoGoesOn()) return line.end(true);
+  }
+}
+
+void readFromStream(char* buf, std::size_t maxLen) {
+  const EchoOff echoOff;
   if (!UnixIoFgets(buf, maxLen, stdin)) {
     buf[0] = '\0';
     return;
@@ -49,10 +203,7 @@ void readLine(char* buf, std::size_t maxLen) {
 void HostSilentGetLine(const char* prompt, char* buf, std::size_t maxLen) {
   std::fputs(prompt, stdout);
   std::fflush(stdout);
-  {
-    const EchoOff echoOff;
-    readLine(buf, maxLen);
-  }
+  if (maxLen > 0) (isatty(STDIN_FILENO) == 1 ? readFromTerminal : readFromStream)(buf, maxLen);
   std::fputc('\n', stdout);
   std::fflush(stdout);
 }

@@ -115,6 +115,7 @@ class SignalMask {
   SignalMask& operator=(const SignalMask&) = delete;
 
   void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+  const sigset_t& former() const { return former_; }
 
  private:
   sigset_t former_;

@@ -277,6 +277,61 @@ TEST(HostTerminal, SilentLineHidesWhatIsTyped) {
   EXPECT_THAT(child.out, Reads("? <off><on>\n|? <off><on>\nsecret |~\nand more|~\nab|~\n|"));
 }
 
+std::optional<Terminal> terminal;
+
+bool showsTyping() {
+  termios now;
+  tcgetattr(terminal->program, &now);
+  return (now.c_lflag & ECHO) != 0;
+}
+
+std::atomic<bool> acted{false};
+
+void act(int /*signal*/) {
+  std::fputs(showsTyping() ? "<shown>" : "<hidden>", stdout);
+  acted = true;
+}
+
+// Answers prompts at a new terminal until a line is "end", with `key` typed or `signal` sent at the
+// first.
+ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags) {
+  terminal.emplace();
+  return runInChild([&] {
+    terminal->control();
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigaction(signal, &action, nullptr);
+    std::thread typist([&] {
+      while (showsTyping()) sched_yield();
+      if (*key == 0) kill(getpid(), signal);
+      while (handler == act && !acted) sched_yield();
+      const std::string typed = key + std::string("correcthorsebattery\nend\n");
+      if (write(terminal->user, typed.data(), typed.size()) < 0) std::abort();
+    });
+    char line[9] = "";
+    while (std::strcmp(line, "end") != 0) {
+      HostSilentGetLine("", line, sizeof line);
+      std::printf("%s|", line);
+    }
+    typist.join();
+    const std::string buffer(stdin->_IO_buf_base, stdin->_IO_buf_end);
+    if (buffer.find("horse") != std::string::npos) std::puts("it is in the stream's buffer");
+  });
+}
+
+// The terminal shows again what is typed before a signal acts, whichever thread gets it. A line
+// that is too long answers one prompt.
+TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
+  for (const auto& [key, signal] : {std::pair("\x03", SIGINT), {"", SIGTERM}, {"", SIGHUP}}) {
+    EXPECT_TRUE(prompt(key, signal, SIG_DFL, 0).killedBy(signal));
+    EXPECT_TRUE(showsTyping()) << signal;
+  }
+  EXPECT_EQ(prompt("", SIGTSTP, act, SA_RESTART).out, "<shown>\ncorrecth|\nend|");
+  EXPECT_EQ(prompt("", SIGALRM, act, 0).out, "<shown>\n|\ncorrecth|\nend|");
+  EXPECT_EQ(prompt("", SIGINT, SIG_IGN, 0).out, "\ncorrecth|\nend|");
+}
+
 TEST(HostSpawn, ResultsActionsAndShells) {
   const char ignoring[] = "grep -q 'SigIgn:.*30[02]006$' /proc/self/status";
   EXPECT_TRUE(HostSpawn("exit 0") && HostSpawn(ignoring));
