@@ -453,7 +453,7 @@ void showJar() {
 
 void showCrypt() {
   HostCryptTextType said;
-  const bool isThere = hostFindCrypt(said) != nullptr;
+  const bool isThere = hostFindCrypt(said).hash != nullptr;
   item("libcrypt", said);
   if (!isThere) item("", "passwords cannot be checked (Debian's package libcrypt1:i386)");
 }

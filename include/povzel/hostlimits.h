@@ -1,4 +1,4 @@
-// Limits of this process. Any thread may ask; set them at start-up.
+// Limits of this process. Any thread may call; the last one to set a limit has set it.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,5 +1,4 @@
-// The machine: its names, its processors, its memory. HostGetHostname keeps the name without a
-// lock: ask first at start-up. The rest may be called from any thread.
+// The machine: its names, its processors, its memory. Any thread may call.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -1,7 +1,10 @@
 // Time: of day, of the processor, since the start; its format; and sleeping.
 //
-// The clocks, HostTIMEZONE and the sleeps may be called from any thread. The format and the
-// locale's record are kept without a lock: ask for them from one thread, or at start-up.
+// Any thread may call, at any time but in a signal handler; only HostSetLocale needs the process to
+// itself, because the C library changes the locale under whoever uses it: call it at start-up.
+//
+// A long and a time_t of 32 bits end at 03:14:07 UTC on 19 January 2038. From then on the functions
+// that store seconds of the day in them store 0. Time stamps and banners (utltime.h) go on.
 //
 // Sources: hosttime.cpp, hoststatistics.cpp (HostStatistics).
 #pragma once
@@ -13,26 +16,31 @@
 
 POVZEL_BEGIN_C
 
-// Returns the CPU time used since HostInit, user and system, in milliseconds; -1 when the system
-// does not say.
+// Returns the CPU time used since HostInit, user and system, in milliseconds: 0 in a forked child
+// until it has used as much as its parent had before HostInit, and LONG_MAX after 24.8 days of it.
+// -1 when the system does not say.
 POVZEL_EXPORT long HostClock(void);
 
-// Returns the CPU time that the process has used, user and system, in seconds.
+// Returns the CPU time that the process has used, user and system, in seconds. The system counts
+// each of the two in 32 bits of clock ticks: it begins again at 0 after 497 days of it.
 POVZEL_EXPORT double HostGetCpuTime(void);
 
-// Store the time of day: seconds since 1970 and microseconds, or milliseconds. HostFtime stores 0
-// and 0 when the time cannot be read.
+// Store the time of day: seconds since 1970 and microseconds, or milliseconds; 0 and 0 when the
+// time cannot be read or told.
 POVZEL_EXPORT void HostGetTimeOfDay(long* sec, long* microsec);
 POVZEL_EXPORT void HostFtime(long* seconds, unsigned short* milliseconds);
 
-// Returns how many seconds the local zone is west of UTC, 3600 less when daylight saving time is
-// in effect at `*arg`.
+// Returns how many seconds the local zone is west of UTC as its latest rules have it, 3600 less
+// when daylight saving time is in effect at `*arg`. That is not the offset at `*arg` where the
+// rules were others then, where summer time is not one hour, or where winter has the saving time
+// (Europe/Dublin): UtlLocaltime's tm_gmtoff is.
 POVZEL_EXPORT int HostTIMEZONE(const time_t* arg);
 
 // Writes a summary of what the process has used since HostInit into `string`, which holds
 // `stringLength` bytes with the terminator:
 //   " ELAPSED: 0 00:01:02.50  CPU: 0:00:03.10  FAULTS: 0  FIOIN: 8  FIOOUT: 16 "
-// It stops before the first piece that does not fit.
+// It stops before the first piece that does not fit. The elapsed time does not depend on the time
+// of day, whoever sets that; a suspended machine's counts.
 POVZEL_EXPORT void HostStatistics(char* string, ArraySizeType stringLength);
 
 // Returns the strftime format of dates: $TV_CFTIME (at most 100 characters) if it ends in "S",

@@ -1,7 +1,7 @@
 // Users: who runs this process, who has logged in, whose password it is.
 //
-// Names come from the host's password database. The functions use the C library's static records:
-// call them from one thread, or at start-up.
+// Names come from the host's password database. Any thread may call, at any time but in a signal
+// handler; many may ask for different users at once.
 //
 // Sources: hostusers.cpp, hostlogin.cpp (the login user), hostpassword.cpp (passwords).
 #pragma once
@@ -13,8 +13,9 @@
 POVZEL_BEGIN_C
 
 // Returns the real user's name, at most 39 characters, in a static buffer that each call
-// overwrites. The database is asked until it has answered once; when it does not, a line on
-// standard error says so and the name is "FORGED USER".
+// puts right again: where threads share it, none may write there. The database is asked until it
+// has answered once; when it does not, a line on standard error says so and the name is "FORGED
+// USER".
 POVZEL_EXPORT char* HostGetUserName(void);
 
 // Stores the home directory of `userName` with a "/" behind it in `result`, a HostFnameStrType.
@@ -42,8 +43,9 @@ POVZEL_EXPORT BoolType HostUserSysAdmin(const char* userName);
 // Checks `password` against the host account `userName`. Returns 1 if it is right; otherwise 0
 // with the reason in `errBuf`, which holds `errBufSize` bytes and may be null. *pwToken becomes 0.
 //
-// The C library's libcrypt.so.1 is loaded by the first check; without it every check fails and the
-// reason says so. Shadow entries can be read by root only.
+// The C library's libcrypt.so.1 or .so.2 is loaded by the first check; without either every check
+// fails and the reason says so. Shadow entries can be read by root only. Hashes and what they are
+// made of are wiped from the memory of the check; `password` is the caller's to wipe.
 POVZEL_EXPORT BoolType HostValidatePassword(const char* userName, const char* password,
                                             long* pwToken, char* errBuf, ArraySizeType errBufSize);
 

@@ -1,5 +1,4 @@
-// Log-file names made from templates, such as "%N%P%M.log". Any thread may call, as far as
-// HostGetUserName and HostGetHomeDir let it.
+// Log-file names made from templates, such as "%N%P%M.log". Any thread may call.
 #pragma once
 
 #include <stddef.h>

@@ -95,11 +95,11 @@ inline int refuseVfork() {
   /* users */                                                                                   \
   CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist)      \
   CALL(setfsuid) CALL(setfsgid)                                                                 \
-  CALL(getpwnam) CALL(getpwuid) CALL(getspnam) CALL(getlogin_r)                                 \
+  CALL(getpwnam_r) CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                           \
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \
   CALL(tcgetattr) CALL(tcsetattr) CALL(tcgetpgrp) CALL(tcsetpgrp)                               \
-  CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname)
+  CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname_r)
 // clang-format on
 
 struct OsCalls {

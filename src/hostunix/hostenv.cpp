@@ -20,5 +20,7 @@ BoolType HostSetEnv(const char* name, const char* value) {
   char* pair = static_cast<char*>(UtlMalloc(size, "HostSetEnv"));
   if (pair == nullptr) return 0;
   std::snprintf(pair, size, "%s=%s", name, value);
-  return putenv(pair) == 0;
+  if (putenv(pair) == 0) return 1;
+  UtlFree(pair);
+  return 0;
 }

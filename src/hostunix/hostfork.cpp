@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -50,11 +49,8 @@ bool readGroups(ForkPlan& plan) {
 }
 
 bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureText& failure) {
-  errno = 0;
-  const struct passwd* entry = os.getpwnam(user);
-  if (entry == nullptr) {
-    return failure.fail("host.fork1", "s", ErrnoText(errno).text);
-  }
+  const UserEntry entry = hostUserNamed(user);
+  if (!entry) return failure.fail("host.fork1", "s", ErrnoText(entry.error()).text);
   if (parentUid != 0 && parentUid != entry->pw_uid) return failure.fail("host.fork1a", "s", user);
   plan.byDaemon = true;
   std::snprintf(plan.userName, sizeof plan.userName, "%s", entry->pw_name);

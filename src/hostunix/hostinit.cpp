@@ -28,9 +28,9 @@ utsname unameData = {};
 HostSystemInfoSType systemInfoData = {};
 HostFnameStrType autoMountPrefix = "";
 char* childLogPtr = nullptr;
-long initialCpuClockReading = 0;
+long long initialCpuClockReading = 0;
 double sc_clk_tck = 0;
-timeval beginTp = {};
+timespec beginTp = {};
 
 namespace {
 
@@ -74,13 +74,14 @@ void takeChildLog() {
 
 void startClocks() {
   sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
-  initialCpuClockReading = HostClock();
-  gettimeofday(&beginTp, nullptr);
+  initialCpuClockReading = std::max(hostCpuMilliseconds(), 0LL);
+  clock_gettime(CLOCK_BOOTTIME, &beginTp);
 }
 
 void rememberTerminal() {
-  const char* terminal = ttyname(STDIN_FILENO);
-  copyCut(OriginalTerminalName, terminal != nullptr ? terminal : "");
+  char terminal[sizeof OriginalTerminalName];
+  const bool known = ttyname_r(STDIN_FILENO, terminal, sizeof terminal) == 0;
+  copyCut(OriginalTerminalName, known ? terminal : "");
 }
 
 // The end of a process that could not be prepared.

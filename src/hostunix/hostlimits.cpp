@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 
@@ -14,7 +15,7 @@ namespace {
 constexpr int unknownMaxFiles = -1;
 constexpr int defaultMaxAioRequests = 128;
 
-int cachedMaxFiles = unknownMaxFiles;
+std::atomic<int> cachedMaxFiles{unknownMaxFiles};
 
 rlim_t hardLimitOrPresent(const rlimit& limit) {
   return limit.rlim_max != RLIM_INFINITY ? limit.rlim_max : static_cast<rlim_t>(HostGetMaxFiles());
@@ -23,8 +24,11 @@ rlim_t hardLimitOrPresent(const rlimit& limit) {
 }  // namespace
 
 long HostGetMaxFiles() {
-  if (cachedMaxFiles == unknownMaxFiles) cachedMaxFiles = static_cast<int>(sysconf(_SC_OPEN_MAX));
-  return cachedMaxFiles;
+  int most = cachedMaxFiles.load(std::memory_order_relaxed);
+  if (most != unknownMaxFiles) return most;
+  most = static_cast<int>(sysconf(_SC_OPEN_MAX));
+  cachedMaxFiles.store(most, std::memory_order_relaxed);
+  return most;
 }
 
 BoolType HostSetMaxFiles(long maxFiles, SysErrorSType* err) {

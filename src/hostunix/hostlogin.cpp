@@ -1,7 +1,6 @@
 // The login user (hostusers.h).
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,11 +12,9 @@
 #include <povzel/hostenv.h>
 #include <povzel/hostfiles.h>
 #include <povzel/hostusers.h>
-#include "basics/internal.h"
+#include "internal.h"
 
 namespace {
-
-constexpr char unknownUser[] = "unknown user";
 
 // Why the kernel's record gives no login user.
 using Reason = char[128];
@@ -85,9 +82,8 @@ bool readLoginUid(long& uid, Reason& reason) {
 bool findInKernelRecord(int* luid, char* luname, std::size_t lunameSz, Reason& reason) {
   long uid = -1;
   if (!readLoginUid(uid, reason)) return false;
-  errno = 0;
-  const passwd* entry = os.getpwuid(static_cast<uid_t>(uid));
-  if (entry == nullptr) return fail(reason, "getpwuid(%ld) failed, errno=%d", uid, errno);
+  const UserEntry entry = hostUserWithId(static_cast<uid_t>(uid));
+  if (!entry) return fail(reason, "getpwuid(%ld) failed, errno=%d", uid, entry.error());
   *luid = static_cast<int>(uid);
   std::snprintf(luname, lunameSz, "%s", entry->pw_name);
   return true;
@@ -124,14 +120,13 @@ BoolType HostGetLoginUserInfo(int* luid, char* luname, std::size_t lunameSz) {
 
   *luid = -1;
   if (!findName(debug, luname, lunameSz)) {
-    std::snprintf(luname, lunameSz, "%s", unknownUser);
+    std::snprintf(luname, lunameSz, "%s", hostUnknownUser);
     return 0;
   }
-  errno = 0;
-  const passwd* entry = os.getpwnam(luname);
-  if (entry == nullptr) {
+  const UserEntry entry = hostUserNamed(luname);
+  if (!entry) {
     debug.print("[Debug]: Unable to determine the login user id.  getpwnam(%s) failure, errno=%d\n",
-                luname, errno);
+                luname, entry.error());
     return 0;
   }
   *luid = static_cast<int>(entry->pw_uid);

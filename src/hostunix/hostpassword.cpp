@@ -1,12 +1,13 @@
 // Password checks (hostusers.h).
 
 #include <dlfcn.h>
-#include <pwd.h>
 #include <shadow.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostusers.h>
@@ -32,6 +33,10 @@ struct Refusal {
     ErrMsgStrType why;
     UnixErr(number, why, sizeof why);
     ErrMsgSymToText(symbol, buffer, size, "ss", userName, why);
+    // Where the database has no such entry there is no reason to tell, but the blank before it.
+    for (std::size_t end = std::strlen(buffer); end > 0 && buffer[end - 1] == ' '; --end) {
+      buffer[end - 1] = '\0';
+    }
     return 0;
   }
 
@@ -51,23 +56,70 @@ struct Refusal {
   }
 };
 
+// What crypt_r works on. The password and its hash are wiped with it.
+class CryptRecord {
+ public:
+  explicit CryptRecord(std::size_t size) : size_(size), place_(UtlMalloc_(size, __LINE__)) {
+    if (place_ != nullptr) std::memset(place_, 0, size_);
+  }
+  ~CryptRecord() {
+    if (place_ == nullptr) return;
+    explicit_bzero(place_, size_);
+    UtlFree(place_);
+  }
+  CryptRecord(const CryptRecord&) = delete;
+  CryptRecord& operator=(const CryptRecord&) = delete;
+
+  void* place() const { return place_; }
+
+ private:
+  std::size_t size_;
+  void* place_;
+};
+
+// Finds crypt_r in the opened `library`. The libcrypt that can enlarge its record has one of 32
+// KiB; the older one, without that call, has tables in it.
+HostCrypt cryptIn(void* library) {
+  HostCrypt crypt = {};
+  crypt.hash = reinterpret_cast<decltype(crypt.hash)>(dlsym(library, "crypt_r"));
+  crypt.recordSize = (dlsym(library, "crypt_ra") != nullptr ? 32 : 132) * 1024;
+  return crypt;
+}
+
+BoolType checkAgainst(const char* stored, const char* userName, const char* password,
+                      const Refusal& refusal) {
+  HostCryptTextType why;
+  const HostCrypt crypt = hostFindCrypt(why);
+  if (crypt.hash == nullptr) return refusal.cannotHash(why);
+  const CryptRecord record(crypt.recordSize);
+  if (record.place() == nullptr) {
+    return refusal.lookupFailed("pwvalidation.getspnam", userName, ENOMEM);
+  }
+  const char* hash = crypt.hash(password, stored, record.place());
+  if (hash == nullptr || std::strcmp(hash, stored) != 0) return refusal.wrongPassword(userName);
+  return 1;
+}
+
 }  // namespace
 
-// crypt lives in a library of its own, which a process that checks no password does without.
-HostCryptFType* hostFindCrypt(HostCryptTextType& said) {
-  static HostCryptFType* crypt = nullptr;
-  static const char* foundIn = "";
+// It is in a library of its own, which a process that checks no password does without. Once opened
+// it stays so.
+HostCrypt hostFindCrypt(HostCryptTextType& said) {
+  static std::atomic<void*> opened[std::size(cryptLibraries)];
   said[0] = '\0';
-  for (const char* name : cryptLibraries) {
-    if (crypt != nullptr) break;
-    void* library = dlopen(name, RTLD_LAZY | RTLD_LOCAL);
-    if (library != nullptr) crypt = reinterpret_cast<HostCryptFType*>(dlsym(library, "crypt"));
-    foundIn = name;
-    const char* reason = crypt == nullptr ? dlerror() : nullptr;
+  for (std::size_t index = 0; index < std::size(cryptLibraries); ++index) {
+    void* library = opened[index].load(std::memory_order_acquire);
+    if (library == nullptr) library = dlopen(cryptLibraries[index], RTLD_LAZY | RTLD_LOCAL);
+    const HostCrypt crypt = library != nullptr ? cryptIn(library) : HostCrypt{};
+    if (crypt.hash != nullptr) {
+      opened[index].store(library, std::memory_order_release);
+      std::snprintf(said, sizeof said, "%s", cryptLibraries[index]);
+      return crypt;
+    }
+    const char* reason = dlerror();
     if (reason != nullptr && said[0] == '\0') std::snprintf(said, sizeof said, "%s", reason);
   }
-  if (crypt != nullptr) std::snprintf(said, sizeof said, "%s", foundIn);
-  return crypt;
+  return {};
 }
 
 BoolType HostValidatePassword(const char* userName, const char* password, long* pwToken,
@@ -75,22 +127,14 @@ BoolType HostValidatePassword(const char* userName, const char* password, long* 
                               ArraySizeType errBufSize) {
   const Refusal refusal{errBuf, errBufSize};
   *pwToken = 0;
-  errno = 0;
-  const passwd* entry = os.getpwnam(userName);
-  if (entry == nullptr) return refusal.lookupFailed("pwvalidation.getpwnam", userName, errno);
-
-  const char* stored = entry->pw_passwd;
-  if (std::strlen(stored) != traditionalHashLength) {
-    errno = 0;
-    const spwd* shadow = os.getspnam(userName);
-    if (shadow == nullptr) return refusal.lookupFailed("pwvalidation.getspnam", userName, errno);
-    stored = shadow->sp_pwdp;
+  const UserEntry user = hostUserNamed(userName);
+  if (!user) return refusal.lookupFailed("pwvalidation.getpwnam", userName, user.error());
+  if (std::strlen(user->pw_passwd) == traditionalHashLength) {
+    return checkAgainst(user->pw_passwd, userName, password, refusal);
   }
 
-  HostCryptTextType why;
-  HostCryptFType* crypt = hostFindCrypt(why);
-  if (crypt == nullptr) return refusal.cannotHash(why);
-  const char* hash = crypt(password, stored);
-  if (hash == nullptr || std::strcmp(hash, stored) != 0) return refusal.wrongPassword(userName);
-  return 1;
+  const DatabaseEntry<spwd> shadow(
+      [userName](auto... place) { return os.getspnam_r(userName, place...); });
+  if (!shadow) return refusal.lookupFailed("pwvalidation.getspnam", userName, shadow.error());
+  return checkAgainst(shadow->sp_pwdp, userName, password, refusal);
 }

@@ -66,7 +66,7 @@ BoolType HostGetProcessId(PidType* processID) {
 HostProcessEType HostGetProcessKind() {
   const int input = fileno(stdin);
   if (input == -1) return HOST_PROCESS_BATCH;
-  if (ttyname(input) != nullptr || isatty(input) != 0) return HOST_PROCESS_INTERACTIVE;
+  if (isatty(input) != 0) return HOST_PROCESS_INTERACTIVE;
   struct stat64 status;
   if (os.fstat64(input, &status) != 0) return HOST_PROCESS_OTHER;
   return status.st_size < 1 ? HOST_PROCESS_NETWORK : HOST_PROCESS_BATCH;

@@ -1,6 +1,7 @@
 // HostStatistics (hosttime.h).
 
 #include <sys/resource.h>
+#include <sys/time.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -44,10 +45,11 @@ int part(long seconds, long whole, long unit) {
 }
 
 bool appendElapsed(Line& line) {
-  timeval now = {};
-  gettimeofday(&now, nullptr);
+  // Nobody sets this clock, and it counts while the machine is suspended.
+  timespec now = {};
+  clock_gettime(CLOCK_BOOTTIME, &now);
   long seconds = now.tv_sec - beginTp.tv_sec;
-  int hundredths = static_cast<int>(now.tv_usec / 10000 - beginTp.tv_usec / 10000);
+  int hundredths = static_cast<int>(now.tv_nsec / 10000000 - beginTp.tv_nsec / 10000000);
   if (hundredths < 0) {
     hundredths += 100;
     --seconds;

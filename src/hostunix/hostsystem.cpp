@@ -4,41 +4,52 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
-#include "basics/internal.h"
 #include "internal.h"
 
 namespace {
 
 constexpr char unknownSystem[] = "x86 (Linux 2.6.18-8.el5PAE #1 SMP glibc-2.5-12)";
 
-char hostName[256] = "";  // empty until the resolver has answered
+using HostName = char[256];
 
-bool findHostName() {
-  char given[256];
+std::atomic<char*> hostName{nullptr};  // null until the resolver has answered
+
+bool findHostName(HostName& name) {
+  HostName given;
   if (os.gethostname(given, sizeof given) != 0) {
     std::fputs("gethostname() failure", stdout);
     return false;
   }
   given[sizeof given - 1] = '\0';
-  const hostent* host = os.gethostbyname(given);
-  if (host == nullptr) {
+  const DatabaseEntry<hostent> host([&given](auto... place) {
+    int reason;
+    return os.gethostbyname_r(given, place..., &reason);
+  });
+  if (!host) {
     std::printf("gethostbyname() failure for host %s\n", given);
     return false;
   }
   const std::size_t length = std::strlen(host->h_name);
-  if (length == 0 || length >= sizeof hostName) return false;
-  std::memcpy(hostName, host->h_name, length + 1);
+  if (length == 0 || length >= sizeof name) return false;
+  std::memcpy(name, host->h_name, length + 1);
   return true;
 }
 
 }  // namespace
 
 BoolType HostGetHostname(char* nameBuf, ArraySizeType bufLen) {
-  if (hostName[0] == '\0' && !findHostName()) return 0;
-  const int length = std::snprintf(nameBuf, bufLen, "%s", hostName);
+  HostName found;
+  const char* name = hostName.load(std::memory_order_acquire);
+  if (name == nullptr) {
+    if (!findHostName(found)) return 0;
+    name = hostKeepFirst(hostName, found, std::strlen(found) + 1);
+    if (name == nullptr) name = found;
+  }
+  const int length = std::snprintf(nameBuf, bufLen, "%s", name);
   return static_cast<ArraySizeType>(length) < bufLen;
 }
 

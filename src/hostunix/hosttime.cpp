@@ -3,10 +3,12 @@
 #include <langinfo.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/times.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <clocale>
 #include <cstdio>
@@ -14,57 +16,76 @@
 #include <ctime>
 
 #include <povzel/hostenv.h>
-#include <povzel/utlheap.h>
 #include "internal.h"
 
 namespace {
 
-lconv* locale = nullptr;
-char* dateTimeFormat = nullptr;
+// The C library's clock of 64 bits, which its headers give to programs with such a time_t alone.
+struct Timespec64 {
+  long long seconds;
+  long nanoseconds;
+  long unused;
+};
+extern "C" int clockGettime64(clockid_t clock, Timespec64* now) noexcept
+    __asm__("__clock_gettime64");
+
+std::atomic<lconv*> locale{nullptr};
+std::atomic<char*> dateTimeFormat{nullptr};
 
 bool isDateTimeFormat(const char* format) {
   const std::size_t length = std::strlen(format);
   return length > 0 && format[length - 1] == 'S';
 }
 
-char* copyOnHeap(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  auto* copy = static_cast<char*>(UtlMalloc_(size, __LINE__));
-  if (copy != nullptr) std::memcpy(copy, text, size);
-  return copy;
+char* keepDateTimeFormat(const char* format) {
+  return hostKeepFirst(dateTimeFormat, format, std::strlen(format) + 1);
 }
 
-char* buildDateTimeFormat() {
+char* findDateTimeFormat() {
   char wanted[100 + 1];
   if (HostGetEnv("TV_CFTIME", wanted, sizeof wanted)) {
-    if (isDateTimeFormat(wanted)) return copyOnHeap(wanted);
+    if (isDateTimeFormat(wanted)) return keepDateTimeFormat(wanted);
     std::printf("\n[WARNING]: Invalid $TV_CFTIME: '%s', using default.\n", wanted);
   }
   char standard[512];
   std::snprintf(standard, sizeof standard, "%s %s", nl_langinfo(D_FMT), nl_langinfo(T_FMT));
-  return copyOnHeap(standard);
+  return keepDateTimeFormat(standard);
+}
+
+long long millisecondsOf(const timeval& time) {
+  return time.tv_sec * 1000LL + time.tv_usec / 1000;
 }
 
 }  // namespace
 
-long HostClock() {
+long long hostCpuMilliseconds() {
   rusage usage;
   if (getrusage(RUSAGE_SELF, &usage) != 0) return -1;
   timeval used;
   timeradd(&usage.ru_utime, &usage.ru_stime, &used);
-  return used.tv_sec * 1000 + used.tv_usec / 1000 - initialCpuClockReading;
+  return millisecondsOf(used);
+}
+
+long HostClock() {
+  const long long used = hostCpuMilliseconds();
+  if (used < 0) return -1;
+  // A forked child has used less than its parent had before HostInit.
+  return static_cast<long>(std::clamp<long long>(used - initialCpuClockReading, 0, LONG_MAX));
 }
 
 double HostGetCpuTime() {
   tms used = {};
   times(&used);
   const double ticks = sc_clk_tck > 0 ? sc_clk_tck : static_cast<double>(sysconf(_SC_CLK_TCK));
-  return static_cast<double>(used.tms_utime + used.tms_stime) / ticks;
+  const auto count = [](clock_t part) {
+    return static_cast<double>(static_cast<unsigned long>(part));
+  };
+  return (count(used.tms_utime) + count(used.tms_stime)) / ticks;
 }
 
 void HostGetTimeOfDay(long* sec, long* microsec) {
-  timeval now = {};
-  gettimeofday(&now, nullptr);
+  timeval now;
+  if (gettimeofday(&now, nullptr) != 0) now = {};
   *sec = now.tv_sec;
   *microsec = now.tv_usec;
 }
@@ -75,6 +96,14 @@ void HostFtime(long* seconds, unsigned short* milliseconds) {
   *milliseconds = static_cast<unsigned short>(microseconds / 1000);
 }
 
+TimeOfDay hostTimeOfDay() {
+  timeval now;
+  if (gettimeofday(&now, nullptr) == 0) return {now.tv_sec, now.tv_usec};
+  Timespec64 later = {};
+  clockGettime64(CLOCK_REALTIME, &later);
+  return {later.seconds, later.nanoseconds / 1000};
+}
+
 int HostTIMEZONE(const std::time_t* arg) {
   tzset();
   tm local = {};
@@ -83,14 +112,19 @@ int HostTIMEZONE(const std::time_t* arg) {
 }
 
 const char* HostDateTimeFormat() {
-  if (dateTimeFormat == nullptr) dateTimeFormat = buildDateTimeFormat();
+  const char* format = dateTimeFormat.load(std::memory_order_acquire);
+  if (format == nullptr) format = findDateTimeFormat();
   // The report of a failed allocation shows a date as well, so a failure here must not be reported.
-  return dateTimeFormat != nullptr ? dateTimeFormat : "%x %X";
+  return format != nullptr ? format : "%x %X";
 }
 
 lconv* HostLocale() {
-  if (locale == nullptr) locale = localeconv();
-  return locale;
+  lconv* record = locale.load(std::memory_order_acquire);
+  if (record != nullptr) return record;
+  // The C library's only one: threads that ask at the same time fill it with the same values.
+  record = localeconv();
+  locale.store(record, std::memory_order_release);
+  return record;
 }
 
 char HostDecimalPoint() {

@@ -1,18 +1,14 @@
 #include <povzel/hostusers.h>
 
-#include <pwd.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
-#include "basics/internal.h"
 #include "internal.h"
 
 namespace {
-
-constexpr char unknownUser[] = "unknown user";
 
 void copyCut(char* to, std::size_t size, const char* from) {
   if (size == 0) return;
@@ -21,34 +17,55 @@ void copyCut(char* to, std::size_t size, const char* from) {
   to[length] = '\0';
 }
 
-void copyNameOf(uid_t uid, char* to, std::size_t size) {
-  const passwd* entry = os.getpwuid(uid);
-  copyCut(to, size, entry != nullptr ? entry->pw_name : unknownUser);
+const char* nameIn(const UserEntry& entry) {
+  return entry ? entry->pw_name : hostUnknownUser;
+}
+
+// A user's name, and the copy of it that callers get.
+struct UserName {
+  char name[40];
+  char result[40];
+
+  static UserName of(const char* text) {
+    UserName user = {};
+    copyCut(user.name, sizeof user.name, text);
+    std::memcpy(user.result, user.name, sizeof user.name);
+    return user;
+  }
+
+  // The copy as it was, whatever a caller has written into it. Writes only where it differs: other
+  // threads may be reading it.
+  char* fresh() {
+    if (std::memcmp(result, name, sizeof name) != 0) std::memcpy(result, name, sizeof name);
+    return result;
+  }
+};
+
+std::atomic<UserName*> realUser{nullptr};
+
+// Asks the database. Returns null, with errno set, when it does not answer.
+UserName* findRealUser() {
+  const UserEntry entry = hostUserWithId(getuid());
+  errno = entry ? ENOMEM : entry.error();
+  if (!entry) return nullptr;
+  const UserName found = UserName::of(entry->pw_name);
+  return hostKeepFirst(realUser, &found);
 }
 
 }  // namespace
 
 char* HostGetUserName() {
-  static char name[40] = "";
-  static char result[sizeof name];
-  if (name[0] == '\0') {
-    errno = 0;
-    const passwd* entry = os.getpwuid(getuid());
-    if (entry == nullptr) {
-      std::fprintf(stderr, "HostGetUserName:  getpwuid(getuid()) returned NULL, errno = %d\n",
-                   errno);
-      copyCut(result, sizeof result, "FORGED USER");
-      return result;
-    }
-    copyCut(name, sizeof name, entry->pw_name);
-  }
-  std::memcpy(result, name, sizeof result);
-  return result;
+  UserName* user = realUser.load(std::memory_order_acquire);
+  if (user == nullptr) user = findRealUser();
+  if (user != nullptr) return user->fresh();
+  std::fprintf(stderr, "HostGetUserName:  getpwuid(getuid()) returned NULL, errno = %d\n", errno);
+  static UserName forged = UserName::of("FORGED USER");
+  return forged.fresh();
 }
 
 BoolType HostGetHomeDir(const char* userName, char* result) {
-  const passwd* entry = os.getpwnam(userName);
-  if (entry != nullptr && std::strlen(entry->pw_dir) + 1 < sizeof(HostFnameStrType)) {
+  const UserEntry entry = hostUserNamed(userName);
+  if (entry && std::strlen(entry->pw_dir) + 1 < sizeof(HostFnameStrType)) {
     std::snprintf(result, sizeof(HostFnameStrType), "%s/", entry->pw_dir);
     return 1;
   }
@@ -60,11 +77,12 @@ void HostGetUserInfo(int* ruid, int* euid, int* luid, char* runame, std::size_t 
                      char* euname, std::size_t eunameSz, char* luname, std::size_t lunameSz) {
   *ruid = static_cast<int>(getuid());
   *euid = static_cast<int>(geteuid());
-  copyNameOf(getuid(), runame, runameSz);
-  if (*ruid != *euid || runameSz == 0) {
-    copyNameOf(geteuid(), euname, eunameSz);
+  const UserEntry real = hostUserWithId(static_cast<uid_t>(*ruid));
+  copyCut(runame, runameSz, nameIn(real));
+  if (*ruid == *euid) {
+    copyCut(euname, eunameSz, nameIn(real));
   } else {
-    copyCut(euname, eunameSz, runame);
+    copyCut(euname, eunameSz, nameIn(hostUserWithId(static_cast<uid_t>(*euid))));
   }
   HostGetLoginUserInfo(luid, luname, lunameSz);
 }

@@ -15,18 +15,23 @@
 #pragma once
 
 #include <grp.h>
-#include <sys/time.h>
+#include <pwd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstddef>
+#include <cstring>
+#include <ctime>
 
 #include <povzel/hostfault.h>
 #include <povzel/hostids.h>
 #include <povzel/hostsystem.h>
 #include <povzel/povzeltypes.h>
+#include <povzel/utlheap.h>
 #include "system/internal.h"
 
 // State that HostInit fills (hostinit.cpp), and frames of file operations
@@ -36,10 +41,10 @@ extern BoolType hostIsInitialized;
 extern utsname unameData;  // empty names when uname failed
 extern HostSystemInfoSType systemInfoData;
 extern HostFnameStrType autoMountPrefix;
-extern char* childLogPtr;            // heap copy of TARVOLIN_CHILD_LOG, or null
-extern long initialCpuClockReading;  // CPU milliseconds used before HostInit
-extern double sc_clk_tck;            // clock ticks in a second
-extern timeval beginTp;              // time of day when HostInit ran
+extern char* childLogPtr;                 // heap copy of TARVOLIN_CHILD_LOG, or null
+extern long long initialCpuClockReading;  // CPU milliseconds used before HostInit
+extern double sc_clk_tck;                 // clock ticks in a second
+extern timespec beginTp;                  // the clock that is never set, when HostInit ran
 
 // File names (hostfname.cpp)
 
@@ -80,14 +85,115 @@ class RealIds {
   bool refused_ = false;
 };
 
+// What is found out once
+
+// Keeps a heap copy of the `count` values at `found` for the life of the process. Of threads that
+// find it out at the same time the first one's is kept, and all get that; null without memory.
+template <typename Value>
+Value* hostKeepFirst(std::atomic<Value*>& kept, const Value* found, std::size_t count = 1) {
+  const std::size_t size = count * sizeof(Value);
+  auto* copy = static_cast<Value*>(UtlMalloc_(size, __LINE__));
+  if (copy == nullptr) return kept.load();
+  std::memcpy(copy, found, size);
+  Value* first = nullptr;
+  if (kept.compare_exchange_strong(first, copy)) return copy;
+  UtlFree(copy);
+  return first;
+}
+
+// Users
+
+// An entry of one of the system's databases, in memory of its own: what the C library's static
+// records hold is whatever any thread asked for last. The memory is wiped at the end, because a
+// password's hash may be in it.
+template <typename Record>
+class DatabaseEntry {
+ public:
+  // Looks it up by `ask(record, buffer, size, &found)`, one of the C library's calls that end in
+  // _r: they return an errno value, ERANGE for a buffer that is too small.
+  template <typename Ask>
+  explicit DatabaseEntry(Ask ask) {
+    do {
+      error_ = ask(&record_, buffer_, size_, &found_);
+    } while (error_ == ERANGE && grow());
+  }
+  ~DatabaseEntry() { discard(); }
+  DatabaseEntry(const DatabaseEntry&) = delete;
+  DatabaseEntry& operator=(const DatabaseEntry&) = delete;
+
+  explicit operator bool() const { return found_ != nullptr; }
+  const Record* operator->() const { return found_; }
+
+  // Why there is no entry, an errno value; 0 if the database just has none.
+  int error() const { return error_; }
+
+ private:
+  static constexpr std::size_t largestSize = 1 << 20;
+
+  bool grow() {
+    found_ = nullptr;
+    if (size_ >= largestSize) return false;
+    auto* larger = static_cast<char*>(UtlMalloc_(size_ * 4, __LINE__));
+    if (larger == nullptr) {
+      error_ = ENOMEM;
+      return false;
+    }
+    discard();
+    buffer_ = larger;
+    size_ *= 4;
+    return true;
+  }
+
+  void discard() {
+    explicit_bzero(buffer_, size_);
+    if (buffer_ != usual_) UtlFree(buffer_);
+  }
+
+  Record record_;
+  Record* found_ = nullptr;
+  int error_ = 0;
+  char usual_[1024];
+  char* buffer_ = usual_;
+  std::size_t size_ = sizeof usual_;
+};
+
+using UserEntry = DatabaseEntry<passwd>;
+
+inline UserEntry hostUserNamed(const char* name) {
+  return UserEntry([name](auto... place) { return os.getpwnam_r(name, place...); });
+}
+
+inline UserEntry hostUserWithId(uid_t uid) {
+  return UserEntry([uid](auto... place) { return os.getpwuid_r(uid, place...); });
+}
+
+inline constexpr char hostUnknownUser[] = "unknown user";
+
+// Time (hosttime.cpp)
+
+// The CPU time that the process has used, in milliseconds; -1 when the system does not say.
+long long hostCpuMilliseconds();
+
+// The time of day, also from 2038 on; zeros when it cannot be read.
+struct TimeOfDay {
+  long long seconds;
+  long microseconds;
+};
+TimeOfDay hostTimeOfDay();
+
 // Passwords (hostpassword.cpp)
 
-using HostCryptFType = char*(const char* password, const char* salt);
 using HostCryptTextType = char[256];
 
-// Finds the system's crypt, in libcrypt.so.1 or .so.2. `said` becomes the library that it is in, or
-// why there is none, and null is returned.
-HostCryptFType* hostFindCrypt(HostCryptTextType& said);
+// The system's crypt_r, null if there is none, and the size of the record that it works on.
+struct HostCrypt {
+  char* (*hash)(const char* password, const char* salt, void* record);
+  std::size_t recordSize;
+};
+
+// Finds it in libcrypt.so.1 or .so.2. `said` becomes the library that it is in, or why there is
+// none.
+HostCrypt hostFindCrypt(HostCryptTextType& said);
 
 // Signals (hostsignals.cpp)
 

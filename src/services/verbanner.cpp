@@ -1,6 +1,5 @@
 // The banners of vermsg.h: the programs' own, and the warning of debugging aids.
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -13,7 +12,7 @@
 #include <povzel/hostusers.h>
 #include <povzel/utltime.h>
 #include <povzel/version.h>
-#include "basics/internal.h"
+#include "hostunix/internal.h"
 #include "messages/internal.h"
 
 namespace {
@@ -66,10 +65,10 @@ void userMessage(FILE* f) {
   if (std::strcmp(name, "FORGED USER") == 0) name = nameNotKnown;
   std::snprintf(realName, sizeof realName, "%s", name);
 
-  const struct passwd* effective = os.getpwuid(geteuid());
+  const UserEntry effective = hostUserWithId(geteuid());
   char effectiveName[256];
   std::snprintf(effectiveName, sizeof effectiveName, "%s",
-                effective != nullptr ? effective->pw_name : nameNotKnown);
+                effective ? effective->pw_name : nameNotKnown);
 
   const long realId = static_cast<long>(getuid());
   const long effectiveId = static_cast<long>(geteuid());

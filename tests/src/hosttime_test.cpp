@@ -1,6 +1,9 @@
 #include <povzel/hosttime.h>
 
 #include <langinfo.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/times.h>
 
 #include <chrono>
 
@@ -14,6 +17,51 @@ double secondsOf(void (*action)()) {
   const auto begin = std::chrono::steady_clock::now();
   action();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+rusage* systemUsage = nullptr;  // what the system says, if it is set
+long setBackBy = 0;             // seconds
+
+}  // namespace
+
+extern "C" int getrusage(__rusage_who_t who, rusage* usage) noexcept {
+  if (systemUsage == nullptr) return static_cast<int>(syscall(SYS_getrusage, who, usage));
+  *usage = *systemUsage;
+  return 0;
+}
+
+extern "C" clock_t times(tms* usage) noexcept {
+  if (systemUsage == nullptr) return syscall(SYS_times, usage);
+  *usage = {1200000000, 1000000000, 0, 0};
+  return 0;
+}
+
+extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept {
+  *time = {std::time(nullptr) - setBackBy, 0};
+  return 0;
+}
+
+namespace {
+
+// After days of many processors, in a forked child and with the clock set back.
+TEST(HostTime, ClocksAreNeverNegative) {
+  const ChildResult child = runInChild([] {
+    rusage usage = {};
+    systemUsage = &usage;
+    usage.ru_utime = {50, 0};
+    HostInit();
+    for (const long seconds : {49L, 51L, 3000000L}) {
+      usage.ru_stime = {seconds - 50, 0};
+      std::printf("%ld ", HostClock());
+    }
+    std::printf("%.0f\n", HostGetCpuTime());
+    setBackBy = 100000;
+    char text[100];
+    HostStatistics(text, sizeof text);
+    std::puts(text);
+  });
+  EXPECT_THAT(child.out,
+              Reads("0 1000 2147483647 22000000\n ELAPSED: 0 00:00:00.~CPU: 833:20:00."));
 }
 
 TEST(HostTime, ClocksAdvance) {

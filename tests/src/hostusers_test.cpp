@@ -41,27 +41,34 @@ std::map<std::string, std::string> hashes = {
     {"locked", "!"},
     {"open", ""}};
 
+// Finds an account as the C library does it, for which long names need a large buffer.
 template <typename Fits>
-passwd* lookUp(Fits fits) {
-  auto* found = std::find_if(std::begin(accounts), std::end(accounts), fits);
-  return found != std::end(accounts) ? found : nullptr;
+int lookUp(std::size_t size, passwd** found, Fits fits) {
+  *found = std::find_if(std::begin(accounts), std::end(accounts), fits);
+  if (*found == std::end(accounts)) *found = nullptr;
+  if (*found == nullptr || std::strlen((*found)->pw_dir) < size) return 0;
+  *found = nullptr;
+  return ERANGE;
 }
 
 // With these accounts in place of the system's.
 class HostUsers : public testing::Test {
  protected:
   HostUsers() {
-    osCallsForTests.getpwnam = [](const char* name) {
-      return lookUp([name](const passwd& entry) { return std::strcmp(entry.pw_name, name) == 0; });
+    osCallsForTests.getpwnam_r = [](const char* name, passwd*, char*, std::size_t size,
+                                    passwd** found) {
+      return lookUp(size, found,
+                    [name](const passwd& entry) { return std::strcmp(entry.pw_name, name) == 0; });
     };
-    osCallsForTests.getpwuid = [](uid_t uid) {
-      return lookUp([uid](const passwd& entry) { return entry.pw_uid == uid; });
+    osCallsForTests.getpwuid_r = [](uid_t uid, passwd*, char*, std::size_t size, passwd** found) {
+      return lookUp(size, found, [uid](const passwd& entry) { return entry.pw_uid == uid; });
     };
-    osCallsForTests.getspnam = [](const char* name) {
-      static spwd entry;
-      if (std::strcmp(name, "open") == 0) errno = EACCES;
-      if (hashes.contains(name)) entry.sp_pwdp = hashes[name].data();
-      return hashes.contains(name) ? &entry : nullptr;
+    osCallsForTests.getspnam_r = [](const char* name, spwd* entry, char*, std::size_t,
+                                    spwd** found) {
+      const bool known = hashes.contains(name);
+      if (known) entry->sp_pwdp = hashes.at(name).data();
+      *found = known ? entry : nullptr;
+      return known || std::strcmp(name, "open") != 0 ? 0 : EACCES;
     };
   }
   ~HostUsers() override { osCallsForTests = kept_; }
@@ -104,6 +111,17 @@ TEST_F(HostUsers, PasswordsByAccount) {
     std::puts(refusal("new", "swordfish").c_str());
     cryptLibraries[1] = "libcrypt.so.1";
     for (const auto& [user, password, reason] : cases) EXPECT_EQ(refusal(user, password), reason);
+    std::vector<std::thread> checks;
+    for (const char* password : {"swordfish", "wrong", "other"}) {
+      checks.emplace_back([password] {
+        const bool right = std::strcmp(password, "swordfish") == 0;
+        long token;
+        for (int time = 0; time < 400; ++time) {
+          EXPECT_EQ(HostValidatePassword("old", password, &token, nullptr, 0), right);
+        }
+      });
+    }
+    for (std::thread& check : checks) check.join();
     hashes.erase("open");
     EXPECT_EQ(refusal("open", ""),
               "[pwvalidation.getspnam open [unixerr.part1 13][unixerr.EACCES]]");
@@ -175,7 +193,7 @@ TEST_F(HostUsers, RealAndEffectiveUser) {
     tell(3);
     return 0;
   });
-  EXPECT_EQ(child.out, "1001 old 888 unknown unknown user\n1001 ol 1001 ol un\n");
+  EXPECT_EQ(child.out, "1001 old 888 unknown unknown user\n1001 ol 1001 old un\n");
 }
 
 TEST_F(HostUsers, UserNameHomeAndAdministrators) {
@@ -207,10 +225,12 @@ TEST(HostSystem, HostNameByResolver) {
       std::snprintf(name, size, "%s", given.c_str());
       return given.empty() ? -1 : 0;
     };
-    osCallsForTests.gethostbyname = [](const char* name) {
+    osCallsForTests.gethostbyname_r = [](const char* name, hostent* entry, char*, std::size_t,
+                                         hostent** found, int*) {
       static char official[] = "host.example";
-      static hostent entry = {official, nullptr, 0, 0, nullptr};
-      return std::string(name) == "host" ? &entry : nullptr;
+      entry->h_name = official;
+      *found = std::string(name) == "host" ? entry : nullptr;
+      return 0;
     };
     // Once the resolver has answered, it is asked no more.
     const std::pair<const char*, ArraySizeType> calls[] = {{"nowhere", 32}, {"", 32}, {"host", 4},

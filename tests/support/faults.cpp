@@ -59,7 +59,7 @@ struct Trapped {
     }
     if (name.starts_with("close") || (name == "waitpid" && error != EINTR)) real(arguments...);
     errno = error;
-    if constexpr (name == "getlogin_r" || name == "pthread_create") {
+    if constexpr (name.ends_with("_r") || name == "pthread_create") {
       return error;
     } else if constexpr (name == "fread" || std::is_pointer_v<Result>) {
       return {};
