@@ -3,7 +3,11 @@
 //
 //   UtlTimeStampMs_s_flush(stdout, "listening on port 50377", 1);
 //
-// Nothing here locks. Streams must not be null.
+// Any thread may call; a text that follows another thread's stamp in the same stream stands below
+// it. Streams must not be null. The host's format is taken up to 40 characters: a longer one ends
+// before the directive or character that would be cut, and standard output says so once.
+//
+// Stamps tell the time beyond 19 January 2038 as well; a time_t that a caller gives ends there.
 #pragma once
 
 #include <stddef.h>
@@ -38,7 +42,8 @@ POVZEL_EXPORT void UtlTimeStampMs_f(FILE* stream);
 // Writes the same stamp in double quotes, then the seconds since the epoch and a blank.
 POVZEL_EXPORT void UtlTimeStampMs_time_t_f(FILE* stream);
 
-// Returns "date.mmm zone:", cut to 79 characters, in a static buffer that each call rewrites.
+// Returns "date.mmm zone:", cut to 79 characters, in a buffer of the calling thread that
+// its next call rewrites.
 POVZEL_EXPORT char* UtlTimeStampMs_str(void);
 
 // Stores "date.mmm zone" of the given time in `result`, cut to `resultSize` bytes with its
@@ -56,6 +61,7 @@ POVZEL_EXPORT void UtlLocaltime(const time_t* when, struct tm* result);
 POVZEL_END_C
 
 #ifdef __cplusplus
-// Returns the date of `when` with its zone in a static buffer that each call rewrites.
+// Returns the date of `when` with its zone in a buffer of the calling thread that its next call
+// rewrites.
 POVZEL_EXPORT char* UtlCtime(time_t when);
 #endif

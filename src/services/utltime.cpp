@@ -2,41 +2,71 @@
 
 #include <langinfo.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include <povzel/hosttime.h>
+#include "hostunix/internal.h"
+#include "internal.h"
 
 namespace {
 
 constexpr std::size_t formatSize = 41;  // a longer host format is cut
 constexpr long suppressedMilliseconds = 9;
-constexpr long suppressedSeconds = 2;
 
-char dtDecimalPoint;
-char dateFormat[formatSize];
-char dateZoneFormat[formatSize + 3];
+// The C library's localtime_r for times of 64 bits, which its headers give to programs with such a
+// time_t alone.
+extern "C" tm* localtime64_r(const long long* when, tm* result) noexcept __asm__("__localtime64_r");
 
-struct TimeOfDay {
-  long seconds;
-  unsigned short milliseconds;
+// What dates are written with.
+struct DateFormats {
+  char date[formatSize];
+  char dateZone[formatSize + 3];
 };
 
-TimeOfDay lastStamp;  // the last one that UtlTimeStampMs_s wrote in full
+std::atomic<char> dtDecimalPoint;  // known once the formats are
+std::atomic<DateFormats*> keptFormats{nullptr};
 
-TimeOfDay now() {
-  TimeOfDay result;
-  HostFtime(&result.seconds, &result.milliseconds);
-  return result;
+// The last stamp that UtlTimeStampMs_s wrote in full, in milliseconds; 0 before the first.
+std::atomic<long long> lastStamp{0};
+
+// How much of `format` there is room for, without cutting a directive or a character in two.
+std::size_t usableLength(const char* format) {
+  std::size_t length = 0;
+  while (format[length] != '\0') {
+    std::size_t next = length + 1;
+    if (format[length] == '%') next += std::strspn(format + next, "_-^#0+123456789EO");
+    if (format[length] == '%' && format[next] != '\0') ++next;
+    while ((format[next] & 0xC0) == 0x80) ++next;
+    if (next >= formatSize) break;
+    length = next;
+  }
+  return length;
 }
 
-void fetchFormats() {
-  if (dateFormat[0] != '\0') return;
-  dtDecimalPoint = HostDecimalPoint();
-  std::snprintf(dateZoneFormat, sizeof dateZoneFormat, "%.*s %%Z", static_cast<int>(formatSize - 1),
-                HostDateTimeFormat());
-  std::snprintf(dateFormat, sizeof dateFormat, "%s", HostDateTimeFormat());
+DateFormats findFormats() {
+  DateFormats formats = {};
+  const char* format = HostDateTimeFormat();
+  const int length = static_cast<int>(usableLength(format));
+  dtDecimalPoint.store(HostDecimalPoint(), std::memory_order_relaxed);
+  std::snprintf(formats.date, sizeof formats.date, "%.*s", length, format);
+  std::snprintf(formats.dateZone, sizeof formats.dateZone, "%s %%Z", formats.date);
+  return formats;
+}
+
+// Without memory to keep them, dates find their formats anew each time.
+DateFormats formats() {
+  const DateFormats* kept = keptFormats.load(std::memory_order_acquire);
+  if (kept != nullptr) return *kept;
+  const DateFormats found = findFormats();
+  const bool isCut = std::strlen(found.date) < std::strlen(HostDateTimeFormat());
+  if (hostKeepFirst(keptFormats, &found) != nullptr && isCut) {
+    std::printf("\n[WARNING]: The date format is too long, using '%s'.\n", found.date);
+  }
+  return found;
 }
 
 // strftime leaves its buffer undefined when the text does not fit; here it is empty then.
@@ -46,23 +76,23 @@ void formatTime(char* buffer, std::size_t size, const char* format, const struct
 
 // Formats the date of `when` into `date` (100 bytes), with the zone in it if `zoneInDate`; the
 // zone alone goes into `zone` (100 bytes) unless that is null.
-void ctimeImpl(std::time_t when, bool zoneInDate, char* date, char* zone) {
-  fetchFormats();
-  struct tm broken;
-  localtime_r(&when, &broken);
-  formatTime(date, sizeof(ZelCTimeStringType), zoneInDate ? dateZoneFormat : dateFormat, broken);
+void ctimeImpl(long long when, bool zoneInDate, char* date, char* zone) {
+  const DateFormats with = formats();
+  struct tm broken = {};
+  localtime64_r(&when, &broken);
+  formatTime(date, sizeof(ZelCTimeStringType), zoneInDate ? with.dateZone : with.date, broken);
   if (zone != nullptr) formatTime(zone, sizeof(ZelCTimeStringType), "%Z", broken);
 }
 
 // What the text of a date depends on besides the second: time zone and locale.
 struct DateKey {
-  std::time_t second;
+  long long second;
   long zoneOffset;
   const char* standardName;
   const char* daylightName;
   const char* localeNames;
 
-  static DateKey of(std::time_t second) {
+  static DateKey of(long long second) {
     return {second, timezone, tzname[0], tzname[1], nl_langinfo(AM_STR)};
   }
   bool operator==(const DateKey&) const = default;
@@ -75,7 +105,7 @@ struct DateCache {
   ZelCTimeStringType zone;
 };
 
-const DateCache& cachedDate(std::time_t second) {
+const DateCache& cachedDate(long long second) {
   static thread_local DateCache cache;
   const DateKey key = DateKey::of(second);
   if (cache.date.msg[0] != '\0' && cache.key == key) return cache;
@@ -84,11 +114,13 @@ const DateCache& cachedDate(std::time_t second) {
   return cache;
 }
 
+// Whether a stamp has just been written. If not, the one of `time` counts as written.
 bool followsLastStamp(const TimeOfDay& time) {
-  const long elapsed = time.seconds - lastStamp.seconds;
-  if (lastStamp.seconds == 0 || elapsed < 0 || elapsed >= suppressedSeconds) return false;
-  const long difference = elapsed * 1000 + time.milliseconds - lastStamp.milliseconds;
-  return difference >= 0 && difference <= suppressedMilliseconds;
+  const long long now = time.seconds * 1000 + time.microseconds / 1000;
+  const long long last = lastStamp.load(std::memory_order_relaxed);
+  if (last != 0 && now >= last && now - last <= suppressedMilliseconds) return true;
+  lastStamp.store(now, std::memory_order_relaxed);
+  return false;
 }
 
 // Appends without a format: these lines are written by the thousand.
@@ -96,8 +128,9 @@ char* append(char* to, const char* text) {
   return stpcpy(to, text);
 }
 
-char* appendMilliseconds(char* to, unsigned milliseconds) {
-  *to++ = dtDecimalPoint;
+char* appendMilliseconds(char* to, const TimeOfDay& time) {
+  const long milliseconds = time.microseconds / 1000;
+  *to++ = dtDecimalPoint.load(std::memory_order_relaxed);
   *to++ = static_cast<char>('0' + milliseconds / 100);
   *to++ = static_cast<char>('0' + milliseconds / 10 % 10);
   *to++ = static_cast<char>('0' + milliseconds % 10);
@@ -107,37 +140,47 @@ char* appendMilliseconds(char* to, unsigned milliseconds) {
 // Room for date, decimal point, milliseconds, zone and what stands around them.
 using StampBuffer = char[2 * sizeof(ZelCTimeStringType) + 32];
 
+// Other threads stay out of the stream while this lives.
+class StreamLock {
+ public:
+  explicit StreamLock(FILE* stream) : stream_(stream) { flockfile(stream_); }
+  ~StreamLock() { funlockfile(stream_); }
+  StreamLock(const StreamLock&) = delete;
+  StreamLock& operator=(const StreamLock&) = delete;
+
+ private:
+  FILE* stream_;
+};
+
 void writeWhole(FILE* stream, const char* stamp, std::size_t stampLength, const char* text,
                 BoolType addCr) {
-  flockfile(stream);
   fwrite_unlocked(stamp, 1, stampLength, stream);
   if (text != nullptr) fputs_unlocked(text, stream);
   if (addCr != 0) putc_unlocked('\n', stream);
-  funlockfile(stream);
 }
 
 // Formats "date.mmm" of now into `buffer` and returns its end.
 char* stampOfNow(StampBuffer& buffer, const TimeOfDay& time) {
-  return appendMilliseconds(append(buffer, cachedDate(time.seconds).date.msg), time.milliseconds);
+  return appendMilliseconds(append(buffer, cachedDate(time.seconds).date.msg), time);
 }
 
 }  // namespace
 
 void UtlTimeStampMs_s(FILE* stream, const char* text, BoolType addCr) {
   constexpr char indent[] = "\n    ";
-  const TimeOfDay time = now();
+  // A text without a stamp stands below the one that it follows, whatever other threads write.
+  const StreamLock lock(stream);
+  const TimeOfDay time = hostTimeOfDay();
   if (followsLastStamp(time)) {
     if (text != nullptr) writeWhole(stream, indent + 1, sizeof indent - 2, text, addCr);
     return;
   }
-  lastStamp = time;
-
   const DateCache& cache = cachedDate(time.seconds);
   StampBuffer buffer;
   char* end = buffer;
   *end++ = '[';
   end = append(end, cache.date.msg);
-  end = appendMilliseconds(end, time.milliseconds);
+  end = appendMilliseconds(end, time);
   *end++ = ' ';
   end = append(end, cache.zone.msg);
   *end++ = ']';
@@ -156,21 +199,21 @@ void UtlTimeStampMs(FILE* stream) {
 
 void UtlTimeStampMs_f(FILE* stream) {
   StampBuffer buffer;
-  char* end = stampOfNow(buffer, now());
+  char* end = stampOfNow(buffer, hostTimeOfDay());
   *end++ = ' ';
   std::fwrite(buffer, 1, static_cast<std::size_t>(end - buffer), stream);
 }
 
 void UtlTimeStampMs_time_t_f(FILE* stream) {
-  const TimeOfDay time = now();
+  const TimeOfDay time = hostTimeOfDay();
   StampBuffer buffer;
   *stampOfNow(buffer, time) = '\0';
-  std::fprintf(stream, "\"%s\" %ld ", buffer, time.seconds);
+  std::fprintf(stream, "\"%s\" %lld ", buffer, time.seconds);
 }
 
 char* UtlTimeStampMs_str() {
-  static char result[80];
-  const TimeOfDay time = now();
+  static thread_local char result[80];
+  const TimeOfDay time = hostTimeOfDay();
   StampBuffer buffer;
   *stampOfNow(buffer, time) = '\0';
   std::snprintf(result, sizeof result, "%s %s:", buffer, cachedDate(time.seconds).zone.msg);
@@ -183,8 +226,8 @@ void UtlTimeStampMsStr(std::time_t seconds, unsigned short milliSeconds, char* r
   ZelCTimeStringType date;
   ZelCTimeStringType zone;
   ctimeImpl(seconds, false, date.msg, zone.msg);
-  std::snprintf(result, resultSize, "%s%c%.3d %s", date.msg, dtDecimalPoint, milliSeconds,
-                zone.msg);
+  std::snprintf(result, resultSize, "%s%c%.3d %s", date.msg,
+                dtDecimalPoint.load(std::memory_order_relaxed), milliSeconds, zone.msg);
   const std::size_t length = std::strlen(result);
   if (addCr != 0 && resultSize - length >= 2) {
     result[length] = '\n';
@@ -197,8 +240,13 @@ char* UtlCtime(std::time_t when, ZelCTimeStringType* result) {
   return result->msg;
 }
 
+char* utlCtimeOfNow(ZelCTimeStringType* result) {
+  ctimeImpl(hostTimeOfDay().seconds, true, result->msg, nullptr);
+  return result->msg;
+}
+
 char* UtlCtime(std::time_t when) {
-  static ZelCTimeStringType result;
+  static thread_local ZelCTimeStringType result;
   return UtlCtime(when, &result);
 }
 

@@ -3,16 +3,15 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <ctime>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostprocess.h>
 #include <povzel/hostsystem.h>
 #include <povzel/hosttime.h>
 #include <povzel/hostusers.h>
-#include <povzel/utltime.h>
 #include <povzel/version.h>
 #include "hostunix/internal.h"
+#include "internal.h"
 #include "messages/internal.h"
 
 namespace {
@@ -111,7 +110,7 @@ void VerInfo(FILE* f, const char* version) {
               HostGetSystemInfo()->cpuMisc);
 
   ZelCTimeStringType date;
-  UtlCtime(std::time(nullptr), &date);
+  utlCtimeOfNow(&date);
   PidType processId = 0;
   if (HostGetProcessId(&processId)) {
     infoMessage(f, "version.piddate", "ds", static_cast<long>(processId), date.msg);

@@ -10,33 +10,58 @@
 
 namespace {
 
-timeval now = {};
+long long second = 0;
+long microsecond = 0;
 
 // The clock of this program stands at `seconds` and `milliseconds`.
-void setClock(long seconds, long milliseconds, const char* zone = "UTC") {
+void setClock(long long seconds, long milliseconds, const char* zone = "UTC") {
   setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
   setenv("TZ", zone, 1);
   tzset();
-  now = {seconds, milliseconds * 1000};
+  second = seconds;
+  microsecond = milliseconds * 1000;
 }
 
 }  // namespace
 
 extern "C" int gettimeofday(struct timeval* time, void* /*zone*/) noexcept {
-  *time = now;
+  *time = {static_cast<time_t>(second), microsecond};
+  return time->tv_sec == second ? 0 : -1;
+}
+
+// The C library's clock for what that one cannot say.
+extern "C" int clockOf64Bits(clockid_t /*clock*/, long long* time) noexcept
+    __asm__("__clock_gettime64");
+int clockOf64Bits(clockid_t /*clock*/, long long* time) noexcept {
+  time[0] = second;
+  time[1] = microsecond * 1000;
   return 0;
 }
 
 namespace {
 
+// A format beyond 40 characters ends before the directive that it is cut in. First, for a program
+// decides once.
+TEST(UtlCtime, CutsNoDirective) {
+  const ChildResult child = runInChild([] {
+    setClock(0, 0);
+    setenv("TV_CFTIME", "%d.%m.%Y um exakt die folgende Uhrzeit %-H:%M:%S", 1);
+    std::puts(UtlCtime(0));
+  });
+  const std::string date = ".%m.%Y um exakt die folgende Uhrzeit ";
+  EXPECT_EQ(child.out, "\n[WARNING]: The date format is too long, using '%d" + date +
+                           "'.\n01.01.1970 um exakt die folgende Uhrzeit  UTC\n");
+}
+
 TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
-  const std::tuple<long, long, const char*, const char*, BoolType, const char*> steps[] = {
+  const std::tuple<long long, long, const char*, const char*, BoolType, const char*> steps[] = {
       {86400, 995, "UTC", "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
       {86401, 4, "UTC", "b", 1, "    b\n"},  // 9 ms later, in the next second
       {86401, 4, "UTC", nullptr, 1, ""},
       {86401, 5, "UTC", "c", 1, "[1970-01-02 00:00:01.005 UTC]\n    c\n"},
       {86400, 0, "UTC", "set back", 0, "[1970-01-02 00:00:00.000 UTC]\n    set back"},
-      {86400, 500, "AAA-2", nullptr, 1, "[1970-01-02 02:00:00.500 AAA]\n"}};
+      {86400, 500, "AAA-2", nullptr, 1, "[1970-01-02 02:00:00.500 AAA]\n"},
+      {4118083200, 7, "EST5EDT,M3.2.0,M11.1.0", nullptr, 1, "[2100-06-30 20:00:00.007 EDT]\n"}};
   for (const auto& [seconds, milliseconds, zone, text, addCr, expected] : steps) {
     setClock(seconds, milliseconds, zone);
     testing::internal::CaptureStdout();
