@@ -15,8 +15,13 @@
 // arguments are passed than the template has, it is the fallback form: the symbol and all
 // arguments in square brackets, as in "[host.fork7 4711 /tmp/x.log]".
 //
-// All functions may be called from any thread; one mutex, held across fork, guards the file. A
-// null string argument shows as "[null]", a null symbol counts as an empty one, and of arguments
+// All functions may be called from any thread. A request takes no lock and, but for
+// ErrMsgGetString, allocates nothing: its text comes at once, whoever opens or closes the file
+// meanwhile, also in a signal handler, whatever that interrupted, and with a spoilt heap.
+// ErrMsgInit, ErrMsgReset and ErrMsgShutdown wait for each other and for a fork; they are not for
+// signal handlers. One that interrupts another in the same thread leaves the file as it is.
+//
+// A null string argument shows as "[null]", a null symbol counts as an empty one, and of arguments
 // beyond the tenth nothing is shown.
 //
 // Sources: errmsg.cpp, errmsgtext.cpp (templates), errmsgnumbers.cpp (symbols by number),
@@ -40,20 +45,24 @@ typedef void ErrMsgPrinterFuncType(const char* text);
 // Writes the object `oop` through `printer`.
 typedef void ErrMsgObjPrinterFuncType(ErrMsgPrinterFuncType* printer, OopType oop);
 
-// Opens the message file that the environment names (ErrUtlInit). Failures are reported on
-// standard error; the catalogue then gives the fallback form only. May be called again to open
-// another file.
+// Opens the message file that the environment names (ErrUtlInit), a regular file, and reads it, at
+// most its first 64 MB. Failures are reported on standard error; the catalogue then gives the
+// fallback form only. May be called again to open another file.
 POVZEL_EXPORT void ErrMsgInit(void);
 
-// Opens the same file afresh, as a child must after fork. Returns 0 if that fails; the catalogue
-// is then unusable.
+// Opens the same file afresh, as a child must after fork, and reads it if it has changed. Its
+// header must still be the one that ErrMsgInit found: a file with another one gives fallback forms.
+// What is wrong with the file is reported on standard error, once. Returns 0 if it cannot be
+// opened; the catalogue is then unusable. Returns 0, too, on top of another opening or closing in
+// this thread.
 POVZEL_EXPORT BoolType ErrMsgReset(void);
 
 // Closes the file; the catalogue is then unusable.
 POVZEL_EXPORT void ErrMsgShutdown(void);
 
 // Whether the catalogue is unusable ("panicked"): at start, after ErrMsgShutdown, and once the
-// file turned out to be unreadable. ErrMsgSetPanicked(1) keeps a failing process off the file.
+// file turned out to be unreadable, or damaged where a request needed it, which one line on
+// standard error tells. ErrMsgSetPanicked(1) keeps a failing process off the file. Neither waits.
 POVZEL_EXPORT BoolType ErrMsgGetPanicked(void);
 POVZEL_EXPORT void ErrMsgSetPanicked(BoolType panicked);
 

@@ -8,9 +8,13 @@
 //   while (ErrUtlNextSym(source, "german.msg", &line, &entry, 1, &bad)) use(entry.sym, entry.buf);
 //
 // A compiled message file is a header, a hash table and lines in the syntax of its source;
-// docs/messages.md describes both. The module has one file open at a time and no lock: errmsg.h,
-// which looks messages up, serializes its use. Failures are a false result and a line on standard
-// error.
+// docs/messages.md describes both. Failures are a false result and a line on standard error.
+//
+// ErrUtlReadHdr and ErrUtlNextSym may be called from any thread, each on a stream of its own. The
+// module has one file open and no lock: ErrUtlInit, ErrUtlReset and ErrUtlShutdown, and those who
+// read its variables, must be of one thread, and none may call ErrMsgInit, ErrMsgReset or
+// ErrMsgShutdown meanwhile, which do the same for all threads (errmsg.h). A lock would not help:
+// the variables are everybody's. Requests for texts may go on beside all of them.
 //
 // Sources: errutl.cpp, errutlparse.cpp (ErrUtlNextSym).
 #pragma once
@@ -56,7 +60,7 @@ POVZEL_STATIC_ASSERT(offsetof(ErrUtlEntrySType, argOrder) == 12 &&
                      "the layout of ErrUtlEntrySType has changed");
 
 // The open file: its name (set before it is opened), its stream (null when there is none) and,
-// if it is a compiled one, its header.
+// if it is a compiled one, its header. Requests for texts use what was read when it was opened.
 POVZEL_EXPORT extern HostFnameStrType ErrUtlErrFileName;
 POVZEL_EXPORT extern FILE* ErrUtlErrFile;
 POVZEL_EXPORT extern ErrUtlHdrSType ErrUtlFileHdr;
@@ -79,7 +83,8 @@ POVZEL_EXPORT BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr);
 
 // Closes the open file and opens ErrUtlErrFileName. With `isCompiled` its header is read into
 // ErrUtlFileHdr; without, that stays as it is: for a source file, or for a fresh stream of a file
-// whose header was read before. Returns 0, with no file open, if that fails.
+// whose header was read before. A compiled file must not be a pipe; a source may be one, which is
+// waited for. Returns 0, with no file open, if that fails.
 POVZEL_EXPORT BoolType ErrUtlReset(BoolType isCompiled);
 
 // Finds and opens a message file: `fileName`, or when that is null the one that TARVOLIN_LANG

@@ -3,7 +3,9 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstring>
+#include <iterator>
 
 #include <povzel/errutl.h>
 #include <povzel/hash.h>
@@ -14,107 +16,176 @@
 
 namespace {
 
-constexpr std::size_t cacheSize = 64;
 constexpr std::size_t longestSymbol = 4099;
 constexpr std::uint64_t tableOffset = sizeof(ErrUtlHdrSType);
 
-HostMutexSType printMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the file and all that follows
-BoolType initialized = 0;
+// Guards the opening and closing of the file, and the finding that it is damaged. Look-ups do
+// without it.
+HostMutexSType printMutex = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<pthread_t> printMutexOwner{0};
+int forksInside = 0;  // forks by the mutex's owner, in handlers
+pthread_once_t initialized = PTHREAD_ONCE_INIT;
 std::atomic<BoolType> ErrMsgPanicked{1};
-bool swizzleNeeded = false;
-ErrUtlHashSType cachedMessages[cacheSize];
-unsigned long cacheProbes = 0;
-unsigned long cacheHits = 0;
+std::atomic<unsigned long> cacheProbes{0};
+std::atomic<unsigned long> cacheHits{0};
 
+bool isPrintMutexMine() {
+  return printMutexOwner.load(std::memory_order_relaxed) == pthread_self();
+}
+
+// Takes the mutex, which is not this thread's own. No handler comes between that and the owner.
+bool takePrintMutex(bool waits) {
+  sigset_t all;
+  sigset_t former;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &former);
+  bool taken = true;
+  if (waits) {
+    HostMutexAcquire(&printMutex);
+  } else {
+    taken = pthread_mutex_trylock(&printMutex) == 0;
+  }
+  if (taken) printMutexOwner = pthread_self();
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  return taken;
+}
+
+// In this order: a handler in between finds the mutex still its thread's own, and does not wait.
+void releasePrintMutex() {
+  pthread_t self = pthread_self();
+  HostMutexRelease(&printMutex);
+  printMutexOwner.compare_exchange_strong(self, 0);
+}
+
+// Holds the mutex. Refused in a handler that has interrupted its thread's own holding.
 class ErrMsgAccessor {
  public:
-  explicit ErrMsgAccessor(HostMutexSType* held) : mutex(held) { HostMutexAcquire(mutex); }
-  ~ErrMsgAccessor() { HostMutexRelease(mutex); }
+  explicit ErrMsgAccessor(HostMutexSType* wanted, bool waits = true)
+      : mutex(!isPrintMutexMine() && takePrintMutex(waits) ? wanted : nullptr) {}
+  ~ErrMsgAccessor() {
+    if (mutex != nullptr) releasePrintMutex();
+  }
   ErrMsgAccessor(const ErrMsgAccessor&) = delete;
   ErrMsgAccessor& operator=(const ErrMsgAccessor&) = delete;
+
+  bool isRefused() const { return mutex == nullptr; }
 
  private:
   HostMutexSType* mutex;
 };
 
 void forkGetLocks() {
-  HostMutexAcquire(&printMutex);
+  if (isPrintMutexMine()) {
+    ++forksInside;
+  } else {
+    takePrintMutex(true);
+  }
 }
 
 void forkReleaseLocks() {
-  HostMutexRelease(&printMutex);
+  if (forksInside > 0) {
+    --forksInside;
+  } else {
+    releasePrintMutex();
+  }
 }
 
-bool panic() {
-  ErrMsgPanicked = 1;
+// Statistics need no more than this: beside another thread a count may get lost.
+void count(std::atomic<unsigned long>& counter) {
+  counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+// The file turned out to be damaged. If another is being opened, the mark would fall on that one.
+bool panic(const ErrUtlHold& file) {
+  const ErrMsgAccessor accessor(&printMutex, false);
+  if (!accessor.isRefused() && !file.isOutdated()) ErrMsgPanicked = 1;
   return false;
 }
 
-std::uint32_t readLong(const unsigned char* bytes) {
-  if (swizzleNeeded) return errUtlDecode(bytes, ErrUtlFileHdr.transform);
+std::uint32_t readLong(const ErrUtlHdrSType& header, const unsigned char* bytes) {
+  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
+  const bool swizzleNeeded =
+      std::memcmp(header.transform, hostTransform, sizeof hostTransform) != 0;
+  if (swizzleNeeded) return errUtlDecode(bytes, header.transform);
   std::uint32_t value;
   std::memcpy(&value, bytes, sizeof value);
   return value;
 }
 
+bool readSlot(const ErrUtlReading& file, std::uint32_t index, ErrUtlHashSType* slot) {
+  const std::uint64_t at = tableOffset + std::uint64_t{sizeof *slot} * index;
+  if (!file.contents.holds(at, sizeof *slot)) return false;
+  const unsigned char* bytes = file.contents.data + at;
+  *slot = {readLong(file.header, bytes), readLong(file.header, bytes + 4),
+           readLong(file.header, bytes + 8)};
+  return true;
+}
+
+enum class Search { found, absent, damaged };
+
 // Searches the file's table for the symbol. Not finding it is no fault of the file; a slot or a
 // key beyond its end is.
-bool findSlot(const ErrUtlBytes& file, const char* symbol, std::size_t length, std::uint32_t hash,
-              ErrUtlHashSType* slot) {
-  const std::uint32_t tabSize = ErrUtlFileHdr.tabSize;
-  if (tabSize == 0) return false;
+Search findSlot(const ErrUtlReading& file, const char* symbol, std::size_t length,
+                std::uint32_t hash, ErrUtlHashSType* slot) {
+  const std::uint32_t tabSize = file.header.tabSize;
+  std::atomic<std::uint32_t>& cached = file.cachedMessages[hash % std::size(file.cachedMessages)];
+  const std::uint32_t place = cached.load(std::memory_order_relaxed);
+  if (place != 0 && readSlot(file, place - 1, slot) && slot->hash == hash) {
+    count(cacheHits);
+    return Search::found;
+  }
+  if (tabSize == 0) return Search::absent;
   const std::uint32_t home = hash % tabSize;
   std::uint32_t index = home;
   do {
-    const std::uint64_t at = tableOffset + std::uint64_t{sizeof *slot} * index;
-    if (!file.holds(at, sizeof *slot)) return panic();
-    const unsigned char* bytes = file.data + at;
-    *slot = {readLong(bytes), readLong(bytes + 4), readLong(bytes + 8)};
-    if (slot->valLoc == 0) return false;
+    if (!readSlot(file, index, slot)) return Search::damaged;
+    if (slot->valLoc == 0) return Search::absent;
     if (slot->hash == hash) {
-      if (slot->keyLoc == 0) return true;
-      if (!file.holds(slot->keyLoc, length + 1)) return panic();
-      if (std::memcmp(file.data + slot->keyLoc, symbol, length + 1) == 0) return true;
+      if (slot->keyLoc == 0) {
+        cached.store(index + 1, std::memory_order_relaxed);
+        return Search::found;
+      }
+      if (!file.contents.holds(slot->keyLoc, length + 1)) {
+        errUtlSay("%s: the key of %s lies beyond the end\n", file.contents.name, symbol);
+        return Search::damaged;
+      }
+      if (std::memcmp(file.contents.data + slot->keyLoc, symbol, length + 1) == 0) {
+        return Search::found;
+      }
     }
     index = index + 1 == tabSize ? 0 : index + 1;
   } while (index != home);
-  return false;
+  return Search::absent;
 }
 
 bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
-  const ErrMsgAccessor accessor(&printMutex);
-  if (ErrUtlErrFile == nullptr) return false;
+  const ErrUtlHold held;
+  if (held.get() == nullptr) return false;
+  const ErrUtlReading& file = *held.get();
   const std::size_t length = std::strlen(symbol);
   if (length > longestSymbol) return false;
   const long hash = HashStrHash(reinterpret_cast<const ByteType*>(symbol), length, 1);
-  const ErrUtlBytes file = errUtlContents();
-  if (file.data == nullptr) return panic();
+  if (file.contents.data == nullptr) return panic(held);
 
-  ++cacheProbes;
-  ErrUtlHashSType& cached = cachedMessages[static_cast<std::size_t>(hash) % cacheSize];
-  const auto wanted = static_cast<std::uint32_t>(hash);
-  if (cached.valLoc != 0 && cached.hash == wanted && cached.keyLoc == 0) {
-    ++cacheHits;
-  } else {
-    ErrUtlHashSType slot;
-    if (!findSlot(file, symbol, length, wanted, &slot)) return false;
-    cached = slot;
-  }
-
+  count(cacheProbes);
+  ErrUtlHashSType slot;
+  const Search search = findSlot(file, symbol, length, static_cast<std::uint32_t>(hash), &slot);
+  if (search == Search::absent) return false;
+  if (search == Search::damaged) return panic(held);
   BoolType syntaxErr = 0;
-  if (!errUtlEntryAt(file, cached.valLoc, entry, &syntaxErr) || syntaxErr != 0) return panic();
+  if (!errUtlEntryAt(file.contents, slot.valLoc, entry, &syntaxErr) || syntaxErr != 0) {
+    return panic(held);
+  }
   return std::strcmp(entry->sym, symbol) == 0;
 }
 
 // ErrMsgReset for those who hold the mutex.
 bool reopen() {
-  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
-  if (!ErrUtlReset(0)) return panic();
-  swizzleNeeded = std::memcmp(ErrUtlFileHdr.transform, hostTransform, sizeof hostTransform) != 0;
-  for (ErrUtlHashSType& cached : cachedMessages) cached.valLoc = 0;
   cacheProbes = 0;
   cacheHits = 0;
-  return true;
+  if (errUtlReopen()) return true;
+  ErrMsgPanicked = 1;
+  return false;
 }
 
 // Copies what fits into a caller's buffer of at least one byte, whose last one becomes zero.
@@ -139,41 +210,41 @@ void stampFormatted(const char* format, std::FILE* stream, Strings... strings) {
 }  // namespace
 
 void ErrMsgInit() {
-  if (initialized == 0) {
-    HostMutexInit(&printMutex);
-    pthread_atfork(forkGetLocks, forkReleaseLocks, forkReleaseLocks);
-    initialized = 1;
-  }
+  pthread_once(&initialized,
+               [] { pthread_atfork(forkGetLocks, forkReleaseLocks, forkReleaseLocks); });
   // Finding the file may ask for an error text, so the mutex is not held yet.
   HostFnameStrType name;
   errUtlFindFile(nullptr, name);
   const ErrMsgAccessor accessor(&printMutex);
+  if (accessor.isRefused()) return;
   ErrMsgPanicked = 0;
-  if (!errUtlOpen(1, name)) {
-    panic();
-    return;
+  if (errUtlOpen(1, name)) {
+    reopen();
+  } else {
+    ErrMsgPanicked = 1;
   }
-  reopen();
 }
 
 BoolType ErrMsgReset() {
   const ErrMsgAccessor accessor(&printMutex);
-  return reopen();
+  return !accessor.isRefused() && reopen();
 }
 
 void ErrMsgShutdown() {
+  ErrMsgPanicked = 1;  // also where the file has to stay open
   const ErrMsgAccessor accessor(&printMutex);
+  if (accessor.isRefused()) return;
   ErrUtlShutdown();
   ErrMsgPanicked = 1;
 }
 
+// These two do not wait for the mutex: a process that is going down uses them.
+
 BoolType ErrMsgGetPanicked() {
-  const ErrMsgAccessor accessor(&printMutex);
   return ErrMsgPanicked;
 }
 
 void ErrMsgSetPanicked(BoolType panicked) {
-  const ErrMsgAccessor accessor(&printMutex);
   ErrMsgPanicked = panicked;
 }
 

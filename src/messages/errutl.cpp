@@ -1,14 +1,19 @@
 #include <povzel/errutl.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <new>
 
 #include <povzel/hostenv.h>
-#include <povzel/hostfiles.h>
 #include <povzel/hostfname.h>
+#include <povzel/unixio.h>
 #include <povzel/utlexe.h>
 #include <povzel/utlheap.h>
 #include "basics/internal.h"
@@ -24,18 +29,51 @@ namespace {
 
 constexpr char languageVariable[] = "TARVOLIN_LANG";
 constexpr char defaultFileName[] = "$TARVOLIN/sys/english67.err";
-constexpr std::size_t largestContents = 64u << 20;
+constexpr decltype(statx::stx_size) largestContents = 64u << 20;
 
-ErrUtlBytes contents;        // of the message file, once read
-FILE* contentsOf = nullptr;  // where they came from: programs may set ErrUtlErrFile themselves
+ErrUtlReading lastReading;  // of the list, which grows only while look-ups hold all of it
+ErrUtlReading readings{.next = &lastReading};
+ErrUtlReading unreadable;  // stands for one that there was no memory for
+std::atomic<ErrUtlReading*> current{nullptr};
 
-void dropContents() {
-  if (contents.data != nullptr) UtlFree(contents.data);
-  contents = {};
+HostFnameStrType expandedName;  // that ErrUtlErrFileName was given
+struct statx state;             // of the open file
+bool isStateKnown = false;
+struct statx readFrom;    // the file that the current reading is of
+bool wasSettled = false;  // a change after it was read gives the file another state
+bool isFaultExplained = false;
+
+void dropContents(ErrUtlReading& reading) {
+  if (reading.contents.data != nullptr) UtlFree(reading.contents.name);
+  reading.contents = {};
+}
+
+// Those who hold the former reading keep it; what nobody holds goes. A look-up that takes hold of
+// one only now finds that it is not the current one and leaves it unread.
+void publish(ErrUtlReading* reading) {
+  current = reading;
+  for (ErrUtlReading* each = &readings; each != nullptr; each = each->next) {
+    if (each != reading && each->holders == 0) dropContents(*each);
+  }
+}
+
+// Returns one that nobody uses, without contents, or null. Once made they stay, because a look-up
+// may yet try to hold one.
+ErrUtlReading* unusedReading() {
+  ErrUtlReading* each = &readings;
+  for (;; each = each->next) {
+    if (each != current && each->holders == 0) break;
+    if (each->next != nullptr) continue;
+    void* place = UtlMalloc_(sizeof *each, __LINE__);
+    if (place == nullptr) return nullptr;
+    each->next = new (place) ErrUtlReading;
+  }
+  dropContents(*each);
+  for (std::atomic<std::uint32_t>& cached : each->cachedMessages) cached = 0;
+  return each;
 }
 
 void closeErrFile() {
-  dropContents();
   if (ErrUtlErrFile != nullptr) std::fclose(ErrUtlErrFile);
   ErrUtlErrFile = nullptr;
 }
@@ -60,7 +98,160 @@ bool readAll(int fd, unsigned char* bytes, std::size_t size) {
   return true;
 }
 
+// Says, once for a file, why it does not work. Returns no contents.
+ErrUtlBytes explain(const char* fault, int error = 0) {
+  if (isFaultExplained) return {};
+  isFaultExplained = true;
+  if (error == 0) {
+    errUtlSay("ErrUtlReset: \"%s\" %s\n", ErrUtlErrFileName, fault);
+  } else {
+    errUtlSay("ErrUtlReset: \"%s\" %s, errno = %d\n", ErrUtlErrFileName, fault, error);
+  }
+  return {};
+}
+
+bool isSameTime(const struct statx_timestamp& one, const struct statx_timestamp& other) {
+  return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+// Whether that reading is of the file as it is now.
+bool isUnchanged(const ErrUtlReading& known) {
+  return isStateKnown && wasSettled && known.contents.data != nullptr &&
+         state.stx_ino == readFrom.stx_ino && state.stx_dev_major == readFrom.stx_dev_major &&
+         state.stx_dev_minor == readFrom.stx_dev_minor && state.stx_size == readFrom.stx_size &&
+         isSameTime(state.stx_mtime, readFrom.stx_mtime) &&
+         isSameTime(state.stx_ctime, readFrom.stx_ctime) &&
+         std::memcmp(&known.header, &ErrUtlFileHdr, sizeof ErrUtlFileHdr) == 0 &&
+         std::strcmp(known.contents.name, ErrUtlErrFileName) == 0;
+}
+
+// The contents of the open file, behind its name.
+ErrUtlBytes readContents() {
+  const int fd = fileno(ErrUtlErrFile);
+  if (os.statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state) != 0) {
+    return explain("cannot be looked at", errno);
+  }
+  if (!S_ISREG(state.stx_mode)) return explain("is not a regular file");
+  if (state.stx_size == 0) return explain("is empty");
+  const auto size = static_cast<std::size_t>(std::min(state.stx_size, largestContents));
+  const std::size_t nameSize = std::strlen(ErrUtlErrFileName) + 1;
+  auto* name = static_cast<char*>(UtlMalloc_(nameSize + size, __LINE__));
+  if (name == nullptr) return explain("is too large for the memory left");
+  auto* bytes = reinterpret_cast<unsigned char*>(name + nameSize);
+  errno = 0;
+  if (!readAll(fd, bytes, size)) {
+    explain("cannot be read", errno);
+    UtlFree(name);
+    return {};
+  }
+  std::memcpy(name, ErrUtlErrFileName, nameSize);
+  return {bytes, size, name};
+}
+
+bool hasHeader(const ErrUtlBytes& file, const ErrUtlHdrSType& header) {
+  const auto holds = [&](std::uint32_t value, std::size_t at) {
+    return errUtlDecode(file.data + at, header.transform) == value;
+  };
+  return file.holds(0, sizeof header) && std::memcmp(file.data, &header, 8) == 0 &&
+         holds(header.vers, 8) && holds(header.tabSize, 12) && holds(header.textBegin, 16);
+}
+
+// Reads the open file for the look-ups, unless they have it already.
+void load(bool isCompiled) {
+  const ErrUtlReading* const known = current;
+  if (known != nullptr && isUnchanged(*known)) return;
+  ErrUtlReading* const reading = unusedReading();
+  if (reading == nullptr) {
+    explain("is too large for the memory left");
+    publish(&unreadable);
+    return;
+  }
+  reading->contents = readContents();
+  reading->header = ErrUtlFileHdr;
+  // File systems count time in steps, and two changes within one look alike.
+  constexpr int longestStep = 2;
+  readFrom = state;
+  wasSettled = std::time(nullptr) - state.stx_ctime.tv_sec > longestStep;
+  publish(reading);
+  if (!isCompiled || reading->contents.data == nullptr) return;
+  const std::uint64_t table = std::uint64_t{sizeof(ErrUtlHashSType)} * reading->header.tabSize;
+  if (!hasHeader(reading->contents, reading->header)) {
+    explain("has another header than when it was opened");
+  } else if (reading->contents.size < sizeof(ErrUtlHdrSType) + table) {
+    explain("ends within its table");
+  } else {
+    isFaultExplained = false;
+  }
+}
+
+enum class Opening { source, compiled, again };
+
+// Opens the file that ErrUtlErrFileName names. What the library itself looks for is not waited for,
+// should it be a pipe.
+bool openErrFile(Opening opening) {
+  closeErrFile();
+  HostFnameStrType expanded;
+  const char* name = ErrUtlErrFileName;
+  if (std::strcmp(name, expandedName) != 0) {  // a program has set it
+    HostExpandFileName(name, expanded, sizeof expanded);
+    name = expanded;
+  }
+  isStateKnown = os.statx(AT_FDCWD, name, 0, STATX_BASIC_STATS, &state) == 0;
+  if (opening != Opening::source && isStateKnown && S_ISFIFO(state.stx_mode)) {
+    explain("is a pipe");
+    return false;
+  }
+  ErrUtlErrFile = UnixIoFopen(name, "r");
+  if (ErrUtlErrFile == nullptr) {
+    const int error = errno;
+    std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
+    std::fprintf(stderr, "     errno = %d (sorry, no translation available)\n", error);
+    return false;
+  }
+  if (opening != Opening::compiled || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr)) return true;
+  closeErrFile();
+  return false;
+}
+
+bool reset(Opening opening) {
+  if (!openErrFile(opening)) {
+    publish(nullptr);
+    return false;
+  }
+  load(opening != Opening::source);
+  return true;
+}
+
 }  // namespace
+
+ErrUtlHold::ErrUtlHold() {
+  for (;;) {
+    ErrUtlReading* const reading = current;
+    reading_ = reading;
+    if (reading == nullptr) return;
+    reading->holders.fetch_add(1);
+    if (reading == current) return;
+    reading->holders.fetch_sub(1);
+  }
+}
+
+bool ErrUtlHold::isOutdated() const {
+  return reading_ != current;
+}
+
+void errUtlSayList(const char* format, va_list arguments) {
+  const ErrnoKeeper keeper;
+  char line[sizeof(HostFnameStrType) + 100];
+  std::vsnprintf(line, sizeof line, format, arguments);
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, std::strlen(line));
+}
+
+void errUtlSay(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  errUtlSayList(format, arguments);
+  va_end(arguments);
+}
 
 const unsigned char* ErrUtlGetMagic() {
   return magicArray;
@@ -111,18 +302,12 @@ BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
 }
 
 BoolType ErrUtlReset(BoolType isCompiled) {
-  closeErrFile();
-  HostErrSType error{};
-  ErrUtlErrFile = HostOpenFile(ErrUtlErrFileName, "r", &error, 0);
-  if (ErrUtlErrFile == nullptr) {
-    std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
-    std::fprintf(stderr, "     errno = %ld (sorry, no translation available)\n",
-                 static_cast<long>(error.theErrno));
-    return 0;
-  }
-  if (isCompiled == 0 || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr)) return 1;
-  closeErrFile();
-  return 0;
+  isFaultExplained = isCompiled == 0;  // a source need not be a file that can be read twice
+  return reset(isCompiled != 0 ? Opening::compiled : Opening::source);
+}
+
+bool errUtlReopen() {
+  return reset(Opening::again);
 }
 
 void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
@@ -138,8 +323,11 @@ void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
 
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {
   std::memcpy(ErrUtlErrFileName, name, sizeof ErrUtlErrFileName);
-  errutl_is_init = ErrUtlReset(isCompiled);
+  std::memcpy(expandedName, name, sizeof expandedName);
+  isFaultExplained = isCompiled == 0;
+  errutl_is_init = openErrFile(isCompiled != 0 ? Opening::compiled : Opening::source);
   if (errutl_is_init != 0) return true;
+  publish(nullptr);
   std::fprintf(stderr, "ErrUtlInit: Unable to use file %s as a language file\n", name);
   return false;
 }
@@ -148,7 +336,9 @@ BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {
   errutl_is_init = 0;
   HostFnameStrType name;
   errUtlFindFile(fileName, name);
-  return errUtlOpen(isCompiled, name);
+  if (!errUtlOpen(isCompiled, name)) return 0;
+  load(isCompiled != 0);
+  return 1;
 }
 
 BoolType ErrUtlIsUp() {
@@ -157,24 +347,10 @@ BoolType ErrUtlIsUp() {
 
 void ErrUtlShutdown() {
   closeErrFile();
+  publish(nullptr);
 }
 
 ErrUtlBytes errUtlContents() {
-  if (contents.data != nullptr && contentsOf == ErrUtlErrFile) return contents;
-  dropContents();
-  if (ErrUtlErrFile == nullptr) return {};
-  struct stat status;
-  const int fd = fileno(ErrUtlErrFile);
-  if (os.fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) return {};
-  std::size_t size = static_cast<std::size_t>(status.st_size);
-  if (size > largestContents) size = largestContents;
-  auto* bytes = static_cast<unsigned char*>(UtlMalloc_(size, __LINE__));
-  if (bytes == nullptr) return {};
-  if (!readAll(fd, bytes, size)) {
-    UtlFree(bytes);
-    return {};
-  }
-  contents = {bytes, size};
-  contentsOf = ErrUtlErrFile;
-  return contents;
+  const ErrUtlReading* const reading = current;
+  return reading != nullptr ? reading->contents : ErrUtlBytes{};
 }

@@ -1,3 +1,4 @@
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -88,22 +89,37 @@ const char* skipBlanks(const char* at) {
   return at;
 }
 
-// Says what is wrong with a line; the line is then skipped.
+// Says what is wrong with a line.
 struct Complaint {
   const char* fname;
   unsigned long lineNum;
+  bool isOfStream;
 
-  const char* because(const char* what) const {
-    std::fprintf(stderr, "%s near line %ld: %s\n", fname, static_cast<long>(lineNum), what);
-    std::fflush(stderr);
+  __attribute__((format(printf, 2, 3))) const char* say(const char* format, ...) const {
+    va_list arguments;
+    va_start(arguments, format);
+    if (isOfStream) {
+      std::vfprintf(stderr, format, arguments);
+      std::fflush(stderr);
+    } else {
+      errUtlSayList(format, arguments);
+    }
+    va_end(arguments);
     return nullptr;
   }
 
+  const char* because(const char* what) const {
+    return say("%s near line %lu: %s\n", fname, lineNum, what);
+  }
+
   const char* outOfRange(int numeral) const {
-    std::fprintf(stderr, "%s near line %ld: numeral (%d) out of range\n", fname,
-                 static_cast<long>(lineNum), numeral);
-    std::fflush(stderr);
-    return nullptr;
+    return say("%s near line %lu: numeral (%d) out of range\n", fname, lineNum, numeral);
+  }
+
+  void ofNoEntry(char first) const {
+    say(first == '\0' ? "%s: why is line %lu empty?\n"
+                      : "%s:  line %lu, why am I reading a comment?\n",
+        fname, lineNum);
   }
 };
 
@@ -159,39 +175,31 @@ bool parseEntry(const char* at, ErrUtlEntrySType* entry, const Complaint& compla
   return true;
 }
 
-void complainOfNoEntry(char first, const Complaint& where) {
-  const long lineNum = static_cast<long>(where.lineNum);
-  if (first == '\0') {
-    std::fprintf(stderr, "%s: why is line %ld empty?\n", where.fname, lineNum);
-  } else {
-    std::fprintf(stderr, "%s:  line %ld, why am I reading a comment?\n", where.fname, lineNum);
-  }
-}
-
 BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
                  ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr) {
+  const bool isOfStream = input->stream != nullptr;
   *syntaxErr = 0;
-  for (;;) {
+  do {
     if (buildingTable) Hostftell(input->stream, &theEntry->loc);
     Line line;
     const bool complete = readLine(input, &line);
     if (buildingTable) *lineNum += line.physicalLines;
+    const Complaint complain{fname, *lineNum, isOfStream};
     if (!complete) {
-      if (!buildingTable) std::fprintf(stderr, "%s: unexpected eof\n", fname);
+      if (!buildingTable) complain.say("%s: unexpected eof\n", fname);
       if (line.begun) *syntaxErr = 1;
       return 0;
     }
-    const Complaint complain{fname, *lineNum};
     const char* start = skipBlanks(line.text);
     if (*start == '\0' || *start == '#') {
       if (buildingTable) continue;
-      *syntaxErr = 1;
-      complainOfNoEntry(*start, complain);
-      continue;
+      complain.ofNoEntry(*start);
+    } else if (parseEntry(start, theEntry, complain)) {
+      return 1;
     }
-    if (parseEntry(start, theEntry, complain)) return 1;
     *syntaxErr = 1;
-  }
+  } while (isOfStream);
+  return 0;
 }
 
 }  // namespace
@@ -207,5 +215,5 @@ bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntr
   if (offset > contents.size) offset = static_cast<std::uint32_t>(contents.size);
   Input input{nullptr, contents.data + offset, contents.data + contents.size};
   unsigned long lineNum = 0;
-  return nextSym(&input, ErrUtlErrFileName, &lineNum, entry, false, syntaxErr) != 0;
+  return nextSym(&input, contents.name, &lineNum, entry, false, syntaxErr) != 0;
 }

@@ -9,6 +9,7 @@
 //   vermsg.cpp          texts in boxes
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -23,25 +24,63 @@
 // Finds the file that ErrUtlInit is to open. This may itself ask for error texts.
 void errUtlFindFile(const char* fileName, HostFnameStrType& name);
 
-// Opens it. This does not.
+// Opens it; errUtlReopen is to read it. This does not ask.
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name);
+
+// ErrUtlReset(0) for a file whose header was read before.
+bool errUtlReopen();
 
 struct ErrUtlBytes {
   const unsigned char* data;
   std::size_t size;
+  const char* name;  // of the file
 
   bool holds(std::uint64_t offset, std::size_t length) const {
     return offset <= size && length <= size - offset;
   }
 };
 
-// The contents of the open file; null data if there is no file or it cannot be read. They stay
-// until the file is closed. Nothing beyond the first 64 MB is read, and only of regular files.
+// What was read of an open message file, for look-ups. It does not change, but for the cache, while
+// somebody holds it.
+struct ErrUtlReading {
+  ErrUtlBytes contents{};  // null data: it cannot be read
+  ErrUtlHdrSType header{};
+  mutable std::atomic<std::uint32_t> cachedMessages[64]{};  // slots found, counted from 1
+  mutable std::atomic<int> holders{0};
+  ErrUtlReading* next = nullptr;
+};
+
+// Holds what was last read: null if no file is open. Takes no lock, so that look-ups also go on in
+// a handler that interrupts whatever its thread is at; a file opened meanwhile leaves it alone.
+class ErrUtlHold {
+ public:
+  ErrUtlHold();
+  ~ErrUtlHold() {
+    if (reading_ != nullptr) reading_->holders.fetch_sub(1);
+  }
+  ErrUtlHold(const ErrUtlHold&) = delete;
+  ErrUtlHold& operator=(const ErrUtlHold&) = delete;
+
+  const ErrUtlReading* get() const { return reading_; }
+  bool isOutdated() const;
+
+ private:
+  const ErrUtlReading* reading_;
+};
+
+// The contents of the open file, for those who open and close it: null data if there is no file or
+// it cannot be read. They stay until the file is closed. Nothing beyond the first 64 MB is read,
+// and only of regular files.
 ErrUtlBytes errUtlContents();
 
-// ErrUtlNextSym in lookup mode, for the entry at `offset` of `contents`.
+// ErrUtlNextSym in lookup mode, for the entry at `offset` of `contents`. Reports the first fault
+// alone, by errUtlSay.
 bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntrySType* entry,
                    BoolType* syntaxErr);
+
+// Writes a line to standard error past its stream, whose lock an interrupted thread may hold.
+__attribute__((format(printf, 1, 2))) void errUtlSay(const char* format, ...);
+void errUtlSayList(const char* format, va_list arguments);
 
 // The integer stored in 4 bytes of a file with that transform.
 std::uint32_t errUtlDecode(const unsigned char* bytes, const unsigned char* transform);

@@ -1,5 +1,10 @@
 #include <povzel/errmsg.h>
 
+#include <malloc.h>
+#include <pthread.h>
+
+#include <barrier>
+
 #include <povzel/errutl.h>
 #include <povzel/utlheap.h>
 #include "messagefile.h"
@@ -35,6 +40,22 @@ class Catalogue : public testing::Test {
     return text("m", kinds, args...);
   }
 };
+
+// Before any other test: this process has not called it yet.
+TEST_F(Catalogue, ManyThreadsMayBeTheFirstToOpenIt) {
+  writeFile("test.err", compiledFile({{"m", "m:x\n"}}));
+  setenv("TARVOLIN_LANG", "test.err", 1);
+  const auto openAndFork = [] {
+    alarm(30);
+    std::barrier start(8);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+      threads.emplace_back([&] { start.arrive_and_wait(), ErrMsgInit(); });
+    for (std::thread& thread : threads) thread.join();
+    return exitCode(inChild([] { return text("m", "") == "x" ? 0 : 1; }));
+  };
+  for (int i = 0; i < 100 && !HasFailure(); ++i) EXPECT_EQ(exitCode(inChild(openAndFork)), 0);
+}
 
 TEST_F(Catalogue, FallbackFormShowsEverything) {
   EXPECT_EQ(text("a.b", "dnosxgoos", -1L, 2L, OopType{4097}, "t", 255UL, 0.5, OopType{31},
@@ -100,13 +121,71 @@ TEST_F(Catalogue, PanicAndResetFollowTheFile) {
   EXPECT_TRUE(ErrMsgReset());
   EXPECT_EQ(text("m", ""), "[m]");
   ErrMsgSetPanicked(0);
-  EXPECT_EQ(text("m", ""), "new text");
+  ErrMsgStrType shown;
+  const std::size_t allocated = mallinfo2().uordblks;
+  ErrMsgSymToText("m", shown, sizeof shown, "");
+  EXPECT_EQ(mallinfo2().uordblks, allocated) << "a process with a spoilt heap looks up too";
+  EXPECT_STREQ(shown, "new text");
   // A slot beyond the file
   open(compiledFile({{"m", "m:x\n"}}, littleEndian, 1).substr(0, 31));
   EXPECT_EQ(text("m", ""), "[m]");
   EXPECT_TRUE(ErrMsgGetPanicked());
   std::remove(ErrUtlErrFileName);
   EXPECT_FALSE(ErrMsgReset());
+}
+
+// What standard error gets of an operation, and what that returns.
+std::string said(const std::function<std::string()>& operation) {
+  testing::internal::CaptureStderr();
+  const std::string result = operation();
+  return testing::internal::GetCapturedStderr() + result;
+}
+
+TEST_F(Catalogue, SaysOnceWhyAFileDoesNotWork) {
+  const auto shown = [](const char* symbol = "m") { return text(symbol, ""); };
+  const auto shownAfterReset = [&] {
+    const std::string closed = ErrMsgReset() ? "" : "closed ";
+    return closed + shown();
+  };
+  const std::string good = compiledFile({{"m", "m:x\n"}});
+  const std::string name = fs::absolute("test.err");
+  const std::string why = "ErrUtlReset: \"" + name + "\" ";
+
+  open(good);
+  ASSERT_EQ(std::system("touch -d 2040-01-01 test.err"), 0);
+  EXPECT_EQ(said(shownAfterReset), "x");
+
+  writeFile("test.err", compiledFile({{"m", "m:y\n"}}, bigEndian));
+  EXPECT_EQ(said(shownAfterReset), why + "has another header than when it was opened\n[m]");
+  EXPECT_EQ(said(shownAfterReset), "[m]");
+  open(good);
+  writeFile("test.err", "");
+  EXPECT_EQ(said(shownAfterReset), why + "is empty\n[m]");
+  EXPECT_EQ(said([&] { return open(good.substr(0, 100)), shownAfterReset(); }),
+            why + "ends within its table\n[m]");
+  open(good);
+  fs::remove(name);
+  fs::create_directory(name);
+  EXPECT_EQ(said(shownAfterReset), why + "is not a regular file\n[m]");
+  fs::remove(name);
+  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+  EXPECT_EQ(said([&] { return ErrMsgInit(), shownAfterReset(); }),
+            why + "is a pipe\nErrUtlInit: Unable to use file " + name +
+                " as a language file\nclosed [m]");
+  fs::remove(name);
+
+  // Damaged entries and keys
+  for (const auto& [bytes, complaint] :
+       {std::pair(compiledFile({{"m", "#\n#\n#\nm:x\n"}}),
+                  ":  line 0, why am I reading a comment?\n"),
+        {compiledFile({{"m", "m (11):x\nm\n"}}), " near line 0: numeral (11) out of range\n"},
+        {compiledFile({{"m", ""}}), ": unexpected eof\n"},
+        {good.substr(0, 24 + 12 * (HashCStrHash("m") % 8)) + "\xFF\xFF" +
+             good.substr(26 + 12 * (HashCStrHash("m") % 8)),
+         ": the key of m lies beyond the end\n"}}) {
+    open(bytes);
+    EXPECT_EQ(said([&] { return shown() + shown(); }), name + complaint + "[m][m]");
+  }
 }
 
 TEST_F(Catalogue, StreamsGetTheTextAndAreFlushed) {
@@ -122,10 +201,17 @@ TEST_F(Catalogue, StreamsGetTheTextAndAreFlushed) {
   EXPECT_THAT(readFile("out"), Reads(stamped + "~    <one>~    <one " + repeated(1018)));
 }
 
-TEST_F(Catalogue, ThreadsAndForksShareIt) {
+TEST_F(Catalogue, ThreadsForksAndHandlersShareIt) {
   open(compiledFile({{"m", "m (1) :%d.\n"}}));
-  std::atomic<int> stop{0}, wrong{0};
-  std::thread thread([&] {
+  static std::atomic<int> stop, wrong, interrupted;
+  stop = wrong = interrupted = 0;
+  std::signal(SIGUSR1, [](int) {
+    char shown[32];
+    ErrMsgSymToText("m", shown, sizeof shown, "d", 7L);
+    if (std::strcmp(shown, "7.") != 0 || ErrMsgGetPanicked()) ++wrong;
+    ++interrupted;
+  });
+  std::thread thread([] {
     // Allocates nothing outside the catalogue: not every checking allocator bears a fork then.
     char shown[32], wanted[32];
     for (long i = 0; stop == 0; ++i) {
@@ -138,9 +224,13 @@ TEST_F(Catalogue, ThreadsAndForksShareIt) {
     EXPECT_EQ(exitCode(inChild([] { return ErrMsgReset() && text("m", "d", 1L) == "1." ? 0 : 1; })),
               0);
     ErrMsgInit();  // opening the file anew meanwhile disturbs nobody
+    for (const int before = interrupted; interrupted < before + 20; std::this_thread::yield()) {
+      pthread_kill(thread.native_handle(), SIGUSR1);
+    }
   }
   stop = 1;
   thread.join();
+  std::signal(SIGUSR1, SIG_DFL);
   EXPECT_EQ(wrong, 0);
 }
 
