@@ -224,7 +224,7 @@ TEST_F(Catalogue, ThreadsForksAndHandlersShareIt) {
     EXPECT_EQ(exitCode(inChild([] { return ErrMsgReset() && text("m", "d", 1L) == "1." ? 0 : 1; })),
               0);
     ErrMsgInit();  // opening the file anew meanwhile disturbs nobody
-    for (const int before = interrupted; interrupted < before + 20; std::this_thread::yield()) {
+    for (const int before = interrupted; interrupted < before + 3; std::this_thread::yield()) {
       pthread_kill(thread.native_handle(), SIGUSR1);
     }
   }
