@@ -7,6 +7,9 @@
 //   VerMessage(stderr, "Ready for clients.");
 //   VerEndEdge(stderr);
 //
+// A text that is valid UTF-8 as a whole is counted in characters, each of them a column wide; any
+// other text in bytes.
+//
 // Each function writes to the caller's stream `f`, which must not be null, and reports nothing: the
 // stream's own error indicator tells. No state is kept. Sources: vermsg.cpp, verbanner.cpp
 // (VerBanner, VerInfo, VerBreatheFireAndThunder).

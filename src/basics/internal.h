@@ -5,6 +5,7 @@
 //   oscalls.cpp                            the system's calls, through a table
 //   utltree.cpp                            the installation that this library lies in
 //   fortests.h                             all that tests may replace or set
+//   utlutf8.cpp                            columns that texts take
 //   utlchecksum.cpp, utlchecksumfold.cpp   the checksum, by tables and by carry-less products
 //   xchar.cpp, xchartables.cpp             characters, and their built-in tables
 //   utlbits, utlfilename, utlglob, utlmemcmp, utlsystem, utltext, atomics.S: public alone
@@ -139,6 +140,38 @@ const char* utlTreeInForce();
 // of the variable into the `size` bytes at `place`. Leaves them alone if there is no such tree, for
 // another name and for one that does not fit. Signal-safe but for reading the environment.
 void utlPlaceInOwnTree(const char* name, char* place, std::size_t size);
+
+// Columns of texts (utlutf8.cpp)
+//
+// A text that is valid UTF-8 as a whole takes a column for each character, whatever that is; any
+// other text one for each byte. All are signal-safe.
+
+// Whether the `length` bytes at `text` are valid UTF-8.
+bool utlIsUtf8(const char* text, std::size_t length);
+
+// Whether they are, and not ASCII alone: columns then are not bytes.
+bool utlIsWide(const char* text, std::size_t length);
+
+// Whether a byte of a wide text is the first of its character.
+inline bool utlBeginsCharacter(char byte) {
+  return (byte & 0xC0) != 0x80;
+}
+
+// Of a wide text: what utlColumns and utlBytes give.
+std::size_t utlWideColumns(const char* text, std::size_t length);
+std::size_t utlWideBytes(const char* text, std::size_t length, std::size_t columns);
+
+// The columns of the `length` bytes at `text`, whole characters of a wide text or any other bytes.
+inline std::size_t utlColumns(const char* text, std::size_t length, bool isWide) {
+  return isWide ? utlWideColumns(text, length) : length;
+}
+
+// The bytes of the first `columns` columns there, or all of them.
+inline std::size_t utlBytes(const char* text, std::size_t length, std::size_t columns,
+                            bool isWide) {
+  if (isWide) return utlWideBytes(text, length, columns);
+  return columns < length ? columns : length;
+}
 
 // Processor (utlcpu.cpp)
 

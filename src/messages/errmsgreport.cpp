@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <povzel/errmsg.h>
+#include "basics/internal.h"
 
 namespace {
 
@@ -14,6 +15,7 @@ constexpr long fatalErrInternal = 4126;
 constexpr std::size_t firstColumnWidth = 24;
 constexpr int lineColumns = 80;
 constexpr int wordBreakColumns = 64;  // beyond these a blank ends the line
+constexpr int longestCharacter = 4;   // bytes
 
 // A line made of several texts.
 struct ReportLine {
@@ -21,7 +23,8 @@ struct ReportLine {
 
   void pad() {
     std::size_t length = std::strlen(text);
-    while (length < firstColumnWidth) text[length++] = ' ';
+    std::size_t columns = utlColumns(text, length, utlIsWide(text, length));
+    for (; columns < firstColumnWidth; ++columns) text[length++] = ' ';
     text[length] = '\0';
   }
 
@@ -36,7 +39,7 @@ bool takesTwoColumns(char c) {
 
 // Prints the text in lines of at most 80 columns.
 void writeErrStr(ErrMsgPrinterFuncType* printer, const char* text, std::size_t size) {
-  char piece[lineColumns + 1];
+  char piece[lineColumns * longestCharacter + 1];
   std::size_t length = 0;
   int columns = 0;
   const auto printPiece = [&] {
@@ -46,7 +49,13 @@ void writeErrStr(ErrMsgPrinterFuncType* printer, const char* text, std::size_t s
     length = 0;
     columns = 0;
   };
-  for (const char* end = text + size; text < end && *text != '\0'; ++text) {
+  const char* const end = text + strnlen(text, size);
+  const bool isWide = utlIsWide(text, static_cast<std::size_t>(end - text));
+  for (; text < end; ++text) {
+    if (isWide && !utlBeginsCharacter(*text)) {
+      piece[length++] = *text;
+      continue;
+    }
     const bool isBreak = *text == '\n' || (*text == ' ' && columns > wordBreakColumns);
     if (isBreak || columns >= lineColumns) printPiece();
     if (isBreak) continue;

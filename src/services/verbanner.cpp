@@ -38,7 +38,7 @@ static_assert(sizeof debuggingLines / sizeof debuggingLines[0] == 5);
 constexpr char usualDateFormat[] = "%m/%d/%Y %r";
 constexpr char nameNotKnown[] = "???";
 
-constexpr std::size_t lineWidth = 75;  // characters between the edges of a framed line
+constexpr std::size_t lineWidth = 75;  // columns between the edges of a framed line
 
 // Writes the text of `symbol` with its arguments in lines that keep their right edge as far as
 // their words allow: a line is broken at the last blank that fits, where VerMessage would take the
@@ -47,9 +47,14 @@ template <typename... Arguments>
 void infoMessage(FILE* f, const char* symbol, const char* kinds, Arguments... arguments) {
   ErrMsgStrType text;
   ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
-  for (char* line = text; strnlen(line, lineWidth + 1) > lineWidth;) {
-    void* end = std::memchr(line, '\n', lineWidth + 1);
-    if (end == nullptr) end = memrchr(line, ' ', lineWidth + 1);
+  const char* const textEnd = text + std::strlen(text);
+  const bool isWide = utlIsWide(text, static_cast<std::size_t>(textEnd - text));
+  for (char* line = text;;) {
+    const auto left = static_cast<std::size_t>(textEnd - line);
+    const std::size_t full = utlBytes(line, left, lineWidth, isWide);
+    if (full == left) break;
+    void* end = std::memchr(line, '\n', full + 1);
+    if (end == nullptr) end = memrchr(line, ' ', full + 1);
     if (end == nullptr) break;
     line = static_cast<char*>(end);
     *line++ = '\n';
