@@ -8,18 +8,22 @@ namespace {
 
 using namespace std::string_literals;
 
-// Runs the compiler with a command line as the shell reads it: what it prints, and its exit status.
-std::string msgc(const std::string& arguments) {
+// Runs a line of the shell that finds the compiler: what it prints, and its exit status.
+std::string shell(const std::string& line) {
   const ChildResult child = runInChild([&] {
-    const std::string line = "exec " POVZEL_INSTALLATION "/bin/msgc " + arguments;
+    setenv("PATH", POVZEL_INSTALLATION "/bin:/usr/bin:/bin", 1);
     execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
   });
   return child.out + child.err + std::to_string(exitCode(child));
 }
 
+std::string msgc(const std::string& arguments) {
+  return shell("exec msgc " + arguments);
+}
+
 TEST(MessageCompiler, NamesFaultsByLine) {
-  writeFile("s.msg", "b x\nc (12):3\na:1\na:4\nd (1):%d %s\ne:100% sure\ng (0):\nh:1\0\ni:"s +
-                         std::string(2048, 'x') + "\nj:2\\\n");
+  writeFile("s.msg", "b x\nc (12):3\na:1\na:4\nd (1):%d %s\ne:\\\\% sure\ng (0):\nh:1\0\ni:"s +
+                         std::string(2048, 'x') + "\nk:\\101\\%\\777\\0\\q\nl:\xE4\nj:2\\\n");
   const std::string told = msgc("--check s.msg");
   EXPECT_EQ(std::regex_replace(told, std::regex("s.msg near line "), "@"),
             "@1: \":\" expected\n@2: numeral (12) out of range\n"
@@ -29,9 +33,15 @@ TEST(MessageCompiler, NamesFaultsByLine) {
             "@6: the list in parentheses names no argument for \"% s\"\n"
             "@7: arguments are counted from 1\n@8: line holds a zero byte\n"
             "@9: line too long (2050 characters, at most 2047)\n"
-            "@10: nothing continues the last line\n1");
+            "@10: \"\\777\" is beyond \\377, the largest byte\n@10: \"\\0\" ends the text there\n"
+            "@10: \"\\q\" is no escape (a backslash is written \\\\)\n@11: line is not UTF-8\n"
+            "@12: nothing continues the last line\n1");
   EXPECT_EQ(msgc("--output=s.err s.msg"), told);
   EXPECT_FALSE(fs::exists("s.err"));
+  writeFile("s.msg", "\xEF\xBB\xBF# a\n\na:1\\\r\n\r\nb:2\r\n");
+  EXPECT_EQ(msgc("--check s.msg"),
+            "s.msg near line 1: the file starts with a byte order mark\n"
+            "s.msg near line 3: the line ends in a carriage return (as do 3 in all)\n1");
 }
 
 TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
@@ -41,6 +51,24 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
             "poor.msg near line 1: symbol a has 1 arguments, but 2 in model.msg\n"
             "poor.msg near line 2: symbol d is not in model.msg\n"
             "poor.msg: symbol c is missing\n1");
+  // An argument may be shown again and by %s, but must not get lost or turn into another kind.
+  writeFile("model.msg", "a (1 2):%d %s\nb (1):%s\n");
+  writeFile("poor.msg", "a (2 1 1 2):%c %x %s %s\nb (1 1):%s %5.2f\n");
+  EXPECT_EQ(msgc("--check --like=model.msg poor.msg"),
+            "poor.msg near line 1: symbol a shows argument 2 as %c, but model.msg as %s\n"
+            "poor.msg near line 2: symbol b shows argument 1 as %e, but model.msg as %s\n1");
+  writeFile("poor.msg", "a (2):%s\nb (1):%s\n");
+  EXPECT_EQ(msgc("--check --like=model.msg poor.msg"),
+            "poor.msg near line 1: symbol a does not show argument 1, as model.msg does\n1");
+  EXPECT_EQ(msgc("--check --like=none poor.msg"), "none: No such file or directory\n1");
+  EXPECT_EQ(msgc("--check /dev/null"), "/dev/null: holds no message\n1");
+  EXPECT_EQ(msgc("--check " POVZEL_INSTALLATION "/sys/english67.err"), POVZEL_INSTALLATION
+            "/sys/english67.err: is a compiled file, not a source (msgc --dump "
+            "makes one of it)\n1");
+  for (const char* many : {"--check --dump model.msg", "--dump --check model.msg",
+                           "--check -o x model.msg", "--dump --like=model.msg model.msg"}) {
+    EXPECT_THAT(msgc(many), AllOf(StartsWith("usage: "), EndsWith("\n2")));
+  }
   EXPECT_EQ(msgc("-o none/x.err model.msg"),
             "none/x.err: cannot be written: No such file or directory\n1");
   EXPECT_EQ(msgc("--check ."), ".: cannot be read: Is a directory\n1");
@@ -49,6 +77,54 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
   EXPECT_THAT(msgc("--dump model.msg"), EndsWith("\n1"));
   EXPECT_THAT(msgc("--byte-order=0122 model.msg"), EndsWith("\n2"));
   EXPECT_THAT(msgc("--help"), EndsWith("\n0"));
+  EXPECT_EQ(msgc("--version >/dev/full"), "1");
+}
+
+TEST(MessageCompiler, WritesWhereItIsPointed) {
+  fs::create_directory("out");
+  fs::current_path("out");
+  writeFile("a.msg", "a:1\n");
+  const std::string compiled = shell("cat a.msg | msgc -o /dev/stdout /dev/stdin");
+  EXPECT_THAT(compiled, EndsWith("a :1\n0"));
+  // Nothing that it reads is written over, under whatever name.
+  fs::create_symlink("a.msg", "link");
+  fs::create_hard_link("a.msg", "hard");
+  for (const std::string name : {"a.msg", "link", "hard", "/dev/stdout >>a.msg"}) {
+    EXPECT_THAT(msgc("-o " + name + " a.msg"), EndsWith("1")) << name;
+    EXPECT_THAT(msgc("--like=a.msg -o " + name + " /dev/stdin <<end\na:2\nend"), EndsWith("1"));
+  }
+  EXPECT_EQ(readFile("a.msg"), "a:1\n");
+  // Links are followed and kept, also to what is not there yet; and so are rights, and bystanders.
+  fs::create_directory("far");
+  fs::create_symlink("far/b.err", "b.err");
+  fs::create_symlink("c.err", "far/b.err");
+  writeFile("far/c.err.new", "precious");
+  EXPECT_EQ(shell("umask 027; msgc -o b.err a.msg; stat -Lc %a b.err"), "640\n0");
+  EXPECT_EQ(shell("chmod 604 far/c.err; msgc -o b.err a.msg; stat -c %a far/c.err"), "604\n0");
+  EXPECT_TRUE(fs::is_symlink("b.err") && fs::is_symlink("far/b.err"));
+  EXPECT_EQ(shell("mkfifo p; cat p & msgc -o p a.msg || : >p; wait"), compiled);
+  EXPECT_EQ(shell("msgc -o /dev/stdout a.msg >p.err; cat p.err; msgc -o p.err a.msg"), compiled);
+  // A write that fails leaves the old file, and nothing else.
+  EXPECT_EQ(shell("(trap '' XFSZ; ulimit -f 0; msgc -o b.err a.msg 2>/dev/full); echo $?"), "1\n0");
+  EXPECT_EQ(readFile("b.err") + "0", compiled);
+  EXPECT_EQ(shell("ls -A . far | xargs"),
+            ".: a.msg b.err far hard link p p.err far: b.err c.err c.err.new\n0");
+}
+
+TEST(MessageCompiler, NamesDamageOfCompiledFiles) {
+  writeFile("a.msg", "a:1\n");
+  EXPECT_EQ(msgc("--byte-order=big -o a.err a.msg"), "0");
+  EXPECT_EQ(shell("cat a.err | msgc --dump /dev/stdin"),
+            "# Compiled with --byte-order=3210\na :1\n0");
+  std::string bytes = readFile("a.err");
+  std::size_t used = 20;
+  while (bytes.substr(used, 12) == std::string(12, '\0')) used += 12;
+  ++bytes[used + 3];
+  writeFile("a.err", bytes);
+  EXPECT_EQ(msgc("--dump a.err"), "a.err: symbol a cannot be found by its hash\n1");
+  bytes.replace(20 + (used + 12 - 20) % 768, 12, bytes, used, 12);
+  writeFile("a.err", bytes);
+  EXPECT_THAT(msgc("--dump a.err"), HasSubstr("a.err: several slots lead to offset 788\n"));
 }
 
 TEST(English, HasEveryErrorNumberAndSurvivesADump) {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <unordered_map>
+#include <utility>
 
 #include <povzel/errutl.h>
 #include <povzel/hash.h>
@@ -103,37 +104,46 @@ std::string compile(const std::vector<Message>& messages, const ByteOrder& order
   return file + keys + entries;
 }
 
-std::vector<Message> readCompiled(const std::string& file, Faults* faults) {
+std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Faults* faults) {
   std::vector<Message> messages;
-  if (!ErrUtlInit(1, file.c_str())) {
-    faults->addReported();
+  std::string bytes;
+  if (!readBytes(file, &bytes, faults)) return messages;
+  ErrUtlHdrSType header;
+  if (!ErrUtlReadHdr(streamOf(&bytes).get(), &header)) {
+    faults->add(file, 0, "is not a compiled file that can be used");
     return messages;
   }
-  const ErrUtlBytes contents = errUtlContents();
-  std::vector<std::uint32_t> places;
-  for (std::uint32_t i = 0; i < ErrUtlFileHdr.tabSize; ++i) {
-    const std::uint64_t at = sizeof(ErrUtlHdrSType) + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
+  std::copy(header.transform, header.transform + order->size(), order->begin());
+  // What the entries' parser names in its complaints.
+  std::snprintf(ErrUtlErrFileName, sizeof ErrUtlErrFileName, "%s", file.c_str());
+  const ErrUtlBytes contents{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
+  std::vector<Slot> slots;
+  for (std::uint32_t i = 0; i < header.tabSize; ++i) {
+    const std::uint64_t at = sizeof header + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
     if (!contents.holds(at, sizeof(ErrUtlHashSType))) {
       faults->add(file, 0, "the file ends within its table, before slot %u", i);
       break;
     }
-    const std::uint32_t valLoc = errUtlDecode(contents.data + at + 8, ErrUtlFileHdr.transform);
-    if (valLoc != 0) places.push_back(valLoc);
+    const auto integer = [&](int place) {
+      return errUtlDecode(contents.data + at + 4 * place, header.transform);
+    };
+    if (integer(2) != 0) slots.push_back({integer(0), integer(1), integer(2)});
   }
-  std::sort(places.begin(), places.end());
-  for (const std::uint32_t place : places) {
+  std::sort(slots.begin(), slots.end(),
+            [](const Slot& one, const Slot& other) { return one.valLoc < other.valLoc; });
+  std::uint32_t last = 0;
+  for (const Slot& slot : slots) {
     ErrUtlEntrySType entry;
     BoolType syntaxErr = 0;
-    if (!errUtlEntryAt(contents, place, &entry, &syntaxErr) || syntaxErr != 0) {
-      faults->add(file, 0, "there is no entry at offset %u", place);
-      continue;
+    if (slot.valLoc == std::exchange(last, slot.valLoc)) {
+      faults->add(file, 0, "several slots lead to offset %u", slot.valLoc);
+    } else if (!errUtlEntryAt(contents, slot.valLoc, &entry, &syntaxErr) || syntaxErr != 0) {
+      faults->add(file, 0, "there is no entry at offset %u", slot.valLoc);
+    } else if (slot.hash != hashOf(entry.sym)) {
+      faults->add(file, 0, "symbol %s cannot be found by its hash", entry.sym);
+    } else {
+      messages.push_back(messageOf(entry, 0));
     }
-    messages.push_back({entry.sym,
-                        {entry.argOrder, entry.argOrder + entry.argListSize},
-                        entry.buf,
-                        0,
-                        entry.expectedArgCount});
   }
-  ErrUtlShutdown();
   return messages;
 }

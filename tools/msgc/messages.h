@@ -3,8 +3,12 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include <povzel/errutl.h>
 
 struct Message {
   std::string symbol;
@@ -13,6 +17,14 @@ struct Message {
   unsigned long line;  // last line of its entry in the source
   int expectedArgs;    // the largest numeral
 };
+
+inline Message messageOf(const ErrUtlEntrySType& entry, unsigned long line) {
+  return {entry.sym,
+          {entry.argOrder, entry.argOrder + entry.argListSize},
+          entry.buf,
+          line,
+          entry.expectedArgCount};
+}
 
 // Counts faults and reports each on standard error.
 class Faults {
@@ -28,9 +40,32 @@ class Faults {
 
 using ByteOrder = std::array<unsigned char, 4>;  // the significance of each byte of an integer
 
+// Larger files the library would not read to their end.
+constexpr std::size_t largestFile = 64u << 20;
+
+// Reads a file, a pipe or a device to its end. False, with the fault reported, if that fails.
+bool readBytes(const std::string& name, std::string* bytes, Faults* faults);
+
+// Whether both names lead to one regular file.
+bool isSameFile(const std::string& name, const std::string& other);
+
+// Writes the file that `name` leads to, or standard output for an empty name. A regular file is
+// replaced at once and keeps its rights; pipes and devices are written into.
+void writeBytes(const std::string& name, const std::string& bytes, Faults* faults);
+
+// The bytes as a stream to read.
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+inline File streamOf(std::string* bytes) {
+  return File(fmemopen(bytes->data(), bytes->size(), "r"));
+}
+
 // Reads a source file, reporting every line that is not an entry or is not what the library would
-// show.
-std::vector<Message> readSource(const std::string& file, Faults* faults);
+// show. False if there is nothing to compare or compile.
+bool readSource(const std::string& file, std::vector<Message>* messages, Faults* faults);
 
 // Reports where the messages of `file` do not fit the program that those of `model` are for.
 void compareWith(const std::vector<Message>& messages, const std::string& file,
@@ -42,5 +77,5 @@ std::string entryLines(const Message& message);
 // The compiled file for these messages.
 std::string compile(const std::vector<Message>& messages, const ByteOrder& order);
 
-// Reads a compiled file's messages, in the order of their entries.
-std::vector<Message> readCompiled(const std::string& file, Faults* faults);
+// Reads a compiled file's messages, in the order of their entries, and its byte order.
+std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Faults* faults);

@@ -1,15 +1,9 @@
 // msgc: the message compiler. docs/messages.md shows how to use it.
 
 #include <getopt.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 
-#include <povzel/errutl.h>
 #include "messages.h"
 
 namespace {
@@ -23,17 +17,16 @@ constexpr char usage[] =
     "ORDER is \"little\" (the default), \"big\", or four digits: which byte of an integer, from "
     "the\n"
     "least significant (0) up, stands at each place. MODEL is the source of another language that\n"
-    "must have the same symbols with the same numbers of arguments, as english67.msg has them.\n"
+    "must have the same symbols with the same arguments, as english67.msg has them.\n"
     "Exit status: 0 if all is well, 1 if there are faults, 2 if the command is wrong.\n";
-
-// Larger files the library would not read to their end.
-constexpr std::size_t largestFile = 64u << 20;
 
 enum class Task { compile, check, dump, help, version };
 
+constexpr ByteOrder usualOrder = {0, 1, 2, 3};
+
 struct Command {
   Task task = Task::compile;
-  ByteOrder order = {0, 1, 2, 3};
+  ByteOrder order = usualOrder;
   std::string model;
   std::string input;
   std::string output;
@@ -47,6 +40,19 @@ bool parseByteOrder(const std::string& name, ByteOrder* order) {
     (*order)[i] = static_cast<unsigned char>(digits[i] - '0');
   }
   return UtlValidateSwizzleTransforms(order->data(), twoBytes) != 0;
+}
+
+// Names the task; two of them on one line are none.
+bool setTask(Command* command, Task task) {
+  if (command->task != Task::compile && command->task != task) return false;
+  command->task = task;
+  return true;
+}
+
+// Whether what the task needs is named, and nothing that it does not use.
+bool isComplete(const Command& command) {
+  if (command.task == Task::compile) return !command.output.empty();
+  return command.task == Task::check ? command.output.empty() : command.model.empty();
 }
 
 bool parseCommand(int argc, char** argv, Command* command) {
@@ -64,10 +70,10 @@ bool parseCommand(int argc, char** argv, Command* command) {
         if (!parseByteOrder(optarg, &command->order)) return false;
         break;
       case 'c':
-        command->task = Task::check;
+        if (!setTask(command, Task::check)) return false;
         break;
       case 'd':
-        command->task = Task::dump;
+        if (!setTask(command, Task::dump)) return false;
         break;
       case 'h':
         command->task = Task::help;
@@ -87,49 +93,46 @@ bool parseCommand(int argc, char** argv, Command* command) {
   }
   if (optind + 1 != argc) return false;
   command->input = argv[optind];
-  return command->task != Task::compile || !command->output.empty();
+  return isComplete(*command);
 }
 
-struct FreeText {
-  void operator()(char* text) const { std::free(text); }
-};
-
-// Puts the bytes into a new file that takes the place of `name` when it is complete, or of what
-// that links to. What is there and no regular file, such as a device, is written into.
-void writeFile(const std::string& name, const std::string& bytes, Faults* faults) {
-  const std::unique_ptr<char, FreeText> canonical(realpath(name.c_str(), nullptr));
-  const std::string target = canonical ? canonical.get() : name;
-  struct stat64 there;
-  const bool replaced = stat64(target.c_str(), &there) != 0 || S_ISREG(there.st_mode);
-  const std::string unfinished = replaced ? target + ".new" : target;
-  FILE* file = std::fopen(unfinished.c_str(), "w");
-  bool ok = file != nullptr;
-  if (ok) {
-    ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    ok = std::fclose(file) == 0 && ok;
-    ok = ok && (!replaced || std::rename(unfinished.c_str(), target.c_str()) == 0);
+// Writes what came of the input, never over what it came from.
+void writeOutput(const Command& command, const std::string& bytes, Faults* faults) {
+  for (const std::string& from : {command.input, command.model}) {
+    if (!isSameFile(command.output, from)) continue;
+    faults->add(command.output, 0, "is %s itself, and is not written over", from.c_str());
+    return;
   }
-  if (ok) return;
-  faults->add(name, 0, "cannot be written: %s", std::strerror(errno));
-  if (file != nullptr && replaced) std::remove(unfinished.c_str());
+  writeBytes(command.output, bytes, faults);
 }
 
 void dump(const Command& command, Faults* faults) {
+  ByteOrder order;
   std::string lines;
-  for (const Message& message : readCompiled(command.input, faults)) lines += entryLines(message);
-  if (command.output.empty()) {
-    if (std::fputs(lines.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
-      faults->add("standard output", 0, "cannot be written: %s", std::strerror(errno));
-    }
-  } else if (!faults->any()) {
-    writeFile(command.output, lines, faults);
+  for (const Message& message : readCompiled(command.input, &order, faults)) {
+    lines += entryLines(message);
   }
+  if (lines.empty() && !faults->any()) faults->add(command.input, 0, "holds no message");
+  if (lines.empty()) return;
+  if (order != usualOrder) {
+    std::string digits;
+    for (const unsigned char significance : order) digits += static_cast<char>('0' + significance);
+    lines.insert(0, "# Compiled with --byte-order=" + digits + "\n");
+  }
+  if (command.output.empty() || !faults->any()) writeOutput(command, lines, faults);
 }
 
 void compileOrCheck(const Command& command, Faults* faults) {
-  const std::vector<Message> messages = readSource(command.input, faults);
+  std::vector<Message> messages;
+  const bool isRead = readSource(command.input, &messages, faults);
   if (!command.model.empty()) {
-    compareWith(messages, command.input, readSource(command.model, faults), command.model, faults);
+    std::vector<Message> model;
+    Faults inModel;
+    const bool isModelRead = readSource(command.model, &model, &inModel);
+    if (inModel.any()) faults->addReported();
+    if (isRead && isModelRead) {
+      compareWith(messages, command.input, model, command.model, faults);
+    }
   }
   if (faults->any() || command.task == Task::check) return;
   const std::string file = compile(messages, command.order);
@@ -138,7 +141,7 @@ void compileOrCheck(const Command& command, Faults* faults) {
                 largestFile);
     return;
   }
-  writeFile(command.output, file, faults);
+  writeOutput(command, file, faults);
 }
 
 }  // namespace
@@ -150,7 +153,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (command.task == Task::help || command.task == Task::version) {
-    return std::puts(command.task == Task::help ? usage : POVZEL_VERSION) < 0 ? 1 : 0;
+    std::puts(command.task == Task::help ? usage : POVZEL_VERSION);
+    return std::fflush(stdout) == 0 ? 0 : 1;
   }
   Faults faults;
   if (command.task == Task::dump) {
