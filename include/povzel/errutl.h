@@ -88,9 +88,10 @@ POVZEL_EXPORT BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr);
 POVZEL_EXPORT BoolType ErrUtlReset(BoolType isCompiled);
 
 // Finds and opens a message file: `fileName`, or when that is null the one that TARVOLIN_LANG
-// names, or else "$TARVOLIN/sys/english67.err". For the latter two a file of that name near the
-// program goes first. Without TARVOLIN a name that begins with it is one in the installation that
-// this library lies in. Returns 0 if the file cannot be used.
+// names, or else "$TARVOLIN/sys/english67.err". For the latter two a file of that name goes first
+// that is in the program's directory (UtlSetExeDir; while that is not set, in the current one), or
+// in ../bin/ or ../sys/ from there. Without TARVOLIN a name that begins with it is one in the
+// installation that this library lies in. Returns 0 if the file cannot be used.
 POVZEL_EXPORT BoolType ErrUtlInit(BoolType isCompiled, const char* fileName);
 
 // Returns 1 if the last ErrUtlInit succeeded.

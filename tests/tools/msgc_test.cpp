@@ -127,6 +127,27 @@ TEST(MessageCompiler, NamesDamageOfCompiledFiles) {
   EXPECT_THAT(msgc("--dump a.err"), HasSubstr("a.err: several slots lead to offset 788\n"));
 }
 
+// The commands of docs/messages.md, in a fresh shell, show what the page says.
+TEST(English, IsTranslatedAsThePageSays) {
+  fs::create_directories("fresh/build/tarvolin");
+  fs::current_path("fresh");
+  fs::create_symlink(POVZEL_SOURCES "/messages", "messages");
+  fs::create_symlink(POVZEL_INSTALLATION "/lib", "build/tarvolin/lib");
+  for (const std::string folder : {"bin", "sys"})
+    fs::copy(POVZEL_INSTALLATION "/" + folder, "build/tarvolin/" + folder);
+  const std::string page = readFile(POVZEL_SOURCES "/docs/messages.md");
+  const std::size_t begin = page.find("\n```\n$ ") + 5;
+  std::istringstream block(page.substr(begin, page.find("\n```\n", begin) + 1 - begin));
+  std::string commands, shown;
+  for (std::string line; std::getline(block, line);) {
+    const bool isCommand = line.starts_with("$ ");
+    (isCommand ? commands : shown) += line.substr(isCommand ? 2 : 0) + "\n";
+  }
+  writeFile("commands", commands);
+  EXPECT_EQ(shell("exec env -i PATH=/usr/bin:/bin sh -e commands"), shown + "0");
+  EXPECT_THAT(shown, HasSubstr("ö"));
+}
+
 TEST(English, HasEveryErrorNumberAndSurvivesADump) {
   setenv("TARVOLIN", POVZEL_INSTALLATION, 1);
   setenv("TARVOLIN_LANG", "", 1);
