@@ -230,7 +230,8 @@ POVZEL_STATIC_ASSERT(sizeof(SysErrorSType) == 4104, "the layout of SysErrorSType
 
 POVZEL_BEGIN_C
 
-// Fills `record` (null: nothing happens) with the printf text of `format`, cut to 4,095 characters.
+// Fills `record` (null: nothing happens) with the printf text of `format`, cut to 4,095 characters;
+// the record's present text may be among the arguments.
 //   hostError 0:  SYSERR_NONE, and ": failed with no error code" behind the text
 //   hostError -1: SYSERR_NONE, and the text alone
 //   otherwise:    the number's portable code, and ": " with its UnixErr text behind the text

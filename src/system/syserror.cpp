@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <povzel/unixerr.h>
 #include "basics/internal.h"
@@ -15,15 +16,9 @@ class Message {
  public:
   explicit Message(char (&field)[4096]) : field_(field), length_(0) {}
 
-  void format(const char* format, std::va_list arguments) {
-    const int wanted = std::vsnprintf(field_, sizeof field_, format, arguments);
-    length_ = std::min(static_cast<std::size_t>(std::max(wanted, 0)), sizeof field_ - 1);
-    field_[length_] = '\0';
-  }
-
-  void append(const char* text) {
-    const std::size_t length = std::min(std::strlen(text), room() - 1);
-    std::memcpy(end(), text, length);
+  void append(std::string_view text) {
+    const std::size_t length = std::min(text.size(), room() - 1);
+    std::memcpy(end(), text.data(), length);
     length_ += length;
     *end() = '\0';
   }
@@ -47,11 +42,14 @@ void SysErrorSet(SysErrorSType* record, long hostError, const char* format, ...)
   const ErrnoKeeper keeper;
   record->hostError = hostError;
 
-  Message message(record->errMsg);
+  // Formatted beside the field, whose present text may be an argument.
+  char text[sizeof record->errMsg];
   std::va_list arguments;
   va_start(arguments, format);
-  message.format(format, arguments);
+  const int length = std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
+  Message message(record->errMsg);
+  message.append({text, static_cast<std::size_t>(std::clamp(length, 0, int{sizeof text} - 1))});
 
   record->errCode = SYSERR_NONE;
   if (hostError == -1) return;

@@ -64,6 +64,8 @@ TEST(SysError, RecordByHostError) {
     EXPECT_EQ(std::tuple(record.hostError, record.errCode, SysErrorGetMessage(&record)),
               std::tuple(hostError, code, message));
     EXPECT_TRUE(SysErrorIsSet(&record));
+    SysErrorSet(&record, -1, "reading: %s, %s", SysErrorGetMessage(&record), record.errMsg);
+    EXPECT_EQ(record.errMsg, "reading: " + message + ", " + message);
     SysErrorClear(&record);
     EXPECT_FALSE(SysErrorIsSet(&record));
   }
