@@ -92,9 +92,14 @@ POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
 // Not `interactively`, the command runs in a session of its own. Otherwise it shares the terminal,
 // and the terminal's foreground process group is put back afterwards.
 //
-// This process has all signals blocked meanwhile. The command itself starts with the signal mask of
-// the caller, so that it can be interrupted. The handlers of SIGCHLD and SIGVTALRM are back when
-// the call returns, installed anew with UNIXIO_DO_SIGNAL.
+// The calling thread has all signals blocked meanwhile. The command itself starts with the mask
+// that the thread had, so that it can be interrupted. A command that stops stays so, and is then
+// the caller's to continue or end, and to wait for.
+//
+// Any thread may call, beside others that do. SIGCHLD has its default action and SIGVTALRM is
+// ignored from the first call's begin to the last one's end; then the handlers from before are
+// back, installed anew with UNIXIO_DO_SIGNAL. A thread that waits for children of any id meanwhile
+// may take a command's status away.
 POVZEL_EXPORT int UnixIoSystem(const char* cmd, BoolType interactively);
 
 POVZEL_END_C

@@ -1,5 +1,6 @@
 // UnixIoSystem (unixio.h): a shell command, run in a child.
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include <povzel/hostmutex.h>
 #include <povzel/unixio.h>
 #include "basics/internal.h"
 #include "internal.h"
@@ -15,12 +17,72 @@ namespace {
 
 constexpr int execFailedStatus = 4;
 
+// What every run changes for all threads: the first does it, the last puts it back.
+HostMutexSType runsMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
+int runs = 0;
+struct sigaction childAction;
+struct sigaction timerAction;
+
+// Holds the mutex. No handler runs meanwhile, which might run a command itself.
+class RunsAccess {
+ public:
+  RunsAccess() { HostMutexAcquire(&runsMutex); }
+  ~RunsAccess() { HostMutexRelease(&runsMutex); }
+  RunsAccess(const RunsAccess&) = delete;
+  RunsAccess& operator=(const RunsAccess&) = delete;
+
+ private:
+  const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
+};
+
+void putActionsBackUnchanged() {
+  sigaction(SIGCHLD, &childAction, nullptr);
+  sigaction(SIGVTALRM, &timerAction, nullptr);
+}
+
+void holdRunsForFork() {
+  HostMutexAcquire(&runsMutex);
+}
+
+void releaseRunsInParent() {
+  HostMutexRelease(&runsMutex);
+}
+
+// The threads whose commands run are the parent's.
+void releaseRunsInChild() {
+  if (runs > 0) putActionsBackUnchanged();
+  runs = 0;
+  HostMutexRelease(&runsMutex);
+}
+
+void beginRun() {
+  static pthread_once_t registered = PTHREAD_ONCE_INIT;
+  pthread_once(&registered,
+               [] { pthread_atfork(holdRunsForFork, releaseRunsInParent, releaseRunsInChild); });
+  const RunsAccess access;
+  const bool first = runs++ == 0;
+  UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, first ? &childAction : nullptr);
+  UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, first ? &timerAction : nullptr);
+}
+
+void endRun() {
+  const RunsAccess access;
+  if (--runs > 0) return;
+  UNIXIO_DO_SIGNAL(SIGCHLD, childAction.sa_sigaction, nullptr);
+  UNIXIO_DO_SIGNAL(SIGVTALRM, timerAction.sa_sigaction, nullptr);
+}
+
+// A run that never began leaves the actions as they were to the last flag.
+void cancelRun() {
+  const RunsAccess access;
+  if (--runs == 0) putActionsBackUnchanged();
+}
+
 // What the shell's run changes in this process, and how it is put back.
 class Surroundings {
  public:
   explicit Surroundings(BoolType interactively) {
-    UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, &child_);
-    UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, &timer_);
+    beginRun();
     if (interactively != 0) foreground_ = os.tcgetpgrp(STDIN_FILENO);
   }
   Surroundings(const Surroundings&) = delete;
@@ -31,15 +93,13 @@ class Surroundings {
   // After a run that never began: all is as before, the mask last, when this dies.
   void putBackUnchanged() const {
     const ErrnoKeeper keeper;
-    sigaction(SIGCHLD, &child_, nullptr);
-    sigaction(SIGVTALRM, &timer_, nullptr);
+    cancelRun();
   }
 
   void putBack() const {
     const ErrnoKeeper keeper;
     mask_.restore();
-    UNIXIO_DO_SIGNAL(SIGCHLD, child_.sa_sigaction, nullptr);
-    UNIXIO_DO_SIGNAL(SIGVTALRM, timer_.sa_sigaction, nullptr);
+    endRun();
     if (foreground_ != -1) takeForeground();
   }
 
@@ -51,8 +111,6 @@ class Surroundings {
   }
 
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
-  struct sigaction child_ = {};
-  struct sigaction timer_ = {};
   pid_t foreground_ = -1;
 };
 

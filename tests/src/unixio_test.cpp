@@ -142,6 +142,33 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
   std::signal(SIGVTALRM, SIG_DFL);
 }
 
+// Three threads' commands, and forks in the middle of them
+TEST(UnixIoSystem, RunsBesideOthers) {
+  for (const auto action : {static_cast<sighandler_t>(handler1), SIG_IGN}) {
+    std::signal(SIGCHLD, action);
+    std::signal(SIGVTALRM, action);
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (const int status : {0, 3, 0}) {
+      threads.emplace_back([&, status] {
+        const std::string command = "exit " + std::to_string(status);
+        for (int run = 0; run < 25; ++run) {
+          wrong += UnixIoSystem(command.c_str(), 0) != (status == 0 ? 0 : -1);
+        }
+      });
+    }
+    for (int child = 0; child < 10 && action == handler1; ++child) {
+      const auto run = [&] {
+        return UnixIoSystem("exit 0", 0) == 0 && std::signal(SIGCHLD, SIG_DFL) == handler1;
+      };
+      EXPECT_EQ(exitCode(inChild(run)), 1);
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+    for (const int sig : {SIGCHLD, SIGVTALRM}) EXPECT_EQ(std::signal(sig, SIG_DFL), action);
+  }
+}
+
 // In a session of its own, or in the caller's.
 TEST(UnixIoSystem, CommandsByInteraction) {
   static pid_t given;
