@@ -181,7 +181,8 @@ int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
   int log;
   {
     const RealIds ids(!plan.byDaemon);
-    log = ids.refused() ? -1 : HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    // The program inherits the right to write beyond 2 GiB, too.
+    log = ids.refused() ? -1 : HostOpen64(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
   }
   if (log >= 0) return log;
   const int reason = errno;

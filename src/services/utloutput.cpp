@@ -48,6 +48,12 @@ BoolType endWithLf(FILE* file) {
   return 1;
 }
 
+// Of the size there are 32 bits only, 0 for 4 GiB as well.
+bool isEmpty(const char* name) {
+  struct stat64 status;
+  return UnixIoStat64(name, &status, nullptr, 0) == 0 || status.st_size == 0;
+}
+
 // Puts the open file in the place of standard output and errors; of neither when one refuses.
 bool redirectOutput(int file) {
   const int formerOutput = os.fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -69,7 +75,7 @@ bool redirectOutput(int file) {
 
 // The same with the file `name`, opened to append.
 bool redirectOutput(const char* name) {
-  int file = HostOpen(name, O_WRONLY | O_CREAT | O_APPEND, 0666);
+  int file = HostOpen64(name, O_WRONLY | O_CREAT | O_APPEND, 0666);
   if (file >= 0) file = unixIoAboveStandard(file);
   if (file < 0) return false;
   std::fflush(stdout);
@@ -100,10 +106,10 @@ BoolType UtlAppendLfToFile(const char* fileName) {
   if (!HostFileExistSize(fileName, &size, &exists, &failure)) {
     return exists != 0 ? reportFailedStep(statStep, failure.theErrno) : 1;
   }
-  if (size == 0) return 1;
-
   HostFnameStrType expanded;
   HostExpandFileName(fileName, expanded, sizeof expanded);
+  if (size == 0 && isEmpty(expanded)) return 1;
+
   FILE* file = UnixIoFopen(expanded, "a+");
   if (file == nullptr) return reportFailedStep(openStep, errno);
   const BoolType result = endWithLf(file);
