@@ -65,6 +65,11 @@ TEST(UtlAppendLfToFile, EndsEveryLine) {
     EXPECT_EQ(readFile("lines"), after);
   }
   EXPECT_TRUE(UtlAppendLfToFile("none") && !fs::exists("none"));
+  for (const off64_t size : {2ULL << 30, 4ULL << 30}) {
+    EXPECT_EQ(truncate64("lines", size), 0);
+    EXPECT_TRUE(UtlAppendLfToFile("lines") && UtlAppendLfToFile("lines"));
+    EXPECT_EQ(fs::file_size("lines"), size + 1);
+  }
 }
 
 }  // namespace
