@@ -126,20 +126,34 @@ std::string linkOf(const std::string& name) {
   return fs::read_symlink(name, ignored);
 }
 
-// All of the process that an operation must not change.
-std::string processState() {
-  std::string state = linkOf("/proc/self/cwd");
-  const std::string status = readFile("/proc/self/status");
-  for (const char* key : {"\nUmask:", "\nUid:", "\nGid:", "\nSigBlk:", "\nSigIgn:", "\nSigCgt:"}) {
+// Lines of the calling thread's status.
+std::string statusLines(const std::initializer_list<const char*>& keys) {
+  const std::string status = readFile("/proc/thread-self/status");
+  std::string lines;
+  for (const char* key : keys) {
     const std::size_t line = status.find(key);
-    state += status.substr(line, status.find('\n', line + 1) - line);
+    lines += status.substr(line, status.find('\n', line + 1) - line);
   }
+  return lines;
+}
+
+}  // namespace
+
+std::string threadState() {
+  return linkOf("/proc/thread-self/cwd") +
+         statusLines({"\nUmask:", "\nUid:", "\nGid:", "\nSigBlk:"});
+}
+
+std::string processState() {
+  std::string state = threadState() + statusLines({"\nSigIgn:", "\nSigCgt:"});
   for (int fd = 0; fd < 64; ++fd) {
     const std::string file = linkOf("/proc/self/fd/" + std::to_string(fd));
     if (!file.empty()) state += "\nfile " + std::to_string(fd) + " " + file;
   }
   return state + (waitpid(-1, nullptr, WNOHANG) != -1 ? "\na child" : "");
 }
+
+namespace {
 
 std::set<std::string> contentOf(const std::string& directory) {
   std::set<std::string> lines;

@@ -57,3 +57,8 @@ struct FaultPlan {
 //   - that the same operation succeeds afterwards.
 // Returns the calls that failed.
 CallNames failEachCall(const std::function<Said()>& operation, const FaultPlan& plan = {});
+
+// What an operation must not change: the calling thread's folder, umask, ids and mask; and with
+// them the process's signal actions, descriptors and children.
+std::string threadState();
+std::string processState();
