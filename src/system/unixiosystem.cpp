@@ -40,25 +40,34 @@ void putActionsBackUnchanged() {
   sigaction(SIGVTALRM, &timerAction, nullptr);
 }
 
+sigset_t maskAtFork;  // of the thread that forks, and so holds the mutex
+
 void holdRunsForFork() {
+  sigset_t all;
+  sigset_t mask;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &mask);
   HostMutexAcquire(&runsMutex);
+  maskAtFork = mask;
 }
 
-void releaseRunsInParent() {
+void releaseRuns() {
+  const sigset_t mask = maskAtFork;
   HostMutexRelease(&runsMutex);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
 // The threads whose commands run are the parent's.
 void releaseRunsInChild() {
   if (runs > 0) putActionsBackUnchanged();
   runs = 0;
-  HostMutexRelease(&runsMutex);
+  releaseRuns();
 }
 
 void beginRun() {
   static pthread_once_t registered = PTHREAD_ONCE_INIT;
   pthread_once(&registered,
-               [] { pthread_atfork(holdRunsForFork, releaseRunsInParent, releaseRunsInChild); });
+               [] { pthread_atfork(holdRunsForFork, releaseRuns, releaseRunsInChild); });
   const RunsAccess access;
   const bool first = runs++ == 0;
   UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, first ? &childAction : nullptr);

@@ -114,9 +114,8 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
     return messages;
   }
   std::copy(header.transform, header.transform + order->size(), order->begin());
-  // What the entries' parser names in its complaints.
-  std::snprintf(ErrUtlErrFileName, sizeof ErrUtlErrFileName, "%s", file.c_str());
-  const ErrUtlBytes contents{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
+  const ErrUtlBytes contents{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                             file.c_str()};
   std::vector<Slot> slots;
   for (std::uint32_t i = 0; i < header.tabSize; ++i) {
     const std::uint64_t at = sizeof header + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
