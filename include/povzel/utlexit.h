@@ -6,7 +6,7 @@
 //   ...
 //   UtlExit(0);
 //
-// Nothing here locks: register while one thread runs.
+// Register while one thread runs; any thread may run the handlers.
 #pragma once
 
 #include <povzel/povzeltypes.h>
@@ -27,8 +27,8 @@ POVZEL_EXPORT void UtlInit(void);
 // stored.
 POVZEL_EXPORT int UtlAtExit(ExitFuncType* handler);
 
-// Runs the handlers, the last registered first. A second call, also one from a handler, does
-// nothing.
+// Runs the handlers, the last registered first. A second call, also one from a handler or beside
+// the first, does nothing.
 POVZEL_EXPORT void UtlRunExitHandlers(void);
 
 // Whether UtlExit with status 0 removes this process's child log. Off at start.

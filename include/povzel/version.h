@@ -64,8 +64,7 @@ POVZEL_EXPORT const char* VerTVVersion(void);
 // The version of the library itself, such as "6.7.1": what its packages and its jar carry.
 POVZEL_EXPORT const char* VerLibraryVersion(void);
 
-// Version and build date of the database file format and of the remote call interface, each in a
-// static buffer of its own that every call rewrites with the same text.
+// Version and build date of the database file format and of the remote call interface.
 POVZEL_EXPORT const char* VerDbfVersion(void);
 POVZEL_EXPORT const char* VerTrvCallVersion(void);
 

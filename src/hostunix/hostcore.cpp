@@ -67,7 +67,7 @@ void enterCoreDirectory() {
     std::snprintf(name, sizeof name, "coredir%lu-%s", static_cast<unsigned long>(getpid()), host);
   } else {
     std::snprintf(name, sizeof name, "coredir%lu-%lu", static_cast<unsigned long>(getpid()),
-                  static_cast<unsigned long>(std::time(nullptr)));
+                  static_cast<unsigned long>(hostTimeOfDay().seconds));
   }
   HostExpandFileName(name, coreDirName, sizeof coreDirName);
   if (os.mkdir(coreDirName, 0700) != 0) {

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostcore.h>
@@ -16,6 +15,7 @@
 #include <povzel/vermsg.h>
 #include "internal.h"
 #include "messages/internal.h"
+#include "services/internal.h"
 
 BoolType noHalt = 0;
 
@@ -56,7 +56,7 @@ void hostPrintDebuggerBanner(const char* caller) {
   VerLeadingEdge(stdout);
   verCatalogueMessage(stdout, "host.debugger1", "s", caller);
   ZelCTimeStringType date;
-  verCatalogueMessage(stdout, "host.debugger2", "s", UtlCtime(std::time(nullptr), &date));
+  verCatalogueMessage(stdout, "host.debugger2", "s", utlCtimeOfNow(&date));
 }
 
 void hostErrnoMessage(int error, ErrMsgStrType text) {

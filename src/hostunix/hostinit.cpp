@@ -8,7 +8,6 @@
 #include <clocale>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostdebug.h>
@@ -22,6 +21,7 @@
 #include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
+#include "services/internal.h"
 
 BoolType hostIsInitialized = 0;
 utsname unameData = {};
@@ -97,7 +97,7 @@ void rememberTerminal() {
     VerMessage(stderr, text);
   }
   ZelCTimeStringType date;
-  verCatalogueMessage(stderr, "fault.date", "s", UtlCtime(std::time(nullptr), &date));
+  verCatalogueMessage(stderr, "fault.date", "s", utlCtimeOfNow(&date));
   VerEndEdge(stderr);
   UtlExit(startFailureStatus);
 }

@@ -1,5 +1,6 @@
 #include <povzel/utlexit.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,7 +21,7 @@ constexpr auto listEnd = RegisteredExitFuncPtrs + UtlMaxExitHandlers;
 
 // The most recently filled slot; listEnd when the list is empty; null while and after the
 // handlers run.
-ExitFuncType** NextRegisteredExitFuncPtr = nullptr;
+std::atomic<ExitFuncType**> NextRegisteredExitFuncPtr{nullptr};
 
 int UtlExitStatus = 0;
 BoolType removeLogOnExit = 0;
@@ -55,16 +56,16 @@ void UtlInit() {
 }
 
 int UtlAtExit(ExitFuncType* handler) {
-  if (NextRegisteredExitFuncPtr == nullptr) return 1;
-  if (NextRegisteredExitFuncPtr == RegisteredExitFuncPtrs) return 1;
-  *--NextRegisteredExitFuncPtr = handler;
+  ExitFuncType** const last = NextRegisteredExitFuncPtr;
+  if (last == nullptr || last == RegisteredExitFuncPtrs) return 1;
+  *(last - 1) = handler;
+  NextRegisteredExitFuncPtr = last - 1;
   return 0;
 }
 
 void UtlRunExitHandlers() {
-  ExitFuncType** slot = NextRegisteredExitFuncPtr;
+  ExitFuncType** slot = NextRegisteredExitFuncPtr.exchange(nullptr);
   if (slot == nullptr) return;
-  NextRegisteredExitFuncPtr = nullptr;
   for (; slot < listEnd; ++slot) {
     ExitFuncType* handler = *slot;
     *slot = nullptr;

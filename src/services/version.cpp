@@ -13,13 +13,6 @@
 
 namespace {
 
-using VersionText = char[100];
-
-const char* versionText(VersionText& buffer, const char* release) {
-  std::snprintf(buffer, sizeof buffer, "%s, %s", release, VER_BUILD_DATE);
-  return buffer;
-}
-
 // The text that answers `paramId`, or null when the answer is no text.
 const char* stringParam(int paramId) {
   switch (paramId) {
@@ -108,13 +101,13 @@ const char* VerLibraryVersion() {
 }
 
 const char* VerDbfVersion() {
-  static VersionText buffer;
-  return versionText(buffer, VER_DBF_RELEASE);
+  static constexpr char text[100] = VER_DBF_RELEASE ", " VER_BUILD_DATE;
+  return text;
 }
 
 const char* VerTrvCallVersion() {
-  static VersionText buffer;
-  return versionText(buffer, VER_RELEASE);
+  static constexpr char text[100] = VER_RELEASE ", " VER_BUILD_DATE;
+  return text;
 }
 
 BoolType VerGetVersionParam(VerParamEType paramId, VerParamResultSType* result) {

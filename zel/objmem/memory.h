@@ -7,7 +7,6 @@
 // fixed objects and from what the registered root visitors name.
 #pragma once
 
-
 #include "object.h"
 
 namespace zel {
