@@ -19,7 +19,8 @@ POVZEL_BEGIN_C
 // on silently with the same prompt, unless it has been asked to end or the signal's handler
 // interrupts system calls: then `buf` is empty. Signals that are ignored, that this thread blocks,
 // or SIGALRM with a handler that restarts them, stay as they are. Other signals do not end the
-// reading; actions set meanwhile for those named are put back.
+// reading; actions set meanwhile for those named are put back. A process that another thread forks
+// meanwhile has the program's own.
 //
 // From another stream the line is read by UnixIoFgets: what does not fit is left for the next read.
 POVZEL_EXPORT void HostSilentGetLine(const char* prompt, char* buf, size_t maxLen);

@@ -1,6 +1,7 @@
 #include <povzel/hostterminal.h>
 
 #include <poll.h>
+#include <pthread.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -53,13 +54,46 @@ bool isHandled(const struct sigaction& action) {
 // The thread that waits for the line, 0 for none.
 std::atomic<pid_t> reader{0};
 
+void passOn(int signal, siginfo_t* info, void* context);
+
+// A signal's own action while passOn has its place. Processes forked meanwhile inherit passOn and
+// this, but not the reader.
+struct HeldAction {
+  std::atomic<bool> isHeld;
+  struct sigaction former;
+
+  // What a fork or a handler on top of it sees is complete.
+  void replace(int signal, const struct sigaction& action) {
+    former = action;
+    isHeld = true;
+    UNIXIO_DO_SIGNAL(signal, passOn, nullptr);
+  }
+  void putBack(int signal) {
+    if (!isHeld) return;
+    sigaction(signal, &former, nullptr);
+    isHeld = false;
+  }
+};
+HeldAction heldActions[heldCount];
+
+// Where passOn is without its reader. Signal-safe.
+void putInheritedBack() {
+  for (std::size_t index = 0; index < heldCount; ++index) {
+    struct sigaction action;
+    sigaction(heldSignals[index], nullptr, &action);
+    if (action.sa_sigaction == passOn) heldActions[index].putBack(heldSignals[index]);
+  }
+  reader = 0;
+}
+
 // Hands a signal to the reader, whichever thread got it. There it is blocked until it may act.
 void passOn(int signal, siginfo_t* /*info*/, void* /*context*/) {
   const ErrnoKeeper keeper;
   const pid_t thread = reader.load();
   if (tgkill(getpid(), thread != 0 ? thread : gettid(), signal) == 0) return;
-  // A process forked meanwhile has no such thread.
-  std::signal(signal, SIG_DFL);
+  // Either the reader has ended meanwhile, the actions put back, or this is a process without it,
+  // forked past the handlers of forks.
+  if (reader == thread) putInheritedBack();
   std::raise(signal);
 }
 
@@ -68,13 +102,17 @@ void passOn(int signal, siginfo_t* /*info*/, void* /*context*/) {
 class Silence {
  public:
   Silence() {
+    static pthread_once_t registered = PTHREAD_ONCE_INIT;
+    pthread_once(&registered, [] { pthread_atfork(nullptr, nullptr, putInheritedBack); });
     reader = gettid();
     for (std::size_t index = 0; index < heldCount; ++index) hold(index);
     echoOff_.emplace();
   }
   ~Silence() {
     echoOff_.reset();
-    for (auto& action : actions_) action.reset();
+    for (std::size_t index = 0; index < heldCount; ++index) {
+      heldActions[index].putBack(heldSignals[index]);
+    }
     reader = 0;
   }
   Silence(const Silence&) = delete;
@@ -99,11 +137,12 @@ class Silence {
     const int signal = heldSignals[index];
     struct sigaction action;
     sigaction(signal, nullptr, &action);
+    if (action.sa_sigaction == passOn) return;  // by a prompt that this one interrupts
     const bool restarts = isHandled(action) && (action.sa_flags & SA_RESTART) != 0;
     if (action.sa_handler == SIG_IGN || sigismember(&maskBefore(), signal) == 1) return;
     if (signal == SIGALRM && restarts) return;
     interrupts_[index] = isHandled(action) && !restarts;
-    actions_[index].emplace(signal, passOn);
+    heldActions[index].replace(signal, action);
   }
 
   template <typename Counts>
@@ -111,15 +150,15 @@ class Silence {
     sigset_t pending;
     sigpending(&pending);
     for (std::size_t index = 0; index < heldCount; ++index) {
-      const bool held = actions_[index].has_value();
-      if (held && sigismember(&pending, heldSignals[index]) == 1 && counts(index)) return true;
+      if (heldActions[index].isHeld && sigismember(&pending, heldSignals[index]) == 1 &&
+          counts(index))
+        return true;
     }
     return false;
   }
 
   const SignalMask mask_{SIG_BLOCK,
                          unixIoSignals(SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM, SIGTSTP)};
-  std::optional<SignalAction> actions_[heldCount];
   bool interrupts_[heldCount] = {};
   std::optional<EchoOff> echoOff_;
 };

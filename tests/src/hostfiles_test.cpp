@@ -320,6 +320,30 @@ ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags)
   });
 }
 
+// Processes forked beside a prompt have the program's handlers, however they were forked.
+TEST(HostTerminal, SilentLineLeavesForkedProcessesTheirHandlers) {
+  terminal.emplace();
+  const ChildResult child = runInChild([] {
+    terminal->control();
+    std::signal(SIGTERM, [](int) { _exit(7); });
+    std::thread forker([] {
+      while (showsTyping()) sched_yield();
+      for (const auto fork : {::fork, ::_Fork}) {
+        const pid_t forked = fork();
+        if (forked == 0) _exit(std::raise(SIGTERM));
+        int status = 0;
+        waitpid(forked, &status, 0);
+        std::printf("%x ", status);
+      }
+      if (write(terminal->user, "\n", 1) < 0) std::abort();
+    });
+    char line[9];
+    HostSilentGetLine("", line, sizeof line);
+    forker.join();
+  });
+  EXPECT_EQ(child.out, "700 700 \n");
+}
+
 // The terminal shows again what is typed before a signal acts, whichever thread gets it. A line
 // that is too long answers one prompt.
 TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
