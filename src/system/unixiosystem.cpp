@@ -105,18 +105,24 @@ class Surroundings {
     cancelRun();
   }
 
+  // The mask last: a handler may jump away from here. SIGTTOU is blocked until then, which would
+  // stop this process where the shell has left it in the background.
   void putBack() const {
     const ErrnoKeeper keeper;
-    mask_.restore();
+    dropPending();
     endRun();
-    if (foreground_ != -1) takeForeground();
+    if (foreground_ != -1) os.tcsetpgrp(STDIN_FILENO, foreground_);
+    mask_.restore();
   }
 
  private:
-  // The shell may have left this process in the background, where the change would stop it.
-  void takeForeground() const {
-    const SignalMask mask(SIG_BLOCK, unixIoSignals(SIGTTOU));
-    os.tcsetpgrp(STDIN_FILENO, foreground_);
+  // The signals that have no handler during the run are dropped, unless the caller blocks them.
+  void dropPending() const {
+    sigset_t dropped = unixIoSignals();
+    for (const int signal : {SIGCHLD, SIGVTALRM}) {
+      if (sigismember(&mask_.former(), signal) == 0) sigaddset(&dropped, signal);
+    }
+    const SignalMask mask(SIG_UNBLOCK, dropped);
   }
 
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};

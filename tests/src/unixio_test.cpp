@@ -1,5 +1,7 @@
 #include <povzel/unixio.h>
 
+#include <csetjmp>
+
 #include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
 #include "faults.h"
@@ -138,7 +140,13 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
             (CallNames{"setsid", "execv"}));
   // The command has the caller's mask.
   EXPECT_EQ(UnixIoSystem("grep -q 'SigBlk:.*0000$' /proc/self/status", 0), 0);
-  std::signal(SIGCHLD, SIG_DFL);
+  // A handler may jump out of the call.
+  static sigjmp_buf away;
+  std::signal(SIGUSR2, [](int) { siglongjmp(away, 1); });
+  if (sigsetjmp(away, 1) == 0) UnixIoSystem("kill -USR2 $PPID", 0);
+  std::signal(SIGUSR2, SIG_DFL);
+  EXPECT_TRUE(run());
+  EXPECT_NE(std::signal(SIGCHLD, SIG_DFL), SIG_DFL);
   std::signal(SIGVTALRM, SIG_DFL);
 }
 
