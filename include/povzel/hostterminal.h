@@ -13,16 +13,19 @@ POVZEL_BEGIN_C
 // `buf` becomes empty when nothing can be read. Then prints a newline. A `maxLen` of 0 reads
 // nothing and leaves `buf` alone.
 //
-// At a terminal the rest of a line that is too long is read and dropped, and nothing of the line
-// stays in the buffer of stdin. SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM and SIGTSTP act with the
-// typing shown again, in the calling thread; a process that goes on then, also after a stop, goes
-// on silently with the same prompt, unless it has been asked to end or the signal's handler
-// interrupts system calls: then `buf` is empty. Signals that are ignored, that this thread blocks,
-// or SIGALRM with a handler that restarts them, stay as they are. Other signals do not end the
-// reading; actions set meanwhile for those named are put back. A process that another thread forks
-// meanwhile has the program's own.
+// The rest of a line that is too long is read and dropped, and nothing of the line stays in the
+// buffer of stdin.
 //
-// From another stream the line is read by UnixIoFgets: what does not fit is left for the next read.
+// At a terminal SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM and SIGTSTP act with the typing shown
+// again, in the calling thread; a process that goes on then, also after a stop, goes on silently
+// with the same prompt, unless it has been asked to end or the signal's handler interrupts system
+// calls: then `buf` is empty. Signals that are ignored, that this thread blocks, or SIGALRM with a
+// handler that restarts them, stay as they are. Other signals do not end the reading; actions set
+// meanwhile for those named are put back. A process that another thread forks meanwhile has the
+// program's own.
+//
+// From another stream the line is read by UnixIoFgets. The position of a file is then that of its
+// next line; with room for the terminator alone nothing is read.
 POVZEL_EXPORT void HostSilentGetLine(const char* prompt, char* buf, size_t maxLen);
 
 POVZEL_END_C

@@ -190,6 +190,7 @@ bool hasReadAhead() {
 ssize_t readByte(char& byte) {
   if (!hasReadAhead()) return os.read(STDIN_FILENO, &byte, 1);
   byte = static_cast<char>(std::getc(stdin));
+  stdin->_IO_read_ptr[-1] = '\0';
   return 1;
 }
 
@@ -227,10 +228,41 @@ void readFromTerminal(char* buf, std::size_t maxLen) {
   }
 }
 
+// Reads what is left of a line. Returns false if neither its end nor that of the stream comes.
+bool dropRest() {
+  for (;;) {
+    const int character = os.fgetc(stdin);
+    if (character == '\n' || (character == EOF && std::feof(stdin) != 0)) return true;
+    if (character != EOF) continue;
+    if (!unixIoGoesOn()) return false;
+    std::clearerr(stdin);
+  }
+}
+
+// Wipes all of the stream's buffer but what is still to be read.
+void wipeBuffer() {
+  const ErrnoKeeper keeper;
+  char* const begin = stdin->_IO_buf_base;
+  char* const end = stdin->_IO_buf_end;
+  char* const next = stdin->_IO_read_ptr;
+  const bool isInBuffer = begin != nullptr && begin <= next && next <= end;
+  if (!isInBuffer) return;  // what is left of characters put back has a place of its own
+  // A file's position becomes that of the next line: nothing is sought in the buffer any more.
+  os.fflush(stdin);
+  explicit_bzero(begin, static_cast<std::size_t>(next - begin));
+  char* const rest = stdin->_IO_read_end;
+  explicit_bzero(rest, static_cast<std::size_t>(end - rest));
+}
+
 void readFromStream(char* buf, std::size_t maxLen) {
   const EchoOff echoOff;
-  if (!UnixIoFgets(buf, maxLen, stdin)) {
-    buf[0] = '\0';
+  buf[maxLen - 1] = '\n';  // stays unless the line reaches it
+  bool done = UnixIoFgets(buf, maxLen, stdin) != 0;
+  const bool isCut = done && buf[maxLen - 1] == '\0' && buf[maxLen - 2] != '\n';
+  if (isCut) done = dropRest();
+  wipeBuffer();
+  if (!done) {
+    explicit_bzero(buf, maxLen);
     return;
   }
   const std::size_t length = std::strlen(buf);

@@ -256,25 +256,36 @@ TEST(HostLimits, MaxFilesByRequest) {
   EXPECT_EQ(failEachCall(set), (CallNames{"getrlimit", "setrlimit"}));
 }
 
+// Whether what has been read is still in the buffer of standard input.
+bool isKept(const char* text) {
+  const std::string read(stdin->_IO_buf_base, stdin->_IO_read_ptr);
+  return (read + std::string(stdin->_IO_read_end, stdin->_IO_buf_end)).find(text) != read.npos;
+}
+
 TEST(HostTerminal, SilentLineHidesWhatIsTyped) {
-  const ChildResult child = runInChild([] {
-    osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
-      now->c_lflag = ECHO;
-      return 0;
-    };
-    osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
-      std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
-      return 0;
-    };
-    writeFile("typed", "\nsecret and more\nab");
-    dup2(open("typed", O_RDONLY), STDIN_FILENO);
-    for (const std::size_t size : {8, 8, 80, 80, 80}) {
-      char line[80] = "#";
-      HostSilentGetLine("? ", line, size);
-      std::printf("%s|", line);
-    }
-  });
-  EXPECT_THAT(child.out, Reads("? <off><on>\n|? <off><on>\nsecret |~\nand more|~\nab|~\n|"));
+  for (const bool piped : {false, true}) {
+    const ChildResult child = runInChild([piped] {
+      osCallsForTests.tcgetattr = [](int, termios* now) noexcept {
+        now->c_lflag = ECHO;
+        return 0;
+      };
+      osCallsForTests.tcsetattr = [](int, int, const termios* wanted) noexcept {
+        std::fputs((wanted->c_lflag & ECHO) != 0 ? "<on>" : "<off>", stdout);
+        return 0;
+      };
+      writeFile("typed", "\nsecret and more\nab");
+      stdin = piped ? popen("cat typed", "r") : std::fopen("typed", "r");
+      for (const std::size_t size : {8, 8, 80, 80}) {
+        char line[80] = "#";
+        HostSilentGetLine("? ", line, size);
+        std::printf("%s%s|", line, isKept("secret") || isKept("more") ? "<kept>" : "");
+      }
+      std::rewind(stdin);
+      std::printf("%d", std::fgetc(stdin));
+    });
+    const std::string first = piped ? "-1" : "10";  // nothing is read again from a pipe
+    EXPECT_THAT(child.out, Reads("? <off><on>\n|? <off><on>\nsecret |~\nab|~\n|" + first));
+  }
 }
 
 std::optional<Terminal> terminal;
@@ -315,8 +326,7 @@ ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags)
       std::printf("%s|", line);
     }
     typist.join();
-    const std::string buffer(stdin->_IO_buf_base, stdin->_IO_buf_end);
-    if (buffer.find("horse") != std::string::npos) std::puts("it is in the stream's buffer");
+    if (isKept("horse")) std::puts("it is in the stream's buffer");
   });
 }
 
