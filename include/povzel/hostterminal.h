@@ -20,9 +20,10 @@ POVZEL_BEGIN_C
 // again, in the calling thread; a process that goes on then, also after a stop, goes on silently
 // with the same prompt, unless it has been asked to end or the signal's handler interrupts system
 // calls: then `buf` is empty. Signals that are ignored, that this thread blocks, or SIGALRM with a
-// handler that restarts them, stay as they are. Other signals do not end the reading; actions set
-// meanwhile for those named are put back. A process that another thread forks meanwhile has the
-// program's own.
+// handler that restarts them, stay as they are; actions set meanwhile for those named are put back.
+// Another signal ends the reading with an empty `buf`, the typing shown again, if it comes to this
+// thread and its handler interrupts system calls; without a descriptor to spare it does not. A
+// process that another thread forks meanwhile has the program's own actions.
 //
 // From another stream the line is read by UnixIoFgets. The position of a file is then that of its
 // next line; with room for the terminator alone nothing is read.

@@ -2,9 +2,11 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -46,6 +48,16 @@ class EchoOff {
 // when the terminal shows again what is typed.
 constexpr int heldSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM, SIGTSTP};
 constexpr std::size_t heldCount = std::size(heldSignals);
+
+// What the system raises in the thread itself, for an access or a background process at its
+// terminal. To block these changes what they do.
+constexpr int raisedSignals[] = {SIGSEGV, SIGBUS, SIGILL,  SIGFPE,
+                                 SIGTRAP, SIGSYS, SIGTTIN, SIGTTOU};
+
+template <std::size_t count>
+bool contains(const int (&signals)[count], int signal) {
+  return std::count(signals, signals + count, signal) > 0;
+}
 
 bool isHandled(const struct sigaction& action) {
   return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
@@ -97,6 +109,51 @@ void passOn(int signal, siginfo_t* /*info*/, void* /*context*/) {
   std::raise(signal);
 }
 
+// The program's other signals whose handlers interrupt system calls, unless it blocks them. They
+// wait while this lives, in this thread alone. Handlers that restart system calls run meanwhile,
+// and ppoll does not tell which has interrupted it.
+class Interruptions {
+ public:
+  explicit Interruptions(const sigset_t& blocked) : signals_(unixIoSignals()), wait_(blocked) {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+      if (sigismember(&blocked, signal) == 0 && interrupts(signal)) sigaddset(&signals_, signal);
+    }
+    if (sigisemptyset(&signals_) != 0) return;
+    arrival_ = unixIoAboveStandard(signalfd(-1, &signals_, SFD_CLOEXEC));
+    if (arrival_ == -1) return;
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    sigorset(&wait_, &blocked, &signals_);
+  }
+  ~Interruptions() {
+    if (arrival_ != -1) os.close(arrival_);
+  }
+  Interruptions(const Interruptions&) = delete;
+  Interruptions& operator=(const Interruptions&) = delete;
+
+  // Becomes readable when one has come; -1 if none may, or for want of a descriptor.
+  int arrival() const { return arrival_; }
+  // The mask to wait under.
+  const sigset_t& wait() const { return wait_; }
+
+  bool areIn(const sigset_t& pending) const {
+    sigset_t both;
+    sigandset(&both, &pending, &signals_);
+    return sigisemptyset(&both) == 0;
+  }
+
+ private:
+  static bool interrupts(int signal) {
+    if (contains(heldSignals, signal) || contains(raisedSignals, signal)) return false;
+    struct sigaction action;
+    if (sigaction(signal, nullptr, &action) != 0) return false;
+    return isHandled(action) && (action.sa_flags & SA_RESTART) == 0;
+  }
+
+  sigset_t signals_;
+  sigset_t wait_;
+  int arrival_ = -1;
+};
+
 // Signals wait while this lives, and the terminal is silent. At its end first the terminal, then
 // the actions and the mask are as they were, and what has waited acts.
 class Silence {
@@ -118,7 +175,7 @@ class Silence {
   Silence(const Silence&) = delete;
   Silence& operator=(const Silence&) = delete;
 
-  const sigset_t& maskBefore() const { return mask_.former(); }
+  const Interruptions& interruptions() const { return interruptions_; }
 
   // Whether a held signal has come.
   bool isOver() const {
@@ -139,7 +196,7 @@ class Silence {
     sigaction(signal, nullptr, &action);
     if (action.sa_sigaction == passOn) return;  // by a prompt that this one interrupts
     const bool restarts = isHandled(action) && (action.sa_flags & SA_RESTART) != 0;
-    if (action.sa_handler == SIG_IGN || sigismember(&maskBefore(), signal) == 1) return;
+    if (action.sa_handler == SIG_IGN || sigismember(&mask_.former(), signal) == 1) return;
     if (signal == SIGALRM && restarts) return;
     interrupts_[index] = isHandled(action) && !restarts;
     heldActions[index].replace(signal, action);
@@ -149,6 +206,7 @@ class Silence {
   bool anyPending(Counts counts) const {
     sigset_t pending;
     sigpending(&pending);
+    if (interruptions_.areIn(pending)) return true;
     for (std::size_t index = 0; index < heldCount; ++index) {
       if (heldActions[index].isHeld && sigismember(&pending, heldSignals[index]) == 1 &&
           counts(index))
@@ -159,6 +217,7 @@ class Silence {
 
   const SignalMask mask_{SIG_BLOCK,
                          unixIoSignals(SIGHUP, SIGINT, SIGQUIT, SIGALRM, SIGTERM, SIGTSTP)};
+  const Interruptions interruptions_{mask_.former()};
   bool interrupts_[heldCount] = {};
   std::optional<EchoOff> echoOff_;
 };
@@ -194,16 +253,25 @@ ssize_t readByte(char& byte) {
   return 1;
 }
 
+// Waits until there is something to read. Returns false when a signal has come instead.
+bool waitForInput(const Interruptions& interruptions) {
+  pollfd waitedFor[] = {{STDIN_FILENO, POLLIN, 0}, {interruptions.arrival(), POLLIN, 0}};
+  if (ppoll(waitedFor, std::size(waitedFor), nullptr, &interruptions.wait()) < 0) return false;
+  if (waitedFor[0].revents != 0) return true;
+  errno = EINTR;
+  return false;
+}
+
 // Goes on with the line until it ends or a signal is to act.
 Reading readOn(Line& line, const Silence& silence) {
   for (;;) {
-    pollfd input = {STDIN_FILENO, POLLIN, 0};
     char byte = '\n';
-    ssize_t count = hasReadAhead() ? 1 : ppoll(&input, 1, nullptr, &silence.maskBefore());
-    if (count > 0) count = readByte(byte);
+    const bool isThere = hasReadAhead() || waitForInput(silence.interruptions());
+    const ssize_t count = isThere ? readByte(byte) : -1;
     if (count < 0) {
       if (silence.isOver()) return Reading::signalled;
-      if (!unixIoGoesOn()) return Reading::failed;
+      // The system goes on with a read itself if the handler is to let it.
+      if (isThere || !unixIoGoesOn()) return Reading::failed;
       continue;
     }
     if (count == 0) return line.length > 0 ? Reading::done : Reading::failed;

@@ -313,9 +313,9 @@ ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags)
     action.sa_handler = handler;
     action.sa_flags = flags;
     sigaction(signal, &action, nullptr);
-    std::thread typist([&] {
+    std::thread typist([&, reader = pthread_self()] {
       while (showsTyping()) sched_yield();
-      if (*key == 0) kill(getpid(), signal);
+      if (*key == 0) signal == SIGUSR2 ? pthread_kill(reader, signal) : kill(getpid(), signal);
       while (handler == act && !acted) sched_yield();
       const std::string typed = key + std::string("correcthorsebattery\nend\n");
       if (write(terminal->user, typed.data(), typed.size()) < 0) std::abort();
@@ -363,6 +363,8 @@ TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
   }
   EXPECT_EQ(prompt("", SIGTSTP, act, SA_RESTART).out, "<shown>\ncorrecth|\nend|");
   EXPECT_EQ(prompt("", SIGALRM, act, 0).out, "<shown>\n|\ncorrecth|\nend|");
+  EXPECT_EQ(prompt("", SIGUSR2, act, 0).out, "<shown>\n|\ncorrecth|\nend|");
+  EXPECT_EQ(prompt("", SIGUSR2, act, SA_RESTART).out, "<hidden>\ncorrecth|\nend|");
   EXPECT_EQ(prompt("", SIGINT, SIG_IGN, 0).out, "\ncorrecth|\nend|");
 }
 
