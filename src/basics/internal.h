@@ -100,7 +100,7 @@ inline int refuseVfork() {
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \
   CALL(tcgetattr) CALL(tcsetattr) CALL(tcgetpgrp) CALL(tcsetpgrp)                               \
-  CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname_r)
+  CALL(mprotect) CALL(uname) CALL(gethostname) CALL(gethostbyname_r) CALL(sysconf)
 // clang-format on
 
 struct OsCalls {

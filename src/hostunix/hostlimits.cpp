@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include <povzel/hostenv.h>
@@ -12,10 +13,16 @@
 
 namespace {
 
-constexpr int unknownMaxFiles = -1;
 constexpr int defaultMaxAioRequests = 128;
 
-std::atomic<int> cachedMaxFiles{unknownMaxFiles};
+// Negative while it is unknown, and another number after each change: what was read before one is
+// not kept behind it.
+std::atomic<int> cachedMaxFiles{-1};
+
+void forgetMaxFiles() {
+  static std::atomic<int> changes{0};
+  cachedMaxFiles = -2 - (changes++ & (INT_MAX >> 1));
+}
 
 rlim_t hardLimitOrPresent(const rlimit& limit) {
   return limit.rlim_max != RLIM_INFINITY ? limit.rlim_max : static_cast<rlim_t>(HostGetMaxFiles());
@@ -24,10 +31,10 @@ rlim_t hardLimitOrPresent(const rlimit& limit) {
 }  // namespace
 
 long HostGetMaxFiles() {
-  int most = cachedMaxFiles.load(std::memory_order_relaxed);
-  if (most != unknownMaxFiles) return most;
-  most = static_cast<int>(sysconf(_SC_OPEN_MAX));
-  cachedMaxFiles.store(most, std::memory_order_relaxed);
+  int cached = cachedMaxFiles.load(std::memory_order_relaxed);
+  if (cached >= 0) return cached;
+  const int most = static_cast<int>(os.sysconf(_SC_OPEN_MAX));
+  if (most >= 0) cachedMaxFiles.compare_exchange_strong(cached, most);
   return most;
 }
 
@@ -52,7 +59,7 @@ BoolType HostSetMaxFiles(long maxFiles, SysErrorSType* err) {
   }
 
   if (os.setrlimit(RLIMIT_NOFILE, &limit) == 0) {
-    cachedMaxFiles = unknownMaxFiles;
+    forgetMaxFiles();
     return 1;
   }
   if (fromVariable) {
