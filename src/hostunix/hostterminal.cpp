@@ -232,7 +232,7 @@ struct Line {
     if (length + 1 < size) text[length++] = byte;
   }
   // Ends the line. One that failed leaves nothing of what was typed.
-  void end(bool failed) {
+  void end(bool failed) const {
     if (failed) explicit_bzero(text, length);
     text[failed ? 0 : length] = '\0';
   }

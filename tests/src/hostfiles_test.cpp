@@ -325,6 +325,12 @@ ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags)
     sigaction(signal, &action, nullptr);
     std::thread typist([&, reader = pthread_self()] {
       while (showsTyping()) sched_yield();
+      for (const auto fork : {::fork, ::_Fork}) {
+        const pid_t forked = signal == SIGALRM ? fork() : -1;
+        if (forked == 0) _exit(std::raise(signal) + (acted ? 7 : 0));
+        int status = 0;
+        if (forked > 0 && waitpid(forked, &status, 0) == forked) std::printf("%x ", status);
+      }
       if (*key == 0) signal == SIGUSR2 ? pthread_kill(reader, signal) : kill(getpid(), signal);
       while (handler == act && !acted) sched_yield();
       const std::string typed = key + std::string("correcthorsebattery\nend\n");
@@ -340,30 +346,6 @@ ChildResult prompt(const char* key, int signal, sighandler_t handler, int flags)
   });
 }
 
-// Processes forked beside a prompt have the program's handlers, however they were forked.
-TEST(HostTerminal, SilentLineLeavesForkedProcessesTheirHandlers) {
-  terminal.emplace();
-  const ChildResult child = runInChild([] {
-    terminal->control();
-    std::signal(SIGTERM, [](int) { _exit(7); });
-    std::thread forker([] {
-      while (showsTyping()) sched_yield();
-      for (const auto fork : {::fork, ::_Fork}) {
-        const pid_t forked = fork();
-        if (forked == 0) _exit(std::raise(SIGTERM));
-        int status = 0;
-        waitpid(forked, &status, 0);
-        std::printf("%x ", status);
-      }
-      if (write(terminal->user, "\n", 1) < 0) std::abort();
-    });
-    char line[9];
-    HostSilentGetLine("", line, sizeof line);
-    forker.join();
-  });
-  EXPECT_EQ(child.out, "700 700 \n");
-}
-
 // The terminal shows again what is typed before a signal acts, whichever thread gets it. A line
 // that is too long answers one prompt.
 TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
@@ -372,7 +354,8 @@ TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
     EXPECT_TRUE(showsTyping()) << signal;
   }
   EXPECT_EQ(prompt("", SIGTSTP, act, SA_RESTART).out, "<shown>\ncorrecth|\nend|");
-  EXPECT_EQ(prompt("", SIGALRM, act, 0).out, "<shown>\n|\ncorrecth|\nend|");
+  // Processes forked meanwhile have its handler too.
+  EXPECT_EQ(prompt("", SIGALRM, act, 0).out, "700 700 <shown>\n|\ncorrecth|\nend|");
   EXPECT_EQ(prompt("", SIGUSR2, act, 0).out, "<shown>\n|\ncorrecth|\nend|");
   EXPECT_EQ(prompt("", SIGUSR2, act, SA_RESTART).out, "<hidden>\ncorrecth|\nend|");
   EXPECT_EQ(prompt("", SIGINT, SIG_IGN, 0).out, "\ncorrecth|\nend|");
