@@ -5,9 +5,10 @@
 //   if (log == NULL) ...  // why.theErrno says
 //
 // Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
-// operation work under the process's real ids: for files these count, in the calling thread alone,
-// until it returns. When the system refuses them nothing is done, and errno is EPERM. Error records
-// may be null. Every descriptor opened here is closed by exec. Nothing is printed.
+// operation work under the process's real ids: until it returns they are the effective ones of the
+// calling thread alone. When the system refuses them, or would refuse to let the thread come back
+// to its saved ids, nothing is done, and errno is EPERM. Error records may be null. Every descriptor
+// opened here is closed by exec. Nothing is printed.
 //
 // A name that is longer than 4,095 characters, or becomes so by its leading variable, is refused
 // with ENAMETOOLONG. Files may have any inode number and date, and, but for HostOpen, any size.

@@ -6,10 +6,9 @@
 //   HostSetUserId(&effective);
 //
 // The effective ids are the whole process's, so all its threads change together: one thread at a
-// time calls these, and none is in an operation with `userFile` true meanwhile, whose rights would
-// change in the middle. Ids of one thread's own would be no better: the C library ends a process
-// whose threads do not agree when it changes ids. For files alone there is `userFile`
-// (hostfiles.h), which any number of threads may use.
+// time calls these, and none is in an operation of hostfiles.h meanwhile: those with `userFile`
+// true give their thread ids of its own, and the C library ends a process whose threads do not
+// agree when it changes ids. Those operations any number of threads may use at once.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -18,10 +18,10 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <shadow.h>
-#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -60,7 +60,7 @@ class ErrnoKeeper {
 // An indirect call costs what one through the linker's own table does. What is marked as
 // signal-safe makes its calls directly, where the built library shows them.
 
-// Calls that take any number of arguments, with those that are given here.
+// Calls that the C library does not have in this form.
 namespace oscalls {
 
 inline int open(const char* name, int flags, mode_t mode) {
@@ -71,6 +71,14 @@ inline int open64(const char* name, int flags, mode_t mode) {
 }
 inline int fcntl(int descriptor, int command, int argument) {
   return ::fcntl(descriptor, command, argument);
+}
+// The effective and the saved ids of the calling thread, where the C library would change those of
+// all threads.
+inline int setThreadUids(uid_t effective, uid_t saved) {
+  return static_cast<int>(::syscall(SYS_setresuid32, -1, effective, saved));
+}
+inline int setThreadGids(gid_t effective, gid_t saved) {
+  return static_cast<int>(::syscall(SYS_setresgid32, -1, effective, saved));
 }
 // Asked before each vfork, which returns twice and so not through a pointer: anything but 0 stands
 // for its failure.
@@ -83,7 +91,7 @@ inline int refuseVfork() {
 // OWN(name) for each of the calls above, CALL(name) for each that is used as it is.
 // clang-format off
 #define POVZEL_OS_CALLS(OWN, CALL)                                                              \
-  OWN(open) OWN(open64) OWN(fcntl) OWN(refuseVfork)                                             \
+  OWN(open) OWN(open64) OWN(fcntl) OWN(setThreadUids) OWN(setThreadGids) OWN(refuseVfork)       \
   /* files and directories */                                                                   \
   CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
   CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
@@ -95,7 +103,6 @@ inline int refuseVfork() {
   CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) CALL(pthread_create) \
   /* users */                                                                                   \
   CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist)      \
-  CALL(setfsuid) CALL(setfsgid)                                                                 \
   CALL(getpwnam_r) CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                           \
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \

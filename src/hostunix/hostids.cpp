@@ -15,30 +15,40 @@ bool makeUserEffective(uid_t uid) {
   return geteuid() == uid || os.seteuid(uid) == 0;
 }
 
-// Makes `id` the one that counts for this thread's files; `set` is setfsuid or setfsgid, which give
-// back the former id whether they obey or not.
-bool useForFiles(int (*set)(unsigned int) noexcept, unsigned int id) {
-  constexpr auto noId = static_cast<unsigned int>(-1);  // changes nothing
-  set(id);
-  const int now = set(noId);
-  // The highest ids look like the number of an error.
-  return static_cast<unsigned int>(now != -1 ? now : -errno) == id;
+using SetIds = int (*)(unsigned int effective, unsigned int saved);
+
+// A saved id that is a third one comes back only with the right to set any id.
+bool putBack(SetIds setIds, const RealIds::Ids& ids) {
+  constexpr auto unchanged = static_cast<unsigned int>(-1);
+  if (setIds(ids.effective, ids.saved) == 0) return true;
+  return setIds(ids.effective, unchanged) == 0 && setIds(unchanged, ids.saved) == 0;
+}
+
+bool haveThirdId(const RealIds::Ids& ids) {
+  return ids.saved != ids.effective && ids.saved != ids.real;
 }
 
 }  // namespace
 
-// With ids that count for files alone the C library has nothing to do in other threads, and the
-// effective ids, which give the right to come back, stay.
+// The effective ids, which give the right to come back, are saved meanwhile. Ids that count for
+// files alone would not do: what the kernel shows under /proc it shows by effective ids and rights.
 RealIds::RealIds(BoolType wanted) : switched_(wanted != 0 && areOthers()) {
   if (!switched_) return;
-  refused_ = !useForFiles(os.setfsgid, getgid()) || !useForFiles(os.setfsuid, getuid());
+  getresuid(&user_.real, &user_.effective, &user_.saved);
+  getresgid(&group_.real, &group_.effective, &group_.saved);
+  const bool isRoot = user_.real == 0 || user_.effective == 0;
+  switched_ = isRoot || (!haveThirdId(user_) && !haveThirdId(group_));
+  refused_ = !switched_ || os.setThreadGids(group_.real, group_.effective) != 0 ||
+             os.setThreadUids(user_.real, user_.effective) != 0;
 }
 
 RealIds::~RealIds() {
   if (!switched_) return;
   const ErrnoKeeper keeper;
-  useForFiles(os.setfsuid, geteuid());
-  useForFiles(os.setfsgid, getegid());
+  const bool groupIsBack = putBack(os.setThreadGids, group_);
+  putBack(os.setThreadUids, user_);
+  // Either user may be the one who has the right to set groups.
+  if (!groupIsBack) putBack(os.setThreadGids, group_);
 }
 
 void HostUseRealId(HostUserIdSType* oldUserId) {

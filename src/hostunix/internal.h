@@ -61,10 +61,15 @@ bool hostFileExists(const char* fileName, HostFnameStrType& expanded);
 
 // Ids (hostids.cpp)
 
-// What this thread does to files while this lives it does under the real ids, if it is told so. The
-// effective ids, and other threads, stay as they are. Keeps errno at the end.
+// The real ids are this thread's effective ones while this lives, if it is told so; those of other
+// threads stay as they are. Keeps errno at the end.
 class RealIds {
  public:
+  // Of a user or a group.
+  struct Ids {
+    unsigned int real, effective, saved;
+  };
+
   explicit RealIds(BoolType wanted);
   ~RealIds();
   RealIds(const RealIds&) = delete;
@@ -73,8 +78,9 @@ class RealIds {
   // Whether the real ids are others than those in effect.
   static bool areOthers() { return geteuid() != getuid() || getegid() != getgid(); }
 
-  // Whether the system has refused the change; then errno says so. Nothing may be done for the
-  // user in that case: it would be done with rights that he does not have.
+  // Whether the system has refused the change, or would refuse to take it back; then errno says
+  // so. Nothing may be done for the user in that case: it would be done with rights that he does
+  // not have.
   bool refused() const {
     if (refused_) errno = EPERM;
     return refused_;
@@ -83,6 +89,8 @@ class RealIds {
  private:
   bool switched_;
   bool refused_ = false;
+  Ids user_;
+  Ids group_;
 };
 
 // What is found out once

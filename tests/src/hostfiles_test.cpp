@@ -167,15 +167,17 @@ TEST(HostFileIo, WholeBuffersAndBytes) {
 
 struct Ids {
   uid_t ruid, rgid, euid, egid;
+  std::optional<uid_t> saved = {};  // the effective ones if not given
 };
 
 // What `body` returns in a child with those ids, which it leaves as they are.
 int under(const Ids& ids, const std::function<int()>& body) {
   return exitCode(inChild([&] {
-    if (setresgid(ids.rgid, ids.egid, ids.egid) != 0) return 99;
-    if (setresuid(ids.ruid, ids.euid, ids.euid) != 0) return 99;
+    if (setresgid(ids.rgid, ids.egid, ids.saved.value_or(ids.egid)) != 0) return 99;
+    if (setresuid(ids.ruid, ids.euid, ids.saved.value_or(ids.euid)) != 0) return 99;
+    const std::string before = threadState();
     const int code = body();
-    return geteuid() == ids.euid && getegid() == ids.egid ? code : 98;
+    return threadState() == before ? code : 98;
   }));
 }
 
@@ -184,17 +186,22 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
   constexpr uid_t nobody = 65534;
   constexpr uid_t other = 65533;
   if (geteuid() != root) GTEST_SKIP() << "only root gives itself other ids";
+  const char kernelFile[] = "/proc/sys/kernel/cad_pid";  // only root's, by its effective id
   const std::string name = scratch_.write("mine", "");
   chmod(scratch_.path().c_str(), 0700);
   chmod(name.c_str(), 0);
+  const auto openKernelFile = [&] {
+    return HostOpenFile(kernelFile, "r", &why_, 1) != nullptr ? -1 : why_.theErrno;
+  };
   const std::function<int()> attempts[] = {
+      openKernelFile,
       [&] { return HostOpenFile(name.c_str(), "r", &why_, 1) != nullptr ? -1 : why_.theErrno; },
       [&] { return HostRemoveSingleFile(name.c_str(), 1, &why_) != 0 ? -1 : why_.theErrno; },
       [&] { return HostRemoveFile((name + "*").c_str(), 1) && !fs::exists(name) ? -1 : 0; }};
   for (const auto& attempt : attempts) {
     EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EACCES, 0));
     // Without the change of ids nothing is done.
-    for (const char* call : {"setfsgid", "setfsuid"}) {
+    for (const char* call : {"setThreadGids", "setThreadUids"}) {
       const FailingCall failing(call, EAGAIN);
       EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EPERM, 0)) << call;
     }
@@ -217,14 +224,14 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
     return wrong != 0 ? 1 : 0;
   };
   EXPECT_EQ(under({nobody, nobody, root, root}, beside), 0);
-  // Ids of which the saved ones know nothing come back, and so do the highest.
+  // Ids of which the saved ones know nothing come back, and so do the highest, and saved ones that
+  // are neither of the others. Where those would not, nothing is done.
   constexpr uid_t highest = 0xFFFFFFFE;
-  const auto comesBack = [&] {
-    if (setresuid(-1, -1, highest) != 0) return 99;
-    if (HostFileExist("/", nullptr) == 0 || HostOpenFile(name.c_str(), "r", &why_, 1)) return 1;
-    return why_.theErrno == EACCES && open(name.c_str(), O_RDONLY) >= 0 ? 0 : 2;
-  };
-  EXPECT_EQ(under({highest, highest, root, root}, comesBack), 0);
+  constexpr uid_t third = 65532;
+  EXPECT_EQ(under({highest, highest, root, root, highest}, openKernelFile), EACCES);
+  EXPECT_EQ(under({nobody, nobody, root, root, third}, openKernelFile), EACCES);
+  EXPECT_EQ(under({root, root, nobody, nobody, third}, openKernelFile), 255);
+  EXPECT_EQ(under({other, other, nobody, nobody, third}, openKernelFile), EPERM);
   const auto look = [&] { return HostFileExist(name.c_str(), &why_) ? 0 : why_.theErrno; };
   // Where the effective ids may not look, the real ones try.
   EXPECT_EQ(under({root, root, nobody, nobody}, look), 0);
