@@ -33,7 +33,8 @@ POVZEL_BEGIN_C
 // `user` is given by the network daemon alone: the child then runs as that user, with that user's
 // environment. The child works in `workingDir`, or the user's home directory when that is null or
 // cannot be expanded, and logs to `logName`, or "%N%P%M.log" when that is null; both are log-name
-// templates (UtlExpandLogName). `clientHost`, which may be null, is shown in the log's header.
+// templates (UtlExpandLogName), and fail when their leading variable makes them too long
+// (hostfiles.h). `clientHost`, which may be null, is shown in the log's header.
 // `unused1` is ignored.
 //
 // Returns 1 with the child's id in *thePid. Returns 0 with the reason in `msg` (`msgLength` bytes

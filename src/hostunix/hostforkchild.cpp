@@ -137,27 +137,32 @@ void takeIdentity(const ForkPlan& plan) {
   if (os.setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
 }
 
-// Expands a log-name template and then the file name that it gives.
 bool expandTemplate(const ForkPlan& plan, const char* text, const char* program,
-                    HostFnameStrType result) {
-  HostFnameStrType name;
+                    HostFnameStrType& result) {
   const char* user = plan.byDaemon ? plan.userName : nullptr;
   const char* home = plan.byDaemon ? plan.homeDirectory : nullptr;
-  if (!UtlExpandLogName(text, name, sizeof name, program, user, home, nullptr, 0)) return false;
-  HostExpandFileName(name, result, sizeof(HostFnameStrType));
+  return UtlExpandLogName(text, result, sizeof result, program, user, home, nullptr, 0) != 0;
+}
+
+// Expands a file name where it stands. One that does not fit stays, to be reported; errno says why.
+bool expandFileName(HostFnameStrType& name) {
+  HostFnameStrType expanded;
+  if (!hostExpandFileName(name, expanded)) return false;
+  std::memcpy(name, expanded, std::strlen(expanded) + 1);
   return true;
 }
 
 void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
   HostFnameStrType directory;
-  if (plan.workingDir == nullptr || !expandTemplate(plan, plan.workingDir, program, directory)) {
-    if (plan.byDaemon) {
-      std::snprintf(directory, sizeof directory, "%s", plan.homeDirectory);
-    } else {
-      HostGetHomeDir(HostGetUserName(), directory);
-    }
+  bool fits = true;
+  if (plan.workingDir != nullptr && expandTemplate(plan, plan.workingDir, program, directory)) {
+    fits = expandFileName(directory);
+  } else if (plan.byDaemon) {
+    std::snprintf(directory, sizeof directory, "%s", plan.homeDirectory);
+  } else {
+    HostGetHomeDir(HostGetUserName(), directory);
   }
-  if (os.chdir(directory) == 0) return;
+  if (fits && os.chdir(directory) == 0) return;
   const int reason = errno;
   verCatalogueMessage(stderr, "host.fork11", "s", directory);
   endChildWithReason(reason);
@@ -171,18 +176,16 @@ void openNullInput() {
   os.close(input);
 }
 
-int openLog(const ForkPlan& plan, const char* program, HostFnameStrType name) {
+int openLog(const ForkPlan& plan, const char* program, HostFnameStrType& name) {
   const char* text = plan.logName != nullptr ? plan.logName : defaultLogName;
   if (!expandTemplate(plan, text, program, name)) {
-    HostFnameStrType plain;
-    std::snprintf(plain, sizeof plain, "lanvex%lu.log", static_cast<unsigned long>(getpid()));
-    HostExpandFileName(plain, name, sizeof(HostFnameStrType));
+    std::snprintf(name, sizeof name, "lanvex%lu.log", static_cast<unsigned long>(getpid()));
   }
-  int log;
-  {
+  int log = -1;
+  if (expandFileName(name)) {
     const RealIds ids(!plan.byDaemon);
     // The program inherits the right to write beyond 2 GiB, too.
-    log = ids.refused() ? -1 : HostOpen64(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (!ids.refused()) log = HostOpen64(name, O_WRONLY | O_CREAT | O_APPEND, 0644);
   }
   if (log >= 0) return log;
   const int reason = errno;

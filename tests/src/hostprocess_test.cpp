@@ -147,6 +147,19 @@ TEST_F(HostForking, ChildTellsWhichStepFailed) {
   fs::remove(at("log"));
   EXPECT_FALSE(outcome(startClient("/nonexistent")).success);
   EXPECT_THAT(readFile(at("log")), Reads("~[host.fork12]~[host.fork4 ~[unixerr.ENOENT]]"));
+  // A name that does not fit is not cut to another file's.
+  setenv("FORK_LONG", std::string(4200, 'x').c_str(), 1);
+  const std::tuple<std::string, std::string, const char*> names[] = {
+      {"$FORK_LONG", directory_.path(), "~[host.fork7 ~ $FORK_LONG]~[unixerr.ENAMETOOLONG]"},
+      {"log", "$FORK_LONG", "~[host.fork11 $FORK_LONG]~[unixerr.ENAMETOOLONG]"}};
+  for (const auto& [log, directory, report] : names) {
+    const ChildResult result = inChild([&, log = log.c_str(), folder = directory.c_str()] {
+      HostFork("/bin/true", nullptr, 0, nullptr, 0, nullptr, log, folder, &child_);
+      return endOf(child_);
+    });
+    EXPECT_TRUE(result.exitedWith(3)) << log;
+    EXPECT_THAT(result.err, Reads(report));
+  }
 }
 
 // What the parent asks for the texts of messages, and the child for its log's name and header.
