@@ -10,7 +10,7 @@ POVZEL_BEGIN_C
 
 // Reopens standard output and standard error to append to `fileName` (expanded as by
 // HostExpandFileName). Returns 1, or 0 with a message in `errText` (`errTextSize` bytes; null for
-// none); both streams are then as before.
+// none); both streams are then as before. A name that is too long (hostfiles.h) fails.
 POVZEL_EXPORT BoolType UtlResetOutput(const char* fileName, char* errText, size_t errTextSize);
 
 // Appends a new line to `fileName` unless it ends with one. A file that is empty or missing needs

@@ -10,7 +10,7 @@
 #include <povzel/hostfname.h>
 #include <povzel/unixerr.h>
 #include <povzel/unixio.h>
-#include "system/internal.h"
+#include "hostunix/internal.h"
 
 namespace {
 
@@ -90,11 +90,11 @@ bool redirectOutput(const char* name) {
 
 BoolType UtlResetOutput(const char* fileName, char* errText, std::size_t errTextSize) {
   HostFnameStrType expanded;
-  HostExpandFileName(fileName, expanded, sizeof expanded);
-  errno = 0;
-  if (redirectOutput(expanded)) return 1;
+  const bool fits = hostExpandFileName(fileName, expanded);
+  if (fits && redirectOutput(expanded)) return 1;
   if (errText != nullptr && errTextSize > 0) {
-    ErrMsgSymToText("utl.freopen", errText, errTextSize, "ss", expanded, ErrnoText(errno).text);
+    ErrMsgSymToText("utl.freopen", errText, errTextSize, "ss", fits ? expanded : fileName,
+                    ErrnoText(errno).text);
   }
   return 0;
 }
