@@ -7,7 +7,6 @@
 
 #include <povzel/errmsg.h>
 #include <povzel/hostfiles.h>
-#include <povzel/hostfname.h>
 #include <povzel/unixerr.h>
 #include <povzel/unixio.h>
 #include "hostunix/internal.h"
@@ -46,12 +45,6 @@ BoolType endWithLf(FILE* file) {
     return reportFailedStep(writeStep, errno);
   }
   return 1;
-}
-
-// Of the size there are 32 bits only, 0 for 4 GiB as well.
-bool isEmpty(const char* name) {
-  struct stat64 status;
-  return UnixIoStat64(name, &status, nullptr, 0) == 0 || status.st_size == 0;
 }
 
 // Puts the open file in the place of standard output and errors; of neither when one refuses.
@@ -107,8 +100,12 @@ BoolType UtlAppendLfToFile(const char* fileName) {
     return exists != 0 ? reportFailedStep(statStep, failure.theErrno) : 1;
   }
   HostFnameStrType expanded;
-  HostExpandFileName(fileName, expanded, sizeof expanded);
-  if (size == 0 && isEmpty(expanded)) return 1;
+  if (!hostExpandFileName(fileName, expanded)) return reportFailedStep(statStep, errno);
+  if (size == 0) {  // of the low 32 bits, so of 4 GiB as well
+    struct statx status;
+    if (!unixIoStatx(expanded, STATX_SIZE, status)) return reportFailedStep(statStep, errno);
+    if (status.stx_size == 0) return 1;
+  }
 
   FILE* file = UnixIoFopen(expanded, "a+");
   if (file == nullptr) return reportFailedStep(openStep, errno);
