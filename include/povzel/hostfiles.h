@@ -7,14 +7,17 @@
 // Where not said otherwise, names are expanded first (see hostfname.h). `userFile` true makes an
 // operation work under the process's real ids: until it returns they are the effective ones of the
 // calling thread alone. When the system refuses them, or would refuse to let the thread come back
-// to its saved ids, nothing is done, and errno is EPERM. Error records may be null. Every descriptor
-// opened here is closed by exec. Nothing is printed.
+// to its saved ids, nothing is done, and errno is EPERM. Error records may be null. Every
+// descriptor opened here is closed by exec. Nothing is printed.
 //
 // A name that is longer than 4,095 characters, or becomes so by its leading variable, is refused
 // with ENAMETOOLONG. Files may have any inode number and date, and, but for HostOpen, any size.
 //
 // Any thread may call these functions at any time, as long as none changes the process's ids
-// (hostids.h) or environment.
+// (hostids.h) or environment. But HostRemoveFile with "*" or "?" is for one thread at a time, and
+// for none while another runs a command: the signals that HostSpawn ignores for it (hostspawn.h)
+// are the whole process's, and of two that put them back at once one puts back what the other has
+// set.
 //
 // Sources: hostfiles.cpp, hostfileio.cpp (descriptors and streams), hostdirectory.cpp
 // (HostDirectory).
@@ -102,7 +105,10 @@ POVZEL_EXPORT BoolType HostDirectory(const char* wildcardSpec, HostDirFType* cal
 POVZEL_EXPORT BoolType HostReadFile(int fd, ByteType* dest, int numBytes, int* errnoPtr);
 POVZEL_EXPORT BoolType HostWriteFile(int fd, ByteType* src, int numBytes, int* errnoPtr);
 
-// Stores the stream's position (-1 if it has none), or goes to the position `*filePos`.
+// Store the stream's position, or go to the position `*filePos`. A long holds none from 2 GiB on:
+// there Hostftell stores -1 with EOVERFLOW in errno, as it does with another errno for a stream
+// that has no position. Hostfseek tells nothing of a failure but errno; the stream then stays where
+// it was.
 POVZEL_EXPORT void Hostftell(FILE* filePtr, long* filePos);
 POVZEL_EXPORT void Hostfseek(FILE* filePtr, const long* filePos);
 
