@@ -57,13 +57,22 @@ struct UserName {
 
 std::atomic<UserName*> realUser{nullptr};
 
+// Keeps the name where that takes no memory, unless another thread is keeping it there already.
+UserName* keepRealUser(const UserName& found) {
+  static UserName place;
+  static std::atomic<bool> taken{false};
+  if (taken.exchange(true)) return hostKeepFirst(realUser, &found);
+  place = found;
+  UserName* first = nullptr;
+  return realUser.compare_exchange_strong(first, &place) ? &place : first;
+}
+
 // Asks the database. Returns null, with errno set, when it does not answer.
 UserName* findRealUser() {
   const UserEntry entry = hostUserWithId(getuid());
   errno = entry ? ENOMEM : entry.error();
   if (!entry) return nullptr;
-  const UserName found = UserName::of(entry->pw_name);
-  return hostKeepFirst(realUser, &found);
+  return keepRealUser(UserName::of(entry->pw_name));
 }
 
 }  // namespace

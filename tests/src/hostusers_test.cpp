@@ -200,6 +200,7 @@ TEST_F(HostUsers, UserNameHomeAndAdministrators) {
   const ChildResult child = runInChild([] {
     accounts[0].pw_uid = 888;
     std::puts(HostGetUserName());
+    utlHeapAllocateForTests = [](std::size_t) -> void* { return nullptr; };  // it needs no memory
     accounts[0] = account(longText.c_str(), getuid(), "", "");
     HostGetUserName()[0] = '#';
     std::puts(HostGetUserName());
