@@ -75,8 +75,9 @@ POVZEL_EXPORT BoolType HostFileExist(const char* fileName, HostErrSType* hostErr
 // HOST_FILE_KIND_LNK never results. HOST_FILE_KIND_ERROR comes with errno in `hostErr`.
 POVZEL_EXPORT HostFileKindEType HostFileType(const char* filename, HostErrSType* hostErr);
 
-// Removes one file, or one symbolic link itself. Returns 1, or 0 with errno in `theErr`. A name
-// with "*" or "?" is refused with ENOENT.
+// Removes one file, or one symbolic link itself. As links are not expanded, "dir/../x" is x beside
+// dir even where dir is a link: another file than the one that HostOpenFile opens. Returns 1, or 0
+// with errno in `theErr`. A name with "*" or "?" is refused with ENOENT.
 POVZEL_EXPORT BoolType HostRemoveSingleFile(const char* filename, BoolType userFile,
                                             HostErrSType* theErr);
 

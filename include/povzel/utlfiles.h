@@ -1,5 +1,6 @@
 // File helpers of the utilities: open, test access, list into a file, modification time. Any thread
-// may call them; what hostfiles.h says of names and ids holds here too.
+// may call them; what hostfiles.h says of ids holds here too, and what it says of names but for
+// UtlGetFileModTime, which takes its name as it is.
 #pragma once
 
 #include <stdio.h>

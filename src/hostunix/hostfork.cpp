@@ -149,6 +149,7 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
 
 BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
                      const FailureText& failure) {
+  const CancellationWaits cancellationWaits;
   PidType ignored;
   if (thePid == nullptr) thePid = &ignored;
   const uid_t parentUid = geteuid();

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostfiles.h>
@@ -76,7 +75,7 @@ void errorMessage(FILE* stream, const char* symbol, int error) {
 // Reports a failed system call outside any box, and ends the child.
 [[noreturn]] void endChildAfterCall(const char* call, int error) {
   std::fprintf(stderr, "%s failure, errno = %ld,  at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(std::time(nullptr)),
+               static_cast<long>(error), static_cast<long>(hostTimeOfDay().seconds),
                ErrnoText(error).text);
   endChild();
 }
@@ -214,7 +213,7 @@ void writeLogHeader(FILE* stream, const ForkPlan& plan) {
   char call[64];
   std::snprintf(call, sizeof call, format, log);
   std::fprintf(stderr, "%s failed, errno = %ld, at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(std::time(nullptr)),
+               static_cast<long>(error), static_cast<long>(hostTimeOfDay().seconds),
                ErrnoText(error).text);
   endChild();
 }

@@ -340,6 +340,7 @@ void readFromStream(char* buf, std::size_t maxLen) {
 }  // namespace
 
 void HostSilentGetLine(const char* prompt, char* buf, std::size_t maxLen) {
+  const CancellationWaits cancellationWaits;
   std::fputs(prompt, stdout);
   std::fflush(stdout);
   if (maxLen > 0) (isatty(STDIN_FILENO) == 1 ? readFromTerminal : readFromStream)(buf, maxLen);

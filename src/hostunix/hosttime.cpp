@@ -29,6 +29,13 @@ struct Timespec64 {
 extern "C" int clockGettime64(clockid_t clock, Timespec64* now) noexcept
     __asm__("__clock_gettime64");
 
+// Of a clock that nobody sets.
+long long secondsOfMachine() {
+  Timespec64 now = {};
+  clockGettime64(CLOCK_MONOTONIC, &now);
+  return now.seconds;
+}
+
 std::atomic<lconv*> locale{nullptr};
 std::atomic<char*> dateTimeFormat{nullptr};
 
@@ -140,7 +147,8 @@ BoolType HostSetLocale(int category, const char* localeStr) {
 void HostSleep(unsigned long seconds) {
   constexpr long long mostAtOnce = INT_MAX / 1000;
   long long remaining = seconds;
-  const long long deadline = std::time(nullptr) + remaining;
+  const long long deadline = hostTimeOfDay().seconds + remaining;
+  const long long longest = secondsOfMachine() + remaining + 1;  // the first one is a part of one
   while (remaining > 0) {
     const long long wait = std::min(remaining, mostAtOnce);
     if (poll(nullptr, 0, static_cast<int>(wait * 1000)) == 0) {
@@ -148,7 +156,8 @@ void HostSleep(unsigned long seconds) {
       continue;
     }
     if (!unixIoGoesOn()) return;
-    remaining = std::min(remaining, deadline - std::time(nullptr));
+    remaining =
+        std::min({remaining, deadline - hostTimeOfDay().seconds, longest - secondsOfMachine()});
   }
 }
 

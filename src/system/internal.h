@@ -43,6 +43,18 @@ auto unixIoRetry(Call call) {
 // set when that fails.
 bool unixIoStatx(const char* name, unsigned int fields, struct statx& found);
 
+// A request to cancel the thread waits while this lives: what is changed meanwhile is put back.
+class CancellationWaits {
+ public:
+  CancellationWaits() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  ~CancellationWaits() { pthread_setcancelstate(former_, nullptr); }
+  CancellationWaits(const CancellationWaits&) = delete;
+  CancellationWaits& operator=(const CancellationWaits&) = delete;
+
+ private:
+  int former_ = 0;
+};
+
 // The catalogue's text for an errno value, as an argument of other texts.
 struct ErrnoText {
   explicit ErrnoText(int error) { UnixErr(error, text, sizeof text); }

@@ -74,11 +74,21 @@ void beginRun() {
   UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, first ? &timerAction : nullptr);
 }
 
+// The handler hears of children that ended while there was none.
+void tellOfChildren() {
+  if (childAction.sa_handler == SIG_DFL || childAction.sa_handler == SIG_IGN) return;
+  siginfo_t ended{};
+  if (waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid != 0) {
+    raise(SIGCHLD);
+  }
+}
+
 void endRun() {
   const RunsAccess access;
   if (--runs > 0) return;
   UNIXIO_DO_SIGNAL(SIGCHLD, childAction.sa_sigaction, nullptr);
   UNIXIO_DO_SIGNAL(SIGVTALRM, timerAction.sa_sigaction, nullptr);
+  tellOfChildren();
 }
 
 // A run that never began leaves the actions as they were to the last flag.
@@ -165,6 +175,7 @@ void useRealIdsInChild() {
 }  // namespace
 
 int UnixIoSystem(const char* cmd, BoolType interactively) {
+  const CancellationWaits cancellationWaits;
   const Surroundings surroundings(interactively);
   // fork would copy the page tables of a whole JVM, and the child does no more than exec.
   // NOLINTNEXTLINE(clang-analyzer-unix.Vfork,clang-analyzer-security.insecureAPI.vfork)
