@@ -48,10 +48,7 @@ TEST_F(Catalogue, ManyThreadsMayBeTheFirstToOpenIt) {
   const auto openAndFork = [] {
     alarm(30);
     std::barrier start(8);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-      threads.emplace_back([&] { start.arrive_and_wait(), ErrMsgInit(); });
-    for (std::thread& thread : threads) thread.join();
+    inThreads(8, [&](int) { start.arrive_and_wait(), ErrMsgInit(); });
     return exitCode(inChild([] { return text("m", "") == "x" ? 0 : 1; }));
   };
   for (int i = 0; i < 100 && !HasFailure(); ++i) EXPECT_EQ(exitCode(inChild(openAndFork)), 0);
@@ -136,9 +133,8 @@ TEST_F(Catalogue, PanicAndResetFollowTheFile) {
 
 // What standard error gets of an operation, and what that returns.
 std::string said(const std::function<std::string()>& operation) {
-  testing::internal::CaptureStderr();
-  const std::string result = operation();
-  return testing::internal::GetCapturedStderr() + result;
+  std::string result;
+  return printed([&] { result = operation(); }) + result;
 }
 
 TEST_F(Catalogue, SaysOnceWhyAFileDoesNotWork) {

@@ -206,24 +206,6 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
       EXPECT_THAT(under({nobody, nobody, root, root}, attempt), AnyOf(EPERM, 0)) << call;
     }
   }
-  // Each thread is the user for itself alone.
-  const auto beside = [&] {
-    std::atomic<int> wrong = 0;
-    const auto work = [&](BoolType userFile) {
-      for (int i = 0; i < 500; ++i) {
-        HostErrSType why = {};
-        std::FILE* file = HostOpenFile(name.c_str(), "r", &why, userFile);
-        if (userFile != 0 ? file != nullptr || why.theErrno != EACCES : file == nullptr) ++wrong;
-        if (file != nullptr) std::fclose(file);
-        if (geteuid() != root || getegid() != root) ++wrong;
-      }
-    };
-    std::vector<std::thread> threads;
-    for (const BoolType userFile : {1, 1, 0}) threads.emplace_back(work, userFile);
-    for (std::thread& thread : threads) thread.join();
-    return wrong != 0 ? 1 : 0;
-  };
-  EXPECT_EQ(under({nobody, nobody, root, root}, beside), 0);
   // Saved ids that are neither of the others, and the highest, come back, or nothing is done.
   constexpr uid_t highest = 0xFFFFFFFE;
   constexpr uid_t third = 65532;

@@ -111,17 +111,13 @@ TEST_F(HostUsers, PasswordsByAccount) {
     std::puts(refusal("new", "swordfish").c_str());
     cryptLibraries[1] = "libcrypt.so.1";
     for (const auto& [user, password, reason] : cases) EXPECT_EQ(refusal(user, password), reason);
-    std::vector<std::thread> checks;
-    for (const char* password : {"swordfish", "wrong", "other"}) {
-      checks.emplace_back([password] {
-        const bool right = std::strcmp(password, "swordfish") == 0;
-        long token;
-        for (int time = 0; time < 400; ++time) {
-          EXPECT_EQ(HostValidatePassword("old", password, &token, nullptr, 0), right);
-        }
-      });
-    }
-    for (std::thread& check : checks) check.join();
+    inThreads(3, [](int thread) {
+      const char* password = thread == 0 ? "swordfish" : thread == 1 ? "wrong" : "other";
+      long token;
+      for (int time = 0; time < 400; ++time) {
+        EXPECT_EQ(HostValidatePassword("old", password, &token, nullptr, 0), thread == 0);
+      }
+    });
     hashes.erase("open");
     EXPECT_EQ(refusal("open", ""),
               "[pwvalidation.getspnam open [unixerr.part1 13][unixerr.EACCES]]");

@@ -22,7 +22,8 @@ TEST(Threads, LoseNothing) {
   HostMutexSType mutex;
   HostMutexInit(&mutex);
   int lock = 0, counter = 0, flags = 0, lost = 0, guarded = 0, alsoGuarded = 0;
-  const auto work = [&](int bit) {
+  inThreads(workers, [&](int thread) {
+    const int bit = 1 << thread;
     for (int i = 0; i < 5 * rounds; ++i) {
       HostAsmSyncCtrAdd(&counter, 1);
       if ((HostAsmSyncOr(&flags, bit) & bit) != 0) HostAsmSyncOr(&lost, bit);
@@ -36,10 +37,7 @@ TEST(Threads, LoseNothing) {
       ++alsoGuarded;
       HostMutexRelease(&mutex);
     }
-  };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < workers; ++i) threads.emplace_back(work, 1 << i);
-  for (std::thread& thread : threads) thread.join();
+  });
   HostMutexDestroy(&mutex);
   EXPECT_EQ((std::vector{counter, guarded, alsoGuarded, lock | flags | lost}),
             (std::vector{5 * workers * rounds, workers * rounds, workers * rounds, 0}));
@@ -123,7 +121,7 @@ TEST(Threads, BarrierOrdersStoresBeforeLoads) {
       if (spins > 1000) std::this_thread::yield();
     }
   };
-  const auto run = [&](int me) {
+  inThreads(2, [&](int me) {
     for (int round = 1; round <= 20000; ++round) {
       meet(2 * round - 1);
       // Behind a store to what both want, the word's waits for long.
@@ -134,10 +132,7 @@ TEST(Threads, BarrierOrdersStoresBeforeLoads) {
       meet(2 * round);
       if (me == 0 && seen[0].value != round && seen[1].value != round) ++missed;
     }
-  };
-  std::thread other(run, 1);
-  run(0);
-  other.join();
+  });
   EXPECT_EQ(missed, 0);
 }
 

@@ -39,3 +39,18 @@
 namespace fs = std::filesystem;
 using testing::AllOf, testing::AnyOf, testing::ContainsRegex, testing::ElementsAre;
 using testing::EndsWith, testing::HasSubstr, testing::Not, testing::StartsWith;
+
+// What `action` prints, its errors first.
+inline std::string printed(const std::function<void()>& action) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  action();
+  const std::string errors = testing::internal::GetCapturedStderr();
+  return errors + testing::internal::GetCapturedStdout();
+}
+
+// Runs `work` in so many threads at once, each with its number.
+inline void inThreads(int count, const std::function<void(int)>& work) {
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
+}
