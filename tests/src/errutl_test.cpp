@@ -5,9 +5,6 @@
 
 namespace {
 
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
-
 // Everything that reading a source to its end gives: one line per entry, then what was printed.
 std::string parsed(const std::string& source, BoolType buildingTable = 1) {
   writeFile("stream", source);
@@ -16,15 +13,16 @@ std::string parsed(const std::string& source, BoolType buildingTable = 1) {
   unsigned long line = buildingTable != 0 ? 0 : 7;
   BoolType bad = 0;
   std::string result;
-  CaptureStderr();
-  while (ErrUtlNextSym(file, "f", &line, &entry, buildingTable, &bad)) {
-    result += std::string(entry.sym) + "|";
-    for (int i = 0; i < entry.argListSize; ++i) result += std::to_string(entry.argOrder[i]) + ",";
-    result += std::to_string(entry.expectedArgCount) + "|" + entry.buf + "|" +
-              std::to_string(entry.loc) + "@" + std::to_string(line) + (bad != 0 ? "!" : "") + "\n";
-  }
+  const std::string said = printed([&] {
+    while (ErrUtlNextSym(file, "f", &line, &entry, buildingTable, &bad)) {
+      result += std::string(entry.sym) + "|";
+      for (int i = 0; i < entry.argListSize; ++i) result += std::to_string(entry.argOrder[i]) + ",";
+      result += std::to_string(entry.expectedArgCount) + "|" + entry.buf + "|" +
+                std::to_string(entry.loc) + "@" + std::to_string(line) + (bad != 0 ? "!\n" : "\n");
+    }
+  });
   std::fclose(file);
-  return result + GetCapturedStderr() + (bad != 0 ? "bad" : "good") + std::to_string(line);
+  return result + said + (bad != 0 ? "bad" : "good") + std::to_string(line);
 }
 
 TEST(MessageSource, EntriesAndLines) {
@@ -63,18 +61,19 @@ TEST(MessageFile, OpensReopensAndCloses) {
   EXPECT_EQ(ErrUtlErrFile, nullptr);
   EXPECT_TRUE(ErrUtlIsUp() && ErrUtlReset(0) && ErrUtlErrFile != nullptr);
 
-  CaptureStderr();
-  // Wrong at its place: magic number, transform, version, table size
-  for (const auto& [at, byte] :
-       {std::pair(3, '\xEE'), {6, '\1'}, {7, '\4'}, {8, '\2'}, {12, '\0'}}) {
-    writeFile("bad.err", std::string(good).replace(at, 1, 1, byte));
-    EXPECT_FALSE(ErrUtlInit(1, "bad.err")) << at;
-  }
-  EXPECT_FALSE(ErrUtlInit(1, source.c_str()) || ErrUtlIsUp() || ErrUtlErrFile != nullptr);
-  EXPECT_TRUE(ErrUtlInit(0, source.c_str()) && ErrUtlErrFile != nullptr);
-  EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err") || ErrUtlErrFile != nullptr);
+  const auto openOthers = [&] {
+    // Wrong at its place: magic number, transform, version, table size
+    for (const auto& [at, byte] :
+         {std::pair(3, '\xEE'), {6, '\1'}, {7, '\4'}, {8, '\2'}, {12, '\0'}}) {
+      writeFile("bad.err", std::string(good).replace(at, 1, 1, byte));
+      EXPECT_FALSE(ErrUtlInit(1, "bad.err")) << at;
+    }
+    EXPECT_FALSE(ErrUtlInit(1, source.c_str()) || ErrUtlIsUp() || ErrUtlErrFile != nullptr);
+    EXPECT_TRUE(ErrUtlInit(0, source.c_str()) && ErrUtlErrFile != nullptr);
+    EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err") || ErrUtlErrFile != nullptr);
+  };
   EXPECT_THAT(
-      GetCapturedStderr(),
+      printed(openOthers),
       EndsWith(source + " as a language file\n"
                         "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
                         "     errno = 2 (sorry, no translation available)\n"

@@ -9,12 +9,8 @@
 #include "basics/fortests.h"
 #include "tests.h"
 
-namespace {
-
 // What opens in the place of libcrypt.so.1 and, if that does not, .so.2.
-const char* cryptLibraries[2] = {"libcrypt.so.1", "libmissing.so.2"};
-
-}  // namespace
+static const char* cryptLibraries[2] = {"libcrypt.so.1", "libmissing.so.2"};
 
 // The dynamic loader, with the libraries of a test.
 extern "C" void* dlopen(const char* name, int flags) noexcept {

@@ -64,14 +64,13 @@ TEST_P(KeyedTable, FailedAllocationsLeaveTheTableAsItWas) {
     TvInitHashTable(&table_, GetParam());
     {
       const FailingCall failing("malloc", ENOMEM, succeed);
-      testing::internal::CaptureStderr();
-      for (unsigned i = 0; i < 12; ++i) {
-        if (create(i) != nullptr) continue;
-        EXPECT_EQ(isNew_, 0);
-        EXPECT_EQ(table_.numEntries, static_cast<long>(i));
-      }
-      EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                  EndsWith(succeed < 12 ? "tvhash\n" : " 64 bytes: tvHash\n"));
+      const auto fill = [&] {
+        for (unsigned i = 0; i < 12; ++i) {
+          if (create(i) != nullptr) continue;
+          EXPECT_EQ(std::pair(isNew_, table_.numEntries), std::pair(0L, static_cast<long>(i)));
+        }
+      };
+      EXPECT_THAT(printed(fill), EndsWith(succeed < 12 ? "tvhash\n\n" : " 64 bytes: tvHash\n\n"));
     }
     create(static_cast<unsigned>(std::min(succeed, 11)));
     EXPECT_EQ(table_.numBuckets, 16);
@@ -106,19 +105,20 @@ TEST(TvHashDeathTest, MisuseIsReportedAndStopsTheProcess) {
   Table table(0);
   long isNew = 1;
   noHalt = 1;
-  testing::internal::CaptureStdout();
-  TvHashEntry stray = *table.createProc(&table, "inside", &isNew);
-  TvDeleteHashEntry(&stray);
-  TvDeleteHashEntry(nullptr);
-  EXPECT_EQ(table.numEntries, 1);
-  for (int i = 0; i < 2; ++i) TvDeleteHashTable(&table);
-  EXPECT_EQ(table.findProc(&table, "inside"), nullptr);
-  EXPECT_EQ(table.createProc(&table, "inside", &isNew), nullptr);
-  noHalt = 0;
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  const auto misuse = [&] {
+    TvHashEntry stray = *table.createProc(&table, "inside", &isNew);
+    TvDeleteHashEntry(&stray);
+    TvDeleteHashEntry(nullptr);
+    EXPECT_EQ(table.numEntries, 1);
+    for (int i = 0; i < 2; ++i) TvDeleteHashTable(&table);
+    EXPECT_EQ(table.findProc(&table, "inside"), nullptr);
+    EXPECT_EQ(table.createProc(&table, "inside", &isNew), nullptr);
+  };
+  EXPECT_EQ(printed(misuse),
             "malformed bucket chain in TvDeleteHashEntry\n"
             "called TvFindHashEntry on deleted table\n"
             "called TvCreateHashEntry on deleted table\n");
+  noHalt = 0;
   EXPECT_EQ(exitCode(runInChild([&] { table.findProc(&table, "entry"); })), 3);
 }
 

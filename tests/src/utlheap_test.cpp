@@ -16,10 +16,8 @@ TEST(UtlHeap, FailureIsReportedWithTheRequester) {
   };
   for (const auto& [allocate, report] : cases) {
     const FailingCall failing("malloc", ENOMEM);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(allocate(), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              report.empty() ? "" : "malloc failure allocating " + report + "\n");
+    EXPECT_EQ(printed([&, allocate = allocate] { EXPECT_EQ(allocate(), nullptr); }),
+              report.empty() ? "" : "malloc failure allocating " + report + "\n\n");
   }
 }
 

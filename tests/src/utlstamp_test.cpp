@@ -8,21 +8,8 @@
 #include "basics/fortests.h"
 #include "tests.h"
 
-namespace {
-
-long long second = 0;
-long microsecond = 0;
-
-// The clock of this program stands at `seconds` and `milliseconds`.
-void setClock(long long seconds, long milliseconds, const char* zone = "UTC") {
-  setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
-  setenv("TZ", zone, 1);
-  tzset();
-  second = seconds;
-  microsecond = milliseconds * 1000;
-}
-
-}  // namespace
+static long long second = 0;
+static long microsecond = 0;
 
 extern "C" int gettimeofday(struct timeval* time, void* /*zone*/) noexcept {
   *time = {static_cast<time_t>(second), microsecond};
@@ -39,6 +26,15 @@ int clockOf64Bits(clockid_t /*clock*/, long long* time) noexcept {
 }
 
 namespace {
+
+// The clock of this program stands at `seconds` and `milliseconds`.
+void setClock(long long seconds, long milliseconds, const char* zone = "UTC") {
+  setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
+  setenv("TZ", zone, 1);
+  tzset();
+  second = seconds;
+  microsecond = milliseconds * 1000;
+}
 
 // A format beyond 40 characters ends before the directive that it is cut in. First, for a program
 // decides once.
@@ -64,20 +60,20 @@ TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
       {4118083200, 7, "EST5EDT,M3.2.0,M11.1.0", nullptr, 1, "[2100-06-30 20:00:00.007 EDT]\n"}};
   for (const auto& [seconds, milliseconds, zone, text, addCr, expected] : steps) {
     setClock(seconds, milliseconds, zone);
-    testing::internal::CaptureStdout();
-    UtlTimeStampMs_s(stdout, text, addCr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
+    const auto stamp = [text = text, addCr = addCr] { UtlTimeStampMs_s(stdout, text, addCr); };
+    EXPECT_EQ(printed(stamp), expected);
   }
 }
 
 TEST(UtlTimeStamp, HasOtherForms) {
   setClock(86400, 7);
-  testing::internal::CaptureStdout();
-  UtlTimeStampMs_f(stdout);
-  UtlTimeStampMs_time_t_f(stdout);
-  ZelCTimeStringType own;
-  std::printf("%s %s %s", UtlTimeStampMs_str(), UtlCtime(86400), UtlCtime(0, &own));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  const auto stamp = [] {
+    UtlTimeStampMs_f(stdout);
+    UtlTimeStampMs_time_t_f(stdout);
+    ZelCTimeStringType own;
+    std::printf("%s %s %s", UtlTimeStampMs_str(), UtlCtime(86400), UtlCtime(0, &own));
+  };
+  EXPECT_EQ(printed(stamp),
             "1970-01-02 00:00:00.007 \"1970-01-02 00:00:00.007\" 86400 "
             "1970-01-02 00:00:00.007 UTC: 1970-01-02 00:00:00 UTC 1970-01-01 00:00:00 UTC");
 }

@@ -6,24 +6,10 @@
 
 namespace {
 
-TEST(UtlGlob, Table) {
-  const struct {
-    const char* pattern;
-    std::vector<const char*> matching, others;
-  } cases[] = {
-      {"[^a-c]x", {"dx", "^x", "\xFFx"}, {"bx", "x", "d"}},
-      {"[^b-]x", {"ax", "\x80x"}, {"bx", "zx"}},
-      {"[b-]", {"b", "~", "\x7F"}, {"a", "\x80", "-]"}},
-      {"[\xFE-\x02]", {"\xFE", "\xFF", "\x01", "\x02"}, {"\x03", "a"}},
-      {"[*?\\]", {"*", "?", "\\"}, {"a"}},
-      {"[]a]", {}, {"a", "]", "a]", ""}},
-      {"[^]*[a-", {}, {"]a", "a", "-"}},
-      {"\\[a?\\a\\", {"[a?a\\", "[aba\\"}, {"aba\\", "[aa\\", "[aba"}},
-  };
-  for (const auto& c : cases) {
-    for (const char* text : c.matching) EXPECT_EQ(UtlGlob(c.pattern, text), 1) << c.pattern << text;
-    for (const char* text : c.others) EXPECT_EQ(UtlGlob(c.pattern, text), 0) << c.pattern << text;
-  }
+TEST(UtlGlob, ReachesTheLastOfASetAndOfAPattern) {
+  EXPECT_EQ(UtlGlob("[b-]", "\x7F"), 1);
+  EXPECT_EQ(UtlGlob("[a-c]", "c"), 1);
+  EXPECT_EQ(UtlGlob("a\\", "a\\"), 1);
 }
 
 TEST(UtlGlob, ManyStarsTakeNoLonger) {
@@ -35,14 +21,15 @@ TEST(UtlGlob, ManyStarsTakeNoLonger) {
 }
 
 TEST(UtlText, PrintsVisiblyOrUnchanged) {
-  testing::internal::CaptureStdout();
-  UtlPrintVisible(stdout, "");
-  UtlPrintVisible(stdout, "a \t\n~\001\032\037\177\200\201\211\212\237\240\301\377");
-  UtlPrintVisible(stdout, std::string(5000, '\001').c_str());
-  UtlPrintStr("a\001%s\377");
   std::string expected = "a \t\n~^A^Z^_^?!^@!^A!\t!\n!^_! !A!^?";
   for (int i = 0; i < 5000; ++i) expected += "^A";
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected + "a\001%s\377");
+  const auto print = [] {
+    UtlPrintVisible(stdout, "");
+    UtlPrintVisible(stdout, "a \t\n~\001\032\037\177\200\201\211\212\237\240\301\377");
+    UtlPrintVisible(stdout, std::string(5000, '\001').c_str());
+    UtlPrintStr("a\001%s\377");
+  };
+  EXPECT_EQ(printed(print), expected + "a\001%s\377");
 }
 
 TEST(UtlText, CaseOfTheLowSixteenBits) {

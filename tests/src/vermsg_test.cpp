@@ -41,9 +41,7 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
       {VerCenteredMessage, x(76), "| " + x(76) + "|\n"},
       {[](FILE* f, const char*) { VerEndEdge(f); }, "", "|" + x(77, '_') + "|\n"}};
   for (const auto& [write, text, frame] : cases) {
-    testing::internal::CaptureStdout();
-    write(stdout, text.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), frame);
+    EXPECT_EQ(printed([&, write = write, &text = text] { write(stdout, text.c_str()); }), frame);
   }
 }
 

@@ -24,17 +24,11 @@ Values numericData(DbChar code) {
   return {numerator, denominator};
 }
 
-std::string dumpOfTables() {
-  testing::internal::CaptureStdout();
-  XCharDumpTables();
-  return testing::internal::GetCapturedStdout();
-}
-
 // The dump shows all that the built-in tables hold: general categories as Unicode has them, but for
 // the section and paragraph signs, which are symbols here, and the ordinal indicators, which are
 // lower-case letters.
 bool tablesAreBuiltIn() {
-  const std::string dump = dumpOfTables();
+  const std::string dump = printed(XCharDumpTables);
   const auto* bytes = reinterpret_cast<const unsigned char*>(dump.data());
   return UtlChecksum(bytes, dump.size()) == 0x6900FBFFU;
 }
@@ -86,7 +80,7 @@ TEST(XChar, InstalledTablesAnswer) {
   EXPECT_EQ(each(XCharTitlecase, {2, 3, 452}), (Values{2, 453, 453}));
   EXPECT_EQ(XCharInverseCollate(XCharGetTableSize()), 0);
   EXPECT_EQ(numericData(6), (Values{7, 8}));
-  EXPECT_THAT(dumpOfTables(), EndsWith("  452:  453\n  452:  1\n\n\n"));
+  EXPECT_THAT(printed(XCharDumpTables), EndsWith("  452:  453\n  452:  1\n\n\n"));
   // Code 0 is a letter here, whose upper case others share; it ends a string all the same.
   install({0, 1, 2}, {0, 1, 2}, {1, 1, 1}, {{7, 0}, {7, 0}, {7, 0}}, {});
   EXPECT_EQ(UtlPartialStrCmp("\1\1", "\2"), 1);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -27,14 +26,6 @@ void (*onThirdTick)() = nullptr;
 
 }  // namespace
 
-bool ChildResult::exitedWith(int code) const {
-  return WIFEXITED(status) && WEXITSTATUS(status) == code;
-}
-
-bool ChildResult::killedBy(int signal) const {
-  return WIFSIGNALED(status) && WTERMSIG(status) == signal;
-}
-
 ChildResult inChild(const std::function<int()>& body) {
   const OutputFile out(std::tmpfile(), std::fclose);
   const OutputFile err(std::tmpfile(), std::fclose);
@@ -57,14 +48,7 @@ ChildResult inChild(const std::function<int()>& body) {
 }
 
 ChildResult runInChild(const std::function<void()>& body) {
-  return inChild([&body] {
-    body();
-    return 0;
-  });
-}
-
-int exitCode(const ChildResult& child) {
-  return WIFEXITED(child.status) ? WEXITSTATUS(child.status) : -1;
+  return inChild([&body] { return body(), 0; });
 }
 
 std::string readFile(const std::string& name) {

@@ -2,7 +2,7 @@
 // scratch files, terminals and signals that interrupt.
 #pragma once
 
-#include <sys/types.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <functional>
@@ -15,8 +15,8 @@ struct ChildResult {
   std::string out;
   std::string err;
 
-  bool exitedWith(int code) const;
-  bool killedBy(int signal) const;
+  bool exitedWith(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
+  bool killedBy(int signal) const { return WIFSIGNALED(status) && WTERMSIG(status) == signal; }
 };
 
 // Forks; the child runs `body` with its output and errors captured, and exits with status 0 when
@@ -27,7 +27,9 @@ ChildResult runInChild(const std::function<void()>& body);
 ChildResult inChild(const std::function<int()>& body);
 
 // The code that a child exited with; -1 if a signal ended it.
-int exitCode(const ChildResult& child);
+inline int exitCode(const ChildResult& child) {
+  return WIFEXITED(child.status) ? WEXITSTATUS(child.status) : -1;
+}
 
 // Files
 
