@@ -81,13 +81,13 @@ TEST(UtlTimeStamp, HasOtherForms) {
 TEST(UtlTimeStamp, FillsTheCallersBufferAndNoMore) {
   setClock(0, 0);
   const std::string whole = "1970-01-02 00:00:00.065 UTC";
-  for (std::size_t size = 0; size <= whole.size() + 3; ++size) {
-    std::string buffer(size + 1, '#');
-    UtlTimeStampMsStr(86400, 65, buffer.data(), size, 1);
-    EXPECT_EQ(buffer[size], '#');
-    if (size == 0) continue;
+  const auto stamp = [](char* text, std::size_t size) {
+    UtlTimeStampMsStr(86400, 65, text, size, 1);
+  };
+  EXPECT_EQ(filled(0, stamp), "");
+  for (std::size_t size = 1; size <= whole.size() + 3; ++size) {
     const char* newLine = size >= whole.size() + 2 ? "\n" : "";
-    EXPECT_EQ(buffer.c_str(), whole.substr(0, size - 1) + newLine);
+    EXPECT_EQ(filled(size, stamp), whole.substr(0, size - 1) + newLine);
   }
 }
 

@@ -49,6 +49,14 @@ inline std::string printed(const std::function<void()>& action) {
   return errors + testing::internal::GetCapturedStdout();
 }
 
+// What `fill` puts into a buffer of `size` bytes; it must not write behind it.
+inline std::string filled(std::size_t size, const std::function<void(char*, std::size_t)>& fill) {
+  std::string buffer(size + 1, '#');
+  fill(buffer.data(), size);
+  EXPECT_EQ(buffer[size], '#') << "overrun of " << size << " bytes";
+  return size == 0 ? "" : buffer.c_str();
+}
+
 // Runs `work` in so many threads at once, each with its number.
 inline void inThreads(int count, const std::function<void(int)>& work) {
   std::vector<std::jthread> threads;
