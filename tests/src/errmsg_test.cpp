@@ -23,8 +23,7 @@ std::string repeated(std::size_t count, char c = 'a') {
   return std::string(count, c);
 }
 
-class Catalogue : public testing::Test {
- protected:
+struct Catalogue : testing::Test {
   Catalogue() { ErrMsgShutdown(); }
 
   void open(const std::string& bytes) {

@@ -3,10 +3,8 @@
 #include "messagefile.h"
 #include "tests.h"
 
-namespace {
-
 // Everything that reading a source to its end gives: one line per entry, then what was printed.
-std::string parsed(const std::string& source, BoolType buildingTable = 1) {
+static std::string parsed(const std::string& source, BoolType buildingTable = 1) {
   writeFile("stream", source);
   FILE* file = std::fopen("stream", "r");
   ErrUtlEntrySType entry{};
@@ -79,5 +77,3 @@ TEST(MessageFile, OpensReopensAndCloses) {
                         "     errno = 2 (sorry, no translation available)\n"
                         "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n"));
 }
-
-}  // namespace

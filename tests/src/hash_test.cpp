@@ -45,8 +45,7 @@ std::vector<Record> someRecords(unsigned count, unsigned step) {
   return records;
 }
 
-class HashTable : public testing::TestWithParam<BoolType> {
- protected:
+struct HashTable : testing::TestWithParam<BoolType> {
   HashTable() { HashTableInit(&table_, GetParam(), sizeof(Record), recordHash, recordsEqual); }
   ~HashTable() override {
     HashTableClear(&table_);

@@ -3,10 +3,8 @@
 #include "basics/fortests.h"
 #include "tests.h"
 
-namespace {
-
-int ending = 0;
-bool leavesFile = false;
+static int ending = 0;
+static bool leavesFile = false;
 
 // What is said of a core and becomes of its directory, by how the dumping child ended, whether its
 // core is there, and the system's pattern.
@@ -46,5 +44,3 @@ TEST(HostCoredump, SaysWhatBecameOfTheCore) {
     EXPECT_EQ(said.find("kernel") == std::string::npos, pattern == std::string("core"));
   }
 }
-
-}  // namespace

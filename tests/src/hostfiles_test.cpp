@@ -10,8 +10,7 @@
 
 namespace {
 
-class HostFiles : public testing::Test {
- protected:
+struct HostFiles : testing::Test {
   std::string at(const std::string& name) const { return scratch_ / name; }
 
   const ScratchDirectory scratch_;
@@ -182,9 +181,7 @@ int under(const Ids& ids, const std::function<int()>& body) {
 }
 
 TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
-  constexpr uid_t root = 0;
-  constexpr uid_t nobody = 65534;
-  constexpr uid_t other = 65533;
+  constexpr uid_t root = 0, nobody = 65534, other = 65533, third = 65532, highest = 0xFFFFFFFE;
   if (geteuid() != root) GTEST_SKIP() << "only root gives itself other ids";
   const char kernelFile[] = "/proc/sys/kernel/cad_pid";  // only root's, by its effective id
   const std::string name = scratch_.write("mine", "");
@@ -207,8 +204,6 @@ TEST_F(HostFiles, UserFilesAreTouchedUnderTheRealIds) {
     }
   }
   // Saved ids that are neither of the others, and the highest, come back, or nothing is done.
-  constexpr uid_t highest = 0xFFFFFFFE;
-  constexpr uid_t third = 65532;
   EXPECT_EQ(under({highest, highest, root, root, third}, openKernelFile), EACCES);
   EXPECT_EQ(under({root, root, nobody, nobody, third}, openKernelFile), 255);
   EXPECT_EQ(under({other, other, nobody, nobody, third}, openKernelFile), EPERM);

@@ -17,8 +17,7 @@ std::string expand(const std::string& name, std::size_t size = sizeof(HostFnameS
 }
 
 // Works in the folder d of a tree of its own, whose name stands for the letter R.
-class HostFname : public testing::Test {
- protected:
+struct HostFname : testing::Test {
   HostFname() {
     fs::create_directories(root_ / "d/e/f");
     root_.write("d/file", "x");

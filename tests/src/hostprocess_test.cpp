@@ -18,8 +18,7 @@ int endOf(PidType child) {
 }
 
 // A directory in which any user may write, with a script that a child runs.
-class HostForking : public testing::Test {
- protected:
+struct HostForking : testing::Test {
   static void SetUpTestSuite() { HostInit(); }
   void SetUp() override { fs::permissions(directory_.path(), fs::perms::all); }
 

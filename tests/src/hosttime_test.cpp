@@ -27,11 +27,9 @@ extern "C" clock_t times(tms* usage) noexcept {
 }
 
 extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept {
-  *time = {std::time(nullptr) - setBackBy, 0};
+  *time = {std::time(nullptr) - setBackBy, 123456};
   return 0;
 }
-
-namespace {
 
 // After days of many processors, in a forked child and with the clock set back.
 TEST(HostTime, ClocksAreNeverNegative) {
@@ -41,7 +39,7 @@ TEST(HostTime, ClocksAreNeverNegative) {
     usage.ru_utime = {50, 0};
     HostInit();
     for (const long seconds : {49L, 51L, 3000000L}) {
-      usage.ru_stime = {seconds - 50, 0};
+      usage.ru_stime = {seconds - 50, 7000};
       std::printf("%ld ", HostClock());
     }
     std::printf("%.0f\n", HostGetCpuTime());
@@ -51,23 +49,16 @@ TEST(HostTime, ClocksAreNeverNegative) {
     std::puts(text);
   });
   EXPECT_THAT(child.out,
-              Reads("0 1000 2147483647 22000000\n ELAPSED: 0 00:00:00.~CPU: 833:20:00."));
+              Reads("0 1007 2147483647 22000000\n ELAPSED: 0 00:00:00.~CPU: 833:20:00."));
 }
 
-TEST(HostTime, ClocksAdvance) {
+TEST(HostTime, TellsTheTimeOfDay) {
   long seconds = 0, again = 0, microseconds = -1;
   unsigned short milliseconds = 1000;
   HostGetTimeOfDay(&seconds, &microseconds);
   HostFtime(&again, &milliseconds);
   EXPECT_TRUE(std::labs(seconds - std::time(nullptr)) <= 1 && again - seconds <= 1);
-  EXPECT_TRUE(microseconds >= 0 && microseconds < 1000000 && milliseconds < 1000);
-  const long before = HostClock();
-  const double cpu = HostGetCpuTime();
-  const std::clock_t start = std::clock();
-  while (std::clock() - start < CLOCKS_PER_SEC / 20) {
-  }
-  EXPECT_TRUE(HostClock() - before >= 40 && HostClock() - before < 1000) << before;
-  EXPECT_TRUE(HostGetCpuTime() - cpu >= 0.02 && HostGetCpuTime() - cpu < 1) << cpu;
+  EXPECT_EQ(std::pair(microseconds, +milliseconds), std::pair(123456L, 123));
 }
 
 TEST(HostTime, ZoneBySeason) {
@@ -108,7 +99,7 @@ TEST(HostTime, FormatWithoutSecondsIsRefused) {
   EXPECT_EQ(child.out, "\n[WARNING]: Invalid $TV_CFTIME: '%H:%M', using default.\n" + standard);
 }
 
-double secondsOf(void (*action)()) {
+static double secondsOf(void (*action)()) {
   const auto begin = std::chrono::steady_clock::now();
   action();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -126,5 +117,3 @@ TEST(HostSleep, LastsInSpiteOfSignalsUntilAskedToEnd) {
   stopTicking();
   EXPECT_EQ(HostClearSigTerm(), 1);
 }
-
-}  // namespace

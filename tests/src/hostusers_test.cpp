@@ -38,29 +38,25 @@ std::map<std::string, std::string> hashes = {
     {"open", ""}};
 
 // Finds an account as the C library does it, for which long names need a large buffer.
-template <typename Fits>
-int lookUp(std::size_t size, passwd** found, Fits fits) {
-  *found = std::find_if(std::begin(accounts), std::end(accounts), fits);
-  if (*found == std::end(accounts)) *found = nullptr;
-  if (*found == nullptr || std::strlen((*found)->pw_dir) < size) return 0;
-  *found = nullptr;
-  return ERANGE;
+int lookUp(std::size_t size, passwd** found, const std::function<bool(const passwd&)>& fits) {
+  passwd* account = std::find_if(std::begin(accounts), std::end(accounts), fits);
+  const bool none = account == std::end(accounts),
+             large = !none && std::strlen(account->pw_dir) >= size;
+  *found = none || large ? nullptr : account;
+  return large ? ERANGE : 0;
 }
 
 // With these accounts in place of the system's.
-class HostUsers : public testing::Test {
- protected:
+struct HostUsers : testing::Test {
   HostUsers() {
-    osCallsForTests.getpwnam_r = [](const char* name, passwd*, char*, std::size_t size,
-                                    passwd** found) {
+    osCallsForTests.getpwnam_r = [](auto name, auto, auto, std::size_t size, passwd** found) {
       return lookUp(size, found,
-                    [name](const passwd& entry) { return std::strcmp(entry.pw_name, name) == 0; });
+                    [name](auto& entry) { return entry.pw_name == std::string(name); });
     };
-    osCallsForTests.getpwuid_r = [](uid_t uid, passwd*, char*, std::size_t size, passwd** found) {
-      return lookUp(size, found, [uid](const passwd& entry) { return entry.pw_uid == uid; });
+    osCallsForTests.getpwuid_r = [](auto uid, auto, auto, std::size_t size, passwd** found) {
+      return lookUp(size, found, [uid](auto& entry) { return entry.pw_uid == uid; });
     };
-    osCallsForTests.getspnam_r = [](const char* name, spwd* entry, char*, std::size_t,
-                                    spwd** found) {
+    osCallsForTests.getspnam_r = [](auto name, spwd* entry, auto, auto, spwd** found) {
       const bool known = hashes.contains(name);
       if (known) entry->sp_pwdp = hashes.at(name).data();
       *found = known ? entry : nullptr;
@@ -156,16 +152,16 @@ TEST_F(HostUsers, LoginUserBySource) {
     record = kernel;
     terminal = login;
     setenv("TV_LOGIN_NAME", name, 1);
-    for (const char* debug : {"1", ""}) {
-      setenv("TV_DEBUG_LOGIN_USER", debug, 1);
-      testing::internal::CaptureStdout();
+    const auto ask = [] {
       int id = 5;
       char user[32];
       const BoolType found = HostGetLoginUserInfo(&id, user, sizeof user);
       std::printf("= %d %d %s", found, id, user);
-      EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                  Reads(debug[0] != '\0' ? told : told.substr(told.find("= "))));
-    }
+    };
+    setenv("TV_DEBUG_LOGIN_USER", "1", 1);
+    EXPECT_THAT(printed(ask), Reads(told));
+    setenv("TV_DEBUG_LOGIN_USER", "", 1);
+    EXPECT_EQ(printed(ask), told.substr(told.find("= ")));
   }
 }
 
@@ -218,8 +214,7 @@ TEST(HostSystem, HostNameByResolver) {
       std::snprintf(name, size, "%s", given.c_str());
       return given.empty() ? -1 : 0;
     };
-    osCallsForTests.gethostbyname_r = [](const char* name, hostent* entry, char*, std::size_t,
-                                         hostent** found, int*) {
+    osCallsForTests.gethostbyname_r = [](auto name, hostent* entry, auto, auto, auto found, auto) {
       static char official[] = "host.example";
       entry->h_name = official;
       *found = std::string(name) == "host" ? entry : nullptr;

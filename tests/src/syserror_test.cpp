@@ -3,9 +3,7 @@
 #include <povzel/unixerr.h>
 #include "tests.h"
 
-namespace {
-
-std::string textOf(int number, ArraySizeType size = 256) {
+static std::string textOf(int number, ArraySizeType size = 256) {
   return filled(size, [number](char* text, std::size_t room) { UnixErr(number, text, room); });
 }
 
@@ -79,5 +77,3 @@ TEST(SysError, LongTextsAreCutAtTheFieldsEnd) {
     ASSERT_EQ(record.errMsg, before + textOf(ENOENT, 4096 - before.size())) << length;
   }
 }
-
-}  // namespace

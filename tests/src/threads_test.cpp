@@ -3,8 +3,6 @@
 #include <povzel/hostthread.h>
 #include "tests.h"
 
-namespace {
-
 TEST(Atomics, LockWord) {
   int word = 0;
   EXPECT_EQ(HostAsmTryLock(&word, 1), 1);
@@ -64,7 +62,7 @@ TEST(HostMutexDeathTest, FailuresAreBrokenGuaranteesButForReleases) {
 }
 
 // What the function gives back, run by a thread of its own.
-void* run(HostThreadFuncType* start, void* arg = nullptr, std::size_t minStackSize = 0) {
+static void* run(HostThreadFuncType* start, void* arg = nullptr, std::size_t minStackSize = 0) {
   HostThreadType thread;
   void* value = nullptr;
   EXPECT_EQ(HostThreadCreate(&thread, start, arg, minStackSize), 0);
@@ -135,5 +133,3 @@ TEST(Threads, BarrierOrdersStoresBeforeLoads) {
   });
   EXPECT_EQ(missed, 0);
 }
-
-}  // namespace

@@ -3,8 +3,6 @@
 #include "faults.h"
 #include "tests.h"
 
-namespace {
-
 // Twofold for texts, exactly for lengths. Sizes that no allocation can have, or that exceed 32
 // bits, fail like those that the heap refuses.
 TEST(TvDString, GrowsWhenItIsFullOrStaysAsItWas) {
@@ -32,5 +30,3 @@ TEST(TvDString, GrowsWhenItIsFullOrStaysAsItWas) {
   }
   TvDStringFree(&ds);
 }
-
-}  // namespace

@@ -15,8 +15,7 @@ struct Table : TvHashTable {
   ~Table() { TvDeleteHashTable(this); }
 };
 
-class KeyedTable : public testing::TestWithParam<long> {
- protected:
+struct KeyedTable : testing::TestWithParam<long> {
   // The key of the kind under test that is made from a number; it stays until the next one.
   const char* key(unsigned number) {
     if (GetParam() == 1) return reinterpret_cast<const char*>(number);

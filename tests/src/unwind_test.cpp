@@ -3,11 +3,9 @@
 #include <povzel/hostdebug.h>
 #include "tests.h"
 
-namespace {
-
 // Unwinds with a buffer set; tells what that received.
 template <typename Unwind>
-int received(Unwind unwind) {
+static int received(Unwind unwind) {
   UnwindJmpBufSType buffer;
   buffer.previous = UnwindGetCurrentJumpBuffer();
   UnwindSetCurrentJumpBuffer(&buffer);
@@ -48,5 +46,3 @@ TEST(Unwind, TraceTellsKindAndPlace) {
     EXPECT_THAT(child.out, HasSubstr(name.empty() ? broken : trace));
   }
 }
-
-}  // namespace

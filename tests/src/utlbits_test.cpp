@@ -1,8 +1,6 @@
 #include <povzel/utlbits.h>
 #include "tests.h"
 
-namespace {
-
 constexpr unsigned int ones = 0xFFFFFFFF;
 
 TEST(UtlBits, CountsAndSearchesEndWithTheArray) {
@@ -31,5 +29,3 @@ TEST(UtlBits, PowersOfTwo) {
   for (const unsigned int yes : {1U, 2U, 1024U, 0x80000000U}) EXPECT_EQ(UtlIsPowerOf2(yes), 1);
   for (const unsigned int no : {0U, 3U, 6U, ones}) EXPECT_EQ(UtlIsPowerOf2(no), 0);
 }
-
-}  // namespace

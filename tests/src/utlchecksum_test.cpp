@@ -13,8 +13,7 @@ std::uint32_t slowStep(std::uint32_t crc, unsigned char byte) {
 }
 
 // Runs with the faster instructions that the parameter leaves in.
-class UtlChecksumWith : public testing::TestWithParam<unsigned int> {
- protected:
+struct UtlChecksumWith : testing::TestWithParam<unsigned int> {
   void SetUp() override {
     if ((GetParam() & ~all_) != 0) GTEST_SKIP() << "the processor does not have them";
     utlCpuFeaturesForTests = GetParam();

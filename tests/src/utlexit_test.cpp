@@ -4,10 +4,8 @@
 #include <povzel/utloutput.h>
 #include "tests.h"
 
-namespace {
-
 template <char name>
-void say() {
+static void say() {
   std::putchar(name);
 }
 
@@ -72,5 +70,3 @@ TEST(UtlAppendLfToFile, EndsEveryLine) {
     EXPECT_EQ(fs::file_size("lines"), size + 1);
   }
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 #include "faults.h"
 #include "tests.h"
 
-namespace {
-
 TEST(UtlHeap, FailureIsReportedWithTheRequester) {
   const std::pair<void* (*)(), std::string> cases[] = {
       {[] { return UtlMalloc(3000000000U, "tvhash"); }, "3000000000 bytes: tvhash"},
@@ -55,5 +53,3 @@ TEST(UtlSystem, PageSizeAndDescriptors) {
   EXPECT_EQ(UtlDisableFdMapping(0), 5);
   EXPECT_EQ(UtlMapFd(70000), 70000);
 }
-
-}  // namespace

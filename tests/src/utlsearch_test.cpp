@@ -9,8 +9,7 @@
 namespace {
 
 // Works in a tree of directories of its own.
-class UtlSearch : public testing::Test {
- protected:
+struct UtlSearch : testing::Test {
   UtlSearch() {
     fs::create_directories(at("b"));
     fs::current_path(at(""));

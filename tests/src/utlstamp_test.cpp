@@ -25,10 +25,8 @@ int clockOf64Bits(clockid_t /*clock*/, long long* time) noexcept {
   return 0;
 }
 
-namespace {
-
 // The clock of this program stands at `seconds` and `milliseconds`.
-void setClock(long long seconds, long milliseconds, const char* zone = "UTC") {
+static void setClock(long long seconds, long milliseconds, const char* zone = "UTC") {
   setenv("TV_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
   setenv("TZ", zone, 1);
   tzset();
@@ -119,5 +117,3 @@ TEST(UtlExpandLogName, ReplacesDirectivesAndEndsBeforeWhatDoesNotFit) {
     EXPECT_EQ(name[size], '#');
   }
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 #include <povzel/utlglob.h>
 #include "tests.h"
 
-namespace {
-
 TEST(UtlGlob, ReachesTheLastOfASetAndOfAPattern) {
   EXPECT_EQ(UtlGlob("[b-]", "\x7F"), 1);
   EXPECT_EQ(UtlGlob("[a-c]", "c"), 1);
@@ -84,5 +82,3 @@ TEST(UtlFileName, Parts) {
     EXPECT_EQ(UtlBasename(whole.data()), base);
   }
 }
-
-}  // namespace

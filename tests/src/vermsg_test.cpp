@@ -4,23 +4,17 @@
 #include <povzel/version.h>
 #include "tests.h"
 
-namespace {
-
-std::string x(std::size_t count, char character = 'x') {
-  return std::string(count, character);
-}
-
-std::string repeated(const std::string& text, std::size_t count) {
+static std::string x(std::size_t count, const std::string& text = "x") {
   std::string all;
   while (count-- > 0) all += text;
   return all;
 }
 
 // Of a text that is valid UTF-8.
-std::string framed(const std::string& text) {
+static std::string framed(const std::string& text) {
   const auto columns =
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
-  return "| " + text + x(75 - columns, ' ') + " |\n";
+  return "| " + text + x(75 - columns, " ") + " |\n";
 }
 
 TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
@@ -31,15 +25,14 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
       {VerMessage, x(73) + " y", framed(x(73) + " y")},
       {VerMessage, x(74) + "  y", framed(x(74)) + framed(" y")},
       // Characters of 2, 3 and 4 bytes are a column each; with a byte astray, bytes are.
-      {VerMessage, repeated("ä€", 37) + " " + repeated("𝄞", 76),
-       framed(repeated("ä€", 37)) + "| " + repeated("𝄞", 76) + "|\n"},
-      {VerMessage, "ä\xA4", "| ä\xA4" + x(72, ' ') + " |\n"},
-      {VerMessage, "\xC0\xA0\xED\xA0\x80", "| \xC0\xA0\xED\xA0\x80" + x(70, ' ') + " |\n"},
-      {VerMessage, "\xF4\x90\x80\x80", "| \xF4\x90\x80\x80" + x(71, ' ') + " |\n"},
-      {VerCenteredMessage, repeated("𝄞", 72), framed(" " + repeated("𝄞", 72))},
-      {VerCenteredMessage, "title", framed(x(35, ' ') + "title")},
+      {VerMessage, x(37, "ä€") + " " + x(76, "𝄞"), framed(x(37, "ä€")) + "| " + x(76, "𝄞") + "|\n"},
+      {VerMessage, "ä\xA4", "| ä\xA4" + x(72, " ") + " |\n"},
+      {VerMessage, "\xC0\xA0\xED\xA0\x80", "| \xC0\xA0\xED\xA0\x80" + x(70, " ") + " |\n"},
+      {VerMessage, "\xF4\x90\x80\x80", "| \xF4\x90\x80\x80" + x(71, " ") + " |\n"},
+      {VerCenteredMessage, x(72, "𝄞"), framed(" " + x(72, "𝄞"))},
+      {VerCenteredMessage, "title", framed(x(35, " ") + "title")},
       {VerCenteredMessage, x(76), "| " + x(76) + "|\n"},
-      {[](FILE* f, const char*) { VerEndEdge(f); }, "", "|" + x(77, '_') + "|\n"}};
+      {[](FILE* f, const char*) { VerEndEdge(f); }, "", "|" + x(77, "_") + "|\n"}};
   for (const auto& [write, text, frame] : cases) {
     EXPECT_EQ(printed([&, write = write, &text = text] { write(stdout, text.c_str()); }), frame);
   }
@@ -50,12 +43,12 @@ TEST(VerMsg, BannerHoldsTheVersionBlock) {
   const ChildResult child = runInChild([] {
     setenv("TARVOLIN_LANG", "/nonexistent", 1);
     HostInit();
-    VerBanner(stdout, "prog", "prog.desc", ("9.9\nand " + repeated("ü", 69) + " yy").c_str(), 1);
+    VerBanner(stdout, "prog", "prog.desc", ("9.9\nand " + x(69, "ü") + " yy").c_str(), 1);
   });
   EXPECT_THAT(child.out,
-              Reads(" " + x(77, '_') + "\n~[version.name]~\n+" + x(77, '-') +
+              Reads(" " + x(77, "_") + "\n~[version.name]~\n+" + x(77, "-") +
                     "+\n~[version.program prog [prog.desc]]~\n" + framed("[version.version 9.9") +
-                    framed("and " + repeated("ü", 69)) + framed("yy]") +
+                    framed("and " + x(69, "ü")) + framed("yy]") +
                     "| [version.builtfor x86 (Linux 2.6.18-8.el5PAE~[version.runningon ~MB]~"
                     "[version.piddate ~[version.uids"));
 }
@@ -77,5 +70,3 @@ TEST(Version, AnswersParameters) {
   EXPECT_STREQ(VerTVVersion(), "6.7, Sun Dec  6 23:23:09 2015");
   EXPECT_STREQ(VerDbfVersion(), "6.0A, Sun Dec  6 23:23:09 2015");
 }
-
-}  // namespace

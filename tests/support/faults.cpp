@@ -109,8 +109,7 @@ class TrappedCalls {
     utlHeapAllocateForTests = std::malloc;
     noHalt = 0;
   }
-  TrappedCalls(const TrappedCalls&) = delete;
-  TrappedCalls& operator=(const TrappedCalls&) = delete;
+  TrappedCalls(TrappedCalls&&) = delete;
 
   // The next call after `succeed` fails; of those in this process, in its children, or in both.
   void set(int succeed, int error, int only, bool inParent, bool inChildren) const {

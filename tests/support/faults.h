@@ -17,8 +17,7 @@ class FailingCall {
  public:
   FailingCall(const std::string& name, int error, int succeed = 0);
   ~FailingCall();
-  FailingCall(const FailingCall&) = delete;
-  FailingCall& operator=(const FailingCall&) = delete;
+  FailingCall(FailingCall&&) = delete;
 };
 
 // What an operation says of itself: whether it succeeded, and the errno value in its record.

@@ -36,8 +36,7 @@ class Watch {
  public:
   explicit Watch(JNIEnv* watched);
   ~Watch();
-  Watch(const Watch&) = delete;
-  Watch& operator=(const Watch&) = delete;
+  Watch(Watch&&) = delete;
 
  private:
   JNIEnv* env;

@@ -32,8 +32,7 @@ class Frame {
  public:
   explicit Frame(jint capacity) { start()->PushLocalFrame(capacity); }
   ~Frame() { start()->PopLocalFrame(nullptr); }
-  Frame(const Frame&) = delete;
-  Frame& operator=(const Frame&) = delete;
+  Frame(Frame&&) = delete;
 };
 
 // New Java objects, as local references. The numbers of reports and

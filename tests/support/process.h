@@ -45,8 +45,7 @@ class ScratchDirectory {
  public:
   ScratchDirectory();
   ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  ScratchDirectory(ScratchDirectory&&) = delete;
 
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   const std::string& path() const { return path_; }
@@ -62,8 +61,7 @@ class Terminal {
  public:
   Terminal();
   ~Terminal();
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
+  Terminal(Terminal&&) = delete;
 
   // Makes it the controlling terminal and standard input of this process, in a new session.
   void control() const;
