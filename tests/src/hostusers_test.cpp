@@ -40,8 +40,8 @@ std::map<std::string, std::string> hashes = {
 // Finds an account as the C library does it, for which long names need a large buffer.
 int lookUp(std::size_t size, passwd** found, const std::function<bool(const passwd&)>& fits) {
   passwd* account = std::find_if(std::begin(accounts), std::end(accounts), fits);
-  const bool none = account == std::end(accounts),
-             large = !none && std::strlen(account->pw_dir) >= size;
+  const bool none = account == std::end(accounts);
+  const bool large = !none && std::strlen(account->pw_dir) >= size;
   *found = none || large ? nullptr : account;
   return large ? ERANGE : 0;
 }

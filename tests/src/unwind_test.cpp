@@ -4,8 +4,7 @@
 #include "tests.h"
 
 // Unwinds with a buffer set; tells what that received.
-template <typename Unwind>
-static int received(Unwind unwind) {
+static int received(const std::function<void()>& unwind) {
   UnwindJmpBufSType buffer;
   buffer.previous = UnwindGetCurrentJumpBuffer();
   UnwindSetCurrentJumpBuffer(&buffer);

@@ -19,13 +19,10 @@ TEST(UtlBits, CountsAndSearchesEndWithTheArray) {
   EXPECT_EQ(UtlSetIsEmpty(array.data(), -1), 1);
 }
 
-TEST(UtlBits, Tables) {
+TEST(UtlBits, TablesAndPowersOfTwo) {
   for (unsigned int i = 0; i < 32; ++i) EXPECT_EQ(maskOfOnes[i], (1ULL << i) - 1);
   EXPECT_EQ(ffstable[0], -23);
   for (int x = 1; x < 2048; ++x) EXPECT_EQ(ffstable[x], __builtin_ffs(x) - 1);
-}
-
-TEST(UtlBits, PowersOfTwo) {
   for (const unsigned int yes : {1U, 2U, 1024U, 0x80000000U}) EXPECT_EQ(UtlIsPowerOf2(yes), 1);
   for (const unsigned int no : {0U, 3U, 6U, ones}) EXPECT_EQ(UtlIsPowerOf2(no), 0);
 }

