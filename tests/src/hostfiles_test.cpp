@@ -1,6 +1,5 @@
 #include <povzel/hostfiles.h>
 
-#include <povzel/hostids.h>
 #include <povzel/hostlimits.h>
 #include <povzel/hostspawn.h>
 #include <povzel/hostterminal.h>
@@ -103,10 +102,9 @@ TEST_F(HostFiles, ResultsAndFailuresByName) {
   scratch_.write("$FILES_LONG", "");
   fs::current_path(scratch_.path());
   for (const std::string& name : {tooLong, std::string("$FILES_LONG")}) {
-    refuses(file, name, 0, ENAMETOOLONG);
-    refuses(one, name, 0, ENAMETOOLONG);
-    refuses(HostCreateDirectory, name, 0, ENAMETOOLONG);
-    refuses(HostRemoveDirectory, name, 0, ENAMETOOLONG);
+    for (const Call& call : {file, one, Call(HostCreateDirectory), Call(HostRemoveDirectory)}) {
+      refuses(call, name, 0, ENAMETOOLONG);
+    }
     refuses(size, name, 77, ENAMETOOLONG);
   }
   fs::current_path("/");

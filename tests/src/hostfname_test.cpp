@@ -5,9 +5,7 @@
 #include "hostunix/internal.h"
 #include "tests.h"
 
-namespace {
-
-std::string expand(const std::string& name, std::size_t size = sizeof(HostFnameStrType)) {
+static std::string expand(const std::string& name, std::size_t size = sizeof(HostFnameStrType)) {
   std::string buffer(std::max(size, name.size()) + 1, '#');
   buffer.replace(0, name.size() + 1, name.c_str(), name.size() + 1);  // may be expanded in place
   const char behind = buffer[size];
@@ -97,5 +95,3 @@ TEST_F(HostFname, TemporaryNames) {
   EXPECT_TRUE(second.size() == first.size() && second != first);
   unsetenv("TMPDIR");
 }
-
-}  // namespace

@@ -65,7 +65,6 @@ struct HostUsers : testing::Test {
   }
   ~HostUsers() override { osCallsForTests = kept_; }
 
- private:
   const OsCalls kept_ = osCallsForTests;
 };
 

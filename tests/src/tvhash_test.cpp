@@ -28,7 +28,6 @@ struct KeyedTable : testing::TestWithParam<long> {
   Table table_{GetParam()};
   long isNew_ = 9;
 
- private:
   std::string text_;
   std::vector<long> words_;
 };

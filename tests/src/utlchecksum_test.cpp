@@ -3,10 +3,8 @@
 #include "basics/fortests.h"
 #include "tests.h"
 
-namespace {
-
 // One byte by the definition, bit by bit. A checksum is the complement of what this arrives at.
-std::uint32_t slowStep(std::uint32_t crc, unsigned char byte) {
+static std::uint32_t slowStep(std::uint32_t crc, unsigned char byte) {
   crc ^= byte;
   for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) != 0 ? (crc >> 1) ^ 0xEDB88320 : crc >> 1;
   return crc;
@@ -20,7 +18,6 @@ struct UtlChecksumWith : testing::TestWithParam<unsigned int> {
   }
   void TearDown() override { utlCpuFeaturesForTests = all_; }
 
- private:
   unsigned int all_ = utlCpuFeaturesForTests;
 };
 
@@ -46,5 +43,3 @@ TEST_P(UtlChecksumWith, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {
   }
   EXPECT_EQ(UtlChecksum(reinterpret_cast<const unsigned char*>("123456789"), 9), 0xCBF43926U);
 }
-
-}  // namespace

@@ -6,8 +6,6 @@
 #include "faults.h"
 #include "tests.h"
 
-namespace {
-
 // Works in a tree of directories of its own.
 struct UtlSearch : testing::Test {
   UtlSearch() {
@@ -185,5 +183,3 @@ TEST_F(UtlSearch, OutputIsRedirectedOrNot) {
   EXPECT_THAT(refused.out, StartsWith("[utl.freopen " + cut + " [unixerr.part1 36]"));
   EXPECT_FALSE(fs::exists("data"));
 }
-
-}  // namespace
