@@ -126,8 +126,7 @@ TEST(UnixIo, ExecReplacesTheProgram) {
 }
 
 TEST(UnixIoSystem, HandlersAndMaskAreBack) {
-  UNIXIO_DO_SIGNAL(SIGCHLD, handler, nullptr);
-  UNIXIO_DO_SIGNAL(SIGVTALRM, handler, nullptr);
+  for (const int sig : {SIGCHLD, SIGVTALRM}) UNIXIO_DO_SIGNAL(sig, handler, nullptr);
   const auto run = [] { return UnixIoSystem("exit 0", 0) == 0; };
   EXPECT_EQ(failEachCall(run, {.error = EAGAIN, .interruptible = {"waitpid"}}),
             (CallNames{"refuseVfork", "waitpid"}));
@@ -148,8 +147,7 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
 // Three threads' commands, and forks in the middle of them
 TEST(UnixIoSystem, RunsBesideOthers) {
   for (const auto action : {static_cast<sighandler_t>(handler1), SIG_IGN}) {
-    std::signal(SIGCHLD, action);
-    std::signal(SIGVTALRM, action);
+    for (const int sig : {SIGCHLD, SIGVTALRM}) std::signal(sig, action);
     std::atomic<int> wrong = 0;
     inThreads(4, [&](int thread) {
       for (int run = 0; run < 25 && thread < 3; ++run) {

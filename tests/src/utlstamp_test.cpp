@@ -89,16 +89,13 @@ TEST(UtlTimeStamp, FillsTheCallersBufferAndNoMore) {
 TEST(UtlExpandLogName, ReplacesDirectivesAndEndsBeforeWhatDoesNotFit) {
   osCallsForTests.gethostname = [](char*, std::size_t) noexcept { return -1; };
   const std::string pid = std::to_string(getpid());
-  const struct {
-    const char *logTemplate, *username, *homedir;
-    std::string expected;
-    BoolType complete = 1;
-    std::size_t size = 300;
-  } cases[] = {
-      {"%N%P.log", nullptr, nullptr, "logger" + pid + ".log"},
-      {"%%U%Q%U%", "ada", nullptr, "%U%Qada%"},
-      {"%U@%M", nullptr, nullptr, HostGetUserName() + std::string("@localhost")},
-      {"%Hx", "no such user", nullptr, "%Hx", 0},
+  using Row = std::tuple<const char*, const char*, const char*, std::string, BoolType, std::size_t>;
+  const Row cases[] = {
+      // template, user, home directory, name, whether that is complete, size
+      {"%N%P.log", nullptr, nullptr, "logger" + pid + ".log", 1, 300},
+      {"%%U%Q%U%", "ada", nullptr, "%U%Qada%", 1, 300},
+      {"%U@%M", nullptr, nullptr, HostGetUserName() + std::string("@localhost"), 1, 300},
+      {"%Hx", "no such user", nullptr, "%Hx", 0, 300},
       {"ab%U", "ada", "", "abad", 0, 5},
       {"ab%Uc", "ada", "", "ab", 0, 4},
       {"abcd", "", "", std::string(301, '#'), 0, 0},
