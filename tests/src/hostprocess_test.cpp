@@ -6,12 +6,10 @@
 #include "faults.h"
 #include "tests.h"
 
-namespace {
-
 using testing::IsSupersetOf;
 
 // The code that a child exited with, or the signal that ended it with a minus.
-int endOf(PidType child) {
+static int endOf(PidType child) {
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
@@ -219,5 +217,3 @@ TEST(HostProcess, TellsItsKindByStandardInput) {
     EXPECT_EQ(exitCode(inChild(ask)), kind);
   }
 }
-
-}  // namespace

@@ -7,13 +7,11 @@
 #include "faults.h"
 #include "tests.h"
 
-namespace {
+static int typeInto = -1;
 
-int typeInto = -1;
+static void handler(int, siginfo_t*, void*) {}
 
-void handler(int, siginfo_t*, void*) {}
-
-void handler1(int) {}
+static void handler1(int) {}
 
 TEST(UnixIoSignal, ActionsByInstaller) {
   using Old = struct sigaction*;
@@ -187,5 +185,3 @@ TEST(UnixIoSystem, CommandsByInteraction) {
   }
   osCallsForTests = kept;
 }
-
-}  // namespace
