@@ -146,7 +146,9 @@ Search findSlot(const ErrUtlReading& file, const char* symbol, std::size_t lengt
         return Search::found;
       }
       if (!file.contents.holds(slot->keyLoc, length + 1)) {
-        errUtlSay("%s: the key of %s lies beyond the end\n", file.contents.name, symbol);
+        if (!file.isDamageTold.exchange(true)) {
+          errUtlSay("%s: the key of %s lies beyond the end\n", file.contents.name, symbol);
+        }
         return Search::damaged;
       }
       if (std::memcmp(file.contents.data + slot->keyLoc, symbol, length + 1) == 0) {
@@ -173,7 +175,8 @@ bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
   if (search == Search::absent) return false;
   if (search == Search::damaged) return panic(held);
   BoolType syntaxErr = 0;
-  if (!errUtlEntryAt(file.contents, slot.valLoc, entry, &syntaxErr) || syntaxErr != 0) {
+  if (!errUtlEntryAt(file.contents, slot.valLoc, entry, &syntaxErr, &file.isDamageTold) ||
+      syntaxErr != 0) {
     return panic(held);
   }
   return std::strcmp(entry->sym, symbol) == 0;

@@ -69,6 +69,7 @@ ErrUtlReading* unusedReading() {
     each->next = new (place) ErrUtlReading;
   }
   dropContents(*each);
+  each->isDamageTold = false;
   for (std::atomic<std::uint32_t>& cached : each->cachedMessages) cached = 0;
   return each;
 }

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -93,12 +94,13 @@ const char* skipBlanks(const char* at) {
 struct Complaint {
   const char* fname;
   unsigned long lineNum;
-  bool isOfStream;
+  std::atomic<bool>* isTold;  // that the file is damaged; null where every fault is to be told
 
   __attribute__((format(printf, 2, 3))) const char* say(const char* format, ...) const {
+    if (isTold != nullptr && isTold->exchange(true)) return nullptr;
     va_list arguments;
     va_start(arguments, format);
-    if (isOfStream) {
+    if (isTold == nullptr) {
       std::vfprintf(stderr, format, arguments);
       std::fflush(stderr);
     } else {
@@ -176,7 +178,8 @@ bool parseEntry(const char* at, ErrUtlEntrySType* entry, const Complaint& compla
 }
 
 BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
-                 ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr) {
+                 ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr,
+                 std::atomic<bool>* isTold) {
   const bool isOfStream = input->stream != nullptr;
   *syntaxErr = 0;
   do {
@@ -184,7 +187,7 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
     Line line;
     const bool complete = readLine(input, &line);
     if (buildingTable) *lineNum += line.physicalLines;
-    const Complaint complain{fname, *lineNum, isOfStream};
+    const Complaint complain{fname, *lineNum, isTold};
     if (!complete) {
       if (!buildingTable) complain.say("%s: unexpected eof\n", fname);
       if (line.begun) *syntaxErr = 1;
@@ -207,13 +210,13 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
 BoolType ErrUtlNextSym(FILE* f, const char* fname, unsigned long* lineNum,
                        ErrUtlEntrySType* theEntry, BoolType buildingTable, BoolType* syntaxErr) {
   Input input{f, nullptr, nullptr};
-  return nextSym(&input, fname, lineNum, theEntry, buildingTable != 0, syntaxErr);
+  return nextSym(&input, fname, lineNum, theEntry, buildingTable != 0, syntaxErr, nullptr);
 }
 
 bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntrySType* entry,
-                   BoolType* syntaxErr) {
+                   BoolType* syntaxErr, std::atomic<bool>* isTold) {
   if (offset > contents.size) offset = static_cast<std::uint32_t>(contents.size);
   Input input{nullptr, contents.data + offset, contents.data + contents.size};
   unsigned long lineNum = 0;
-  return nextSym(&input, contents.name, &lineNum, entry, false, syntaxErr) != 0;
+  return nextSym(&input, contents.name, &lineNum, entry, false, syntaxErr, isTold) != 0;
 }

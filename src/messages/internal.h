@@ -47,6 +47,7 @@ struct ErrUtlReading {
   ErrUtlHdrSType header{};
   mutable std::atomic<std::uint32_t> cachedMessages[64]{};  // slots found, counted from 1
   mutable std::atomic<int> holders{0};
+  mutable std::atomic<bool> isDamageTold{false};
   ErrUtlReading* next = nullptr;
 };
 
@@ -74,9 +75,9 @@ class ErrUtlHold {
 ErrUtlBytes errUtlContents();
 
 // ErrUtlNextSym in lookup mode, for the entry at `offset` of `contents`. Reports the first fault
-// alone, by errUtlSay.
+// alone; with `isTold` only where that is not set yet, and by errUtlSay.
 bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntrySType* entry,
-                   BoolType* syntaxErr);
+                   BoolType* syntaxErr, std::atomic<bool>* isTold = nullptr);
 
 // Writes a line to standard error past its stream, whose lock an interrupted thread may hold.
 __attribute__((format(printf, 1, 2))) void errUtlSay(const char* format, ...);
