@@ -38,9 +38,9 @@ std::atomic<ErrUtlReading*> current{nullptr};
 
 HostFnameStrType expandedName;  // that ErrUtlErrFileName was given
 struct statx state;             // of the open file
-bool isStateKnown = false;
-struct statx readFrom;    // the file that the current reading is of
-bool wasSettled = false;  // a change after it was read gives the file another state
+int stateError = 0;             // why it is not known
+struct statx readFrom;          // the file that the current reading is of
+bool wasSettled = false;        // a change after it was read gives the file another state
 bool isFaultExplained = false;
 
 void dropContents(ErrUtlReading& reading) {
@@ -117,7 +117,7 @@ bool isSameTime(const struct statx_timestamp& one, const struct statx_timestamp&
 
 // Whether that reading is of the file as it is now.
 bool isUnchanged(const ErrUtlReading& known) {
-  return isStateKnown && wasSettled && known.contents.data != nullptr &&
+  return stateError == 0 && wasSettled && known.contents.data != nullptr &&
          state.stx_ino == readFrom.stx_ino && state.stx_dev_major == readFrom.stx_dev_major &&
          state.stx_dev_minor == readFrom.stx_dev_minor && state.stx_size == readFrom.stx_size &&
          isSameTime(state.stx_mtime, readFrom.stx_mtime) &&
@@ -128,10 +128,7 @@ bool isUnchanged(const ErrUtlReading& known) {
 
 // The contents of the open file, behind its name.
 ErrUtlBytes readContents() {
-  const int fd = fileno(ErrUtlErrFile);
-  if (os.statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state) != 0) {
-    return explain("cannot be looked at", errno);
-  }
+  if (stateError != 0) return explain("cannot be looked at", stateError);
   if (!S_ISREG(state.stx_mode)) return explain("is not a regular file");
   if (state.stx_size == 0) return explain("is empty");
   const auto size = static_cast<std::size_t>(std::min(state.stx_size, largestContents));
@@ -140,7 +137,7 @@ ErrUtlBytes readContents() {
   if (name == nullptr) return explain("is too large for the memory left");
   auto* bytes = reinterpret_cast<unsigned char*>(name + nameSize);
   errno = 0;
-  if (!readAll(fd, bytes, size)) {
+  if (!readAll(fileno(ErrUtlErrFile), bytes, size)) {
     explain("cannot be read", errno);
     UtlFree(name);
     return {};
@@ -187,8 +184,28 @@ void load(bool isCompiled) {
 
 enum class Opening { source, compiled, again };
 
-// Opens the file that ErrUtlErrFileName names. What the library itself looks for is not waited for,
-// should it be a pipe.
+// Whether a compiled file may be of that kind: reading from a pipe or a terminal would wait. Of a
+// directory the look at its contents tells.
+bool mayBeCompiled(const struct statx& found) {
+  if (S_ISREG(found.stx_mode) || S_ISDIR(found.stx_mode)) return true;
+  explain(S_ISFIFO(found.stx_mode) ? "is a pipe" : "is not a regular file");
+  return false;
+}
+
+// Opens a stream above the standard ones: while those are closed, what takes their place gets lost
+// when this stream is closed.
+FILE* openStream(const char* name) {
+  FILE* const stream = UnixIoFopen(name, "r");
+  if (stream == nullptr || fileno(stream) > STDERR_FILENO) return stream;
+  const int file = os.fcntl(fileno(stream), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  FILE* const moved = file >= 0 ? os.fdopen(file, "r") : nullptr;
+  const ErrnoKeeper keeper;
+  if (file >= 0 && moved == nullptr) os.close(file);
+  std::fclose(stream);
+  return moved;
+}
+
+// Opens the file that ErrUtlErrFileName names.
 bool openErrFile(Opening opening) {
   closeErrFile();
   HostFnameStrType expanded;
@@ -197,19 +214,23 @@ bool openErrFile(Opening opening) {
     HostExpandFileName(name, expanded, sizeof expanded);
     name = expanded;
   }
-  isStateKnown = os.statx(AT_FDCWD, name, 0, STATX_BASIC_STATS, &state) == 0;
-  if (opening != Opening::source && isStateKnown && S_ISFIFO(state.stx_mode)) {
-    explain("is a pipe");
-    return false;
-  }
-  ErrUtlErrFile = UnixIoFopen(name, "r");
+  const bool isSource = opening == Opening::source;
+  const bool isRefused =
+      !isSource && os.statx(AT_FDCWD, name, 0, STATX_TYPE, &state) == 0 && !mayBeCompiled(state);
+  if (isRefused) return false;
+  ErrUtlErrFile = openStream(name);
   if (ErrUtlErrFile == nullptr) {
     const int error = errno;
     std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
     std::fprintf(stderr, "     errno = %d (sorry, no translation available)\n", error);
     return false;
   }
-  if (opening != Opening::compiled || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr)) return true;
+  const int found = os.statx(fileno(ErrUtlErrFile), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state);
+  stateError = found == 0 ? 0 : errno;
+  const bool isKind = isSource || stateError != 0 || mayBeCompiled(state);
+  if (isKind && (opening != Opening::compiled || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr))) {
+    return true;
+  }
   closeErrFile();
   return false;
 }

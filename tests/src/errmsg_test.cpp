@@ -168,6 +168,11 @@ TEST_F(Catalogue, SaysOnceWhyAFileDoesNotWork) {
             why + "is a pipe\nErrUtlInit: Unable to use file " + name +
                 " as a language file\nclosed [m]");
   fs::remove(name);
+  // What never comes to an end, as a terminal does not, is not read.
+  setenv("TARVOLIN_LANG", "/dev/zero", 1);
+  EXPECT_EQ(said([&] { return ErrMsgInit(), shown(); }),
+            "ErrUtlReset: \"/dev/zero\" is not a regular file\n"
+            "ErrUtlInit: Unable to use file /dev/zero as a language file\n[m]");
 
   // Damaged entries and keys
   for (const auto& [bytes, complaint] :

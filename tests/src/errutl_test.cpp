@@ -58,6 +58,12 @@ TEST(MessageFile, OpensReopensAndCloses) {
   ErrUtlShutdown();
   EXPECT_EQ(ErrUtlErrFile, nullptr);
   EXPECT_TRUE(ErrUtlIsUp() && ErrUtlReset(0) && ErrUtlErrFile != nullptr);
+  // It never takes the place of a standard stream.
+  EXPECT_EQ(exitCode(inChild([] {
+              close(STDERR_FILENO);
+              return ErrUtlReset(1) && fileno(ErrUtlErrFile) > STDERR_FILENO ? 0 : 1;
+            })),
+            0);
 
   const auto openOthers = [&] {
     // Wrong at its place: magic number, transform, version, table size
