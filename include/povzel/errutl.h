@@ -91,7 +91,8 @@ POVZEL_EXPORT BoolType ErrUtlReset(BoolType isCompiled);
 // names, or else "$TARVOLIN/sys/english67.err". For the latter two a file of that name goes first
 // that is in the program's directory (UtlSetExeDir; while that is not set, in the current one), or
 // in ../bin/ or ../sys/ from there. Without TARVOLIN a name that begins with it is one in the
-// installation that this library lies in. Returns 0 if the file cannot be used.
+// installation that this library lies in. Returns 0 if the file cannot be used; a name beyond 4095
+// characters is refused with ENAMETOOLONG, and no other file is touched.
 POVZEL_EXPORT BoolType ErrUtlInit(BoolType isCompiled, const char* fileName);
 
 // Returns 1 if the last ErrUtlInit succeeded.

@@ -217,11 +217,11 @@ void ErrMsgInit() {
                [] { pthread_atfork(forkGetLocks, forkReleaseLocks, forkReleaseLocks); });
   // Finding the file may ask for an error text, so the mutex is not held yet.
   HostFnameStrType name;
-  errUtlFindFile(nullptr, name);
+  const bool isWhole = errUtlFindFile(nullptr, name);
   const ErrMsgAccessor accessor(&printMutex);
   if (accessor.isRefused()) return;
   ErrMsgPanicked = 0;
-  if (errUtlOpen(1, name)) {
+  if (errUtlOpen(1, name, isWhole)) {
     reopen();
   } else {
     ErrMsgPanicked = 1;

@@ -7,16 +7,17 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
 
 #include <povzel/hostenv.h>
-#include <povzel/hostfname.h>
 #include <povzel/unixio.h>
 #include <povzel/utlexe.h>
 #include <povzel/utlheap.h>
 #include "basics/internal.h"
+#include "hostunix/internal.h"
 #include "internal.h"
 
 HostFnameStrType ErrUtlErrFileName;
@@ -37,6 +38,7 @@ ErrUtlReading unreadable;  // stands for one that there was no memory for
 std::atomic<ErrUtlReading*> current{nullptr};
 
 HostFnameStrType expandedName;  // that ErrUtlErrFileName was given
+bool isNameWhole = true;        // else it is cut, and the name of another file
 struct statx state;             // of the open file
 int stateError = 0;             // why it is not known
 struct statx readFrom;          // the file that the current reading is of
@@ -210,15 +212,18 @@ bool openErrFile(Opening opening) {
   closeErrFile();
   HostFnameStrType expanded;
   const char* name = ErrUtlErrFileName;
+  bool isWhole = isNameWhole;
   if (std::strcmp(name, expandedName) != 0) {  // a program has set it
-    HostExpandFileName(name, expanded, sizeof expanded);
+    isWhole = hostExpandFileName(name, expanded);
     name = expanded;
   }
   const bool isSource = opening == Opening::source;
-  const bool isRefused =
-      !isSource && os.statx(AT_FDCWD, name, 0, STATX_TYPE, &state) == 0 && !mayBeCompiled(state);
+  const bool isRefused = isWhole && !isSource &&
+                         os.statx(AT_FDCWD, name, 0, STATX_TYPE, &state) == 0 &&
+                         !mayBeCompiled(state);
   if (isRefused) return false;
-  ErrUtlErrFile = openStream(name);
+  errno = ENAMETOOLONG;
+  ErrUtlErrFile = isWhole ? openStream(name) : nullptr;
   if (ErrUtlErrFile == nullptr) {
     const int error = errno;
     std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
@@ -242,6 +247,13 @@ bool reset(Opening opening) {
   }
   load(opening != Opening::source);
   return true;
+}
+
+// The file that the environment names; one whose name is too long as it is, to be refused for that.
+const char* languageFile(HostFnameStrType& copy) {
+  if (HostGetEnv(languageVariable, copy, sizeof copy) != 0) return copy;
+  const char* tooLong = std::getenv(languageVariable);
+  return tooLong != nullptr && tooLong[0] != '\0' ? tooLong : defaultFileName;
 }
 
 }  // namespace
@@ -332,18 +344,22 @@ bool errUtlReopen() {
   return reset(Opening::again);
 }
 
-void errUtlFindFile(const char* fileName, HostFnameStrType& name) {
+bool errUtlFindFile(const char* fileName, HostFnameStrType& name) {
   HostFnameStrType language;
   HostFnameStrType found;
   if (fileName == nullptr) {
-    const bool isNamed = HostGetEnv(languageVariable, language, sizeof language) != 0;
-    fileName = UtlFindExeFile(isNamed ? language : defaultFileName, ".err", found, sizeof found);
+    fileName = UtlFindExeFile(languageFile(language), ".err", found, sizeof found);
   }
-  HostExpandFileName(fileName, name, sizeof name);
+  if (!hostExpandFileName(fileName, name)) {
+    std::snprintf(name, sizeof name, "%s", fileName);
+    return false;
+  }
   if (access(name, F_OK) != 0) utlPlaceInOwnTree(fileName, name, sizeof name);
+  return true;
 }
 
-bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {
+bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name, bool isWhole) {
+  isNameWhole = isWhole;
   std::memcpy(ErrUtlErrFileName, name, sizeof ErrUtlErrFileName);
   std::memcpy(expandedName, name, sizeof expandedName);
   isFaultExplained = isCompiled == 0;
@@ -357,8 +373,8 @@ bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name) {
 BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {
   errutl_is_init = 0;
   HostFnameStrType name;
-  errUtlFindFile(fileName, name);
-  if (!errUtlOpen(isCompiled, name)) return 0;
+  const bool isWhole = errUtlFindFile(fileName, name);
+  if (!errUtlOpen(isCompiled, name, isWhole)) return 0;
   load(isCompiled != 0);
   return 1;
 }

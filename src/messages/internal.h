@@ -21,11 +21,12 @@
 
 // Reading (errutl.cpp, errutlparse.cpp)
 
-// Finds the file that ErrUtlInit is to open. This may itself ask for error texts.
-void errUtlFindFile(const char* fileName, HostFnameStrType& name);
+// Finds the file that ErrUtlInit is to open. This may itself ask for error texts. Returns false if
+// its name is too long; then `name` is what fits of it.
+bool errUtlFindFile(const char* fileName, HostFnameStrType& name);
 
-// Opens it; errUtlReopen is to read it. This does not ask.
-bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name);
+// Opens it, or fails with ENAMETOOLONG; errUtlReopen is to read it. This does not ask.
+bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name, bool isWhole);
 
 // ErrUtlReset(0) for a file whose header was read before.
 bool errUtlReopen();

@@ -74,12 +74,19 @@ TEST(MessageFile, OpensReopensAndCloses) {
     }
     EXPECT_FALSE(ErrUtlInit(1, source.c_str()) || ErrUtlIsUp() || ErrUtlErrFile != nullptr);
     EXPECT_TRUE(ErrUtlInit(0, source.c_str()) && ErrUtlErrFile != nullptr);
+    // What is left of a name that is cut is another file's.
+    std::string whole = fs::absolute("good.err"), cut = whole.substr(0, whole.size() - 8);
+    while (cut.size() + 8 + 2 <= 4095) cut += "./";
+    cut.insert(0, 4095 - 8 - cut.size(), '/');
+    setenv("TARVOLIN_LANG", (cut + "good.err.").c_str(), 1);
+    for (const char* name : {getenv("TARVOLIN_LANG"), static_cast<char*>(nullptr)})
+      EXPECT_FALSE(ErrUtlInit(1, name) || ErrUtlReset(1) || ErrUtlErrFile != nullptr);
     EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err") || ErrUtlErrFile != nullptr);
   };
-  EXPECT_THAT(
-      printed(openOthers),
-      EndsWith(source + " as a language file\n"
-                        "ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
-                        "     errno = 2 (sorry, no translation available)\n"
-                        "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n"));
+  const std::string listed = printed(openOthers);
+  EXPECT_THAT(listed, HasSubstr("good.err\"\n     errno = 36 (sorry, no translation available)\n"));
+  EXPECT_THAT(listed,
+              EndsWith("ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
+                       "     errno = 2 (sorry, no translation available)\n"
+                       "ErrUtlInit: Unable to use file /nowhere/x.err as a language file\n"));
 }
