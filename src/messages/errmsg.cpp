@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <iterator>
 
@@ -13,6 +12,7 @@
 #include <povzel/utlheap.h>
 #include <povzel/utltime.h>
 #include "internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -35,10 +35,7 @@ bool isPrintMutexMine() {
 
 // Takes the mutex, which is not this thread's own. No handler comes between that and the owner.
 bool takePrintMutex(bool waits) {
-  sigset_t all;
-  sigset_t former;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &former);
+  const SignalMask held(SIG_BLOCK, unixIoAllSignalsBut());
   bool taken = true;
   if (waits) {
     HostMutexAcquire(&printMutex);
@@ -46,15 +43,14 @@ bool takePrintMutex(bool waits) {
     taken = pthread_mutex_trylock(&printMutex) == 0;
   }
   if (taken) printMutexOwner = pthread_self();
-  pthread_sigmask(SIG_SETMASK, &former, nullptr);
   return taken;
 }
 
-// In this order: a handler in between finds the mutex still its thread's own, and does not wait.
+// A handler in between that forks would hold the mutex in its child, or not hold it and think so.
 void releasePrintMutex() {
-  pthread_t self = pthread_self();
+  const SignalMask held(SIG_BLOCK, unixIoAllSignalsBut());
+  printMutexOwner = 0;
   HostMutexRelease(&printMutex);
-  printMutexOwner.compare_exchange_strong(self, 0);
 }
 
 // Holds the mutex. Refused in a handler that has interrupted its thread's own holding.
