@@ -17,7 +17,8 @@
 //
 // All functions may be called from any thread. A request takes no lock and, but for
 // ErrMsgGetString, allocates nothing: its text comes at once, whoever opens or closes the file
-// meanwhile, also in a signal handler, whatever that interrupted, and with a spoilt heap.
+// meanwhile, also in a signal handler, whatever that interrupted, and with a spoilt heap. Those
+// that write to a stream, ErrMsgSymToFile and its like, take that stream's lock.
 // ErrMsgInit, ErrMsgReset and ErrMsgShutdown wait for each other and for a fork; they are not for
 // signal handlers. One that interrupts another in the same thread leaves the file as it is.
 //
@@ -51,7 +52,7 @@ typedef void ErrMsgObjPrinterFuncType(ErrMsgPrinterFuncType* printer, OopType oo
 POVZEL_EXPORT void ErrMsgInit(void);
 
 // Opens the same file afresh, as a child must after fork, and reads it if it has changed. Its
-// header must still be the one that ErrMsgInit found: a file with another one gives fallback forms.
+// header must still be the one that ErrMsgInit found: a file with another one is as good as none.
 // What is wrong with the file is reported on standard error, once. Returns 0 if it cannot be
 // opened; the catalogue is then unusable. Returns 0, too, on top of another opening or closing in
 // this thread.

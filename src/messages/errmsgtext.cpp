@@ -238,7 +238,7 @@ void renderArgument(const Directive& directive, const ErrMsgArg& arg, Output* ou
     format.write(arg.real, out);
   } else {
     if (!isKnownKind(arg.kind)) {
-      std::fprintf(stderr, "mySprintf: Illegal argument %c read\n", arg.kind);
+      errUtlSay("mySprintf: Illegal argument %c read\n", arg.kind);
     }
     out->addstr(NumberText(arg, "%lx").text);
   }
@@ -287,7 +287,7 @@ void ErrMsgArgs::collect(const char* kinds, va_list& arguments) {
       next.real = va_arg(arguments, double);
       continue;
     }
-    if (!isKnownKind(next.kind)) std::fputs("Unknown argkind in errmsg|buildString\n", stderr);
+    if (!isKnownKind(next.kind)) errUtlSay("Unknown argkind in errmsg|buildString\n");
     next.number = va_arg(arguments, long);
     if (next.kind == 's' && next.string == nullptr) next.string = noArgument;
   }
@@ -331,7 +331,7 @@ void desperateErr(const char* symbol, const char* rawTemplate, char* buffer, std
     const ErrMsgArg& arg = args.arg[i];
     if (!out.addstr(" ")) return;
     if (!isKnownKind(arg.kind)) {
-      std::fprintf(stderr, "desperateErr: Illegal argument %c read\n", arg.kind);
+      errUtlSay("desperateErr: Illegal argument %c read\n", arg.kind);
     }
     if (!out.addstr(arg.kind == 's' ? arg.string : NumberText(arg, "0x%lx").text)) return;
   }

@@ -168,6 +168,10 @@ void load(bool isCompiled) {
   }
   reading->contents = readContents();
   reading->header = ErrUtlFileHdr;
+  if (isCompiled && !hasHeader(reading->contents, reading->header)) {
+    explain("has another header than when it was opened");
+    dropContents(*reading);
+  }
   // File systems count time in steps, and two changes within one look alike.
   constexpr int longestStep = 2;
   readFrom = state;
@@ -175,9 +179,7 @@ void load(bool isCompiled) {
   publish(reading);
   if (!isCompiled || reading->contents.data == nullptr) return;
   const std::uint64_t table = std::uint64_t{sizeof(ErrUtlHashSType)} * reading->header.tabSize;
-  if (!hasHeader(reading->contents, reading->header)) {
-    explain("has another header than when it was opened");
-  } else if (reading->contents.size < sizeof(ErrUtlHdrSType) + table) {
+  if (reading->contents.size < sizeof(ErrUtlHdrSType) + table) {
     explain("ends within its table");
   } else {
     isFaultExplained = false;
