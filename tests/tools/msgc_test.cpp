@@ -94,6 +94,12 @@ TEST(MessageCompiler, WritesWhereItIsPointed) {
     EXPECT_THAT(msgc("--like=a.msg -o " + name + " /dev/stdin <<end\na:2\nend"), EndsWith("1"));
   }
   EXPECT_EQ(readFile("a.msg"), "a:1\n");
+  for (const std::string into : {">>", "1<>"}) {
+    EXPECT_EQ(shell("msgc -o a.err a.msg; msgc --dump a.err " + into + "a.err"),
+              "standard output: is a.err itself, and is not written over\n1");
+  }
+  EXPECT_EQ(readFile("a.err") + "0", compiled);
+  fs::remove("a.err");
   // Links are followed and kept, also to what is not there yet; and so are rights, and bystanders.
   fs::create_directory("far");
   fs::create_symlink("far/b.err", "b.err");

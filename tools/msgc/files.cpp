@@ -109,16 +109,18 @@ bool readBytes(const std::string& name, std::string* bytes, Faults* faults) {
   return count == 0;
 }
 
-bool isSameFile(const std::string& name, const std::string& other) {
+bool isOutputFile(const std::string& name, const std::string& other) {
   struct stat64 one;
   struct stat64 two;
-  return stat64(name.c_str(), &one) == 0 && S_ISREG(one.st_mode) &&
-         stat64(other.c_str(), &two) == 0 && isSame(one, two);
+  const int found = name.empty() ? fstat64(STDOUT_FILENO, &one) : stat64(name.c_str(), &one);
+  return found == 0 && S_ISREG(one.st_mode) && stat64(other.c_str(), &two) == 0 && isSame(one, two);
+}
+
+std::string shownOutput(const std::string& name) {
+  return name.empty() ? "standard output" : name;
 }
 
 void writeBytes(const std::string& name, const std::string& bytes, Faults* faults) {
   const bool ok = name.empty() ? writeAll(STDOUT_FILENO, bytes) : write(name, bytes);
-  if (ok) return;
-  faults->add(name.empty() ? "standard output" : name, 0, "cannot be written: %s",
-              std::strerror(errno));
+  if (!ok) faults->add(shownOutput(name), 0, "cannot be written: %s", std::strerror(errno));
 }

@@ -46,11 +46,16 @@ constexpr std::size_t largestFile = 64u << 20;
 // Reads a file, a pipe or a device to its end. False, with the fault reported, if that fails.
 bool readBytes(const std::string& name, std::string* bytes, Faults* faults);
 
-// Whether both names lead to one regular file.
-bool isSameFile(const std::string& name, const std::string& other);
+// Outputs go by their name; an empty one is standard output's.
 
-// Writes the file that `name` leads to, or standard output for an empty name. A regular file is
-// replaced at once and keeps its rights; pipes and devices are written into.
+// Whether the output is a regular file, and the one that the name `other` leads to.
+bool isOutputFile(const std::string& output, const std::string& other);
+
+// The name that users are shown.
+std::string shownOutput(const std::string& output);
+
+// Writes the file that `name` leads to. A regular file is replaced at once and keeps its rights;
+// pipes and devices are written into.
 void writeBytes(const std::string& name, const std::string& bytes, Faults* faults);
 
 // The bytes as a stream to read.

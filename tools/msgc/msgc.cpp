@@ -99,8 +99,9 @@ bool parseCommand(int argc, char** argv, Command* command) {
 // Writes what came of the input, never over what it came from.
 void writeOutput(const Command& command, const std::string& bytes, Faults* faults) {
   for (const std::string& from : {command.input, command.model}) {
-    if (!isSameFile(command.output, from)) continue;
-    faults->add(command.output, 0, "is %s itself, and is not written over", from.c_str());
+    if (!isOutputFile(command.output, from)) continue;
+    faults->add(shownOutput(command.output), 0, "is %s itself, and is not written over",
+                from.c_str());
     return;
   }
   writeBytes(command.output, bytes, faults);
