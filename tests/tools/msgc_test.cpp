@@ -125,6 +125,8 @@ TEST(MessageCompiler, NamesDamageOfCompiledFiles) {
   std::string bytes = readFile("a.err");
   std::size_t used = 20;
   while (bytes.substr(used, 12) == std::string(12, '\0')) used += 12;
+  writeFile("a.err", std::string(bytes).replace(used + 4, 1, "\x7F"));
+  EXPECT_EQ(msgc("--dump a.err"), "a.err: a look-up does not find symbol a in its slot\n1");
   ++bytes[used + 3];
   writeFile("a.err", bytes);
   EXPECT_EQ(msgc("--dump a.err"), "a.err: symbol a cannot be found by its hash\n1");

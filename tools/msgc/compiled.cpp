@@ -41,6 +41,24 @@ std::uint32_t size32(const std::string& bytes) {
   return static_cast<std::uint32_t>(bytes.size());
 }
 
+// Whether a look-up of the symbol ends at that place of a table, of which the file holds `table`.
+bool isFoundAt(std::uint32_t place, const std::vector<Slot>& table, std::uint32_t tabSize,
+               const ErrUtlBytes& contents, const std::string& symbol) {
+  const std::uint32_t hash = hashOf(symbol);
+  const std::size_t size = symbol.size() + 1;
+  for (std::uint32_t index = hash % tabSize;; index = (index + 1) % tabSize) {
+    if (index >= table.size() || table[index].valLoc == 0) return false;
+    const Slot& slot = table[index];
+    if (slot.hash == hash) {
+      if (slot.keyLoc == 0) return index == place;
+      if (!contents.holds(slot.keyLoc, size)) return false;
+      const void* key = contents.data + slot.keyLoc;
+      if (std::memcmp(key, symbol.c_str(), size) == 0) return index == place;
+    }
+    if (index == place) return false;
+  }
+}
+
 std::string orderList(const std::vector<int>& order) {
   std::string list;
   for (const int numeral : order) list += (list.empty() ? "(" : " ") + std::to_string(numeral);
@@ -116,7 +134,8 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
   std::copy(header.transform, header.transform + order->size(), order->begin());
   const ErrUtlBytes contents{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
                              file.c_str()};
-  std::vector<Slot> slots;
+  std::vector<Slot> table;
+  std::vector<std::uint32_t> used;  // places in the table
   for (std::uint32_t i = 0; i < header.tabSize; ++i) {
     const std::uint64_t at = sizeof header + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
     if (!contents.holds(at, sizeof(ErrUtlHashSType))) {
@@ -126,12 +145,15 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
     const auto integer = [&](int place) {
       return errUtlDecode(contents.data + at + 4 * place, header.transform);
     };
-    if (integer(2) != 0) slots.push_back({integer(0), integer(1), integer(2)});
+    table.push_back({integer(0), integer(1), integer(2)});
+    if (integer(2) != 0) used.push_back(i);
   }
-  std::sort(slots.begin(), slots.end(),
-            [](const Slot& one, const Slot& other) { return one.valLoc < other.valLoc; });
+  std::sort(used.begin(), used.end(), [&](std::uint32_t one, std::uint32_t other) {
+    return table[one].valLoc < table[other].valLoc;
+  });
   std::uint32_t last = 0;
-  for (const Slot& slot : slots) {
+  for (const std::uint32_t place : used) {
+    const Slot& slot = table[place];
     ErrUtlEntrySType entry;
     BoolType syntaxErr = 0;
     if (slot.valLoc == std::exchange(last, slot.valLoc)) {
@@ -140,6 +162,8 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
       faults->add(file, 0, "there is no entry at offset %u", slot.valLoc);
     } else if (slot.hash != hashOf(entry.sym)) {
       faults->add(file, 0, "symbol %s cannot be found by its hash", entry.sym);
+    } else if (!isFoundAt(place, table, header.tabSize, contents, entry.sym)) {
+      faults->add(file, 0, "a look-up does not find symbol %s in its slot", entry.sym);
     } else {
       messages.push_back(messageOf(entry, 0));
     }
