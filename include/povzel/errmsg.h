@@ -102,7 +102,8 @@ POVZEL_EXPORT void ErrMsgToTxt(OopType category, long number, char* buffer, size
 // Writes a report of several lines about `error`, whose number is `number`, through `printer`:
 // how many errors are in progress, the message, the category, and each argument by way of
 // `objectPrinter`. With `displayOops` the oops of category and context are shown as well. The
-// message is wrapped at 80 columns: a character each where it is valid UTF-8, else a byte.
+// message is wrapped at 80 columns: a character each where it is valid UTF-8, but for one that
+// its end may cut, else a byte.
 POVZEL_EXPORT void ErrMsgWriteError(ErrMsgPrinterFuncType* printer,
                                     ErrMsgObjPrinterFuncType* objectPrinter, ZelErrSType* error,
                                     long number, BoolType displayOops, long errorsInProgress);

@@ -7,8 +7,8 @@
 //   VerMessage(stderr, "Ready for clients.");
 //   VerEndEdge(stderr);
 //
-// A text that is valid UTF-8 as a whole is counted in characters, each of them a column wide; any
-// other text in bytes.
+// A text that is valid UTF-8 as a whole, but for a last character that its end may cut, is counted
+// in characters, each of them a column wide; any other text in bytes.
 //
 // Each function writes to the caller's stream `f`, which must not be null, and reports nothing: the
 // stream's own error indicator tells. No state is kept. Sources: vermsg.cpp, verbanner.cpp

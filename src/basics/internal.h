@@ -156,7 +156,8 @@ void utlPlaceInOwnTree(const char* name, char* place, std::size_t size);
 // Whether the `length` bytes at `text` are valid UTF-8.
 bool utlIsUtf8(const char* text, std::size_t length);
 
-// Whether they are, and not ASCII alone: columns then are not bytes.
+// Whether they are, and not ASCII alone: columns then are not bytes. The last character may be cut,
+// as it is where a buffer ended.
 bool utlIsWide(const char* text, std::size_t length);
 
 // Whether a byte of a wide text is the first of its character.

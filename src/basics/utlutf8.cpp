@@ -14,13 +14,14 @@ constexpr Form forms[] = {{0xC2, 0xDF, 2, 0x80, 0xBF}, {0xE0, 0xE0, 3, 0xA0, 0xB
                           {0xEE, 0xEF, 3, 0x80, 0xBF}, {0xF0, 0xF0, 4, 0x90, 0xBF},
                           {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F}};
 
-// The bytes of the character beyond ASCII that begins at `text`, 0 if it is none.
+// The bytes of the character beyond ASCII that begins at `text`, 0 if it is none. They may be more
+// than are left: then the text's end cuts it.
 std::size_t wideLength(const char* text, std::size_t left) {
   const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   for (const Form& form : forms) {
     if (byte(0) < form.first || byte(0) > form.last) continue;
-    if (left < form.length || byte(1) < form.lowest || byte(1) > form.highest) return 0;
-    for (std::size_t i = 2; i < form.length; ++i) {
+    if (left > 1 && (byte(1) < form.lowest || byte(1) > form.highest)) return 0;
+    for (std::size_t i = 2; i < form.length && i < left; ++i) {
       if (utlBeginsCharacter(text[i])) return 0;
     }
     return form.length;
@@ -39,22 +40,28 @@ const char* skipAscii(const char* text, const char* end) {
   return text;
 }
 
-}  // namespace
-
-bool utlIsUtf8(const char* text, std::size_t length) {
+bool isUtf8(const char* text, std::size_t length, bool mayBeCut) {
   const char* const end = text + length;
   for (text = skipAscii(text, end); text < end; text = skipAscii(text, end)) {
-    const std::size_t size = wideLength(text, static_cast<std::size_t>(end - text));
+    const auto left = static_cast<std::size_t>(end - text);
+    const std::size_t size = wideLength(text, left);
     if (size == 0) return false;
+    if (size > left) return mayBeCut;
     text += size;
   }
   return true;
 }
 
+}  // namespace
+
+bool utlIsUtf8(const char* text, std::size_t length) {
+  return isUtf8(text, length, false);
+}
+
 bool utlIsWide(const char* text, std::size_t length) {
   const char* const wide = skipAscii(text, text + length);
   const auto left = static_cast<std::size_t>(text + length - wide);
-  return left > 0 && utlIsUtf8(wide, left);
+  return left > 0 && isUtf8(wide, left, true);
 }
 
 std::size_t utlWideColumns(const char* text, std::size_t length) {

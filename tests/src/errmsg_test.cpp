@@ -285,12 +285,15 @@ TEST_F(Catalogue, ReportsErrors) {
                 " \nb\n"
                 "[errmsg.line3f 3613 [errmsg.line3b] 2183][errmsg.line3h 2][errmsg.line3i 77]\n"
                 "[errmsg.line4 1]#0\n[errmsg.line4 2]#20\n");
-  // Characters are neither cut nor counted byte by byte, as long as all are whole.
-  const std::string valid = "ü" + repeated(79) + "ü", cut = valid + "\xC3";
-  std::strcpy(error.message, valid.c_str());
-  EXPECT_THAT(report(error, 2183, 1, 2), HasSubstr("\nü" + repeated(79) + "\nü\n"));
-  std::strcpy(error.message, cut.c_str());
-  EXPECT_THAT(report(error, 2183, 1, 2), HasSubstr("\nü" + repeated(78) + "\n" + repeated(1)));
+  // Characters are neither cut nor counted byte by byte, as long as all before the end are whole.
+  const std::string full = "\nü" + repeated(79), valid = full + "ü";
+  for (const auto& [message, shown] : {std::pair(valid, full + "\nü\n"),
+                                       {valid + "\xC3", full + "\nü\xC3\n"},
+                                       {valid + "\xE2\x82", full + "\nü\xE2\x82\n"},
+                                       {valid + "\xE2\xFF", "\nü" + repeated(78) + "\na"}}) {
+    std::strcpy(error.message, message.c_str());
+    EXPECT_THAT(report(error, 2183, 1, 2), HasSubstr("\n" + shown));
+  }
   error.fatal = 0;
   error.argCount = 1000;
   EXPECT_THAT(
