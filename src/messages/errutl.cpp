@@ -40,9 +40,9 @@ std::atomic<ErrUtlReading*> current{nullptr};
 HostFnameStrType expandedName;  // that ErrUtlErrFileName was given
 bool isNameWhole = true;        // else it is cut, and the name of another file
 struct statx state;             // of the open file
-int stateError = 0;             // why it is not known
-struct statx readFrom;          // the file that the current reading is of
-bool wasSettled = false;        // a change after it was read gives the file another state
+bool isStateKnown = false;
+struct statx readFrom;    // the file that the current reading is of
+bool wasSettled = false;  // a change after it was read gives the file another state
 bool isFaultExplained = false;
 
 void dropContents(ErrUtlReading& reading) {
@@ -119,7 +119,7 @@ bool isSameTime(const struct statx_timestamp& one, const struct statx_timestamp&
 
 // Whether that reading is of the file as it is now.
 bool isUnchanged(const ErrUtlReading& known) {
-  return stateError == 0 && wasSettled && known.contents.data != nullptr &&
+  return isStateKnown && wasSettled && known.contents.data != nullptr &&
          state.stx_ino == readFrom.stx_ino && state.stx_dev_major == readFrom.stx_dev_major &&
          state.stx_dev_minor == readFrom.stx_dev_minor && state.stx_size == readFrom.stx_size &&
          isSameTime(state.stx_mtime, readFrom.stx_mtime) &&
@@ -130,7 +130,10 @@ bool isUnchanged(const ErrUtlReading& known) {
 
 // The contents of the open file, behind its name.
 ErrUtlBytes readContents() {
-  if (stateError != 0) return explain("cannot be looked at", stateError);
+  const int fd = fileno(ErrUtlErrFile);
+  if (os.statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state) != 0) {
+    return explain("cannot be looked at", errno);
+  }
   if (!S_ISREG(state.stx_mode)) return explain("is not a regular file");
   if (state.stx_size == 0) return explain("is empty");
   const auto size = static_cast<std::size_t>(std::min(state.stx_size, largestContents));
@@ -139,7 +142,7 @@ ErrUtlBytes readContents() {
   if (name == nullptr) return explain("is too large for the memory left");
   auto* bytes = reinterpret_cast<unsigned char*>(name + nameSize);
   errno = 0;
-  if (!readAll(fileno(ErrUtlErrFile), bytes, size)) {
+  if (!readAll(fd, bytes, size)) {
     explain("cannot be read", errno);
     UtlFree(name);
     return {};
@@ -209,6 +212,14 @@ FILE* openStream(const char* name) {
   return moved;
 }
 
+// Reads the header of the open file, should that still be one to read from.
+bool readHeader() {
+  const int fd = fileno(ErrUtlErrFile);
+  isStateKnown = os.statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state) == 0;
+  if (isStateKnown && !mayBeCompiled(state)) return false;
+  return ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr) != 0;
+}
+
 // Opens the file that ErrUtlErrFileName names.
 bool openErrFile(Opening opening) {
   closeErrFile();
@@ -219,11 +230,8 @@ bool openErrFile(Opening opening) {
     isWhole = hostExpandFileName(name, expanded);
     name = expanded;
   }
-  const bool isSource = opening == Opening::source;
-  const bool isRefused = isWhole && !isSource &&
-                         os.statx(AT_FDCWD, name, 0, STATX_TYPE, &state) == 0 &&
-                         !mayBeCompiled(state);
-  if (isRefused) return false;
+  isStateKnown = isWhole && os.statx(AT_FDCWD, name, 0, STATX_BASIC_STATS, &state) == 0;
+  if (opening != Opening::source && isStateKnown && !mayBeCompiled(state)) return false;
   errno = ENAMETOOLONG;
   ErrUtlErrFile = isWhole ? openStream(name) : nullptr;
   if (ErrUtlErrFile == nullptr) {
@@ -232,12 +240,7 @@ bool openErrFile(Opening opening) {
     std::fprintf(stderr, "     errno = %d (sorry, no translation available)\n", error);
     return false;
   }
-  const int found = os.statx(fileno(ErrUtlErrFile), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state);
-  stateError = found == 0 ? 0 : errno;
-  const bool isKind = isSource || stateError != 0 || mayBeCompiled(state);
-  if (isKind && (opening != Opening::compiled || ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr))) {
-    return true;
-  }
+  if (opening != Opening::compiled || readHeader()) return true;
   closeErrFile();
   return false;
 }
