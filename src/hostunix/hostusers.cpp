@@ -82,7 +82,7 @@ char* HostGetUserName() {
   if (user == nullptr) user = findRealUser();
   if (user != nullptr) return user->fresh();
   std::fprintf(stderr, "HostGetUserName:  getpwuid(getuid()) returned NULL, errno = %d\n", errno);
-  static UserName forged = UserName::of("FORGED USER");
+  static constinit UserName forged = {"FORGED USER", "FORGED USER"};
   return forged.fresh();
 }
 

@@ -84,7 +84,9 @@ TEST(MessageFile, OpensReopensAndCloses) {
     EXPECT_FALSE(ErrUtlInit(1, "/nowhere/x.err") || ErrUtlErrFile != nullptr);
   };
   const std::string listed = printed(openOthers);
-  EXPECT_THAT(listed, HasSubstr("good.err\"\n     errno = 36 (sorry, no translation available)\n"));
+  EXPECT_THAT(listed,
+              AllOf(HasSubstr(source + " as a language file\n"),
+                    HasSubstr("good.err\"\n     errno = 36 (sorry, no translation available)\n")));
   EXPECT_THAT(listed,
               EndsWith("ErrUtlReset: fopen() failure on \"/nowhere/x.err\"\n"
                        "     errno = 2 (sorry, no translation available)\n"
