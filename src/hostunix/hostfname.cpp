@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -151,11 +152,31 @@ class Rounds {
   int links_ = 0;
 };
 
+// The component that was last found to be no link: "a/../a/../" asks once. It is forgotten when one
+// before it is looked at, so what stands before it is what stood there.
+class Settled {
+ public:
+  bool is(std::size_t start, const char* component, std::size_t length) const {
+    return start == start_ && length == length_ && std::memcmp(component, text_, length) == 0;
+  }
+  void set(std::size_t start, const char* component, std::size_t length) {
+    start_ = length <= sizeof text_ ? start : SIZE_MAX;
+    length_ = length;
+    if (length <= sizeof text_) std::memcpy(text_, component, length);
+  }
+
+ private:
+  char text_[NAME_MAX];
+  std::size_t length_ = 0;
+  std::size_t start_ = SIZE_MAX;
+};
+
 // Removes "." and ".." and follows links. `start` only moves past components that are settled, so
 // that no prefix is read twice; the outcome is that of starting again after each change.
 void resolveComponents(Name& name, bool followLinks) {
   HostFnameStrType target;
   Rounds rounds;
+  Settled settled;
   int links = 0;
   std::size_t start = 0;
   while (start <= name.length()) {
@@ -171,7 +192,7 @@ void resolveComponents(Name& name, bool followLinks) {
       continue;
     }
     // The prefix of an empty component ends in "/", so it names no link.
-    if (followLinks && length > 0) {
+    if (followLinks && length > 0 && !settled.is(start, component, length)) {
       const ssize_t targetLength = name.readLink(end, target);
       if (targetLength >= 0) {
         if (++links == mostLinks) return;
@@ -179,6 +200,7 @@ void resolveComponents(Name& name, bool followLinks) {
         links = rounds.counted(name, start, links);
         continue;
       }
+      settled.set(start, component, length);
     }
     start = end + 1;
   }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "basics/internal.h"
+
 namespace {
 
 constexpr std::size_t longestText = 2047;
@@ -123,12 +125,19 @@ struct Directive {
 class PrintfFormat {
  public:
   // Whether the directive, used with an argument of that base, is one conversion that takes it.
-  bool take(const Directive& directive, Base argument) {
+  // The numbers count the characters of a `text` that has wider ones than bytes.
+  bool take(const Directive& directive, Base argument, const char* text = nullptr) {
     const char* at = takeFlags(directive.text + 1);
-    at = takeNumber(at);
-    if (*at == '.') {
+    int width = 0;
+    int precision = 0;
+    at = readNumber(at, width);
+    const bool isPrecise = *at == '.';
+    if (isPrecise) at = readNumber(at + 1, precision);
+    if (text != nullptr) countBytes(text, isPrecise, width, precision);
+    if (width > 0) putNumber(width);
+    if (isPrecise) {
       put('.');
-      at = takeNumber(at + 1);
+      putNumber(precision);
     }
     const char* lengthStart = at;
     at += std::strspn(at, "hlLqjztZ");
@@ -175,16 +184,27 @@ class PrintfFormat {
     return at + count;
   }
 
-  const char* takeNumber(const char* at) {
-    if (*at < '0' || *at > '9') return at;
-    int value = 0;
+  static const char* readNumber(const char* at, int& value) {
     for (; *at >= '0' && *at <= '9'; ++at) {
       if (value < largestNumber) value = 10 * value + (*at - '0');
     }
     if (value > largestNumber) value = largestNumber;
+    return at;
+  }
+
+  void putNumber(int value) {
     size_ = static_cast<std::size_t>(
         std::to_chars(format_ + size_, format_ + sizeof format_, value).ptr - format_);
-    return at;
+  }
+
+  static void countBytes(const char* text, bool isPrecise, int& width, int& precision) {
+    std::size_t length = std::strlen(text);
+    if (!utlIsWide(text, length)) return;
+    if (isPrecise) {
+      length = utlWideBytes(text, length, static_cast<std::size_t>(precision));
+      precision = static_cast<int>(length);
+    }
+    if (width > 0) width += static_cast<int>(length - utlWideColumns(text, length));
   }
 
   static bool takesArgument(char conversion, Base argument) {
@@ -219,7 +239,7 @@ void renderString(const Directive& directive, const char* string, Output* out) {
   }
   PrintfFormat format;
   if (directive.base == Base::string && !directive.is("%s") &&
-      format.take(directive, Base::string)) {
+      format.take(directive, Base::string, string)) {
     format.write(string, out);
     return;
   }

@@ -88,6 +88,7 @@ TEST_F(Catalogue, TemplatesPlaceTheirArguments) {
       {"(2 1):%ls %.*s", "open 5"}};
   for (const auto& [entry, text] : rows) EXPECT_EQ(show(entry, "ds", 5L, "open"), text);
   EXPECT_EQ(show("(1):%.2f", "g", 1.5), "1.50");
+  EXPECT_EQ(show("(1 1):%-6s|%6.3s", "s", "größe"), "größe |   grö");
 }
 
 TEST_F(Catalogue, GetStringResolvesTwoEscapes) {

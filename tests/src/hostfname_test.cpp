@@ -82,7 +82,7 @@ TEST_F(HostFname, LinksInACircleCostLittle) {
   link(round + "u", "R/d/t");
   link(round + "s", "R/d/u");
   EXPECT_EQ(expand("s"), at("R/d/u"));  // where link 4095 is met
-  EXPECT_LT(reads, 10000);
+  EXPECT_LT(reads, 200);
   osCallsForTests = kept;
 }
 
