@@ -16,8 +16,18 @@
 
 namespace {
 
-bool isSame(const struct stat64& one, const struct stat64& other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+using FileState = struct statx;  // unlike a stat64 it has room for any date
+
+// Looks at what `name` leads to, or at standard output if it is empty.
+bool look(const std::string& name, FileState& found) {
+  const bool isOutput = name.empty();
+  return statx(isOutput ? STDOUT_FILENO : AT_FDCWD, name.c_str(), isOutput ? AT_EMPTY_PATH : 0,
+               STATX_BASIC_STATS, &found) == 0;
+}
+
+bool isSame(const FileState& one, const FileState& other) {
+  return one.stx_dev_major == other.stx_dev_major && one.stx_dev_minor == other.stx_dev_minor &&
+         one.stx_ino == other.stx_ino;
 }
 
 bool writeAll(int descriptor, const std::string& bytes) {
@@ -43,20 +53,20 @@ std::string targetOf(std::string name) {
 }
 
 // Gives a new file the rights of the one that it replaces, as far as the user may, or the usual.
-bool setRights(int descriptor, const struct stat64* replaced) {
+bool setRights(int descriptor, const FileState* replaced) {
   if (replaced == nullptr) {
     const mode_t withheld = umask(0);
     umask(withheld);
     return fchmod(descriptor, 0666 & ~withheld) == 0;
   }
-  const bool isOwned = fchown(descriptor, replaced->st_uid, replaced->st_gid) == 0 ||
-                       fchown(descriptor, static_cast<uid_t>(-1), replaced->st_gid) == 0;
-  return fchmod(descriptor, replaced->st_mode & (isOwned ? 07777 : 0777)) == 0;
+  const bool isOwned = fchown(descriptor, replaced->stx_uid, replaced->stx_gid) == 0 ||
+                       fchown(descriptor, static_cast<uid_t>(-1), replaced->stx_gid) == 0;
+  return fchmod(descriptor, replaced->stx_mode & (isOwned ? 07777 : 0777)) == 0;
 }
 
 // Puts a regular file in its place at once when it is complete and on the disk. Whatever ends the
 // process before, what was there stays; a signal waits until nothing unfinished lies about.
-bool replace(const std::string& target, const struct stat64* replaced, const std::string& bytes) {
+bool replace(const std::string& target, const FileState* replaced, const std::string& bytes) {
   const SignalMask held(SIG_BLOCK, unixIoSignals(SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXFSZ));
   std::string unfinished = target.substr(0, target.rfind('/') + 1) + ".msgc.XXXXXX";
   const int descriptor = mkostemp(unfinished.data(), O_CLOEXEC);
@@ -79,15 +89,13 @@ bool writeInto(const std::string& name, const std::string& bytes) {
 }
 
 bool write(const std::string& name, const std::string& bytes) {
-  struct stat64 there;
-  if (stat64(name.c_str(), &there) != 0) {
+  FileState there;
+  if (!look(name, there)) {
     return errno == ENOENT && replace(targetOf(name), nullptr, bytes);
   }
-  struct stat64 output;
-  if (fstat64(STDOUT_FILENO, &output) == 0 && isSame(there, output)) {
-    return writeAll(STDOUT_FILENO, bytes);
-  }
-  return S_ISREG(there.st_mode) ? replace(targetOf(name), &there, bytes) : writeInto(name, bytes);
+  FileState output;
+  if (look("", output) && isSame(there, output)) return writeAll(STDOUT_FILENO, bytes);
+  return S_ISREG(there.stx_mode) ? replace(targetOf(name), &there, bytes) : writeInto(name, bytes);
 }
 
 }  // namespace
@@ -109,15 +117,15 @@ bool readBytes(const std::string& name, std::string* bytes, Faults* faults) {
   return count == 0;
 }
 
-bool isOutputFile(const std::string& name, const std::string& other) {
-  struct stat64 one;
-  struct stat64 two;
-  const int found = name.empty() ? fstat64(STDOUT_FILENO, &one) : stat64(name.c_str(), &one);
-  return found == 0 && S_ISREG(one.st_mode) && stat64(other.c_str(), &two) == 0 && isSame(one, two);
+bool isOutputFile(const std::string& output, const std::string& other) {
+  FileState one;
+  FileState two;
+  return look(output, one) && S_ISREG(one.stx_mode) && !other.empty() && look(other, two) &&
+         isSame(one, two);
 }
 
-std::string shownOutput(const std::string& name) {
-  return name.empty() ? "standard output" : name;
+std::string shownOutput(const std::string& output) {
+  return output.empty() ? "standard output" : output;
 }
 
 void writeBytes(const std::string& name, const std::string& bytes, Faults* faults) {
