@@ -86,6 +86,7 @@ TEST(MessageCompiler, WritesWhereItIsPointed) {
   writeFile("a.msg", "a:1\n");
   const std::string compiled = shell("cat a.msg | msgc -o /dev/stdout /dev/stdin");
   EXPECT_THAT(compiled, EndsWith("a :1\n0"));
+  EXPECT_EQ(shell("touch -d 2040-01-01 a.msg"), "0");
   // Nothing that it reads is written over, under whatever name.
   fs::create_symlink("a.msg", "link");
   fs::create_hard_link("a.msg", "hard");
