@@ -157,7 +157,7 @@ class Rounds {
 class Settled {
  public:
   bool is(std::size_t start, const char* component, std::size_t length) const {
-    return start == start_ && length == length_ && std::memcmp(component, text_, length) == 0;
+    return start == start_ && length == length_ && std::strncmp(component, text_, length) == 0;
   }
   void set(std::size_t start, const char* component, std::size_t length) {
     start_ = length <= sizeof text_ ? start : SIZE_MAX;
