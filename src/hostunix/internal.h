@@ -19,7 +19,6 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -95,10 +94,11 @@ class RealIds {
 
 // What is found out once
 
-// Keeps a heap copy of the `count` values at `found` for the life of the process. Of threads that
-// find it out at the same time the first one's is kept, and all get that; null without memory.
-template <typename Value>
-Value* hostKeepFirst(std::atomic<Value*>& kept, const Value* found, std::size_t count = 1) {
+// Keeps a heap copy of the `count` values at `found` for the life of the process in `kept`, an
+// atomic pointer. Of threads that find it out at the same time the first one's is kept, and all get
+// that; null without memory.
+template <typename Kept, typename Value>
+Value* hostKeepFirst(Kept& kept, const Value* found, std::size_t count = 1) {
   const std::size_t size = count * sizeof(Value);
   auto* copy = static_cast<Value*>(UtlMalloc_(size, __LINE__));
   if (copy == nullptr) return kept.load();

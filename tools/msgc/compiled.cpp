@@ -127,7 +127,7 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
   std::string bytes;
   if (!readBytes(file, &bytes, faults)) return messages;
   ErrUtlHdrSType header;
-  if (!ErrUtlReadHdr(streamOf(&bytes).get(), &header)) {
+  if (!ErrUtlReadHdr(Stream(&bytes).file, &header)) {
     faults->add(file, 0, "is not a compiled file that can be used");
     return messages;
   }

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -58,15 +57,15 @@ std::string shownOutput(const std::string& output);
 // pipes and devices are written into.
 void writeBytes(const std::string& name, const std::string& bytes, Faults* faults);
 
-// The bytes as a stream to read.
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
+// The bytes as a stream to read, while this lives.
+struct Stream {
+  explicit Stream(std::string* bytes) : file(fmemopen(bytes->data(), bytes->size(), "r")) {}
+  ~Stream() { std::fclose(file); }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
 
-inline File streamOf(std::string* bytes) {
-  return File(fmemopen(bytes->data(), bytes->size(), "r"));
-}
+  std::FILE* const file;
+};
 
 // Reads a source file, reporting every line that is not an entry or is not what the library would
 // show. False if there is nothing to compare or compile.

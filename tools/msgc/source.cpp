@@ -194,15 +194,15 @@ bool readSource(const std::string& file, std::vector<Message>* messages, Faults*
     return false;
   }
   removeForeign(file, &source, faults);
-  const File stream = streamOf(&source);
+  const Stream stream(&source);
   std::unordered_map<std::string, unsigned long> lineOf;
   ErrUtlEntrySType entry;
   unsigned long line = 0;
   BoolType syntaxErr = 0;
-  while (ErrUtlNextSym(stream.get(), file.c_str(), &line, &entry, 1, &syntaxErr)) {
+  while (ErrUtlNextSym(stream.file, file.c_str(), &line, &entry, 1, &syntaxErr)) {
     if (syntaxErr != 0) faults->addReported();
     const auto begin = static_cast<std::size_t>(entry.loc);
-    const auto end = static_cast<std::size_t>(std::ftell(stream.get()));
+    const auto end = static_cast<std::size_t>(std::ftell(stream.file));
     checkLines(file, source.substr(begin, end - begin), line, faults);
     messages->push_back(messageOf(entry, line));
     checkDirectives(file, messages->back(), faults);

@@ -1,7 +1,6 @@
 // The characters of names and selectors.
 #pragma once
 
-#include <algorithm>
 #include <string_view>
 
 namespace zel {
@@ -24,14 +23,21 @@ constexpr bool isBinary(char c) {
   return binaryCharacters.find(c) != std::string_view::npos;
 }
 
+// Whether the text has characters, and each is of the kind.
+constexpr bool consistsOf(bool (*isOfKind)(char), std::string_view text) {
+  for (const char c : text) {
+    if (!isOfKind(c)) return false;
+  }
+  return !text.empty();
+}
+
 // A letter first, then letters and digits; _ is a letter.
 constexpr bool isName(std::string_view text) {
-  return !text.empty() && isLetter(text[0]) &&
-         std::all_of(text.begin(), text.end(), isWordCharacter);
+  return consistsOf(isWordCharacter, text) && isLetter(text[0]);
 }
 // A selector such as + or <=.
 constexpr bool isBinarySelector(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), isBinary);
+  return consistsOf(isBinary, text);
 }
 
 }  // namespace zel
