@@ -62,11 +62,14 @@ TEST(MessageCompiler, RefusesWrongCommandsAndFiles) {
             "poor.msg near line 1: symbol a does not show argument 1, as model.msg does\n1");
   EXPECT_EQ(msgc("--check --like=none poor.msg"), "none: No such file or directory\n1");
   EXPECT_EQ(msgc("--check /dev/null"), "/dev/null: holds no message\n1");
+  EXPECT_EQ(shell("iconv -t utf-16 model.msg | msgc --check /dev/stdin"),
+            "/dev/stdin: is in UTF-16: a source is a text in UTF-8\n1");
   EXPECT_EQ(msgc("--check " POVZEL_INSTALLATION "/sys/english67.err"), POVZEL_INSTALLATION
             "/sys/english67.err: is a compiled file, not a source (msgc --dump "
             "makes one of it)\n1");
   for (const char* many : {"--check --dump model.msg", "--dump --check model.msg",
-                           "--check -o x model.msg", "--dump --like=model.msg model.msg"}) {
+                           "--check -o x model.msg", "--dump --like=model.msg model.msg",
+                           "-o x -o y model.msg", "--check --byte-order=big model.msg"}) {
     EXPECT_THAT(msgc(many), AllOf(StartsWith("usage: "), EndsWith("\n2")));
   }
   EXPECT_EQ(msgc("-o none/x.err model.msg"),

@@ -52,6 +52,7 @@ bool setTask(Command* command, Task task) {
 // Whether what the task needs is named, and nothing that it does not use.
 bool isComplete(const Command& command) {
   if (command.task == Task::compile) return !command.output.empty();
+  if (command.order != usualOrder) return false;
   return command.task == Task::check ? command.output.empty() : command.model.empty();
 }
 
@@ -85,6 +86,7 @@ bool parseCommand(int argc, char** argv, Command* command) {
         command->model = optarg;
         break;
       case 'o':
+        if (!command->output.empty()) return false;
         command->output = optarg;
         break;
       default:

@@ -193,6 +193,10 @@ bool readSource(const std::string& file, std::vector<Message>* messages, Faults*
     faults->add(file, 0, "is a compiled file, not a source (msgc --dump makes one of it)");
     return false;
   }
+  if (source.compare(0, 2, "\xFF\xFE") == 0 || source.compare(0, 2, "\xFE\xFF") == 0) {
+    faults->add(file, 0, "is in UTF-16: a source is a text in UTF-8");
+    return false;
+  }
   removeForeign(file, &source, faults);
   const Stream stream(&source);
   std::unordered_map<std::string, unsigned long> lineOf;
