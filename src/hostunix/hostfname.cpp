@@ -152,13 +152,14 @@ class Rounds {
   int links_ = 0;
 };
 
-// The component that was last found to be no link: "a/../a/../" asks once. It is forgotten when one
-// before it is looked at, so what stands before it is what stood there.
+// The component that was last found to be no link: "a/../a/../" asks once. Only a link's target may
+// change what stands before it; then it is forgotten.
 class Settled {
  public:
   bool is(std::size_t start, const char* component, std::size_t length) const {
     return start == start_ && length == length_ && std::strncmp(component, text_, length) == 0;
   }
+  void forget() { start_ = SIZE_MAX; }
   void set(std::size_t start, const char* component, std::size_t length) {
     start_ = length <= sizeof text_ ? start : SIZE_MAX;
     length_ = length;
@@ -198,6 +199,7 @@ void resolveComponents(Name& name, bool followLinks) {
         if (++links == mostLinks) return;
         if (!followLink(name, start, end, target, static_cast<std::size_t>(targetLength))) return;
         links = rounds.counted(name, start, links);
+        settled.forget();
         continue;
       }
       settled.set(start, component, length);

@@ -33,10 +33,6 @@ struct Refusal {
     ErrMsgStrType why;
     UnixErr(number, why, sizeof why);
     ErrMsgSymToText(symbol, buffer, size, "ss", userName, why);
-    // Where the database has no such entry there is no reason to tell, but the blank before it.
-    for (std::size_t end = std::strlen(buffer); end > 0 && buffer[end - 1] == ' '; --end) {
-      buffer[end - 1] = '\0';
-    }
     return 0;
   }
 

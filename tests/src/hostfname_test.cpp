@@ -51,6 +51,12 @@ TEST_F(HostFname, ByName) {
   for (std::string name, expected; cases >> name >> expected;) {
     EXPECT_EQ(expand(at(name)), at(expected)) << name;
   }
+  // A target with the same component at the same place, behind others
+  fs::create_directory("bin");
+  const std::string slashes(at("R/d/").size(), '/');
+  link(slashes + "bin/x", "R/d/bin/l");
+  const fs::path bin = fs::is_symlink("/bin") ? fs::read_symlink("/bin") : "bin";
+  EXPECT_EQ(expand("bin/l"), slashes + bin.string() + "/x");
   EXPECT_EQ(expand("") + expand("/."), "");
   EXPECT_EQ(expand(at("R/d/e"), at("R/d/e").size() + 1), at("R/d/e"));
   HostFnameStrType result;
