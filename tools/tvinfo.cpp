@@ -19,7 +19,6 @@
 
 #include <povzel/errmsg.h>
 #include <povzel/errutl.h>
-#include <povzel/hash.h>
 #include <povzel/hostfname.h>
 #include <povzel/hostinit.h>
 #include <povzel/unixerr.h>
@@ -188,35 +187,29 @@ bool findMessages(LibFileFaultType& fault) {
   return false;
 }
 
-// Whether the entry that the slot at `place` of the table leads to is there and is found by it.
-bool isEntryWhole(const ErrUtlBytes& file, std::uint64_t place) {
-  const auto slot = [&](unsigned offset) {
-    return errUtlDecode(file.data + place + offset, ErrUtlFileHdr.transform);
-  };
+// Whether the entry at `place` of the message file in force is whole, and a look-up finds its
+// symbol.
+bool isEntryWhole(const ErrUtlBytes& file, std::uint32_t place) {
   ErrUtlEntrySType entry;
   BoolType syntaxErr = 0;
-  if (!errUtlEntryAt(file, slot(8), &entry, &syntaxErr) || syntaxErr != 0) return false;
-  const std::size_t length = std::strlen(entry.sym);
-  const long hash = HashStrHash(reinterpret_cast<const ByteType*>(entry.sym), length, 1);
-  if (slot(0) != static_cast<std::uint32_t>(hash)) return false;
-  const std::uint32_t key = slot(4);
-  return key == 0 ||
-         (file.holds(key, length + 1) && std::memcmp(file.data + key, entry.sym, length + 1) == 0);
+  if (!errUtlEntryAt(file, place, &entry, &syntaxErr) || syntaxErr != 0) return false;
+  char* const text = ErrMsgGetString(entry.sym);
+  if (text != nullptr) UtlFree(text);
+  return text != nullptr;
 }
 
 // Whether the whole of the open message file can be read; otherwise `fault` says what cannot.
 bool areMessagesWhole(LibFileFaultType& fault) {
   const ErrUtlBytes file = errUtlContents();
   for (std::uint32_t i = 0; i < ErrUtlFileHdr.tabSize; ++i) {
-    constexpr std::uint64_t slotSize = sizeof(ErrUtlHashSType);
-    const std::uint64_t place = sizeof(ErrUtlHdrSType) + slotSize * i;
-    if (!file.holds(place, slotSize)) {
+    ErrUtlHashSType slot;
+    if (!errUtlSlotAt(file, ErrUtlFileHdr, i, slot)) {
       std::snprintf(fault, sizeof fault, "is damaged: it ends within its table");
       return false;
     }
-    const std::uint32_t entry = errUtlDecode(file.data + place + 8, ErrUtlFileHdr.transform);
-    if (entry == 0 || isEntryWhole(file, place)) continue;
-    std::snprintf(fault, sizeof fault, "is damaged: there is no whole entry at byte %u", entry);
+    if (slot.valLoc == 0 || isEntryWhole(file, slot.valLoc)) continue;
+    std::snprintf(fault, sizeof fault, "is damaged: there is no whole entry at byte %u",
+                  slot.valLoc);
     return false;
   }
   return true;

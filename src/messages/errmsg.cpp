@@ -17,7 +17,6 @@
 namespace {
 
 constexpr std::size_t longestSymbol = 4099;
-constexpr std::uint64_t tableOffset = sizeof(ErrUtlHdrSType);
 
 // Guards the opening and closing of the file, and the finding that it is damaged. Look-ups do
 // without it.
@@ -98,62 +97,26 @@ bool panic(const ErrUtlHold& file) {
   return false;
 }
 
-std::uint32_t readLong(const ErrUtlHdrSType& header, const unsigned char* bytes) {
-  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
-  const bool swizzleNeeded =
-      std::memcmp(header.transform, hostTransform, sizeof hostTransform) != 0;
-  if (swizzleNeeded) return errUtlDecode(bytes, header.transform);
-  std::uint32_t value;
-  std::memcpy(&value, bytes, sizeof value);
-  return value;
-}
-
-bool readSlot(const ErrUtlReading& file, std::uint32_t index, ErrUtlHashSType* slot) {
-  const std::uint64_t at = tableOffset + std::uint64_t{sizeof *slot} * index;
-  if (!file.contents.holds(at, sizeof *slot)) return false;
-  const unsigned char* bytes = file.contents.data + at;
-  *slot = {readLong(file.header, bytes), readLong(file.header, bytes + 4),
-           readLong(file.header, bytes + 8)};
-  return true;
-}
-
-enum class Search { found, absent, damaged };
-
-// Searches the file's table for the symbol. Not finding it is no fault of the file; a slot or a
-// key beyond its end is.
-Search findSlot(const ErrUtlReading& file, const char* symbol, std::size_t length,
-                std::uint32_t hash, ErrUtlHashSType* slot) {
-  const std::uint32_t tabSize = file.header.tabSize;
+// Looks for the symbol's slot. Not finding it is no fault of the file; a slot or a key beyond its
+// end is.
+ErrUtlSearch findSlot(const ErrUtlReading& file, const char* symbol, std::size_t length,
+                      std::uint32_t hash, ErrUtlHashSType& slot) {
   std::atomic<std::uint32_t>& cached = file.cachedMessages[hash % std::size(file.cachedMessages)];
-  const std::uint32_t place = cached.load(std::memory_order_relaxed);
-  if (place != 0 && readSlot(file, place - 1, slot) && slot->hash == hash) {
+  std::uint32_t index = cached.load(std::memory_order_relaxed);
+  if (index != 0 && errUtlSlotAt(file.contents, file.header, index - 1, slot) &&
+      slot.hash == hash) {
     count(cacheHits);
-    return Search::found;
+    return ErrUtlSearch::found;
   }
-  if (tabSize == 0) return Search::absent;
-  const std::uint32_t home = hash % tabSize;
-  std::uint32_t index = home;
-  do {
-    if (!readSlot(file, index, slot)) return Search::damaged;
-    if (slot->valLoc == 0) return Search::absent;
-    if (slot->hash == hash) {
-      if (slot->keyLoc == 0) {
-        cached.store(index + 1, std::memory_order_relaxed);
-        return Search::found;
-      }
-      if (!file.contents.holds(slot->keyLoc, length + 1)) {
-        if (!file.isDamageTold.exchange(true)) {
-          errUtlSay("%s: the key of %s lies beyond the end\n", file.contents.name, symbol);
-        }
-        return Search::damaged;
-      }
-      if (std::memcmp(file.contents.data + slot->keyLoc, symbol, length + 1) == 0) {
-        return Search::found;
-      }
-    }
-    index = index + 1 == tabSize ? 0 : index + 1;
-  } while (index != home);
-  return Search::absent;
+  const ErrUtlSearch search =
+      errUtlSearch(file.contents, file.header, symbol, length, hash, index, slot);
+  if (search == ErrUtlSearch::found && slot.keyLoc == 0) {
+    cached.store(index + 1, std::memory_order_relaxed);
+  }
+  if (search == ErrUtlSearch::keyIsCut && !file.isDamageTold.exchange(true)) {
+    errUtlSay("%s: the key of %s lies beyond the end\n", file.contents.name, symbol);
+  }
+  return search;
 }
 
 bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
@@ -167,9 +130,10 @@ bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
 
   count(cacheProbes);
   ErrUtlHashSType slot;
-  const Search search = findSlot(file, symbol, length, static_cast<std::uint32_t>(hash), &slot);
-  if (search == Search::absent) return false;
-  if (search == Search::damaged) return panic(held);
+  const ErrUtlSearch search =
+      findSlot(file, symbol, length, static_cast<std::uint32_t>(hash), slot);
+  if (search == ErrUtlSearch::absent) return false;
+  if (search != ErrUtlSearch::found) return panic(held);
   BoolType syntaxErr = 0;
   if (!errUtlEntryAt(file.contents, slot.valLoc, entry, &syntaxErr, &file.isDamageTold) ||
       syntaxErr != 0) {

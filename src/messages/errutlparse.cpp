@@ -220,3 +220,39 @@ bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntr
   unsigned long lineNum = 0;
   return nextSym(&input, contents.name, &lineNum, entry, false, syntaxErr, isTold) != 0;
 }
+
+bool errUtlSlotAt(const ErrUtlBytes& file, const ErrUtlHdrSType& header, std::uint32_t index,
+                  ErrUtlHashSType& slot) {
+  static constexpr unsigned char hostTransform[] = {0, 1, 2, 3};
+  const std::uint64_t at = sizeof header + std::uint64_t{sizeof slot} * index;
+  if (!file.holds(at, sizeof slot)) return false;
+  const unsigned char* const bytes = file.data + at;
+  if (std::memcmp(header.transform, hostTransform, sizeof hostTransform) == 0) {
+    std::memcpy(&slot, bytes, sizeof slot);
+  } else {
+    const auto decoded = [&](int place) { return errUtlDecode(bytes + place, header.transform); };
+    slot = {decoded(0), decoded(4), decoded(8)};
+  }
+  return true;
+}
+
+ErrUtlSearch errUtlSearch(const ErrUtlBytes& file, const ErrUtlHdrSType& header, const char* symbol,
+                          std::size_t length, std::uint32_t hash, std::uint32_t& index,
+                          ErrUtlHashSType& slot) {
+  if (header.tabSize == 0) return ErrUtlSearch::absent;
+  const std::uint32_t home = hash % header.tabSize;
+  index = home;
+  do {
+    if (!errUtlSlotAt(file, header, index, slot)) return ErrUtlSearch::slotIsCut;
+    if (slot.valLoc == 0) return ErrUtlSearch::absent;
+    if (slot.hash == hash) {
+      if (slot.keyLoc == 0) return ErrUtlSearch::found;
+      if (!file.holds(slot.keyLoc, length + 1)) return ErrUtlSearch::keyIsCut;
+      if (std::memcmp(file.data + slot.keyLoc, symbol, length + 1) == 0) {
+        return ErrUtlSearch::found;
+      }
+    }
+    index = index + 1 == header.tabSize ? 0 : index + 1;
+  } while (index != home);
+  return ErrUtlSearch::absent;
+}

@@ -1,7 +1,7 @@
 // What the sources of the message catalogue share.
 //
 //   errutl.cpp          finds, opens and checks the message file
-//   errutlparse.cpp     reads its entries
+//   errutlparse.cpp     reads its table and its entries
 //   errmsg.cpp          looks symbols up
 //   errmsgtext.cpp      expands templates
 //   errmsgnumbers.cpp   error numbers and their symbols
@@ -74,6 +74,19 @@ class ErrUtlHold {
 // it cannot be read. They stay until the file is closed. Nothing beyond the first 64 MB is read,
 // and only of regular files.
 ErrUtlBytes errUtlContents();
+
+// Reads one slot of the table of a compiled file with that header. Returns false if it lies beyond
+// the file's end.
+bool errUtlSlotAt(const ErrUtlBytes& file, const ErrUtlHdrSType& header, std::uint32_t index,
+                  ErrUtlHashSType& slot);
+
+// Looks in the table for the symbol of `length` characters and that hash; where it is found,
+// `index` and `slot` are its slot's. A slot or a key that is looked at may lie beyond the file's
+// end.
+enum class ErrUtlSearch { found, absent, slotIsCut, keyIsCut };
+ErrUtlSearch errUtlSearch(const ErrUtlBytes& file, const ErrUtlHdrSType& header, const char* symbol,
+                          std::size_t length, std::uint32_t hash, std::uint32_t& index,
+                          ErrUtlHashSType& slot);
 
 // ErrUtlNextSym in lookup mode, for the entry at `offset` of `contents`. Reports the first fault
 // alone; with `isTold` only where that is not set yet, and by errUtlSay.

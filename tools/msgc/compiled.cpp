@@ -20,12 +20,6 @@ namespace {
 constexpr std::size_t longestLine = 2047;
 constexpr std::uint32_t smallestTable = 64;
 
-struct Slot {
-  std::uint32_t hash = 0;
-  std::uint32_t keyLoc = 0;
-  std::uint32_t valLoc = 0;
-};
-
 std::uint32_t hashOf(const std::string& symbol) {
   return static_cast<std::uint32_t>(
       HashStrHash(reinterpret_cast<const ByteType*>(symbol.data()), symbol.size(), 1));
@@ -37,26 +31,19 @@ void putInteger(std::string* out, std::uint32_t value, const ByteOrder& order) {
   }
 }
 
-std::uint32_t size32(const std::string& bytes) {
-  return static_cast<std::uint32_t>(bytes.size());
+template <typename Items>
+std::uint32_t size32(const Items& items) {
+  return static_cast<std::uint32_t>(items.size());
 }
 
-// Whether a look-up of the symbol ends at that place of a table, of which the file holds `table`.
-bool isFoundAt(std::uint32_t place, const std::vector<Slot>& table, std::uint32_t tabSize,
-               const ErrUtlBytes& contents, const std::string& symbol) {
-  const std::uint32_t hash = hashOf(symbol);
-  const std::size_t size = symbol.size() + 1;
-  for (std::uint32_t index = hash % tabSize;; index = (index + 1) % tabSize) {
-    if (index >= table.size() || table[index].valLoc == 0) return false;
-    const Slot& slot = table[index];
-    if (slot.hash == hash) {
-      if (slot.keyLoc == 0) return index == place;
-      if (!contents.holds(slot.keyLoc, size)) return false;
-      const void* key = contents.data + slot.keyLoc;
-      if (std::memcmp(key, symbol.c_str(), size) == 0) return index == place;
-    }
-    if (index == place) return false;
-  }
+// Whether a look-up of the symbol ends at that place of the table.
+bool isFoundAt(std::uint32_t place, const ErrUtlBytes& contents, const ErrUtlHdrSType& header,
+               const std::string& symbol) {
+  std::uint32_t index = 0;
+  ErrUtlHashSType slot;
+  return errUtlSearch(contents, header, symbol.c_str(), symbol.size(), hashOf(symbol), index,
+                      slot) == ErrUtlSearch::found &&
+         index == place;
 }
 
 std::string orderList(const std::vector<int>& order) {
@@ -91,13 +78,13 @@ std::string compile(const std::vector<Message>& messages, const ByteOrder& order
                          tabSize * static_cast<std::uint32_t>(sizeof(ErrUtlHashSType));
   std::string keys;
   std::string entries;
-  std::vector<Slot> slots(tabSize);
-  std::vector<Slot*> slotOf;
+  std::vector<ErrUtlHashSType> slots(tabSize);
+  std::vector<ErrUtlHashSType*> slotOf;
   for (const Message& message : messages) {
     const std::uint32_t hash = hashOf(message.symbol);
     std::uint32_t index = hash % tabSize;
     while (slots[index].valLoc != 0) index = (index + 1) % tabSize;
-    Slot& slot = slots[index];
+    ErrUtlHashSType& slot = slots[index];
     slot = {hash, 0, 1};
     if (symbolsOf[hash] > 1) {
       slot.keyLoc = keysBegin + size32(keys);
@@ -114,7 +101,7 @@ std::string compile(const std::vector<Message>& messages, const ByteOrder& order
   std::string file(reinterpret_cast<const char*>(ErrUtlGetMagic()), sizeof magicArray);
   file.append(order.begin(), order.end());
   for (const std::uint32_t value : {1u, tabSize, textBegin}) putInteger(&file, value, order);
-  for (const Slot& slot : slots) {
+  for (const ErrUtlHashSType& slot : slots) {
     for (const std::uint32_t value : {slot.hash, slot.keyLoc, slot.valLoc}) {
       putInteger(&file, value, order);
     }
@@ -134,26 +121,21 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
   std::copy(header.transform, header.transform + order->size(), order->begin());
   const ErrUtlBytes contents{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
                              file.c_str()};
-  std::vector<Slot> table;
+  std::vector<ErrUtlHashSType> table;
   std::vector<std::uint32_t> used;  // places in the table
-  for (std::uint32_t i = 0; i < header.tabSize; ++i) {
-    const std::uint64_t at = sizeof header + std::uint64_t{sizeof(ErrUtlHashSType)} * i;
-    if (!contents.holds(at, sizeof(ErrUtlHashSType))) {
-      faults->add(file, 0, "the file ends within its table, before slot %u", i);
+  for (ErrUtlHashSType slot; table.size() < header.tabSize; table.push_back(slot)) {
+    if (!errUtlSlotAt(contents, header, size32(table), slot)) {
+      faults->add(file, 0, "the file ends within its table, before slot %zu", table.size());
       break;
     }
-    const auto integer = [&](int place) {
-      return errUtlDecode(contents.data + at + 4 * place, header.transform);
-    };
-    table.push_back({integer(0), integer(1), integer(2)});
-    if (integer(2) != 0) used.push_back(i);
+    if (slot.valLoc != 0) used.push_back(size32(table));
   }
   std::sort(used.begin(), used.end(), [&](std::uint32_t one, std::uint32_t other) {
     return table[one].valLoc < table[other].valLoc;
   });
   std::uint32_t last = 0;
   for (const std::uint32_t place : used) {
-    const Slot& slot = table[place];
+    const ErrUtlHashSType& slot = table[place];
     ErrUtlEntrySType entry;
     BoolType syntaxErr = 0;
     if (slot.valLoc == std::exchange(last, slot.valLoc)) {
@@ -162,7 +144,7 @@ std::vector<Message> readCompiled(const std::string& file, ByteOrder* order, Fau
       faults->add(file, 0, "there is no entry at offset %u", slot.valLoc);
     } else if (slot.hash != hashOf(entry.sym)) {
       faults->add(file, 0, "symbol %s cannot be found by its hash", entry.sym);
-    } else if (!isFoundAt(place, table, header.tabSize, contents, entry.sym)) {
+    } else if (!isFoundAt(place, contents, header, entry.sym)) {
       faults->add(file, 0, "a look-up does not find symbol %s in its slot", entry.sym);
     } else {
       messages.push_back(messageOf(entry, 0));
