@@ -22,7 +22,8 @@
 // ErrMsgInit, ErrMsgReset and ErrMsgShutdown wait for each other and for a fork; they are not for
 // signal handlers. One that interrupts another in the same thread leaves the file as it is.
 //
-// A null string argument shows as "[null]", a null symbol counts as an empty one, and of arguments
+// Widths and precisions of strings count characters where the string is valid UTF-8, else bytes. A
+// null string argument shows as "[null]", a null symbol counts as an empty one, and of arguments
 // beyond the tenth nothing is shown.
 //
 // Sources: errmsg.cpp, errmsgtext.cpp (templates), errmsgnumbers.cpp (symbols by number),

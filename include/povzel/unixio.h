@@ -99,8 +99,8 @@ POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
 //
 // Any thread may call, beside others that do. SIGCHLD has its default action and SIGVTALRM is
 // ignored from the first call's begin to the last one's end; then the handlers from before are
-// back, installed anew with UNIXIO_DO_SIGNAL. A thread that waits for children of any id meanwhile
-// may take a command's status away.
+// back, installed anew with UNIXIO_DO_SIGNAL, and that of SIGCHLD is called if a child has ended
+// meanwhile. A thread that waits for children of any id meanwhile may take a command's status away.
 POVZEL_EXPORT int UnixIoSystem(const char* cmd, BoolType interactively);
 
 POVZEL_END_C

@@ -30,10 +30,10 @@ extern "C" int clockGettime64(clockid_t clock, Timespec64* now) noexcept
     __asm__("__clock_gettime64");
 
 // Of a clock that nobody sets.
-long long secondsOfMachine() {
+long long millisecondsOfMachine() {
   Timespec64 now = {};
   clockGettime64(CLOCK_MONOTONIC, &now);
-  return now.seconds;
+  return now.seconds * 1000 + now.nanoseconds / 1000000;
 }
 
 std::atomic<lconv*> locale{nullptr};
@@ -145,19 +145,15 @@ BoolType HostSetLocale(int category, const char* localeStr) {
 }
 
 void HostSleep(unsigned long seconds) {
-  constexpr long long mostAtOnce = INT_MAX / 1000;
-  long long remaining = seconds;
-  const long long deadline = hostTimeOfDay().seconds + remaining;
-  const long long longest = secondsOfMachine() + remaining + 1;  // the first one is a part of one
-  while (remaining > 0) {
-    const long long wait = std::min(remaining, mostAtOnce);
-    if (poll(nullptr, 0, static_cast<int>(wait * 1000)) == 0) {
-      remaining -= wait;
-      continue;
-    }
-    if (!unixIoGoesOn()) return;
-    remaining =
-        std::min({remaining, deadline - hostTimeOfDay().seconds, longest - secondsOfMachine()});
+  const long long deadline = hostTimeOfDay().seconds + seconds;
+  const long long longest = millisecondsOfMachine() + seconds * 1000LL;
+  for (long long remaining = seconds * 1000LL; remaining > 0;) {
+    const bool interrupted =
+        poll(nullptr, 0, static_cast<int>(std::min<long long>(remaining, INT_MAX))) != 0;
+    if (interrupted && !unixIoGoesOn()) return;
+    remaining = longest - millisecondsOfMachine();
+    if (!interrupted) continue;
+    remaining = std::min(remaining, (deadline - hostTimeOfDay().seconds) * 1000);
   }
 }
 

@@ -142,6 +142,30 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
   std::signal(SIGVTALRM, SIG_DFL);
 }
 
+TEST(UnixIoSystem, TellsOfChildrenAndWaitsWithCancellation) {
+  static std::atomic<int> heard = 0;
+  std::signal(SIGCHLD, [](int) { ++heard; });
+  EXPECT_EQ(UnixIoSystem("exit 0", 0), 0);
+  EXPECT_EQ(heard, 0);
+  const pid_t child = fork();
+  if (child == 0) pause();
+  const std::string id = std::to_string(child);
+  const std::string end =
+      "kill -KILL " + id + "; until grep -q 'State:.Z' /proc/" + id + "/status; do :; done";
+  EXPECT_EQ(UnixIoSystem(end.c_str(), 0), 0);
+  EXPECT_EQ(heard, 1);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  // Cancelled before it begins, the thread ends when all is put back.
+  pthread_t thread;
+  const auto run = [](void*) -> void* { return UnixIoSystem("exit 0", 0) == 0 ? &heard : nullptr; };
+  pthread_create(&thread, nullptr, run, nullptr);
+  pthread_cancel(thread);
+  void* done = nullptr;
+  pthread_join(thread, &done);
+  EXPECT_EQ(done, &heard);
+  EXPECT_NE(std::signal(SIGCHLD, SIG_DFL), SIG_DFL);
+}
+
 // Three threads' commands, and forks in the middle of them
 TEST(UnixIoSystem, RunsBesideOthers) {
   for (const auto action : {static_cast<sighandler_t>(handler1), SIG_IGN}) {
