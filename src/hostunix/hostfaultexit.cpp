@@ -12,6 +12,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -52,6 +53,8 @@ struct PostponedExit {
   ucontext_t context;
 };
 PostponedExit postponed;
+
+std::atomic<pid_t> endingThread{0};
 
 constexpr int faultExitStatus = 1;
 constexpr int coreExitStatus = 3;
@@ -178,6 +181,10 @@ void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function) {
 
 // Ends
 
+bool hostEndsInHandler() {
+  return endingThread.load() == gettid();
+}
+
 void hostTerminate(const SignalEvent& event) {
   const bool isTerm = event.signal == SIGTERM;
   const char* text =
@@ -195,6 +202,7 @@ void hostTerminate(const SignalEvent& event) {
 }
 
 void hostEndByUnhandledSignal(const SignalEvent& event) {
+  endingThread = gettid();
   hostReportUnhandledSignal(event);
   if (event.info != nullptr && event.info->si_errno == ENOMEM) abortWithoutMemory();
   const int explicitlyRequested = event.signal == SIGQUIT;

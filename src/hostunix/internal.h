@@ -291,6 +291,10 @@ void hostFlushApplicationFiles();
 // Signal-safe but for the callback.
 void hostShutDownApplication();
 
+// Whether the calling thread ends the process in the fault handler. What it has interrupted may
+// hold any lock, so until the core is there it uses neither the streams nor the heap. Signal-safe.
+bool hostEndsInHandler();
+
 // Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
 // the end. Not signal-safe.
 void hostTerminate(const SignalEvent& event);

@@ -1,6 +1,9 @@
 #include <povzel/utlexit.h>
 
+#include <unistd.h>
+
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,8 +15,17 @@
 #include <povzel/utlbits.h>
 #include <povzel/utlchecksum.h>
 #include <povzel/utlheap.h>
+#include "internal.h"
 
 namespace {
+
+// A thread of a process: after a fork the child's are others than its parent's.
+struct alignas(8) ExitOwner {
+  pid_t process;
+  pid_t thread;
+};
+std::atomic<ExitOwner> exitOwner{};
+static_assert(std::atomic<ExitOwner>::is_always_lock_free);
 
 // Filled from the last slot downward, so that running upward runs the latest first.
 ExitFuncType* RegisteredExitFuncPtrs[UtlMaxExitHandlers];
@@ -45,6 +57,25 @@ void removeChildLog() {
 }
 
 }  // namespace
+
+bool utlClaimExit() {
+  const ExitOwner self{getpid(), gettid()};
+  ExitOwner owner = exitOwner.load();
+  while (owner.process != self.process) {
+    if (exitOwner.compare_exchange_weak(owner, self)) return true;
+  }
+  return owner.thread == self.thread;
+}
+
+bool utlExitIsClaimed() {
+  return exitOwner.load().process == getpid();
+}
+
+void utlAwaitExit() {
+  sigset_t all;
+  sigfillset(&all);
+  for (;;) sigsuspend(&all);
+}
 
 void UtlInit() {
   NextRegisteredExitFuncPtr = listEnd;
@@ -78,6 +109,7 @@ void UtlRemoveLogOnExit(BoolType removeIt) {
 }
 
 void UtlExit(int status) {
+  if (!utlClaimExit()) utlAwaitExit();
   UtlExitStatus = status;
   if (ServiceIsService()) ServiceStopped(status == 0);
   UtlRunExitHandlers();
