@@ -13,7 +13,8 @@
 // Install, and register callbacks and switches, from one thread at start-up.
 //
 // Sources: hostfault.cpp (the handler), hostfaultinstall.cpp (installation and chaining),
-// hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report).
+// hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report), hostchildren.cpp
+// (children).
 #pragma once
 
 #include <signal.h>
@@ -48,6 +49,15 @@ POVZEL_EXPORT void HostShutDown(void);
 // handlers (UtlExit) and HostCoredump: the process is lost there anyway, and a second fault on the
 // way ends it at once.
 POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
+
+// Which children's statuses the SIGCHLD handler takes: `own` those alone that HostFork and
+// HostForkServer have started, or, as from the start, those of all. The latter makes waitpid,
+// system, pclose and a VM's ProcessBuilder lose statuses, which they then often take for success.
+//
+// Call it before the handler is installed, or at any later time, from any thread. Each child that
+// the library knows costs a system call on each SIGCHLD. Once more than 64 of them live at the same
+// time, one that there is no memory for is left for the program to wait for.
+POVZEL_EXPORT void HostReapOwnChildrenOnly(BoolType own);
 
 // From now on a fault, an illegal instruction or an abort ends the process at once with status 1,
 // without report or core.

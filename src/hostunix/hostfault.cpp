@@ -1,13 +1,12 @@
 // The fault handler: what becomes of each signal that reaches it.
 //
 // Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, gettid, poll,
-// sched_yield, signal, waitpid and the atomic primitives, prints with hostSafePrint, and uses what
+// sched_yield, signal and the atomic primitives, prints with hostSafePrint, and uses what
 // internal.h marks as signal-safe. utlGuaranteeFailed is an end as well, unless `noHalt` is set.
 #include <povzel/hostfault.h>
 
 #include <poll.h>
 #include <sched.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -130,17 +129,6 @@ void printStacksOnRequest() {
   HostSignalSafePrint("\n");
 }
 
-void reapChildren() {
-  const ErrnoKeeper keepErrno;
-  for (;;) {
-    const pid_t child = waitpid(-1, nullptr, WNOHANG | WUNTRACED);
-    if (child > 0) continue;
-    if (child == 0 || errno == ECHILD) return;
-    if (errno != EINTR && errno != ERESTART) hostEndUnableToReap(errno);
-    if (HostGetSigTerm_() != 0) return;
-  }
-}
-
 void chainOrEnd(const SignalEvent& event) {
   if (!hostChain(event)) hostEndByUnhandledSignal(event);
 }
@@ -168,7 +156,7 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
       hostTerminate(event);
       return;
     case SIGCHLD:
-      reapChildren();
+      hostReapChildren();
       return;
     case SIGHUP:
       hostChain(event);

@@ -135,8 +135,8 @@ void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* s
   dl_iterate_phdr(findOwnCode, nullptr);
   hostSetApplicationCallbacks(flushFiles, shutDown);
 
-  hostIgnoreUnlessHandled(SIGPIPE);
-  hostIgnoreUnlessHandled(SIGHUP);
+  unixIoIgnoreUnlessHandled(SIGPIPE);
+  unixIoIgnoreUnlessHandled(SIGHUP);
   install(SIGQUIT, UNIXIO_DO_SIGNAL);
   install(SIGILL, UNIXIO_DO_SIGNAL);
   installUnlessHandled(SIGFPE);

@@ -155,7 +155,7 @@ void HostInit() {
   raiseLimits();
   hostIsInitialized = 1;
   HostSetLocale(LC_ALL, "");
-  hostIgnoreUnlessHandled(SIGIO);
+  unixIoIgnoreUnlessHandled(SIGIO);
   readAutoMountPrefix();
   rememberLoginName();
 }

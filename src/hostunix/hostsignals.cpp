@@ -32,14 +32,6 @@ void setInterrupts(bool disable) {
 
 }  // namespace
 
-void hostIgnoreUnlessHandled(int signal) {
-  struct sigaction previous;
-  UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, &previous);
-  if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
-    sigaction(signal, &previous, nullptr);
-  }
-}
-
 void hostUnblockInterrupts() {
   setInterrupts(false);
 }

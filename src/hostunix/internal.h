@@ -8,7 +8,7 @@
 //                 hostsafeprint.cpp (printing)
 //   fatal paths   hostdebug.cpp, hostcore.cpp, hoststack.cpp
 //   processes     hostprocess.cpp, hostspawn.cpp, hostfork.cpp (before the fork),
-//                 hostforkchild.cpp (behind it)
+//                 hostforkchild.cpp (behind it), hostchildren.cpp (after their end)
 //   files         hostfiles.cpp, hostfileio.cpp (descriptors), hostdirectory.cpp, hostfname.cpp
 //   users         hostids.cpp, hostusers.cpp, hostlogin.cpp, hostpassword.cpp, hostterminal.cpp
 //   time, text    hosttime.cpp, hoststatistics.cpp, hoststrings.cpp
@@ -205,9 +205,6 @@ HostCrypt hostFindCrypt(HostCryptTextType& said);
 
 // Signals (hostsignals.cpp)
 
-// Ignores `signal` unless the program handles it.
-void hostIgnoreUnlessHandled(int signal);
-
 // Unblocks every signal of the calling thread, whatever HostDisableInterrupts knows of them.
 void hostUnblockInterrupts();
 
@@ -320,6 +317,16 @@ void hostForgetProtectedPages();
 // the handlers of the pages it may concern, in slot order. Returns true when a handler took it and
 // its page has been made accessible. Signal-safe but for those handlers.
 bool hostHandleGuardPageAccess(char* faultAddr);
+
+// Children (hostchildren.cpp)
+
+// Keeps a child that this library has started, just forked, for HostReapOwnChildrenOnly. Without
+// memory for it, beyond 64 children at once, it is not known: then only the program waits for it.
+void hostRememberChild(pid_t child);
+
+// Takes the statuses of children that have ended or stopped, as the SIGCHLD handler does.
+// Signal-safe but for the end of the process when that fails.
+void hostReapChildren();
 
 // Stacks (hoststack.cpp)
 

@@ -73,6 +73,14 @@ inline UnixSigHandlerFType* unixIoActionAsHandler(sighandler_t action) {
 inline UnixSigHandlerFType* const unixIoDefaultAction = unixIoActionAsHandler(SIG_DFL);
 inline UnixSigHandlerFType* const unixIoIgnoreAction = unixIoActionAsHandler(SIG_IGN);
 
+// Ignores `signal` in the program's place, where its action is the default. The programs that this
+// process executes do not inherit that.
+void unixIoIgnoreUnlessHandled(int signal);
+
+// In a child before exec: no handler of the program runs there, and the program that is executed
+// finds no signal ignored that this library alone ignores. Signal-safe.
+void unixIoDropHandlers();
+
 // A signal has another action while this lives; then its former one is back, unchanged. Keeps errno
 // at the end.
 class SignalAction {

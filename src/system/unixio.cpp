@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 
 #include <povzel/unixerr.h>
@@ -28,6 +29,9 @@ void installHandler(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHand
   sigfillset(&action.sa_mask);
   install(sig, action, oldHandler);
 }
+
+// The signals that are ignored in the program's place, so long as nobody has changed that.
+std::atomic<bool> ignoredHere[_NSIG];
 
 // The result of a stat call, with the text of its failure.
 BoolType statOutcome(int result, char* errText, std::size_t errTextSize) {
@@ -77,6 +81,24 @@ void UNIXIO_DO_SIGNAL_1ARG(int sig, UnixSignalFuncType_1arg* fct, struct sigacti
   action.sa_flags = SA_RESTART;
   sigfillset(&action.sa_mask);
   install(sig, action, oldHandler);
+}
+
+void unixIoIgnoreUnlessHandled(int signal) {
+  struct sigaction action;
+  if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL) return;
+  UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, nullptr);
+  ignoredHere[signal] = true;
+}
+
+void unixIoDropHandlers() {
+  for (int signal = 1; signal < _NSIG; ++signal) {
+    struct sigaction action;
+    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL) continue;
+    if (action.sa_handler == SIG_IGN && !ignoredHere[signal]) continue;
+    action = {};
+    action.sa_handler = SIG_DFL;
+    sigaction(signal, &action, nullptr);
+  }
 }
 
 int UnixIoExecve(const char* name, const char** argv, const char** envp) {

@@ -139,18 +139,6 @@ class Surroundings {
   pid_t foreground_ = -1;
 };
 
-// The caller's handlers must not run in the child, whose memory is the parent's.
-void dropHandlers() {
-  for (int sig = 1; sig <= SIGRTMAX; ++sig) {
-    struct sigaction action;
-    if (sigaction(sig, nullptr, &action) != 0) continue;
-    if (action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN) continue;
-    action = {};
-    action.sa_handler = SIG_DFL;
-    sigaction(sig, &action, nullptr);
-  }
-}
-
 // The C library's functions would try to change the ids of the parent's other threads too.
 void useRealIdsInChild() {
   syscall(SYS_setresgid32, -1, getgid(), -1);
@@ -161,7 +149,7 @@ void useRealIdsInChild() {
 [[noreturn]] void runShell(const char* cmd, BoolType interactively, const SignalMask& mask) {
   if (interactively == 0) os.setsid();
   useRealIdsInChild();
-  dropHandlers();
+  unixIoDropHandlers();
   mask.restore();
   const char* arguments[] = {"/bin/sh", "-c", cmd, nullptr};
   os.execv("/bin/sh", const_cast<char* const*>(arguments));
