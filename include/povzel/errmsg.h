@@ -74,7 +74,7 @@ POVZEL_EXPORT char* ErrMsgGetString(const char* symbol);
 
 // Puts the text of `symbol` into `buffer`, cut to `size` bytes with its terminator; the last byte
 // of the buffer is zero in any case. Nothing is written for size 0. `kinds` may be null when there
-// are no arguments.
+// are no arguments. Signal-safe.
 POVZEL_EXPORT void ErrMsgSymToText(const char* symbol, char* buffer, size_t size, const char* kinds,
                                    ...);
 POVZEL_EXPORT void ErrMsgBuildString(const char* symbol, char* buffer, size_t size,

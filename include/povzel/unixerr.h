@@ -1,4 +1,5 @@
-// Error numbers of this platform: their portable codes and their texts. Any thread may call.
+// Error numbers of this platform: their portable codes and their texts. Any thread may call, in
+// signal handlers too.
 //
 //   char why[256];
 //   UnixErr(errno, why, sizeof why);  // the catalogue's texts for the number and for its symbol
@@ -20,10 +21,10 @@ POVZEL_EXPORT int UnixErrSysErrToOsErr(SysErrEType code);
 // Puts the catalogue's text for errno value `number` into `buffer`: "unixerr.part1" with the
 // number, and behind it the text of the number's own symbol when it has one. 0 gives the empty
 // text. The result with its terminator takes at most `size` - 1 bytes (1 for a size of 1); nothing
-// is written when `size` is 0. errno is left as it was.
+// is written when `size` is 0. errno is left as it was. Signal-safe.
 POVZEL_EXPORT void UnixErr(int number, char* buffer, ArraySizeType size);
 
-// UnixErr of the record's number.
+// UnixErr of the record's number. Signal-safe.
 POVZEL_EXPORT void HostGetErrMsg(const HostErrSType* record, char* buffer, ArraySizeType size);
 
 POVZEL_END_C

@@ -1,6 +1,7 @@
 // What the sources of the lowest layer share, and what every layer above may use of it.
 //
 //   guarantee.cpp                          broken guarantees, reported to the fatal path
+//   utlsafewrite.cpp                       output past the streams
 //   utlcpu.cpp                             instructions beyond the build's baseline
 //   oscalls.cpp                            the system's calls, through a table
 //   utltree.cpp                            the installation that this library lies in
@@ -128,6 +129,12 @@ inline constexpr const OsCalls& os = osCallsForTests;
 // Reports the broken guarantee at `line` of `module` ("src/utlheap") to the fatal path. Returns
 // only when that path is told not to halt. Not signal-safe.
 void utlGuaranteeFailed(const char* module, int line);
+
+// Output past the streams (utlsafewrite.cpp)
+
+// Writes the `size` bytes at `bytes`, all of them in one write where the system takes them whole.
+// Gives up on any error but an interruption. Keeps errno. Signal-safe.
+void utlSafeWrite(int descriptor, const char* bytes, std::size_t size);
 
 // Own installation (utltree.cpp)
 //

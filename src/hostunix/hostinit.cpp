@@ -155,6 +155,7 @@ void HostInit() {
   raiseLimits();
   hostIsInitialized = 1;
   HostSetLocale(LC_ALL, "");
+  utlRememberTimeZone();
   unixIoIgnoreUnlessHandled(SIGIO);
   readAutoMountPrefix();
   rememberLoginName();

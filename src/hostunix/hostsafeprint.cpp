@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "internal.h"
 
@@ -109,14 +109,5 @@ void hostSafePrint(const char* format, ...) {
 }
 
 void HostSignalSafePrint(const char* msg) {
-  const ErrnoKeeper keepErrno;
-  std::size_t left = 0;
-  while (msg[left] != '\0') ++left;
-  while (left > 0) {
-    const ssize_t written = write(STDERR_FILENO, msg, left);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    msg += written;
-    left -= static_cast<std::size_t>(written);
-  }
+  utlSafeWrite(STDERR_FILENO, msg, std::strlen(msg));
 }

@@ -32,48 +32,52 @@ bool isPrintMutexMine() {
   return printMutexOwner.load(std::memory_order_relaxed) == pthread_self();
 }
 
-// Takes the mutex, which is not this thread's own. No handler comes between that and the owner.
-bool takePrintMutex(bool waits) {
+// Take the mutex, which is not this thread's own. No handler comes between that and the owner.
+
+void takePrintMutex() {
   const SignalMask held(SIG_BLOCK, unixIoAllSignalsBut());
-  bool taken = true;
-  if (waits) {
-    HostMutexAcquire(&printMutex);
-  } else {
-    taken = pthread_mutex_trylock(&printMutex) == 0;
-  }
-  if (taken) printMutexOwner = pthread_self();
-  return taken;
+  HostMutexAcquire(&printMutex);
+  printMutexOwner = pthread_self();
+}
+
+// Does not wait for it.
+bool tryPrintMutex() {
+  const SignalMask held(SIG_BLOCK, unixIoAllSignalsBut());
+  if (pthread_mutex_trylock(&printMutex) != 0) return false;
+  printMutexOwner = pthread_self();
+  return true;
 }
 
 // A handler in between that forks would hold the mutex in its child, or not hold it and think so.
 void releasePrintMutex() {
   const SignalMask held(SIG_BLOCK, unixIoAllSignalsBut());
   printMutexOwner = 0;
-  HostMutexRelease(&printMutex);
+  pthread_mutex_unlock(&printMutex);
 }
 
 // Holds the mutex. Refused in a handler that has interrupted its thread's own holding.
 class ErrMsgAccessor {
  public:
-  explicit ErrMsgAccessor(HostMutexSType* wanted, bool waits = true)
-      : mutex(!isPrintMutexMine() && takePrintMutex(waits) ? wanted : nullptr) {}
+  ErrMsgAccessor() : isRefused_(isPrintMutexMine()) {
+    if (!isRefused_) takePrintMutex();
+  }
   ~ErrMsgAccessor() {
-    if (mutex != nullptr) releasePrintMutex();
+    if (!isRefused_) releasePrintMutex();
   }
   ErrMsgAccessor(const ErrMsgAccessor&) = delete;
   ErrMsgAccessor& operator=(const ErrMsgAccessor&) = delete;
 
-  bool isRefused() const { return mutex == nullptr; }
+  bool isRefused() const { return isRefused_; }
 
  private:
-  HostMutexSType* mutex;
+  bool isRefused_;
 };
 
 void forkGetLocks() {
   if (isPrintMutexMine()) {
     ++forksInside;
   } else {
-    takePrintMutex(true);
+    takePrintMutex();
   }
 }
 
@@ -92,8 +96,9 @@ void count(std::atomic<unsigned long>& counter) {
 
 // The file turned out to be damaged. If another is being opened, the mark would fall on that one.
 bool panic(const ErrUtlHold& file) {
-  const ErrMsgAccessor accessor(&printMutex, false);
-  if (!accessor.isRefused() && !file.isOutdated()) ErrMsgPanicked = 1;
+  if (isPrintMutexMine() || !tryPrintMutex()) return false;
+  if (!file.isOutdated()) ErrMsgPanicked = 1;
+  releasePrintMutex();
   return false;
 }
 
@@ -178,7 +183,7 @@ void ErrMsgInit() {
   // Finding the file may ask for an error text, so the mutex is not held yet.
   HostFnameStrType name;
   const bool isWhole = errUtlFindFile(nullptr, name);
-  const ErrMsgAccessor accessor(&printMutex);
+  const ErrMsgAccessor accessor;
   if (accessor.isRefused()) return;
   ErrMsgPanicked = 0;
   if (errUtlOpen(1, name, isWhole)) {
@@ -189,13 +194,13 @@ void ErrMsgInit() {
 }
 
 BoolType ErrMsgReset() {
-  const ErrMsgAccessor accessor(&printMutex);
+  const ErrMsgAccessor accessor;
   return !accessor.isRefused() && reopen();
 }
 
 void ErrMsgShutdown() {
   ErrMsgPanicked = 1;  // also where the file has to stay open
-  const ErrMsgAccessor accessor(&printMutex);
+  const ErrMsgAccessor accessor;
   if (accessor.isRefused()) return;
   ErrUtlShutdown();
   ErrMsgPanicked = 1;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
 
 #include <povzel/errutl.h>
 #include <povzel/hostfiles.h>
@@ -14,44 +15,50 @@ namespace {
 constexpr std::size_t longestLine = 2047;
 constexpr std::size_t symbolLimit = 255;
 
-// Where characters come from: a stream, or bytes in memory.
-struct Input {
-  FILE* stream;
-  const unsigned char* next;
-  const unsigned char* end;
-
-  int get() {
-    if (stream != nullptr) return UnixIoFgetc(stream);
-    return next < end ? *next++ : EOF;
-  }
-};
-
 struct Line {
   char text[longestLine + 1];
   unsigned long physicalLines;
   bool begun;  // at the end of the file: there was something before it
 };
 
-// Takes a line from memory that is one physical line and fits, as nearly all do.
-bool takeWholeLine(Input* input, Line* line) {
-  if (input->stream != nullptr || input->next == input->end) return false;
-  const auto left = static_cast<std::size_t>(input->end - input->next);
-  const void* newline = std::memchr(input->next, '\n', left);
-  if (newline == nullptr) return false;
-  const auto length =
-      static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - input->next);
-  if (length > longestLine || (length > 0 && input->next[length - 1] == '\\')) return false;
-  std::memcpy(line->text, input->next, length);
-  line->text[length] = '\0';
-  line->physicalLines = 1;
-  input->next += length + 1;
-  return true;
-}
+// Where lines come from: a stream...
+struct StreamInput {
+  FILE* stream;
+
+  int get() { return UnixIoFgetc(stream); }
+  void tell(long* position) const { Hostftell(stream, position); }
+  static bool takeWholeLine(Line*) { return false; }
+};
+
+// ...or bytes in memory, for look-ups, which no handler may take a stream for.
+struct BytesInput {
+  const unsigned char* next;
+  const unsigned char* end;
+
+  int get() { return next < end ? *next++ : EOF; }
+  static void tell(long*) {}
+
+  // Takes a line that is one physical line and fits, as nearly all do.
+  bool takeWholeLine(Line* line) {
+    if (next == end) return false;
+    const auto left = static_cast<std::size_t>(end - next);
+    const void* newline = std::memchr(next, '\n', left);
+    if (newline == nullptr) return false;
+    const auto length = static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - next);
+    if (length > longestLine || (length > 0 && next[length - 1] == '\\')) return false;
+    std::memcpy(line->text, next, length);
+    line->text[length] = '\0';
+    line->physicalLines = 1;
+    next += length + 1;
+    return true;
+  }
+};
 
 // Reads one logical line: physical lines joined where a backslash ends them, cut to the longest
 // line. Returns false at the end of the file, also when that comes before the line's end.
+template <typename Input>
 bool readLine(Input* input, Line* line) {
-  if (takeWholeLine(input, line)) return true;
+  if (input->takeWholeLine(line)) return true;
   std::size_t length = 0;
   bool kept = false;  // the last character went into the text
   int last = '\n';
@@ -100,12 +107,7 @@ struct Complaint {
     if (isTold != nullptr && isTold->exchange(true)) return nullptr;
     va_list arguments;
     va_start(arguments, format);
-    if (isTold == nullptr) {
-      std::vfprintf(stderr, format, arguments);
-      std::fflush(stderr);
-    } else {
-      errUtlSayList(format, arguments);
-    }
+    errUtlSayList(format, arguments);
     va_end(arguments);
     return nullptr;
   }
@@ -177,13 +179,13 @@ bool parseEntry(const char* at, ErrUtlEntrySType* entry, const Complaint& compla
   return true;
 }
 
+template <typename Input>
 BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
                  ErrUtlEntrySType* theEntry, bool buildingTable, BoolType* syntaxErr,
                  std::atomic<bool>* isTold) {
-  const bool isOfStream = input->stream != nullptr;
   *syntaxErr = 0;
   do {
-    if (buildingTable) Hostftell(input->stream, &theEntry->loc);
+    if (buildingTable) input->tell(&theEntry->loc);
     Line line;
     const bool complete = readLine(input, &line);
     if (buildingTable) *lineNum += line.physicalLines;
@@ -201,7 +203,7 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
       return 1;
     }
     *syntaxErr = 1;
-  } while (isOfStream);
+  } while (std::is_same_v<Input, StreamInput>);
   return 0;
 }
 
@@ -209,14 +211,14 @@ BoolType nextSym(Input* input, const char* fname, unsigned long* lineNum,
 
 BoolType ErrUtlNextSym(FILE* f, const char* fname, unsigned long* lineNum,
                        ErrUtlEntrySType* theEntry, BoolType buildingTable, BoolType* syntaxErr) {
-  Input input{f, nullptr, nullptr};
+  StreamInput input{f};
   return nextSym(&input, fname, lineNum, theEntry, buildingTable != 0, syntaxErr, nullptr);
 }
 
 bool errUtlEntryAt(const ErrUtlBytes& contents, std::uint32_t offset, ErrUtlEntrySType* entry,
                    BoolType* syntaxErr, std::atomic<bool>* isTold) {
   if (offset > contents.size) offset = static_cast<std::uint32_t>(contents.size);
-  Input input{nullptr, contents.data + offset, contents.data + contents.size};
+  BytesInput input{contents.data + offset, contents.data + contents.size};
   unsigned long lineNum = 0;
   return nextSym(&input, contents.name, &lineNum, entry, false, syntaxErr, isTold) != 0;
 }

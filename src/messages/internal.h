@@ -129,7 +129,7 @@ void mySprintf(const ErrUtlEntrySType& entry, const ErrMsgArgs& args, ErrMsgStrT
 void desperateErr(const char* symbol, const char* rawTemplate, char* buffer, std::size_t size,
                   const ErrMsgArgs& args);
 
-// Boxes
+// Boxes (vermsg.cpp)
 
 // Writes the text of `symbol` with its arguments (see errmsg.h for `kinds`) as framed lines.
 template <typename... Arguments>
@@ -138,4 +138,19 @@ void verCatalogueMessage(std::FILE* f, const char* symbol, const char* kinds,
   ErrMsgStrType text;
   ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
   VerMessage(f, text);
+}
+
+// The functions of vermsg.h for a descriptor, past the streams. Signal-safe.
+void verSafeLeadingEdge(int fd);
+void verSafeEndEdge(int fd);
+void verSafeDividerLine(int fd);
+void verSafeMessage(int fd, const char* text);
+void verSafeCenteredMessage(int fd, const char* text);
+
+template <typename... Arguments>
+void verSafeCatalogueMessage(int fd, const char* symbol, const char* kinds,
+                             Arguments... arguments) {
+  ErrMsgStrType text;
+  ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
+  verSafeMessage(fd, text);
 }

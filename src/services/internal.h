@@ -21,5 +21,16 @@ bool utlExitIsClaimed();
 // Signal-safe.
 [[noreturn]] void utlAwaitExit();
 
-// UtlCtime for now, also from 2038 on, which a time_t cannot tell (utltime.cpp).
+// Dates (utltime.cpp)
+
+// UtlCtime for now, also from 2038 on, which a time_t cannot tell.
 char* utlCtimeOfNow(ZelCTimeStringType* result);
+
+// The same with the time zone that was in force when an ordinary date of the present was last
+// written: asking the C library for the zone takes a lock. Of the host's format, the directives %d
+// %m %y %Y %H %M %S %D %F %R %T %% are known; one with others gives way to "%m/%d/%y %H:%M:%S".
+// Signal-safe.
+char* utlSafeCtimeOfNow(ZelCTimeStringType* result);
+
+// Keeps the time zone in force for that, before any date has been written.
+void utlRememberTimeZone();

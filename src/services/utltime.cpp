@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -74,14 +75,102 @@ void formatTime(char* buffer, std::size_t size, const char* format, const struct
   if (std::strftime(buffer, size, format, &broken) == 0) buffer[0] = '\0';
 }
 
+// The time zone of dates in signal handlers. Those who find that it has changed take turns and add
+// what is new; what is there stays as it is, because a handler may be reading it.
+struct Zone {
+  long offset;  // seconds east of UTC
+  char name[32];
+};
+constexpr Zone utc = {0, "UTC"};
+Zone zones[16];
+std::atomic<const Zone*> zoneOfNow{&utc};
+std::atomic_flag zonesChange;
+
+void rememberZone(const struct tm& now) {
+  const auto isZone = [&](const Zone& zone) {
+    return zone.offset == now.tm_gmtoff && std::strcmp(zone.name, now.tm_zone) == 0;
+  };
+  if (isZone(*zoneOfNow) || zonesChange.test_and_set()) return;
+  Zone* zone = std::find_if(std::begin(zones), std::end(zones),
+                            [&](const Zone& each) { return isZone(each) || each.name[0] == '\0'; });
+  const bool isKept = zone != std::end(zones) && std::strlen(now.tm_zone) < sizeof zone->name;
+  if (isKept) {
+    zone->offset = now.tm_gmtoff;
+    stpcpy(zone->name, now.tm_zone);
+  }
+  zoneOfNow = isKept ? zone : &utc;
+  zonesChange.clear();
+}
+
 // Formats the date of `when` into `date` (100 bytes), with the zone in it if `zoneInDate`; the
-// zone alone goes into `zone` (100 bytes) unless that is null.
-void ctimeImpl(long long when, bool zoneInDate, char* date, char* zone) {
+// zone alone goes into `zone` (100 bytes) unless that is null. Returns the date in pieces.
+struct tm ctimeImpl(long long when, bool zoneInDate, char* date, char* zone) {
   const DateFormats with = formats();
   struct tm broken = {};
   localtime64_r(&when, &broken);
   formatTime(date, sizeof(ZelCTimeStringType), zoneInDate ? with.dateZone : with.date, broken);
   if (zone != nullptr) formatTime(zone, sizeof(ZelCTimeStringType), "%Z", broken);
+  return broken;
+}
+
+// What a handler's date is made of.
+struct SafeDate {
+  static constexpr char directives[] = "dmyHMS";
+
+  int year;
+  int numbers[sizeof directives - 1];
+
+  explicit SafeDate(long long seconds) {
+    using namespace std::chrono;
+    const sys_seconds time{std::chrono::seconds{seconds}};
+    const auto midnight = floor<days>(time);
+    const year_month_day day{midnight};
+    const auto second = static_cast<int>((time - midnight).count());
+    year = static_cast<int>(day.year());
+    const int found[] = {static_cast<int>(unsigned{day.day()}),
+                         static_cast<int>(unsigned{day.month()}),
+                         year % 100,
+                         second / 3600,
+                         second / 60 % 60,
+                         second % 60};
+    std::copy(std::begin(found), std::end(found), numbers);
+  }
+};
+
+// What other directives are short for.
+constexpr struct {
+  char directive;
+  const char* meaning;
+} abbreviations[] = {
+    {'D', "%m/%d/%y"}, {'F', "%Y-%m-%d"}, {'R', "%H:%M"}, {'T', "%H:%M:%S"}, {'\0', nullptr}};
+
+char* appendTwoDigits(char* to, int number) {
+  *to++ = static_cast<char>('0' + number / 10);
+  *to++ = static_cast<char>('0' + number % 10);
+  return to;
+}
+
+// Appends the date as `format` has it, but for its end that comes near `last`. Returns null for one
+// that has other directives.
+char* appendSafeDate(char* to, const char* last, const char* format, const SafeDate& date) {
+  constexpr int longestPiece = 4;
+  for (; *format != '\0' && last - to > longestPiece; ++format) {
+    if (*format != '%' || *++format == '%') {
+      *to++ = *format;
+    } else if (*format == 'Y') {
+      const int year = date.year;
+      to = appendTwoDigits(appendTwoDigits(to, year / 100), year % 100);
+    } else if (const char* known = std::strchr(SafeDate::directives, *format);
+               known != nullptr && *known != '\0') {
+      to = appendTwoDigits(to, date.numbers[known - SafeDate::directives]);
+    } else {
+      const auto* each = abbreviations;
+      while (each->meaning != nullptr && each->directive != *format) ++each;
+      to = each->meaning != nullptr ? appendSafeDate(to, last, each->meaning, date) : nullptr;
+      if (to == nullptr) return nullptr;
+    }
+  }
+  return to;
 }
 
 // What the text of a date depends on besides the second: time zone and locale.
@@ -109,7 +198,7 @@ const DateCache& cachedDate(long long second) {
   static thread_local DateCache cache;
   const DateKey key = DateKey::of(second);
   if (cache.date.msg[0] != '\0' && cache.key == key) return cache;
-  ctimeImpl(second, false, cache.date.msg, cache.zone.msg);
+  rememberZone(ctimeImpl(second, false, cache.date.msg, cache.zone.msg));
   cache.key = DateKey::of(second);
   return cache;
 }
@@ -241,8 +330,27 @@ char* UtlCtime(std::time_t when, ZelCTimeStringType* result) {
 }
 
 char* utlCtimeOfNow(ZelCTimeStringType* result) {
-  ctimeImpl(hostTimeOfDay().seconds, true, result->msg, nullptr);
+  rememberZone(ctimeImpl(hostTimeOfDay().seconds, true, result->msg, nullptr));
   return result->msg;
+}
+
+char* utlSafeCtimeOfNow(ZelCTimeStringType* result) {
+  const Zone& zone = *zoneOfNow.load();
+  const SafeDate date(hostTimeOfDay().seconds + zone.offset);
+  const DateFormats* const kept = keptFormats.load(std::memory_order_acquire);
+  const char* const last = result->msg + sizeof result->msg - sizeof zone.name - 1;
+  char* end = kept != nullptr ? appendSafeDate(result->msg, last, kept->date, date) : nullptr;
+  if (end == nullptr) end = appendSafeDate(result->msg, last, "%D %T", date);
+  *end++ = ' ';
+  stpcpy(end, zone.name);
+  return result->msg;
+}
+
+void utlRememberTimeZone() {
+  const long long now = hostTimeOfDay().seconds;
+  struct tm broken = {};
+  localtime64_r(&now, &broken);
+  rememberZone(broken);
 }
 
 char* UtlCtime(std::time_t when) {

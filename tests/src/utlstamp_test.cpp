@@ -6,6 +6,7 @@
 #include <povzel/utllogname.h>
 #include <povzel/utltime.h>
 #include "basics/fortests.h"
+#include "services/internal.h"
 #include "tests.h"
 
 static long long second = 0;
@@ -60,6 +61,8 @@ TEST(UtlTimeStamp, IsSuppressedWithinNineMillisecondsAndHasOtherForms) {
     setClock(seconds, milliseconds, zone);
     const auto stamp = [text = text, addCr = addCr] { UtlTimeStampMs_s(stdout, text, addCr); };
     EXPECT_EQ(printed(stamp), expected);
+    ZelCTimeStringType date, safe;
+    EXPECT_STREQ(utlCtimeOfNow(&date), utlSafeCtimeOfNow(&safe));
   }
   setClock(86400, 7);
   const auto others = [] {

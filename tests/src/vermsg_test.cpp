@@ -2,6 +2,7 @@
 
 #include <povzel/hostinit.h>
 #include <povzel/version.h>
+#include "messages/internal.h"
 #include "tests.h"
 
 static std::string x(std::size_t count, const std::string& text = "x") {
@@ -18,23 +19,36 @@ static std::string framed(const std::string& text) {
 }
 
 TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
-  const std::tuple<void (*)(FILE*, const char*), std::string, std::string> cases[] = {
-      {VerMessage, "a\n\nb\n", framed("a") + framed("") + framed("b") + framed("")},
-      {VerMessage, x(76), "| " + x(76) + "|\n"},
+  enum { message, centered, edges };
+  // To a stream, and past the streams.
+  const std::pair<void (*)(FILE*, const char*), void (*)(int, const char*)> writers[] = {
+      {VerMessage, verSafeMessage},
+      {VerCenteredMessage, verSafeCenteredMessage},
+      {[](FILE* f, const char*) { VerLeadingEdge(f), VerDividerLine(f), VerEndEdge(f); },
+       [](int f, const char*) {
+         verSafeLeadingEdge(f), verSafeDividerLine(f), verSafeEndEdge(f);
+       }}};
+  const std::tuple<int, std::string, std::string> cases[] = {
+      {message, "a\n\nb\n", framed("a") + framed("") + framed("b") + framed("")},
+      {message, x(76), "| " + x(76) + "|\n"},
       // A blank at column 73 stays, one at 74 ends the line.
-      {VerMessage, x(73) + " y", framed(x(73) + " y")},
-      {VerMessage, x(74) + "  y", framed(x(74)) + framed(" y")},
+      {message, x(73) + " y", framed(x(73) + " y")},
+      {message, x(74) + "  y", framed(x(74)) + framed(" y")},
       // Characters of 2, 3 and 4 bytes are a column each; with a byte astray, bytes are.
-      {VerMessage, x(37, "ä€") + " " + x(76, "𝄞"), framed(x(37, "ä€")) + "| " + x(76, "𝄞") + "|\n"},
-      {VerMessage, "ä\xA4", "| ä\xA4" + x(72, " ") + " |\n"},
-      {VerMessage, "\xC0\xA0\xED\xA0\x80", "| \xC0\xA0\xED\xA0\x80" + x(70, " ") + " |\n"},
-      {VerMessage, "\xF4\x90\x80\x80", "| \xF4\x90\x80\x80" + x(71, " ") + " |\n"},
-      {VerCenteredMessage, x(72, "𝄞"), framed(" " + x(72, "𝄞"))},
-      {VerCenteredMessage, "title", framed(x(35, " ") + "title")},
-      {VerCenteredMessage, x(76), "| " + x(76) + "|\n"},
-      {[](FILE* f, const char*) { VerEndEdge(f); }, "", "|" + x(77, "_") + "|\n"}};
-  for (const auto& [write, text, frame] : cases) {
-    EXPECT_EQ(printed([&, write = write, &text = text] { write(stdout, text.c_str()); }), frame);
+      {message, x(37, "ä€") + " " + x(76, "𝄞"), framed(x(37, "ä€")) + "| " + x(76, "𝄞") + "|\n"},
+      {message, "ä\xA4", "| ä\xA4" + x(72, " ") + " |\n"},
+      {message, "\xC0\xA0\xED\xA0\x80", "| \xC0\xA0\xED\xA0\x80" + x(70, " ") + " |\n"},
+      {message, "\xF4\x90\x80\x80", "| \xF4\x90\x80\x80" + x(71, " ") + " |\n"},
+      {centered, x(72, "𝄞"), framed(" " + x(72, "𝄞"))},
+      {centered, "title", framed(x(35, " ") + "title")},
+      {centered, x(76), "| " + x(76) + "|\n"},
+      // Longer than what is written past the streams in one go, and open on the right.
+      {message, x(2100), "| " + x(2100) + "\n"},
+      {edges, "", " " + x(77, "_") + "\n+" + x(77, "-") + "+\n|" + x(77, "_") + "|\n"}};
+  for (const auto& [what, text, frame] : cases) {
+    const auto& [toStream, toFile] = writers[what];
+    EXPECT_EQ(printed([&, text = text.c_str()] { toStream(stdout, text); }), frame);
+    EXPECT_EQ(printed([&, text = text.c_str()] { toFile(STDOUT_FILENO, text); }), frame);
   }
 }
 
