@@ -21,12 +21,15 @@ typedef struct HostUserIdSType {
 
 POVZEL_BEGIN_C
 
+// Both set errno where the system refuses a change, and leave it alone otherwise: clear it before
+// to see. The other id may be changed then.
+
 // Stores the effective ids in `oldUserId` unless that is null, then makes the real group id and
 // the real user id effective.
 POVZEL_EXPORT void HostUseRealId(HostUserIdSType* oldUserId);
 
 // Makes the group id and the user id of `userId` effective; null stands for the present effective
-// ids. Fails silently where the system refuses the change.
+// ids.
 POVZEL_EXPORT void HostSetUserId(const HostUserIdSType* userId);
 
 POVZEL_END_C

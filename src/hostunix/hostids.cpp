@@ -15,6 +15,16 @@ bool makeUserEffective(uid_t uid) {
   return geteuid() == uid || os.seteuid(uid) == 0;
 }
 
+// errno stays as it is where the ids are in effect then.
+void setEffectiveIds(const HostUserIdSType& ids) {
+  const int before = errno;
+  bool groupSet = makeGroupEffective(ids.gid);
+  const bool userSet = makeUserEffective(ids.uid);
+  // The user may be the one who has the right to change groups.
+  if (!groupSet) groupSet = makeGroupEffective(ids.gid);
+  if (groupSet && userSet) errno = before;
+}
+
 using SetIds = int (*)(unsigned int effective, unsigned int saved);
 
 // A saved id that is a third one comes back only with the right to set any id.
@@ -53,14 +63,10 @@ RealIds::~RealIds() {
 
 void HostUseRealId(HostUserIdSType* oldUserId) {
   if (oldUserId != nullptr) *oldUserId = {.uid = geteuid(), .gid = getegid()};
-  makeGroupEffective(getgid());
-  makeUserEffective(getuid());
+  setEffectiveIds({.uid = getuid(), .gid = getgid()});
 }
 
 void HostSetUserId(const HostUserIdSType* userId) {
   if (userId == nullptr) return;
-  const bool groupSet = makeGroupEffective(userId->gid);
-  makeUserEffective(userId->uid);
-  // The user may be the one who has the right to change groups.
-  if (!groupSet) makeGroupEffective(userId->gid);
+  setEffectiveIds(*userId);
 }

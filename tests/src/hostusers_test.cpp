@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <povzel/hostenv.h>
+#include <povzel/hostids.h>
 #include <povzel/hostinit.h>
 #include <povzel/hoststrings.h>
 #include <povzel/hostsystem.h>
@@ -178,8 +179,14 @@ TEST_F(HostUsers, RealAndEffectiveUser) {
     tell(13);
     if (HostIsSuperUser() || seteuid(1001) != 0) return 2;
     tell(3);
-    return 0;
+    const HostUserIdSType other{.uid = 4711, .gid = getegid()};
+    errno = 0;
+    HostUseRealId(nullptr);
+    const int unchanged = errno;
+    HostSetUserId(&other);
+    return unchanged == 0 ? errno : 3;
   });
+  EXPECT_EQ(exitCode(child), EPERM);
   EXPECT_EQ(child.out, "1001 old 888 unknown unknown user\n1001 ol 1001 old un\n");
 }
 
