@@ -8,8 +8,8 @@
 // The children of HostFork and HostForkServer are reaped by the SIGCHLD handler
 // (HostInstallFaultHandler). Commands in the foreground: hostspawn.h.
 //
-// Any thread may start and end processes. While HostPerform works the whole process ignores
-// SIGCHLD.
+// Any thread may start and end processes, beside others that do and that wait for children by their
+// ids. While HostPerform works SIGCHLD and SIGVTALRM are as in HostInteractiveSpawn.
 //
 // Sources: hostprocess.cpp, hostfork.cpp (before the fork), hostforkchild.cpp (the child).
 #pragma once
@@ -51,16 +51,22 @@ POVZEL_EXPORT BoolType HostFork(const char* cmd, const char* user, long unused1,
 POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength,
                                       PidType* thePid);
 
-// Runs the command file `cmdFileSpec` through the shell, without input, its output and errors in
-// `outFileSpec`. Returns 0 when the expanded names have more than 80 characters together and when
-// the shell could not be run or its status was lost. A command file that fails, that is, whose
-// last command does, gives 1: the file was performed.
+// Runs the command file `cmdFileSpec` through the shell under the process's real ids, without
+// input, its output and errors in `outFileSpec`. Whatever is in the names, they are names.
+//
+// Returns 0 with errno set when nothing was performed: ENAMETOOLONG when the expanded names have
+// more than 80 characters together; that of the file that cannot be read, or written, or is a
+// directory; that of the process or shell that could not be started; ENOENT when the shell's status
+// is 127, which the command file may give as well, and EACCES when it is 126. Also returns 0, with
+// ECHILD, when its status was lost. A command file that fails with any other status, that is, whose
+// last command does, gives 1: it was performed.
 POVZEL_EXPORT BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec);
 
 // Ends this process at once by SIGKILL, after the application's file flusher.
 POVZEL_EXPORT void HostKillProcess(void);
 
-// Sends SIGKILL, or SIGTERM, to `pid`. Returns 1, or 0 with errno set.
+// Sends SIGKILL, or SIGTERM, to `pid`. Returns 1, or 0 with errno set: ESRCH for a number below 1,
+// which would be a group of processes, or all of them.
 POVZEL_EXPORT BoolType HostKillOtherProcess(PidType pid);
 POVZEL_EXPORT BoolType HostTerminateOtherProcess(PidType pid);
 

@@ -94,8 +94,8 @@ POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
 //
 // The calling thread has all signals blocked meanwhile; they act when all is put back, so that a
 // handler may jump away. The command itself starts with the mask that the thread had, so that it
-// can be interrupted. A command that stops stays so, and is then the caller's to continue or end,
-// and to wait for.
+// can be interrupted, and finds the signals that the library ignores as the program had them. A
+// command that stops stays so, and is then the caller's to continue or end, and to wait for.
 //
 // Any thread may call, beside others that do. SIGCHLD has its default action and SIGVTALRM is
 // ignored from the first call's begin to the last one's end; then the handlers from before are

@@ -95,7 +95,7 @@ inline int refuseVfork() {
   OWN(open) OWN(open64) OWN(fcntl) OWN(setThreadUids) OWN(setThreadGids) OWN(refuseVfork)       \
   /* files and directories */                                                                   \
   CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
-  CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
+  CALL(access) CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
   CALL(unlink) CALL(rename) CALL(mkdir) CALL(rmdir) CALL(chdir)                                 \
   CALL(opendir) CALL(readdir64) CALL(closedir)                                                  \
   /* streams */                                                                                 \

@@ -1,6 +1,7 @@
 #include <povzel/hostprocess.h>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,8 +9,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <povzel/hostfname.h>
-#include <povzel/unixio.h>
 #include "basics/internal.h"
 #include "internal.h"
 
@@ -19,7 +18,58 @@ constexpr std::size_t performNamesLength = 80;
 
 BoolType sendSignal(PidType pid, int signal) {
   errno = 0;
-  return os.kill(pid, signal) == 0;
+  if (pid > 0) return os.kill(pid, signal) == 0;
+  errno = ESRCH;  // a group, or everybody, is no process
+  return 0;
+}
+
+// Expanded names of directories end in "/".
+bool isNoDirectory(const char* name) {
+  if (name[0] == '\0' || name[std::strlen(name) - 1] != '/') return true;
+  errno = EISDIR;
+  return false;
+}
+
+// Access is judged by the real ids, which the shell has.
+bool canRead(const char* name) {
+  return isNoDirectory(name) && os.access(name, R_OK) == 0;
+}
+
+bool canWrite(const char* name) {
+  if (!isNoDirectory(name)) return false;
+  if (os.access(name, W_OK) == 0) return true;
+  if (errno != ENOENT || name[0] == '\0') return false;
+  const char* slash = std::strrchr(name, '/');
+  char directory[performNamesLength + 1] = ".";
+  if (slash != nullptr) {
+    std::snprintf(directory, sizeof directory, "%.*s", static_cast<int>(slash - name + 1), name);
+  }
+  return os.access(directory, W_OK | X_OK) == 0;
+}
+
+// Appends `name` as one word for the shell: neither an option nor a name to be searched for.
+// Returns the end.
+char* appendQuoted(char* end, const char* name) {
+  end = stpcpy(end, name[0] == '/' ? "'" : "'./");
+  for (; *name != '\0'; ++name) {
+    if (*name == '\'') {
+      end = stpcpy(end, "'\\''");
+    } else {
+      *end++ = *name;
+    }
+  }
+  return stpcpy(end, "'");
+}
+
+// Whether the shell that ended with `status` found nothing to run.
+bool wasNotPerformed(int status) {
+  constexpr int notExecutable = 126;
+  constexpr int notFound = 127;
+  if (!WIFEXITED(status)) return false;
+  const int code = WEXITSTATUS(status);
+  if (code == notExecutable) errno = EACCES;
+  if (code == notFound) errno = ENOENT;
+  return code == notExecutable || code == notFound;
 }
 
 }  // namespace
@@ -27,18 +77,23 @@ BoolType sendSignal(PidType pid, int signal) {
 BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
   HostFnameStrType commandFile;
   HostFnameStrType outputFile;
-  HostExpandFileName(cmdFileSpec, commandFile, sizeof commandFile);
-  HostExpandFileName(outFileSpec, outputFile, sizeof outputFile);
-  if (std::strlen(commandFile) + std::strlen(outputFile) > performNamesLength) return 0;
+  if (!hostExpandFileName(cmdFileSpec, commandFile)) return 0;
+  if (!hostExpandFileName(outFileSpec, outputFile)) return 0;
+  if (std::strlen(commandFile) + std::strlen(outputFile) > performNamesLength) {
+    errno = ENAMETOOLONG;
+    return 0;
+  }
+  if (!canRead(commandFile) || !canWrite(outputFile)) return 0;
 
-  char command[performNamesLength + sizeof "/bin/sh  </dev/null > 2>&1"];
-  std::snprintf(command, sizeof command, "/bin/sh %s </dev/null >%s 2>&1", commandFile, outputFile);
-  const IgnoredSignal child(SIGCHLD);
+  char command[performNamesLength * (sizeof "'\\''" - 1) +
+               sizeof "/bin/sh './' </dev/null >'./' 2>&1"];
+  char* end = appendQuoted(stpcpy(command, "/bin/sh "), commandFile);
+  end = appendQuoted(stpcpy(end, " </dev/null >"), outputFile);
+  stpcpy(end, " 2>&1");
   errno = 0;
-  const int status = UnixIoSystem(command, 0);
-  constexpr int shellNotRun = 127;
-  if (status == shellNotRun || status == shellNotRun * 256) return 0;
-  if (errno == ECHILD) return 0;
+  int status;
+  if (!unixIoRun({.text = command, .interactive = false}, status)) return 0;
+  if (errno == ECHILD || wasNotPerformed(status)) return 0;
   errno = 0;
   return 1;
 }

@@ -1,8 +1,9 @@
 #include <povzel/hostspawn.h>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
 
 #include <povzel/hostenv.h>
@@ -19,27 +20,29 @@ void composeShellCommand(char (&command)[shellCommandSize]) {
   std::snprintf(command, sizeof command, "%s -i", known ? shell : "/bin/sh");
 }
 
-}  // namespace
-
-BoolType HostSpawn(const char* theCommand) {
-  const IgnoredSignal interrupt(SIGINT);
-  const IgnoredSignal quit(SIGQUIT);
-  const IgnoredSignal terminalOutput(SIGTTOU);
-  const IgnoredSignal terminalInput(SIGTTIN);
-  return HostInteractiveSpawn(theCommand);
-}
-
-BoolType HostInteractiveSpawn(const char* theCommand) {
-  const IgnoredSignal child(SIGCHLD);
+BoolType spawn(const char* text, bool ignoresKeyboard) {
   char shellCommand[shellCommandSize];
-  if (theCommand[0] == '\0') {
+  if (text[0] == '\0') {
     composeShellCommand(shellCommand);
-    theCommand = shellCommand;
+    text = shellCommand;
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) unixIoSetCloseOnExec(fd, false);
   }
   errno = 0;
-  if (UnixIoSystem(theCommand, 1) == 0) return 1;
+  int status;
+  const UnixIoCommand command{
+      .text = text, .interactive = true, .ignoresKeyboard = ignoresKeyboard};
+  if (unixIoRun(command, status) && WEXITSTATUS(status) == 0) return 1;
   if (errno != ECHILD) return 0;
   errno = 0;
   return 1;
+}
+
+}  // namespace
+
+BoolType HostSpawn(const char* theCommand) {
+  return spawn(theCommand, true);
+}
+
+BoolType HostInteractiveSpawn(const char* theCommand) {
+  return spawn(theCommand, false);
 }

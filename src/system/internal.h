@@ -73,8 +73,12 @@ inline UnixSigHandlerFType* unixIoActionAsHandler(sighandler_t action) {
 inline UnixSigHandlerFType* const unixIoDefaultAction = unixIoActionAsHandler(SIG_DFL);
 inline UnixSigHandlerFType* const unixIoIgnoreAction = unixIoActionAsHandler(SIG_IGN);
 
-// Ignores `signal` in the program's place, where its action is the default. The programs that this
-// process executes do not inherit that.
+// Among the flags of an ignored signal: this library ignores it in the program's place, and
+// programs that are executed do not inherit that. Ignoring has no other use for the flag, and kept
+// here it is the child's own, whatever the parent's threads do meanwhile.
+constexpr int unixIoInPlace = SA_NODEFER;
+
+// Ignores `signal` in the program's place, where its action is the default.
 void unixIoIgnoreUnlessHandled(int signal);
 
 // In a child before exec: no handler of the program runs there, and the program that is executed
@@ -98,11 +102,6 @@ class SignalAction {
  private:
   int signal_;
   struct sigaction former_ = {};
-};
-
-// A signal is ignored while this lives.
-struct IgnoredSignal : SignalAction {
-  explicit IgnoredSignal(int signal) : SignalAction(signal, unixIoIgnoreAction) {}
 };
 
 // Signal masks put aside and back
@@ -140,6 +139,23 @@ class SignalMask {
  private:
   sigset_t former_;
 };
+
+// Shell commands (unixiosystem.cpp)
+
+// A command for the shell, and what this process does while it runs.
+struct UnixIoCommand {
+  const char* text;
+  bool interactive;               // shares the terminal; otherwise in a session of its own
+  bool ignoresKeyboard = false;   // this process ignores SIGINT, SIGQUIT, SIGTTOU and SIGTTIN
+  bool installsHandlers = false;  // the handlers come back anew, by UNIXIO_DO_SIGNAL
+};
+
+// The status of a command that could not be waited for.
+constexpr int unixIoLostStatus = -1;
+
+// Runs a command as UnixIoSystem does (unixio.h). Returns false with errno set when the shell was
+// not run. Otherwise `status` is what waitpid gave, or lost, with errno set.
+bool unixIoRun(const UnixIoCommand& command, int& status);
 
 // Descriptors across exec
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 
 #include <povzel/unixerr.h>
@@ -30,8 +29,23 @@ void installHandler(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHand
   install(sig, action, oldHandler);
 }
 
-// The signals that are ignored in the program's place, so long as nobody has changed that.
-std::atomic<bool> ignoredHere[_NSIG];
+// An action as the kernel has it. The C library's sigaction may be another library's, which keeps
+// its own record of actions, and a child may share its parent's memory.
+struct KernelAction {
+  sighandler_t handler;
+  unsigned long flags;
+  void (*restorer)();
+  unsigned long mask[_NSIG / 8 / sizeof(long)];
+};
+
+long kernelAction(int signal, const KernelAction* action, KernelAction* former) {
+  return syscall(SYS_rt_sigaction, signal, action, former, sizeof action->mask);
+}
+
+bool isIgnoredByProgram(const KernelAction& action) {
+  constexpr unsigned long inPlace = SA_SIGINFO | unixIoInPlace;
+  return action.handler == SIG_IGN && (action.flags & inPlace) != inPlace;
+}
 
 // The result of a stat call, with the text of its failure.
 BoolType statOutcome(int result, char* errText, std::size_t errTextSize) {
@@ -86,18 +100,15 @@ void UNIXIO_DO_SIGNAL_1ARG(int sig, UnixSignalFuncType_1arg* fct, struct sigacti
 void unixIoIgnoreUnlessHandled(int signal) {
   struct sigaction action;
   if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL) return;
-  UNIXIO_DO_SIGNAL(signal, unixIoIgnoreAction, nullptr);
-  ignoredHere[signal] = true;
+  UNIXIO_DO_SIGNAL_(signal, unixIoIgnoreAction, nullptr, unixIoInPlace);
 }
 
 void unixIoDropHandlers() {
+  const KernelAction byDefault{};
   for (int signal = 1; signal < _NSIG; ++signal) {
-    struct sigaction action;
-    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL) continue;
-    if (action.sa_handler == SIG_IGN && !ignoredHere[signal]) continue;
-    action = {};
-    action.sa_handler = SIG_DFL;
-    sigaction(signal, &action, nullptr);
+    KernelAction action;
+    if (kernelAction(signal, nullptr, &action) != 0 || action.handler == SIG_DFL) continue;
+    if (!isIgnoredByProgram(action)) kernelAction(signal, &byDefault, nullptr);
   }
 }
 

@@ -1,4 +1,4 @@
-// UnixIoSystem (unixio.h): a shell command, run in a child.
+// Shell commands, run in a child (unixIoRun, and UnixIoSystem of unixio.h).
 
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -7,6 +7,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <iterator>
+#include <span>
 
 #include <povzel/hostmutex.h>
 #include <povzel/unixio.h>
@@ -17,92 +19,109 @@ namespace {
 
 constexpr int execFailedStatus = 4;
 
-// What every run changes for all threads: the first does it, the last puts it back.
-HostMutexSType runsMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
-int runs = 0;
-struct sigaction childAction;
-struct sigaction timerAction;
+// Signals whose action is another for all threads while commands run: the first command sets it,
+// the last puts it back.
+struct PutAside {
+  int signal;
+  sighandler_t meanwhile;
+  int commands;  // that need it
+  struct sigaction former;
+};
+HostMutexSType actionsMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
+PutAside actions[] = {{SIGCHLD, SIG_DFL, 0, {}}, {SIGVTALRM, SIG_IGN, 0, {}},
+                      {SIGINT, SIG_IGN, 0, {}},  {SIGQUIT, SIG_IGN, 0, {}},
+                      {SIGTTOU, SIG_IGN, 0, {}}, {SIGTTIN, SIG_IGN, 0, {}}};
+constexpr std::size_t usualActions = 2;  // every command's; the rest is for the keyboard
+
+std::span<PutAside> actionsOf(const UnixIoCommand& command) {
+  return {actions, command.ignoresKeyboard ? std::size(actions) : usualActions};
+}
 
 // Holds the mutex. No handler runs meanwhile, which might run a command itself.
-class RunsAccess {
+class ActionsAccess {
  public:
-  RunsAccess() { HostMutexAcquire(&runsMutex); }
-  ~RunsAccess() { HostMutexRelease(&runsMutex); }
-  RunsAccess(const RunsAccess&) = delete;
-  RunsAccess& operator=(const RunsAccess&) = delete;
+  ActionsAccess() { HostMutexAcquire(&actionsMutex); }
+  ~ActionsAccess() { HostMutexRelease(&actionsMutex); }
+  ActionsAccess(const ActionsAccess&) = delete;
+  ActionsAccess& operator=(const ActionsAccess&) = delete;
 
  private:
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
 };
 
-void putActionsBackUnchanged() {
-  sigaction(SIGCHLD, &childAction, nullptr);
-  sigaction(SIGVTALRM, &timerAction, nullptr);
-}
-
 sigset_t maskAtFork;  // of the thread that forks, and so holds the mutex
 
-void holdRunsForFork() {
+void holdActionsForFork() {
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &mask);
-  HostMutexAcquire(&runsMutex);
+  HostMutexAcquire(&actionsMutex);
   maskAtFork = mask;
 }
 
-void releaseRuns() {
+void releaseActions() {
   const sigset_t mask = maskAtFork;
-  HostMutexRelease(&runsMutex);
+  HostMutexRelease(&actionsMutex);
   pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
 // The threads whose commands run are the parent's.
-void releaseRunsInChild() {
-  if (runs > 0) putActionsBackUnchanged();
-  runs = 0;
-  releaseRuns();
+void releaseActionsInChild() {
+  for (PutAside& action : actions) {
+    if (action.commands > 0) sigaction(action.signal, &action.former, nullptr);
+    action.commands = 0;
+  }
+  releaseActions();
 }
 
-void beginRun() {
+void putAside(PutAside& action) {
+  struct sigaction now;
+  sigaction(action.signal, nullptr, &now);
+  if (action.commands++ == 0) action.former = now;
+  if (now.sa_handler == SIG_IGN && action.meanwhile == SIG_IGN) return;
+  UNIXIO_DO_SIGNAL_(action.signal, unixIoActionAsHandler(action.meanwhile), nullptr, unixIoInPlace);
+}
+
+void putBack(PutAside& action, bool installed) {
+  if (action.commands == 0 || --action.commands > 0) return;
+  if (installed) {
+    UNIXIO_DO_SIGNAL(action.signal, action.former.sa_sigaction, nullptr);
+  } else {
+    sigaction(action.signal, &action.former, nullptr);
+  }
+}
+
+void putActionsAside(const UnixIoCommand& command) {
   static pthread_once_t registered = PTHREAD_ONCE_INIT;
   pthread_once(&registered,
-               [] { pthread_atfork(holdRunsForFork, releaseRuns, releaseRunsInChild); });
-  const RunsAccess access;
-  const bool first = runs++ == 0;
-  UNIXIO_DO_SIGNAL(SIGCHLD, unixIoDefaultAction, first ? &childAction : nullptr);
-  UNIXIO_DO_SIGNAL(SIGVTALRM, unixIoIgnoreAction, first ? &timerAction : nullptr);
+               [] { pthread_atfork(holdActionsForFork, releaseActions, releaseActionsInChild); });
+  const ActionsAccess access;
+  for (PutAside& action : actionsOf(command)) putAside(action);
 }
 
 // The handler hears of children that ended while there was none.
 void tellOfChildren() {
-  if (childAction.sa_handler == SIG_DFL || childAction.sa_handler == SIG_IGN) return;
+  const struct sigaction& handler = actions[0].former;
+  if (handler.sa_handler == SIG_DFL || handler.sa_handler == SIG_IGN) return;
   siginfo_t ended{};
   if (waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid != 0) {
     raise(SIGCHLD);
   }
 }
 
-void endRun() {
-  const RunsAccess access;
-  if (--runs > 0) return;
-  UNIXIO_DO_SIGNAL(SIGCHLD, childAction.sa_sigaction, nullptr);
-  UNIXIO_DO_SIGNAL(SIGVTALRM, timerAction.sa_sigaction, nullptr);
-  tellOfChildren();
-}
-
-// A run that never began leaves the actions as they were to the last flag.
-void cancelRun() {
-  const RunsAccess access;
-  if (--runs == 0) putActionsBackUnchanged();
+void putActionsBack(const UnixIoCommand& command, bool installed) {
+  const ActionsAccess access;
+  for (PutAside& action : actionsOf(command)) putBack(action, installed);
+  if (actions[0].commands == 0) tellOfChildren();
 }
 
 // What the shell's run changes in this process, and how it is put back.
 class Surroundings {
  public:
-  explicit Surroundings(BoolType interactively) {
-    beginRun();
-    if (interactively != 0) foreground_ = os.tcgetpgrp(STDIN_FILENO);
+  explicit Surroundings(const UnixIoCommand& command) : command_(command) {
+    putActionsAside(command);
+    if (command.interactive) foreground_ = os.tcgetpgrp(STDIN_FILENO);
   }
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
@@ -112,7 +131,7 @@ class Surroundings {
   // After a run that never began: all is as before, the mask last, when this dies.
   void putBackUnchanged() const {
     const ErrnoKeeper keeper;
-    cancelRun();
+    putActionsBack(command_, false);
   }
 
   // The mask last: a handler may jump away from here. SIGTTOU is blocked until then, which would
@@ -120,7 +139,7 @@ class Surroundings {
   void putBack() const {
     const ErrnoKeeper keeper;
     dropPending();
-    endRun();
+    putActionsBack(command_, command_.installsHandlers);
     if (foreground_ != -1) os.tcsetpgrp(STDIN_FILENO, foreground_);
     mask_.restore();
   }
@@ -129,12 +148,13 @@ class Surroundings {
   // The signals that have no handler during the run are dropped, unless the caller blocks them.
   void dropPending() const {
     sigset_t dropped = unixIoSignals();
-    for (const int signal : {SIGCHLD, SIGVTALRM}) {
-      if (sigismember(&mask_.former(), signal) == 0) sigaddset(&dropped, signal);
+    for (const PutAside& action : actionsOf(command_)) {
+      if (sigismember(&mask_.former(), action.signal) == 0) sigaddset(&dropped, action.signal);
     }
     const SignalMask mask(SIG_UNBLOCK, dropped);
   }
 
+  const UnixIoCommand& command_;
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
   pid_t foreground_ = -1;
 };
@@ -145,16 +165,20 @@ void useRealIdsInChild() {
   syscall(SYS_setresuid32, -1, getuid(), -1);
 }
 
-// Between vfork and exec the child runs in the parent's memory: it changes nothing there.
-[[noreturn]] void runShell(const char* cmd, BoolType interactively, const SignalMask& mask) {
-  if (interactively == 0) os.setsid();
+// Between vfork and exec the child runs in the parent's memory: it changes nothing there but
+// `failure`, which becomes why there is no shell.
+[[noreturn]] void runShell(const UnixIoCommand& command, const SignalMask& mask,
+                           volatile int& failure) {
+  if (!command.interactive) os.setsid();
   useRealIdsInChild();
+  // The caller's handlers must not run in the parent's memory.
   unixIoDropHandlers();
   mask.restore();
-  const char* arguments[] = {"/bin/sh", "-c", cmd, nullptr};
+  const char* arguments[] = {"/bin/sh", "-c", command.text, nullptr};
   os.execv("/bin/sh", const_cast<char* const*>(arguments));
+  failure = errno;
   char text[64];
-  const int length = std::snprintf(text, sizeof text, "execv error, errno = %d\n", errno);
+  const int length = std::snprintf(text, sizeof text, "execv error, errno = %d\n", failure);
   if (os.write(STDERR_FILENO, text, static_cast<std::size_t>(length)) == -1)
     _exit(execFailedStatus);
   _exit(execFailedStatus);
@@ -162,20 +186,30 @@ void useRealIdsInChild() {
 
 }  // namespace
 
-int UnixIoSystem(const char* cmd, BoolType interactively) {
+bool unixIoRun(const UnixIoCommand& command, int& status) {
   const CancellationWaits cancellationWaits;
-  const Surroundings surroundings(interactively);
+  const Surroundings surroundings(command);
+  volatile int failure = 0;
   // fork would copy the page tables of a whole JVM, and the child does no more than exec.
   // NOLINTNEXTLINE(clang-analyzer-unix.Vfork,clang-analyzer-security.insecureAPI.vfork)
   const pid_t child = os.refuseVfork() == 0 ? vfork() : -1;
   if (child == -1) {
     surroundings.putBackUnchanged();
-    return -1;
+    return false;
   }
-  if (child == 0) runShell(cmd, interactively, surroundings.mask());
+  if (child == 0) runShell(command, surroundings.mask(), failure);
 
-  int status = 0;
   const pid_t waited = unixIoRetry([&] { return os.waitpid(child, &status, WUNTRACED); });
+  if (waited == -1) status = unixIoLostStatus;
   surroundings.putBack();
-  return waited != -1 && WEXITSTATUS(status) == 0 ? 0 : -1;
+  if (failure == 0) return true;
+  errno = failure;
+  return false;
+}
+
+int UnixIoSystem(const char* cmd, BoolType interactively) {
+  int status;
+  const UnixIoCommand command{
+      .text = cmd, .interactive = interactively != 0, .installsHandlers = true};
+  return unixIoRun(command, status) && WEXITSTATUS(status) == 0 ? 0 : -1;
 }

@@ -342,9 +342,17 @@ TEST(HostTerminal, SilentLineLetsSignalsActWithTheEchoOn) {
 }
 
 TEST(HostSpawn, ResultsActionsAndShells) {
-  const char ignoring[] = "grep -q 'SigIgn:.*30[02]006$' /proc/self/status";
-  EXPECT_TRUE(HostSpawn("exit 0") && HostSpawn(ignoring));
-  EXPECT_FALSE(HostSpawn("exit 1") || HostInteractiveSpawn(ignoring));
+  // The keyboard's signals act on the command alone.
+  static std::atomic<int> heard = 0;
+  for (const auto action : {SIG_DFL, SIG_IGN, sighandler_t([](int) { ++heard; })}) {
+    std::signal(SIGINT, action);
+    EXPECT_EQ(HostSpawn("kill -INT $PPID $$; exit 3"), action != SIG_IGN);
+  }
+  EXPECT_TRUE(HostSpawn("kill -QUIT $PPID && kill -TTOU $PPID && kill -TTIN $PPID"));
+  EXPECT_EQ(heard, 0);
+  EXPECT_FALSE(HostInteractiveSpawn("kill -INT $PPID; exit 1"));
+  EXPECT_EQ(heard, 1);
+  std::signal(SIGINT, SIG_DFL);
   setenv("SHELL", "true", 1);
   failEachCall([&] { return HostSpawn(""); },
                {.tolerated = {"tcgetpgrp", "tcsetpgrp", "fcntl"}, .interruptible = {"waitpid"}});

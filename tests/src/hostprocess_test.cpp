@@ -2,8 +2,10 @@
 
 #include <pwd.h>
 
+#include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
 #include "faults.h"
+#include "hostunix/internal.h"
 #include "tests.h"
 
 using testing::IsSupersetOf;
@@ -171,15 +173,72 @@ TEST_F(HostForking, FailuresOfAnyCall) {
 
 TEST(HostPerform, RunsACommandFile) {
   const ScratchDirectory scratch;
-  const std::string command = scratch.write("c", "cat; echo out; echo err >&2; exit 3\n");
-  const auto perform = [&] { return HostPerform(command.c_str(), (scratch / "o").c_str()); };
+  const std::string command = scratch.write("a 'b\";$c", "cat; echo out; echo err >&2; exit 3\n");
+  const std::string output = scratch / "-o '$HOME";
+  std::string file = command, out = output;
+  const auto perform = [&] {
+    const bool performed = HostPerform(file.c_str(), out.c_str()) != 0;
+    return Said(performed, errno);
+  };
   std::signal(SIGCHLD, SIG_DFL);
-  EXPECT_TRUE(perform());
-  EXPECT_EQ(readFile(scratch / "o"), "out\nerr\n");
-  // It tells of no failure but a lost child's.
-  failEachCall(perform, {.tolerated = {"readlink", "statx", "refuseVfork", "waitpid"}});
+  EXPECT_TRUE(perform().success);
+  EXPECT_EQ(readFile(output), "out\nerr\n");
+  failEachCall(perform, {.tolerated = {"readlink", "statx", "waitpid"}});
   failEachCall(perform, {.error = ECHILD, .tolerated = {"readlink", "statx"}});
-  EXPECT_FALSE(HostPerform(command.c_str(), std::string(80, 'o').c_str()));
+  EXPECT_EQ(failEachCall(perform, {.tolerated = {"setsid"}, .inChildren = true}),
+            (CallNames{"setsid", "execv"}));
+
+  const std::tuple<std::string, std::string, int> refused[] = {
+      {scratch / "none", output, ENOENT},
+      {scratch.path(), output, EISDIR},
+      {scratch.write("127", "nonesuch"), output, ENOENT},
+      {scratch.write("126", "/"), output, EACCES},
+      {command, "", ENOENT},
+      {command, scratch / "none/o", ENOENT},
+      {command, scratch.path(), EISDIR},
+      {command, std::string(80, 'o'), ENAMETOOLONG}};
+  int error;
+  for (const auto& row : refused) {
+    std::tie(file, out, error) = row;
+    EXPECT_EQ(perform().error, error) << file << out;
+  }
+  // The shell has the real user's rights.
+  fs::permissions(scratch.path(), fs::perms::all);
+  std::tie(file, out) = std::tie(command, output);
+  fs::permissions(command, fs::perms::none);
+  const auto asUser = [&] {
+    return setresuid(65534, 0, 0) != 1 ? static_cast<int>(perform().error) : 0;
+  };
+  EXPECT_EQ(exitCode(inChild(asUser)), EACCES);
+}
+
+TEST(HostChildren, LibraryReapsItsOwnOnly) {
+  const auto run = [] {
+    HostInstallFaultHandler(nullptr, nullptr);
+    const auto end = [](pid_t child) {
+      siginfo_t ended;
+      kill(child, SIGKILL);
+      waitid(P_PID, child, &ended, WEXITED | WNOWAIT);
+    };
+    int wrong = 0;
+    for (const bool ownOnly : {true, false}) {
+      HostReapOwnChildrenOnly(ownOnly);
+      pid_t children[400];
+      for (int i = 0; i < 400; ++i) {
+        children[i] = fork();
+        while (children[i] == 0) pause();
+        if (i % 4 == 3) end(children[i]);  // before it is known
+        if (i % 2 == 1) hostRememberChild(children[i]);
+        wrong += i % 4 == 3 && kill(children[i], 0) == 0;
+      }
+      for (int i = 0; i < 400; ++i) {
+        if (i % 4 != 3) end(children[i]);
+        wrong += (waitpid(children[i], nullptr, 0) != -1) != (ownOnly && i % 2 == 0);
+      }
+    }
+    return wrong != 0;
+  };
+  EXPECT_EQ(exitCode(inChild(run)), 0);
 }
 
 TEST(HostProcess, JoinsItsArguments) {
@@ -199,6 +258,10 @@ TEST(HostProcess, KillsProcesses) {
     EXPECT_TRUE(end(child));
     EXPECT_EQ(endOf(child), -signal);
     EXPECT_FALSE(end(child));
+    for (const PidType group : {0, -1}) {
+      const FailingCall refused("kill", EPERM);
+      EXPECT_TRUE(end(group) == 0 && errno == ESRCH);
+    }
   }
 }
 

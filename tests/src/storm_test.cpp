@@ -10,6 +10,7 @@
 #include <povzel/hostinit.h>
 #include <povzel/hostmutex.h>
 #include <povzel/hostprocess.h>
+#include <povzel/hostspawn.h>
 #include <povzel/hostsystem.h>
 #include <povzel/hostthread.h>
 #include <povzel/hosttime.h>
@@ -108,8 +109,7 @@ Answer joinThread(int) {
 
 // Answers depend on the variant alone, 0 to 7. Not here: what its header keeps to one thread or the
 // start (character tables, locale, environment, limits, guard pages, exits, unwinding, static
-// results, stamps of log lines), what ends the process or asks a terminal, and what has the whole
-// process ignore SIGCHLD (HostSpawn, HostPerform).
+// results, stamps of log lines), and what ends the process or asks a terminal.
 struct Row {
   const char* name;
   Answer (*answer)(int v);
@@ -140,6 +140,8 @@ const Row rows[] = {
     {"ErrMsgReset", [](int) { return Answer{ErrMsgReset()}; }},
     {"UtlMallocExe", [](int v) { UtlFree(UtlMallocExe(4096 * v + 1, 1, "")); return Answer{}; }},
     {"UnixIoSystem", [](int v) { return Answer{UnixIoSystem(v < 4 ? "exit 0" : "exit 1", 0)}; }},
+    {"HostSpawn", [](int v) { return Answer{HostSpawn(v < 4 ? "kill -2 $$; exit 1" : "exit 1")}; }},
+    {"HostPerform", [](int) { return Answer{HostPerform("storm.sh", (ownName + "p").c_str()), errno}; }},
     {"HostFork", [](int) {
        PidType child;
        return Answer{HostFork("/bin/true", users[3], 0, text, 99, "", "log", ".", &child), text}; }},
@@ -193,6 +195,7 @@ TEST(Storm, AnswersAsInCalm) {
   fs::create_symlink("/usr", "link");
   fs::create_directory("closed");
   writeFile("closed/f", "x");
+  writeFile("storm.sh", "exit 5");
   fs::permissions("closed", fs::perms::none);
   fs::permissions(".", fs::perms::all);
   if (geteuid() == 0) std::ignore = setresgid(65534, 0, 0) + setresuid(65534, 0, 0);

@@ -5,6 +5,7 @@
 #include <povzel/hostsigterm.h>
 #include "basics/fortests.h"
 #include "faults.h"
+#include "system/internal.h"
 #include "tests.h"
 
 static int typeInto = -1;
@@ -132,6 +133,11 @@ TEST(UnixIoSystem, HandlersAndMaskAreBack) {
             (CallNames{"setsid", "execv"}));
   // The command has the caller's mask.
   EXPECT_EQ(UnixIoSystem("grep -q 'SigBlk:.*0000$' /proc/self/status", 0), 0);
+  // It finds ignored what the program ignores, here SIGHUP, and not what the library does.
+  std::signal(SIGHUP, SIG_IGN);
+  for (const int sig : {SIGHUP, SIGPIPE, SIGCHLD}) unixIoIgnoreUnlessHandled(sig);
+  EXPECT_EQ(UnixIoSystem("grep -q 'SigIgn:.*[02468ace]..[13579bdf]$' /proc/self/status", 0), 0);
+  for (const int sig : {SIGHUP, SIGPIPE}) EXPECT_EQ(std::signal(sig, SIG_DFL), SIG_IGN);
   // A handler may jump out of the call.
   static sigjmp_buf away;
   std::signal(SIGUSR2, [](int) { siglongjmp(away, 1); });
