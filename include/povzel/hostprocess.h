@@ -37,15 +37,25 @@ POVZEL_BEGIN_C
 // (hostfiles.h). `clientHost`, which may be null, is shown in the log's header.
 // `unused1` is ignored.
 //
+// What must be asked of user database, resolver and heap is asked before the fork. Nothing in the
+// child waits for what other threads held then, and nothing of the application runs there but its
+// fork handlers. No other thread may change the environment meanwhile.
+//
+// The program starts with no signal blocked; with SIGINT ignored; with those signals ignored that
+// the application ignores, but not SIGPIPE, SIGHUP and SIGIO where this library alone does; all
+// others have their default action. It inherits the umask, the resource limits, and the open
+// descriptors that are not close-on-exec, but 0 (/dev/null) and 8 to 15. A child that waits to open
+// its log, a FIFO, holds none of the close-on-exec ones; only SIGKILL and SIGSTOP reach it there.
+//
 // Returns 1 with the child's id in *thePid. Returns 0 with the reason in `msg` (`msgLength` bytes
-// with the terminator) when no child could be started. What fails in the child is written to
-// standard error or to the log, and the child ends with status 3.
+// with the terminator) when no child could be started, also for want of memory. What fails in the
+// child is written to standard error or to the log, and the child ends with status 3.
 POVZEL_EXPORT BoolType HostFork(const char* cmd, const char* user, long unused1, char* msg,
                                 ArraySizeType msgLength, const char* clientHost,
                                 const char* logName, const char* workingDir, PidType* thePid);
 
 // Starts `cmd` as a server: a child in a session of its own that keeps standard output and error
-// and the current directory. Waits until the server writes a byte into the pipe whose descriptor
+// and the current directory, and starts as HostFork's do otherwise. Waits until the server writes a byte into the pipe whose descriptor
 // it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0 with the reason in `msg`; once it was forked
 // *thePid holds its id, also when it ended or closed the pipe without a byte; otherwise 0.
 POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength,

@@ -81,6 +81,17 @@ inline int setThreadUids(uid_t effective, uid_t saved) {
 inline int setThreadGids(gid_t effective, gid_t saved) {
   return static_cast<int>(::syscall(SYS_setresgid32, -1, effective, saved));
 }
+// The ids of the calling thread alone, for a child between fork and exec: in a threaded process the
+// C library's functions wait there for threads that the child does not have.
+inline int setThreadGroups(std::size_t count, const gid_t* groups) {
+  return static_cast<int>(::syscall(SYS_setgroups32, count, groups));
+}
+inline int setThreadGid(gid_t gid) {
+  return static_cast<int>(::syscall(SYS_setgid32, gid));
+}
+inline int setThreadUid(uid_t uid) {
+  return static_cast<int>(::syscall(SYS_setuid32, uid));
+}
 // Asked before each vfork, which returns twice and so not through a pointer: anything but 0 stands
 // for its failure.
 inline int refuseVfork() {
@@ -92,7 +103,8 @@ inline int refuseVfork() {
 // OWN(name) for each of the calls above, CALL(name) for each that is used as it is.
 // clang-format off
 #define POVZEL_OS_CALLS(OWN, CALL)                                                              \
-  OWN(open) OWN(open64) OWN(fcntl) OWN(setThreadUids) OWN(setThreadGids) OWN(refuseVfork)       \
+  OWN(open) OWN(open64) OWN(fcntl) OWN(setThreadUids) OWN(setThreadGids) OWN(setThreadGroups)   \
+  OWN(setThreadGid) OWN(setThreadUid) OWN(refuseVfork)                                          \
   /* files and directories */                                                                   \
   CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
   CALL(access) CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
@@ -103,8 +115,8 @@ inline int refuseVfork() {
   /* processes and threads */                                                                   \
   CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) CALL(pthread_create) \
   /* users */                                                                                   \
-  CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(setgroups) CALL(getgrouplist)      \
-  CALL(getpwnam_r) CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                           \
+  CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(getgrouplist) CALL(getpwnam_r)     \
+  CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                                            \
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \
   CALL(tcgetattr) CALL(tcsetattr) CALL(tcgetpgrp) CALL(tcsetpgrp)                               \

@@ -171,7 +171,7 @@ void hostFlushApplicationFiles() {
 }
 
 void hostShutDownApplication() {
-  if (shutdownFct != nullptr && !hostIsForkedChild) shutdownFct();
+  if (shutdownFct != nullptr) shutdownFct();
 }
 
 void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function) {

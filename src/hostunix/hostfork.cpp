@@ -2,19 +2,26 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostenv.h>
 #include <povzel/hostprocess.h>
+#include <povzel/hostusers.h>
 #include <povzel/unixerr.h>
 #include <povzel/utlheap.h>
 #include "basics/internal.h"
 #include "internal.h"
+#include "services/internal.h"
 
 namespace {
 
+constexpr char defaultLogName[] = "%N%P%M.log";
+constexpr char blanks[] = " \t\n";
+
+constexpr char childLogVariable[] = "TARVOLIN_CHILD_LOG=";
 constexpr char reconnectVariable[] = "TARVOLIN_NRS_ALL";
 constexpr std::size_t reconnectSize = 2048;
 constexpr char directoryTag[] = "#dir";
@@ -45,6 +52,7 @@ bool readGroups(ForkPlan& plan) {
     plan.groupCount = room;
     if (os.getgrouplist(plan.userName, plan.gid, plan.groups, &plan.groupCount) >= 0) return true;
     UtlFree(plan.groups);
+    plan.groups = nullptr;
   }
 }
 
@@ -59,6 +67,55 @@ bool planUser(ForkPlan& plan, const char* user, uid_t parentUid, const FailureTe
   plan.gid = entry->pw_gid;
   plan.setsGroups = parentUid == 0 && plan.uid != 0;
   return !plan.setsGroups || readGroups(plan) || failure.failedAllocation();
+}
+
+std::size_t countWords(const char* text) {
+  std::size_t count = 0;
+  for (text += std::strspn(text, blanks); *text != '\0'; text += std::strspn(text, blanks)) {
+    text += std::strcspn(text, blanks);
+    ++count;
+  }
+  return count;
+}
+
+// Splits the command at blanks, tabs and new lines.
+bool splitCommand(ForkPlan& plan) {
+  const std::size_t count = countWords(plan.cmd);
+  const std::size_t size = std::strlen(plan.cmd) + 1;
+  plan.argv = static_cast<const char**>(UtlMalloc_((count + 1) * sizeof(char*), __LINE__));
+  plan.words = static_cast<char*>(UtlMalloc_(size, __LINE__));
+  if (plan.argv == nullptr || plan.words == nullptr) return false;
+  std::memcpy(plan.words, plan.cmd, size);
+  char* word = plan.words;
+  for (std::size_t index = 0; index < count; ++index) {
+    word += std::strspn(word, blanks);
+    plan.argv[index] = word;
+    word += std::strcspn(word, blanks);
+    if (*word != '\0') *word++ = '\0';
+  }
+  plan.argv[count] = nullptr;
+  return true;
+}
+
+// Finds out what stands for the directives in the names of log and working directory, and this
+// user's home if no working directory comes of it whatever the child's process id is.
+void planNames(ForkPlan& plan, UtlLogNameParts& names) {
+  plan.names = &names;
+  if (!plan.isServer) utlFindLogNameParts(plan.logName, names);
+  HostFnameStrType directory;
+  if (plan.workingDir != nullptr) {
+    utlFindLogNameParts(plan.workingDir, names);
+    if (utlExpandLogTemplate(plan.workingDir, names, directory, sizeof directory)) return;
+  }
+  if (!plan.byDaemon) HostGetHomeDir(HostGetUserName(), plan.homeDirectory);
+}
+
+// The log's header names the users whose ids the child will have.
+void planHeader(ForkPlan& plan, uid_t parentUid, VerInfoFacts& facts) {
+  plan.facts = &facts;
+  if (plan.isServer) return;
+  const bool setsRealId = plan.byDaemon && parentUid == 0;
+  verFindInfo(facts, setsRealId ? plan.uid : getuid(), plan.byDaemon ? plan.uid : parentUid);
 }
 
 // Adds the working directory to the value of TARVOLIN_NRS_ALL (2048 bytes), before a '!' at its
@@ -122,6 +179,14 @@ bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const Failu
   return true;
 }
 
+// No handler of this process runs in the child.
+pid_t forkChild(const ForkPlan& plan, ChildEnvironment& environment) {
+  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
+  const pid_t child = unixIoRetry([] { return os.fork(); });
+  if (child == 0) hostRunForkedChild(plan, environment);
+  return child;
+}
+
 // Forks. A program gets its whole environment or is not started: without memory for it this fails
 // like a system call.
 bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
@@ -134,17 +199,31 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
     return failure.failedAllocation();
   }
 
-  const pid_t child = unixIoRetry([] { return os.fork(); });
-  if (child == 0) hostRunForkedChild(plan, environment);
+  const pid_t child = forkChild(plan, environment);
   if (child < 0) {
     const int forkError = errno;
     closeReadyPipe(plan);
     return failure.failedCall("fork", forkError);
   }
+  hostRememberChild(child);
   ErrMsgReset();
   if (plan.isServer) return awaitServer(plan, child, thePid, failure);
   *thePid = child;
   return true;
+}
+
+// Whatever asks a database, the resolver, the time zone, the heap or a stream is done here: the
+// child must not.
+bool planAndStart(ForkPlan& plan, const char* user, PidType* thePid, const FailureText& failure) {
+  const uid_t parentUid = geteuid();
+  if (user != nullptr && !planUser(plan, user, parentUid, failure)) return false;
+  if (!splitCommand(plan)) return failure.failedAllocation();
+  UtlLogNameParts names(plan.program(), ULONG_MAX, plan.byDaemon ? plan.userName : nullptr,
+                        plan.byDaemon ? plan.homeDirectory : nullptr);
+  planNames(plan, names);
+  VerInfoFacts facts;
+  planHeader(plan, parentUid, facts);
+  return startChild(plan, thePid, failure);
 }
 
 BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
@@ -152,12 +231,14 @@ BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
   const CancellationWaits cancellationWaits;
   PidType ignored;
   if (thePid == nullptr) thePid = &ignored;
-  const uid_t parentUid = geteuid();
   plan.pipeRead = -1;
   plan.pipeWrite = -1;
-  const bool started = (user == nullptr || planUser(plan, user, parentUid, failure)) &&
-                       startChild(plan, thePid, failure);
-  if (plan.groups != nullptr) UtlFree(plan.groups);
+  const bool started = planAndStart(plan, user, thePid, failure);
+  for (const void* block :
+       {static_cast<const void*>(plan.groups), static_cast<const void*>(plan.argv),
+        static_cast<const void*>(plan.words)}) {
+    if (block != nullptr) UtlFree(block);
+  }
   return started;
 }
 
@@ -165,34 +246,48 @@ BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
 
 ChildEnvironment::ChildEnvironment() {
   std::size_t present = 0;
-  while (environ != nullptr && environ[present] != nullptr) ++present;
+  char** const all = environ;
+  while (all != nullptr && all[present] != nullptr) ++present;
   const std::size_t size = (present + spare + 1) * sizeof(char*);
   entries_ = static_cast<char**>(UtlMalloc_(size, __LINE__));
-  if (entries_ == nullptr) return;
+  childLog_ =
+      static_cast<char*>(UtlMalloc_(sizeof childLogVariable + sizeof(HostFnameStrType), __LINE__));
+  if (!isComplete()) return;
   std::memset(entries_, 0, size);
-  for (; count_ < present; ++count_) entries_[count_] = environ[count_];
+  for (; count_ < present && all[count_] != nullptr; ++count_) entries_[count_] = all[count_];
 }
 
 ChildEnvironment::~ChildEnvironment() {
   for (std::size_t index = 0; index < ownedCount_; ++index) UtlFree(owned_[index]);
   if (entries_ != nullptr) UtlFree(entries_);
+  if (childLog_ != nullptr) UtlFree(childLog_);
 }
 
 bool ChildEnvironment::set(const char* name, const char* value) {
-  if (entries_ == nullptr || ownedCount_ == spare) return false;
+  if (!isComplete() || ownedCount_ == ownedLimit) return false;
   const std::size_t nameLength = std::strlen(name);
   const std::size_t size = nameLength + std::strlen(value) + 2;
   char* text = static_cast<char*>(UtlMalloc_(size, __LINE__));
   if (text == nullptr) return false;
   std::snprintf(text, size, "%s=%s", name, value);
   owned_[ownedCount_++] = text;
+  put(text, nameLength);
+  return true;
+}
+
+void ChildEnvironment::put(char* text, std::size_t nameLength) {
   for (std::size_t index = 0; index < count_; ++index) {
     if (std::strncmp(entries_[index], text, nameLength + 1) != 0) continue;
     entries_[index] = text;
-    return true;
+    return;
   }
   entries_[count_++] = text;
-  return true;
+}
+
+void ChildEnvironment::setChildLog(const HostFnameStrType& name) {
+  std::memcpy(childLog_, childLogVariable, sizeof childLogVariable - 1);
+  std::memcpy(childLog_ + sizeof childLogVariable - 1, name, std::strlen(name) + 1);
+  put(childLog_, sizeof childLogVariable - 2);
 }
 
 void ChildEnvironment::enter() {
@@ -205,7 +300,7 @@ BoolType HostFork(const char* cmd, const char* user, long /*unused1*/, char* msg
   ForkPlan plan{};
   plan.cmd = cmd;
   plan.clientHost = clientHost;
-  plan.logName = logName;
+  plan.logName = logName != nullptr ? logName : defaultLogName;
   plan.workingDir = workingDir;
   return forkProcess(plan, user, thePid, {msg, msgLength});
 }

@@ -1,170 +1,100 @@
 // The child between fork and exec. Other threads of the parent are gone, with whatever locks they
-// held. The C library makes memory and streams usable again in the child, and the catalogue holds
-// its mutex across the fork, so messages, logs and file names may be used here; the environment
-// and the group database may not, and what is needed of them comes in the plan. The log's name and
-// header ask the user database, the resolver and the time zone, each of which has a lock of its
-// own. That one of them was held at the fork is unlikely; a child that waits for it gives up.
+// held, and no handler runs: all signals are blocked until the program takes over. The child makes
+// async-signal-safe calls alone; what must be asked of anybody comes in the plan.
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 
-#include <povzel/errmsg.h>
 #include <povzel/hostfiles.h>
-#include <povzel/hostfname.h>
 #include <povzel/hostids.h>
 #include <povzel/hostsafeprint.h>
-#include <povzel/hostusers.h>
-#include <povzel/unixerr.h>
 #include <povzel/unixio.h>
-#include <povzel/utlheap.h>
-#include <povzel/utllogname.h>
-#include <povzel/vermsg.h>
 #include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
-
-bool hostIsForkedChild = false;
+#include "services/internal.h"
 
 namespace {
 
 constexpr int childFailureStatus = 3;
 constexpr int firstClosedDescriptor = 8;
 constexpr int lastClosedDescriptor = 15;
-constexpr unsigned preparationSeconds = 300;  // more than a slow resolver or file server needs
-constexpr char defaultLogName[] = "%N%P%M.log";
-constexpr char blanks[] = " \t\n";
+constexpr rlim_t mostDescriptors = 65536;  // looked at where /proc does not tell which are open
 
 [[noreturn]] void endChild() {
   _exit(childFailureStatus);
 }
 
-// Ends the child when its preparation takes too long; the program that it becomes finds SIGALRM as
-// the parent had it.
-class PreparationLimit {
- public:
-  PreparationLimit() { alarm(preparationSeconds); }
-  ~PreparationLimit() { alarm(0); }
-  PreparationLimit(const PreparationLimit&) = delete;
-  PreparationLimit& operator=(const PreparationLimit&) = delete;
-
- private:
-  static void giveUp(int /*sig*/, siginfo_t* /*info*/, void* /*context*/) {
-    HostSignalSafePrint("HostFork: the child took too long to prepare itself.\n");
-    _exit(childFailureStatus);
-  }
-
-  const SignalMask mask_{SIG_UNBLOCK, unixIoSignals(SIGALRM)};
-  const SignalAction action_{SIGALRM, giveUp};
-};
-
-void errorMessage(FILE* stream, const char* symbol, int error) {
-  verCatalogueMessage(stream, symbol, "s", ErrnoText(error).text);
-}
-
 // Ends a box with the reason, and the child.
-[[noreturn]] void endChildWithReason(int error) {
-  errorMessage(stderr, "host.fork4", error);
-  VerEndEdge(stderr);
+[[noreturn]] void endChildWithReason(int descriptor, const char* symbol, int error) {
+  verSafeCatalogueMessage(descriptor, symbol, "s", ErrnoText(error).text);
+  verSafeEndEdge(descriptor);
   endChild();
 }
 
-// Reports a failed system call outside any box, and ends the child.
-[[noreturn]] void endChildAfterCall(const char* call, int error) {
-  std::fprintf(stderr, "%s failure, errno = %ld,  at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(hostTimeOfDay().seconds),
-               ErrnoText(error).text);
+long now() {
+  return static_cast<long>(hostTimeOfDay().seconds);
+}
+
+// Ends what is said of a failed system call outside any box, and the child.
+[[noreturn]] void endChildWithErrorText(int error) {
+  char line[sizeof(ErrMsgStrType) + 8];
+  hostSafeFormat(line, sizeof line, "     %s\n", ErrnoText(error).text);
+  HostSignalSafePrint(line);
   endChild();
 }
 
+// Descriptors
+
+int numberIn(const char* digits) {
+  int number = 0;
+  for (; *digits >= '0' && *digits <= '9'; ++digits) number = number * 10 + (*digits - '0');
+  return number;
+}
+
+// Calls `visit` for each open descriptor. Returns false if /proc does not tell them all.
+template <typename Visit>
+bool forEachDescriptor(Visit visit) {
+  const int directory = os.open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (directory < 0) return false;
+  alignas(dirent64) char entries[4096];
+  long size;
+  while ((size = syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0) {
+    for (long at = 0; at < size;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
+      at += entry->d_reclen;
+      const int descriptor = numberIn(entry->d_name);
+      if (descriptor != directory) visit(descriptor);
+    }
+  }
+  os.close(directory);
+  return size == 0;
+}
+
+// Those that exec would close are closed now: somebody may wait for their last writer, and this
+// child may wait itself before it comes to exec.
 void closeInherited(const ForkPlan& plan) {
+  const auto isNeeded = [&](int descriptor) {
+    return descriptor <= STDERR_FILENO || descriptor == plan.pipeWrite;
+  };
+  const auto closeAcrossExec = [&](int descriptor) {
+    if (isNeeded(descriptor)) return;
+    const int flags = os.fcntl(descriptor, F_GETFD, 0);
+    if (flags != -1 && (flags & FD_CLOEXEC) != 0) os.close(descriptor);
+  };
   for (int descriptor = firstClosedDescriptor; descriptor <= lastClosedDescriptor; ++descriptor) {
-    if (descriptor != plan.pipeWrite) os.close(descriptor);
+    if (!isNeeded(descriptor)) os.close(descriptor);
   }
-}
-
-std::size_t countWords(const char* text) {
-  std::size_t count = 0;
-  for (text += std::strspn(text, blanks); *text != '\0'; text += std::strspn(text, blanks)) {
-    text += std::strcspn(text, blanks);
-    ++count;
-  }
-  return count;
-}
-
-// Splits `cmd` at blanks, tabs and new lines into a null-terminated vector of heap copies.
-const char** splitCommand(const char* cmd) {
-  const std::size_t count = countWords(cmd);
-  auto** argv = static_cast<const char**>(
-      UtlMalloc((count + 1) * sizeof(char*), "HostFork (creating an argv)"));
-  if (argv == nullptr) endChild();
-  for (std::size_t index = 0; index < count; ++index) {
-    cmd += std::strspn(cmd, blanks);
-    const std::size_t length = std::strcspn(cmd, blanks);
-    auto* word = static_cast<char*>(UtlMalloc(length + 1, "HostFork (argv)"));
-    if (word == nullptr) endChild();
-    std::memcpy(word, cmd, length);
-    word[length] = '\0';
-    argv[index] = word;
-    cmd += length;
-  }
-  argv[count] = nullptr;
-  return argv;
-}
-
-// The file to execute; an empty command names none.
-const char* programOf(const char** argv) {
-  return argv[0] != nullptr ? argv[0] : "";
-}
-
-[[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
-  VerLeadingEdge(stderr);
-  verCatalogueMessage(stderr, symbol, "d", static_cast<long>(getpid()));
-  endChildWithReason(error);
-}
-
-// Becomes the daemon's user.
-void takeIdentity(const ForkPlan& plan) {
-  if (plan.setsGroups &&
-      os.setgroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
-    endChildAfterIdentity("host.fork13", errno);
-  }
-  if (os.setgid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
-  if (os.setuid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
-}
-
-bool expandTemplate(const ForkPlan& plan, const char* text, const char* program,
-                    HostFnameStrType& result) {
-  const char* user = plan.byDaemon ? plan.userName : nullptr;
-  const char* home = plan.byDaemon ? plan.homeDirectory : nullptr;
-  return UtlExpandLogName(text, result, sizeof result, program, user, home, nullptr, 0) != 0;
-}
-
-// Expands a file name where it stands. One that does not fit stays, to be reported; errno says why.
-bool expandFileName(HostFnameStrType& name) {
-  HostFnameStrType expanded;
-  if (!hostExpandFileName(name, expanded)) return false;
-  std::memcpy(name, expanded, std::strlen(expanded) + 1);
-  return true;
-}
-
-void enterWorkingDirectory(const ForkPlan& plan, const char* program) {
-  HostFnameStrType directory;
-  bool fits = true;
-  if (plan.workingDir != nullptr && expandTemplate(plan, plan.workingDir, program, directory)) {
-    fits = expandFileName(directory);
-  } else if (plan.byDaemon) {
-    std::snprintf(directory, sizeof directory, "%s", plan.homeDirectory);
-  } else {
-    HostGetHomeDir(HostGetUserName(), directory);
-  }
-  if (fits && os.chdir(directory) == 0) return;
-  const int reason = errno;
-  verCatalogueMessage(stderr, "host.fork11", "s", directory);
-  endChildWithReason(reason);
+  if (forEachDescriptor(closeAcrossExec)) return;
+  rlimit limit{mostDescriptors, mostDescriptors};
+  os.getrlimit(RLIMIT_NOFILE, &limit);
+  const int end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, mostDescriptors));
+  for (int descriptor = 0; descriptor < end; ++descriptor) closeAcrossExec(descriptor);
 }
 
 void openNullInput() {
@@ -175,10 +105,52 @@ void openNullInput() {
   os.close(input);
 }
 
-int openLog(const ForkPlan& plan, const char* program, HostFnameStrType& name) {
-  const char* text = plan.logName != nullptr ? plan.logName : defaultLogName;
-  if (!expandTemplate(plan, text, program, name)) {
-    std::snprintf(name, sizeof name, "lanvex%lu.log", static_cast<unsigned long>(getpid()));
+// Identity and place
+
+[[noreturn]] void endChildAfterIdentity(const char* symbol, int error) {
+  verSafeLeadingEdge(STDERR_FILENO);
+  verSafeCatalogueMessage(STDERR_FILENO, symbol, "d", static_cast<long>(getpid()));
+  endChildWithReason(STDERR_FILENO, "host.fork4", error);
+}
+
+// Becomes the daemon's user.
+void takeIdentity(const ForkPlan& plan) {
+  if (plan.setsGroups &&
+      os.setThreadGroups(static_cast<std::size_t>(plan.groupCount), plan.groups) != 0) {
+    endChildAfterIdentity("host.fork13", errno);
+  }
+  if (os.setThreadGid(plan.gid) != 0) endChildAfterIdentity("host.fork5", errno);
+  if (os.setThreadUid(plan.uid) != 0) endChildAfterIdentity("host.fork6", errno);
+}
+
+// Expands a file name where it stands. One that does not fit stays, to be reported; errno says why.
+bool expandFileName(HostFnameStrType& name) {
+  HostFnameStrType expanded;
+  if (!hostExpandFileName(name, expanded)) return false;
+  std::memcpy(name, expanded, std::strlen(expanded) + 1);
+  return true;
+}
+
+void enterWorkingDirectory(const ForkPlan& plan) {
+  HostFnameStrType directory;
+  bool fits = true;
+  if (plan.workingDir != nullptr &&
+      utlExpandLogTemplate(plan.workingDir, *plan.names, directory, sizeof directory)) {
+    fits = expandFileName(directory);
+  } else {
+    std::memcpy(directory, plan.homeDirectory, sizeof directory);
+  }
+  if (fits && os.chdir(directory) == 0) return;
+  const int reason = errno;
+  verSafeCatalogueMessage(STDERR_FILENO, "host.fork11", "s", directory);
+  endChildWithReason(STDERR_FILENO, "host.fork4", reason);
+}
+
+// The log
+
+int openLog(const ForkPlan& plan, HostFnameStrType& name) {
+  if (!utlExpandLogTemplate(plan.logName, *plan.names, name, sizeof name)) {
+    hostSafeFormat(name, sizeof name, "lanvex%lu.log", plan.names->processId);
   }
   int log = -1;
   if (expandFileName(name)) {
@@ -188,93 +160,88 @@ int openLog(const ForkPlan& plan, const char* program, HostFnameStrType& name) {
   }
   if (log >= 0) return log;
   const int reason = errno;
-  VerLeadingEdge(stderr);
-  verCatalogueMessage(stderr, "host.fork7", "ds", static_cast<long>(getpid()), name);
-  errorMessage(stderr, "host.fork13", reason);
-  VerEndEdge(stderr);
-  endChild();
+  verSafeLeadingEdge(STDERR_FILENO);
+  verSafeCatalogueMessage(STDERR_FILENO, "host.fork7", "ds", static_cast<long>(getpid()), name);
+  endChildWithReason(STDERR_FILENO, "host.fork13", reason);
 }
 
-void writeLogHeader(FILE* stream, const ForkPlan& plan) {
-  VerLeadingEdge(stream);
+void putLogOnto(int descriptor, int log) {
+  if (os.dup2(log, descriptor) < 0) {
+    const int reason = errno;
+    hostSafePrint("dup2(%d,%d) failed, errno = %d, at time = %ld\n", log, descriptor, reason,
+                  now());
+    endChildWithErrorText(reason);
+  }
+  unixIoSetCloseOnExec(descriptor, false);
+}
+
+void writeLogHeader(int log, const ForkPlan& plan) {
+  verSafeLeadingEdge(log);
   ErrMsgStrType title;
   ErrMsgSymToText(plan.byDaemon ? "host.fork9a" : "host.fork9b", title, sizeof title, nullptr);
-  VerCenteredMessage(stream, title);
-  VerMessage(stream, "");
-  if (plan.clientHost != nullptr)
-    verCatalogueMessage(stream, "host.forkClient", "s", plan.clientHost);
-  VerInfo(stream, nullptr);
-  verCatalogueMessage(stream, "host.fork10", "s", plan.cmd);
-  VerEndEdge(stream);
-  std::fflush(stream);
-}
-
-[[noreturn]] void endChildAfterLogCall(const char* format, int log, int error) {
-  char call[64];
-  std::snprintf(call, sizeof call, format, log);
-  std::fprintf(stderr, "%s failed, errno = %ld, at time = %ld\n     %s\n", call,
-               static_cast<long>(error), static_cast<long>(hostTimeOfDay().seconds),
-               ErrnoText(error).text);
-  endChild();
+  verSafeCenteredMessage(log, title);
+  verSafeMessage(log, "");
+  if (plan.clientHost != nullptr) {
+    verSafeCatalogueMessage(log, "host.forkClient", "s", plan.clientHost);
+  }
+  verSafeInfo(log, *plan.facts);
+  verSafeCatalogueMessage(log, "host.fork10", "s", plan.cmd);
+  verSafeEndEdge(log);
 }
 
 // Client mode: output and errors go to the log, which begins with a header.
-FILE* startLog(const ForkPlan& plan, const char* program, ChildEnvironment& environment) {
+void startLog(const ForkPlan& plan, ChildEnvironment& environment) {
   HostFnameStrType name;
-  const int log = openLog(plan, program, name);
-  if (!environment.set("TARVOLIN_CHILD_LOG", name)) endChildAfterCall("malloc()", ENOMEM);
-  if (os.dup2(log, STDOUT_FILENO) < 0) endChildAfterLogCall("dup2(%d,1)", log, errno);
-  if (os.dup2(log, STDERR_FILENO) < 0) endChildAfterLogCall("dup2(%d,2)", log, errno);
-  unixIoSetCloseOnExec(log, true);
-  unixIoSetCloseOnExec(STDOUT_FILENO, false);
-  unixIoSetCloseOnExec(STDERR_FILENO, false);
+  const int log = openLog(plan, name);
+  environment.setChildLog(name);
+  putLogOnto(STDOUT_FILENO, log);
+  putLogOnto(STDERR_FILENO, log);
   openNullInput();
-  FILE* stream = os.fdopen(STDOUT_FILENO, "a");
-  if (stream == nullptr) endChildAfterLogCall("fdopen(%d, \"a\")", STDOUT_FILENO, errno);
-  writeLogHeader(stream, plan);
-  return stream;
+  writeLogHeader(STDOUT_FILENO, plan);
 }
 
 // Server mode: output and errors stay where they are, and the ready pipe is handed over.
-FILE* keepOutput(const ForkPlan& plan) {
+void keepOutput(const ForkPlan& plan) {
   unixIoSetCloseOnExec(plan.pipeWrite, false);
   unixIoSetCloseOnExec(STDOUT_FILENO, false);
   unixIoSetCloseOnExec(STDERR_FILENO, false);
   openNullInput();
-  return stderr;
 }
 
-// All that comes before exec. Returns the stream that hears of its failure.
-FILE* prepareChild(const ForkPlan& plan, ChildEnvironment& environment, const char**& argv) {
-  const PreparationLimit limit;
-  if (plan.isServer) os.close(plan.pipeRead);
-  environment.enter();
-  closeInherited(plan);
-  ErrMsgReset();
-  argv = splitCommand(plan.cmd);
-  const char* program = programOf(argv);
-  if (os.setsid() < 0) endChildAfterCall("setsid()", errno);
-  if (plan.byDaemon) takeIdentity(plan);
-  enterWorkingDirectory(plan, program);
-  return plan.isServer ? keepOutput(plan) : startLog(plan, program, environment);
+// Becomes the program, which finds the signals as those of a process that was just started, but
+// SIGINT ignored. Returns only when that fails.
+void execute(const ForkPlan& plan) {
+  unixIoDropHandlers();
+  std::signal(SIGINT, SIG_IGN);
+  const sigset_t none = unixIoSignals();
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
+  UnixIoExecv(plan.program(), plan.argv);
 }
 
 }  // namespace
 
 void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
-  hostIsForkedChild = true;
-  const char** argv = nullptr;
-  FILE* log = prepareChild(plan, environment, argv);
-
-  UNIXIO_DO_SIGNAL(SIGINT, unixIoIgnoreAction, nullptr);
-  UnixIoExecv(programOf(argv), argv);
+  environment.enter();
+  plan.names->processId = static_cast<unsigned long>(getpid());
+  if (plan.isServer) os.close(plan.pipeRead);
+  closeInherited(plan);
+  if (os.setsid() < 0) {
+    const int reason = errno;
+    hostSafePrint("setsid() failure, errno = %d,  at time = %ld\n", reason, now());
+    endChildWithErrorText(reason);
+  }
+  if (plan.byDaemon) takeIdentity(plan);
+  enterWorkingDirectory(plan);
+  if (plan.isServer) {
+    keepOutput(plan);
+  } else {
+    startLog(plan, environment);
+  }
+  execute(plan);
 
   const int reason = errno;
-  VerLeadingEdge(log);
-  verCatalogueMessage(log, "host.fork12", nullptr);
-  errorMessage(log, "host.fork4", reason);
-  VerEndEdge(log);
-  std::fflush(log);
-  if (!plan.isServer) std::fclose(log);
-  _exit(childFailureStatus);
+  const int log = plan.isServer ? STDERR_FILENO : STDOUT_FILENO;
+  verSafeLeadingEdge(log);
+  verSafeCatalogueMessage(log, "host.fork12", nullptr);
+  endChildWithReason(log, "host.fork4", reason);
 }

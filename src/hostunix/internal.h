@@ -284,7 +284,7 @@ void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
 // Calls the application's file flusher in that way. Signal-safe but for the callback.
 void hostFlushApplicationFiles();
 
-// Calls the application's shutdown callback, unless this is a child that HostFork prepares.
+// Calls the application's shutdown callback.
 // Signal-safe but for the callback.
 void hostShutDownApplication();
 
@@ -349,42 +349,59 @@ void hostErrnoMessage(int error, ErrMsgStrType text);
 // (hostforkchild.cpp)
 
 // An environment of the child's own, made before the fork: the C library's environment has a lock
-// that another thread may hold at that moment.
+// that another thread may hold at that moment, and the child has no heap.
 class ChildEnvironment {
  public:
-  ChildEnvironment();  // a copy of this process's, if there is memory for it
+  ChildEnvironment();  // a copy of this process's, if there is memory for it and the log's name
   ~ChildEnvironment();
   ChildEnvironment(const ChildEnvironment&) = delete;
   ChildEnvironment& operator=(const ChildEnvironment&) = delete;
 
-  bool isComplete() const { return entries_ != nullptr; }
+  bool isComplete() const { return entries_ != nullptr && childLog_ != nullptr; }
 
   // Sets `name` to `value`. Returns false, with nothing set, without memory for it or for the copy,
   // or beyond the spare room, which the few that are set never reach.
   bool set(const char* name, const char* value);
 
-  // Makes it, complete, the environment of this process. In the child only.
+  // In the child only, and signal-safe: make it, complete, the environment of this process; set
+  // TARVOLIN_CHILD_LOG.
   void enter();
+  void setChildLog(const HostFnameStrType& name);
 
  private:
+  void put(char* text, std::size_t nameLength);
+
   static constexpr std::size_t spare = 8;
+  static constexpr std::size_t ownedLimit = spare - 1;  // and the log's name
   char** entries_;
   std::size_t count_ = 0;
-  char* owned_[spare] = {};
+  char* childLog_;
+  char* owned_[ownedLimit] = {};
   std::size_t ownedCount_ = 0;
 };
 
-// What to start, and as whom.
+struct UtlLogNameParts;
+struct VerInfoFacts;
+
+// What to start, and as whom. What takes memory is the heap's, until forkProcess ends.
 struct ForkPlan {
   const char* cmd;
   const char* clientHost;  // null: not shown
-  const char* logName;     // null: the default
-  const char* workingDir;  // null: the user's home
+  const char* logName;
+  const char* workingDir;  // null: the home directory
   bool isServer;
+
+  const char** argv;  // the command's words, null-terminated
+  char* words;        // where they lie
+  // The file to execute; an empty command names none.
+  const char* program() const { return argv[0] != nullptr ? argv[0] : ""; }
+
+  UtlLogNameParts* names;     // for log and working directory
+  const VerInfoFacts* facts;  // for the log's header
 
   bool byDaemon;  // the user's ids and environment are taken
   char userName[256];
-  HostFnameStrType homeDirectory;
+  HostFnameStrType homeDirectory;  // that user's, or this process's if the child may need it
   uid_t uid;
   gid_t gid;
   bool setsGroups;
@@ -395,9 +412,6 @@ struct ForkPlan {
   int pipeWrite;
 };
 
-// Whether this process is such a child: the shutdown callback, which the child has inherited, is
-// the parent's to run.
-extern bool hostIsForkedChild;
-
-// Turns this process, just forked, into the program that the plan names. Never returns.
+// Turns this process, just forked with all signals blocked, into the program that the plan names.
+// Never returns. Signal-safe.
 [[noreturn]] void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment);

@@ -1,10 +1,16 @@
 // What the sources of the services share.
 //
 //   exits     utlexit.cpp
-//   stamps    utltime.cpp, utllogname.cpp
+//   stamps    utltime.cpp
+//   logs      utllogname.cpp, verbanner.cpp
 //   others    public alone
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
+
+#include <povzel/povzeltypes.h>
 #include <povzel/utltime.h>
 
 // The end of the process (utlexit.cpp). One thread carries it out, and no other thread or signal
@@ -34,3 +40,52 @@ char* utlSafeCtimeOfNow(ZelCTimeStringType* result);
 
 // Keeps the time zone in force for that, before any date has been written.
 void utlRememberTimeZone();
+
+// Logs: what databases and the system must be asked for, and what is then written without asking
+
+// What the directives of a log-name template stand for (utllogname.cpp).
+struct UtlLogNameParts {
+  UtlLogNameParts(const char* commandIs, unsigned long processIdIs, const char* userIs,
+                  const char* homeIs)
+      : command(commandIs), processId(processIdIs), user(userIs), home(homeIs) {}
+
+  const char* command;         // %N: the name of its program
+  unsigned long processId;     // %P
+  const char* user;            // %U
+  const char* home;            // %H, without a '/' behind it; null: not known
+  const char* host = nullptr;  // %M
+
+  // What was found out.
+  HostFnameStrType foundHome;
+  char foundHost[256];
+};
+
+// Finds out the user, home directory and host that the template asks for and that are null.
+void utlFindLogNameParts(const char* logTemplate, UtlLogNameParts& parts);
+
+// UtlExpandLogName with the parts that were found for the template, into at least one byte.
+// Signal-safe.
+bool utlExpandLogTemplate(const char* logTemplate, const UtlLogNameParts& parts, char* logNameBuf,
+                          std::size_t logNameBufSize);
+
+// What VerInfo tells, but for the process's id (verbanner.cpp).
+struct VerInfoFacts {
+  long cpuCount;
+  char system[128];
+  const char* cpuKind;
+  ZelCTimeStringType date;
+  const char* dateFormat;
+  uid_t realId;
+  char realName[40];
+  uid_t effectiveId;
+  char effectiveName[256];
+  bool hasLoginUser;
+  int loginId;
+  char loginName[40];
+};
+
+// Finds it out for a process with those ids.
+void verFindInfo(VerInfoFacts& facts, uid_t realId, uid_t effectiveId);
+
+// Writes the lines of VerInfo about this process to a descriptor. Signal-safe.
+void verSafeInfo(int descriptor, const VerInfoFacts& facts);

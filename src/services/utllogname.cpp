@@ -7,6 +7,7 @@
 
 #include <povzel/hostsystem.h>
 #include <povzel/hostusers.h>
+#include "internal.h"
 
 namespace {
 
@@ -34,50 +35,52 @@ struct NameWriter {
   }
 };
 
-struct LogNameParts {
-  const char* execStr;
-  const char* username;
-  const char* homedir;
-};
-
-bool appendProgramName(NameWriter& out, const char* execStr) {
-  const char* slash = std::strrchr(execStr, '/');
-  const char* name = slash != nullptr ? slash + 1 : execStr;
+bool appendProgramName(NameWriter& out, const char* command) {
+  const char* slash = std::strrchr(command, '/');
+  const char* name = slash != nullptr ? slash + 1 : command;
   return out.append(name, std::strcspn(name, " ."));
 }
 
-bool appendProcessId(NameWriter& out) {
+bool appendProcessId(NameWriter& out, unsigned long processId) {
   char id[16];
-  std::snprintf(id, sizeof id, "%lu", static_cast<unsigned long>(getpid()));
+  std::snprintf(id, sizeof id, "%lu", processId);
   return out.append(id);
-}
-
-bool appendHostName(NameWriter& out) {
-  char host[256];
-  return out.append(HostGetHostname(host, sizeof host) ? host : "localhost");
 }
 
 // Appends the home directory and a '/'. Without a known directory the directive itself stays, and
 // `complete` becomes false.
-bool appendHomeDirectory(NameWriter& out, const LogNameParts& parts, bool& complete) {
-  if (parts.homedir != nullptr) {
-    const std::size_t length = std::strlen(parts.homedir);
-    return length < out.room && out.append(parts.homedir, length) && out.append("/", 1);
+bool appendHomeDirectory(NameWriter& out, const char* home, bool& complete) {
+  if (home == nullptr) {
+    complete = false;
+    return out.append("%", 1) && out.append("H", 1);
   }
-  HostFnameStrType home;
-  const char* user = parts.username != nullptr ? parts.username : HostGetUserName();
-  if (HostGetHomeDir(user, home)) return out.append(home);
-  complete = false;
-  return out.append("%", 1) && out.append("H", 1);
+  const std::size_t length = std::strlen(home);
+  return length < out.room && out.append(home, length) && out.append("/", 1);
 }
 
 }  // namespace
 
-BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf, std::size_t logNameBufSize,
-                          const char* execStr, const char* username, const char* homedir,
-                          char* /*errBuf*/, std::size_t /*errLength*/) {
-  if (logNameBufSize == 0) return 0;
-  const LogNameParts parts{execStr != nullptr ? execStr : "", username, homedir};
+void utlFindLogNameParts(const char* logTemplate, UtlLogNameParts& parts) {
+  // What stands behind "%%" is looked up in vain.
+  const auto asksFor = [&](const char* directive, const char* part) {
+    return part == nullptr && std::strstr(logTemplate, directive) != nullptr;
+  };
+  if (asksFor("%M", parts.host)) {
+    const bool isKnown = HostGetHostname(parts.foundHost, sizeof parts.foundHost) != 0;
+    parts.host = isKnown ? parts.foundHost : "localhost";
+  }
+  if (asksFor("%H", parts.home)) {
+    const char* user = parts.user != nullptr ? parts.user : HostGetUserName();
+    if (HostGetHomeDir(user, parts.foundHome)) {
+      parts.foundHome[std::strlen(parts.foundHome) - 1] = '\0';
+      parts.home = parts.foundHome;
+    }
+  }
+  if (asksFor("%U", parts.user)) parts.user = HostGetUserName();
+}
+
+bool utlExpandLogTemplate(const char* logTemplate, const UtlLogNameParts& parts, char* logNameBuf,
+                          std::size_t logNameBufSize) {
   NameWriter out{logNameBuf, logNameBufSize};
   bool complete = true;
   bool fits = true;
@@ -89,19 +92,19 @@ BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf, std::size_t
         fits = out.append("%", 1);
         break;
       case 'H':
-        fits = appendHomeDirectory(out, parts, complete);
+        fits = appendHomeDirectory(out, parts.home, complete);
         break;
       case 'M':
-        fits = appendHostName(out);
+        fits = out.append(parts.host);
         break;
       case 'N':
-        fits = appendProgramName(out, parts.execStr);
+        fits = appendProgramName(out, parts.command);
         break;
       case 'P':
-        fits = appendProcessId(out);
+        fits = appendProcessId(out, parts.processId);
         break;
       case 'U':
-        fits = out.append(username != nullptr ? username : HostGetUserName());
+        fits = out.append(parts.user);
         break;
       default:
         fits = out.append(next, 1);
@@ -111,4 +114,14 @@ BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf, std::size_t
   }
   const bool terminated = out.terminate();
   return terminated && fits && complete;
+}
+
+BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf, std::size_t logNameBufSize,
+                          const char* execStr, const char* username, const char* homedir,
+                          char* /*errBuf*/, std::size_t /*errLength*/) {
+  if (logNameBufSize == 0) return 0;
+  UtlLogNameParts parts(execStr != nullptr ? execStr : "", static_cast<unsigned long>(getpid()),
+                        username, homedir);
+  utlFindLogNameParts(logTemplate, parts);
+  return utlExpandLogTemplate(logTemplate, parts, logNameBuf, logNameBufSize);
 }

@@ -43,8 +43,8 @@ constexpr std::size_t lineWidth = 75;  // columns between the edges of a framed 
 // Writes the text of `symbol` with its arguments in lines that keep their right edge as far as
 // their words allow: a line is broken at the last blank that fits, where VerMessage would take the
 // next.
-template <typename... Arguments>
-void infoMessage(FILE* f, const char* symbol, const char* kinds, Arguments... arguments) {
+template <typename Write, typename... Arguments>
+void infoMessage(Write write, const char* symbol, const char* kinds, Arguments... arguments) {
   ErrMsgStrType text;
   ErrMsgSymToText(symbol, text, sizeof text, kinds, arguments...);
   const char* const textEnd = text + std::strlen(text);
@@ -59,34 +59,70 @@ void infoMessage(FILE* f, const char* symbol, const char* kinds, Arguments... ar
     line = static_cast<char*>(end);
     *line++ = '\n';
   }
-  VerMessage(f, text);
+  write(text);
 }
 
 // The real, effective and login users of the process.
-void userMessage(FILE* f) {
-  char realName[40];
-  const char* name = HostGetUserName();
-  if (std::strcmp(name, "FORGED USER") == 0) name = nameNotKnown;
-  std::snprintf(realName, sizeof realName, "%s", name);
-
-  const UserEntry effective = hostUserWithId(geteuid());
-  char effectiveName[256];
-  std::snprintf(effectiveName, sizeof effectiveName, "%s",
-                effective ? effective->pw_name : nameNotKnown);
-
-  const long realId = static_cast<long>(getuid());
-  const long effectiveId = static_cast<long>(geteuid());
-  int loginId = -1;
-  char loginName[40];
-  if (HostGetLoginUserInfo(&loginId, loginName, sizeof loginName)) {
-    infoMessage(f, "version.uids2", "sdsdsd", realName, realId, effectiveName, effectiveId,
-                loginName, static_cast<long>(loginId));
+template <typename Write>
+void userMessage(Write write, const VerInfoFacts& facts) {
+  const long realId = static_cast<long>(facts.realId);
+  const long effectiveId = static_cast<long>(facts.effectiveId);
+  if (facts.hasLoginUser) {
+    infoMessage(write, "version.uids2", "sdsdsd", facts.realName, realId, facts.effectiveName,
+                effectiveId, facts.loginName, static_cast<long>(facts.loginId));
   } else {
-    infoMessage(f, "version.uids", "sdsd", realName, realId, effectiveName, effectiveId);
+    infoMessage(write, "version.uids", "sdsd", facts.realName, realId, facts.effectiveName,
+                effectiveId);
   }
 }
 
+template <typename Write>
+void writeInfo(Write write, const VerInfoFacts& facts, const char* version) {
+  infoMessage(write, "version.version", "s", version != nullptr ? version : VerTVVersion());
+  infoMessage(write, "version.builtfor", "s", VerBuildPlatform);
+  infoMessage(write, "version.runningon", "dss", facts.cpuCount, facts.system, facts.cpuKind);
+  PidType processId = 0;
+  if (HostGetProcessId(&processId)) {
+    infoMessage(write, "version.piddate", "ds", static_cast<long>(processId), facts.date.msg);
+  } else {
+    infoMessage(write, "version.date", "s", facts.date.msg);
+  }
+  userMessage(write, facts);
+  if (std::strcmp(facts.dateFormat, usualDateFormat) != 0) {
+    infoMessage(write, "version.dateformat", "s", facts.dateFormat);
+  }
+}
+
+void findUserName(uid_t uid, char* name, std::size_t size) {
+  const UserEntry entry = hostUserWithId(uid);
+  std::snprintf(name, size, "%s", entry ? entry->pw_name : nameNotKnown);
+}
+
 }  // namespace
+
+void verFindInfo(VerInfoFacts& facts, uid_t realId, uid_t effectiveId) {
+  facts.cpuCount = HostGetCpuCount();
+  HostGetSystemName(facts.system, sizeof facts.system);
+  facts.cpuKind = HostGetSystemInfo()->cpuMisc;
+  utlCtimeOfNow(&facts.date);
+  facts.dateFormat = HostDateTimeFormat();
+  facts.realId = realId;
+  facts.effectiveId = effectiveId;
+  if (realId == getuid()) {
+    const char* name = HostGetUserName();
+    if (std::strcmp(name, "FORGED USER") == 0) name = nameNotKnown;
+    std::snprintf(facts.realName, sizeof facts.realName, "%s", name);
+  } else {
+    findUserName(realId, facts.realName, sizeof facts.realName);
+  }
+  findUserName(effectiveId, facts.effectiveName, sizeof facts.effectiveName);
+  facts.hasLoginUser =
+      HostGetLoginUserInfo(&facts.loginId, facts.loginName, sizeof facts.loginName) != 0;
+}
+
+void verSafeInfo(int descriptor, const VerInfoFacts& facts) {
+  writeInfo([&](const char* text) { verSafeMessage(descriptor, text); }, facts, nullptr);
+}
 
 void VerBanner(FILE* f, const char* pgmname, const char* pgmdesc, const char* pgmversion,
                BoolType flag) {
@@ -106,28 +142,9 @@ void VerBanner(FILE* f, const char* pgmname, const char* pgmdesc, const char* pg
 }
 
 void VerInfo(FILE* f, const char* version) {
-  infoMessage(f, "version.version", "s", version != nullptr ? version : VerTVVersion());
-  infoMessage(f, "version.builtfor", "s", VerBuildPlatform);
-
-  char system[128];
-  HostGetSystemName(system, sizeof system);
-  infoMessage(f, "version.runningon", "dss", HostGetCpuCount(), system,
-              HostGetSystemInfo()->cpuMisc);
-
-  ZelCTimeStringType date;
-  utlCtimeOfNow(&date);
-  PidType processId = 0;
-  if (HostGetProcessId(&processId)) {
-    infoMessage(f, "version.piddate", "ds", static_cast<long>(processId), date.msg);
-  } else {
-    infoMessage(f, "version.date", "s", date.msg);
-  }
-  userMessage(f);
-
-  const char* format = HostDateTimeFormat();
-  if (std::strcmp(format, usualDateFormat) != 0) {
-    infoMessage(f, "version.dateformat", "s", format);
-  }
+  VerInfoFacts facts;
+  verFindInfo(facts, getuid(), geteuid());
+  writeInfo([&](const char* text) { VerMessage(f, text); }, facts, version);
 }
 
 void VerBreatheFireAndThunder(FILE* f) {
