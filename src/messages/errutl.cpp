@@ -238,20 +238,12 @@ bool openErrFile(Opening opening) {
     const int error = errno;
     std::fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
     std::fprintf(stderr, "     errno = %d (sorry, no translation available)\n", error);
+    errno = error;
     return false;
   }
   if (opening != Opening::compiled || readHeader()) return true;
   closeErrFile();
   return false;
-}
-
-bool reset(Opening opening) {
-  if (!openErrFile(opening)) {
-    publish(nullptr);
-    return false;
-  }
-  load(opening != Opening::source);
-  return true;
 }
 
 // The file that the environment names; one whose name is too long as it is, to be refused for that.
@@ -342,11 +334,26 @@ BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
 
 BoolType ErrUtlReset(BoolType isCompiled) {
   isFaultExplained = isCompiled == 0;  // a source need not be a file that can be read twice
-  return reset(isCompiled != 0 ? Opening::compiled : Opening::source);
+  if (!openErrFile(isCompiled != 0 ? Opening::compiled : Opening::source)) {
+    publish(nullptr);
+    return 0;
+  }
+  load(isCompiled != 0);
+  return 1;
 }
 
+// With no descriptor or memory to be had for the moment, look-ups go on with what was read.
 bool errUtlReopen() {
-  return reset(Opening::again);
+  errno = 0;
+  const ErrUtlReading* const known = current;
+  if (openErrFile(Opening::again)) {
+    load(true);
+    return true;
+  }
+  const bool isForNow = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+  if (isForNow && known != nullptr && known->contents.data != nullptr) return true;
+  publish(nullptr);
+  return false;
 }
 
 bool errUtlFindFile(const char* fileName, HostFnameStrType& name) {

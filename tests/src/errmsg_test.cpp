@@ -131,6 +131,13 @@ TEST_F(Catalogue, PanicAndResetFollowTheFile) {
   ErrMsgSymToText("m", shown, sizeof shown, "");
   EXPECT_EQ(mallinfo2().uordblks, allocated) << "a process with a spoilt heap looks up too";
   EXPECT_STREQ(shown, "new text");
+  rlimit descriptors;
+  getrlimit(RLIMIT_NOFILE, &descriptors);
+  const rlimit none = {0, descriptors.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_TRUE(ErrMsgReset());
+  setrlimit(RLIMIT_NOFILE, &descriptors);
+  EXPECT_EQ(text("m", ""), "new text") << "there was no descriptor for a moment";
   // A slot beyond the file
   open(compiledFile({{"m", "m:x\n"}}, littleEndian, 1).substr(0, 31));
   EXPECT_EQ(text("m", ""), "[m]");
