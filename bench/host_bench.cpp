@@ -147,7 +147,7 @@ int openLog() {
   return open(logName, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
 }
 
-char* const argv[] = {const_cast<char*>(programName), nullptr};
+char* const programArguments[] = {const_cast<char*>(programName), nullptr};
 
 // With a log that the parent opens and begins.
 void spawnWithLog() {
@@ -161,7 +161,7 @@ void spawnWithLog() {
   posix_spawn_file_actions_adddup2(&actions, log, 1);
   posix_spawn_file_actions_adddup2(&actions, log, 2);
   pid_t child = 0;
-  posix_spawn(&child, programName, &actions, nullptr, argv, environ);
+  posix_spawn(&child, programName, &actions, nullptr, programArguments, environ);
   posix_spawn_file_actions_destroy(&actions);
   close(log);
   waitpid(child, nullptr, 0);
@@ -171,7 +171,7 @@ void closeOnExecNow() {
   for (int descriptor = 8; descriptor <= 15; ++descriptor) close(descriptor);
   DIR* open = opendir("/proc/self/fd");
   while (const dirent* entry = readdir(open)) {
-    const int descriptor = std::atoi(entry->d_name);
+    const int descriptor = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
     if (descriptor <= 2 || descriptor == dirfd(open)) continue;
     if ((fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0) close(descriptor);
   }
@@ -205,7 +205,7 @@ void resetSignals() {
     if (write(1, text.data() + begin, end - begin) < 0) _exit(3);
   }
   resetSignals();
-  execv(programName, argv);
+  execv(programName, programArguments);
   _exit(3);
 }
 

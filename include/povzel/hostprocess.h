@@ -55,9 +55,10 @@ POVZEL_EXPORT BoolType HostFork(const char* cmd, const char* user, long unused1,
                                 const char* logName, const char* workingDir, PidType* thePid);
 
 // Starts `cmd` as a server: a child in a session of its own that keeps standard output and error
-// and the current directory, and starts as HostFork's do otherwise. Waits until the server writes a byte into the pipe whose descriptor
-// it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0 with the reason in `msg`; once it was forked
-// *thePid holds its id, also when it ended or closed the pipe without a byte; otherwise 0.
+// and the current directory. It starts as HostFork's programs do otherwise. Waits until the server
+// writes a byte into the pipe whose descriptor it finds in TARVOLIN_SERVER_PIPE. Returns 1, or 0
+// with the reason in `msg`; once it was forked *thePid holds its id, also when it ended or closed
+// the pipe without a byte; otherwise 0.
 POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength,
                                       PidType* thePid);
 

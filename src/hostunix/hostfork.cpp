@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostenv.h>
@@ -100,7 +101,12 @@ bool splitCommand(ForkPlan& plan) {
 // Finds out what stands for the directives in the names of log and working directory, and this
 // user's home if no working directory comes of it whatever the child's process id is.
 void planNames(ForkPlan& plan, UtlLogNameParts& names) {
-  plan.names = &names;
+  names.command = plan.program();
+  names.processId = ULONG_MAX;
+  if (plan.byDaemon) {
+    names.user = plan.userName;
+    names.home = plan.homeDirectory;
+  }
   if (!plan.isServer) utlFindLogNameParts(plan.logName, names);
   HostFnameStrType directory;
   if (plan.workingDir != nullptr) {
@@ -111,8 +117,7 @@ void planNames(ForkPlan& plan, UtlLogNameParts& names) {
 }
 
 // The log's header names the users whose ids the child will have.
-void planHeader(ForkPlan& plan, uid_t parentUid, VerInfoFacts& facts) {
-  plan.facts = &facts;
+void planHeader(const ForkPlan& plan, uid_t parentUid, VerInfoFacts& facts) {
   if (plan.isServer) return;
   const bool setsRealId = plan.byDaemon && parentUid == 0;
   verFindInfo(facts, setsRealId ? plan.uid : getuid(), plan.byDaemon ? plan.uid : parentUid);
@@ -214,29 +219,29 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
 
 // Whatever asks a database, the resolver, the time zone, the heap or a stream is done here: the
 // child must not.
-bool planAndStart(ForkPlan& plan, const char* user, PidType* thePid, const FailureText& failure) {
+bool planChild(ForkPlan& plan, const char* user, UtlLogNameParts& names, VerInfoFacts& facts,
+               const FailureText& failure) {
   const uid_t parentUid = geteuid();
   if (user != nullptr && !planUser(plan, user, parentUid, failure)) return false;
   if (!splitCommand(plan)) return failure.failedAllocation();
-  UtlLogNameParts names(plan.program(), ULONG_MAX, plan.byDaemon ? plan.userName : nullptr,
-                        plan.byDaemon ? plan.homeDirectory : nullptr);
   planNames(plan, names);
-  VerInfoFacts facts;
   planHeader(plan, parentUid, facts);
-  return startChild(plan, thePid, failure);
+  return true;
 }
 
-BoolType forkProcess(ForkPlan& plan, const char* user, PidType* thePid,
-                     const FailureText& failure) {
+BoolType forkProcess(ForkPlan plan, const char* user, PidType* thePid, const FailureText& failure) {
   const CancellationWaits cancellationWaits;
   PidType ignored;
   if (thePid == nullptr) thePid = &ignored;
   plan.pipeRead = -1;
   plan.pipeWrite = -1;
-  const bool started = planAndStart(plan, user, thePid, failure);
-  for (const void* block :
-       {static_cast<const void*>(plan.groups), static_cast<const void*>(plan.argv),
-        static_cast<const void*>(plan.words)}) {
+  UtlLogNameParts names;
+  VerInfoFacts facts;
+  plan.names = &names;
+  plan.facts = &facts;
+  const bool started =
+      planChild(plan, user, names, facts, failure) && startChild(plan, thePid, failure);
+  for (const void* block : std::initializer_list<const void*>{plan.groups, plan.argv, plan.words}) {
     if (block != nullptr) UtlFree(block);
   }
   return started;

@@ -284,8 +284,7 @@ void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
 // Calls the application's file flusher in that way. Signal-safe but for the callback.
 void hostFlushApplicationFiles();
 
-// Calls the application's shutdown callback.
-// Signal-safe but for the callback.
+// Calls the application's shutdown callback. Signal-safe but for the callback.
 void hostShutDownApplication();
 
 // Whether the calling thread ends the process in the fault handler. What it has interrupted may
@@ -363,7 +362,7 @@ class ChildEnvironment {
   // or beyond the spare room, which the few that are set never reach.
   bool set(const char* name, const char* value);
 
-  // In the child only, and signal-safe: make it, complete, the environment of this process; set
+  // In the child only, and without a call: make it, complete, the environment of this process; set
   // TARVOLIN_CHILD_LOG.
   void enter();
   void setChildLog(const HostFnameStrType& name);
@@ -412,6 +411,6 @@ struct ForkPlan {
   int pipeWrite;
 };
 
-// Turns this process, just forked with all signals blocked, into the program that the plan names.
-// Never returns. Signal-safe.
+// Turns this process, just forked with all signals blocked, into the program that the plan names,
+// by async-signal-safe calls alone. Never returns.
 [[noreturn]] void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment);

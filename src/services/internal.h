@@ -45,15 +45,11 @@ void utlRememberTimeZone();
 
 // What the directives of a log-name template stand for (utllogname.cpp).
 struct UtlLogNameParts {
-  UtlLogNameParts(const char* commandIs, unsigned long processIdIs, const char* userIs,
-                  const char* homeIs)
-      : command(commandIs), processId(processIdIs), user(userIs), home(homeIs) {}
-
-  const char* command;         // %N: the name of its program
-  unsigned long processId;     // %P
-  const char* user;            // %U
-  const char* home;            // %H, without a '/' behind it; null: not known
-  const char* host = nullptr;  // %M
+  const char* command = "";     // %N: the name of its program
+  unsigned long processId = 0;  // %P
+  const char* user = nullptr;   // %U
+  const char* home = nullptr;   // %H, without a '/' behind it; null: not known
+  const char* host = nullptr;   // %M
 
   // What was found out.
   HostFnameStrType foundHome;
@@ -63,8 +59,8 @@ struct UtlLogNameParts {
 // Finds out the user, home directory and host that the template asks for and that are null.
 void utlFindLogNameParts(const char* logTemplate, UtlLogNameParts& parts);
 
-// UtlExpandLogName with the parts that were found for the template, into at least one byte.
-// Signal-safe.
+// UtlExpandLogName with the parts that were found for the template, into at least one byte. Asks
+// nobody, so that the child of a fork may call it.
 bool utlExpandLogTemplate(const char* logTemplate, const UtlLogNameParts& parts, char* logNameBuf,
                           std::size_t logNameBufSize);
 

@@ -25,7 +25,7 @@ struct NameWriter {
     room -= length;
     return true;
   }
-  bool append(const char* text) { return append(text, std::strlen(text)); }
+  bool append(const char* text) { return text == nullptr || append(text, std::strlen(text)); }
 
   // Ends the name. A full buffer loses its last character to the terminator.
   bool terminate() const {
@@ -120,8 +120,11 @@ BoolType UtlExpandLogName(const char* logTemplate, char* logNameBuf, std::size_t
                           const char* execStr, const char* username, const char* homedir,
                           char* /*errBuf*/, std::size_t /*errLength*/) {
   if (logNameBufSize == 0) return 0;
-  UtlLogNameParts parts(execStr != nullptr ? execStr : "", static_cast<unsigned long>(getpid()),
-                        username, homedir);
+  UtlLogNameParts parts;
+  if (execStr != nullptr) parts.command = execStr;
+  parts.processId = static_cast<unsigned long>(getpid());
+  parts.user = username;
+  parts.home = homedir;
   utlFindLogNameParts(logTemplate, parts);
   return utlExpandLogTemplate(logTemplate, parts, logNameBuf, logNameBufSize);
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string_view>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostprocess.h>
@@ -53,10 +54,11 @@ void infoMessage(Write write, const char* symbol, const char* kinds, Arguments..
     const auto left = static_cast<std::size_t>(textEnd - line);
     const std::size_t full = utlBytes(line, left, lineWidth, isWide);
     if (full == left) break;
-    void* end = std::memchr(line, '\n', full + 1);
-    if (end == nullptr) end = memrchr(line, ' ', full + 1);
-    if (end == nullptr) break;
-    line = static_cast<char*>(end);
+    const std::string_view fitting(line, full + 1);
+    std::size_t end = fitting.find('\n');
+    if (end == fitting.npos) end = fitting.rfind(' ');
+    if (end == fitting.npos) break;
+    line += end;
     *line++ = '\n';
   }
   write(text);
