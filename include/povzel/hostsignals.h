@@ -1,8 +1,7 @@
 // Plain uses of signals: ignoring them, the keyboard interrupt, blocking all of them for a while,
 // and the profiling timer.
 //
-// Actions and timers belong to the process: set them from one thread. HostDisableInterrupts and
-// HostEnableInterrupts keep one state for all threads and are for programs with one.
+// Actions and timers belong to the process: set them from one thread.
 #pragma once
 
 #include <povzel/povzeltypes.h>
@@ -20,8 +19,8 @@ POVZEL_EXPORT void HostIgnoreSigIo(void);
 // ignored, as it does in a background job.
 POVZEL_EXPORT void HostEnableKbInt(HostKbIntFuncType* routine);
 
-// Blocks every signal of the calling thread, and unblocks every one again. A call that finds its
-// work done already does nothing. Both keep errno.
+// Blocks every signal of the calling thread, and unblocks every one again, each thread for itself.
+// A call that finds its work done already does nothing. Both keep errno. Not for signal handlers.
 POVZEL_EXPORT void HostDisableInterrupts(void);
 POVZEL_EXPORT void HostEnableInterrupts(void);
 
@@ -30,7 +29,8 @@ POVZEL_EXPORT void HostBeginSampling(const char* file);
 POVZEL_EXPORT void HostStopSampling(void);
 
 // Calls `func` on SIGVTALRM after each `millisec` milliseconds of CPU time. Returns 1, or 0 when
-// the system refused the timer. HostStopProfTimer ends that and puts the old action back.
+// the system refused the timer and all is as before. HostStopProfTimer ends that and puts the
+// action back that was there before the first call.
 POVZEL_EXPORT BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func);
 POVZEL_EXPORT void HostStopProfTimer(void);
 

@@ -10,8 +10,9 @@
 
 namespace {
 
-bool interruptsAreDisabled = false;
+thread_local bool interruptsAreDisabled = false;  // the mask is the thread's as well
 struct sigaction oldSigVtalrm;
+bool profTimerRuns = false;
 
 itimerval timerOf(long milliseconds) {
   const timeval period{milliseconds / 1000, milliseconds % 1000 * 1000};
@@ -26,7 +27,7 @@ void setInterrupts(bool disable) {
   } else {
     sigemptyset(&mask);
   }
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   interruptsAreDisabled = disable;
 }
 
@@ -38,6 +39,7 @@ void hostUnblockInterrupts() {
 
 void hostForgetProfTimer() {
   oldSigVtalrm = {};
+  profTimerRuns = false;
 }
 
 void HostIgnoreSigTerm() {
@@ -73,14 +75,22 @@ void HostStopSampling() {
 }
 
 BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func) {
-  UNIXIO_DO_SIGNAL_1ARG(SIGVTALRM, func, &oldSigVtalrm);
+  struct sigaction previous;
+  UNIXIO_DO_SIGNAL_1ARG(SIGVTALRM, func, &previous);
   const itimerval timer = timerOf(millisec);
-  return setitimer(ITIMER_VIRTUAL, &timer, nullptr) == 0;
+  if (setitimer(ITIMER_VIRTUAL, &timer, nullptr) != 0) {
+    const ErrnoKeeper keeper;
+    sigaction(SIGVTALRM, &previous, nullptr);
+    return 0;
+  }
+  if (!profTimerRuns) oldSigVtalrm = previous;
+  profTimerRuns = true;
+  return 1;
 }
 
 void HostStopProfTimer() {
   const itimerval stopped = timerOf(0);
   setitimer(ITIMER_VIRTUAL, &stopped, nullptr);
   sigaction(SIGVTALRM, &oldSigVtalrm, nullptr);
-  oldSigVtalrm = {};
+  hostForgetProfTimer();
 }

@@ -219,6 +219,11 @@ void interrupt() {
   raise(SIGINT);
   HostDisableInterrupts();
   if (calls != 1 || !isBlocked(SIGUSR2)) _exit(11);
+  std::thread([] {
+    HostDisableInterrupts();
+    HostEnableInterrupts();
+    if (isBlocked(SIGUSR2)) _exit(13);
+  }).join();
   HostEnableInterrupts();
   if (isBlocked(SIGUSR2)) _exit(12);
 }
@@ -275,6 +280,9 @@ TEST(HostFault, EndsBySignals) {
 TEST(HostSignals, PutsEarlierActionsBack) {
   static volatile sig_atomic_t ticks;
   std::signal(SIGVTALRM, SIG_IGN);
+  EXPECT_FALSE(HostStartProfTimer(-1, count));
+  EXPECT_EQ(std::signal(SIGVTALRM, SIG_IGN), SIG_IGN);
+  ASSERT_TRUE(HostStartProfTimer(1, count));
   ASSERT_TRUE(HostStartProfTimer(1, [](int) { ticks = ticks + 1; }));
   while (ticks < 3) {
   }
