@@ -10,6 +10,11 @@
 // SIGXCPU, with a report and a core dump otherwise. SIGPIPE and SIGHUP are ignored unless the
 // program handles them.
 //
+// One thread carries out the end; others whose faults are fatal wait for it, and a SIGTERM
+// meanwhile is counted alone. What the callbacks and exit handlers do on the way is reported like
+// anything else when it faults. A process that was told to end, and waits for a lock that the
+// interrupted code holds, is ended with its status after five seconds.
+//
 // Install, and register callbacks and switches, from one thread at start-up.
 //
 // Sources: hostfault.cpp (the handler), hostfaultinstall.cpp (installation and chaining),
@@ -46,8 +51,7 @@ POVZEL_EXPORT void HostShutDown(void);
 // its own in front may call it for the signals that it does not want.
 //
 // Signal-safe but for the ends of the process, which call the application's callbacks, the exit
-// handlers (UtlExit) and HostCoredump: the process is lost there anyway, and a second fault on the
-// way ends it at once.
+// handlers (UtlExit) and HostCoredump: the process is lost there anyway.
 POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
 
 // Which children's statuses the SIGCHLD handler takes: `own` those alone that HostFork and

@@ -6,7 +6,8 @@
 //   ...
 //   UtlExit(0);
 //
-// Register while one thread runs; any thread may run the handlers.
+// Register while one thread runs; any thread may run the handlers. One thread carries out the exit:
+// another one that calls UtlExit or UtlExitMt meanwhile waits for it, and SIGTERM leaves it alone.
 #pragma once
 
 #include <povzel/povzeltypes.h>

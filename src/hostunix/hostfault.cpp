@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include <povzel/atomics.h>
+#include <povzel/hostdebug.h>
 #include <povzel/hostsafeprint.h>
 #include <povzel/hostsigterm.h>
 #include "internal.h"
@@ -27,21 +28,22 @@ constexpr int nestedFaultExitStatus = 2;
 // A fault signal, illegal instruction or abort that was not raised by the hardware: nobody can say
 // what it means, so it counts as a broken guarantee.
 void reportSentSignal(const SignalEvent& event) {
+  if (event.info != nullptr && !event.wasSent()) return;
+  if (noHalt == 0) hostBeginFatalEnd(event);
   if (event.info == nullptr) {
     hostSafePrint(
         "TV signal handler: signal %d (%s), received with incomplete or invalid args.  "
         "Additional info not available.\n",
         event.signal, hostSignalName(event.signal));
-  } else if (event.wasSent()) {
+  } else {
     hostSafePrint(
         "TV signal handler: signal %d (%s), received from process %d userId %d\n"
         "  si_code: %d, %s\n",
         event.signal, hostSignalName(event.signal), event.info->si_pid,
         static_cast<int>(event.info->si_uid), event.info->si_code, hostSiCodeText(event.info));
     hostObeyExitOnFault(event.signal);
-  } else {
-    return;
   }
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   utlGuaranteeFailed("src/hostunix", __LINE__);
 }
 
@@ -143,6 +145,7 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
   const SignalEvent event{sig, validInfo ? info : nullptr, info, static_cast<ucontext_t*>(context)};
 
   if (event.isHardwareSignal()) {
+    if (event.wasSent() && info->si_pid != getpid() && hostExitGoesOnElsewhere()) return;
     reportSentSignal(event);
     if (resumeAfterGuardPage(event)) return;
     hostObeyExitOnFault(sig);

@@ -1,21 +1,21 @@
 // The ends of a process by a signal, and the application's part in them: its switches, its
 // callbacks, and the exits that it chooses to postpone.
 //
-// Runs in the fault handler. The switches, hostAbortProcess and the texts are signal-safe: they
-// call _exit, abort, getpid, pthread_self, signal and hostSafePrint. The ends themselves are not:
-// the callbacks and the earlier handlers do what they please, UtlExit runs the exit handlers and
-// flushes the streams, HostCoredump and the boxes use the catalogue, its lock and the streams. The
-// process is lost by then. A callback that fails on the way is not called again, and a fault
-// ends it for good (HostCoredump's attempts, the handler's count of faults).
+// Runs in the fault handler. The switches, hostBeginFatalEnd, hostAbortProcess and the texts are
+// signal-safe: they call _exit, getpid, gettid, pthread_self, raise, signal and hostSafePrint. The
+// ends themselves are not: the callbacks and the earlier handlers do what they please, UtlExit runs
+// the exit handlers and flushes the streams. The process is lost by then. One thread carries the
+// end out (utlexit.cpp). What the application does on the way has its faults reported like any
+// other, and what waits for a lock that was interrupted is cut off (hostbackstop.cpp).
 #include <povzel/hostfault.h>
 
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
 #include <povzel/atomics.h>
 #include <povzel/errmsg.h>
@@ -24,6 +24,7 @@
 #include <povzel/utlexit.h>
 #include <povzel/vermsg.h>
 #include "internal.h"
+#include "services/internal.h"
 
 namespace {
 
@@ -35,8 +36,8 @@ BoolType exitOnGuardPageAccess = 0;
 
 HostFaultFuncType* fileFlusherFct = nullptr;
 HostFaultFuncType* shutdownFct = nullptr;
-HostSigExitHandlerType delaySigExit = nullptr;
-HostSigExitHandlerType completeSigExit = nullptr;
+std::atomic<HostSigExitHandlerType> delaySigExit{nullptr};
+std::atomic<HostSigExitHandlerType> completeSigExit{nullptr};
 
 void* shrMemAddr = nullptr;
 HostShrMemFuncType shrMemFunc = nullptr;
@@ -53,6 +54,7 @@ struct PostponedExit {
   ucontext_t context;
 };
 PostponedExit postponed;
+std::atomic_flag postponedTaken;  // by who fills or reads it
 
 std::atomic<pid_t> endingThread{0};
 
@@ -66,32 +68,46 @@ bool endsAtOnce(const SignalEvent& event) {
 }
 
 void quietExit(int code, const SignalEvent& event) {
+  if (!utlClaimExit()) utlAwaitExit();
   delaySigExit = nullptr;
+  hostArmBackstop(code);
   hostFlushApplicationFiles();
   if (event.signal != SIGTERM) hostCallEarlierHandler(event);
   UtlExit(code);
 }
 
 void coreExit(int explicitlyRequested, const SignalEvent& event) {
+  if (!utlClaimExit()) utlAwaitExit();
   delaySigExit = nullptr;
+  hostArmBackstop(coreExitStatus);
+  const pid_t inHandler = endingThread.exchange(0);  // what that handler does is its own
   hostCallEarlierHandler(event);
+  endingThread = inHandler;
   HostCoredump(explicitlyRequested);
+  endingThread = 0;
   HostSignalSafePrint("\n");
   UtlExit(coreExitStatus);
 }
 
-void postpone(ExitFunction exitfunc, int code, const SignalEvent& event) {
-  postponed.exitfunc = exitfunc;
-  postponed.code = code;
-  postponed.signal = event.signal;
-  postponed.hasInfo = event.info != nullptr;
-  postponed.hasContext = event.context != nullptr;
-  if (postponed.hasInfo) postponed.info = *event.info;
-  if (postponed.hasContext) {
-    postponed.context = *event.context;
-    postponed.context.uc_mcontext.fpregs = nullptr;  // lies in the frame that goes away
+// Of threads that postpone an exit at the same time one fills the record, and all tell the
+// application.
+void postpone(HostSigExitHandlerType postponeExit, ExitFunction exitfunc, int code,
+              const SignalEvent& event) {
+  if (!postponedTaken.test_and_set()) {
+    postponed.exitfunc = exitfunc;
+    postponed.code = code;
+    postponed.signal = event.signal;
+    postponed.hasInfo = event.info != nullptr;
+    postponed.hasContext = event.context != nullptr;
+    if (postponed.hasInfo) postponed.info = *event.info;
+    if (postponed.hasContext) {
+      postponed.context = *event.context;
+      postponed.context.uc_mcontext.fpregs = nullptr;  // lies in the frame that goes away
+    }
+    postponedTaken.clear();
   }
-  delaySigExit();
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  postponeExit();
 }
 
 // The C library ran out of memory below us: there is none for a fork either, so no stack is
@@ -156,6 +172,7 @@ BoolType HostGetFatalErr() {
 
 void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
   if (callback == nullptr || HostAsmSyncOr(&running, 1) != 0) return;
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   callback();
   HostAsmSyncAnd(&running, 0);
 }
@@ -171,7 +188,9 @@ void hostFlushApplicationFiles() {
 }
 
 void hostShutDownApplication() {
-  if (shutdownFct != nullptr) shutdownFct();
+  if (shutdownFct == nullptr) return;
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  shutdownFct();
 }
 
 void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function) {
@@ -185,6 +204,18 @@ bool hostEndsInHandler() {
   return endingThread.load() == gettid();
 }
 
+bool hostExitGoesOnElsewhere() {
+  return utlExitIsClaimed() && !utlClaimExit();
+}
+
+void hostBeginFatalEnd(const SignalEvent& event) {
+  // What this end itself does is beyond repair: a report would only abort again.
+  if (event.signal == SIGABRT && hostEndsInHandler()) hostAbortProcess();
+  if (!utlClaimExit()) utlAwaitExit();
+  endingThread = gettid();
+  hostArmBackstop(coreExitStatus);
+}
+
 void hostTerminate(const SignalEvent& event) {
   const bool isTerm = event.signal == SIGTERM;
   const char* text =
@@ -194,20 +225,25 @@ void hostTerminate(const SignalEvent& event) {
                   event.signal, text, hostHandlerTime(), pthread_self());
   }
   HostFatalErr = 1;
-  if (delaySigExit == nullptr) {
+  if (utlExitIsClaimed()) return;
+  const HostSigExitHandlerType postponeExit = delaySigExit;
+  if (postponeExit != nullptr) {
+    postpone(postponeExit, quietExit, 0, event);
+  } else if (utlClaimExit()) {
     quietExit(0, event);
-  } else {
-    postpone(quietExit, 0, event);
   }
 }
 
 void hostEndByUnhandledSignal(const SignalEvent& event) {
-  endingThread = gettid();
+  const bool atOnce = endsAtOnce(event);
+  const HostSigExitHandlerType postponeExit = atOnce ? nullptr : delaySigExit.load();
+  if (!atOnce && hostExitGoesOnElsewhere()) return;
+  if (postponeExit == nullptr) hostBeginFatalEnd(event);
   hostReportUnhandledSignal(event);
   if (event.info != nullptr && event.info->si_errno == ENOMEM) abortWithoutMemory();
   const int explicitlyRequested = event.signal == SIGQUIT;
-  if (delaySigExit != nullptr && !endsAtOnce(event)) {
-    postpone(coreExit, explicitlyRequested, event);
+  if (postponeExit != nullptr) {
+    postpone(postponeExit, coreExit, explicitlyRequested, event);
   } else {
     coreExit(explicitlyRequested, event);
   }
@@ -215,25 +251,33 @@ void hostEndByUnhandledSignal(const SignalEvent& event) {
 
 void hostEndUnableToReap(int error) {
   hostSafePrint("handleChild: peculiar wait3 errno = %d\n", error);
+  if (!utlClaimExit()) utlAwaitExit();
+  hostArmBackstop(childErrorExitStatus);
   UtlExit(childErrorExitStatus);
 }
 
+// Not by abort, whose lock another thread may hold.
 void hostAbortProcess() {
   std::signal(SIGABRT, SIG_DFL);
-  std::abort();
+  const SignalMask abortReachesUs(SIG_UNBLOCK, unixIoSignals(SIGABRT));
+  raise(SIGABRT);
+  _exit(coreExitStatus);
 }
 
 void HostDelaySigExit(HostSigExitHandlerType postponeExit, HostSigExitHandlerType complete) {
-  delaySigExit = postponeExit;
   completeSigExit = complete;
+  delaySigExit = postponeExit;
 }
 
 void HostDoSigExit() {
-  if (postponed.exitfunc != nullptr) {
-    siginfo_t* info = postponed.hasInfo ? &postponed.info : nullptr;
-    const SignalEvent event{postponed.signal, info, info,
-                            postponed.hasContext ? &postponed.context : nullptr};
-    postponed.exitfunc(postponed.code, event);
+  while (postponedTaken.test_and_set()) sched_yield();
+  PostponedExit exit = postponed;
+  postponedTaken.clear();
+  if (exit.exitfunc != nullptr) {
+    siginfo_t* info = exit.hasInfo ? &exit.info : nullptr;
+    const SignalEvent event{exit.signal, info, info, exit.hasContext ? &exit.context : nullptr};
+    exit.exitfunc(exit.code, event);
   }
-  if (completeSigExit != nullptr) completeSigExit();
+  const HostSigExitHandlerType complete = completeSigExit;
+  if (complete != nullptr) complete();
 }

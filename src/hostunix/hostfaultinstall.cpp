@@ -110,7 +110,9 @@ void hostForgetOldHandlers() {
 
 void hostCallEarlierHandler(const SignalEvent& event) {
   const struct sigaction* earlier = rememberedHandler(event.signal);
-  if (earlier != nullptr) callHandler(*earlier, event);
+  if (earlier == nullptr) return;
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  callHandler(*earlier, event);
 }
 
 bool hostChain(const SignalEvent& event) {

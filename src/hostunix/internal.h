@@ -5,6 +5,7 @@
 //   faults        hostfault.cpp (the handler), hostfaultinstall.cpp (installation, chaining),
 //                 hostfaultexit.cpp (the ends, switches, callbacks), hostfaultreport.cpp (the
 //                 report of a signal that nobody handles), hostpages.cpp (guarded pages),
+//                 hostbackstop.cpp (ends that hang),
 //                 hostsafeprint.cpp (printing)
 //   fatal paths   hostdebug.cpp, hostcore.cpp, hoststack.cpp
 //   processes     hostprocess.cpp, hostspawn.cpp, hostfork.cpp (before the fork),
@@ -291,12 +292,21 @@ void hostShutDownApplication();
 // hold any lock, so until the core is there it uses neither the streams nor the heap. Signal-safe.
 bool hostEndsInHandler();
 
+// Whether another thread carries out an exit. It may wait for this one, which therefore goes on
+// where its signal lets it. Signal-safe.
+bool hostExitGoesOnElsewhere();
+
+// Makes the calling thread the one that ends the process by a fatal signal; where another one ends
+// it already, waits here for that. A SIGABRT that this end itself has raised ends it at once.
+// Signal-safe.
+void hostBeginFatalEnd(const SignalEvent& event);
+
 // Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
-// the end. Not signal-safe.
+// the end, or an exit is going on already. Not signal-safe.
 void hostTerminate(const SignalEvent& event);
 
-// Ends the process with a report and a core. Returns only when the application postpones the end.
-// Not signal-safe.
+// Ends the process with a report and a core. Returns only when the application postpones the end,
+// or another thread carries out an exit already and this one can go on. Not signal-safe.
 void hostEndByUnhandledSignal(const SignalEvent& event);
 
 // Ends the process because waiting for its children failed with `error`, an errno value.
@@ -306,6 +316,14 @@ void hostEndByUnhandledSignal(const SignalEvent& event);
 // Ends the process by SIGABRT itself, which would otherwise come back into the handler.
 // Signal-safe.
 [[noreturn]] void hostAbortProcess();
+
+// The end of a process that hangs (hostbackstop.cpp)
+
+// From now on ends the process with `status` once the calling thread, which carries out its end,
+// has stood in one and the same wait for a lock for five seconds: what the signal interrupted holds
+// that lock. All that takes longer, sleeps, reads or waits for threads is left in peace. The last
+// status given counts. Signal-safe, and keeps errno.
+void hostArmBackstop(int status);
 
 // Guarded pages (hostpages.cpp)
 

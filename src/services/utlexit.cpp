@@ -16,6 +16,7 @@
 #include <povzel/utlchecksum.h>
 #include <povzel/utlheap.h>
 #include "internal.h"
+#include "system/internal.h"
 
 namespace {
 
@@ -110,6 +111,9 @@ void UtlRemoveLogOnExit(BoolType removeIt) {
 
 void UtlExit(int status) {
   if (!utlClaimExit()) utlAwaitExit();
+  // An exit from a handler leaves them blocked, and what the exit handlers do would go unreported.
+  const sigset_t faults = unixIoFaultSignals();
+  pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
   UtlExitStatus = status;
   if (ServiceIsService()) ServiceStopped(status == 0);
   UtlRunExitHandlers();
@@ -118,6 +122,7 @@ void UtlExit(int status) {
 }
 
 void UtlExitMt(int status) {
+  if (!utlClaimExit()) utlAwaitExit();
   UtlHeapCheck();
   std::fflush(stdout);
   std::fflush(stderr);

@@ -124,6 +124,11 @@ sigset_t unixIoAllSignalsBut(Signals... signals) {
   return set;
 }
 
+// What a thread's own code raises: where these are blocked, a fault ends the process unreported.
+inline sigset_t unixIoFaultSignals() {
+  return unixIoSignals(SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP);
+}
+
 // Changes the thread's mask as pthread_sigmask does; the former mask is back when this dies, or
 // earlier by restore(). Signal-safe, and keeps errno.
 class SignalMask {

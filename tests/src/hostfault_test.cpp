@@ -12,6 +12,7 @@
 #include <povzel/hostsigterm.h>
 #include <povzel/hoststack.h>
 #include <povzel/unixio.h>
+#include <povzel/utlexit.h>
 #include "tests.h"
 
 namespace {
@@ -42,7 +43,7 @@ void expectEnd(const Case& one) {
   });
   EXPECT_TRUE(one.end < 0 ? child.killedBy(-one.end) : child.exitedWith(one.end)) << child.status;
   EXPECT_THAT(child.err + child.out, Reads(one.report));
-  for (const char* word : {"Unhandled", "later", "never"}) {
+  for (const char* word : {"Unhandled", "later", "never", "panic"}) {
     EXPECT_EQ(child.err.find(word) == std::string::npos,
               one.report.find(word) == std::string::npos);
   }
@@ -116,6 +117,18 @@ void touchGuardPage() {
   HostExitOnGuardPageAccess();
   HostProtectPage(page, letPass, &error);
   page[0] = 'x';
+}
+
+// Ends in an exit handler that runs in the signal's handler, behind a guarded page.
+void faultAtExit() {
+  UtlAtExit([] {
+    char* page = newPages(1);
+    SysErrorSType error;
+    HostProtectPage(page, letPass, &error);
+    page[0] = 'x';
+    store(reinterpret_cast<void*>(8));
+  });
+  raise(SIGTERM);
 }
 
 void handle(int signal, int infoSignal, int error) {
@@ -246,6 +259,22 @@ TEST(HostFault, EndsBySignals) {
        "\n[Debug]: Tarvolin ignored signal SIGSEGV caused by attempted guard page access at "
        "address 0x~\n*** Tarvolin detected a SIGSEGV caused by an attempt to access guard page "
        "address 0x~***.\nGoodbye.\n"},
+      {faultAtExit, 3, "~[Debug]~" + unhandled + "11, SIGSEGV"},
+      // Of several threads one ends the process.
+      {[] { inThreads(3, [](int) { store(reinterpret_cast<void*>(8)); }); }, 3,
+       unhandled + "~later\n",
+       [] {
+         UtlAtExit([] { HostSignalSafePrint(calls == 1 ? "later\n" : "never\n"); });
+         HostInstallFaultHandler(nullptr, [] { ++calls; });
+       }},
+      // What the interrupted code holds nobody gives free.
+      {[] {
+         static pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
+         pthread_mutex_lock(&held);
+         UtlAtExit([] { pthread_mutex_lock(&held); });
+         raise(SIGTERM);
+       },
+       0, ""},
       {[] { handle(SIGILL, SIGBUS, 0); }, 3,
        "TV signal handler: signal 4 (SIGILL), received with incomplete or invalid args.  "
        "Additional info not available.\n"},

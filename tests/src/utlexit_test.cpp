@@ -1,5 +1,6 @@
 #include <povzel/utlexit.h>
 
+#include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
 #include <povzel/utloutput.h>
 #include "tests.h"
@@ -18,6 +19,16 @@ TEST(UtlExit, RunsHandlersInReverseOrderOnce) {
        },
        7, "1 1ba"},
       {[] { UtlExitMt(4); }, 4, "1 "},
+      // Signals to whichever thread leave it alone.
+      {[] {
+         HostInstallFaultHandler(nullptr, nullptr);
+         raise(SIGTERM);
+         std::thread([] {
+           raise(SIGTERM);
+           raise(SIGQUIT);
+         }).join();
+       },
+       7, "1 ba"},
       // A hundred fit and no more.
       {[] {
          UtlInit();
