@@ -4,10 +4,12 @@
 //   HostProtectPage(stackEnd, growStack, &err);   // growStack(page, faultAddress) answers true
 //
 // A page's handler runs inside the fault handler (HostInstallFaultHandler): it may call only what
-// is safe in a signal handler. When it answers true the page becomes readable and writable, its
-// slot is free again, and the faulting instruction is tried again.
+// is safe in a signal handler, HostProtectPage and HostUnProtectPage among it. When it answers true
+// the page becomes readable and writable, its slot is free again, and the faulting instruction is
+// tried again.
 //
-// Nothing here locks: threads that guard pages at the same time must take turns.
+// From any thread. Several threads may touch guarded pages at once; then a page's handler is called
+// by each that finds the page still guarded, at the same time.
 #pragma once
 
 #include <stddef.h>
@@ -15,8 +17,8 @@
 #include <povzel/povzeltypes.h>
 #include <povzel/syserror.h>
 
-// Gets the page's address and the address of the access (0 when it is not known); returns true
-// when the access is its to deal with.
+// Gets the page's address and the address of the access; returns true when the access is its to
+// deal with. An access at address 0 is offered to every guarded page.
 typedef BoolType (*HostProtectHandlerFType)(char* pageAddr, char* faultAddr);
 
 // How many pages can be guarded at one time.

@@ -47,16 +47,20 @@ void reportSentSignal(const SignalEvent& event) {
   utlGuaranteeFailed("src/hostunix", __LINE__);
 }
 
-// Returns true when the fault was an access to a guarded page that is accessible now.
+// Returns true when the fault was an access to a guarded page that is accessible now. One that was
+// sent, and one that the processor raises for an address that it does not tell, is none.
 bool resumeAfterGuardPage(const SignalEvent& event) {
   if (event.signal != SIGSEGV || event.info == nullptr) return false;
-  void* address = event.info->si_addr;
-  if (!hostHandleGuardPageAccess(static_cast<char*>(address))) return false;
+  if (event.wasSent() || event.info->si_code == SI_KERNEL) return false;
+  auto* address = static_cast<char*>(event.info->si_addr);
+  if (!hostHandleGuardPageAccess(address)) {
+    return event.info->si_code == SEGV_ACCERR && hostPageWasOpened(address);
+  }
   hostObeyExitOnGuardPageAccess(address);
   hostSafePrint(
       "\n[Debug]: Tarvolin ignored signal SIGSEGV caused by attempted guard page access at "
       "address %p.  time=%ld\n",
-      address, hostHandlerTime());
+      static_cast<void*>(address), hostHandlerTime());
   return true;
 }
 

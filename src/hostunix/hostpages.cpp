@@ -1,13 +1,21 @@
 // Guarded pages.
 //
-// hostHandleGuardPageAccess runs in signal handlers and is signal-safe but for the pages' own
-// handlers: it calls mprotect, a bare system call. So do the calls that unprotect. HostProtectPage
-// reports its failures through the catalogue.
+// hostHandleGuardPageAccess and hostPageWasOpened run in signal handlers and are signal-safe but
+// for the pages' own handlers: they call mprotect, sched_yield and gettid, bare system calls. So do
+// the calls that unprotect. HostProtectPage reports its failures through the catalogue.
+//
+// A slot and its page change together, under a lock; slots are read without it, so that a page's
+// handler may guard and unguard pages, and several threads may be in it at once.
 #include <povzel/hostpages.h>
 
+#include <pthread.h>
+#include <sched.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 
 #include <povzel/utlsystem.h>
@@ -16,58 +24,158 @@
 
 namespace {
 
-struct protectedSType {
+struct alignas(8) protectedSType {
   char* pageAddr;  // null: the slot is free
   HostProtectHandlerFType protectHandler;
 };
+using Slot = std::atomic<protectedSType>;
+static_assert(Slot::is_always_lock_free);
 
-protectedSType protectedPages[HostMaxProtectedPages];
+Slot protectedPages[HostMaxProtectedPages];
 
-// Read once outside any handler; HostProtectPage always comes before a page can fault.
-std::size_t pageSize = 0;
+// Read outside any handler; HostProtectPage always comes before a page can fault.
+std::atomic<std::size_t> pageSize = 0;
 
-protectedSType* slotOf(const char* pageAddr) {
-  for (protectedSType& slot : protectedPages) {
-    if (slot.pageAddr == pageAddr) return &slot;
+// A page that one thread opens may already have made another one fault, whose handler then finds no
+// slot. So pages that were ever guarded are known by a bit each, and counters, shared by some, tell
+// how often one was opened. Pages are numbered by the smallest size there is.
+constexpr std::size_t smallestPage = 4096;
+constexpr std::size_t pageNumbers = UINTPTR_MAX / smallestPage + 1;
+std::atomic<unsigned char> guardedOnce[pageNumbers / 8];
+std::atomic<unsigned> openings[256];
+
+// What some threads have last tried again: thread, page and how often that had been opened, in one
+// number.
+std::atomic<std::uint64_t> retries[64];
+constexpr unsigned threadShift = 42;
+constexpr unsigned pageShift = 22;
+static_assert(pageNumbers <= std::uint64_t{1} << (threadShift - pageShift));
+
+// Spins, because a handler may wait for it. Nothing faults under it.
+std::atomic_flag slotsTaken;
+
+void takeSlots() {
+  while (slotsTaken.test_and_set(std::memory_order_acquire)) sched_yield();
+}
+
+void leaveSlots() {
+  slotsTaken.clear(std::memory_order_release);
+}
+
+// Holds the lock. No handler runs on this thread meanwhile, which might need it itself.
+class SlotsAccess {
+ public:
+  SlotsAccess() { takeSlots(); }
+  ~SlotsAccess() { leaveSlots(); }
+  SlotsAccess(const SlotsAccess&) = delete;
+  SlotsAccess& operator=(const SlotsAccess&) = delete;
+
+ private:
+  const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
+};
+
+// A child's slots are whole, and nobody holds the lock there.
+sigset_t maskAtFork;
+
+void holdSlotsForFork() {
+  const sigset_t all = unixIoAllSignalsBut();
+  sigset_t mask;
+  pthread_sigmask(SIG_BLOCK, &all, &mask);
+  takeSlots();
+  maskAtFork = mask;
+}
+
+void leaveSlotsAfterFork() {
+  const sigset_t mask = maskAtFork;
+  leaveSlots();
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+Slot* slotOf(const char* pageAddr) {
+  for (Slot& slot : protectedPages) {
+    if (slot.load().pageAddr == pageAddr) return &slot;
   }
   return nullptr;
 }
 
-bool covers(const protectedSType& slot, const char* faultAddr) {
+bool covers(const protectedSType& page, const char* faultAddr) {
   return faultAddr == nullptr ||
-         (faultAddr >= slot.pageAddr && faultAddr < slot.pageAddr + pageSize);
+         (faultAddr >= page.pageAddr && faultAddr < page.pageAddr + pageSize);
 }
 
-// A page that the system refuses to unprotect is most likely unmapped: its slot is of no use either
-// way.
-bool unprotect(protectedSType& slot) {
-  const bool done = mprotect(slot.pageAddr, pageSize, PROT_READ | PROT_WRITE) == 0;
-  slot = {};
+std::size_t pageNumber(const char* address) {
+  return reinterpret_cast<std::uintptr_t>(address) / pageSize * pageSize / smallestPage;
+}
+
+std::atomic<unsigned>& openingsOf(std::size_t page) {
+  return openings[page % std::size(openings)];
+}
+
+// The slot is free last: who finds it so finds an open page. A page that the system refuses to
+// unprotect is most likely unmapped: its slot is of no use either way.
+bool unprotect(Slot& slot) {
+  char* pageAddr = slot.load().pageAddr;
+  const bool done = mprotect(pageAddr, pageSize, PROT_READ | PROT_WRITE) == 0;
+  ++openingsOf(pageNumber(pageAddr));
+  slot = protectedSType{};
   return done;
+}
+
+// Returns false when all slots are in use, or with errno set when the system refuses.
+bool protect(char* pageAddr, HostProtectHandlerFType handler, bool& full) {
+  const SlotsAccess access;
+  Slot* slot = slotOf(pageAddr);
+  if (slot == nullptr) slot = slotOf(nullptr);
+  full = slot == nullptr;
+  if (full) return false;
+  // The slot is filled before the page can fault: another thread may touch it at once.
+  const protectedSType before = *slot;
+  *slot = {pageAddr, handler};
+  const std::size_t page = pageNumber(pageAddr);
+  guardedOnce[page / 8] |= static_cast<unsigned char>(1U << page % 8);
+  if (os.mprotect(pageAddr, pageSize, PROT_NONE) == 0) return true;
+  *slot = before;
+  return false;
 }
 
 }  // namespace
 
 void hostForgetProtectedPages() {
-  for (protectedSType& slot : protectedPages) slot = {};
+  for (Slot& slot : protectedPages) slot = protectedSType{};
 }
 
 bool hostHandleGuardPageAccess(char* faultAddr) {
   bool unprotected = false;
-  for (const protectedSType& slot : protectedPages) {
+  for (const Slot& slot : protectedPages) {
     const protectedSType page = slot;
     if (page.pageAddr == nullptr || !covers(page, faultAddr)) continue;
     if (page.protectHandler == nullptr) continue;
     if (!page.protectHandler(page.pageAddr, faultAddr)) continue;
-    // The handler may have unprotected the page itself, and guarded another one in its slot.
-    protectedSType* kept = slotOf(page.pageAddr);
+    // The handler or another thread may have unprotected the page already, and guarded another one
+    // in its slot.
+    const SlotsAccess access;
+    Slot* kept = slotOf(page.pageAddr);
     unprotected |= kept == nullptr || unprotect(*kept);
     if (faultAddr != nullptr) break;
   }
   return unprotected;
 }
 
+bool hostPageWasOpened(const char* faultAddr) {
+  if (pageSize == 0) return false;
+  const std::size_t page = pageNumber(faultAddr);
+  if ((guardedOnce[page / 8] >> page % 8 & 1) == 0) return false;
+  const auto thread = static_cast<unsigned>(gettid());
+  const std::uint64_t retry = std::uint64_t{thread} << threadShift |
+                              std::uint64_t{page} << pageShift |
+                              openingsOf(page) % (1U << pageShift);
+  return retries[thread % std::size(retries)].exchange(retry) != retry;
+}
+
 BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErrorSType* err) {
+  static pthread_once_t registered = PTHREAD_ONCE_INIT;
+  pthread_once(&registered,
+               [] { pthread_atfork(holdSlotsForFork, leaveSlotsAfterFork, leaveSlotsAfterFork); });
   pageSize = static_cast<std::size_t>(UtlGetPageSize());
   const auto size = static_cast<long>(pageSize);
   if (reinterpret_cast<std::uintptr_t>(pageAddr) % pageSize != 0) {
@@ -75,26 +183,21 @@ BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErr
                 static_cast<void*>(pageAddr), size);
     return 0;
   }
-  protectedSType* slot = slotOf(pageAddr);
-  if (slot == nullptr) slot = slotOf(nullptr);
-  if (slot == nullptr) {
+  bool full;
+  if (protect(pageAddr, handler, full)) return 1;
+  if (full) {
     SysErrorSet(err, -1, "System only supports protecting %d pages.", HostMaxProtectedPages);
-    return 0;
+  } else {
+    SysErrorSet(err, errno, "mprotect(%p,%ld,PROT_NONE)", static_cast<void*>(pageAddr), size);
   }
-  // The slot is filled before the page can fault: another thread may touch it at once.
-  const protectedSType before = *slot;
-  *slot = {pageAddr, handler};
-  if (os.mprotect(pageAddr, pageSize, PROT_NONE) == 0) return 1;
-  const int reason = errno;
-  *slot = before;
-  SysErrorSet(err, reason, "mprotect(%p,%ld,PROT_NONE)", static_cast<void*>(pageAddr), size);
   return 0;
 }
 
 BoolType HostUnProtectPage(char* pageAddr) {
-  protectedSType* slot = pageAddr != nullptr ? slotOf(pageAddr) : nullptr;
-  if (slot == nullptr) return 0;
-  return unprotect(*slot);
+  if (pageAddr == nullptr) return 0;
+  const SlotsAccess access;
+  Slot* slot = slotOf(pageAddr);
+  return slot != nullptr && unprotect(*slot);
 }
 
 BoolType HostBasicProtectPageReadOnly(char* addr, std::size_t numBytes) {

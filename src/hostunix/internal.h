@@ -335,6 +335,10 @@ void hostForgetProtectedPages();
 // its page has been made accessible. Signal-safe but for those handlers.
 bool hostHandleGuardPageAccess(char* faultAddr);
 
+// Whether an access at `faultAddr` that faulted is to be tried again, because a page was opened
+// since the calling thread last did: the fault may have been on its way before. Signal-safe.
+bool hostPageWasOpened(const char* faultAddr);
+
 // Children (hostchildren.cpp)
 
 // Keeps a child that this library has started, just forked, for HostReapOwnChildrenOnly. Without

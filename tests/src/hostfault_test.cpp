@@ -1,6 +1,7 @@
 #include <povzel/hostfault.h>
 
 #include <sys/mman.h>
+#include <ucontext.h>
 
 #include <povzel/hostcore.h>
 #include <povzel/hostdebug.h>
@@ -117,6 +118,49 @@ void touchGuardPage() {
   HostExitOnGuardPageAccess();
   HostProtectPage(page, letPass, &error);
   page[0] = 'x';
+}
+
+// Neither a signal that was sent nor a fault whose address the processor does not tell is an access
+// to address 0, which opens every page.
+void faultNowhere() {
+  char* page = newPages(1);
+  SysErrorSType error;
+  HostProtectPage(page, letPass, &error);
+  noHalt = 1;
+  siginfo_t sent{};
+  sent.si_signo = SIGSEGV;
+  HostFaultHandler(SIGSEGV, &sent, nullptr);
+  asm volatile("int $0x81");
+  if (!HostUnProtectPage(page)) _exit(11);
+}
+
+void stepOver(int /*signal*/, siginfo_t* info, void* context) {
+  if (info->si_code == SI_KERNEL) {
+    static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EIP] += 2;
+  }
+}
+
+constexpr int slowThreads = 8;
+std::atomic<int> inHandler{0};
+
+// All threads are in it before the first goes on.
+void waitForAll() {
+  ++inHandler;
+  while (inHandler < slowThreads) std::this_thread::yield();
+}
+
+// Threads touch a guarded page, each before another one opens it.
+void touchTogether() {
+  char* page = newPages(1);
+  SysErrorSType error;
+  HostProtectPage(page, letPass, &error);
+  setAction(SIGSEGV, 0, [](int signal, siginfo_t* info, void* context) {
+    waitForAll();
+    HostFaultHandler(signal, info, context);
+  });
+  inThreads(slowThreads, [page](int number) { store(page + number); });
+  mprotect(page, pageSize, PROT_NONE);
+  store(page);
 }
 
 // Ends in an exit handler that runs in the signal's handler, behind a guarded page.
@@ -259,6 +303,9 @@ TEST(HostFault, EndsBySignals) {
        "\n[Debug]: Tarvolin ignored signal SIGSEGV caused by attempted guard page access at "
        "address 0x~\n*** Tarvolin detected a SIGSEGV caused by an attempt to access guard page "
        "address 0x~***.\nGoodbye.\n"},
+      {touchTogether, 3, "\n[Debug]~" + unhandled},
+      {faultNowhere, survived, "TV signal handler: signal 11 (SIGSEGV), received from~",
+       [] { setAction(SIGSEGV, 0, stepOver); }},
       {faultAtExit, 3, "~[Debug]~" + unhandled + "11, SIGSEGV"},
       // Of several threads one ends the process.
       {[] { inThreads(3, [](int) { store(reinterpret_cast<void*>(8)); }); }, 3,
