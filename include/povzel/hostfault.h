@@ -19,7 +19,7 @@
 //
 // Sources: hostfault.cpp (the handler), hostfaultinstall.cpp (installation and chaining),
 // hostfaultexit.cpp (ends, switches, callbacks), hostfaultreport.cpp (the report), hostchildren.cpp
-// (children).
+// (children), hostsignalstack.cpp.
 #pragma once
 
 #include <signal.h>
@@ -36,16 +36,27 @@ typedef void (*HostShrMemFuncType)(void);
 
 POVZEL_BEGIN_C
 
-// How many SIGSEGV handlers are running now, in all threads together. The third ends the process.
+// How many SIGSEGV handlers are running now, in all threads together. A thread's third, inside its
+// other two, ends the process; what the program adds here counts for every thread. One that a
+// program's handler left by siglongjmp is taken off at the thread's next.
 POVZEL_EXPORT extern long segvInProgressCount;
 
 // Installs the handler, once until HostShutDown. `flushFiles` is called before the process ends by
-// a signal, `shutDown` after a core dump; either may be null.
+// a signal, `shutDown` after a core dump; either may be null. Gives the calling thread a signal
+// stack (HostUseSignalStack).
 POVZEL_EXPORT void HostInstallFaultHandler(HostFaultFuncType* flushFiles,
                                            HostFaultFuncType* shutDown);
 
-// Puts back every action that HostInstallFaultHandler replaced.
+// Puts back every action that HostInstallFaultHandler replaced, where the handler is still in
+// force. Where something started later stands in front of it, that stays, and may go on handing its
+// signals to HostFaultHandler.
 POVZEL_EXPORT void HostShutDown(void);
+
+// Gives the calling thread a stack of 256 KiB of its own for SIGSEGV, SIGBUS, SIGILL and SIGFPE, so
+// that a stack overflow in it is reported; it is released when the thread ends. Keeps a signal
+// stack that the thread has already, which should have 64 KiB or more. Returns 1 if the thread has
+// one now, or 0 with errno set.
+POVZEL_EXPORT BoolType HostUseSignalStack(void);
 
 // The handler itself, with the arguments of any SA_SIGINFO handler. A program that has a handler of
 // its own in front may call it for the signals that it does not want.

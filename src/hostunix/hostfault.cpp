@@ -1,14 +1,15 @@
 // The fault handler: what becomes of each signal that reaches it.
 //
-// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, gettid, poll,
-// sched_yield, signal and the atomic primitives, prints with hostSafePrint, and uses what
-// internal.h marks as signal-safe. utlGuaranteeFailed is an end as well, unless `noHalt` is set.
+// Signal-safe until the process ends, which is hostfaultexit.cpp's. May call _exit, getpid,
+// gettid, pthread_self, signal and the atomic primitives, prints with hostSafePrint, and
+// uses what internal.h marks as signal-safe. utlGuaranteeFailed is an end as well, unless `noHalt`
+// is set.
 #include <povzel/hostfault.h>
 
-#include <poll.h>
-#include <sched.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 
@@ -22,7 +23,7 @@ long segvInProgressCount = 0;
 
 namespace {
 
-constexpr int recursion = 3;  // that many SIGSEGVs at once are taken for one
+constexpr int recursion = 3;  // that many SIGSEGVs of a thread, each inside the one before
 constexpr int nestedFaultExitStatus = 2;
 
 // A fault signal, illegal instruction or abort that was not raised by the hardware: nobody can say
@@ -64,70 +65,157 @@ bool resumeAfterGuardPage(const SignalEvent& event) {
   return true;
 }
 
-// The threads whose SIGSEGV handlers are counted, one place a handler; 0 is a free one. More than
-// are ever counted: the fifth ends the process. A thread_local would ask the loader for room that
-// the static block of a process with many libraries no longer has.
-int segvThreads[8];
+// A handler at work on a signal that may be handed on. Its thread alone reads more than `thread`. A
+// thread_local would ask the loader for room that the static block of a process with many libraries
+// no longer has.
+struct RunningHandler {
+  std::atomic<pid_t> thread;  // 0: the place is free
+  pthread_t self;             // differs in another thread that got the same number later
+  std::uintptr_t frame;
+  bool onSignalStack;
+  int signal;
+  const siginfo_t* info;
+};
+RunningHandler runningHandlers[64];
 
-// Puts `with` into the first place that holds `what`, if one does.
-void replaceSegvThread(int what, int with) {
-  for (int& place : segvThreads) {
-    int held = what;
-    if (__atomic_compare_exchange_n(&place, &held, with, false, __ATOMIC_RELAXED,
-                                    __ATOMIC_RELAXED)) {
+// The library's share of segvInProgressCount in the low half, and how often it has changed in the
+// high one. It is raised before that count and lowered after it, so that what the count exceeds it
+// by is never less than others have added.
+alignas(8) std::atomic<std::uint64_t> ownSegvs = 0;
+constexpr std::uint64_t segvChange = std::uint64_t{1} << 32;
+
+int* segvCount() {
+  return reinterpret_cast<int*>(&segvInProgressCount);
+}
+
+void addSegv() {
+  ownSegvs += segvChange + 1;
+  HostAsmSyncCtrAdd(segvCount(), 1);
+}
+
+void removeSegv() {
+  HostAsmSyncCtrAdd(segvCount(), -1);
+  ownSegvs += segvChange - 1;
+}
+
+// What the embedding program has added to the count. While other threads keep changing theirs it
+// cannot be told, and is taken for nothing.
+int othersSegvs() {
+  constexpr int attempts = 8;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    const std::uint64_t before = ownSegvs;
+    const int all = HostAsmSyncCtrAdd(segvCount(), 0);
+    if (ownSegvs != before) continue;
+    const int others = all - static_cast<int>(before);
+    return others > 0 ? others : 0;
+  }
+  return 0;
+}
+
+void forget(RunningHandler& handler) {
+  if (handler.signal == SIGSEGV) removeSegv();
+  handler.thread = 0;
+}
+
+// What the signal interrupted: where its stack had got to, and whether that was the signal stack.
+struct Interrupted {
+  std::uintptr_t stackPointer;
+  bool onSignalStack;
+};
+
+// The kernel's flags tell whether there is a signal stack, not whether it is in use.
+bool isOnSignalStack(const ucontext_t* context, std::uintptr_t address) {
+  if (context == nullptr || (context->uc_stack.ss_flags & SS_DISABLE) != 0) return false;
+  const auto first = reinterpret_cast<std::uintptr_t>(context->uc_stack.ss_sp);
+  return address >= first && address - first <= context->uc_stack.ss_size;
+}
+
+Interrupted interruptedBy(const SignalEvent& event, std::uintptr_t frame) {
+  if (event.context == nullptr) return {frame, false};
+  const auto pointer = static_cast<std::uintptr_t>(event.context->uc_mcontext.gregs[REG_ESP]);
+  return {pointer, isOnSignalStack(event.context, pointer)};
+}
+
+// Whether siglongjmp has left a handler of this thread: the interrupted code runs where its frame
+// was, or no longer on the signal stack. One that the signal has come back from, by way of the
+// earlier handler, is further up on the same stack.
+bool wasLeft(const RunningHandler& handler, const SignalEvent& event, std::uintptr_t frame) {
+  if (handler.self != pthread_self()) return true;
+  if (event.received != nullptr && handler.info == event.received) return handler.frame <= frame;
+  const Interrupted interrupted = interruptedBy(event, frame);
+  if (handler.onSignalStack != interrupted.onSignalStack) return handler.onSignalStack;
+  return handler.frame <= interrupted.stackPointer;
+}
+
+// Where a handler runs, and the ones of the same thread that it has interrupted.
+class HandlerRun {
+ public:
+  HandlerRun(const SignalEvent& event, void* frame)
+      : thread_(gettid()), frame_(reinterpret_cast<std::uintptr_t>(frame)), signal_(event.signal) {
+    for (RunningHandler& handler : runningHandlers) {
+      if (handler.thread != thread_) continue;
+      if (wasLeft(handler, event, frame_)) {
+        forget(handler);
+        continue;
+      }
+      if (handler.signal == SIGSEGV) ++segvDepth_;
+      cameBack_ |= event.received != nullptr && handler.info == event.received;
+    }
+    if (event.signal == SIGSEGV) {
+      ++segvDepth_;
+      addSegv();
+    }
+    enter(event);
+  }
+  // A handler that switched stacks may have looked as if it had been left.
+  ~HandlerRun() {
+    if (place_ == nullptr) {
+      if (signal_ == SIGSEGV) removeSegv();
+    } else if (place_->thread == thread_ && place_->frame == frame_) {
+      forget(*place_);
+    }
+  }
+  HandlerRun(const HandlerRun&) = delete;
+  HandlerRun& operator=(const HandlerRun&) = delete;
+
+  // Ends the process when the handling of a SIGSEGV keeps faulting.
+  void endRecursion() const {
+    const int running = segvDepth_ + othersSegvs();
+    if (running >= 5) _exit(nestedFaultExitStatus);
+    if (running == 4) hostAbortProcess();
+    if (running == recursion) {
+      std::signal(SIGABRT, SIG_DFL);
+      HostSignalSafePrint("TV signal handler: Recursive SEGV detected, attempting to dump core\n");
+      hostAbortProcess();
+    }
+  }
+
+  // Whether this very signal is being handed on further up: the earlier handler has handed it back.
+  bool cameBack() const { return cameBack_; }
+
+ private:
+  // With all places taken the handler counts as nobody's.
+  void enter(const SignalEvent& event) {
+    for (RunningHandler& handler : runningHandlers) {
+      pid_t nobody = 0;
+      if (!handler.thread.compare_exchange_strong(nobody, thread_)) continue;
+      handler.self = pthread_self();
+      handler.frame = frame_;
+      handler.onSignalStack = isOnSignalStack(event.context, frame_);
+      handler.signal = event.signal;
+      handler.info = event.received;
+      place_ = &handler;
       return;
     }
   }
-}
 
-bool handlesSegv(int thread) {
-  for (const int& place : segvThreads) {
-    if (__atomic_load_n(&place, __ATOMIC_RELAXED) == thread) return true;
-  }
-  return false;
-}
-
-// Counts a SIGSEGV and returns how many are being handled. What would look like recursion is often
-// no more than several threads of a Java VM at their null checks, each done in microseconds: a
-// thread that has no handler running yet waits a while for the others.
-int segvRunning() {
-  constexpr int yields = 100;
-  constexpr int naps = 1000;
-  constexpr int millisecond = 1;
-  auto* count = reinterpret_cast<int*>(&segvInProgressCount);
-  const int thread = gettid();
-  const bool nested = handlesSegv(thread);
-  for (int waits = 0;; ++waits) {
-    const int running = HostAsmSyncCtrAdd(count, 1) + 1;
-    if (running < recursion || nested || waits == yields + naps) {
-      replaceSegvThread(0, thread);
-      return running;
-    }
-    HostAsmSyncCtrAdd(count, -1);
-    if (waits < yields) {
-      sched_yield();
-    } else {
-      poll(nullptr, 0, millisecond);
-    }
-  }
-}
-
-// Ends the process when the handling of a SIGSEGV keeps faulting.
-void countSegv() {
-  const int running = segvRunning();
-  if (running >= 5) _exit(nestedFaultExitStatus);
-  if (running == 4) hostAbortProcess();
-  if (running == recursion) {
-    std::signal(SIGABRT, SIG_DFL);
-    HostSignalSafePrint("TV signal handler: Recursive SEGV detected, attempting to dump core\n");
-    hostAbortProcess();
-  }
-}
-
-void uncountSegv() {
-  replaceSegvThread(gettid(), 0);
-  HostAsmSyncCtrAdd(reinterpret_cast<int*>(&segvInProgressCount), -1);
-}
+  const pid_t thread_;
+  const std::uintptr_t frame_;
+  const int signal_;
+  RunningHandler* place_ = nullptr;
+  int segvDepth_ = 0;
+  bool cameBack_ = false;
+};
 
 void printStacksOnRequest() {
   HostSignalSafePrint("\n\nSignal SIGUSR1 received printingStack ...");
@@ -136,7 +224,11 @@ void printStacksOnRequest() {
 }
 
 void chainOrEnd(const SignalEvent& event) {
-  if (!hostChain(event)) hostEndByUnhandledSignal(event);
+  const HandlerRun run(event, __builtin_frame_address(0));
+  if (event.signal == SIGSEGV) run.endRecursion();
+  SignalEvent chained = event;
+  chained.handedBack = run.cameBack();
+  if (!hostChain(chained)) hostEndByUnhandledSignal(chained);
 }
 
 }  // namespace
@@ -171,11 +263,6 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
     case SIGUSR1:
       printStacksOnRequest();
       hostChain(event);
-      return;
-    case SIGSEGV:
-      countSegv();
-      chainOrEnd(event);
-      uncountSegv();
       return;
     default:
       chainOrEnd(event);

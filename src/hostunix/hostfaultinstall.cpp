@@ -1,12 +1,14 @@
 // The fault handler's installation, and the handlers that it stands in front of.
 //
 // Chaining runs in the fault handler and is signal-safe but for the earlier handler itself: it
-// calls sigaddset and pthread_sigmask, and reads tables that are written before any signal comes.
-// Installation and HostShutDown belong to the start and the end of the program.
+// calls sigaddset and pthread_sigmask, and reads records that stay whole beside another
+// installation. Installation and HostShutDown belong to the start and the end of the program.
 #include <link.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include <povzel/hostdebug.h>
 #include <povzel/hostfault.h>
@@ -17,8 +19,11 @@ namespace {
 
 constexpr int MAX_OLD_HANDLERS = 50;
 
-struct sigaction oldHandlers[MAX_OLD_HANDLERS];
-int oldHandlersValid[MAX_OLD_HANDLERS];
+// The handlers of other threads read these at any time, and what was started after us may hand its
+// signals on to us when we have shut down: they stay. A new one goes beside the one in force, and
+// is then put in force.
+struct sigaction oldHandlers[MAX_OLD_HANDLERS][2];
+std::atomic<struct sigaction*> oldHandlersValid[MAX_OLD_HANDLERS];  // in force; null for none
 BoolType signalHandlersInstalled = 0;
 
 using InstallFunction = void (*)(int, UnixSigHandlerFType*, struct sigaction*);
@@ -55,10 +60,12 @@ bool isOwnHandler(const struct sigaction& action) {
 
 // The handler that was there before, where it is a function of the program's; null for the default
 // action, for ignoring, and for our own handler.
-struct sigaction* rememberedHandler(int signal) {
-  if (signal < 0 || signal >= MAX_OLD_HANDLERS || oldHandlersValid[signal] == 0) return nullptr;
-  struct sigaction& action = oldHandlers[signal];
-  return isRealHandler(action) && !isOwnHandler(action) ? &action : nullptr;
+struct sigaction* rememberedHandler(const SignalEvent& event) {
+  const int signal = event.signal;
+  if (signal < 0 || signal >= MAX_OLD_HANDLERS || event.handedBack) return nullptr;
+  struct sigaction* action = oldHandlersValid[signal];
+  if (action == nullptr || !isRealHandler(*action) || isOwnHandler(*action)) return nullptr;
+  return action;
 }
 
 bool isInThisLibrary(const void* address) {
@@ -80,36 +87,59 @@ void checkHandlerLimit(int signal) {
   HostCallDebugger();
 }
 
+bool isSame(const struct sigaction& one, const struct sigaction& other) {
+  return one.sa_sigaction == other.sa_sigaction && one.sa_flags == other.sa_flags &&
+         std::memcmp(&one.sa_mask, &other.sa_mask, sizeof one.sa_mask) == 0;
+}
+
+// Our own handler is what it stands in front of only where there is nothing else.
+void remember(int signal, const struct sigaction& action) {
+  struct sigaction* former = oldHandlersValid[signal];
+  if (former != nullptr && (isOwnHandler(action) || isSame(*former, action))) return;
+  struct sigaction* next = &oldHandlers[signal][former == oldHandlers[signal] ? 1 : 0];
+  *next = action;
+  oldHandlersValid[signal] = next;
+}
+
+// Remembers the action before the handler can be called, and again what may have come between.
 void install(int signal, InstallFunction installWith) {
   checkHandlerLimit(signal);
-  installWith(signal, HostFaultHandler, &oldHandlers[signal]);
-  oldHandlersValid[signal] = 1;
+  struct sigaction previous;
+  if (sigaction(signal, nullptr, &previous) == 0) remember(signal, previous);
+  installWith(signal, HostFaultHandler, &previous);
+  remember(signal, previous);
+}
+
+// For what a stack overflow or the code itself raises: on the signal stack of the thread, if it has
+// one.
+void installOnSignalStack(int signal, UnixSigHandlerFType* handler, struct sigaction* previous) {
+  UNIXIO_DO_SIGNAL_(signal, handler, previous, SA_ONSTACK);
 }
 
 // A handler that the program has installed keeps the signal, and nothing is remembered.
-void installUnlessHandled(int signal) {
+void installUnlessHandled(int signal, InstallFunction installWith) {
   checkHandlerLimit(signal);
   struct sigaction previous;
-  UNIXIO_DO_SIGNAL(signal, HostFaultHandler, &previous);
-  if (isRealHandler(previous)) {
-    sigaction(signal, &previous, nullptr);
-    return;
-  }
-  oldHandlers[signal] = previous;
-  oldHandlersValid[signal] = 1;
+  if (sigaction(signal, nullptr, &previous) == 0 && isRealHandler(previous)) return;
+  install(signal, installWith);
+}
+
+// Puts the action back unless another has taken our handler's place, or has it called.
+void uninstall(int signal) {
+  const struct sigaction* former = oldHandlersValid[signal];
+  struct sigaction present;
+  if (former == nullptr || sigaction(signal, nullptr, &present) != 0) return;
+  if (isOwnHandler(present)) sigaction(signal, former, nullptr);
 }
 
 }  // namespace
 
 void hostForgetOldHandlers() {
-  for (int signal = 0; signal < MAX_OLD_HANDLERS; ++signal) {
-    oldHandlers[signal] = {};
-    oldHandlersValid[signal] = 0;
-  }
+  for (auto& action : oldHandlersValid) action = nullptr;
 }
 
 void hostCallEarlierHandler(const SignalEvent& event) {
-  const struct sigaction* earlier = rememberedHandler(event.signal);
+  const struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return;
   const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   callHandler(*earlier, event);
@@ -117,7 +147,7 @@ void hostCallEarlierHandler(const SignalEvent& event) {
 
 bool hostChain(const SignalEvent& event) {
   if (event.signal == SIGABRT) return false;
-  struct sigaction* earlier = rememberedHandler(event.signal);
+  struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return false;
   if (event.isHardwareSignal() && isInThisLibrary(hostProgramCounter(event.context))) return false;
 
@@ -133,31 +163,28 @@ bool hostChain(const SignalEvent& event) {
 void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
   if (signalHandlersInstalled != 0) return;
   signalHandlersInstalled = 1;
-  hostForgetOldHandlers();
   dl_iterate_phdr(findOwnCode, nullptr);
   hostSetApplicationCallbacks(flushFiles, shutDown);
+  HostUseSignalStack();
 
   unixIoIgnoreUnlessHandled(SIGPIPE);
   unixIoIgnoreUnlessHandled(SIGHUP);
   install(SIGQUIT, UNIXIO_DO_SIGNAL);
-  install(SIGILL, UNIXIO_DO_SIGNAL);
-  installUnlessHandled(SIGFPE);
+  install(SIGILL, installOnSignalStack);
+  installUnlessHandled(SIGFPE, installOnSignalStack);
   install(SIGABRT, UNIXIO_DO_SIGNAL);
-  install(SIGBUS, UNIXIO_DO_SIGNAL);
-  install(SIGSEGV, UNIXIO_DO_SIGNAL);
+  install(SIGBUS, installOnSignalStack);
+  install(SIGSEGV, installOnSignalStack);
   // Without restart, so that a blocking call notices that termination was asked for.
   install(SIGTERM, UNIXIO_DO_SIGNAL_noRestart);
   install(SIGUSR1, UNIXIO_DO_SIGNAL);
-  installUnlessHandled(SIGCHLD);
+  installUnlessHandled(SIGCHLD, UNIXIO_DO_SIGNAL);
   install(SIGXFSZ, UNIXIO_DO_SIGNAL);
   install(SIGXCPU, UNIXIO_DO_SIGNAL);
 }
 
 void HostShutDown() {
   if (signalHandlersInstalled == 0) return;
-  for (int signal = 0; signal < MAX_OLD_HANDLERS; ++signal) {
-    if (oldHandlersValid[signal] != 0) sigaction(signal, &oldHandlers[signal], nullptr);
-  }
-  hostForgetOldHandlers();
+  for (int signal = 0; signal < MAX_OLD_HANDLERS; ++signal) uninstall(signal);
   signalHandlersInstalled = 0;
 }

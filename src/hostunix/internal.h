@@ -5,7 +5,7 @@
 //   faults        hostfault.cpp (the handler), hostfaultinstall.cpp (installation, chaining),
 //                 hostfaultexit.cpp (the ends, switches, callbacks), hostfaultreport.cpp (the
 //                 report of a signal that nobody handles), hostpages.cpp (guarded pages),
-//                 hostbackstop.cpp (ends that hang),
+//                 hostsignalstack.cpp (stacks for handlers), hostbackstop.cpp (ends that hang),
 //                 hostsafeprint.cpp (printing)
 //   fatal paths   hostdebug.cpp, hostcore.cpp, hoststack.cpp
 //   processes     hostprocess.cpp, hostspawn.cpp, hostfork.cpp (before the fork),
@@ -234,6 +234,7 @@ struct SignalEvent {
   siginfo_t* info;      // null when the handler's argument was not usable
   siginfo_t* received;  // that argument, for the handlers that are called with it
   ucontext_t* context;
+  bool handedBack = false;  // by the earlier handler, which is not called again
 
   // A memory access that faulted.
   bool isFaultSignal() const { return signal == SIGSEGV || signal == SIGBUS; }

@@ -3,6 +3,8 @@
 #include <sys/mman.h>
 #include <ucontext.h>
 
+#include <csetjmp>
+
 #include <povzel/hostcore.h>
 #include <povzel/hostdebug.h>
 #include <povzel/hostinit.h>
@@ -142,6 +144,7 @@ void stepOver(int /*signal*/, siginfo_t* info, void* context) {
 
 constexpr int slowThreads = 8;
 std::atomic<int> inHandler{0};
+thread_local sigjmp_buf probe;
 
 // All threads are in it before the first goes on.
 void waitForAll() {
@@ -161,6 +164,62 @@ void touchTogether() {
   inThreads(slowThreads, [page](int number) { store(page + number); });
   mprotect(page, pageSize, PROT_NONE);
   store(page);
+}
+
+// Leaves the handler for low addresses.
+void leaveOrWait(int /*signal*/, siginfo_t* info, void* /*context*/) {
+  if (info->si_addr < reinterpret_cast<void*>(pageSize)) siglongjmp(probe, 1);
+  waitForAll();
+  mprotect(info->si_addr, pageSize, PROT_READ | PROT_WRITE);
+}
+
+// On the signal stack that the first thread has, and on the stacks of others.
+void faultWithoutRecursion() {
+  char* pages = newPages(slowThreads);
+  mprotect(pages, slowThreads * pageSize, PROT_NONE);
+  const auto probeOften = [] {
+    for (int probes = 0; probes < 6; ++probes) {
+      if (sigsetjmp(probe, 1) == 0) store(reinterpret_cast<void*>(8));
+    }
+  };
+  probeOften();
+  std::thread(probeOften).join();
+  inThreads(slowThreads, [&](int number) { store(pages + number * pageSize); });
+  if (segvInProgressCount > 2) _exit(11);
+}
+
+int overflow(int depth) {
+  volatile char room[pageSize];
+  room[0] = static_cast<char>(depth);
+  return depth < 0 ? 0 : overflow(depth + 1) + room[0];
+}
+
+// While the handlers come and go, no fault that an earlier handler repairs goes astray.
+void installOften() {
+  std::atomic<bool> over{false};
+  std::thread faulting([&over] {
+    char* page = newPages(1);
+    while (!over) {
+      mprotect(page, pageSize, PROT_NONE);
+      store(page + 1);
+    }
+  });
+  for (int round = 0; round < 2000; ++round) {
+    HostShutDown();
+    HostInstallFaultHandler(nullptr, nullptr);
+  }
+  over = true;
+  faulting.join();
+}
+
+// As a VM that starts later does: in front of the handler, which gets what it does not know.
+void installInFront() {
+  HostInstallFaultHandler(nullptr, nullptr);
+  setAction(SIGSEGV, 0, [](int signal, siginfo_t* info, void* context) {
+    HostSignalSafePrint("later\n");
+    HostFaultHandler(signal, info, context);
+  });
+  HostShutDown();
 }
 
 // Ends in an exit handler that runs in the signal's handler, behind a guarded page.
@@ -306,6 +365,16 @@ TEST(HostFault, EndsBySignals) {
       {touchTogether, 3, "\n[Debug]~" + unhandled},
       {faultNowhere, survived, "TV signal handler: signal 11 (SIGSEGV), received from~",
        [] { setAction(SIGSEGV, 0, stepOver); }},
+      {faultWithoutRecursion, survived, "", [] { setAction(SIGSEGV, 0, leaveOrWait); }},
+      {[] { overflow(0); }, 3, unhandled + "11, SIGSEGV"},
+      {[] {
+         std::thread([] {
+           if (HostUseSignalStack() && HostUseSignalStack()) overflow(0);
+         }).join();
+       },
+       9, "", [] { setAction(SIGSEGV, SA_ONSTACK, [](int, siginfo_t*, void*) { _exit(9); }); }},
+      {installOften, survived, "", [] { setAction(SIGSEGV, 0, unprotect); }},
+      {[] { store(reinterpret_cast<void*>(8)); }, 3, "later\n" + unhandled, installInFront},
       {faultAtExit, 3, "~[Debug]~" + unhandled + "11, SIGSEGV"},
       // Of several threads one ends the process.
       {[] { inThreads(3, [](int) { store(reinterpret_cast<void*>(8)); }); }, 3,
