@@ -15,15 +15,14 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 
 #include <povzel/atomics.h>
 #include <povzel/errmsg.h>
 #include <povzel/hostcore.h>
 #include <povzel/hostsafeprint.h>
 #include <povzel/utlexit.h>
-#include <povzel/vermsg.h>
 #include "internal.h"
+#include "messages/internal.h"
 #include "services/internal.h"
 
 namespace {
@@ -117,8 +116,7 @@ void postpone(HostSigExitHandlerType postponeExit, ExitFunction exitfunc, int co
   hostPrintDebuggerBanner("HostFaultHandler");
   ErrMsgStrType text;
   hostErrnoMessage(ENOMEM, text);
-  VerMessage(stdout, text);
-  std::fflush(stdout);
+  verSafeMessage(STDOUT_FILENO, text);
   HostSignalSafePrint(
       "TV signal handler: cannot safely fork() to print the C stack due to ENOMEM error.\n");
   HostSignalSafePrint(
