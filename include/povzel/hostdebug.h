@@ -6,8 +6,9 @@
 // A program that must survive its own broken state (a debugger, a test) sets `noHalt`; then every
 // fatal path here and HostCoredump return to their caller.
 //
-// The functions that register are for start-up. The fatal paths may be called from any thread and,
-// as the process is lost by then, from signal handlers.
+// The functions that register are for start-up. The fatal paths may be called from any thread, and
+// the fault handler calls them (hostfault.h); how they print is told in hostcore.h. One thread
+// carries out the end: another one that calls, or exits, meanwhile waits for it.
 #pragma once
 
 #include <povzel/povzeltypes.h>
@@ -30,9 +31,9 @@ POVZEL_EXPORT void HostInstallFatalReportHandler(HostFatalReportFuncType* report
 
 // Ends the process after a fatal error: calls the registered hook and the application's file
 // flusher, reports the error to the server, prints a framed report with the text of errno, dumps
-// core (HostCoredump) and exits with status 3. A second call while the first is still at work
-// prints "Recursive error caught!" and aborts. Returns 0, and only when `noHalt` is set; then
-// nothing at all has been done.
+// core (HostCoredump) and exits with status 3. A second call by the same thread, as from a fault or
+// an exit handler, prints "Recursive error caught!" and aborts. Returns 0, and only when `noHalt`
+// is set; then nothing at all has been done.
 POVZEL_EXPORT int HostCallDebugger(void);
 
 // Prints `msg` (null counts as empty) and a newline on standard output, then does the same as

@@ -7,8 +7,9 @@
 // The file is "lib" + base + "rpc" or "lnk" + version + ".so". The environment decides:
 // ZELRTL_BASELIBNAME (base, default "zel"), ZELRTL_VERSION (version, default "67") and TARVOLIN
 // (installation directory, whose lib directory is searched; without it the one that this library
-// lies in serves at last). Nothing here locks: load and unload
-// from one thread, while no other calls the interface library.
+// lies in serves at last). In a set-id program (AT_SECURE) the environment does not: names are the
+// default ones, and that directory alone serves. Nothing here locks: load and unload from one
+// thread, while no other calls the interface library.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -115,8 +115,8 @@ inline int refuseVfork() {
   /* processes and threads */                                                                   \
   CALL(fork) CALL(_Fork) CALL(execv) CALL(waitpid) CALL(kill) CALL(setsid) CALL(pthread_create) \
   /* users */                                                                                   \
-  CALL(seteuid) CALL(setegid) CALL(setuid) CALL(setgid) CALL(getgrouplist) CALL(getpwnam_r)     \
-  CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                                            \
+  CALL(seteuid) CALL(setegid) CALL(setresuid) CALL(setresgid) CALL(getgrouplist)                \
+  CALL(getpwnam_r) CALL(getpwuid_r) CALL(getspnam_r) CALL(getlogin_r)                           \
   /* limits, terminals, pages, the system */                                                    \
   CALL(getrlimit) CALL(setrlimit) CALL(getrlimit64) CALL(setrlimit64)                           \
   CALL(tcgetattr) CALL(tcsetattr) CALL(tcgetpgrp) CALL(tcsetpgrp)                               \
@@ -159,12 +159,10 @@ const char* utlOwnTree();
 // The same, whether or not it has that file. Signal-safe.
 const char* utlOwnPlace();
 
-// The same, but null too when TARVOLIN has a value. Signal-safe but for reading the environment.
-const char* utlTreeInForce();
-
-// Puts the name of a file of the installation, "$TARVOLIN/...", with the tree in force in the place
-// of the variable into the `size` bytes at `place`. Leaves them alone if there is no such tree, for
-// another name and for one that does not fit. Signal-safe but for reading the environment.
+// Puts the name of a file of the installation, "$TARVOLIN/...", with its name in the place of the
+// variable into the `size` bytes at `place`. Leaves them alone if there is no such tree, when
+// TARVOLIN has a value, for another name and for one that does not fit. Signal-safe but for reading
+// the environment.
 void utlPlaceInOwnTree(const char* name, char* place, std::size_t size);
 
 // Columns of texts (utlutf8.cpp)

@@ -67,14 +67,10 @@ const char* utlOwnTree() {
   return isTree ? ownPlace : nullptr;
 }
 
-const char* utlTreeInForce() {
-  return isVariableSet() ? nullptr : utlOwnTree();
-}
-
 void utlPlaceInOwnTree(const char* name, char* place, std::size_t size) {
   constexpr char prefix[] = "$TARVOLIN/";
   constexpr std::size_t prefixLength = sizeof prefix - 2;  // without the '/'
-  const char* root = utlTreeInForce();
+  const char* root = isVariableSet() ? nullptr : utlOwnTree();
   if (root == nullptr || std::strncmp(name, prefix, prefixLength + 1) != 0) return;
   const char* rest = name + prefixLength;
   const std::size_t rootLength = std::strlen(root);

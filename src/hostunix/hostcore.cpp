@@ -1,12 +1,16 @@
 #include <povzel/hostcore.h>
 
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +23,6 @@
 #include <povzel/hostfname.h>
 #include <povzel/hostsystem.h>
 #include <povzel/unixerr.h>
-#include <povzel/vermsg.h>
 #include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
@@ -29,13 +32,62 @@ namespace {
 int coreAttempts = 0;
 BoolType madeCoreDir = 0;
 HostFnameStrType coreDirName;
+int formerFolder = -1;  // where the process was before it went there
 
 constexpr int defaultWaitSeconds = 60;
 constexpr unsigned waitStepSeconds = 3;
 constexpr int panicExitStatus = 1;
 
+// The thread that is in HostCoredump; process 0 is nobody's.
+struct alignas(8) CoreThread {
+  pid_t process;
+  pid_t thread;
+};
+std::atomic<CoreThread> coreThread{};
+std::atomic<int> coreTurns{0};  // that have ended
+static_assert(std::atomic<CoreThread>::is_always_lock_free && sizeof coreTurns == sizeof(int));
+
+// A thread's turn at the core. Others wait for its end; the thread itself, which may come back from
+// a fault on the way, goes on, and a child after a fork has its own turns.
+class CoreTurn {
+ public:
+  CoreTurn() {
+    const CoreThread self{getpid(), gettid()};
+    for (;;) {
+      const int ended = coreTurns;
+      CoreThread owner = coreThread;
+      isMine_ = owner.process != self.process;
+      if (isMine_ && coreThread.compare_exchange_strong(owner, self)) return;
+      if (!isMine_ && owner.thread == self.thread) return;
+      if (!isMine_) awaitEnd(ended);
+    }
+  }
+  ~CoreTurn() {
+    if (!isMine_) return;
+    coreThread = CoreThread{};
+    ++coreTurns;
+    syscall(SYS_futex, &coreTurns, FUTEX_WAKE_PRIVATE, INT_MAX);
+  }
+  CoreTurn(const CoreTurn&) = delete;
+  CoreTurn& operator=(const CoreTurn&) = delete;
+
+ private:
+  // By the call that conditions are waited for with: unlike a lock, a turn may take its time.
+  static void awaitEnd(int ended) {
+    syscall(SYS_futex, &coreTurns, FUTEX_WAIT_BITSET_PRIVATE, ended, nullptr, nullptr,
+            FUTEX_BITSET_MATCH_ANY);
+  }
+
+  bool isMine_;
+};
+
+template <typename... Arguments>
+void report(const char* symbol, const char* kinds, Arguments... arguments) {
+  verSafeCatalogueMessage(hostPast(stderr), symbol, kinds, arguments...);
+}
+
 void reportError(const char* symbol, int error) {
-  verCatalogueMessage(stderr, symbol, "ds", static_cast<long>(error), ErrnoText(error).text);
+  report(symbol, "ds", static_cast<long>(error), ErrnoText(error).text);
 }
 
 int waitSeconds() {
@@ -45,63 +97,98 @@ int waitSeconds() {
              : defaultWaitSeconds;
 }
 
+// Of a clock that nobody sets.
+long monotonicSeconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
+
 void waitForAttachment(int seconds) {
   hostPrintDebuggerBanner("HostCoredump");
-  std::printf("\n    Sleeping for %d seconds before dumping core.\n", seconds);
-  std::printf("    You can now attach a debugger. ");
-  std::printf("    Process Id is %ld\n", static_cast<long>(getpid()));
-  std::fflush(stdout);
+  hostPrintPast(stdout,
+                "\n    Sleeping for %d seconds before dumping core.\n"
+                "    You can now attach a debugger.     Process Id is %ld\n",
+                seconds, static_cast<long>(getpid()));
 
   // What still reaches a process that waits for a debugger is left out.
   const sigset_t blocked =
       unixIoAllSignalsBut(SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT);
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
-  const std::time_t start = std::time(nullptr);
-  while (std::time(nullptr) - start < seconds) sleep(waitStepSeconds);
+  const long start = monotonicSeconds();
+  while (monotonicSeconds() - start < seconds) sleep(waitStepSeconds);
+}
+
+void nameCoreDirectory() {
+  const auto process = static_cast<unsigned long>(getpid());
+  HostFnameStrType name;
+  char found[256];
+  const char* host = hostKnownHostname();
+  // The resolver, which knows it better, takes locks.
+  if (!hostEndsInHandler()) host = HostGetHostname(found, sizeof found) ? found : nullptr;
+  if (host != nullptr) {
+    hostSafeFormat(name, sizeof name, "coredir%lu-%s", process, host);
+  } else {
+    hostSafeFormat(name, sizeof name, "coredir%lu-%lu", process,
+                   static_cast<unsigned long>(hostTimeOfDay().seconds));
+  }
+  HostExpandFileName(name, coreDirName, sizeof coreDirName);
 }
 
 void enterCoreDirectory() {
-  HostFnameStrType name;
-  char host[256];
-  if (HostGetHostname(host, sizeof host)) {
-    std::snprintf(name, sizeof name, "coredir%lu-%s", static_cast<unsigned long>(getpid()), host);
-  } else {
-    std::snprintf(name, sizeof name, "coredir%lu-%lu", static_cast<unsigned long>(getpid()),
-                  static_cast<unsigned long>(hostTimeOfDay().seconds));
-  }
-  HostExpandFileName(name, coreDirName, sizeof coreDirName);
+  nameCoreDirectory();
   if (os.mkdir(coreDirName, 0700) != 0) {
-    std::fprintf(stderr, "coredump:  Unable to create core directory %s; errno = %d\n", coreDirName,
-                 errno);
+    hostPrintPast(stderr, "coredump:  Unable to create core directory %s; errno = %d\n",
+                  coreDirName, errno);
     return;
   }
-  if (os.chdir(coreDirName) != 0) {
-    std::fprintf(stderr, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName, errno);
+  formerFolder = os.open(".", O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
+  madeCoreDir = os.chdir(coreDirName) == 0;
+  if (madeCoreDir == 0) {
+    hostPrintPast(stderr, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName, errno);
     os.rmdir(coreDirName);
-    return;
   }
-  madeCoreDir = 1;
 }
 
+// Goes back to the former folder. What has a core in it is not removed.
 void leaveCoreDirectory() {
-  if (madeCoreDir == 0) return;
-  if (os.chdir("..") == 0) os.rmdir(coreDirName);
+  if (madeCoreDir != 0) {
+    const bool isBack = formerFolder >= 0 && fchdir(formerFolder) == 0;
+    if (isBack || os.chdir("..") == 0) os.rmdir(coreDirName);
+  }
   madeCoreDir = 0;
+  if (formerFolder >= 0) os.close(formerFolder);
+  formerFolder = -1;
+}
+
+// By the C library, which waits for each thread to do the same.
+[[gnu::noinline]] bool giveUpIdsOfAllThreads(gid_t group, uid_t user) {
+  const bool isGroup = os.setresgid(group, group, group) == 0;
+  return os.setresuid(user, user, user) == 0 && isGroup;
+}
+
+// The saved ids, too, or they could be taken back.
+bool giveUpPrivileges() {
+  if (!hostHasSetIds()) return true;
+  const gid_t group = getgid();
+  const uid_t user = getuid();
+  if (!hostEndsInHandler()) return giveUpIdsOfAllThreads(group, user);
+  const bool isGroup = os.setThreadGids(group, group) == 0;
+  return os.setThreadUids(user, user) == 0 && isGroup;
 }
 
 void prepareFirstAttempt() {
   hostFlushApplicationFiles();
-  const bool groupGivenUp = os.setgid(getgid()) == 0;
-  const bool userGivenUp = os.setuid(getuid()) == 0;
-  if (!groupGivenUp || !userGivenUp) {
-    std::fprintf(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
+  if (!giveUpPrivileges()) {
+    hostPrintPast(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
   }
   enterCoreDirectory();
 }
 
 void preparePanicAttempt() {
-  std::fputs("coredump panic: Avoiding user-defined rundown function\n", stderr);
-  std::fputs("coredump panic: disabling errmsg expansion\n", stderr);
+  hostPrintPast(stderr,
+                "coredump panic: Avoiding user-defined rundown function\n"
+                "coredump panic: disabling errmsg expansion\n");
   ErrMsgSetPanicked(1);
 }
 
@@ -115,7 +202,7 @@ void preparePanicAttempt() {
   kill(getpid(), SIGQUIT);
 
   constexpr char survived[] = "gross failure in coredump: shouldn't be here!";
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, survived, sizeof survived - 1);
+  utlSafeWrite(STDERR_FILENO, survived, sizeof survived - 1);
   _exit(panicExitStatus);
 }
 
@@ -135,7 +222,8 @@ void readCorePattern(char (&pattern)[128]) {
 void explainMissingCore(bool dumped) {
   struct rlimit limit;
   if (!dumped && os.getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0) {
-    VerMessage(stderr, "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
+    verSafeMessage(hostPast(stderr),
+                   "The core file size limit is 0. \"ulimit -c unlimited\" lifts it.");
     return;
   }
   char pattern[128];
@@ -146,7 +234,7 @@ void explainMissingCore(bool dumped) {
   if (what == nullptr) return;
   char text[256];
   std::snprintf(text, sizeof text, "The system %s (kernel.core_pattern is \"%s\").", what, pattern);
-  VerMessage(stderr, text);
+  verSafeMessage(hostPast(stderr), text);
 }
 
 // Moves the child's core file up to where the process was started.
@@ -160,13 +248,13 @@ void keepCore(pid_t child) {
   HostExpandFileName(wanted, target, sizeof target);
   if (os.rename(name, target) != 0) {
     const int reason = errno;
-    verCatalogueMessage(stderr, "host.core5", "s", target);
+    report("host.core5", "s", target);
     reportError("host.core6", reason);
     explainMissingCore(true);
     return;
   }
   leaveCoreDirectory();
-  verCatalogueMessage(stderr, "host.core7", "s", target);
+  report("host.core7", "s", target);
 }
 
 // _Fork rather than vfork: before Linux 5.16 a core dump ended every process that shares the
@@ -192,7 +280,7 @@ BoolType dumpInChild() {
     return 0;
   }
   if (!WIFSIGNALED(status) || !WCOREDUMP(status)) {
-    verCatalogueMessage(stderr, "host.core4", nullptr);
+    report("host.core4", nullptr);
     explainMissingCore(false);
     return 0;
   }
@@ -200,12 +288,9 @@ BoolType dumpInChild() {
   return 1;
 }
 
-}  // namespace
-
-BoolType HostCoredump(BoolType explicitlyRequested) {
-  const int seconds = waitSeconds();
-  if (noHalt != 0) return 1;
-
+// HostCoredump in a thread's turn. `panics` tells whether it was not the first attempt.
+BoolType dumpInTurn(BoolType explicitlyRequested, int seconds, bool& panics) {
+  const CoreTurn turn;
   if (coreAttempts == 0) {
     hostFlushApplicationFiles();
     if (coreAttempts == 0) {
@@ -217,7 +302,8 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
   }
   if (explicitlyRequested == 0) waitForAttachment(seconds);
   if (coreAttempts > 2) {
-    std::fputs("coredump panic:  giving up!\n", stderr);
+    leaveCoreDirectory();
+    hostPrintPast(stderr, "coredump panic:  giving up!\n");
     _exit(panicExitStatus);
   }
 
@@ -230,7 +316,20 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
 
   std::signal(SIGABRT, SIG_DFL);
   const BoolType dumped = dumpInChild();
+  leaveCoreDirectory();
+  panics = coreAttempts > 1;
+  return dumped;
+}
+
+}  // namespace
+
+BoolType HostCoredump(BoolType explicitlyRequested) {
+  const int seconds = waitSeconds();
+  if (noHalt != 0) return 1;
+  const CancellationWaits untilDumped;
+  bool panics = false;
+  const BoolType dumped = dumpInTurn(explicitlyRequested, seconds, panics);
   // A panicking process is not asked to run the application down as well.
-  if (coreAttempts == 1) hostShutDownApplication();
+  if (!panics) hostShutDownApplication();
   return dumped;
 }

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostcore.h>
@@ -12,7 +14,6 @@
 #include <povzel/unixerr.h>
 #include <povzel/utlexit.h>
 #include <povzel/utltime.h>
-#include <povzel/vermsg.h>
 #include "internal.h"
 #include "messages/internal.h"
 #include "services/internal.h"
@@ -33,30 +34,34 @@ const char* textOf(const char* msg) {
   return msg != nullptr ? msg : "";
 }
 
+// Texts of any length.
+void print(const char* text) {
+  utlSafeWrite(hostPast(stdout), text, std::strlen(text));
+}
+
 void notifyServer() {
-  std::printf("\nHostcalldebugger invoked in process %d, notifying torv of fatal error\n",
-              getpid());
-  std::fflush(stdout);
+  hostPrintPast(stdout, "\nHostcalldebugger invoked in process %d, notifying torv of fatal error\n",
+                getpid());
   HostFatalReportFunc();
-  std::printf("\nHostCallDebugger invoked in process %d\n", getpid());
+  hostPrintPast(stdout, "\nHostCallDebugger invoked in process %d\n", getpid());
 }
 
 [[noreturn]] void abortRecursion() {
-  std::fputs("Recursive error caught!", stdout);
-  std::fflush(stdout);
+  print("Recursive error caught!");
   hostAbortProcess();
 }
 
 }  // namespace
 
 void hostPrintDebuggerBanner(const char* caller) {
-  std::fflush(stderr);
-  std::fflush(stdout);
-  std::fputs("\n\n", stdout);
-  VerLeadingEdge(stdout);
-  verCatalogueMessage(stdout, "host.debugger1", "s", caller);
+  hostPast(stderr);
+  print("\n\n");
+  const int out = hostPast(stdout);
+  verSafeLeadingEdge(out);
+  verSafeCatalogueMessage(out, "host.debugger1", "s", caller);
   ZelCTimeStringType date;
-  verCatalogueMessage(stdout, "host.debugger2", "s", utlCtimeOfNow(&date));
+  const char* now = hostEndsInHandler() ? utlSafeCtimeOfNow(&date) : utlCtimeOfNow(&date);
+  verSafeCatalogueMessage(out, "host.debugger2", "s", now);
 }
 
 void hostErrnoMessage(int error, ErrMsgStrType text) {
@@ -80,12 +85,14 @@ void HostInstallFatalReportHandler(HostFatalReportFuncType* report) {
 int HostCallDebugger() {
   if (noHalt != 0) return 0;
   const int error = errno;
+  const CancellationWaits untilTheEnd;
+  if (!utlClaimExit()) utlAwaitExit();
 
   std::signal(SIGVTALRM, SIG_IGN);
   hostCallUnlessRunning(hostCallDebuggerHook, hookRunning);
   hostFlushApplicationFiles();
-  std::fflush(stderr);
-  std::fflush(stdout);
+  hostPast(stderr);
+  hostPast(stdout);
   const bool first = hostFatalReportCount.fetch_add(1) == 0;
   HostSetFatalErr(1);
   if (first && HostFatalReportFunc != nullptr) notifyServer();
@@ -95,18 +102,22 @@ int HostCallDebugger() {
   ErrMsgStrType line;
   hostErrnoMessage(error, line);
   HostCoredump(0);
-  VerMessage(stdout, line);
-  VerEndEdge(stdout);
+  const int out = hostPast(stdout);
+  verSafeMessage(out, line);
+  verSafeEndEdge(out);
   UtlExit(fatalExitStatus);
 }
 
 int HostCallDebuggerMsg(const char* msg) {
-  std::puts(textOf(msg));
+  print(textOf(msg));
+  print("\n");
   return HostCallDebugger();
 }
 
 unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o) {
-  std::printf("\n%s arg:%lu\n", textOf(msg), o);
+  print("\n");
+  print(textOf(msg));
+  hostPrintPast(stdout, " arg:%lu\n", o);
   HostCallDebugger();
   return o;
 }

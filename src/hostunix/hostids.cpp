@@ -40,6 +40,15 @@ bool haveThirdId(const RealIds::Ids& ids) {
 
 }  // namespace
 
+bool hostHasSetIds() {
+  RealIds::Ids user;
+  RealIds::Ids group;
+  getresuid(&user.real, &user.effective, &user.saved);
+  getresgid(&group.real, &group.effective, &group.saved);
+  return user.effective != user.real || user.saved != user.real || group.effective != group.real ||
+         group.saved != group.real;
+}
+
 // The effective ids, which give the right to come back, are saved meanwhile. Ids that count for
 // files alone would not do: what the kernel shows under /proc it shows by effective ids and rights.
 RealIds::RealIds(BoolType wanted) : switched_(wanted != 0 && areOthers()) {

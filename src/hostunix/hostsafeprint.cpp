@@ -1,9 +1,11 @@
-// Signal-safe throughout: calls write(2) and nothing else.
+// Signal-safe throughout, but for the streams that are flushed where a thread is not interrupted:
+// calls write(2) and nothing else.
 #include <povzel/hostsafeprint.h>
 
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "internal.h"
@@ -50,6 +52,12 @@ struct LineWriter {
 
 // int and long are one width here, so an 'l' needs no case of its own.
 static_assert(sizeof(int) == sizeof(long));
+
+[[gnu::noinline]] void flushIfFree(FILE* stream) {
+  if (ftrylockfile(stream) != 0) return;
+  std::fflush(stream);
+  funlockfile(stream);
+}
 
 }  // namespace
 
@@ -110,4 +118,21 @@ void hostSafePrint(const char* format, ...) {
 
 void HostSignalSafePrint(const char* msg) {
   utlSafeWrite(STDERR_FILENO, msg, std::strlen(msg));
+}
+
+int hostPast(FILE* stream) {
+  const ErrnoKeeper keepErrno;
+  if (!hostEndsInHandler()) flushIfFree(stream);
+  const int usual = stream == stderr ? STDERR_FILENO : STDOUT_FILENO;
+  const int descriptor = fileno(stream);
+  return descriptor >= 0 ? descriptor : usual;
+}
+
+void hostPrintPast(FILE* stream, const char* format, ...) {
+  char line[2 * sizeof(HostFnameStrType) + sizeof(SafeLine)];
+  std::va_list arguments;
+  va_start(arguments, format);
+  hostSafeFormatList(line, sizeof line, format, arguments);
+  va_end(arguments);
+  utlSafeWrite(hostPast(stream), line, std::strlen(line));
 }

@@ -1,13 +1,16 @@
 // Stack printing, in signal handlers too, and in processes that go on afterwards.
 //
 // Signal-safe but for the interpreter's printer, which the embedding program provides. May call
-// _exit, execv, getpid, poll, sigprocmask, waitpid, the atomic primitives and _Fork, which unlike
-// fork takes no lock and calls no fork handlers, and prints with hostSafePrint. The name of the
-// stack printer comes from HostExpandFileName and HostFileType: they read `environ` themselves and
-// call readlink, stat and, where $TARVOLIN is relative, getcwd, all of them bare system calls here.
+// _exit, execv, getpid, poll, prctl, sigprocmask, syscall, waitpid, the atomic primitives and
+// _Fork, which unlike fork takes no lock and calls no fork handlers, and prints with hostSafePrint.
+// The name of the stack printer comes from HostExpandFileName and HostFileType: they read `environ`
+// themselves and call readlink, stat and, where $TARVOLIN is relative, getcwd, all of them bare
+// system calls here.
 #include <povzel/hoststack.h>
 
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,12 +31,22 @@ PrintStackFuncType* SmalltalkPrintStackFunc = nullptr;
 constexpr char stackPrinter[] = "$TARVOLIN/bin/gstack";
 constexpr int reapPauseMilliseconds = 50;
 
+// The invoker of a set-id program chooses what runs here, so it runs with his ids. By bare system
+// calls: those of the C library would wait for threads that the child does not have.
+bool takeRealIds() {
+  if (!hostHasSetIds()) return true;
+  const gid_t group = getgid();
+  const uid_t user = getuid();
+  return syscall(SYS_setresgid32, group, group, group) == 0 &&
+         syscall(SYS_setresuid32, user, user, user) == 0;
+}
+
 // In the child. The handler's blocked signals would stay blocked in the program.
 [[noreturn]] void execProgram(const char* program, const char* const* argv) {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execv(program, const_cast<char* const*>(argv));
+  if (takeRealIds()) execv(program, const_cast<char* const*>(argv));
 
   const int reason = errno;
   SafeLine arguments;
@@ -49,6 +62,16 @@ constexpr int reapPauseMilliseconds = 50;
   _exit(0);
 }
 
+// Lets a process and its children look at this one, where the system allows that to parents alone,
+// while this lives.
+class Tracer {
+ public:
+  explicit Tracer(pid_t tracer) { prctl(PR_SET_PTRACER, tracer); }
+  ~Tracer() { prctl(PR_SET_PTRACER, 0); }
+  Tracer(const Tracer&) = delete;
+  Tracer& operator=(const Tracer&) = delete;
+};
+
 // Runs a program and waits until it is gone, whoever reaps it.
 bool runAndWait(const char* program, const char* const* argv) {
   const pid_t child = _Fork();
@@ -57,6 +80,7 @@ bool runAndWait(const char* program, const char* const* argv) {
     return false;
   }
   if (child == 0) execProgram(program, argv);
+  const Tracer tracer(child);
   for (;;) {
     const pid_t reaped = waitpid(child, nullptr, 0);
     if (reaped == child) {

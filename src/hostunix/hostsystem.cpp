@@ -41,6 +41,12 @@ bool findHostName(HostName& name) {
 
 }  // namespace
 
+const char* hostKnownHostname() {
+  const char* name = hostName.load(std::memory_order_acquire);
+  if (name == nullptr) name = unameData.nodename;
+  return name[0] != '\0' ? name : nullptr;
+}
+
 BoolType HostGetHostname(char* nameBuf, ArraySizeType bufLen) {
   HostName found;
   const char* name = hostName.load(std::memory_order_acquire);

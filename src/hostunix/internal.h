@@ -24,6 +24,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -60,6 +61,9 @@ bool hostExpandFileName(const char* name, HostFnameStrType& expanded,
 bool hostFileExists(const char* fileName, HostFnameStrType& expanded);
 
 // Ids (hostids.cpp)
+
+// Whether the effective or the saved ids are others than the real ones. Signal-safe.
+bool hostHasSetIds();
 
 // The real ids are this thread's effective ones while this lives, if it is told so; those of other
 // threads stay as they are. Keeps errno at the end.
@@ -109,6 +113,12 @@ Value* hostKeepFirst(Kept& kept, const Value* found, std::size_t count = 1) {
   UtlFree(copy);
   return first;
 }
+
+// The system (hostsystem.cpp)
+
+// What HostGetHostname has once found, or else the name that the system has for itself; null if
+// that is not known either. Does not ask the resolver. Signal-safe.
+const char* hostKnownHostname();
 
 // Users
 
@@ -225,6 +235,15 @@ void hostSafeFormatList(char* buffer, std::size_t size, const char* format, std:
 
 // Formats a line of at most 255 characters and prints it with HostSignalSafePrint. Signal-safe.
 __attribute__((format(printf, 1, 2))) void hostSafePrint(const char* format, ...);
+
+// The descriptor of standard output or error, for what is printed past the stream. What the stream
+// holds is written first, unless another thread has its lock, or the end of the process, in the
+// fault handler, has interrupted a thread that may be at work in it: then it comes at the exit.
+int hostPast(FILE* stream);
+
+// Formats a line as hostSafeFormat does, which may have two file names in it, and writes it to
+// hostPast(stream).
+__attribute__((format(printf, 2, 3))) void hostPrintPast(FILE* stream, const char* format, ...);
 
 // Faults
 
@@ -358,13 +377,14 @@ void hostPrintStacks();
 
 // Fatal paths (hostdebug.cpp)
 
-// Opens a box on standard output that says that `caller` was entered, and when.
+// Opens a box on standard output that says that `caller` was entered, and when. In the fault
+// handler, which ends the process, it is signal-safe.
 void hostPrintDebuggerBanner(const char* caller);
 
 // Forgets the fatal-report callback, and that HostCallDebugger has run.
 void hostForgetFatalReports();
 
-// Puts the catalogue's text about `error`, an errno value, into `text`.
+// Puts the catalogue's text about `error`, an errno value, into `text`. Signal-safe.
 void hostErrnoMessage(int error, ErrMsgStrType text);
 
 // Starting processes: worked out before the fork (hostfork.cpp), carried out after it

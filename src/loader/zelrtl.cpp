@@ -61,8 +61,9 @@ struct ErrorText {
   }
 };
 
+// The environment of a set-id program is its invoker's, who must not choose what runs with its ids.
 const char* environmentOr(const char* variable, const char* otherwise) {
-  const char* value = std::getenv(variable);
+  const char* value = secure_getenv(variable);
   return value != nullptr && value[0] != '\0' ? value : otherwise;
 }
 
@@ -133,9 +134,9 @@ bool openFromDirectories(const char* search, const char* fileName, const ErrorTe
 
 // Tries `fileName` in the installation that this library lies in, when no other is named.
 // The reason why the name alone did not do is then none any more.
-bool openFromOwnTree(const char* fileName, const ErrorText& err) {
-  const char* tree = utlTreeInForce();
-  if (tree == nullptr) return false;
+bool openFromOwnTree(const char* tarvolin, const char* fileName, const ErrorText& err) {
+  const char* tree = utlOwnTree();
+  if (tarvolin != nullptr || tree == nullptr) return false;
   char candidate[PATH_MAX + fileNameSize + sizeof "/lib/"];
   std::snprintf(candidate, sizeof candidate, "%s/lib/%s", tree, fileName);
   if (!openLibrary(candidate, nullptr, 0)) return false;
@@ -190,7 +191,7 @@ BoolType ZelRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeTy
   if (!openFromDirectories(search, fileName, err)) return 0;
 
   if (zeldl == nullptr && !openLibrary(fileName, errBuf, errBufSize) &&
-      !openFromOwnTree(fileName, err)) {
+      !openFromOwnTree(tarvolin, fileName, err)) {
     if (tarvolin == nullptr) err.append(noTarvolin);
     return 0;
   }

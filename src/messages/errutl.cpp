@@ -271,10 +271,9 @@ bool ErrUtlHold::isOutdated() const {
 }
 
 void errUtlSayList(const char* format, va_list arguments) {
-  const ErrnoKeeper keeper;
   char line[sizeof(HostFnameStrType) + 100];
   std::vsnprintf(line, sizeof line, format, arguments);
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, std::strlen(line));
+  utlSafeWrite(STDERR_FILENO, line, std::strlen(line));
 }
 
 void errUtlSay(const char* format, ...) {

@@ -87,6 +87,7 @@ std::atomic<const Zone*> zoneOfNow{&utc};
 std::atomic_flag zonesChange;
 
 void rememberZone(const struct tm& now) {
+  if (now.tm_zone == nullptr) return;  // no date
   const auto isZone = [&](const Zone& zone) {
     return zone.offset == now.tm_gmtoff && std::strcmp(zone.name, now.tm_zone) == 0;
   };

@@ -1,46 +1,140 @@
 #include <povzel/hostcore.h>
 
+#include <povzel/hostdebug.h>
+#include <povzel/hostfault.h>
+#include <povzel/hostsafeprint.h>
+#include <povzel/hoststack.h>
 #include "basics/fortests.h"
 #include "tests.h"
 
-static int ending = 0;
-static bool leavesFile = false;
+using namespace std::string_literals;
 
-// What is said of a core and becomes of its directory, by how the dumping child ended, whether its
-// core is there, and the system's pattern.
+static int ending = 0;
+static const char* left = "";  // the file that the dumping child leaves
+static std::atomic<int> dumping{0};
+
+// The time of day stands still.
+extern "C" time_t time(time_t* /*now*/) noexcept {
+  return 0;
+}
+extern "C" unsigned sleep(unsigned /*seconds*/) {
+  return static_cast<unsigned>(usleep(1000));
+}
+
+// No process ends; what becomes of the dumping child is set.
+static void pretendToDump() {
+  osCallsForTests.getrlimit = [](int, struct rlimit*) noexcept { return -1; };
+  osCallsForTests._Fork = getpid;
+  osCallsForTests.waitpid = [](pid_t pid, int* status, int) {
+    if (++dumping > 1) HostSignalSafePrint("two at once");
+    HostSignalSafePrint(("dumped in " + fs::current_path().string() + "\n").c_str());
+    if (*left != '\0') writeFile(left + (left == "core."s ? std::to_string(pid) : ""), "");
+    std::this_thread::yield();
+    *status = ending;
+    --dumping;
+    return pid;
+  };
+}
+
+// What is said of a core and becomes of its directory, by how the dumping child ended, the core
+// that is there, and the system's pattern.
 TEST(HostCoredump, SaysWhatBecameOfTheCore) {
   constexpr int dumped = SIGQUIT | WCOREFLAG;
-  const std::tuple<int, bool, const char*, const char*> cases[] = {
-      {dumped, true, "core", "[host.core7 ~/core"},
-      {dumped, false, "x",
+  const std::tuple<int, const char*, const char*, const char*> cases[] = {
+      {dumped, "core.", "core", "[host.core7 ~/core"},
+      {dumped, "x", "x",
        "[host.core5 ~/core~[host.core6 2 ~own pattern (kernel.core_pattern is \"x\")."},
-      {dumped, false, "|y", "[host.core5 ~to a program (kernel.core_pattern is \"|y\")."},
-      {SIGQUIT, false, "/z", "[host.core4]~elsewhere (kernel.core_pattern is \"/z\")."},
-      {SIGQUIT, false, "core", "[host.core4]"},
-      {0, false, "core", "[host.core4]"},
+      {dumped, "", "|y", "[host.core5 ~to a program (kernel.core_pattern is \"|y\")."},
+      {SIGQUIT, "", "/z", "[host.core4]~elsewhere (kernel.core_pattern is \"/z\")."},
+      {0, "", "core", "[host.core4]"},
   };
-  for (const auto& [end, isThere, pattern, report] : cases) {
+  for (const auto& [end, file, pattern, report] : cases) {
     ending = end;
-    leavesFile = isThere;
+    left = file;
     writeFile("pattern", pattern);
     const ChildResult child = inChild([] {
-      osCallsForTests.open = [](const char*, int flags, mode_t mode) {
-        return open("../pattern", flags, mode);
+      pretendToDump();
+      osCallsForTests.open = [](const char* name, int flags, mode_t mode) {
+        return open(name[0] == '/' ? "../pattern" : name, flags, mode);
       };
-      osCallsForTests.getrlimit = [](int, struct rlimit*) noexcept { return -1; };
-      osCallsForTests._Fork = getpid;
-      osCallsForTests.waitpid = [](pid_t pid, int* status, int) {
-        std::printf("%s", fs::current_path().c_str());
-        if (leavesFile) writeFile("core." + std::to_string(pid), "");
-        *status = ending;
-        return pid;
-      };
-      return HostCoredump(1) + 2 * fs::exists("core" + std::to_string(getpid()));
+      const fs::path here = fs::current_path();
+      const int isDumped = HostCoredump(1);
+      return isDumped + 2 * fs::exists("core" + std::to_string(getpid())) +
+             4 * (fs::current_path() != here);
     });
-    EXPECT_EQ(exitCode(child), (end == dumped) + 2 * isThere);
-    EXPECT_EQ(fs::exists(child.out.substr(child.out.find('/'))), !isThere);
+    EXPECT_EQ(exitCode(child), (end == dumped) + 2 * (file == "core."s));
+    // Nothing is left of the directory but what has the core in it.
+    std::smatch directory;
+    EXPECT_TRUE(std::regex_search(child.err, directory, std::regex("dumped in (.*)")));
+    EXPECT_EQ(fs::exists(directory[1].str()), file == "x"s);
     const std::string said = child.err.substr(child.err.find("[host.core"));
     EXPECT_THAT(said, Reads(report));
-    EXPECT_EQ(said.find("kernel") == std::string::npos, pattern == std::string("core"));
+    EXPECT_EQ(said.find("kernel") == std::string::npos, pattern == "core"s);
   }
+}
+
+// Threads that meet the end together make one report, one core and one shutdown of the application.
+// Those that ask for a core take turns.
+TEST(HostCoredump, IsOneThreadsAtATime) {
+  ending = SIGQUIT | WCOREFLAG;
+  left = "core.";
+  const std::tuple<void (*)(int), int, std::string> cases[] = {
+      {[](int) { HostCallDebuggerMsg("lost"); }, 3, "dumped in ~[host.core7 ~shut down\n"},
+      {[](int) { HostCoredump(1); }, 0,
+       "dumped in ~[host.core7 ~coredump panic: disabling ~dumped in ~[host.core7 "}};
+  for (const auto& [end, status, report] : cases) {
+    const ChildResult child = runInChild([end = end] {
+      pretendToDump();
+      HostInstallFaultHandler(nullptr, [] { HostSignalSafePrint("shut down\n"); });
+      setenv("TV_CORE_TIME_OUT", "1", 1);
+      inThreads(2, end);
+    });
+    EXPECT_EQ(exitCode(child), status);
+    EXPECT_THAT(child.err, AllOf(Reads("~" + report + "~"), Not(HasSubstr("two at once"))));
+    EXPECT_EQ(child.err.find("shut down"), child.err.rfind("shut down"));
+  }
+}
+
+// Whoever holds the streams, the core is made.
+TEST(HostCoredump, WaitsForNoStream) {
+  static std::atomic<bool> isLocked;
+  for (void (*end)() : {+[] { HostCallDebuggerMsg("lost"); }, +[] { raise(SIGQUIT), void(); }}) {
+    const ChildResult child = inChild([end] {
+      pretendToDump();
+      HostInstallFaultHandler(nullptr, [] { _exit(42); });
+      std::thread([] {
+        flockfile(stdout), flockfile(stderr);
+        isLocked = true;
+        pause();
+      }).detach();
+      while (!isLocked) std::this_thread::yield();
+      alarm(20);
+      end();
+      return 1;
+    });
+    EXPECT_EQ(exitCode(child), 42) << child.err;
+    EXPECT_THAT(child.err, HasSubstr("[host.core7 "));
+  }
+}
+
+// A set-id program runs its invoker's stack printer with his ids, and keeps no way back to its own.
+TEST(HostCoredump, GivesUpSetIds) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root gives itself other ids";
+  fs::create_directories("installation/bin");
+  writeFile("installation/bin/gstack", "#!/bin/sh\ngrep -E '^[UG]id' /proc/self/status >&2\n");
+  for (const std::string name : {".", "installation/bin/gstack"})
+    fs::permissions(name, fs::perms::all);
+  const ChildResult child = runInChild([] {
+    setenv("TARVOLIN", fs::absolute("installation").c_str(), 1);
+    pretendToDump();
+    std::thread([] {
+      for (;;) pause();
+    }).detach();
+    if (setresgid(65534, 1001, 0) + setresuid(65534, 1001, 0) != 0) _exit(99);
+    HostCoredump(1);
+    for (const auto& task : fs::directory_iterator("/proc/self/task"))
+      HostSignalSafePrint(readFile(task.path() / "status").c_str());
+  });
+  const std::string own = "Uid:\t65534\t65534\t65534\t65534\nGid:\t65534\t65534\t65534\t65534\n";
+  EXPECT_THAT(child.err, Reads("~" + own + "~" + own + "~" + own + "~"));
 }

@@ -15,6 +15,7 @@ struct Hooks {
   std::map<std::string, std::string> stands = {};  // name asked for: file that is opened
   const ZelRtlJumpSType* table = nullptr;          // that the fixture library hands out
   int flags = 0;                                   // of the last dlopen
+  bool isSetId = false;
 };
 Hooks hooks;
 
@@ -37,6 +38,11 @@ POVZEL_EXPORT int dlclose(void* library) noexcept {
   const int result = real(library);
   hooks.events.emplace_back(result == 0 ? "closed" : "not closed");
   return result;
+}
+
+// As in a set-id program, if asked.
+POVZEL_EXPORT char* secure_getenv(const char* name) noexcept {
+  return hooks.isSetId ? nullptr : getenv(name);
 }
 
 POVZEL_EXPORT const ZelRtlJumpSType* fixtureTable() {
@@ -155,24 +161,28 @@ TEST_F(Loader, CandidatesAreTriedInOrder) {
     Strings folders;  // before the name alone
     std::string name;
     const char *base = nullptr, *version = nullptr;
+    bool isSetId = false;
   } cases[] = {
       {1, nullptr, "/t/", {"/t/lib/"}, "libzelrpc67.so", "", ""},
       {-1, ";a/;;b\\;", "\\t\\", {"a/", "b\\", "\\t\\lib/"}, "libzelrpc67.so"},
       {1, "", "", {}, "libotherrpc-6.7.1", "other", "-6.7.1"},
       {0, "", nullptr, {}, "libzellnk67.so"},
+      // The invoker of a set-id program has no say.
+      {1, "", "/t/", {}, "libzelrpc67.so", "other", "-6.7.1", true},
   };
   for (const auto& c : cases) {
     Strings candidates;
     for (const std::string& folder : c.folders) candidates.push_back(folder + c.name);
     candidates.push_back(c.name);
-    hooks = {};
+    hooks = {.isSetId = c.isSetId};
     setVariables(c.tarvolin, c.base, c.version);
     const std::string why = refusal(loading(c.useRpc, c.path));
     EXPECT_EQ(hooks.events, candidates);
     EXPECT_THAT(why, Reads("dlopen(" + c.name + ") failed because ~No such file or directory"));
     EXPECT_EQ(why.ends_with(noTarvolin), c.folders.empty());
     for (; !candidates.empty(); candidates.pop_back()) {
-      hooks = {.stands = {{candidates.back(), POVZEL_FIXTURE}}, .table = &good};
+      hooks = {
+          .stands = {{candidates.back(), POVZEL_FIXTURE}}, .table = &good, .isSetId = c.isSetId};
       EXPECT_EQ(loading(c.useRpc, c.path)(nullptr, 0), 1);
       EXPECT_EQ(hooks.events, candidates) << "the first that opens ends the search";
       ZelRtlUnload();

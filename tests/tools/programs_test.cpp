@@ -162,8 +162,17 @@ TEST(GStack, PrintsThreadsWithoutTheDebugger) {
   fs::create_directory("bin");
   for (const std::string tool : {"sh", "cat", "awk", "sed"})
     fs::create_symlink("/usr/bin/" + tool, "bin/" + tool);
-  EXPECT_THAT(run("gstack " + pid, "PATH=$PWD/bin"),
-              AllOf(HasSubstr("Thread " + pid + " (programs_test): state "), EndsWith("\n0")));
+  EXPECT_THAT(
+      run("gstack " + pid, "PATH=$PWD/bin"),
+      AllOf(HasSubstr("gstack: no C stacks, because none of gdb, eu-stack and pstack could"),
+            HasSubstr("Thread " + pid + " (programs_test): state "), EndsWith("\n0")));
+  // A debugger that finds nothing gives way to one that does.
+  fs::create_symlink("/usr/bin/grep", "bin/grep");
+  for (const std::string name : {"gdb", "eu-stack"}) {
+    writeFile("bin/" + name, name == "gdb" ? "#!/bin/sh\n" : "#!/bin/sh\necho \"#0 here $2\"\n");
+    fs::permissions("bin/" + name, fs::perms::owner_all);
+  }
+  EXPECT_EQ(run("gstack " + pid, "PATH=$PWD/bin"), "#0 here " + pid + "\n0");
   EXPECT_THAT(run("gstack 999999999"), EndsWith("\n1"));
 }
 
