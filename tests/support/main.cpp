@@ -1,22 +1,46 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "process.h"
+
+namespace {
+
+// What the system reads is for tests to set.
+void forgetEnvironment() {
+  for (char** entry = environ; *entry != nullptr;) {
+    const std::string_view variable = *entry;
+    const bool isRead = variable.starts_with("TARVOLIN") || variable.starts_with("ZELRTL_") ||
+                        variable.starts_with("TV_");
+    if (!isRead) {
+      ++entry;
+    } else {
+      unsetenv(std::string(variable.substr(0, variable.find('='))).c_str());
+    }
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   // Death tests re-execute the program, so that they work whatever threads a test has started.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  // A dying process would wait a minute for a debugger.
-  setenv("TV_CORE_TIME_OUT", "0", 1);
   // Each program works in a directory of its own, where its death tests may leave core directories.
   // They are started anew with the same environment and share it.
   constexpr char variable[] = "POVZEL_TEST_SCRATCH";
   std::optional<ScratchDirectory> own;
-  if (std::getenv(variable) == nullptr) setenv(variable, own.emplace().path().c_str(), 1);
+  if (std::getenv(variable) == nullptr) {
+    forgetEnvironment();
+    setenv(variable, own.emplace().path().c_str(), 1);
+  }
+  // A dying process would wait a minute for a debugger.
+  setenv("TV_CORE_TIME_OUT", "0", 1);
   std::filesystem::current_path(std::getenv(variable));
   return RUN_ALL_TESTS();
 }
