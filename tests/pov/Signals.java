@@ -11,8 +11,8 @@ final class Signals {
     private Signals() {
     }
 
-    // A native that faults.
-    static native int fault();
+    // Natives: 0 faults; 1 makes a thread ready for faults and 2 works, and both return 1.
+    static native int call(int number);
 
     private static int dive(int depth) {
         return dive(depth + 1) + 1;
@@ -36,7 +36,21 @@ final class Signals {
     }
 
     static int nativeFaultInThreads(int threads) throws Exception {
-        return sum(threads, Signals::fault);
+        return sum(threads, () -> call(0));
+    }
+
+    // Counts what goes wrong.
+    static int storm(int seconds) throws Exception {
+        long end = System.nanoTime() + seconds * 1_000_000_000L;
+        ProcessBuilder program = new ProcessBuilder("sh", "-c", "exit 7");
+        return sum(8, () -> {
+            int wrong = 0;
+            while (System.nanoTime() < end) {
+                boolean right = faults(50, 5) == 55 && call(2) == 1 && program.start().waitFor() == 7;
+                wrong += right ? 0 : 1;
+            }
+            return wrong;
+        });
     }
 
     static int printAtShutdown() {
@@ -54,7 +68,7 @@ final class Signals {
         CyclicBarrier ready = new CyclicBarrier(count);
         Callable<Integer> together = () -> {
             ready.await();
-            return body.call();
+            return call(1) * body.call();
         };
         ExecutorService threads = Executors.newFixedThreadPool(count);
         int sum = 0;

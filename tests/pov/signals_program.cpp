@@ -1,9 +1,13 @@
 // A program that starts the VM and installs the fault handler, in the order that its first argument
 // names, and then raises what its second argument names. signals_test.cpp looks at how it ends.
+#include <poll.h>
 #include <semaphore.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -11,10 +15,14 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 
 #include <povzel/hostfault.h>
 #include <povzel/hostinit.h>
-#include <povzel/hostsafeprint.h>
+#include <povzel/hostpages.h>
+#include <povzel/hostprocess.h>
+#include <povzel/unixio.h>
+#include <povzel/utlchecksum.h>
 #include "jvm.h"
 
 namespace {
@@ -37,18 +45,42 @@ jint callJava(const char* name, Ints... ints) {
   return result;
 }
 
-jint JNICALL faultInNative(JNIEnv*, jclass) {
+jint fault() {
   static volatile std::uintptr_t nowhere = 16;
   *reinterpret_cast<volatile char*>(nowhere) = 1;
   return 0;
 }
 
-// Java's own faults, in one thread and then in two at once.
+// Some threads have a signal stack, and some have none.
+jint enterThread() {
+  static std::atomic<int> threads = 0;
+  return threads++ % 2 == 0 || HostUseSignalStack() != 0 ? 1 : 0;
+}
+
+// Touches a guarded page and starts a program, and returns whether the one went on and the other
+// was reaped.
+jint work() {
+  auto* page = static_cast<char*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  SysErrorSType error;
+  const HostProtectHandlerFType letPass = [](char*, char*) -> BoolType { return 1; };
+  if (!HostProtectPage(page, letPass, &error)) return 0;
+  *const_cast<volatile char*>(page) = 7;
+  munmap(page, 4096);
+  char why[200];
+  PidType pid = 0;
+  if (!HostFork("/bin/true", nullptr, 0, why, sizeof why, "", "/dev/null", ".", &pid)) return 0;
+  while (kill(pid, 0) == 0) poll(nullptr, 0, 1);
+  return 1;
+}
+
+jint JNICALL native(JNIEnv*, jclass, jint number) {
+  return std::array{fault, enterThread, work}[number]();
+}
+
+// Java's own faults, in many threads at once.
 void javaFaults() {
-  const int checks = callJava("faults", 5000, 0);
-  const int overflows = callJava("faults", 0, 10);
-  const int together = callJava("faultsInThreads", 2, 5000, 10);
-  std::printf("caught %d %d %d, in handlers %ld\n", checks, overflows, together,
+  std::printf("caught %d, in handlers %ld\n", callJava("faultsInThreads", 8, 5000, 5),
               segvInProgressCount);
 }
 
@@ -91,23 +123,48 @@ void postponedTerminate() {
   callJava("exit", 143);
 }
 
+// The fault handler goes and comes back while Java's faults go on.
+void shutDown() {
+  for (int round = 0; round < 2; ++round) {
+    HostShutDown();
+    std::printf("caught %d\n", callJava("faultsInThreads", 2, 500, 5));
+    HostInstallFaultHandler(nullptr, nullptr);
+  }
+  std::printf("caught %d\n", callJava("faultsInThreads", 2, 500, 5));
+}
+
+int dive(int depth) {
+  volatile char frame[999] = {1};
+  return depth == 0 ? 0 : dive(depth - 1) + frame[0];
+}
+
+// In a thread that the VM does not know: it looks after the stacks of its own.
+void overflowInNative() {
+  std::thread([] { return HostUseSignalStack() != 0 ? dive(1 << 30) : 0; }).join();
+}
+
+void storm() {
+  env->FindClass("java/lang/ProcessImpl");  // which puts SIGCHLD to its default
+  UNIXIO_DO_SIGNAL(SIGCHLD, HostFaultHandler, nullptr);
+  HostReapOwnChildrenOnly(1);
+  const char* seconds = std::getenv("POVZEL_STORM_SECONDS");
+  const int wrong = callJava("storm", seconds != nullptr ? std::atoi(seconds) : 1);
+  std::printf("wrong %d, in handlers %ld\n", wrong, segvInProgressCount);
+}
+
 const std::map<std::string, void (*)()> scenarios = {
     {"java-faults", javaFaults},
-    {"many-threads", [] { std::printf("caught %d\n", callJava("faultsInThreads", 8, 5000, 5)); }},
-    // Ends at the first fault that reaches the fault handler.
-    {"first-to-see",
-     [] {
-       HostExitOnFault();
-       javaFaults();
-     }},
+    {"shut-down", shutDown},
+    {"storm", storm},
     {"thread-dump", threadDump},
     {"terminate", [] { terminate(SIGTERM); }},
     {"hang-up", hangUp},
     {"postponed-terminate", postponedTerminate},
-    {"native-fault", [] { callJava("fault"); }},
     {"native-fault-in-thread", [] { callJava("nativeFaultInThreads", 1); }},
     {"native-fault-in-threads", [] { callJava("nativeFaultInThreads", 4); }},
-    {"library-fault", [] { HostSignalSafePrint(reinterpret_cast<const char*>(16)); }},
+    {"native-fault-after-shut-down", [] { shutDown(), callJava("call", 0); }},
+    {"native-overflow", overflowInNative},
+    {"library-fault", [] { UtlChecksum(reinterpret_cast<const unsigned char*>(16), 8); }},
 };
 
 }  // namespace
@@ -123,9 +180,9 @@ int main(int argc, char** argv) {
       {"-XX:TieredStopAtLevel=1", "-XX:ErrorFile=vm_report", argc > 3 ? argv[3] : "-Xshare:auto"});
   if (!handlerFirst) installFaultHandler();
   signals = env->FindClass("Signals");
-  const JNINativeMethod native = {const_cast<char*>("fault"), const_cast<char*>("()I"),
-                                  reinterpret_cast<void*>(faultInNative)};
-  if (signals == nullptr || env->RegisterNatives(signals, &native, 1) != 0) return 95;
+  const JNINativeMethod natives = {const_cast<char*>("call"), const_cast<char*>("(I)I"),
+                                   reinterpret_cast<void*>(native)};
+  if (signals == nullptr || env->RegisterNatives(signals, &natives, 1) != 0) return 95;
   scenarios.at(argv[2])();
   std::exit(0);
 }
