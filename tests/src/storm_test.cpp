@@ -184,10 +184,6 @@ void lookUp(int) {
   if (is != "5 of it" && is != "[a.b 5 it]") HostAsmSyncCtrAdd(&counter, 1000);
 }
 
-long setting(const char* name, long otherwise) {
-  return std::getenv(name) != nullptr ? std::atol(std::getenv(name)) : otherwise;
-}
-
 TEST(Storm, AnswersAsInCalm) {
   writeFile("storm.err", compiledFile({{"a.b", "a.b (1 2):%d of %s\n"}}));
   setenv("TARVOLIN_LANG", fs::absolute("storm.err").c_str(), 1);
@@ -205,15 +201,13 @@ TEST(Storm, AnswersAsInCalm) {
 
   for (int i = 0; i < questions; ++i) calm[i] = rows[i / variants].answer(i % variants).text;
   const std::string before = processState();
-  const long seed = setting("POVZEL_STORM_SEED", std::time(nullptr));
-  std::printf("POVZEL_STORM_SEED=%ld\n", seed);
-  std::mt19937 random(static_cast<unsigned>(seed));
+  std::mt19937 random(stormSeed());
   Worker workers[8];
   for (Worker& worker : workers) {
     worker.random.seed(random());
     HostThreadCreate(&worker.thread, work, &worker, 0);
   }
-  const std::time_t end = std::time(nullptr) + setting("POVZEL_STORM_SECONDS", 10);
+  const std::time_t end = stormEnd(10);
   while (std::time(nullptr) < end) {
     HostThreadKill(workers[random() % 8].thread, signals[random() % 3]);
     HostNanoSleep(1000000);

@@ -62,3 +62,22 @@ inline void inThreads(int count, const std::function<void(int)>& work) {
   std::vector<std::jthread> threads;
   for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
 }
+
+// Storms: how long they last, and what repeats one.
+//
+//   POVZEL_STORM_SECONDS=600 POVZEL_STORM_SEED=4711 build/tests/storm_test
+
+inline long setting(const char* name, long otherwise) {
+  return std::getenv(name) != nullptr ? std::atol(std::getenv(name)) : otherwise;
+}
+
+// When one that lasts `seconds` if nothing else is asked for is over.
+inline std::time_t stormEnd(long seconds) {
+  return std::time(nullptr) + setting("POVZEL_STORM_SECONDS", seconds);
+}
+
+inline unsigned stormSeed() {
+  const long seed = setting("POVZEL_STORM_SEED", std::time(nullptr));
+  std::printf("POVZEL_STORM_SEED=%ld\n", seed);
+  return static_cast<unsigned>(seed);
+}
