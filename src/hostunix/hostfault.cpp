@@ -43,6 +43,7 @@ void reportSentSignal(const SignalEvent& event) {
         event.signal, hostSignalName(event.signal), event.info->si_pid,
         static_cast<int>(event.info->si_uid), event.info->si_code, hostSiCodeText(event.info));
     hostObeyExitOnFault(event.signal);
+    hostEndInBrokenHeap(event);
   }
   const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   utlGuaranteeFailed("src/hostunix", __LINE__);
@@ -194,19 +195,37 @@ class HandlerRun {
   bool cameBack() const { return cameBack_; }
 
  private:
-  // With all places taken the handler counts as nobody's.
+  // With all places taken, by threads that are still there, the handler counts as nobody's.
   void enter(const SignalEvent& event) {
+    place_ = takeFreePlace();
+    if (place_ == nullptr) place_ = takePlaceOfGoneThread();
+    if (place_ == nullptr) return;
+    place_->self = pthread_self();
+    place_->frame = frame_;
+    place_->onSignalStack = isOnSignalStack(event.context, frame_);
+    place_->signal = event.signal;
+    place_->info = event.received;
+  }
+
+  RunningHandler* takeFreePlace() const {
     for (RunningHandler& handler : runningHandlers) {
       pid_t nobody = 0;
-      if (!handler.thread.compare_exchange_strong(nobody, thread_)) continue;
-      handler.self = pthread_self();
-      handler.frame = frame_;
-      handler.onSignalStack = isOnSignalStack(event.context, frame_);
-      handler.signal = event.signal;
-      handler.info = event.received;
-      place_ = &handler;
-      return;
+      if (handler.thread.compare_exchange_strong(nobody, thread_)) return &handler;
     }
+    return nullptr;
+  }
+
+  // One that left its handler by siglongjmp, and then ended.
+  RunningHandler* takePlaceOfGoneThread() const {
+    const pid_t process = getpid();
+    for (RunningHandler& handler : runningHandlers) {
+      pid_t thread = handler.thread;
+      if (thread == 0 || tgkill(process, thread, 0) == 0) continue;
+      if (!handler.thread.compare_exchange_strong(thread, thread_)) continue;
+      if (handler.signal == SIGSEGV) removeSegv();
+      return &handler;
+    }
+    return nullptr;
   }
 
   const pid_t thread_;

@@ -57,6 +57,11 @@ std::atomic_flag postponedTaken;  // by who fills or reads it
 
 std::atomic<pid_t> endingThread{0};
 
+// How the end began, and whether a fault of its own came on top.
+int firstEndStatus = 0;
+bool interruptsCLibrary = false;
+bool endsAgain = false;
+
 constexpr int faultExitStatus = 1;
 constexpr int coreExitStatus = 3;
 constexpr int childErrorExitStatus = 4;
@@ -64,6 +69,16 @@ constexpr int childErrorExitStatus = 4;
 // The core exit of these is never postponed: the program cannot go on.
 bool endsAtOnce(const SignalEvent& event) {
   return event.isHardwareSignal() || event.signal == SIGTRAP || event.signal == SIGFPE;
+}
+
+void noteEnd(int status, const SignalEvent& event) {
+  firstEndStatus = status;
+  interruptsCLibrary = hostIsInCLibrary(event);
+}
+
+// By the C library, which aborts where it finds its heap broken, or by the program.
+bool isOwnAbort(const SignalEvent& event) {
+  return event.signal == SIGABRT && event.wasSent() && event.info->si_pid == getpid();
 }
 
 void quietExit(int code, const SignalEvent& event) {
@@ -209,9 +224,16 @@ bool hostExitGoesOnElsewhere() {
 void hostBeginFatalEnd(const SignalEvent& event) {
   // What this end itself does is beyond repair: a report would only abort again.
   if (event.signal == SIGABRT && hostEndsInHandler()) hostAbortProcess();
+  endsAgain = utlExitIsClaimed();
   if (!utlClaimExit()) utlAwaitExit();
+  if (!endsAgain) noteEnd(coreExitStatus, event);
   endingThread = gettid();
   hostArmBackstop(coreExitStatus);
+}
+
+void hostEndInBrokenHeap(const SignalEvent& event) {
+  if (!endsAgain || !interruptsCLibrary) return;
+  if (isOwnAbort(event) || hostIsInCLibrary(event)) _exit(firstEndStatus);
 }
 
 void hostTerminate(const SignalEvent& event) {
@@ -228,6 +250,7 @@ void hostTerminate(const SignalEvent& event) {
   if (postponeExit != nullptr) {
     postpone(postponeExit, quietExit, 0, event);
   } else if (utlClaimExit()) {
+    noteEnd(0, event);
     quietExit(0, event);
   }
 }
@@ -238,6 +261,7 @@ void hostEndByUnhandledSignal(const SignalEvent& event) {
   if (!atOnce && hostExitGoesOnElsewhere()) return;
   if (postponeExit == nullptr) hostBeginFatalEnd(event);
   hostReportUnhandledSignal(event);
+  hostEndInBrokenHeap(event);
   if (event.info != nullptr && event.info->si_errno == ENOMEM) abortWithoutMemory();
   const int explicitlyRequested = event.signal == SIGQUIT;
   if (postponeExit != nullptr) {

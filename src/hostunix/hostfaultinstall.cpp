@@ -3,6 +3,7 @@
 // Chaining runs in the fault handler and is signal-safe but for the earlier handler itself: it
 // calls sigaddset and pthread_sigmask, and reads records that stay whole beside another
 // installation. Installation and HostShutDown belong to the start and the end of the program.
+#include <gnu/libc-version.h>
 #include <link.h>
 
 #include <atomic>
@@ -28,26 +29,40 @@ BoolType signalHandlersInstalled = 0;
 
 using InstallFunction = void (*)(int, UnixSigHandlerFType*, struct sigaction*);
 
-// Where this library's code lies in memory. Found once, because asking the dynamic loader from a
+// Where the code of a library lies in memory. Found once, because asking the dynamic loader from a
 // signal handler could wait for its lock.
 struct CodeRange {
   std::uintptr_t first;
   std::uintptr_t end;
+
+  bool holds(const void* address) const {
+    const auto value = reinterpret_cast<std::uintptr_t>(address);
+    return value >= first && value < end;
+  }
 };
 CodeRange ownCode;
+CodeRange cLibraryCode;
 
-int findOwnCode(dl_phdr_info* object, std::size_t /*size*/, void* /*data*/) {
-  const auto inside = reinterpret_cast<std::uintptr_t>(&findOwnCode);
+// `code` points to a range that begins with an address inside the library.
+int findCode(dl_phdr_info* object, std::size_t /*size*/, void* code) {
+  auto* range = static_cast<CodeRange*>(code);
+  const std::uintptr_t inside = range->first;
   for (int index = 0; index < object->dlpi_phnum; ++index) {
     const ElfW(Phdr)& segment = object->dlpi_phdr[index];
     if (segment.p_type != PT_LOAD) continue;
     const std::uintptr_t first = object->dlpi_addr + segment.p_vaddr;
     const std::uintptr_t end = first + segment.p_memsz;
     if (inside < first || inside >= end) continue;
-    ownCode = {first, end};
+    *range = {first, end};
     return 1;
   }
   return 0;
+}
+
+CodeRange codeAround(const void* address) {
+  CodeRange code{reinterpret_cast<std::uintptr_t>(address), 0};
+  dl_iterate_phdr(findCode, &code);
+  return code;
 }
 
 bool isRealHandler(const struct sigaction& action) {
@@ -66,11 +81,6 @@ struct sigaction* rememberedHandler(const SignalEvent& event) {
   struct sigaction* action = oldHandlersValid[signal];
   if (action == nullptr || !isRealHandler(*action) || isOwnHandler(*action)) return nullptr;
   return action;
-}
-
-bool isInThisLibrary(const void* address) {
-  const auto value = reinterpret_cast<std::uintptr_t>(address);
-  return value >= ownCode.first && value < ownCode.end;
 }
 
 void callHandler(const struct sigaction& action, const SignalEvent& event) {
@@ -138,6 +148,10 @@ void hostForgetOldHandlers() {
   for (auto& action : oldHandlersValid) action = nullptr;
 }
 
+bool hostIsInCLibrary(const SignalEvent& event) {
+  return cLibraryCode.holds(hostProgramCounter(event.context));
+}
+
 void hostCallEarlierHandler(const SignalEvent& event) {
   const struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return;
@@ -149,7 +163,7 @@ bool hostChain(const SignalEvent& event) {
   if (event.signal == SIGABRT) return false;
   struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return false;
-  if (event.isHardwareSignal() && isInThisLibrary(hostProgramCounter(event.context))) return false;
+  if (event.isHardwareSignal() && ownCode.holds(hostProgramCounter(event.context))) return false;
 
   const struct sigaction action = *earlier;
   sigset_t mask = action.sa_mask;
@@ -163,7 +177,8 @@ bool hostChain(const SignalEvent& event) {
 void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
   if (signalHandlersInstalled != 0) return;
   signalHandlersInstalled = 1;
-  dl_iterate_phdr(findOwnCode, nullptr);
+  ownCode = codeAround(reinterpret_cast<void*>(&findCode));
+  cLibraryCode = codeAround(reinterpret_cast<void*>(&gnu_get_libc_version));
   hostSetApplicationCallbacks(flushFiles, shutDown);
   HostUseSignalStack();
 

@@ -277,6 +277,9 @@ const void* hostProgramCounter(const ucontext_t* context);
 // Forgets every remembered handler without putting it back.
 void hostForgetOldHandlers();
 
+// Whether the signal interrupted the C library, or was raised in it. Signal-safe.
+bool hostIsInCLibrary(const SignalEvent& event);
+
 // Hands the signal to the handler that was there before, under the mask that it asked for. Returns
 // false when there is none, or when the fault is this library's own. Signal-safe but for that
 // handler.
@@ -320,6 +323,11 @@ bool hostExitGoesOnElsewhere();
 // it already, waits here for that. A SIGABRT that this end itself has raised ends it at once.
 // Signal-safe.
 void hostBeginFatalEnd(const SignalEvent& event);
+
+// The signal that began the end may have interrupted the C library at its heap, which the exit
+// handlers then find half changed. A fault in there, and the library's own abort, end the process
+// with the status that it was to end with. Returns in any other case. Signal-safe.
+void hostEndInBrokenHeap(const SignalEvent& event);
 
 // Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
 // the end, or an exit is going on already. Not signal-safe.

@@ -443,15 +443,15 @@ void workOnce() {
   for (;;) part();
 }
 
-// Starts a process that is at it in two threads when it hears signals: what one alone is at takes
-// no locks.
-pid_t startWorking(void (*part)()) {
+// Starts a process that is at it in one thread, whose heap takes no locks, or in two when it hears
+// signals.
+pid_t startWorking(void (*part)(), bool alone) {
   HostDisableInterrupts();
   const pid_t child = fork();
   if (child != 0) return HostEnableInterrupts(), child;
   UtlAtExit(workOnce);
   std::atexit(workOnce);
-  std::thread(workOn, part).detach();
+  if (!alone) std::thread(workOn, part).detach();
   HostEnableInterrupts();
   workOn(part);
 }
@@ -460,7 +460,7 @@ pid_t startWorking(void (*part)()) {
 std::string tellToEnd(std::mt19937& random) {
   std::map<pid_t, int> told;
   while (told.size() < 32) {
-    const pid_t child = startWorking(work[random() % std::size(work)]);
+    const pid_t child = startWorking(work[random() % std::size(work)], random() % 2 != 0);
     const timespec moment{0, static_cast<long>(random() % 2000000)};
     nanosleep(&moment, nullptr);
     kill(child, told[child] = std::array{SIGQUIT, SIGABRT, SIGTERM}[random() % 3]);

@@ -1,31 +1,10 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <string>
-#include <string_view>
 
 #include "process.h"
-
-namespace {
-
-// What the system reads is for tests to set.
-void forgetEnvironment() {
-  for (char** entry = environ; *entry != nullptr;) {
-    const std::string_view variable = *entry;
-    const bool isRead = variable.starts_with("TARVOLIN") || variable.starts_with("ZELRTL_") ||
-                        variable.starts_with("TV_");
-    if (!isRead) {
-      ++entry;
-    } else {
-      unsetenv(std::string(variable.substr(0, variable.find('='))).c_str());
-    }
-  }
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
@@ -36,7 +15,11 @@ int main(int argc, char** argv) {
   constexpr char variable[] = "POVZEL_TEST_SCRATCH";
   std::optional<ScratchDirectory> own;
   if (std::getenv(variable) == nullptr) {
-    forgetEnvironment();
+    // What else the system reads is for tests to set.
+    for (const char* read : {"TARVOLIN", "TARVOLIN_LANG", "TARVOLIN_MAX_FD", "TV_CFTIME",
+                             "TV_AutoMountPrefix", "ZELRTL_BASELIBNAME", "ZELRTL_VERSION"}) {
+      unsetenv(read);
+    }
     setenv(variable, own.emplace().path().c_str(), 1);
   }
   // A dying process would wait a minute for a debugger.
