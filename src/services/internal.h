@@ -33,12 +33,12 @@ bool utlExitIsClaimed();
 char* utlCtimeOfNow(ZelCTimeStringType* result);
 
 // The same with the time zone that was in force when an ordinary date of the present was last
-// written: asking the C library for the zone takes a lock. Of the host's format, the directives %d
-// %m %y %Y %H %M %S %D %F %R %T %% are known; one with others gives way to "%m/%d/%y %H:%M:%S".
-// Signal-safe.
+// written, and the locale's names at the first: asking the C library for the zone takes a lock. A
+// host's format with directives other than %a %A %b %B %d %D %e %F %h %H %I %j %m %M %p %r %R %S %T
+// %y %Y %Z %% gives way to "%Y-%m-%d %H:%M:%S". Signal-safe.
 char* utlSafeCtimeOfNow(ZelCTimeStringType* result);
 
-// Keeps the time zone in force for that, before any date has been written.
+// Keeps time zone, format and names in force for that, before any date has been written.
 void utlRememberTimeZone();
 
 // Logs: what databases and the system must be asked for, and what is then written without asking

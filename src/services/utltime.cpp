@@ -31,6 +31,14 @@ struct DateFormats {
 std::atomic<char> dtDecimalPoint;  // known once the formats are
 std::atomic<DateFormats*> keptFormats{nullptr};
 
+// What the locale has to add to dates in signal handlers: the names of days and months, AM and PM,
+// and what %r is short for.
+constexpr int localeTextCount = T_FMT_AMPM - ABDAY_1 + 1;
+using LocaleTexts = char[localeTextCount][48];
+static_assert(DAY_1 == ABDAY_1 + 7 && ABMON_1 == DAY_1 + 7 && MON_1 == ABMON_1 + 12 &&
+              AM_STR == MON_1 + 12 && PM_STR == AM_STR + 1 && T_FMT_AMPM > PM_STR);
+std::atomic<LocaleTexts*> keptTexts{nullptr};
+
 // The last stamp that UtlTimeStampMs_s wrote in full, in milliseconds; 0 before the first.
 std::atomic<long long> lastStamp{0};
 
@@ -58,11 +66,22 @@ DateFormats findFormats() {
   return formats;
 }
 
+// A text that does not fit is left out.
+void keepLocaleTexts() {
+  LocaleTexts texts = {};
+  for (int i = 0; i < localeTextCount; ++i) {
+    const char* text = nl_langinfo(ABDAY_1 + i);
+    if (std::strlen(text) < sizeof texts[i]) stpcpy(texts[i], text);
+  }
+  hostKeepFirst(keptTexts, &texts);
+}
+
 // Without memory to keep them, dates find their formats anew each time.
 DateFormats formats() {
   const DateFormats* kept = keptFormats.load(std::memory_order_acquire);
   if (kept != nullptr) return *kept;
   const DateFormats found = findFormats();
+  if (keptTexts.load() == nullptr) keepLocaleTexts();
   const bool isCut = std::strlen(found.date) < std::strlen(HostDateTimeFormat());
   if (hostKeepFirst(keptFormats, &found) != nullptr && isCut) {
     std::printf("\n[WARNING]: The date format is too long, using '%s'.\n", found.date);
@@ -116,63 +135,118 @@ struct tm ctimeImpl(long long when, bool zoneInDate, char* date, char* zone) {
 
 // What a handler's date is made of.
 struct SafeDate {
-  static constexpr char directives[] = "dmyHMS";
-
-  int year;
-  int numbers[sizeof directives - 1];
+  int year, month, day, weekday, hour, minute, second;
+  int yearOfCentury, dayOfYear, monthsBefore, hourOfHalf, half;
 
   explicit SafeDate(long long seconds) {
     using namespace std::chrono;
     const sys_seconds time{std::chrono::seconds{seconds}};
     const auto midnight = floor<days>(time);
-    const year_month_day day{midnight};
-    const auto second = static_cast<int>((time - midnight).count());
-    year = static_cast<int>(day.year());
-    const int found[] = {static_cast<int>(unsigned{day.day()}),
-                         static_cast<int>(unsigned{day.month()}),
-                         year % 100,
-                         second / 3600,
-                         second / 60 % 60,
-                         second % 60};
-    std::copy(std::begin(found), std::end(found), numbers);
+    const year_month_day date{midnight};
+    year = static_cast<int>(date.year());
+    yearOfCentury = year % 100;
+    month = static_cast<int>(unsigned{date.month()});
+    monthsBefore = month - 1;
+    day = static_cast<int>(unsigned{date.day()});
+    dayOfYear = static_cast<int>((midnight - sys_days{date.year() / January / 1}).count()) + 1;
+    weekday = static_cast<int>(std::chrono::weekday{midnight}.c_encoding());
+    second = static_cast<int>((time - midnight).count());
+    hour = second / 3600;
+    half = hour / 12;
+    hourOfHalf = (hour + 11) % 12 + 1;
+    minute = second / 60 % 60;
+    second %= 60;
   }
 };
 
-// What other directives are short for.
+// What the directives stand for: numbers with so many digits, names in the locale's order, and
+// formats, which the locale may have another for.
+constexpr struct {
+  char directive;
+  char fill;
+  int SafeDate::*value;
+  int width;
+} dateNumbers[] = {
+    {'d', '0', &SafeDate::day, 2},           {'e', ' ', &SafeDate::day, 2},
+    {'H', '0', &SafeDate::hour, 2},          {'I', '0', &SafeDate::hourOfHalf, 2},
+    {'j', '0', &SafeDate::dayOfYear, 3},     {'m', '0', &SafeDate::month, 2},
+    {'M', '0', &SafeDate::minute, 2},        {'S', '0', &SafeDate::second, 2},
+    {'y', '0', &SafeDate::yearOfCentury, 2}, {'Y', '0', &SafeDate::year, 4},
+};
+constexpr struct {
+  char directive;
+  nl_item first;
+  int SafeDate::*number;
+} dateNames[] = {
+    {'a', ABDAY_1, &SafeDate::weekday},      {'A', DAY_1, &SafeDate::weekday},
+    {'b', ABMON_1, &SafeDate::monthsBefore}, {'h', ABMON_1, &SafeDate::monthsBefore},
+    {'B', MON_1, &SafeDate::monthsBefore},   {'p', AM_STR, &SafeDate::half},
+};
+constexpr nl_item noItem = -1;
 constexpr struct {
   char directive;
   const char* meaning;
-} abbreviations[] = {
-    {'D', "%m/%d/%y"}, {'F', "%Y-%m-%d"}, {'R', "%H:%M"}, {'T', "%H:%M:%S"}, {'\0', nullptr}};
+  nl_item ofLocale = noItem;
+} dateFormats[] = {{'D', "%m/%d/%y"},
+                   {'F', "%Y-%m-%d"},
+                   {'r', "%I:%M:%S %p", T_FMT_AMPM},
+                   {'R', "%H:%M"},
+                   {'T', "%H:%M:%S"}};
 
-char* appendTwoDigits(char* to, int number) {
-  *to++ = static_cast<char>('0' + number / 10);
-  *to++ = static_cast<char>('0' + number % 10);
-  return to;
-}
+// Writes a date into the text from `next` up to `last`; what does not fit is dropped.
+struct SafeDateWriter {
+  char* next;
+  char* last;
+  const SafeDate& date;
+  const char* zone;
+  const LocaleTexts* texts;  // null: not known
 
-// Appends the date as `format` has it, but for its end that comes near `last`. Returns null for one
-// that has other directives.
-char* appendSafeDate(char* to, const char* last, const char* format, const SafeDate& date) {
-  constexpr int longestPiece = 4;
-  for (; *format != '\0' && last - to > longestPiece; ++format) {
-    if (*format != '%' || *++format == '%') {
-      *to++ = *format;
-    } else if (*format == 'Y') {
-      const int year = date.year;
-      to = appendTwoDigits(appendTwoDigits(to, year / 100), year % 100);
-    } else if (const char* known = std::strchr(SafeDate::directives, *format);
-               known != nullptr && *known != '\0') {
-      to = appendTwoDigits(to, date.numbers[known - SafeDate::directives]);
-    } else {
-      const auto* each = abbreviations;
-      while (each->meaning != nullptr && each->directive != *format) ++each;
-      to = each->meaning != nullptr ? appendSafeDate(to, last, each->meaning, date) : nullptr;
-      if (to == nullptr) return nullptr;
-    }
+  void put(char character) {
+    if (next < last) *next++ = character;
   }
-  return to;
-}
+  void put(const char* text) {
+    for (; *text != '\0'; ++text) put(*text);
+  }
+  void putNumber(int value, int width, char fill) {
+    char digits[4];
+    for (int i = width - 1; i >= 0; --i, value /= 10) {
+      const bool isFilled = value == 0 && i < width - 1;
+      digits[i] = isFilled ? fill : static_cast<char>('0' + value % 10);
+    }
+    for (int i = 0; i < width; ++i) put(digits[i]);
+  }
+  const char* localeText(nl_item item) const { return (*texts)[item - ABDAY_1]; }
+
+  // Each returns false for a directive that is not known.
+  bool putDirective(char directive) {
+    const auto isIt = [directive](const auto& row) { return row.directive == directive; };
+    if (directive == '%') return put('%'), true;
+    if (directive == 'Z') return put(zone), true;
+    if (const auto* number = std::ranges::find_if(dateNumbers, isIt);
+        number != std::end(dateNumbers)) {
+      return putNumber(date.*number->value, number->width, number->fill), true;
+    }
+    if (const auto* name = std::ranges::find_if(dateNames, isIt); name != std::end(dateNames)) {
+      if (texts != nullptr) put(localeText(name->first + date.*name->number));
+      return texts != nullptr;
+    }
+    const auto* format = std::ranges::find_if(dateFormats, isIt);
+    if (format == std::end(dateFormats)) return false;
+    const bool isLocal =
+        format->ofLocale != noItem && texts != nullptr && localeText(format->ofLocale)[0] != '\0';
+    return putFormat(isLocal ? localeText(format->ofLocale) : format->meaning);
+  }
+  bool putFormat(const char* format) {
+    for (; *format != '\0'; ++format) {
+      if (*format != '%') {
+        put(*format);
+      } else if (!putDirective(*++format)) {
+        return false;
+      }
+    }
+    return true;
+  }
+};
 
 // What the text of a date depends on besides the second: time zone and locale.
 struct DateKey {
@@ -339,15 +413,19 @@ char* utlSafeCtimeOfNow(ZelCTimeStringType* result) {
   const Zone& zone = *zoneOfNow.load();
   const SafeDate date(hostTimeOfDay().seconds + zone.offset);
   const DateFormats* const kept = keptFormats.load(std::memory_order_acquire);
-  const char* const last = result->msg + sizeof result->msg - sizeof zone.name - 1;
-  char* end = kept != nullptr ? appendSafeDate(result->msg, last, kept->date, date) : nullptr;
-  if (end == nullptr) end = appendSafeDate(result->msg, last, "%D %T", date);
-  *end++ = ' ';
-  stpcpy(end, zone.name);
+  char* const last = result->msg + sizeof result->msg - sizeof zone.name - 1;
+  SafeDateWriter out{result->msg, last, date, zone.name, keptTexts.load()};
+  if (kept == nullptr || !out.putFormat(kept->date)) {
+    out.next = result->msg;
+    out.putFormat("%F %T");
+  }
+  *out.next++ = ' ';
+  stpcpy(out.next, zone.name);
   return result->msg;
 }
 
 void utlRememberTimeZone() {
+  formats();
   const long long now = hostTimeOfDay().seconds;
   struct tm broken = {};
   localtime64_r(&now, &broken);
