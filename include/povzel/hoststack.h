@@ -13,9 +13,9 @@ POVZEL_BEGIN_C
 // Prints the C stacks of the process `forPid` by running "$TARVOLIN/bin/gstack" with its id
 // (without TARVOLIN that of the installation that this library lies in), and says so when it is not
 // there. Does nothing for -1. Waits for the programs it runs, which have the real ids of this
-// process and, until they have ended, may trace it (PR_SET_PTRACER; one that the program has named
-// itself is forgotten). Signal-safe but for reading $TARVOLIN, which no other thread may be
-// changing at that moment.
+// process, find no signal blocked, or ignored by this library alone, and, until they have ended,
+// may trace it (PR_SET_PTRACER; one that the program has named itself is forgotten). Signal-safe
+// but for reading $TARVOLIN, which no other thread may be changing at that moment.
 POVZEL_EXPORT void HostPrintCStack(PidType forPid);
 
 // Prints the C stacks of this process. Signal-safe but for the same.

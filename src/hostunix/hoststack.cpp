@@ -1,7 +1,7 @@
 // Stack printing, in signal handlers too, and in processes that go on afterwards.
 //
 // Signal-safe but for the interpreter's printer, which the embedding program provides. May call
-// _exit, execv, getpid, poll, prctl, sigprocmask, syscall, waitpid, the atomic primitives and
+// _exit, execv, getpid, poll, prctl, pthread_sigmask, syscall, waitpid, the atomic primitives and
 // _Fork, which unlike fork takes no lock and calls no fork handlers, and prints with hostSafePrint.
 // The name of the stack printer comes from HostExpandFileName and HostFileType: they read `environ`
 // themselves and call readlink, stat and, where $TARVOLIN is relative, getcwd, all of them bare
@@ -41,11 +41,10 @@ bool takeRealIds() {
          syscall(SYS_setresuid32, user, user, user) == 0;
 }
 
-// In the child. The handler's blocked signals would stay blocked in the program.
+// In the child, with all signals blocked until no handler of this process is left.
 [[noreturn]] void execProgram(const char* program, const char* const* argv) {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  unixIoDropHandlers();
+  const SignalMask none(SIG_SETMASK, unixIoSignals());
   if (takeRealIds()) execv(program, const_cast<char* const*>(argv));
 
   const int reason = errno;
@@ -74,12 +73,14 @@ class Tracer {
 
 // Runs a program and waits until it is gone, whoever reaps it.
 bool runAndWait(const char* program, const char* const* argv) {
+  const SignalMask untilForked(SIG_SETMASK, unixIoAllSignalsBut());
   const pid_t child = _Fork();
+  if (child == 0) execProgram(program, argv);
+  untilForked.restore();
   if (child < 0) {
     hostSafePrint("  Problem calling fork, errno=%d\n", errno);
     return false;
   }
-  if (child == 0) execProgram(program, argv);
   const Tracer tracer(child);
   for (;;) {
     const pid_t reaped = waitpid(child, nullptr, 0);
