@@ -36,12 +36,12 @@ POVZEL_EXPORT void HostInstallFatalReportHandler(HostFatalReportFuncType* report
 // is set; then nothing at all has been done.
 POVZEL_EXPORT int HostCallDebugger(void);
 
-// Prints `msg` (null counts as empty) and a newline on standard output, then does the same as
-// HostCallDebugger, whose result it returns.
+// Prints `msg` (null counts as empty) and a newline on standard output, in one write, then does the
+// same as HostCallDebugger, whose result it returns.
 POVZEL_EXPORT int HostCallDebuggerMsg(const char* msg);
 
-// Prints "\n%s arg:%lu\n" with `msg` and `o` on standard output, then does the same as
-// HostCallDebugger. Returns `o`.
+// Prints "\n%s arg:%lu\n" with `msg` and `o` on standard output, in one write, then does the same
+// as HostCallDebugger. Returns `o`.
 POVZEL_EXPORT unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o);
 
 // Waits until a debugger has attached and set the variable `attached` of the waiting frame. The

@@ -23,6 +23,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -34,6 +35,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <span>
 
 #include <povzel/xchar.h>
 
@@ -73,6 +75,13 @@ inline int open64(const char* name, int flags, mode_t mode) {
 inline int fcntl(int descriptor, int command, int argument) {
   return ::fcntl(descriptor, command, argument);
 }
+// The C library's opens directories and allocates where the system cannot say.
+inline char* getcwd(char* buffer, std::size_t size) {
+  if (::syscall(SYS_getcwd, buffer, size) < 0) return nullptr;
+  if (buffer[0] == '/') return buffer;
+  errno = ENOENT;  // out of reach from here
+  return nullptr;
+}
 // The effective and the saved ids of the calling thread, where the C library would change those of
 // all threads.
 inline int setThreadUids(uid_t effective, uid_t saved) {
@@ -103,11 +112,11 @@ inline int refuseVfork() {
 // OWN(name) for each of the calls above, CALL(name) for each that is used as it is.
 // clang-format off
 #define POVZEL_OS_CALLS(OWN, CALL)                                                              \
-  OWN(open) OWN(open64) OWN(fcntl) OWN(setThreadUids) OWN(setThreadGids) OWN(setThreadGroups)   \
-  OWN(setThreadGid) OWN(setThreadUid) OWN(refuseVfork)                                          \
+  OWN(open) OWN(open64) OWN(fcntl) OWN(getcwd) OWN(setThreadUids) OWN(setThreadGids)            \
+  OWN(setThreadGroups) OWN(setThreadGid) OWN(setThreadUid) OWN(refuseVfork)                     \
   /* files and directories */                                                                   \
   CALL(read) CALL(write) CALL(close) CALL(lseek) CALL(dup2) CALL(pipe2)                         \
-  CALL(access) CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink) CALL(getcwd)     \
+  CALL(access) CALL(stat) CALL(stat64) CALL(fstat) CALL(fstat64) CALL(statx) CALL(readlink)     \
   CALL(unlink) CALL(rename) CALL(mkdir) CALL(rmdir) CALL(chdir)                                 \
   CALL(opendir) CALL(readdir64) CALL(closedir)                                                  \
   /* streams */                                                                                 \
@@ -147,6 +156,9 @@ void utlGuaranteeFailed(const char* module, int line);
 // Writes the `size` bytes at `bytes`, all of them in one write where the system takes them whole.
 // Gives up on any error but an interruption. Keeps errno. Signal-safe.
 void utlSafeWrite(int descriptor, const char* bytes, std::size_t size);
+
+// The same with the bytes of all `parts`, at most 1,024, which it changes. Signal-safe.
+void utlSafeWriteParts(int descriptor, std::span<iovec> parts);
 
 // Own installation (utltree.cpp)
 //

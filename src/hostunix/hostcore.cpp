@@ -21,22 +21,30 @@
 #include <povzel/hostdebug.h>
 #include <povzel/hostenv.h>
 #include <povzel/hostfname.h>
+#include <povzel/hostsafeprint.h>
 #include <povzel/hostsystem.h>
 #include <povzel/unixerr.h>
 #include "basics/internal.h"
 #include "internal.h"
 #include "messages/internal.h"
+#include "services/internal.h"
 
 namespace {
 
-int coreAttempts = 0;
-BoolType madeCoreDir = 0;
+std::atomic<int> coreAttempts{0};
+std::atomic<BoolType> madeCoreDir{0};
+pid_t coreDirThread;  // that made it
 HostFnameStrType coreDirName;
-int formerFolder = -1;  // where the process was before it went there
+std::atomic<bool> othersKeepIds{false};  // until the core is there
 
 constexpr int defaultWaitSeconds = 60;
 constexpr unsigned waitStepSeconds = 3;
 constexpr int panicExitStatus = 1;
+
+// Whether the calling thread carries out the end of the process.
+bool endsProcess() {
+  return utlExitIsClaimed() && utlClaimExit();
+}
 
 // The thread that is in HostCoredump; process 0 is nobody's.
 struct alignas(8) CoreThread {
@@ -48,7 +56,8 @@ std::atomic<int> coreTurns{0};  // that have ended
 static_assert(std::atomic<CoreThread>::is_always_lock_free && sizeof coreTurns == sizeof(int));
 
 // A thread's turn at the core. Others wait for its end; the thread itself, which may come back from
-// a fault on the way, goes on, and a child after a fork has its own turns.
+// a fault on the way, goes on, and a child after a fork has its own turns. The thread that ends the
+// process goes on as well: it may hold what the one whose turn it is waits for.
 class CoreTurn {
  public:
   CoreTurn() {
@@ -58,7 +67,8 @@ class CoreTurn {
       CoreThread owner = coreThread;
       isMine_ = owner.process != self.process;
       if (isMine_ && coreThread.compare_exchange_strong(owner, self)) return;
-      if (!isMine_ && owner.thread == self.thread) return;
+      isOthers_ = !isMine_ && owner.thread != self.thread;
+      if (!isMine_ && (!isOthers_ || endsProcess())) return;
       if (!isMine_) awaitEnd(ended);
     }
   }
@@ -71,6 +81,8 @@ class CoreTurn {
   CoreTurn(const CoreTurn&) = delete;
   CoreTurn& operator=(const CoreTurn&) = delete;
 
+  bool isOthers() const { return isOthers_; }
+
  private:
   // By the call that conditions are waited for with: unlike a lock, a turn may take its time.
   static void awaitEnd(int ended) {
@@ -79,6 +91,7 @@ class CoreTurn {
   }
 
   bool isMine_;
+  bool isOthers_ = false;
 };
 
 template <typename... Arguments>
@@ -119,13 +132,13 @@ void waitForAttachment(int seconds) {
   while (monotonicSeconds() - start < seconds) sleep(waitStepSeconds);
 }
 
-void nameCoreDirectory() {
+// The resolver, which knows the host's name better, takes locks.
+void nameCoreDirectory(bool asksResolver) {
   const auto process = static_cast<unsigned long>(getpid());
   HostFnameStrType name;
   char found[256];
   const char* host = hostKnownHostname();
-  // The resolver, which knows it better, takes locks.
-  if (!hostEndsInHandler()) host = HostGetHostname(found, sizeof found) ? found : nullptr;
+  if (asksResolver) host = HostGetHostname(found, sizeof found) ? found : nullptr;
   if (host != nullptr) {
     hostSafeFormat(name, sizeof name, "coredir%lu-%s", process, host);
   } else {
@@ -135,54 +148,65 @@ void nameCoreDirectory() {
   HostExpandFileName(name, coreDirName, sizeof coreDirName);
 }
 
-void enterCoreDirectory() {
-  nameCoreDirectory();
-  if (os.mkdir(coreDirName, 0700) != 0) {
+// Only the child whose image becomes the core goes there.
+void makeCoreDirectory(bool asksResolver) {
+  nameCoreDirectory(asksResolver);
+  coreDirThread = gettid();
+  madeCoreDir = os.mkdir(coreDirName, 0700) == 0;
+  if (madeCoreDir == 0) {
     hostPrintPast(stderr, "coredump:  Unable to create core directory %s; errno = %d\n",
                   coreDirName, errno);
-    return;
-  }
-  formerFolder = os.open(".", O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
-  madeCoreDir = os.chdir(coreDirName) == 0;
-  if (madeCoreDir == 0) {
-    hostPrintPast(stderr, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName, errno);
-    os.rmdir(coreDirName);
   }
 }
 
-// Goes back to the former folder. What has a core in it is not removed.
+// Neither another thread's nor, after a fork, that of the parent.
+bool hasCoreDirectory() {
+  return madeCoreDir != 0 && coreDirThread == gettid();
+}
+
+// What has a core in it is not removed.
+void removeCoreDirectory() {
+  if (hasCoreDirectory() && os.rmdir(coreDirName) == 0) madeCoreDir = 0;
+}
+
 void leaveCoreDirectory() {
-  if (madeCoreDir != 0) {
-    const bool isBack = formerFolder >= 0 && fchdir(formerFolder) == 0;
-    if (isBack || os.chdir("..") == 0) os.rmdir(coreDirName);
-  }
-  madeCoreDir = 0;
-  if (formerFolder >= 0) os.close(formerFolder);
-  formerFolder = -1;
+  removeCoreDirectory();
+  if (hasCoreDirectory()) madeCoreDir = 0;
 }
 
 // By the C library, which waits for each thread to do the same.
-[[gnu::noinline]] bool giveUpIdsOfAllThreads(gid_t group, uid_t user) {
+[[gnu::noinline]] bool giveUpIdsOfAllThreads() {
+  const gid_t group = getgid();
+  const uid_t user = getuid();
   const bool isGroup = os.setresgid(group, group, group) == 0;
   return os.setresuid(user, user, user) == 0 && isGroup;
 }
 
-// The saved ids, too, or they could be taken back.
-bool giveUpPrivileges() {
-  if (!hostHasSetIds()) return true;
+bool giveUpIdsOfThread() {
   const gid_t group = getgid();
   const uid_t user = getuid();
-  if (!hostEndsInHandler()) return giveUpIdsOfAllThreads(group, user);
   const bool isGroup = os.setThreadGids(group, group) == 0;
   return os.setThreadUids(user, user) == 0 && isGroup;
 }
 
-void prepareFirstAttempt() {
+// The saved ids, too, or they could be taken back. Where nothing may lock the other threads follow
+// later.
+void giveUpPrivileges(bool mayLock) {
+  if (!hostHasSetIds()) return;
+  othersKeepIds = !mayLock;
+  if (mayLock ? giveUpIdsOfAllThreads() : giveUpIdsOfThread()) return;
+  hostPrintPast(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
+}
+
+// Threads with ids of their own would make the C library abort where it sets those of all.
+void giveUpPrivilegesOfOthers() {
+  if (othersKeepIds.exchange(false)) giveUpIdsOfAllThreads();
+}
+
+void prepareFirstAttempt(bool mayLock) {
   hostFlushApplicationFiles();
-  if (!giveUpPrivileges()) {
-    hostPrintPast(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
-  }
-  enterCoreDirectory();
+  giveUpPrivileges(mayLock);
+  makeCoreDirectory(mayLock);
 }
 
 void preparePanicAttempt() {
@@ -193,7 +217,13 @@ void preparePanicAttempt() {
 }
 
 // In the child whose image becomes the core.
-[[noreturn]] void dumpCore() {
+[[noreturn]] void dumpCore(bool goesToDirectory) {
+  if (goesToDirectory && os.chdir(coreDirName) != 0) {
+    char line[sizeof(HostFnameStrType) + sizeof(SafeLine)];
+    hostSafeFormat(line, sizeof line, "coredump:  unable to chdir to %s; errno = %d\n", coreDirName,
+                   errno);
+    HostSignalSafePrint(line);
+  }
   std::signal(SIGINT, SIG_IGN);
   std::signal(SIGABRT, SIG_DFL);
   std::signal(SIGQUIT, SIG_DFL);
@@ -237,15 +267,19 @@ void explainMissingCore(bool dumped) {
   verSafeMessage(hostPast(stderr), text);
 }
 
-// Moves the child's core file up to where the process was started.
-void keepCore(pid_t child) {
+// Where the process was started.
+void nameCore(HostFnameStrType& target) {
   char name[32];
-  std::snprintf(name, sizeof name, "core.%u", static_cast<unsigned>(child));
-  char wanted[32];
-  std::snprintf(wanted, sizeof wanted, madeCoreDir != 0 ? "../core%lu" : "core%lu",
-                static_cast<unsigned long>(getpid()));
-  HostFnameStrType target;
-  HostExpandFileName(wanted, target, sizeof target);
+  hostSafeFormat(name, sizeof name, "core%lu", static_cast<unsigned long>(getpid()));
+  HostExpandFileName(name, target, sizeof target);
+}
+
+// Moves the child's core file there.
+void keepCore(pid_t child, const HostFnameStrType& target) {
+  removeCoreDirectory();  // it is empty if the child could not go there; then the core is here
+  char name[sizeof(HostFnameStrType) + 32];
+  hostSafeFormat(name, sizeof name, "%s/core.%u", hasCoreDirectory() ? coreDirName : ".",
+                 static_cast<unsigned>(child));
   if (os.rename(name, target) != 0) {
     const int reason = errno;
     report("host.core5", "s", target);
@@ -268,8 +302,11 @@ BoolType dumpInChild() {
   const SignalAction childEnds(SIGCHLD, unixIoDefaultAction);
   const sigset_t allButChild = unixIoAllSignalsBut(SIGCHLD);
   sigprocmask(SIG_SETMASK, &allButChild, nullptr);
+  HostFnameStrType target;
+  nameCore(target);
+  const bool goesToDirectory = hasCoreDirectory();
   const pid_t child = startDumpingChild();
-  if (child == 0) dumpCore();
+  if (child == 0) dumpCore(goesToDirectory);
   if (child < 0) {
     reportError("host.core2", errno);
     return 0;
@@ -284,22 +321,27 @@ BoolType dumpInChild() {
     explainMissingCore(false);
     return 0;
   }
-  keepCore(child);
+  keepCore(child, target);
   return 1;
+}
+
+// Counts the attempt. The first is that of the thread whose turn it is, whatever others have begun.
+void beginAttempt(const CoreTurn& turn) {
+  int none = 0;
+  if (turn.isOthers()) {
+    coreAttempts.compare_exchange_strong(none, 1);
+  } else if (coreAttempts == 0) {
+    hostFlushApplicationFiles();
+    if (coreAttempts.compare_exchange_strong(none, 1)) hostPrintStacks();
+    return;
+  }
+  ++coreAttempts;
 }
 
 // HostCoredump in a thread's turn. `panics` tells whether it was not the first attempt.
 BoolType dumpInTurn(BoolType explicitlyRequested, int seconds, bool& panics) {
   const CoreTurn turn;
-  if (coreAttempts == 0) {
-    hostFlushApplicationFiles();
-    if (coreAttempts == 0) {
-      coreAttempts = 1;
-      hostPrintStacks();
-    }
-  } else {
-    ++coreAttempts;
-  }
+  beginAttempt(turn);
   if (explicitlyRequested == 0) waitForAttachment(seconds);
   if (coreAttempts > 2) {
     leaveCoreDirectory();
@@ -309,7 +351,7 @@ BoolType dumpInTurn(BoolType explicitlyRequested, int seconds, bool& panics) {
 
   HostSetFatalErr(1);
   if (coreAttempts == 1) {
-    prepareFirstAttempt();
+    prepareFirstAttempt(explicitlyRequested != 0 && !endsProcess());
   } else {
     preparePanicAttempt();
   }
@@ -329,6 +371,7 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
   const CancellationWaits untilDumped;
   bool panics = false;
   const BoolType dumped = dumpInTurn(explicitlyRequested, seconds, panics);
+  giveUpPrivilegesOfOthers();
   // A panicking process is not asked to run the application down as well.
   if (!panics) hostShutDownApplication();
   return dumped;

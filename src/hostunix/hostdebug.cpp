@@ -1,7 +1,9 @@
 #include <povzel/hostdebug.h>
 
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -34,9 +36,11 @@ const char* textOf(const char* msg) {
   return msg != nullptr ? msg : "";
 }
 
-// Texts of any length.
-void print(const char* text) {
-  utlSafeWrite(hostPast(stdout), text, std::strlen(text));
+// Texts of any length, in one write: other threads may be printing theirs.
+template <typename... Texts>
+void print(Texts... texts) {
+  std::array<iovec, sizeof...(texts)> parts{iovec{const_cast<char*>(texts), std::strlen(texts)}...};
+  utlSafeWriteParts(hostPast(stdout), parts);
 }
 
 void notifyServer() {
@@ -60,8 +64,7 @@ void hostPrintDebuggerBanner(const char* caller) {
   verSafeLeadingEdge(out);
   verSafeCatalogueMessage(out, "host.debugger1", "s", caller);
   ZelCTimeStringType date;
-  const char* now = hostEndsInHandler() ? utlSafeCtimeOfNow(&date) : utlCtimeOfNow(&date);
-  verSafeCatalogueMessage(out, "host.debugger2", "s", now);
+  verSafeCatalogueMessage(out, "host.debugger2", "s", utlSafeCtimeOfNow(&date));
 }
 
 void hostErrnoMessage(int error, ErrMsgStrType text) {
@@ -109,15 +112,14 @@ int HostCallDebugger() {
 }
 
 int HostCallDebuggerMsg(const char* msg) {
-  print(textOf(msg));
-  print("\n");
+  print(textOf(msg), "\n");
   return HostCallDebugger();
 }
 
 unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long o) {
-  print("\n");
-  print(textOf(msg));
-  hostPrintPast(stdout, " arg:%lu\n", o);
+  char argument[32];
+  hostSafeFormat(argument, sizeof argument, " arg:%lu\n", o);
+  print("\n", textOf(msg), argument);
   HostCallDebugger();
   return o;
 }
