@@ -14,8 +14,9 @@ POVZEL_BEGIN_C
 // (without TARVOLIN that of the installation that this library lies in), and says so when it is not
 // there. Does nothing for -1. Waits for the programs it runs, which have the real ids of this
 // process, find no signal blocked, or ignored by this library alone, and, until they have ended,
-// may trace it (PR_SET_PTRACER; one that the program has named itself is forgotten). Signal-safe
-// but for reading $TARVOLIN, which no other thread may be changing at that moment.
+// may trace it (PR_SET_PTRACER; one that the program has named itself is forgotten). In a set-id
+// program they find no file open but the standard ones. Signal-safe but for reading $TARVOLIN,
+// which no other thread may be changing at that moment.
 POVZEL_EXPORT void HostPrintCStack(PidType forPid);
 
 // Prints the C stacks of this process. Signal-safe but for the same.

@@ -1,14 +1,15 @@
 // Stack printing, in signal handlers too, and in processes that go on afterwards.
 //
 // Signal-safe but for the interpreter's printer, which the embedding program provides. May call
-// _exit, execv, getpid, poll, prctl, pthread_sigmask, syscall, waitpid, the atomic primitives and
-// _Fork, which unlike fork takes no lock and calls no fork handlers, and prints with hostSafePrint.
-// The name of the stack printer comes from HostExpandFileName and HostFileType: they read `environ`
-// themselves and call readlink, stat and, where $TARVOLIN is relative, getcwd, all of them bare
-// system calls here.
+// _exit, close, execv, getauxval, getpid, poll, prctl, pthread_sigmask, syscall, waitpid, the
+// atomic primitives and _Fork, which unlike fork takes no lock and calls no fork handlers, and
+// prints with hostSafePrint. The name of the stack printer comes from HostExpandFileName and
+// HostFileType: they read `environ` themselves and call readlink, stat and, where $TARVOLIN is
+// relative, getcwd, all of them bare system calls here.
 #include <povzel/hoststack.h>
 
 #include <poll.h>
+#include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -30,10 +31,19 @@ PrintStackFuncType* SmalltalkPrintStackFunc = nullptr;
 
 constexpr char stackPrinter[] = "$TARVOLIN/bin/gstack";
 constexpr int reapPauseMilliseconds = 50;
+constexpr int mostDescriptors = 65536;  // closed one by one on old systems
 
-// The invoker of a set-id program chooses what runs here, so it runs with his ids. By bare system
-// calls: those of the C library would wait for threads that the child does not have.
-bool takeRealIds() {
+// The invoker of a set-id program chooses what runs here, so it runs with his ids and finds none of
+// the files that were opened with others. By bare system calls: those of the C library would wait
+// for threads that the child does not have.
+bool giveUpRights() {
+  constexpr unsigned firstClosed = STDERR_FILENO + 1;
+  const bool wasSetId = getauxval(AT_SECURE) != 0;
+  if ((wasSetId || hostHasSetIds()) && syscall(SYS_close_range, firstClosed, ~0U, 0) != 0) {
+    for (int descriptor = firstClosed; descriptor < mostDescriptors; ++descriptor) {
+      close(descriptor);
+    }
+  }
   if (!hostHasSetIds()) return true;
   const gid_t group = getgid();
   const uid_t user = getuid();
@@ -45,7 +55,7 @@ bool takeRealIds() {
 [[noreturn]] void execProgram(const char* program, const char* const* argv) {
   unixIoDropHandlers();
   const SignalMask none(SIG_SETMASK, unixIoSignals());
-  if (takeRealIds()) execv(program, const_cast<char* const*>(argv));
+  if (giveUpRights()) execv(program, const_cast<char* const*>(argv));
 
   const int reason = errno;
   SafeLine arguments;

@@ -143,12 +143,15 @@ TEST(HostCallDebuggerMsg, WritesAtOnce) {
 TEST(HostCoredump, GivesUpSetIds) {
   if (geteuid() != 0) GTEST_SKIP() << "only root gives itself other ids";
   fs::create_directories("installation/bin");
-  writeFile("installation/bin/gstack", "#!/bin/sh\ngrep -E '^[UG]id|SigI' /proc/self/status >&2\n");
+  writeFile("installation/bin/gstack",
+            "#!/bin/sh\ngrep -E '^[UG]id|SigI' /proc/self/status >&2\n"
+            "[ ! -e /proc/$$/fd/77 ] && echo closed >&2\n");
   for (const std::string name : {".", "installation/bin/gstack"})
     fs::permissions(name, fs::perms::all);
   for (void (*end)() : {+[] { HostCoredump(1), void(); }, +[] { raise(SIGQUIT), void(); }}) {
     const ChildResult child = runInChild([end] {
       setenv("TARVOLIN", fs::absolute("installation").c_str(), 1);
+      dup2(STDOUT_FILENO, 77);
       pretendToDump();
       HostInstallFaultHandler(nullptr, [] {
         for (const auto& task : fs::directory_iterator("/proc/self/task"))
@@ -161,6 +164,7 @@ TEST(HostCoredump, GivesUpSetIds) {
       end();
     });
     const std::string own = "Uid:\t65534\t65534\t65534\t65534\nGid:\t65534\t65534\t65534\t65534\n";
-    EXPECT_THAT(child.err, Reads("~" + own + "SigIgn:\t0000000000000000\n~" + own + "~" + own));
+    EXPECT_THAT(child.err,
+                Reads("~" + own + "SigIgn:\t0000000000000000\nclosed\n~" + own + "~" + own));
   }
 }
