@@ -64,34 +64,34 @@ void infoMessage(Write write, const char* symbol, const char* kinds, Arguments..
   write(text);
 }
 
-// The real, effective and login users of the process.
-template <typename Write>
-void userMessage(Write write, const VerInfoFacts& facts) {
-  const long realId = static_cast<long>(facts.realId);
-  const long effectiveId = static_cast<long>(facts.effectiveId);
-  if (facts.hasLoginUser) {
-    infoMessage(write, "version.uids2", "sdsdsd", facts.realName, realId, facts.effectiveName,
-                effectiveId, facts.loginName, static_cast<long>(facts.loginId));
-  } else {
-    infoMessage(write, "version.uids", "sdsd", facts.realName, realId, facts.effectiveName,
-                effectiveId);
-  }
+// The lines of the block, in their order, and before each what is asked for it: that may itself say
+// something.
+
+void findSystem(VerInfoFacts& facts) {
+  facts.cpuCount = HostGetCpuCount();
+  HostGetSystemName(facts.system, sizeof facts.system);
+  facts.cpuKind = HostGetSystemInfo()->cpuMisc;
 }
 
 template <typename Write>
-void writeInfo(Write write, const VerInfoFacts& facts, const char* version) {
+void systemMessages(Write write, const VerInfoFacts& facts, const char* version) {
   infoMessage(write, "version.version", "s", version != nullptr ? version : VerTVVersion());
   infoMessage(write, "version.builtfor", "s", VerBuildPlatform);
   infoMessage(write, "version.runningon", "dss", facts.cpuCount, facts.system, facts.cpuKind);
+}
+
+void findDate(VerInfoFacts& facts) {
+  utlCtimeOfNow(&facts.date);
+  facts.dateFormat = HostDateTimeFormat();
+}
+
+template <typename Write>
+void dateMessage(Write write, const VerInfoFacts& facts) {
   PidType processId = 0;
   if (HostGetProcessId(&processId)) {
     infoMessage(write, "version.piddate", "ds", static_cast<long>(processId), facts.date.msg);
   } else {
     infoMessage(write, "version.date", "s", facts.date.msg);
-  }
-  userMessage(write, facts);
-  if (std::strcmp(facts.dateFormat, usualDateFormat) != 0) {
-    infoMessage(write, "version.dateformat", "s", facts.dateFormat);
   }
 }
 
@@ -100,14 +100,7 @@ void findUserName(uid_t uid, char* name, std::size_t size) {
   std::snprintf(name, size, "%s", entry ? entry->pw_name : nameNotKnown);
 }
 
-}  // namespace
-
-void verFindInfo(VerInfoFacts& facts, uid_t realId, uid_t effectiveId) {
-  facts.cpuCount = HostGetCpuCount();
-  HostGetSystemName(facts.system, sizeof facts.system);
-  facts.cpuKind = HostGetSystemInfo()->cpuMisc;
-  utlCtimeOfNow(&facts.date);
-  facts.dateFormat = HostDateTimeFormat();
+void findUsers(VerInfoFacts& facts, uid_t realId, uid_t effectiveId) {
   facts.realId = realId;
   facts.effectiveId = effectiveId;
   if (realId == getuid()) {
@@ -122,8 +115,36 @@ void verFindInfo(VerInfoFacts& facts, uid_t realId, uid_t effectiveId) {
       HostGetLoginUserInfo(&facts.loginId, facts.loginName, sizeof facts.loginName) != 0;
 }
 
+// The real, effective and login users of the process, and the date's format if it is not the usual.
+template <typename Write>
+void userMessages(Write write, const VerInfoFacts& facts) {
+  const long realId = static_cast<long>(facts.realId);
+  const long effectiveId = static_cast<long>(facts.effectiveId);
+  if (facts.hasLoginUser) {
+    infoMessage(write, "version.uids2", "sdsdsd", facts.realName, realId, facts.effectiveName,
+                effectiveId, facts.loginName, static_cast<long>(facts.loginId));
+  } else {
+    infoMessage(write, "version.uids", "sdsd", facts.realName, realId, facts.effectiveName,
+                effectiveId);
+  }
+  if (std::strcmp(facts.dateFormat, usualDateFormat) != 0) {
+    infoMessage(write, "version.dateformat", "s", facts.dateFormat);
+  }
+}
+
+}  // namespace
+
+void verFindInfo(VerInfoFacts& facts, uid_t realId, uid_t effectiveId) {
+  findSystem(facts);
+  findDate(facts);
+  findUsers(facts, realId, effectiveId);
+}
+
 void verSafeInfo(int descriptor, const VerInfoFacts& facts) {
-  writeInfo([&](const char* text) { verSafeMessage(descriptor, text); }, facts, nullptr);
+  const auto write = [&](const char* text) { verSafeMessage(descriptor, text); };
+  systemMessages(write, facts, nullptr);
+  dateMessage(write, facts);
+  userMessages(write, facts);
 }
 
 void VerBanner(FILE* f, const char* pgmname, const char* pgmdesc, const char* pgmversion,
@@ -144,9 +165,14 @@ void VerBanner(FILE* f, const char* pgmname, const char* pgmdesc, const char* pg
 }
 
 void VerInfo(FILE* f, const char* version) {
+  const auto write = [&](const char* text) { VerMessage(f, text); };
   VerInfoFacts facts;
-  verFindInfo(facts, getuid(), geteuid());
-  writeInfo([&](const char* text) { VerMessage(f, text); }, facts, version);
+  findSystem(facts);
+  systemMessages(write, facts, version);
+  findDate(facts);
+  dateMessage(write, facts);
+  findUsers(facts, getuid(), geteuid());
+  userMessages(write, facts);
 }
 
 void VerBreatheFireAndThunder(FILE* f) {

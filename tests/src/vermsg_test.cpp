@@ -56,6 +56,7 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
 TEST(VerMsg, BannerHoldsTheVersionBlock) {
   const ChildResult child = runInChild([] {
     setenv("TARVOLIN_LANG", "/nonexistent", 1);
+    setenv("TV_DEBUG_LOGIN_USER", "1", 1);
     HostInit();
     VerBanner(stdout, "prog", "prog.desc", ("9.9\nand " + x(69, "ü") + " yy").c_str(), 1);
   });
@@ -64,7 +65,7 @@ TEST(VerMsg, BannerHoldsTheVersionBlock) {
                     "+\n~[version.program prog [prog.desc]]~\n" + framed("[version.version 9.9") +
                     framed("and " + x(69, "ü")) + framed("yy]") +
                     "| [version.builtfor x86 (Linux 2.6.18-8.el5PAE~[version.runningon ~MB]~"
-                    "[version.piddate ~[version.uids"));
+                    "[version.piddate ~[Debug]: ~[version.uids"));
 }
 
 TEST(Version, AnswersParameters) {
