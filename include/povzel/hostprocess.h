@@ -63,14 +63,16 @@ POVZEL_EXPORT BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType 
                                       PidType* thePid);
 
 // Runs the command file `cmdFileSpec` through the shell under the process's real ids, without
-// input, its output and errors in `outFileSpec`. Whatever is in the names, they are names.
+// input, its output and errors in `outFileSpec`. Whatever is in the names, they are names. Whether
+// the shell can open the files is tried before it is started; of pipes and devices their
+// permissions tell. An output file that this has made is gone again if the shell cannot be started.
 //
 // Returns 0 with errno set when nothing was performed: ENAMETOOLONG when the expanded names have
-// more than 80 characters together; that of the file that cannot be read, or written, or is a
-// directory; that of the process or shell that could not be started; ENOENT when the shell's status
-// is 127, which the command file may give as well, and EACCES when it is 126. Also returns 0, with
-// ECHILD, when its status was lost. A command file that fails with any other status, that is, whose
-// last command does, gives 1: it was performed.
+// more than 80 characters together; that of the file that cannot be opened, or is a directory; that
+// of the process or shell that could not be started; ENOENT when the shell's status is 127, which
+// the command file may give as well, and EACCES when it is 126. Also returns 0, with ECHILD, when
+// its status was lost. A command file that fails with any other status, that is, whose last command
+// does, gives 1: it was performed.
 POVZEL_EXPORT BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec);
 
 // Ends this process at once by SIGKILL, after the application's file flusher.

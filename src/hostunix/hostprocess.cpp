@@ -1,5 +1,6 @@
 #include <povzel/hostprocess.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,12 +10,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include <povzel/hostfiles.h>
 #include "basics/internal.h"
 #include "internal.h"
 
 namespace {
 
 constexpr std::size_t performNamesLength = 80;
+constexpr mode_t newFileMode = 0666;  // the shell's
 
 BoolType sendSignal(PidType pid, int signal) {
   errno = 0;
@@ -30,22 +33,51 @@ bool isNoDirectory(const char* name) {
   return false;
 }
 
-// Access is judged by the real ids, which the shell has.
-bool canRead(const char* name) {
-  return isNoDirectory(name) && os.access(name, R_OK) == 0;
+// Opening one of these may wait, or make it do something.
+bool isPipeOrDevice(const char* name) {
+  struct statx found;
+  return unixIoStatx(name, STATX_TYPE, found) &&
+         (S_ISFIFO(found.stx_mode) || S_ISCHR(found.stx_mode) || S_ISBLK(found.stx_mode));
 }
 
-bool canWrite(const char* name) {
+// Whether the shell, which has the real ids, will be able to open it.
+bool canOpen(const char* name, int flags) {
   if (!isNoDirectory(name)) return false;
-  if (os.access(name, W_OK) == 0) return true;
-  if (errno != ENOENT || name[0] == '\0') return false;
-  const char* slash = std::strrchr(name, '/');
-  char directory[performNamesLength + 1] = ".";
-  if (slash != nullptr) {
-    std::snprintf(directory, sizeof directory, "%.*s", static_cast<int>(slash - name + 1), name);
-  }
-  return os.access(directory, W_OK | X_OK) == 0;
+  const bool writes = (flags & O_WRONLY) != 0;
+  if (isPipeOrDevice(name)) return os.access(name, writes ? W_OK : R_OK) == 0;
+  const RealIds ids(true);
+  if (ids.refused()) return false;
+  const int file = HostOpen64(name, flags, newFileMode);
+  if (file < 0) return false;
+  os.close(file);
+  return true;
 }
+
+// The file that a command writes. One that was not there is made for the shell, and is gone again
+// with this unless the shell has run.
+class Output {
+ public:
+  explicit Output(const char* name) : name_(name), isUsable_(canOpen(name, O_WRONLY)) {
+    if (isUsable_ || errno != ENOENT || name[0] == '\0') return;
+    isUsable_ = isMade_ = canOpen(name, O_WRONLY | O_CREAT | O_EXCL);
+  }
+  ~Output() {
+    if (!isMade_) return;
+    const ErrnoKeeper keeper;
+    const RealIds ids(true);
+    if (!ids.refused()) os.unlink(name_);
+  }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  bool isUsable() const { return isUsable_; }
+  void keep() { isMade_ = false; }
+
+ private:
+  const char* name_;
+  bool isUsable_;
+  bool isMade_ = false;
+};
 
 // Appends `name` as one word for the shell: neither an option nor a name to be searched for.
 // Returns the end.
@@ -83,7 +115,9 @@ BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
     errno = ENAMETOOLONG;
     return 0;
   }
-  if (!canRead(commandFile) || !canWrite(outputFile)) return 0;
+  if (!canOpen(commandFile, O_RDONLY)) return 0;
+  Output output(outputFile);
+  if (!output.isUsable()) return 0;
 
   char command[performNamesLength * (sizeof "'\\''" - 1) +
                sizeof "/bin/sh './' </dev/null >'./' 2>&1"];
@@ -93,6 +127,7 @@ BoolType HostPerform(const char* cmdFileSpec, const char* outFileSpec) {
   errno = 0;
   int status;
   if (!unixIoRun({.text = command, .interactive = false}, status)) return 0;
+  output.keep();
   if (errno == ECHILD || wasNotPerformed(status)) return 0;
   errno = 0;
   return 1;
