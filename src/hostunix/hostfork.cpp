@@ -104,6 +104,7 @@ void planNames(ForkPlan& plan, UtlLogNameParts& names) {
   names.command = plan.program();
   names.processId = ULONG_MAX;
   if (plan.byDaemon) {
+  names.findHost = hostFindHostname;
     names.user = plan.userName;
     names.home = plan.homeDirectory;
   }

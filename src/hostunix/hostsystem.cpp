@@ -18,10 +18,10 @@ using HostName = char[256];
 
 std::atomic<char*> hostName{nullptr};  // null until the resolver has answered
 
-bool findHostName(HostName& name) {
+bool findHostName(HostName& name, bool isTold) {
   HostName given;
   if (os.gethostname(given, sizeof given) != 0) {
-    std::fputs("gethostname() failure", stdout);
+    if (isTold) std::fputs("gethostname() failure", stdout);
     return false;
   }
   given[sizeof given - 1] = '\0';
@@ -30,13 +30,25 @@ bool findHostName(HostName& name) {
     return os.gethostbyname_r(given, place..., &reason);
   });
   if (!host) {
-    std::printf("gethostbyname() failure for host %s\n", given);
+    if (isTold) std::printf("gethostbyname() failure for host %s\n", given);
     return false;
   }
   const std::size_t length = std::strlen(host->h_name);
   if (length == 0 || length >= sizeof name) return false;
   std::memcpy(name, host->h_name, length + 1);
   return true;
+}
+
+BoolType getHostName(char* nameBuf, ArraySizeType bufLen, bool isTold) {
+  HostName found;
+  const char* name = hostName.load(std::memory_order_acquire);
+  if (name == nullptr) {
+    if (!findHostName(found, isTold)) return 0;
+    name = hostKeepFirst(hostName, found, std::strlen(found) + 1);
+    if (name == nullptr) name = found;
+  }
+  const int length = std::snprintf(nameBuf, bufLen, "%s", name);
+  return static_cast<ArraySizeType>(length) < bufLen;
 }
 
 }  // namespace
@@ -47,16 +59,12 @@ const char* hostKnownHostname() {
   return name[0] != '\0' ? name : nullptr;
 }
 
+BoolType hostFindHostname(char* nameBuf, ArraySizeType bufLen) {
+  return getHostName(nameBuf, bufLen, false);
+}
+
 BoolType HostGetHostname(char* nameBuf, ArraySizeType bufLen) {
-  HostName found;
-  const char* name = hostName.load(std::memory_order_acquire);
-  if (name == nullptr) {
-    if (!findHostName(found)) return 0;
-    name = hostKeepFirst(hostName, found, std::strlen(found) + 1);
-    if (name == nullptr) name = found;
-  }
-  const int length = std::snprintf(nameBuf, bufLen, "%s", name);
-  return static_cast<ArraySizeType>(length) < bufLen;
+  return getHostName(nameBuf, bufLen, true);
 }
 
 void HostGetSystemName(char* nameBuf, ArraySizeType bufLen) {

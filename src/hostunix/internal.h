@@ -120,6 +120,9 @@ Value* hostKeepFirst(Kept& kept, const Value* found, std::size_t count = 1) {
 // that is not known either. Does not ask the resolver. Signal-safe.
 const char* hostKnownHostname();
 
+// HostGetHostname, which says nothing on standard output when it fails.
+BoolType hostFindHostname(char* nameBuf, ArraySizeType bufLen);
+
 // Users
 
 // An entry of one of the system's databases, in memory of its own: what the C library's static

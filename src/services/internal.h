@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+#include <povzel/hostsystem.h>
 #include <povzel/povzeltypes.h>
 #include <povzel/utltime.h>
 
@@ -50,6 +51,9 @@ struct UtlLogNameParts {
   const char* user = nullptr;   // %U
   const char* home = nullptr;   // %H, without a '/' behind it; null: not known
   const char* host = nullptr;   // %M
+
+  // Asked for the host; another may be in the place of the one that tells of failures.
+  BoolType (*findHost)(char* name, ArraySizeType size) = HostGetHostname;
 
   // What was found out.
   HostFnameStrType foundHome;

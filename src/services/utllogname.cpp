@@ -58,25 +58,41 @@ bool appendHomeDirectory(NameWriter& out, const char* home, bool& complete) {
   return length < out.room && out.append(home, length) && out.append("/", 1);
 }
 
+// Calls `take(directive, text)` for each directive of the template, by its letter, and with 0 for
+// each character that is none, until that returns false.
+template <typename Take>
+void forEachPiece(const char* logTemplate, Take take) {
+  for (const char* next = logTemplate; *next != '\0'; ++next) {
+    const bool isDirective =
+        *next == '%' && next[1] != '\0' && std::strchr("%HMNPU", next[1]) != nullptr;
+    if (isDirective) ++next;
+    if (!take(isDirective ? *next : '\0', next)) return;
+  }
+}
+
+void findHost(UtlLogNameParts& parts) {
+  if (parts.host != nullptr) return;
+  const bool isKnown = parts.findHost(parts.foundHost, sizeof parts.foundHost) != 0;
+  parts.host = isKnown ? parts.foundHost : "localhost";
+}
+
+void findHome(UtlLogNameParts& parts) {
+  if (parts.home != nullptr) return;
+  const char* user = parts.user != nullptr ? parts.user : HostGetUserName();
+  if (HostGetHomeDir(user, parts.foundHome) == 0) return;
+  parts.foundHome[std::strlen(parts.foundHome) - 1] = '\0';
+  parts.home = parts.foundHome;
+}
+
 }  // namespace
 
 void utlFindLogNameParts(const char* logTemplate, UtlLogNameParts& parts) {
-  // What stands behind "%%" is looked up in vain.
-  const auto asksFor = [&](const char* directive, const char* part) {
-    return part == nullptr && std::strstr(logTemplate, directive) != nullptr;
-  };
-  if (asksFor("%M", parts.host)) {
-    const bool isKnown = HostGetHostname(parts.foundHost, sizeof parts.foundHost) != 0;
-    parts.host = isKnown ? parts.foundHost : "localhost";
-  }
-  if (asksFor("%H", parts.home)) {
-    const char* user = parts.user != nullptr ? parts.user : HostGetUserName();
-    if (HostGetHomeDir(user, parts.foundHome)) {
-      parts.foundHome[std::strlen(parts.foundHome) - 1] = '\0';
-      parts.home = parts.foundHome;
-    }
-  }
-  if (asksFor("%U", parts.user)) parts.user = HostGetUserName();
+  forEachPiece(logTemplate, [&](char directive, const char* /*text*/) {
+    if (directive == 'M') findHost(parts);
+    if (directive == 'H') findHome(parts);
+    if (directive == 'U' && parts.user == nullptr) parts.user = HostGetUserName();
+    return true;
+  });
 }
 
 bool utlExpandLogTemplate(const char* logTemplate, const UtlLogNameParts& parts, char* logNameBuf,
@@ -85,33 +101,22 @@ bool utlExpandLogTemplate(const char* logTemplate, const UtlLogNameParts& parts,
   bool complete = true;
   bool fits = true;
 
-  for (const char* next = logTemplate; *next != '\0' && fits; ++next) {
-    const char directive = *next == '%' ? next[1] : '\0';
+  forEachPiece(logTemplate, [&](char directive, const char* text) {
     switch (directive) {
-      case '%':
-        fits = out.append("%", 1);
-        break;
       case 'H':
-        fits = appendHomeDirectory(out, parts.home, complete);
-        break;
+        return fits = appendHomeDirectory(out, parts.home, complete);
       case 'M':
-        fits = out.append(parts.host);
-        break;
+        return fits = out.append(parts.host);
       case 'N':
-        fits = appendProgramName(out, parts.command);
-        break;
+        return fits = appendProgramName(out, parts.command);
       case 'P':
-        fits = appendProcessId(out, parts.processId);
-        break;
+        return fits = appendProcessId(out, parts.processId);
       case 'U':
-        fits = out.append(parts.user);
-        break;
+        return fits = out.append(parts.user);
       default:
-        fits = out.append(next, 1);
-        continue;
+        return fits = out.append(text, 1);
     }
-    ++next;
-  }
+  });
   const bool terminated = out.terminate();
   return terminated && fits && complete;
 }

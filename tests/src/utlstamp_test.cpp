@@ -126,4 +126,7 @@ TEST(UtlExpandLogName, ReplacesDirectivesAndEndsBeforeWhatDoesNotFit) {
     EXPECT_EQ(name.c_str(), expected) << logTemplate << " in " << size;
     EXPECT_EQ(name[size], '#');
   }
+  char name[9];
+  const auto expand = [&] { UtlExpandLogName("%%M", name, 9, "", "", "", nullptr, 0); };
+  EXPECT_EQ(runInChild(expand).out, "") << "the host is not asked for";
 }
