@@ -54,10 +54,10 @@ POVZEL_EXPORT void ErrMsgInit(void);
 
 // Opens the same file afresh, as a child must after fork, and reads it if it has changed. Its
 // header must still be the one that ErrMsgInit found: a file with another one is as good as none.
-// What is wrong with the file is reported on standard error, once. With no descriptor or memory for
-// the file at that moment what was read stays in use. Returns 0 if it cannot be opened otherwise;
-// the catalogue is then unusable. Returns 0, too, on top of another opening or closing in this
-// thread.
+// What is wrong with the file is reported on standard error, once. Returns 0 if it cannot be
+// opened, be it for want of descriptors; the catalogue is then unusable. Returns 0, too, on top of
+// another opening or closing in this thread. HostFork, which does the same, keeps what was read
+// where there is no descriptor or memory for the file at that moment.
 POVZEL_EXPORT BoolType ErrMsgReset(void);
 
 // Closes the file; the catalogue is then unusable.

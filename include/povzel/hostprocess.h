@@ -37,9 +37,10 @@ POVZEL_BEGIN_C
 // (hostfiles.h). `clientHost`, which may be null, is shown in the log's header.
 // `unused1` is ignored.
 //
-// What must be asked of user database, resolver and heap is asked before the fork. Nothing in the
-// child waits for what other threads held then, and nothing of the application runs there but its
-// fork handlers. No other thread may change the environment meanwhile.
+// What must be asked of user database, resolver and heap is asked before the fork, and the message
+// file is read again if it has changed. Nothing in the child waits for what other threads held
+// then, and nothing of the application runs there but its fork handlers. No other thread may change
+// the environment meanwhile.
 //
 // The program starts with no signal blocked; with SIGINT ignored; with those signals ignored that
 // the application ignores, but not SIGPIPE, SIGHUP and SIGIO where this library alone does; all

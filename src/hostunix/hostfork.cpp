@@ -15,6 +15,7 @@
 #include <povzel/utlheap.h>
 #include "basics/internal.h"
 #include "internal.h"
+#include "messages/internal.h"
 #include "services/internal.h"
 
 namespace {
@@ -198,6 +199,7 @@ pid_t forkChild(const ForkPlan& plan, ChildEnvironment& environment) {
 bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
   std::fflush(stderr);
   std::fflush(stdout);
+  errMsgRefresh();  // for the child's texts
   if (plan.isServer && !openReadyPipe(plan)) return failure.failedCall("pipe", errno);
   ChildEnvironment environment;
   if (!planEnvironment(plan, environment)) {
@@ -212,7 +214,6 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
     return failure.failedCall("fork", forkError);
   }
   hostRememberChild(child);
-  ErrMsgReset();
   if (plan.isServer) return awaitServer(plan, child, thePid, failure);
   *thePid = child;
   return true;

@@ -148,10 +148,10 @@ bool findErrSym(const char* symbol, ErrUtlEntrySType* entry) {
 }
 
 // ErrMsgReset for those who hold the mutex.
-bool reopen() {
+bool reopen(bool keeps = false) {
   cacheProbes = 0;
   cacheHits = 0;
-  if (errUtlReopen()) return true;
+  if (errUtlReopen(keeps)) return true;
   ErrMsgPanicked = 1;
   return false;
 }
@@ -196,6 +196,11 @@ void ErrMsgInit() {
 BoolType ErrMsgReset() {
   const ErrMsgAccessor accessor;
   return !accessor.isRefused() && reopen();
+}
+
+void errMsgRefresh() {
+  const ErrMsgAccessor accessor;
+  if (!accessor.isRefused()) reopen(true);
 }
 
 void ErrMsgShutdown() {

@@ -128,8 +128,9 @@ bool isUnchanged(const ErrUtlReading& known) {
          std::strcmp(known.contents.name, ErrUtlErrFileName) == 0;
 }
 
-// The contents of the open file, behind its name.
-ErrUtlBytes readContents() {
+// The contents of the open file, behind its name. With `keeps` the want of memory for them leaves
+// ENOMEM in errno, and is not said.
+ErrUtlBytes readContents(bool keeps) {
   const int fd = fileno(ErrUtlErrFile);
   if (os.statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &state) != 0) {
     return explain("cannot be looked at", errno);
@@ -139,7 +140,10 @@ ErrUtlBytes readContents() {
   const auto size = static_cast<std::size_t>(std::min(state.stx_size, largestContents));
   const std::size_t nameSize = std::strlen(ErrUtlErrFileName) + 1;
   auto* name = static_cast<char*>(UtlMalloc_(nameSize + size, __LINE__));
-  if (name == nullptr) return explain("is too large for the memory left");
+  if (name == nullptr) {
+    errno = ENOMEM;
+    return keeps ? ErrUtlBytes{} : explain("is too large for the memory left");
+  }
   auto* bytes = reinterpret_cast<unsigned char*>(name + nameSize);
   errno = 0;
   if (!readAll(fd, bytes, size)) {
@@ -159,17 +163,20 @@ bool hasHeader(const ErrUtlBytes& file, const ErrUtlHdrSType& header) {
          holds(header.vers, 8) && holds(header.tabSize, 12) && holds(header.textBegin, 16);
 }
 
-// Reads the open file for the look-ups, unless they have it already.
-void load(bool isCompiled) {
+// Reads the open file for the look-ups, unless they have it already, or keep what they have for
+// want of memory.
+void load(bool isCompiled, bool keeps = false) {
   const ErrUtlReading* const known = current;
   if (known != nullptr && isUnchanged(*known)) return;
   ErrUtlReading* const reading = unusedReading();
   if (reading == nullptr) {
+    if (keeps) return;
     explain("is too large for the memory left");
     publish(&unreadable);
     return;
   }
-  reading->contents = readContents();
+  reading->contents = readContents(keeps);
+  if (keeps && reading->contents.data == nullptr && errno == ENOMEM) return;
   reading->header = ErrUtlFileHdr;
   if (isCompiled && !hasHeader(reading->contents, reading->header)) {
     explain("has another header than when it was opened");
@@ -341,16 +348,16 @@ BoolType ErrUtlReset(BoolType isCompiled) {
   return 1;
 }
 
-// With no descriptor or memory to be had for the moment, look-ups go on with what was read.
-bool errUtlReopen() {
+bool errUtlReopen(bool keeps) {
   errno = 0;
   const ErrUtlReading* const known = current;
+  keeps = keeps && known != nullptr && known->contents.data != nullptr;
   if (openErrFile(Opening::again)) {
-    load(true);
+    load(true, keeps);
     return true;
   }
   const bool isForNow = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
-  if (isForNow && known != nullptr && known->contents.data != nullptr) return true;
+  if (keeps && isForNow) return true;
   publish(nullptr);
   return false;
 }

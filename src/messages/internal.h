@@ -28,8 +28,13 @@ bool errUtlFindFile(const char* fileName, HostFnameStrType& name);
 // Opens it, or fails with ENAMETOOLONG; errUtlReopen is to read it. This does not ask.
 bool errUtlOpen(BoolType isCompiled, const HostFnameStrType& name, bool isWhole);
 
-// ErrUtlReset(0) for a file whose header was read before.
-bool errUtlReopen();
+// ErrUtlReset(0) for a file whose header was read before. With `keeps` and no descriptor or memory
+// to be had for the moment, look-ups go on with what was read.
+bool errUtlReopen(bool keeps);
+
+// ErrMsgReset, in that way: the texts that another process is to have are those of the file as it
+// is, or else what this one has (errmsg.cpp).
+void errMsgRefresh();
 
 struct ErrUtlBytes {
   const unsigned char* data;
