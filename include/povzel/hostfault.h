@@ -69,9 +69,12 @@ POVZEL_EXPORT void HostFaultHandler(int sig, siginfo_t* info, void* context);
 // HostForkServer have started, or, as from the start, those of all. The latter makes waitpid,
 // system, pclose and a VM's ProcessBuilder lose statuses, which they then often take for success.
 //
-// Call it before the handler is installed, or at any later time, from any thread. Each child that
-// the library knows costs a system call on each SIGCHLD. Once more than 64 of them live at the same
-// time, one that there is no memory for is left for the program to wait for.
+// Call it before the handler is installed, or at any later time, from any thread. Children that the
+// program has waited for itself by then are forgotten. Where SIGCHLD gets its default action after
+// the handler was installed, as from a VM, HostFork and HostForkServer reap those that have ended.
+//
+// Each child that the library knows costs a system call on each SIGCHLD. Once more than 64 of them
+// live at the same time, one that there is no memory for is left for the program to wait for.
 POVZEL_EXPORT void HostReapOwnChildrenOnly(BoolType own);
 
 // From now on a fault, an illegal instruction or an abort ends the process at once with status 1,

@@ -55,14 +55,6 @@ bool hasEnded(pid_t child) {
   return false;
 }
 
-void forgetFormerChildren() {
-  findPlace([](const std::atomic<pid_t>& place) {
-    const pid_t child = place;
-    if (child != 0) hasEnded(child);
-    return false;
-  });
-}
-
 void addPlaces(pid_t child) {
   auto* places = static_cast<Places*>(UtlMalloc_(sizeof(Places), __LINE__));
   if (places == nullptr) return;
@@ -96,10 +88,18 @@ bool reap(pid_t child) {
 
 }  // namespace
 
+void hostForgetFormerChildren() {
+  findPlace([](const std::atomic<pid_t>& place) {
+    const pid_t child = place;
+    if (child != 0) hasEnded(child);
+    return false;
+  });
+}
+
 void hostRememberChild(pid_t child) {
   const ErrnoKeeper keeper;
   if (!replaceChild(0, child)) {
-    forgetFormerChildren();
+    hostForgetFormerChildren();
     if (!replaceChild(0, child)) addPlaces(child);
   }
   // One that ended before it was known is heard of once more, by the handler if there is one.
@@ -118,6 +118,14 @@ void hostReapChildren() {
   });
 }
 
+void hostReapUnheardChildren() {
+  if (!reapsOwnOnly || !hostHandlerWasInstalled(SIGCHLD)) return;
+  struct sigaction action;
+  if (sigaction(SIGCHLD, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
+  hostReapChildren();
+}
+
 void HostReapOwnChildrenOnly(BoolType own) {
+  if (own != 0 && !reapsOwnOnly) hostForgetFormerChildren();
   reapsOwnOnly = own != 0;
 }

@@ -144,6 +144,10 @@ void uninstall(int signal) {
 
 }  // namespace
 
+bool hostHandlerWasInstalled(int signal) {
+  return signalHandlersInstalled != 0 && oldHandlersValid[signal] != nullptr;
+}
+
 void hostForgetOldHandlers() {
   for (auto& action : oldHandlersValid) action = nullptr;
 }
@@ -193,6 +197,7 @@ void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* s
   // Without restart, so that a blocking call notices that termination was asked for.
   install(SIGTERM, UNIXIO_DO_SIGNAL_noRestart);
   install(SIGUSR1, UNIXIO_DO_SIGNAL);
+  hostForgetFormerChildren();
   installUnlessHandled(SIGCHLD, UNIXIO_DO_SIGNAL);
   install(SIGXFSZ, UNIXIO_DO_SIGNAL);
   install(SIGXCPU, UNIXIO_DO_SIGNAL);

@@ -207,6 +207,7 @@ bool startChild(ForkPlan& plan, PidType* thePid, const FailureText& failure) {
     return failure.failedAllocation();
   }
 
+  hostReapUnheardChildren();
   const pid_t child = forkChild(plan, environment);
   if (child < 0) {
     const int forkError = errno;

@@ -277,6 +277,10 @@ const void* hostProgramCounter(const ucontext_t* context);
 
 // Earlier handlers (hostfaultinstall.cpp)
 
+// Whether HostInstallFaultHandler has installed the handler for the signal, whatever its action is
+// by now.
+bool hostHandlerWasInstalled(int signal);
+
 // Forgets every remembered handler without putting it back.
 void hostForgetOldHandlers();
 
@@ -375,6 +379,14 @@ bool hostPageWasOpened(const char* faultAddr);
 // Keeps a child that this library has started, just forked, for HostReapOwnChildrenOnly. Without
 // memory for it, beyond 64 children at once, it is not known: then only the program waits for it.
 void hostRememberChild(pid_t child);
+
+// Forgets those whose statuses were taken: their ids may come to be others'.
+void hostForgetFormerChildren();
+
+// Takes the statuses of the library's own children that have ended, where HostReapOwnChildrenOnly
+// and the SIGCHLD handler are to do so, but the program has put the signal to its default action
+// since.
+void hostReapUnheardChildren();
 
 // Takes the statuses of children that have ended or stopped, as the SIGCHLD handler does.
 // Signal-safe but for the end of the process when that fails.
