@@ -3,9 +3,9 @@
 // Any thread may run commands, beside others that do and that wait for children by their ids. The
 // actions of signals are the whole process's: SIGCHLD has its default one, and SIGVTALRM is
 // ignored, from the first command's begin to the last one's end. Then they are back, unchanged, and
-// the handler of SIGCHLD is called if a child has ended meanwhile. Signals that the library ignores
-// then, or from the start (hostfault.h), a command finds as the program had them, a handler as the
-// default action.
+// the handler of SIGCHLD is called if a child has ended meanwhile; where the program ignores it,
+// such children are reaped. Signals that the library ignores then, or from the start (hostfault.h),
+// a command finds as the program had them, a handler as the default action.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -100,7 +100,8 @@ POVZEL_EXPORT void UnixIoInterrupt(BoolType v);
 // Any thread may call, beside others that do. SIGCHLD has its default action and SIGVTALRM is
 // ignored from the first call's begin to the last one's end; then the handlers from before are
 // back, installed anew with UNIXIO_DO_SIGNAL, and that of SIGCHLD is called if a child has ended
-// meanwhile. A thread that waits for children of any id meanwhile may take a command's status away.
+// meanwhile, in a thread that does not block it; where the program ignores it, such children are
+// reaped. A thread that waits for children of any id meanwhile may take a command's status away.
 POVZEL_EXPORT int UnixIoSystem(const char* cmd, BoolType interactively);
 
 POVZEL_END_C

@@ -104,8 +104,8 @@ bool splitCommand(ForkPlan& plan) {
 void planNames(ForkPlan& plan, UtlLogNameParts& names) {
   names.command = plan.program();
   names.processId = ULONG_MAX;
-  if (plan.byDaemon) {
   names.findHost = hostFindHostname;
+  if (plan.byDaemon) {
     names.user = plan.userName;
     names.home = plan.homeDirectory;
   }
@@ -186,9 +186,9 @@ bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const Failu
   return true;
 }
 
-// No handler of this process runs in the child.
+// No handler of this process runs in the child, but for faults of the application's fork handlers.
 pid_t forkChild(const ForkPlan& plan, ChildEnvironment& environment) {
-  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
+  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsButFaults());
   const pid_t child = unixIoRetry([] { return os.fork(); });
   if (child == 0) hostRunForkedChild(plan, environment);
   return child;

@@ -1,6 +1,7 @@
 // The child between fork and exec. Other threads of the parent are gone, with whatever locks they
 // held, and no handler runs: all signals are blocked until the program takes over. The child makes
-// async-signal-safe calls alone; what must be asked of anybody comes in the plan.
+// async-signal-safe calls alone, and no call of another library that stands in for the C library's;
+// what must be asked of anybody comes in the plan.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -211,8 +212,11 @@ void keepOutput(const ForkPlan& plan) {
 // Becomes the program, which finds the signals as those of a process that was just started, but
 // SIGINT ignored. Returns only when that fails.
 void execute(const ForkPlan& plan) {
+  // The header's own: it may have lost the reader of a log that is a pipe.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) unixIoDropPending(signal);
   unixIoDropHandlers();
-  std::signal(SIGINT, SIG_IGN);
+  const UnixIoKernelAction ignored{SIG_IGN, 0, nullptr, {}};
+  unixIoKernelAction(SIGINT, &ignored, nullptr);
   const sigset_t none = unixIoSignals();
   pthread_sigmask(SIG_SETMASK, &none, nullptr);
   UnixIoExecv(plan.program(), plan.argv);
@@ -221,6 +225,8 @@ void execute(const ForkPlan& plan) {
 }  // namespace
 
 void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment) {
+  const sigset_t all = unixIoAllSignalsBut();
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
   environment.enter();
   plan.names->processId = static_cast<unsigned long>(getpid());
   if (plan.isServer) os.close(plan.pipeRead);

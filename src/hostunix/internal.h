@@ -477,6 +477,6 @@ struct ForkPlan {
   int pipeWrite;
 };
 
-// Turns this process, just forked with all signals blocked, into the program that the plan names,
-// by async-signal-safe calls alone. Never returns.
+// Blocks what the fork has left unblocked, and turns this process into the program that the plan
+// names, by async-signal-safe calls alone. Never returns.
 [[noreturn]] void hostRunForkedChild(const ForkPlan& plan, ChildEnvironment& environment);

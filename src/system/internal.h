@@ -43,13 +43,16 @@ auto unixIoRetry(Call call) {
 // set when that fails.
 bool unixIoStatx(const char* name, unsigned int fields, struct statx& found);
 
-// A request to cancel the thread waits while this lives: what is changed meanwhile is put back.
+// A request to cancel the thread waits while this lives, or until restore(): what is changed
+// meanwhile is put back.
 class CancellationWaits {
  public:
   CancellationWaits() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
-  ~CancellationWaits() { pthread_setcancelstate(former_, nullptr); }
+  ~CancellationWaits() { restore(); }
   CancellationWaits(const CancellationWaits&) = delete;
   CancellationWaits& operator=(const CancellationWaits&) = delete;
+
+  void restore() const { pthread_setcancelstate(former_, nullptr); }
 
  private:
   int former_ = 0;
@@ -81,9 +84,30 @@ constexpr int unixIoInPlace = SA_NODEFER;
 // Ignores `signal` in the program's place, where its action is the default.
 void unixIoIgnoreUnlessHandled(int signal);
 
+// An action as the kernel has it. The C library's sigaction may be another library's, with a lock
+// and a record of its own: it may only make a note of what it is given. And a child may share its
+// parent's memory.
+struct UnixIoKernelAction {
+  sighandler_t handler;
+  unsigned long flags;
+  void (*restorer)();
+  unsigned long mask[_NSIG / 8 / sizeof(long)];
+};
+
+// sigaction for these, past the C library's. Signal-safe.
+long unixIoKernelAction(int signal, const UnixIoKernelAction* action, UnixIoKernelAction* former);
+
+// The kernel's action that ignores a signal in the program's place.
+inline const UnixIoKernelAction unixIoIgnoreInPlace{
+    SIG_IGN, SA_SIGINFO | SA_RESTART | unixIoInPlace, nullptr, {}};
+
 // In a child before exec: no handler of the program runs there, and the program that is executed
 // finds no signal ignored that this library alone ignores. Signal-safe.
 void unixIoDropHandlers();
+
+// In a child before that: drops what is pending of a signal, and the program's handler with it.
+// Signal-safe.
+void unixIoDropPending(int signal);
 
 // A signal has another action while this lives; then its former one is back, unchanged. Keeps errno
 // at the end.
@@ -127,6 +151,11 @@ sigset_t unixIoAllSignalsBut(Signals... signals) {
 // What a thread's own code raises: where these are blocked, a fault ends the process unreported.
 inline sigset_t unixIoFaultSignals() {
   return unixIoSignals(SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP);
+}
+
+// All others: they wait for a fork, while the application's fork handlers may fault.
+inline sigset_t unixIoAllSignalsButFaults() {
+  return unixIoAllSignalsBut(SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP);
 }
 
 // Changes the thread's mask as pthread_sigmask does; the former mask is back when this dies, or

@@ -29,20 +29,7 @@ void installHandler(int sig, UnixSigHandlerFType* fct, struct sigaction* oldHand
   install(sig, action, oldHandler);
 }
 
-// An action as the kernel has it. The C library's sigaction may be another library's, which keeps
-// its own record of actions, and a child may share its parent's memory.
-struct KernelAction {
-  sighandler_t handler;
-  unsigned long flags;
-  void (*restorer)();
-  unsigned long mask[_NSIG / 8 / sizeof(long)];
-};
-
-long kernelAction(int signal, const KernelAction* action, KernelAction* former) {
-  return syscall(SYS_rt_sigaction, signal, action, former, sizeof action->mask);
-}
-
-bool isIgnoredByProgram(const KernelAction& action) {
+bool isIgnoredByProgram(const UnixIoKernelAction& action) {
   constexpr unsigned long inPlace = SA_SIGINFO | unixIoInPlace;
   return action.handler == SIG_IGN && (action.flags & inPlace) != inPlace;
 }
@@ -103,13 +90,25 @@ void unixIoIgnoreUnlessHandled(int signal) {
   UNIXIO_DO_SIGNAL_(signal, unixIoIgnoreAction, nullptr, unixIoInPlace);
 }
 
+long unixIoKernelAction(int signal, const UnixIoKernelAction* action, UnixIoKernelAction* former) {
+  return syscall(SYS_rt_sigaction, signal, action, former, sizeof action->mask);
+}
+
 void unixIoDropHandlers() {
-  const KernelAction byDefault{};
+  const UnixIoKernelAction byDefault{};
   for (int signal = 1; signal < _NSIG; ++signal) {
-    KernelAction action;
-    if (kernelAction(signal, nullptr, &action) != 0 || action.handler == SIG_DFL) continue;
-    if (!isIgnoredByProgram(action)) kernelAction(signal, &byDefault, nullptr);
+    UnixIoKernelAction action;
+    if (unixIoKernelAction(signal, nullptr, &action) != 0 || action.handler == SIG_DFL) continue;
+    if (!isIgnoredByProgram(action)) unixIoKernelAction(signal, &byDefault, nullptr);
   }
+}
+
+// The kernel drops it when the signal is set to be ignored, also where it was so before.
+void unixIoDropPending(int signal) {
+  UnixIoKernelAction action{};
+  unixIoKernelAction(signal, nullptr, &action);
+  if (!isIgnoredByProgram(action)) action = unixIoIgnoreInPlace;
+  unixIoKernelAction(signal, &action, nullptr);
 }
 
 int UnixIoExecve(const char* name, const char** argv, const char** envp) {

@@ -25,7 +25,7 @@ struct PutAside {
   int signal;
   sighandler_t meanwhile;
   int commands;  // that need it
-  struct sigaction former;
+  UnixIoKernelAction former;
 };
 HostMutexSType actionsMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
 PutAside actions[] = {{SIGCHLD, SIG_DFL, 0, {}}, {SIGVTALRM, SIG_IGN, 0, {}},
@@ -52,10 +52,9 @@ class ActionsAccess {
 sigset_t maskAtFork;  // of the thread that forks, and so holds the mutex
 
 void holdActionsForFork() {
-  sigset_t all;
+  const sigset_t others = unixIoAllSignalsButFaults();
   sigset_t mask;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &mask);
+  pthread_sigmask(SIG_BLOCK, &others, &mask);
   HostMutexAcquire(&actionsMutex);
   maskAtFork = mask;
 }
@@ -69,26 +68,29 @@ void releaseActions() {
 // The threads whose commands run are the parent's.
 void releaseActionsInChild() {
   for (PutAside& action : actions) {
-    if (action.commands > 0) sigaction(action.signal, &action.former, nullptr);
+    if (action.commands > 0) unixIoKernelAction(action.signal, &action.former, nullptr);
     action.commands = 0;
   }
   releaseActions();
 }
 
 void putAside(PutAside& action) {
-  struct sigaction now;
-  sigaction(action.signal, nullptr, &now);
+  UnixIoKernelAction now{};
+  unixIoKernelAction(action.signal, nullptr, &now);
   if (action.commands++ == 0) action.former = now;
-  if (now.sa_handler == SIG_IGN && action.meanwhile == SIG_IGN) return;
-  UNIXIO_DO_SIGNAL_(action.signal, unixIoActionAsHandler(action.meanwhile), nullptr, unixIoInPlace);
+  if (now.handler == SIG_IGN && action.meanwhile == SIG_IGN) return;
+  UnixIoKernelAction meanwhile = unixIoIgnoreInPlace;
+  meanwhile.handler = action.meanwhile;
+  unixIoKernelAction(action.signal, &meanwhile, nullptr);
 }
 
 void putBack(PutAside& action, bool installed) {
   if (action.commands == 0 || --action.commands > 0) return;
-  if (installed) {
-    UNIXIO_DO_SIGNAL(action.signal, action.former.sa_sigaction, nullptr);
+  const sighandler_t handler = action.former.handler;
+  if (installed && handler != SIG_DFL && handler != SIG_IGN) {
+    UNIXIO_DO_SIGNAL(action.signal, unixIoActionAsHandler(handler), nullptr);
   } else {
-    sigaction(action.signal, &action.former, nullptr);
+    unixIoKernelAction(action.signal, &action.former, nullptr);
   }
 }
 
@@ -100,13 +102,19 @@ void putActionsAside(const UnixIoCommand& command) {
   for (PutAside& action : actionsOf(command)) putAside(action);
 }
 
-// The handler hears of children that ended while there was none.
+// The handler hears of children that ended while there was none, in whichever thread lets SIGCHLD
+// through. Where the program ignores them, the kernel would have forgotten them.
 void tellOfChildren() {
-  const struct sigaction& handler = actions[0].former;
-  if (handler.sa_handler == SIG_DFL || handler.sa_handler == SIG_IGN) return;
+  const sighandler_t handler = actions[0].former.handler;
+  if (handler == SIG_DFL) return;
+  if (handler == SIG_IGN) {
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    return;
+  }
   siginfo_t ended{};
   if (waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid != 0) {
-    raise(SIGCHLD);
+    kill(getpid(), SIGCHLD);
   }
 }
 
@@ -134,13 +142,14 @@ class Surroundings {
     putActionsBack(command_, false);
   }
 
-  // The mask last: a handler may jump away from here. SIGTTOU is blocked until then, which would
+  // The mask last: a handler may jump away from there. SIGTTOU is blocked until then, which would
   // stop this process where the shell has left it in the background.
   void putBack() const {
     const ErrnoKeeper keeper;
     dropPending();
     putActionsBack(command_, command_.installsHandlers);
     if (foreground_ != -1) os.tcsetpgrp(STDIN_FILENO, foreground_);
+    cancellationWaits_.restore();
     mask_.restore();
   }
 
@@ -156,6 +165,7 @@ class Surroundings {
 
   const UnixIoCommand& command_;
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
+  const CancellationWaits cancellationWaits_;
   pid_t foreground_ = -1;
 };
 
@@ -187,7 +197,6 @@ void useRealIdsInChild() {
 }  // namespace
 
 bool unixIoRun(const UnixIoCommand& command, int& status) {
-  const CancellationWaits cancellationWaits;
   const Surroundings surroundings(command);
   volatile int failure = 0;
   // fork would copy the page tables of a whole JVM, and the child does no more than exec.

@@ -11,6 +11,8 @@
 #include <povzel/utltime.h>
 #include "faults.h"
 #include "hostunix/internal.h"
+#include "messagefile.h"
+#include "messages/internal.h"
 #include "tests.h"
 
 using testing::Contains, testing::IsSupersetOf;
@@ -213,6 +215,31 @@ TEST_F(HostForking, WaitingChildKeepsNothingOfItsParent) {
   EXPECT_TRUE(result.exitedWith(0)) << result.status;
 }
 
+// What becomes of its header is not the program's affair, the texts are those of the message file
+// by now, a fork handler may fault, and the parent says nothing.
+TEST_F(HostForking, LogBeginsWithAHeader) {
+  const ChildResult result = inChild([&] {
+    static sigset_t blocked;
+    writeFile("test.err", compiledFile({{"host.fork9b", "host.fork9b:old\n"}}));
+    setenv("TARVOLIN_LANG", "test.err", 1);
+    ErrMsgInit();
+    for (const rlim_t descriptors : {0, 16}) {  // none for a moment
+      const rlimit open{descriptors, 16};
+      setrlimit(RLIMIT_NOFILE, &open);
+      errMsgRefresh();
+    }
+    writeFile("test.err", compiledFile({{"host.fork9b", "host.fork9b:new\n"}}));
+    const rlimit inTheHeader{400, 400};
+    setrlimit(RLIMIT_FSIZE, &inTheHeader);
+    const FailingCall failing("gethostname", EIO);
+    pthread_atfork([] { pthread_sigmask(SIG_BLOCK, nullptr, &blocked); }, nullptr, nullptr);
+    const bool started = startClient("/bin/true", nullptr, "%M%%H");
+    return !started || sigismember(&blocked, SIGSEGV) != 0 ? 9 : endOf(child_);
+  });
+  EXPECT_TRUE(result.exitedWith(0) && result.out.empty()) << result.status << result.out;
+  EXPECT_THAT(readFile(at("localhost%H")), HasSubstr(" new "));
+}
+
 // What the parent asks for the texts of messages, and the child for names and open descriptors.
 const CallNames askedForTexts = {"close", "readlink", "statx", "fopen64"};
 const CallNames askedByTheChild = {"close", "readlink", "statx", "getcwd"};
@@ -261,6 +288,7 @@ TEST(HostPerform, RunsACommandFile) {
       {scratch.write("127", "nonesuch"), output, ENOENT},
       {scratch.write("126", "/"), output, EACCES},
       {command, "", ENOENT},
+      {command, "/proc/none", ENOENT},  // although root may write there
       {command, scratch / "none/o", ENOENT},
       {command, scratch.path(), EISDIR},
       {command, std::string(80, 'o'), ENAMETOOLONG}};
@@ -288,7 +316,6 @@ TEST(HostChildren, LibraryReapsItsOwnOnly) {
       waitid(P_PID, child, &ended, WEXITED | WNOWAIT);
     };
     int wrong = 0;
-      {command, "/proc/none", ENOENT},  // although root may write there
     for (const bool ownOnly : {true, false}) {
       HostReapOwnChildrenOnly(ownOnly);
       pid_t children[400];
