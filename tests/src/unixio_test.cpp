@@ -162,7 +162,8 @@ TEST(UnixIoSystem, TellsOfChildrenAndWaitsWithCancellation) {
   const std::string end =
       "kill -KILL " + id + "; until grep -q 'State:.Z' /proc/" + id + "/status; do :; done";
   std::thread([&] {
-    const SignalMask mask(SIG_BLOCK, unixIoSignals(SIGCHLD));
+    const sigset_t blocked = unixIoSignals(SIGCHLD);  // for the thread's life
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     EXPECT_EQ(UnixIoSystem(end.c_str(), 0), 0);
   }).join();
   EXPECT_EQ(heard, 1);
