@@ -223,18 +223,15 @@ TEST_F(HostForking, LogBeginsWithAHeader) {
     writeFile("test.err", compiledFile({{"host.fork9b", "host.fork9b:old\n"}}));
     setenv("TARVOLIN_LANG", "test.err", 1);
     ErrMsgInit();
-    for (const rlim_t descriptors : {0, 16}) {  // none for a moment
-      const rlimit open{descriptors, 16};
-      setrlimit(RLIMIT_NOFILE, &open);
-      errMsgRefresh();
-    }
+    FailingCall("fopen64", EMFILE), errMsgRefresh();  // no descriptor for a moment
     writeFile("test.err", compiledFile({{"host.fork9b", "host.fork9b:new\n"}}));
-    const rlimit inTheHeader{400, 400};
+    const rlimit inTheHeader{600, 600};
     setrlimit(RLIMIT_FSIZE, &inTheHeader);
     const FailingCall failing("gethostname", EIO);
     pthread_atfork([] { pthread_sigmask(SIG_BLOCK, nullptr, &blocked); }, nullptr, nullptr);
     const bool started = startClient("/bin/true", nullptr, "%M%%H");
-    return !started || sigismember(&blocked, SIGSEGV) != 0 ? 9 : endOf(child_);
+    if (!started || sigismember(&blocked, SIGSEGV) != 0 || endOf(child_) != 0) return 1;
+    return (FailingCall("fopen64", EMFILE), ErrMsgReset() || !ErrMsgGetPanicked()) ? 2 : 0;
   });
   EXPECT_TRUE(result.exitedWith(0) && result.out.empty()) << result.status << result.out;
   EXPECT_THAT(readFile(at("localhost%H")), HasSubstr(" new "));
@@ -274,10 +271,9 @@ TEST(HostPerform, RunsACommandFile) {
   std::signal(SIGCHLD, SIG_DFL);
   EXPECT_TRUE(perform().success);
   EXPECT_EQ(readFile(output), "out\nerr\n");
-  const auto remove = [&] { fs::remove(output); };
   failEachCall(perform, {.tolerated = {"readlink", "statx", "waitpid", "close"},
                          .directory = scratch.path(),
-                         .prepare = remove});
+                         .prepare = [&] { fs::remove(output); }});
   failEachCall(perform, {.error = ECHILD, .tolerated = {"readlink", "statx", "close"}});
   EXPECT_EQ(failEachCall(perform, {.tolerated = {"setsid"}, .inChildren = true}),
             (CallNames{"setsid", "execv"}));
@@ -331,22 +327,19 @@ TEST(HostChildren, LibraryReapsItsOwnOnly) {
         wrong += (waitpid(children[i], nullptr, 0) != -1) != (ownOnly && i % 2 == 0);
       }
     }
-    // One that the program has waited for is forgotten: its id may be another's.
+    PidType own = 0;
+    const auto start = [&] { return HostForkServer("/bin/true", nullptr, 0, &own), own; };
     std::signal(SIGCHLD, SIG_DFL);
-    const pid_t former = fork();
-    if (former == 0) _exit(0);
-    hostRememberChild(former);
+    // One that the program has waited for is forgotten: its id may be another's.
+    const pid_t former = start();
     waitpid(former, nullptr, 0);
     HostReapOwnChildrenOnly(1);
     writeFile("/proc/sys/kernel/ns_last_pid", std::to_string(former - 1));
     const pid_t other = fork();
     if (other == 0) _exit(0);
     // One that nobody hears of is reaped with the next one's start.
-    PidType own = 0;
-    const auto start = [&] { HostForkServer("/bin/true", nullptr, 0, &own); };
-    start();
-    end(own), end(other);
-    const pid_t unheard = own;
+    const pid_t unheard = start();
+    end(unheard), end(other);
     start();
     return wrong != 0 || waitpid(other, nullptr, 0) != other || waitpid(unheard, nullptr, 0) != -1;
   };
