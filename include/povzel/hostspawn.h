@@ -2,10 +2,17 @@
 //
 // Any thread may run commands, beside others that do and that wait for children by their ids. The
 // actions of signals are the whole process's: SIGCHLD has its default one, and SIGVTALRM is
-// ignored, from the first command's begin to the last one's end. Then they are back, unchanged, and
-// the handler of SIGCHLD is called if a child has ended meanwhile; where the program ignores it,
-// such children are reaped. Signals that the library ignores then, or from the start (hostfault.h),
-// a command finds as the program had them, a handler as the default action.
+// ignored, from the first command's begin to the last one's end (after HostReapOwnChildrenOnly(1)
+// the fault handler keeps SIGCHLD). Then they are back, unchanged, and the handler of SIGCHLD is
+// called if a child has ended meanwhile; where the program ignores it, such children are reaped. An
+// action that the program has set meanwhile stays. Signals that the library ignores then, or from
+// the start (hostfault.h), a command finds as the program had them, a handler as the default action;
+// what other threads execute meanwhile by other means finds them ignored. The C library's system()
+// that begins during a command and ends after it leaves ignored what the command has ignored, until
+// the next command ends.
+//
+// The calling thread has all signals blocked until the command is done. A command that stops counts
+// as failed, and is then the caller's to continue or to end.
 #pragma once
 
 #include <povzel/povzeltypes.h>

@@ -128,4 +128,7 @@ void hostReapUnheardChildren() {
 void HostReapOwnChildrenOnly(BoolType own) {
   if (own != 0 && !reapsOwnOnly) hostForgetFormerChildren();
   reapsOwnOnly = own != 0;
+  unixIoSparingHandler =
+      own != 0 ? reinterpret_cast<sighandler_t>(reinterpret_cast<void*>(HostFaultHandler))
+               : nullptr;
 }

@@ -11,6 +11,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -108,6 +109,10 @@ void unixIoDropHandlers();
 // In a child before that: drops what is pending of a signal, and the program's handler with it.
 // Signal-safe.
 void unixIoDropPending(int signal);
+
+// A handler of SIGCHLD that takes no command's status, so that it may stay while commands run; null
+// if there is none (unixiosystem.cpp).
+extern std::atomic<sighandler_t> unixIoSparingHandler;
 
 // A signal has another action while this lives; then its former one is back, unchanged. Keeps errno
 // at the end.

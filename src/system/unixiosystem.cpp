@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <iterator>
@@ -14,6 +15,8 @@
 #include <povzel/unixio.h>
 #include "basics/internal.h"
 #include "internal.h"
+
+std::atomic<sighandler_t> unixIoSparingHandler{nullptr};
 
 namespace {
 
@@ -65,33 +68,55 @@ void releaseActions() {
   pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
-// The threads whose commands run are the parent's.
-void releaseActionsInChild() {
-  for (PutAside& action : actions) {
-    if (action.commands > 0) unixIoKernelAction(action.signal, &action.former, nullptr);
-    action.commands = 0;
-  }
-  releaseActions();
+UnixIoKernelAction actionOf(int signal) {
+  UnixIoKernelAction now{};
+  unixIoKernelAction(signal, nullptr, &now);
+  return now;
+}
+
+// Whether the signal has the action that a command has set, and not what the program, or the C
+// library's own commands, have set since.
+bool isMeanwhile(const PutAside& action) {
+  const UnixIoKernelAction now = actionOf(action.signal);
+  return now.handler == action.meanwhile && (now.flags & unixIoInPlace) != 0;
+}
+
+// A program that ignores the signal itself, and a handler that leaves commands alone, go on.
+bool mayStay(const PutAside& action) {
+  const sighandler_t handler = action.former.handler;
+  if (action.meanwhile == SIG_IGN) return handler == SIG_IGN;
+  return handler != SIG_DFL && handler == unixIoSparingHandler;
 }
 
 void putAside(PutAside& action) {
-  UnixIoKernelAction now{};
-  unixIoKernelAction(action.signal, nullptr, &now);
-  if (action.commands++ == 0) action.former = now;
-  if (now.handler == SIG_IGN && action.meanwhile == SIG_IGN) return;
+  ++action.commands;
+  if (isMeanwhile(action)) return;
+  action.former = actionOf(action.signal);
+  if (mayStay(action)) return;
   UnixIoKernelAction meanwhile = unixIoIgnoreInPlace;
   meanwhile.handler = action.meanwhile;
   unixIoKernelAction(action.signal, &meanwhile, nullptr);
 }
 
 void putBack(PutAside& action, bool installed) {
-  if (action.commands == 0 || --action.commands > 0) return;
+  if (action.commands == 0 || --action.commands > 0 || !isMeanwhile(action)) return;
   const sighandler_t handler = action.former.handler;
   if (installed && handler != SIG_DFL && handler != SIG_IGN) {
     UNIXIO_DO_SIGNAL(action.signal, unixIoActionAsHandler(handler), nullptr);
   } else {
     unixIoKernelAction(action.signal, &action.former, nullptr);
   }
+}
+
+// The threads whose commands run are the parent's.
+void releaseActionsInChild() {
+  for (PutAside& action : actions) {
+    if (action.commands > 0 && isMeanwhile(action)) {
+      unixIoKernelAction(action.signal, &action.former, nullptr);
+    }
+    action.commands = 0;
+  }
+  releaseActions();
 }
 
 void putActionsAside(const UnixIoCommand& command) {

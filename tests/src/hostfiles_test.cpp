@@ -1,5 +1,6 @@
 #include <povzel/hostfiles.h>
 
+#include <povzel/hostfault.h>
 #include <povzel/hostlimits.h>
 #include <povzel/hostspawn.h>
 #include <povzel/hostterminal.h>
@@ -365,6 +366,28 @@ TEST(HostSpawn, ResultsActionsAndShells) {
   EXPECT_EQ(child.out, "-i\n");
   const FailingCall reapedElsewhere("waitpid", ECHILD);
   EXPECT_TRUE(HostSpawn("exit 1"));
+}
+
+TEST(HostSpawn, LeavesActionsThatAreSetMeanwhile) {
+  const ChildResult child = inChild([] {
+    HostReapOwnChildrenOnly(1);
+    HostInstallFaultHandler(nullptr, nullptr);
+    for (const char* pipe : {"begun", "end"}) mkfifo(pipe, 0600);
+    std::signal(SIGTTIN, SIG_IGN);
+    std::thread command(HostSpawn, "echo >begun; cat end");
+    readFile("begun");
+    std::signal(SIGINT, [](int) {});
+    std::signal(SIGTTIN, SIG_DFL);
+    struct sigaction ofChildren;
+    sigaction(SIGCHLD, nullptr, &ofChildren);
+    writeFile("end", "");
+    command.join();
+    return (std::signal(SIGINT, SIG_DFL) != SIG_DFL) +
+           2 * (std::signal(SIGTTOU, SIG_DFL) == SIG_DFL) +
+           4 * (std::signal(SIGTTIN, SIG_DFL) == SIG_DFL) +
+           8 * (ofChildren.sa_sigaction == HostFaultHandler);
+  });
+  EXPECT_EQ(exitCode(child), 15);
 }
 
 }  // namespace
