@@ -6,10 +6,10 @@
 // the fault handler keeps SIGCHLD). Then they are back, unchanged, and the handler of SIGCHLD is
 // called if a child has ended meanwhile; where the program ignores it, such children are reaped. An
 // action that the program has set meanwhile stays. Signals that the library ignores then, or from
-// the start (hostfault.h), a command finds as the program had them, a handler as the default action;
-// what other threads execute meanwhile by other means finds them ignored. The C library's system()
-// that begins during a command and ends after it leaves ignored what the command has ignored, until
-// the next command ends.
+// the start (hostfault.h), a command finds as the program had them, a handler as the default
+// action; what other threads execute meanwhile by other means finds them ignored. The C library's
+// system() that begins during a command and ends after it leaves ignored what the command has
+// ignored, until the next command ends.
 //
 // The calling thread has all signals blocked until the command is done. A command that stops counts
 // as failed, and is then the caller's to continue or to end.
