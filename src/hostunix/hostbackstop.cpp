@@ -6,13 +6,18 @@
 // start, and a timer's signals would cut short what the exit handlers sleep and wait for. Its code
 // makes its own system calls, because errno and all that is a thread's own it shares with the
 // other.
+//
+// Once another thread waits for that end itself, the two may wait for each other in any way: then a
+// join, a condition or a semaphore counts as a lock does.
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <ctime>
 
 #include "internal.h"
@@ -22,9 +27,11 @@ namespace {
 constexpr int patience = 5;  // seconds
 
 std::atomic<pid_t> watchedProcess = 0;
+std::atomic<pid_t> watchedThread = 0;  // 0: none, and the watcher rests
+std::atomic<bool> isAwaited = false;
 std::atomic<int> endStatus = 0;
 
-// What the kernel tells of the thread that ends the process: the call it stands in.
+// What the kernel tells of the watched thread: the call it stands in.
 SafeLine watchedFile;
 using CallLine = char[160];
 CallLine lines[2];  // now and a second ago
@@ -37,13 +44,20 @@ long systemCall(long number, long first, const void* second = nullptr, long thir
   long result;
   asm volatile("int $0x80"
                : "=a"(result)
-               : "0"(number), "b"(first), "c"(second), "d"(third)
+               : "0"(number), "b"(first), "c"(second), "d"(third), "S"(0)
                : "memory");
   return result;
 }
 
+long futexOnWatched(long operation, long value) {
+  return systemCall(SYS_futex, reinterpret_cast<long>(&watchedThread),
+                    reinterpret_cast<const void*>(operation), value);
+}
+
 void readCall(CallLine& line) {
   line[0] = '\0';
+  hostSafeFormat(watchedFile, sizeof watchedFile, "/proc/self/task/%d/syscall",
+                 watchedThread.load());
   const long file = systemCall(SYS_open, reinterpret_cast<long>(watchedFile),
                                reinterpret_cast<const void*>(O_RDONLY | O_CLOEXEC));
   if (file < 0) return;
@@ -65,37 +79,119 @@ const char* after(const char* text, const char* word) {
   return text;
 }
 
+// Returns where the next field begins, or the end of the line.
+const char* nextField(const char* text) {
+  while (*text != ' ' && *text != '\0') ++text;
+  return *text == ' ' ? text + 1 : text;
+}
+
+std::uintptr_t hexNumber(const char* text) {
+  std::uintptr_t value = 0;
+  if (after(text, "0x") == nullptr) return 0;
+  for (text += 2; *text != ' ' && *text != '\0' && *text != '\n'; ++text) {
+    value = value * 16 + static_cast<unsigned>(*text <= '9' ? *text - '0' : *text - 'a' + 10);
+  }
+  return value;
+}
+
+// Whether the call was made through the C library's `syscall`, as the waits of latches and atomics
+// are. Its return address is on top of the stack, or under what the kernel's entry has pushed. The
+// thread stands still, so that its stack may be read.
+bool isByOwnCall(const char* arguments) {
+  for (int skipped = 0; skipped < 6; ++skipped) arguments = nextField(arguments);
+  const std::uintptr_t stackPointer = hexNumber(arguments);
+  if (stackPointer == 0 || stackPointer % sizeof stackPointer != 0) return false;
+  const auto* words = reinterpret_cast<const std::uintptr_t*>(stackPointer);
+  constexpr std::uintptr_t length = 128;  // at most, of that function
+  const auto function = reinterpret_cast<std::uintptr_t>(&syscall);
+  return words[0] - function < length || words[3] - function < length;
+}
+
 // The C library's locks are waited for by FUTEX_WAIT, the private kind or not, with the value 2.
 // Joining, conditions and semaphores go by FUTEX_WAIT_BITSET.
-bool isWaitForLock(const char* line) {
+bool isWaitThatCounts(const char* line) {
   const char* arguments = after(line, "240 ");
   if (arguments == nullptr) arguments = after(line, "422 ");  // with times of 64 bits
   if (arguments == nullptr) return false;
-  while (*arguments != ' ' && *arguments != '\0') ++arguments;
-  return after(arguments, " 0x80 0x2 ") != nullptr || after(arguments, " 0x0 0x2 ") != nullptr;
+  if (isAwaited) return true;
+  const char* operation = nextField(arguments);
+  return (after(operation, "0x80 0x2 ") != nullptr || after(operation, "0x0 0x2 ") != nullptr) &&
+         !isByOwnCall(arguments);
 }
 
 int watch(void* /*unused*/) {
   int seconds = 0;
   for (unsigned now = 0;; now ^= 1) {
+    while (watchedThread == 0) futexOnWatched(FUTEX_WAIT_PRIVATE, 0);
     systemCall(SYS_nanosleep, reinterpret_cast<long>(&tick));
     readCall(lines[now]);
-    const bool stands = isWaitForLock(lines[now]) && isSame(lines[now], lines[now ^ 1]);
+    const bool stands = isSame(lines[now], lines[now ^ 1]) && isWaitThatCounts(lines[now]);
     seconds = stands ? seconds + 1 : 0;
     if (seconds == patience) systemCall(SYS_exit_group, endStatus);
   }
+}
+
+void startWatcher() {
+  const pid_t process = getpid();
+  if (watchedProcess.exchange(process) == process) {
+    futexOnWatched(FUTEX_WAKE_PRIVATE, 1);
+    return;
+  }
+  // Before exec or the end of the process nobody needs the stack back.
+  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
+  const int thread = clone(
+      watch, watcherStack + sizeof watcherStack,
+      CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr);
+  if (thread < 0) watchedProcess = 0;
+}
+
+// What a child has of its parent's watch is no watch.
+bool isWatched() {
+  return watchedProcess == getpid() && watchedThread != 0;
+}
+
+// Unless it is watched already.
+void watchOwner(pid_t owner) {
+  if (isWatched()) return;
+  watchedThread = owner;
+  startWatcher();
 }
 
 }  // namespace
 
 void hostArmBackstop(int status) {
   const ErrnoKeeper keeper;
+  if (!isWatched()) isAwaited = false;
   endStatus = status;
-  const pid_t process = getpid();
-  if (watchedProcess.exchange(process) == process) return;
-  hostSafeFormat(watchedFile, sizeof watchedFile, "/proc/self/task/%d/syscall", gettid());
-  // Before exec or the end of the process nobody needs the stack back.
-  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
-  clone(watch, watcherStack + sizeof watcherStack,
-        CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr);
+  watchedThread = gettid();
+  startWatcher();
+}
+
+void hostDisarmBackstop() {
+  isAwaited = false;
+  watchedThread = 0;
+}
+
+void hostWatchExit(pid_t owner, int status) {
+  const ErrnoKeeper keeper;
+  if (isWatched()) return;
+  isAwaited = false;
+  endStatus = status;
+  watchOwner(owner);
+}
+
+void hostWatchExitAwaited(pid_t owner, int status) {
+  const ErrnoKeeper keeper;
+  if (!isWatched() || !isAwaited.exchange(true)) endStatus = status;
+  isAwaited = true;
+  watchOwner(owner);
+}
+
+BackstopMoved::BackstopMoved(pid_t to) : to_(to) {
+  pid_t self = gettid();
+  isMoved_ = watchedThread.compare_exchange_strong(self, to);
+}
+
+BackstopMoved::~BackstopMoved() {
+  if (isMoved_) watchedThread.compare_exchange_strong(to_, gettid());
 }

@@ -7,6 +7,8 @@
 #include <povzel/hostfault.h>
 
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -26,11 +28,7 @@ namespace {
 constexpr int recursion = 3;  // that many SIGSEGVs of a thread, each inside the one before
 constexpr int nestedFaultExitStatus = 2;
 
-// A fault signal, illegal instruction or abort that was not raised by the hardware: nobody can say
-// what it means, so it counts as a broken guarantee.
-void reportSentSignal(const SignalEvent& event) {
-  if (event.info != nullptr && !event.wasSent()) return;
-  if (noHalt == 0) hostBeginFatalEnd(event);
+void printSentSignal(const SignalEvent& event) {
   if (event.info == nullptr) {
     hostSafePrint(
         "TV signal handler: signal %d (%s), received with incomplete or invalid args.  "
@@ -42,9 +40,23 @@ void reportSentSignal(const SignalEvent& event) {
         "  si_code: %d, %s\n",
         event.signal, hostSignalName(event.signal), event.info->si_pid,
         static_cast<int>(event.info->si_uid), event.info->si_code, hostSiCodeText(event.info));
+  }
+}
+
+// A fault signal, illegal instruction or abort that was not raised by the hardware: nobody can say
+// what it means, so it counts as a broken guarantee.
+void reportSentSignal(const SignalEvent& event) {
+  if (event.info != nullptr && !event.wasSent()) return;
+  if (noHalt == 0) {
+    hostBeginFatalEnd(event, printSentSignal);
+  } else {
+    printSentSignal(event);
+  }
+  if (event.info != nullptr) {
     hostObeyExitOnFault(event.signal);
     hostEndInBrokenHeap(event);
   }
+  const ReportsInHandler withoutLocks;
   const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   utlGuaranteeFailed("src/hostunix", __LINE__);
 }
@@ -67,8 +79,7 @@ bool resumeAfterGuardPage(const SignalEvent& event) {
 }
 
 // A handler at work on a signal that may be handed on. Its thread alone reads more than `thread`. A
-// thread_local would ask the loader for room that the static block of a process with many libraries
-// no longer has.
+// thread_local would allocate where a thread first uses it.
 struct RunningHandler {
   std::atomic<pid_t> thread;  // 0: the place is free
   pthread_t self;             // differs in another thread that got the same number later
@@ -76,7 +87,10 @@ struct RunningHandler {
   bool onSignalStack;
   int signal;
   const siginfo_t* info;
+  const unsigned* serialInFrame;  // holds `serial` as long as the frame is there
+  unsigned serial;
 };
+std::atomic<unsigned> lastSerial = 0;
 RunningHandler runningHandlers[64];
 
 // The library's share of segvInProgressCount in the low half, and how often it has changed in the
@@ -124,28 +138,31 @@ struct Interrupted {
   bool onSignalStack;
 };
 
-// The kernel's flags tell whether there is a signal stack, not whether it is in use.
-bool isOnSignalStack(const ucontext_t* context, std::uintptr_t address) {
-  if (context == nullptr || (context->uc_stack.ss_flags & SS_DISABLE) != 0) return false;
-  const auto first = reinterpret_cast<std::uintptr_t>(context->uc_stack.ss_sp);
-  return address >= first && address - first <= context->uc_stack.ss_size;
-}
-
 Interrupted interruptedBy(const SignalEvent& event, std::uintptr_t frame) {
   if (event.context == nullptr) return {frame, false};
   const auto pointer = static_cast<std::uintptr_t>(event.context->uc_mcontext.gregs[REG_ESP]);
-  return {pointer, isOnSignalStack(event.context, pointer)};
+  return {pointer, hostIsOnSignalStack(event.context, pointer)};
+}
+
+// What was called since may lie over a frame that was left. Where the system does not let a process
+// read itself in this way, the frame counts as there.
+bool isOverwritten(const RunningHandler& handler) {
+  unsigned found = handler.serial;
+  const iovec here{&found, sizeof found};
+  const iovec there{const_cast<unsigned*>(handler.serialInFrame), sizeof found};
+  const long length = syscall(SYS_process_vm_readv, getpid(), &here, 1, &there, 1, 0);
+  return found != handler.serial || (length == -1 && errno == EFAULT);
 }
 
 // Whether siglongjmp has left a handler of this thread: the interrupted code runs where its frame
-// was, or no longer on the signal stack. One that the signal has come back from, by way of the
-// earlier handler, is further up on the same stack.
+// was, or has written over it, or runs no longer on the signal stack. One that the signal has come
+// back from, by way of the earlier handler, is further up on the same stack.
 bool wasLeft(const RunningHandler& handler, const SignalEvent& event, std::uintptr_t frame) {
   if (handler.self != pthread_self()) return true;
   if (event.received != nullptr && handler.info == event.received) return handler.frame <= frame;
   const Interrupted interrupted = interruptedBy(event, frame);
   if (handler.onSignalStack != interrupted.onSignalStack) return handler.onSignalStack;
-  return handler.frame <= interrupted.stackPointer;
+  return handler.frame <= interrupted.stackPointer || isOverwritten(handler);
 }
 
 // Where a handler runs, and the ones of the same thread that it has interrupted.
@@ -202,9 +219,11 @@ class HandlerRun {
     if (place_ == nullptr) return;
     place_->self = pthread_self();
     place_->frame = frame_;
-    place_->onSignalStack = isOnSignalStack(event.context, frame_);
+    place_->onSignalStack = hostIsOnSignalStack(event.context, frame_);
     place_->signal = event.signal;
     place_->info = event.received;
+    place_->serialInFrame = &serial_;
+    place_->serial = serial_;
   }
 
   RunningHandler* takeFreePlace() const {
@@ -231,10 +250,24 @@ class HandlerRun {
   const pid_t thread_;
   const std::uintptr_t frame_;
   const int signal_;
+  const unsigned serial_ = ++lastSerial;
   RunningHandler* place_ = nullptr;
   int segvDepth_ = 0;
   bool cameBack_ = false;
 };
+
+void chain(const SignalEvent& event) {
+  const HandlerRun run(event, __builtin_frame_address(0));
+  if (!run.cameBack()) hostChain(event);
+}
+
+// The earlier handler may hand the signal back, and is not called again then.
+void terminate(const SignalEvent& event) {
+  const HandlerRun run(event, __builtin_frame_address(0));
+  SignalEvent chained = event;
+  chained.handedBack = run.cameBack();
+  hostTerminate(chained);
+}
 
 void printStacksOnRequest() {
   HostSignalSafePrint("\n\nSignal SIGUSR1 received printingStack ...");
@@ -250,6 +283,38 @@ void chainOrEnd(const SignalEvent& event) {
   if (!hostChain(chained)) hostEndByUnhandledSignal(chained);
 }
 
+void handle(const SignalEvent& event) {
+  if (event.isHardwareSignal()) {
+    if (event.wasSent() && event.info->si_pid != getpid() && hostExitGoesOnElsewhere()) {
+      return hostReportDuringExit(event, printSentSignal);
+    }
+    reportSentSignal(event);
+    hostObeyExitOnFault(event.signal);
+  }
+  switch (event.signal) {
+    case SIGTERM:
+      HostIncrementSigTerm();
+      hostTerminate(event);
+      return;
+    case SIGXCPU:
+      terminate(event);
+      return;
+    case SIGCHLD:
+      hostReapChildren();
+      return;
+    case SIGHUP:
+      chain(event);
+      return;
+    case SIGUSR1:
+      printStacksOnRequest();
+      chain(event);
+      return;
+    default:
+      chainOrEnd(event);
+      return;
+  }
+}
+
 }  // namespace
 
 void HostFaultHandler(int sig, siginfo_t* info, void* context) {
@@ -259,32 +324,7 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
                          info->si_signo == sig;
   const SignalEvent event{sig, validInfo ? info : nullptr, info, static_cast<ucontext_t*>(context)};
 
-  if (event.isHardwareSignal()) {
-    if (event.wasSent() && info->si_pid != getpid() && hostExitGoesOnElsewhere()) return;
-    reportSentSignal(event);
-    if (resumeAfterGuardPage(event)) return;
-    hostObeyExitOnFault(sig);
-  }
-  switch (sig) {
-    case SIGTERM:
-      HostIncrementSigTerm();
-      hostTerminate(event);
-      return;
-    case SIGXCPU:
-      hostTerminate(event);
-      return;
-    case SIGCHLD:
-      hostReapChildren();
-      return;
-    case SIGHUP:
-      hostChain(event);
-      return;
-    case SIGUSR1:
-      printStacksOnRequest();
-      hostChain(event);
-      return;
-    default:
-      chainOrEnd(event);
-      return;
-  }
+  if (resumeAfterGuardPage(event)) return;
+  if (hostChainsOnSignalStack(event)) return handle(event);
+  hostOnInterruptedStack(event, handle);
 }

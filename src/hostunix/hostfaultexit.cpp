@@ -9,14 +9,16 @@
 // other, and what waits for a lock that was interrupted is cut off (hostbackstop.cpp).
 #include <povzel/hostfault.h>
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 
-#include <povzel/atomics.h>
 #include <povzel/errmsg.h>
 #include <povzel/hostcore.h>
 #include <povzel/hostsafeprint.h>
@@ -56,14 +58,19 @@ PostponedExit postponed;
 std::atomic_flag postponedTaken;  // by who fills or reads it
 
 std::atomic<pid_t> endingThread{0};
+std::atomic<pid_t> reportingThreads[8];  // by ReportsInHandler
+std::atomic<pid_t> reportedProcess{0};   // has had a report
 
 // How the end began, and whether a fault of its own came on top.
-int firstEndStatus = 0;
-bool interruptsCLibrary = false;
-bool endsAgain = false;
+struct End {
+  int status = 0;
+  bool interruptsCLibrary = false;
+  bool again = false;
+};
+End end;
 
 constexpr int faultExitStatus = 1;
-constexpr int coreExitStatus = 3;
+constexpr int coreExitStatus = utlFatalStatus;
 constexpr int childErrorExitStatus = 4;
 
 // The core exit of these is never postponed: the program cannot go on.
@@ -71,9 +78,40 @@ bool endsAtOnce(const SignalEvent& event) {
   return event.isHardwareSignal() || event.signal == SIGTRAP || event.signal == SIGFPE;
 }
 
-void noteEnd(int status, const SignalEvent& event) {
-  firstEndStatus = status;
-  interruptsCLibrary = hostIsInCLibrary(event);
+bool isFirstReport() {
+  const pid_t process = getpid();
+  return reportedProcess.exchange(process) != process;
+}
+
+// What the application does is its own: an abort in there is reported like any other.
+class ApplicationRuns {
+ public:
+  ApplicationRuns() : ending_(endingThread == gettid() ? endingThread.exchange(0) : 0) {}
+  ~ApplicationRuns() {
+    if (ending_ != 0) endingThread = ending_;
+  }
+  ApplicationRuns(const ApplicationRuns&) = delete;
+  ApplicationRuns& operator=(const ApplicationRuns&) = delete;
+
+ private:
+  const SignalMask faultsReachUs_{SIG_UNBLOCK, unixIoFaultSignals()};
+  const pid_t ending_;
+};
+
+// The earlier handler may leave for good by siglongjmp, and the program goes on: what this end has
+// taken is given up for the call. Meanwhile another thread may end the process.
+void callEarlierHandler(const SignalEvent& event, int status) {
+  if (!hostHasEarlierHandler(event)) return;
+  const ApplicationRuns applicationRuns;
+  if (end.again) return hostCallEarlierHandler(event);
+  const End thisEnd = end;
+  hostDisarmBackstop();
+  reportedProcess = 0;
+  utlReleaseExit();
+  hostCallEarlierHandler(event);
+  if (!utlClaimExit()) utlAwaitExit(status);
+  end = thisEnd;
+  hostArmBackstop(status);
 }
 
 // By the C library, which aborts where it finds its heap broken, or by the program.
@@ -82,11 +120,11 @@ bool isOwnAbort(const SignalEvent& event) {
 }
 
 void quietExit(int code, const SignalEvent& event) {
-  if (!utlClaimExit()) utlAwaitExit();
+  if (!utlClaimExit()) utlAwaitExit(code);
   delaySigExit = nullptr;
   hostArmBackstop(code);
   hostFlushApplicationFiles();
-  if (event.signal != SIGTERM) hostCallEarlierHandler(event);
+  if (event.signal != SIGTERM) callEarlierHandler(event, code);
   UtlExit(code);
 }
 
@@ -94,34 +132,82 @@ void coreExit(int explicitlyRequested, const SignalEvent& event) {
   if (!utlClaimExit()) utlAwaitExit();
   delaySigExit = nullptr;
   hostArmBackstop(coreExitStatus);
-  const pid_t inHandler = endingThread.exchange(0);  // what that handler does is its own
-  hostCallEarlierHandler(event);
-  endingThread = inHandler;
+  callEarlierHandler(event, coreExitStatus);
   HostCoredump(explicitlyRequested);
   endingThread = 0;
   HostSignalSafePrint("\n");
   UtlExit(coreExitStatus);
 }
 
-// Of threads that postpone an exit at the same time one fills the record, and all tell the
-// application.
+// Holds the record, with all signals blocked.
+class PostponedAccess {
+ public:
+  PostponedAccess() {
+    while (postponedTaken.test_and_set()) sched_yield();
+  }
+  ~PostponedAccess() { postponedTaken.clear(); }
+  PostponedAccess(const PostponedAccess&) = delete;
+  PostponedAccess& operator=(const PostponedAccess&) = delete;
+
+ private:
+  const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
+};
+
+void keepPostponed(ExitFunction exitfunc, int code, const SignalEvent& event) {
+  const PostponedAccess access;
+  postponed.exitfunc = exitfunc;
+  postponed.code = code;
+  postponed.signal = event.signal;
+  postponed.hasInfo = event.info != nullptr;
+  postponed.hasContext = event.context != nullptr;
+  if (postponed.hasInfo) postponed.info = *event.info;
+  if (postponed.hasContext) {
+    postponed.context = *event.context;
+    postponed.context.uc_mcontext.fpregs = nullptr;  // lies in the frame that goes away
+  }
+}
+
 void postpone(HostSigExitHandlerType postponeExit, ExitFunction exitfunc, int code,
               const SignalEvent& event) {
-  if (!postponedTaken.test_and_set()) {
-    postponed.exitfunc = exitfunc;
-    postponed.code = code;
-    postponed.signal = event.signal;
-    postponed.hasInfo = event.info != nullptr;
-    postponed.hasContext = event.context != nullptr;
-    if (postponed.hasInfo) postponed.info = *event.info;
-    if (postponed.hasContext) {
-      postponed.context = *event.context;
-      postponed.context.uc_mcontext.fpregs = nullptr;  // lies in the frame that goes away
-    }
-    postponedTaken.clear();
-  }
-  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  keepPostponed(exitfunc, code, event);
+  const ApplicationRuns applicationRuns;
   postponeExit();
+}
+
+bool isGone(pid_t thread) {
+  const ErrnoKeeper keeper;
+  return tgkill(getpid(), thread, 0) != 0;
+}
+
+// By the call that conditions are waited for with, because a callback may take its time.
+void awaitCallback(BoolType& running, pid_t runner) {
+  const ErrnoKeeper keeper;
+  const BackstopMoved moved(runner);
+  syscall(SYS_futex, &running, FUTEX_WAIT_BITSET_PRIVATE, runner, nullptr, nullptr,
+          FUTEX_BITSET_MATCH_ANY);
+}
+
+// Makes `running` the calling thread. Returns false if it is already. A thread that is gone, or was
+// the parent's, does not count.
+bool beginCallback(BoolType& running) {
+  const std::atomic_ref word(running);
+  const pid_t self = gettid();
+  for (;;) {
+    pid_t runner = 0;
+    if (word.compare_exchange_strong(runner, self)) return true;
+    if (runner == self) return false;
+    if (isGone(runner)) {
+      if (word.compare_exchange_strong(runner, self)) return true;
+    } else {
+      awaitCallback(running, runner);
+    }
+  }
+}
+
+void endCallback(BoolType& running) {
+  const ErrnoKeeper keeper;
+  std::atomic_ref(running).store(0);
+  syscall(SYS_futex, &running, FUTEX_WAKE_PRIVATE, INT_MAX);
 }
 
 // The C library ran out of memory below us: there is none for a fork either, so no stack is
@@ -184,10 +270,12 @@ BoolType HostGetFatalErr() {
 // Callbacks
 
 void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
-  if (callback == nullptr || HostAsmSyncOr(&running, 1) != 0) return;
-  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
-  callback();
-  HostAsmSyncAnd(&running, 0);
+  if (callback == nullptr || !beginCallback(running)) return;
+  {
+    const ApplicationRuns applicationRuns;
+    callback();
+  }
+  endCallback(running);
 }
 
 void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
@@ -202,7 +290,7 @@ void hostFlushApplicationFiles() {
 
 void hostShutDownApplication() {
   if (shutdownFct == nullptr) return;
-  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  const ApplicationRuns applicationRuns;
   shutdownFct();
 }
 
@@ -214,26 +302,59 @@ void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncType function) {
 // Ends
 
 bool hostEndsInHandler() {
-  return endingThread.load() == gettid();
+  const pid_t self = gettid();
+  if (endingThread == self) return true;
+  for (const auto& thread : reportingThreads) {
+    if (thread == self) return true;
+  }
+  return false;
+}
+
+ReportsInHandler::ReportsInHandler() {
+  for (auto& thread : reportingThreads) {
+    pid_t nobody = 0;
+    if (!thread.compare_exchange_strong(nobody, gettid())) continue;
+    place_ = &thread;
+    return;
+  }
+}
+
+ReportsInHandler::~ReportsInHandler() {
+  if (place_ != nullptr) *place_ = 0;
 }
 
 bool hostExitGoesOnElsewhere() {
   return utlExitIsClaimed() && !utlClaimExit();
 }
 
-void hostBeginFatalEnd(const SignalEvent& event) {
+void hostBeginFatalEnd(const SignalEvent& event, HostReport report) {
   // What this end itself does is beyond repair: a report would only abort again.
-  if (event.signal == SIGABRT && hostEndsInHandler()) hostAbortProcess();
-  endsAgain = utlExitIsClaimed();
-  if (!utlClaimExit()) utlAwaitExit();
-  if (!endsAgain) noteEnd(coreExitStatus, event);
+  if (event.signal == SIGABRT && endingThread == gettid()) hostAbortProcess();
+  const bool again = utlExitIsClaimed();
+  const bool isOurs = utlClaimExit();
+  const bool reports = isFirstReport() || (again && isOurs);
+  if (!isOurs) {
+    if (reports) report(event);
+    utlAwaitExit(coreExitStatus);
+  }
+  if (again && isOurs) {
+    end.again = true;
+  } else {
+    end = {coreExitStatus, hostIsInCLibrary(event)};
+  }
   endingThread = gettid();
   hostArmBackstop(coreExitStatus);
+  if (isOurs && reports) report(event);
+}
+
+void hostReportDuringExit(const SignalEvent& event, HostReport report) {
+  const pid_t owner = utlExitOwner();
+  if (owner != 0) hostWatchExit(owner, utlExitStatus());
+  if (isFirstReport()) report(event);
 }
 
 void hostEndInBrokenHeap(const SignalEvent& event) {
-  if (!endsAgain || !interruptsCLibrary) return;
-  if (isOwnAbort(event) || hostIsInCLibrary(event)) _exit(firstEndStatus);
+  if (end.again && end.interruptsCLibrary && isOwnAbort(event)) _exit(end.status);
 }
 
 void hostTerminate(const SignalEvent& event) {
@@ -245,12 +366,13 @@ void hostTerminate(const SignalEvent& event) {
                   event.signal, text, hostHandlerTime(), pthread_self());
   }
   HostFatalErr = 1;
-  if (utlExitIsClaimed()) return;
+  const pid_t owner = utlExitOwner();
+  if (owner != 0) return hostWatchExit(owner, utlExitStatus());
   const HostSigExitHandlerType postponeExit = delaySigExit;
   if (postponeExit != nullptr) {
     postpone(postponeExit, quietExit, 0, event);
   } else if (utlClaimExit()) {
-    noteEnd(0, event);
+    end = {0, hostIsInCLibrary(event)};
     quietExit(0, event);
   }
 }
@@ -258,9 +380,14 @@ void hostTerminate(const SignalEvent& event) {
 void hostEndByUnhandledSignal(const SignalEvent& event) {
   const bool atOnce = endsAtOnce(event);
   const HostSigExitHandlerType postponeExit = atOnce ? nullptr : delaySigExit.load();
-  if (!atOnce && hostExitGoesOnElsewhere()) return;
-  if (postponeExit == nullptr) hostBeginFatalEnd(event);
-  hostReportUnhandledSignal(event);
+  if (!atOnce && hostExitGoesOnElsewhere()) {
+    return hostReportDuringExit(event, hostReportUnhandledSignal);
+  }
+  if (postponeExit == nullptr) {
+    hostBeginFatalEnd(event, hostReportUnhandledSignal);
+  } else {
+    hostReportUnhandledSignal(event);
+  }
   hostEndInBrokenHeap(event);
   if (event.info != nullptr && event.info->si_errno == ENOMEM) abortWithoutMemory();
   const int explicitlyRequested = event.signal == SIGQUIT;
@@ -273,7 +400,7 @@ void hostEndByUnhandledSignal(const SignalEvent& event) {
 
 void hostEndUnableToReap(int error) {
   hostSafePrint("handleChild: peculiar wait3 errno = %d\n", error);
-  if (!utlClaimExit()) utlAwaitExit();
+  if (!utlClaimExit()) utlAwaitExit(childErrorExitStatus);
   hostArmBackstop(childErrorExitStatus);
   UtlExit(childErrorExitStatus);
 }
@@ -292,9 +419,12 @@ void HostDelaySigExit(HostSigExitHandlerType postponeExit, HostSigExitHandlerTyp
 }
 
 void HostDoSigExit() {
-  while (postponedTaken.test_and_set()) sched_yield();
-  PostponedExit exit = postponed;
-  postponedTaken.clear();
+  PostponedExit exit;
+  {
+    const PostponedAccess access;
+    exit = postponed;
+  }
+  end = {.again = utlExitIsClaimed()};
   if (exit.exitfunc != nullptr) {
     siginfo_t* info = exit.hasInfo ? &exit.info : nullptr;
     const SignalEvent event{exit.signal, info, info, exit.hasContext ? &exit.context : nullptr};

@@ -83,6 +83,13 @@ struct sigaction* rememberedHandler(const SignalEvent& event) {
   return action;
 }
 
+// What hostChain hands the signal to; null where it ends the process.
+struct sigaction* chainedHandler(const SignalEvent& event) {
+  if (event.signal == SIGABRT) return nullptr;
+  if (event.isHardwareSignal() && ownCode.holds(hostProgramCounter(event.context))) return nullptr;
+  return rememberedHandler(event);
+}
+
 void callHandler(const struct sigaction& action, const SignalEvent& event) {
   if ((action.sa_flags & SA_SIGINFO) != 0) {
     action.sa_sigaction(event.signal, event.received, event.context);
@@ -156,19 +163,24 @@ bool hostIsInCLibrary(const SignalEvent& event) {
   return cLibraryCode.holds(hostProgramCounter(event.context));
 }
 
+bool hostHasEarlierHandler(const SignalEvent& event) {
+  return rememberedHandler(event) != nullptr;
+}
+
+bool hostChainsOnSignalStack(const SignalEvent& event) {
+  const struct sigaction* earlier = chainedHandler(event);
+  return earlier != nullptr && (earlier->sa_flags & SA_ONSTACK) != 0;
+}
+
 void hostCallEarlierHandler(const SignalEvent& event) {
   const struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return;
-  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   callHandler(*earlier, event);
 }
 
 bool hostChain(const SignalEvent& event) {
-  if (event.signal == SIGABRT) return false;
-  struct sigaction* earlier = rememberedHandler(event);
+  struct sigaction* earlier = chainedHandler(event);
   if (earlier == nullptr) return false;
-  if (event.isHardwareSignal() && ownCode.holds(hostProgramCounter(event.context))) return false;
-
   const struct sigaction action = *earlier;
   sigset_t mask = action.sa_mask;
   if ((action.sa_flags & SA_NODEFER) == 0) sigaddset(&mask, event.signal);

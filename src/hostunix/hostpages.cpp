@@ -1,14 +1,14 @@
 // Guarded pages.
 //
 // hostHandleGuardPageAccess and hostPageWasOpened run in signal handlers and are signal-safe but
-// for the pages' own handlers: they call mprotect, sched_yield and gettid, bare system calls. So do
-// the calls that unprotect. HostProtectPage reports its failures through the catalogue.
+// for the pages' own handlers: they call mprotect, sched_yield, getpid and gettid, bare system
+// calls. So do the calls that unprotect. HostProtectPage reports its failures through the
+// catalogue.
 //
 // A slot and its page change together, under a lock; slots are read without it, so that a page's
 // handler may guard and unguard pages, and several threads may be in it at once.
 #include <povzel/hostpages.h>
 
-#include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -33,6 +33,10 @@ static_assert(Slot::is_always_lock_free);
 
 Slot protectedPages[HostMaxProtectedPages];
 
+// How often each slot was filled: what a page's handler has answered for is opened, not what was
+// guarded anew meanwhile.
+std::atomic<unsigned> fillings[HostMaxProtectedPages];
+
 // Read outside any handler; HostProtectPage always comes before a page can fault.
 std::atomic<std::size_t> pageSize = 0;
 
@@ -51,45 +55,29 @@ constexpr unsigned threadShift = 42;
 constexpr unsigned pageShift = 22;
 static_assert(pageNumbers <= std::uint64_t{1} << (threadShift - pageShift));
 
-// Spins, because a handler may wait for it. Nothing faults under it.
-std::atomic_flag slotsTaken;
+// The process whose thread changes the slots, 0 for none. A child takes it from its parent: the
+// slots are whole at any moment.
+std::atomic<pid_t> slotsHolder = 0;
 
-void takeSlots() {
-  while (slotsTaken.test_and_set(std::memory_order_acquire)) sched_yield();
-}
-
-void leaveSlots() {
-  slotsTaken.clear(std::memory_order_release);
-}
-
-// Holds the lock. No handler runs on this thread meanwhile, which might need it itself.
+// Holds the lock. Spins, because a handler may wait for it. Nothing faults under it, and no handler
+// runs on this thread meanwhile, which might need it itself.
 class SlotsAccess {
  public:
-  SlotsAccess() { takeSlots(); }
-  ~SlotsAccess() { leaveSlots(); }
+  SlotsAccess() {
+    const pid_t process = getpid();
+    for (pid_t holder = 0; !slotsHolder.compare_exchange_weak(holder, process);) {
+      if (holder != process) continue;
+      sched_yield();
+      holder = 0;
+    }
+  }
+  ~SlotsAccess() { slotsHolder = 0; }
   SlotsAccess(const SlotsAccess&) = delete;
   SlotsAccess& operator=(const SlotsAccess&) = delete;
 
  private:
   const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
 };
-
-// A child's slots are whole, and nobody holds the lock there.
-sigset_t maskAtFork;
-
-void holdSlotsForFork() {
-  const sigset_t all = unixIoAllSignalsBut();
-  sigset_t mask;
-  pthread_sigmask(SIG_BLOCK, &all, &mask);
-  takeSlots();
-  maskAtFork = mask;
-}
-
-void leaveSlotsAfterFork() {
-  const sigset_t mask = maskAtFork;
-  leaveSlots();
-  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-}
 
 Slot* slotOf(const char* pageAddr) {
   for (Slot& slot : protectedPages) {
@@ -130,12 +118,18 @@ bool protect(char* pageAddr, HostProtectHandlerFType handler, bool& full) {
   if (full) return false;
   // The slot is filled before the page can fault: another thread may touch it at once.
   const protectedSType before = *slot;
+  ++fillings[slot - protectedPages];
   *slot = {pageAddr, handler};
   const std::size_t page = pageNumber(pageAddr);
   guardedOnce[page / 8] |= static_cast<unsigned char>(1U << page % 8);
   if (os.mprotect(pageAddr, pageSize, PROT_NONE) == 0) return true;
   *slot = before;
   return false;
+}
+
+bool answersFor(const protectedSType& page, char* faultAddr) {
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+  return page.protectHandler(page.pageAddr, faultAddr) != 0;
 }
 
 }  // namespace
@@ -146,16 +140,17 @@ void hostForgetProtectedPages() {
 
 bool hostHandleGuardPageAccess(char* faultAddr) {
   bool unprotected = false;
-  for (const Slot& slot : protectedPages) {
+  for (std::size_t index = 0; index < HostMaxProtectedPages; ++index) {
+    Slot& slot = protectedPages[index];
+    const unsigned filling = fillings[index];
     const protectedSType page = slot;
     if (page.pageAddr == nullptr || !covers(page, faultAddr)) continue;
-    if (page.protectHandler == nullptr) continue;
-    if (!page.protectHandler(page.pageAddr, faultAddr)) continue;
-    // The handler or another thread may have unprotected the page already, and guarded another one
-    // in its slot.
+    if (page.protectHandler == nullptr || !answersFor(page, faultAddr)) continue;
+    // The handler or another thread may have unprotected the page already. Where it is guarded
+    // anew, the next try of the access is offered to the new guard.
     const SlotsAccess access;
-    Slot* kept = slotOf(page.pageAddr);
-    unprotected |= kept == nullptr || unprotect(*kept);
+    const bool isSameGuard = fillings[index] == filling && slot.load().pageAddr == page.pageAddr;
+    unprotected |= !isSameGuard || unprotect(slot);
     if (faultAddr != nullptr) break;
   }
   return unprotected;
@@ -173,9 +168,6 @@ bool hostPageWasOpened(const char* faultAddr) {
 }
 
 BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErrorSType* err) {
-  static pthread_once_t registered = PTHREAD_ONCE_INIT;
-  pthread_once(&registered,
-               [] { pthread_atfork(holdSlotsForFork, leaveSlotsAfterFork, leaveSlotsAfterFork); });
   pageSize = static_cast<std::size_t>(UtlGetPageSize());
   const auto size = static_cast<long>(pageSize);
   if (reinterpret_cast<std::uintptr_t>(pageAddr) % pageSize != 0) {

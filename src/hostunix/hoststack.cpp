@@ -110,6 +110,7 @@ bool runAndWait(const char* program, const char* const* argv) {
 void hostPrintStacks() {
   if (HostAsmSyncOr(&printingStacks, 1) != 0) return;
   HostPrintMyCStack();
+  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   if (SmalltalkPrintStackFunc != nullptr) SmalltalkPrintStackFunc();
   HostAsmSyncAnd(&printingStacks, 0);
 }

@@ -20,10 +20,12 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -292,6 +294,13 @@ bool hostIsInCLibrary(const SignalEvent& event);
 // handler.
 bool hostChain(const SignalEvent& event);
 
+// Whether there is such a handler, for hostCallEarlierHandler to call. Signal-safe.
+bool hostHasEarlierHandler(const SignalEvent& event);
+
+// Whether hostChain hands the signal to a handler that was installed for the signal stack.
+// Signal-safe.
+bool hostChainsOnSignalStack(const SignalEvent& event);
+
 // Calls that handler, if there is one, under the mask in force. Signal-safe but for that handler.
 void hostCallEarlierHandler(const SignalEvent& event);
 
@@ -308,8 +317,9 @@ void hostObeyExitOnGuardPageAccess(const void* address);
 // Keeps the application's callbacks; null for none.
 void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown);
 
-// Calls `callback` unless it is null or at work already (`running`, 0 at start): one that fails
-// itself comes back here, and would be called for ever. Signal-safe but for the callback.
+// Calls `callback` unless it is null or at work in the calling thread (`running`, 0 at start): one
+// that fails itself comes back here, and would be called for ever. Another thread waits until it is
+// done before it calls it. Signal-safe but for the callback.
 void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
 
 // Calls the application's file flusher in that way. Signal-safe but for the callback.
@@ -318,22 +328,41 @@ void hostFlushApplicationFiles();
 // Calls the application's shutdown callback. Signal-safe but for the callback.
 void hostShutDownApplication();
 
-// Whether the calling thread ends the process in the fault handler. What it has interrupted may
-// hold any lock, so until the core is there it uses neither the streams nor the heap. Signal-safe.
+// Whether the calling thread ends the process in the fault handler, or reports a broken guarantee
+// there. What it has interrupted may hold any lock, so until the core is there it uses neither the
+// streams nor the heap; the application's callbacks do as they please. Signal-safe.
 bool hostEndsInHandler();
 
 // Whether another thread carries out an exit. It may wait for this one, which therefore goes on
 // where its signal lets it. Signal-safe.
 bool hostExitGoesOnElsewhere();
 
-// Makes the calling thread the one that ends the process by a fatal signal; where another one ends
-// it already, waits here for that. A SIGABRT that this end itself has raised ends it at once.
-// Signal-safe.
-void hostBeginFatalEnd(const SignalEvent& event);
+// Makes the calling thread the one that ends the process by a fatal signal, and reports that. Where
+// another one ends it already, the first to come reports its signal, and all wait here. A SIGABRT
+// that this end itself has raised ends it at once. Signal-safe.
+using HostReport = void (*)(const SignalEvent& event);
+void hostBeginFatalEnd(const SignalEvent& event, HostReport report);
+
+// Reports a signal that was sent while another thread carries out an exit, if it is the first; the
+// exit goes on. Signal-safe.
+void hostReportDuringExit(const SignalEvent& event, HostReport report);
+
+// The calling thread counts as one that ends the process in the handler while this lives. With all
+// places taken by other threads it does not. Signal-safe.
+class ReportsInHandler {
+ public:
+  ReportsInHandler();
+  ~ReportsInHandler();
+  ReportsInHandler(const ReportsInHandler&) = delete;
+  ReportsInHandler& operator=(const ReportsInHandler&) = delete;
+
+ private:
+  std::atomic<pid_t>* place_ = nullptr;
+};
 
 // The signal that began the end may have interrupted the C library at its heap, which the exit
-// handlers then find half changed. A fault in there, and the library's own abort, end the process
-// with the status that it was to end with. Returns in any other case. Signal-safe.
+// handlers then find half changed. An abort of its own ends the process with the status that it was
+// to end with. Returns in any other case. Signal-safe.
 void hostEndInBrokenHeap(const SignalEvent& event);
 
 // Ends the process quietly after SIGTERM or SIGXCPU. Returns only when the application postpones
@@ -359,6 +388,49 @@ void hostEndByUnhandledSignal(const SignalEvent& event);
 // that lock. All that takes longer, sleeps, reads or waits for threads is left in peace. The last
 // status given counts. Signal-safe, and keeps errno.
 void hostArmBackstop(int status);
+
+// Nobody is watched any more: the end was given up. Signal-safe, and keeps errno.
+void hostDisarmBackstop();
+
+// The process was told to end while `owner` carries out an exit: does the same for that thread and
+// status, unless a thread is watched already. Signal-safe, and keeps errno.
+void hostWatchExit(pid_t owner, int status);
+
+// A thread waits for the exit of `owner`, which may wait for that one itself: from now on any wait
+// of five seconds that is for another thread counts, and the first such `status`. Signal-safe, and
+// keeps errno.
+void hostWatchExitAwaited(pid_t owner, int status);
+
+// While the calling thread, if it is the one that is watched, waits for another one, that is
+// watched in its place. Signal-safe.
+class BackstopMoved {
+ public:
+  explicit BackstopMoved(pid_t to);
+  ~BackstopMoved();
+  BackstopMoved(const BackstopMoved&) = delete;
+  BackstopMoved& operator=(const BackstopMoved&) = delete;
+
+ private:
+  pid_t to_;
+  bool isMoved_;
+};
+
+// Signal stacks (hostsignalstack.cpp)
+
+// Whether an address lies on the signal stack of the thread, or at its end. The kernel's flags tell
+// whether there is one, not whether it is in use. Signal-safe.
+bool hostIsOnSignalStack(const ucontext_t* context, std::uintptr_t address);
+
+// Calls `handle` with the event: on the stack that the signal interrupted, where this is the signal
+// stack and the other one has not overflown. The signal stack may be a few KiB, and what ends a
+// process takes more. Further signals may use it meanwhile: the event that `handle` gets is a copy,
+// and all is put back behind it. Signal-safe but for `handle`.
+void hostOnInterruptedStack(const SignalEvent& event, void (*handle)(const SignalEvent& event));
+
+// Calls `function` on the stack below `top`, with `argument` and with what this one, of the caller,
+// is in use from. Signal-safe but for `function`.
+extern "C" void hostCallOnStack(void* top, void (*function)(void* argument, char* used),
+                                void* argument);
 
 // Guarded pages (hostpages.cpp)
 

@@ -21,12 +21,26 @@
 // thread has it. Signal-safe.
 bool utlClaimExit();
 
+// Gives the calling thread's claim up: whoever waits for its exit may take it. Signal-safe.
+void utlReleaseExit();
+
 // Whether any thread of this process has claimed it. Signal-safe.
 bool utlExitIsClaimed();
 
-// Leaves it to the thread that has it: waits, with all signals blocked, for the process to end.
+// The thread of this process that has claimed it, or 0. Signal-safe.
+pid_t utlExitOwner();
+
+// The status of the exit that is claimed: UtlExit's, or before it is called that of a fatal end.
 // Signal-safe.
-[[noreturn]] void utlAwaitExit();
+int utlExitStatus();
+
+// The status of a process that ends fatally.
+constexpr int utlFatalStatus = 3;
+
+// Leaves it to the thread that has it: waits, with all signals blocked, for the process to end.
+// Where that thread waits for this one, the backstop ends the process with `status`. Returns only
+// when the exit was given up, and is the calling thread's. Signal-safe.
+void utlAwaitExit(int status = utlFatalStatus);
 
 // Dates (utltime.cpp)
 

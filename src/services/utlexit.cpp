@@ -1,8 +1,11 @@
 #include <povzel/utlexit.h>
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +18,7 @@
 #include <povzel/utlbits.h>
 #include <povzel/utlchecksum.h>
 #include <povzel/utlheap.h>
+#include "hostunix/internal.h"
 #include "internal.h"
 #include "system/internal.h"
 
@@ -27,6 +31,19 @@ struct alignas(8) ExitOwner {
 };
 std::atomic<ExitOwner> exitOwner{};
 static_assert(std::atomic<ExitOwner>::is_always_lock_free);
+std::atomic<int> claimedStatus{utlFatalStatus};
+
+// On the owner's thread, which is the second word of the record.
+long futex(int operation, int value) {
+  return syscall(SYS_futex, reinterpret_cast<int*>(&exitOwner) + 1, operation, value, nullptr,
+                 nullptr, FUTEX_BITSET_MATCH_ANY);
+}
+
+// Claims the exit, or waits until it is this thread's.
+void claimExit(int status) {
+  if (!utlClaimExit()) utlAwaitExit(utlExitStatus());
+  claimedStatus = status;
+}
 
 // Filled from the last slot downward, so that running upward runs the latest first.
 ExitFuncType* RegisteredExitFuncPtrs[UtlMaxExitHandlers];
@@ -63,19 +80,40 @@ bool utlClaimExit() {
   const ExitOwner self{getpid(), gettid()};
   ExitOwner owner = exitOwner.load();
   while (owner.process != self.process) {
-    if (exitOwner.compare_exchange_weak(owner, self)) return true;
+    if (!exitOwner.compare_exchange_weak(owner, self)) continue;
+    claimedStatus = utlFatalStatus;
+    return true;
   }
   return owner.thread == self.thread;
 }
 
-bool utlExitIsClaimed() {
-  return exitOwner.load().process == getpid();
+void utlReleaseExit() {
+  exitOwner = ExitOwner{};
+  futex(FUTEX_WAKE_PRIVATE, INT_MAX);
 }
 
-void utlAwaitExit() {
-  sigset_t all;
-  sigfillset(&all);
-  for (;;) sigsuspend(&all);
+bool utlExitIsClaimed() {
+  return utlExitOwner() != 0;
+}
+
+pid_t utlExitOwner() {
+  const ExitOwner owner = exitOwner;
+  return owner.process == getpid() ? owner.thread : 0;
+}
+
+int utlExitStatus() {
+  return claimedStatus;
+}
+
+void utlAwaitExit(int status) {
+  const ErrnoKeeper keeper;
+  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
+  while (!utlClaimExit()) {
+    const pid_t owner = utlExitOwner();
+    if (owner == 0) continue;
+    hostWatchExitAwaited(owner, status);
+    futex(FUTEX_WAIT_BITSET_PRIVATE, owner);
+  }
 }
 
 void UtlInit() {
@@ -110,7 +148,7 @@ void UtlRemoveLogOnExit(BoolType removeIt) {
 }
 
 void UtlExit(int status) {
-  if (!utlClaimExit()) utlAwaitExit();
+  claimExit(status);
   // An exit from a handler leaves them blocked, and what the exit handlers do would go unreported.
   const sigset_t faults = unixIoFaultSignals();
   pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
@@ -122,7 +160,7 @@ void UtlExit(int status) {
 }
 
 void UtlExitMt(int status) {
-  if (!utlClaimExit()) utlAwaitExit();
+  claimExit(status);
   UtlHeapCheck();
   std::fflush(stdout);
   std::fflush(stderr);
