@@ -13,6 +13,7 @@
 #include <linux/futex.h>
 #include <sched.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,7 +25,8 @@
 
 namespace {
 
-constexpr int patience = 5;  // seconds
+constexpr int patience = 5;        // seconds
+constexpr int blindPatience = 60;  // where the system does not tell what a thread does
 
 std::atomic<pid_t> watchedProcess = 0;
 std::atomic<pid_t> watchedThread = 0;  // 0: none, and the watcher rests
@@ -54,16 +56,17 @@ long futexOnWatched(long operation, long value) {
                     reinterpret_cast<const void*>(operation), value);
 }
 
-void readCall(CallLine& line) {
-  line[0] = '\0';
-  hostSafeFormat(watchedFile, sizeof watchedFile, "/proc/self/task/%d/syscall",
-                 watchedThread.load());
+// Returns whether the system told it.
+bool readCall(pid_t thread, CallLine& line) {
+  hostSafeFormat(watchedFile, sizeof watchedFile, "/proc/self/task/%d/syscall", thread);
   const long file = systemCall(SYS_open, reinterpret_cast<long>(watchedFile),
                                reinterpret_cast<const void*>(O_RDONLY | O_CLOEXEC));
-  if (file < 0) return;
+  if (file < 0) return false;
   const long length = systemCall(SYS_read, file, line, sizeof line - 1);
-  line[length > 0 ? length : 0] = '\0';
   systemCall(SYS_close, file);
+  if (length <= 0) return false;
+  line[length] = '\0';
+  return true;
 }
 
 bool isSame(const char* one, const char* other) {
@@ -107,11 +110,40 @@ bool isByOwnCall(const char* arguments) {
   return words[0] - function < length || words[3] - function < length;
 }
 
-// The C library's locks are waited for by FUTEX_WAIT, the private kind or not, with the value 2.
-// Joining, conditions and semaphores go by FUTEX_WAIT_BITSET.
-bool isWaitThatCounts(const char* line) {
+// The arguments of a wait for another thread; null if the call is none.
+const char* futexArguments(const char* line) {
   const char* arguments = after(line, "240 ");
-  if (arguments == nullptr) arguments = after(line, "422 ");  // with times of 64 bits
+  return arguments != nullptr ? arguments : after(line, "422 ");  // with times of 64 bits
+}
+
+// The thread that the call waits for the end of, or what else may be in its place; 0 for none.
+pid_t joinedThread(const char* line) {
+  const char* arguments = futexArguments(line);
+  if (arguments == nullptr) return 0;
+  const char* operation = nextField(arguments);
+  const bool joins = after(operation, "0x109 ") != nullptr || after(operation, "0x189 ") != nullptr;
+  return joins ? static_cast<pid_t>(hexNumber(nextField(operation))) : 0;
+}
+
+// Reads where the watched thread stands, or the one that it waits for the end of.
+bool readWhereItStands(CallLine& line) {
+  constexpr int longestChain = 16;
+  static CallLine next;
+  line[0] = '\0';
+  if (!readCall(watchedThread, line)) return false;
+  for (int length = 0; length < longestChain; ++length) {
+    const pid_t joined = joinedThread(line);
+    if (joined == 0 || !readCall(joined, next)) break;
+    for (std::size_t at = 0; at < sizeof next; ++at) line[at] = next[at];
+  }
+  return true;
+}
+
+// The C library's locks are waited for by FUTEX_WAIT, the private kind or not, with the value 2.
+// Conditions and semaphores go by FUTEX_WAIT_BITSET. Whoever should read what is printed may not.
+bool isWaitThatCounts(const char* line) {
+  if (after(line, "4 0x1 ") != nullptr || after(line, "4 0x2 ") != nullptr) return true;
+  const char* arguments = futexArguments(line);
   if (arguments == nullptr) return false;
   if (isAwaited) return true;
   const char* operation = nextField(arguments);
@@ -119,16 +151,39 @@ bool isWaitThatCounts(const char* line) {
          !isByOwnCall(arguments);
 }
 
+// The descriptors are copies, which would keep files open; the table may be full as well.
+void closeDescriptors() {
+  constexpr long all = -1;
+  if (systemCall(SYS_close_range, 0, reinterpret_cast<const void*>(all)) == 0) return;
+  constexpr long most = 65536;
+  for (long descriptor = 0; descriptor < most; ++descriptor) systemCall(SYS_close, descriptor);
+}
+
 int watch(void* /*unused*/) {
+  closeDescriptors();
   int seconds = 0;
+  int blindSeconds = 0;
   for (unsigned now = 0;; now ^= 1) {
     while (watchedThread == 0) futexOnWatched(FUTEX_WAIT_PRIVATE, 0);
     systemCall(SYS_nanosleep, reinterpret_cast<long>(&tick));
-    readCall(lines[now]);
+    blindSeconds = readWhereItStands(lines[now]) || watchedThread == 0 ? 0 : blindSeconds + 1;
     const bool stands = isSame(lines[now], lines[now ^ 1]) && isWaitThatCounts(lines[now]);
     seconds = stands ? seconds + 1 : 0;
-    if (seconds == patience) systemCall(SYS_exit_group, endStatus);
+    if (seconds == patience || blindSeconds == blindPatience) {
+      systemCall(SYS_exit_group, endStatus);
+    }
   }
+}
+
+// Without a watcher the process has a minute.
+void startTimer() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { _exit(endStatus); };
+  sigaction(SIGALRM, &action, nullptr);
+  const itimerval minute = {{}, {blindPatience, 0}};
+  syscall(SYS_setitimer, ITIMER_REAL, &minute, nullptr);
+  const sigset_t alarm = unixIoSignals(SIGALRM);
+  pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
 }
 
 void startWatcher() {
@@ -139,10 +194,13 @@ void startWatcher() {
   }
   // Before exec or the end of the process nobody needs the stack back.
   const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
-  const int thread = clone(
-      watch, watcherStack + sizeof watcherStack,
-      CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr);
-  if (thread < 0) watchedProcess = 0;
+  const int thread =
+      clone(watch, watcherStack + sizeof watcherStack,
+            CLONE_VM | CLONE_FS | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr);
+  if (thread >= 0) return;
+  watchedProcess = 0;
+  mask.restore();
+  startTimer();
 }
 
 // What a child has of its parent's watch is no watch.
@@ -168,8 +226,12 @@ void hostArmBackstop(int status) {
 }
 
 void hostDisarmBackstop() {
+  const ErrnoKeeper keeper;
   isAwaited = false;
   watchedThread = 0;
+  if (watchedProcess == getpid()) return;
+  const itimerval none = {};
+  syscall(SYS_setitimer, ITIMER_REAL, &none, nullptr);
 }
 
 void hostWatchExit(pid_t owner, int status) {

@@ -120,6 +120,7 @@ bool isOwnAbort(const SignalEvent& event) {
 }
 
 void quietExit(int code, const SignalEvent& event) {
+  const CancellationWaits untilTheEnd;
   if (!utlClaimExit()) utlAwaitExit(code);
   delaySigExit = nullptr;
   hostArmBackstop(code);
@@ -129,6 +130,7 @@ void quietExit(int code, const SignalEvent& event) {
 }
 
 void coreExit(int explicitlyRequested, const SignalEvent& event) {
+  const CancellationWaits untilTheEnd;
   if (!utlClaimExit()) utlAwaitExit();
   delaySigExit = nullptr;
   hostArmBackstop(coreExitStatus);
@@ -167,8 +169,8 @@ void keepPostponed(ExitFunction exitfunc, int code, const SignalEvent& event) {
   }
 }
 
-void postpone(HostSigExitHandlerType postponeExit, ExitFunction exitfunc, int code,
-              const SignalEvent& event) {
+[[gnu::noinline]] void postpone(HostSigExitHandlerType postponeExit, ExitFunction exitfunc,
+                                int code, const SignalEvent& event) {
   keepPostponed(exitfunc, code, event);
   const ApplicationRuns applicationRuns;
   postponeExit();
@@ -334,6 +336,7 @@ void hostBeginFatalEnd(const SignalEvent& event, HostReport report) {
   const bool isOurs = utlClaimExit();
   const bool reports = isFirstReport() || (again && isOurs);
   if (!isOurs) {
+    hostWatchExitAwaited(utlExitOwner(), coreExitStatus);
     if (reports) report(event);
     utlAwaitExit(coreExitStatus);
   }
@@ -359,6 +362,12 @@ void hostEndInBrokenHeap(const SignalEvent& event) {
 
 void hostTerminate(const SignalEvent& event) {
   const bool isTerm = event.signal == SIGTERM;
+  const HostSigExitHandlerType postponeExit = delaySigExit;
+  const pid_t owner = utlExitOwner();
+  const bool isOurs = owner == 0 && postponeExit == nullptr && utlClaimExit();
+  // Before anything is printed, which may hang as well.
+  if (owner != 0) hostWatchExit(owner, utlExitStatus());
+  if (isOurs) hostArmBackstop(0);
   const char* text =
       isTerm ? "SIGTERM, Software Termination Signal" : "SIGXCPU, CPU time limit exceeded";
   if (!isTerm || event.info == nullptr || event.info->si_pid != getpid()) {
@@ -366,12 +375,10 @@ void hostTerminate(const SignalEvent& event) {
                   event.signal, text, hostHandlerTime(), pthread_self());
   }
   HostFatalErr = 1;
-  const pid_t owner = utlExitOwner();
-  if (owner != 0) return hostWatchExit(owner, utlExitStatus());
-  const HostSigExitHandlerType postponeExit = delaySigExit;
+  if (owner != 0) return;
   if (postponeExit != nullptr) {
     postpone(postponeExit, quietExit, 0, event);
-  } else if (utlClaimExit()) {
+  } else if (isOurs) {
     end = {0, hostIsInCLibrary(event)};
     quietExit(0, event);
   }

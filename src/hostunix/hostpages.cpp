@@ -127,7 +127,7 @@ bool protect(char* pageAddr, HostProtectHandlerFType handler, bool& full) {
   return false;
 }
 
-bool answersFor(const protectedSType& page, char* faultAddr) {
+[[gnu::noinline]] bool answersFor(const protectedSType& page, char* faultAddr) {
   const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   return page.protectHandler(page.pageAddr, faultAddr) != 0;
 }

@@ -89,8 +89,10 @@ BoolType HostStartProfTimer(long millisec, HostKbIntFuncType* func) {
 }
 
 void HostStopProfTimer() {
+  if (!profTimerRuns) return;
   const itimerval stopped = timerOf(0);
   setitimer(ITIMER_VIRTUAL, &stopped, nullptr);
+  std::signal(SIGVTALRM, SIG_IGN);  // drops a tick that is pending
   sigaction(SIGVTALRM, &oldSigVtalrm, nullptr);
   hostForgetProfTimer();
 }

@@ -16,7 +16,8 @@
 
 namespace {
 
-constexpr std::size_t stackSize = 256 << 10;  // the report and the core need some 20 KiB of it
+constexpr std::size_t stackSize = 256 << 10;    // the report and the core need some 20 KiB of it
+constexpr std::size_t smallestSize = 64 << 10;  // of one that the thread has already
 constexpr std::size_t guardSize = 4096;
 
 pthread_key_t stackKey;
@@ -161,7 +162,8 @@ BoolType HostUseSignalStack() {
   }
   stack_t present;
   if (sigaltstack(nullptr, &present) != 0) return 0;
-  if ((present.ss_flags & SS_DISABLE) == 0) return 1;
+  const bool isThere = (present.ss_flags & SS_DISABLE) == 0;
+  if (isThere && present.ss_size >= smallestSize) return 1;
 
   void* memory = mmap(nullptr, guardSize + stackSize, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);

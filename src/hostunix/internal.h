@@ -339,12 +339,12 @@ bool hostExitGoesOnElsewhere();
 
 // Makes the calling thread the one that ends the process by a fatal signal, and reports that. Where
 // another one ends it already, the first to come reports its signal, and all wait here. A SIGABRT
-// that this end itself has raised ends it at once. Signal-safe.
+// that this end itself has raised ends it at once. Signal-safe but for `report`.
 using HostReport = void (*)(const SignalEvent& event);
 void hostBeginFatalEnd(const SignalEvent& event, HostReport report);
 
 // Reports a signal that was sent while another thread carries out an exit, if it is the first; the
-// exit goes on. Signal-safe.
+// exit goes on. Signal-safe but for `report`.
 void hostReportDuringExit(const SignalEvent& event, HostReport report);
 
 // The calling thread counts as one that ends the process in the handler while this lives. With all

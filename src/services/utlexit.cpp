@@ -74,6 +74,11 @@ void removeChildLog() {
   log[0] = '\0';
 }
 
+// What leaves a handler by an exception or the end of its thread would leave the exit undone.
+[[gnu::noinline]] void run(ExitFuncType* handler) noexcept {
+  handler();
+}
+
 }  // namespace
 
 bool utlClaimExit() {
@@ -139,7 +144,7 @@ void UtlRunExitHandlers() {
   for (; slot < listEnd; ++slot) {
     ExitFuncType* handler = *slot;
     *slot = nullptr;
-    if (handler != nullptr) handler();
+    if (handler != nullptr) run(handler);
   }
 }
 
@@ -148,6 +153,7 @@ void UtlRemoveLogOnExit(BoolType removeIt) {
 }
 
 void UtlExit(int status) {
+  const CancellationWaits untilTheEnd;
   claimExit(status);
   // An exit from a handler leaves them blocked, and what the exit handlers do would go unreported.
   const sigset_t faults = unixIoFaultSignals();
@@ -160,6 +166,7 @@ void UtlExit(int status) {
 }
 
 void UtlExitMt(int status) {
+  const CancellationWaits untilTheEnd;
   claimExit(status);
   UtlHeapCheck();
   std::fflush(stdout);

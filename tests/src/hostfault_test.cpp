@@ -133,6 +133,15 @@ void touchGuardPage() {
   page[5] = 'x';
   if (errno != 77 || page[5] != 'x' || segvInProgressCount != 0) _exit(11);
   if (HostUnProtectPage(page) || !HostUnProtectPage(page + pageSize)) _exit(12);
+  // A page that is guarded anew while its handler is at work asks the new one.
+  static int asked = 0;
+  const auto again = [](char* at, char*) -> BoolType {
+    return HostProtectPage(
+        at, [](char*, char*) -> BoolType { return ++asked; }, &error);
+  };
+  HostProtectPage(page, again, &error);
+  page[0] = 'x';
+  if (asked != 1 || HostUnProtectPage(page)) _exit(13);
   HostExitOnGuardPageAccess();
   HostProtectPage(page, letPass, &error);
   page[0] = 'x';
@@ -201,7 +210,42 @@ void faultWithoutRecursion() {
 int overflow(int depth) {
   volatile char room[pageSize];
   room[0] = static_cast<char>(depth);
-  return depth < 0 ? 0 : overflow(depth + 1) + room[0];
+  return depth == -1 ? 0 : overflow(depth + 1) + room[0];
+}
+
+// On a signal stack that is too small for the end, and for the exit handlers.
+void faultOnSmallSignalStack() {
+  UtlAtExit([] { overflow(-100); });
+  std::thread([] {
+    stack_t small = {};
+    small.ss_size = 2 * pageSize;
+    small.ss_sp = newPages(4) + 2 * pageSize;
+    mprotect(static_cast<char*>(small.ss_sp) - 2 * pageSize, 2 * pageSize, PROT_NONE);
+    sigaltstack(&small, nullptr);
+    fault();
+  }).join();
+}
+
+// The end of another thread waits for one with a fault of its own.
+void joinFaultingThread() {
+  static std::atomic<bool> joins{false};
+  static std::thread worker([] {
+    while (!joins) std::this_thread::yield();
+    fault();
+  });
+  UtlAtExit([] {
+    joins = true;
+    worker.join();
+  });
+  UtlExit(5);
+}
+
+void touchAtFork() {
+  static char* page = newPages(1);
+  SysErrorSType error;
+  pthread_atfork([] { store(page); }, nullptr, nullptr);
+  HostProtectPage(page, letPass, &error);
+  if (fork() == 0) _exit(0);
 }
 
 // While the handlers come and go, no fault that an earlier handler repairs goes astray.
@@ -391,6 +435,26 @@ TEST(HostFault, EndsBySignals) {
          raise(SIGTERM);
        },
        0, ""},
+      {joinFaultingThread, 3, unhandled + "11, SIGSEGV"},
+      {faultOnSmallSignalStack, 3, unhandled + "11, SIGSEGV~[host.core4]"},
+      {touchAtFork, survived, "\n[Debug]"},
+      {[] {
+         SysErrorSType error;
+         char* page = newPages(1);
+         HostProtectPage(
+             page, [](char*, char*) -> BoolType { return fault(), 1; }, &error);
+         store(page);
+       },
+       3, unhandled + "11, SIGSEGV"},
+      // An end that the earlier handler leaves is none; an abort of the flusher is one.
+      {[] {
+         if (sigsetjmp(probe, 1) == 0) raise(SIGXCPU);
+         kill(getpid(), SIGTERM);
+       },
+       0, "\nTV Signal Handler: Signal 24, SIGXCPU, CPU time limit exceeded Received at ",
+       [] { setAction(SIGXCPU, 0, [](int, siginfo_t*, void*) { siglongjmp(probe, 1); }); }},
+      {[] { raise(SIGQUIT); }, 3, unhandled + "3~TV signal handler: signal 6 (SIGABRT)",
+       [] { HostInstallFaultHandler([] { abort(); }, nullptr); }},
       {[] { handle(SIGILL, SIGBUS, 0); }, 3,
        "TV signal handler: signal 4 (SIGILL), received with incomplete or invalid args.  "
        "Additional info not available.\n"},
@@ -399,8 +463,6 @@ TEST(HostFault, EndsBySignals) {
       {[] { raise(SIGTERM); }, 0, ""},
       {[] { UnixIoSystem("kill -TERM $PPID", 0); }, 0,
        "\nTV Signal Handler: Signal 15, SIGTERM, Software Termination Signal Received at "},
-      {[] { raise(SIGXCPU); }, 0,
-       "\nTV Signal Handler: Signal 24, SIGXCPU, CPU time limit exceeded Received at "},
       {[] { raise(SIGUSR1); }, survived,
        "\n\nSignal SIGUSR1 received printingStack ...~interpreter\n",
        [] { HostSetSmalltalkPrintStackFunc([] { HostSignalSafePrint("interpreter"); }); }},
@@ -504,6 +566,7 @@ TEST(HostSignals, PutsEarlierActionsBack) {
   ASSERT_TRUE(HostStartProfTimer(1, [](int) { ticks = ticks + 1; }));
   while (ticks < 3) {
   }
+  HostStopProfTimer();
   HostStopProfTimer();
   EXPECT_EQ(std::signal(SIGVTALRM, SIG_DFL), SIG_IGN);
 
