@@ -11,9 +11,10 @@
 // program handles them.
 //
 // One thread carries out the end; others whose faults are fatal wait for it, and a SIGTERM
-// meanwhile is counted alone. What the callbacks and exit handlers do on the way is reported like
-// anything else when it faults. A process that was told to end, and waits for a lock that the
-// interrupted code holds, is ended with its status after five seconds.
+// meanwhile does not change it. What the callbacks and exit handlers do on the way is reported like
+// anything else when it faults; they must not leave by longjmp. A process that was told to end, and
+// waits for a lock that the interrupted code holds, is ended with its status after five seconds
+// (docs/signals.md tells what else counts).
 //
 // Install, and register callbacks and switches, from one thread at start-up.
 //
@@ -49,13 +50,13 @@ POVZEL_EXPORT void HostInstallFaultHandler(HostFaultFuncType* flushFiles,
 
 // Puts back every action that HostInstallFaultHandler replaced, where the handler is still in
 // force. Where something started later stands in front of it, that stays, and may go on handing its
-// signals to HostFaultHandler.
+// signals to HostFaultHandler. SIGPIPE and SIGHUP stay ignored.
 POVZEL_EXPORT void HostShutDown(void);
 
 // Gives the calling thread a stack of 256 KiB of its own for SIGSEGV, SIGBUS, SIGILL and SIGFPE, so
 // that a stack overflow in it is reported; it is released when the thread ends. Keeps a signal
-// stack that the thread has already, which should have 64 KiB or more. Returns 1 if the thread has
-// one now, or 0 with errno set.
+// stack of 64 KiB or more that the thread has already; a smaller one is replaced. Returns 1 if the
+// thread has one now, or 0 with errno set.
 POVZEL_EXPORT BoolType HostUseSignalStack(void);
 
 // The handler itself, with the arguments of any SA_SIGINFO handler. A program that has a handler of
@@ -94,7 +95,8 @@ POVZEL_EXPORT void HostCheckShrMemOnFatalSignal(void* address, HostShrMemFuncTyp
 POVZEL_EXPORT void HostDelaySigExit(HostSigExitHandlerType postpone,
                                     HostSigExitHandlerType complete);
 
-// Carries out the exit that was postponed. Does nothing when none was.
+// Carries out the exit that was postponed, if one was; `complete` is called in either case when
+// this does not end the process.
 POVZEL_EXPORT void HostDoSigExit(void);
 
 // Set and return whether a fatal error has been seen. The fatal paths set it. Signal-safe.

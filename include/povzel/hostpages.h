@@ -4,12 +4,14 @@
 //   HostProtectPage(stackEnd, growStack, &err);   // growStack(page, faultAddress) answers true
 //
 // A page's handler runs inside the fault handler (HostInstallFaultHandler): it may call only what
-// is safe in a signal handler, HostProtectPage and HostUnProtectPage among it. When it answers true
-// the page becomes readable and writable, its slot is free again, and the faulting instruction is
-// tried again.
+// is safe in a signal handler, HostProtectPage (where it succeeds: its reasons for a failure come
+// from the message catalogue, which may allocate and lock) and HostUnProtectPage among it. When it
+// answers true the page becomes readable and writable, its slot is free again, and the faulting
+// instruction is tried again.
 //
 // From any thread. Several threads may touch guarded pages at once; then a page's handler is called
-// by each that finds the page still guarded, at the same time.
+// by each that finds the page still guarded, at the same time. What is guarded anew meanwhile stays
+// guarded, and its handler is asked. A fault in a page's handler is reported like any other.
 #pragma once
 
 #include <stddef.h>

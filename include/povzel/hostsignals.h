@@ -21,6 +21,7 @@ POVZEL_EXPORT void HostEnableKbInt(HostKbIntFuncType* routine);
 
 // Blocks every signal of the calling thread, and unblocks every one again, each thread for itself.
 // A call that finds its work done already does nothing. Both keep errno. Not for signal handlers.
+// Between them a fault, an access to a guarded page among them, ends the process unreported.
 POVZEL_EXPORT void HostDisableInterrupts(void);
 POVZEL_EXPORT void HostEnableInterrupts(void);
 

@@ -8,11 +8,14 @@
 //
 // Register while one thread runs; any thread may run the handlers. One thread carries out the exit:
 // another one that calls UtlExit or UtlExitMt meanwhile waits for it, and SIGTERM leaves it alone.
+// Requests to cancel the thread wait for ever then. A return from main and exit are not seen: a
+// SIGTERM meanwhile begins an exit of its own, with status 0.
 #pragma once
 
 #include <povzel/povzeltypes.h>
 
-// Called once, before the program ends.
+// Called once, before the program ends. Must return: an exception, the end of its thread or a jump
+// out of it ends the process as a fault does, or leaves the exit undone.
 typedef void ExitFuncType(void);
 
 // How many handlers can be registered.

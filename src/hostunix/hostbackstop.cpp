@@ -186,20 +186,21 @@ void startTimer() {
   pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
 }
 
+// Before exec or the end of the process nobody needs the stack back.
+bool cloneWatcher() {
+  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
+  return clone(watch, watcherStack + sizeof watcherStack,
+               CLONE_VM | CLONE_FS | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr) >= 0;
+}
+
 void startWatcher() {
   const pid_t process = getpid();
   if (watchedProcess.exchange(process) == process) {
     futexOnWatched(FUTEX_WAKE_PRIVATE, 1);
     return;
   }
-  // Before exec or the end of the process nobody needs the stack back.
-  const SignalMask mask(SIG_BLOCK, unixIoAllSignalsBut());
-  const int thread =
-      clone(watch, watcherStack + sizeof watcherStack,
-            CLONE_VM | CLONE_FS | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM, nullptr);
-  if (thread >= 0) return;
+  if (cloneWatcher()) return;
   watchedProcess = 0;
-  mask.restore();
   startTimer();
 }
 
