@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include <povzel/atomics.h>
 #include <povzel/hostdebug.h>
@@ -89,6 +90,8 @@ struct RunningHandler {
   const siginfo_t* info;
   const unsigned* serialInFrame;  // holds `serial` as long as the frame is there
   unsigned serial;
+  bool blocksSignal;         // while the earlier handler runs
+  std::uint64_t formerMask;  // of what it has interrupted
 };
 std::atomic<unsigned> lastSerial = 0;
 RunningHandler runningHandlers[64];
@@ -154,15 +157,24 @@ bool isOverwritten(const RunningHandler& handler) {
   return found != handler.serial || (length == -1 && errno == EFAULT);
 }
 
+// The system's signals, of the code that was interrupted.
+std::uint64_t maskOf(const SignalEvent& event) {
+  std::uint64_t mask = 0;
+  if (event.context != nullptr) std::memcpy(&mask, &event.context->uc_sigmask, sizeof mask);
+  return mask;
+}
+
 // Whether siglongjmp has left a handler of this thread: the interrupted code runs where its frame
-// was, or has written over it, or runs no longer on the signal stack. One that the signal has come
-// back from, by way of the earlier handler, is further up on the same stack.
+// was, or has written over it, or has its mask back, or runs no longer on the signal stack. One
+// that the signal has come back from, by way of the earlier handler, is further up on the same
+// stack.
 bool wasLeft(const RunningHandler& handler, const SignalEvent& event, std::uintptr_t frame) {
   if (handler.self != pthread_self()) return true;
   if (event.received != nullptr && handler.info == event.received) return handler.frame <= frame;
   const Interrupted interrupted = interruptedBy(event, frame);
   if (handler.onSignalStack != interrupted.onSignalStack) return handler.onSignalStack;
-  return handler.frame <= interrupted.stackPointer || isOverwritten(handler);
+  if (handler.frame <= interrupted.stackPointer || isOverwritten(handler)) return true;
+  return handler.blocksSignal && event.context != nullptr && handler.formerMask == maskOf(event);
 }
 
 // Where a handler runs, and the ones of the same thread that it has interrupted.
@@ -224,6 +236,8 @@ class HandlerRun {
     place_->info = event.received;
     place_->serialInFrame = &serial_;
     place_->serial = serial_;
+    place_->blocksSignal = event.context != nullptr && hostChainBlocksSignal(event);
+    place_->formerMask = maskOf(event);
   }
 
   RunningHandler* takeFreePlace() const {

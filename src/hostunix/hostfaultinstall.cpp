@@ -172,6 +172,11 @@ bool hostChainsOnSignalStack(const SignalEvent& event) {
   return earlier != nullptr && (earlier->sa_flags & SA_ONSTACK) != 0;
 }
 
+bool hostChainBlocksSignal(const SignalEvent& event) {
+  const struct sigaction* earlier = chainedHandler(event);
+  return earlier != nullptr && (earlier->sa_flags & SA_NODEFER) == 0;
+}
+
 void hostCallEarlierHandler(const SignalEvent& event) {
   const struct sigaction* earlier = rememberedHandler(event);
   if (earlier == nullptr) return;

@@ -301,6 +301,9 @@ bool hostHasEarlierHandler(const SignalEvent& event);
 // Signal-safe.
 bool hostChainsOnSignalStack(const SignalEvent& event);
 
+// Whether hostChain hands the signal to a handler that it is blocked for. Signal-safe.
+bool hostChainBlocksSignal(const SignalEvent& event);
+
 // Calls that handler, if there is one, under the mask in force. Signal-safe but for that handler.
 void hostCallEarlierHandler(const SignalEvent& event);
 

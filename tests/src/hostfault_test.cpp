@@ -201,8 +201,14 @@ void faultWithoutRecursion() {
       if (sigsetjmp(probe, 1) == 0) fault();
     }
   };
+  const std::function<void(int)> probeDeeper = [&](int depth) {
+    volatile char untouched[2 * pageSize];
+    probeOften();
+    if (depth > 0) probeDeeper(depth - 1);
+    untouched[0] = 1;
+  };
   probeOften();
-  std::thread(probeOften).join();
+  std::thread(probeDeeper, 4).join();
   inThreads(slowThreads, [&](int number) { store(pages + number * pageSize); });
   if (segvInProgressCount > 2) _exit(11);
 }
