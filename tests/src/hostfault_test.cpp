@@ -201,11 +201,11 @@ void faultWithoutRecursion() {
       if (sigsetjmp(probe, 1) == 0) fault();
     }
   };
-  const std::function<void(int)> probeDeeper = [&](int depth) {
+  const std::function<int(int)> probeDeeper = [&](int depth) {
     volatile char untouched[2 * pageSize];
+    untouched[0] = 0;
     probeOften();
-    if (depth > 0) probeDeeper(depth - 1);
-    untouched[0] = 1;
+    return depth > 0 ? probeDeeper(depth - 1) + untouched[0] : 0;
   };
   probeOften();
   std::thread(probeDeeper, 4).join();
