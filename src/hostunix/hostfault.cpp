@@ -85,13 +85,13 @@ struct RunningHandler {
   std::atomic<pid_t> thread;  // 0: the place is free
   pthread_t self;             // differs in another thread that got the same number later
   std::uintptr_t frame;
-  bool onSignalStack;
   int signal;
   const siginfo_t* info;
   const unsigned* serialInFrame;  // holds `serial` as long as the frame is there
   unsigned serial;
-  bool blocksSignal;         // while the earlier handler runs
   std::uint64_t formerMask;  // of what it has interrupted
+  bool onSignalStack;
+  bool blocksSignal;  // while the earlier handler runs
 };
 std::atomic<unsigned> lastSerial = 0;
 RunningHandler runningHandlers[64];

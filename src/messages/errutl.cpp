@@ -159,8 +159,9 @@ bool hasHeader(const ErrUtlBytes& file, const ErrUtlHdrSType& header) {
   const auto holds = [&](std::uint32_t value, std::size_t at) {
     return errUtlDecode(file.data + at, header.transform) == value;
   };
-  return file.holds(0, sizeof header) && std::memcmp(file.data, &header, 8) == 0 &&
-         holds(header.vers, 8) && holds(header.tabSize, 12) && holds(header.textBegin, 16);
+  return file.data != nullptr && file.holds(0, sizeof header) &&
+         std::memcmp(file.data, &header, 8) == 0 && holds(header.vers, 8) &&
+         holds(header.tabSize, 12) && holds(header.textBegin, 16);
 }
 
 // Reads the open file for the look-ups, unless they have it already, or keep what they have for

@@ -25,7 +25,7 @@ struct Line {
 struct StreamInput {
   FILE* stream;
 
-  int get() { return UnixIoFgetc(stream); }
+  int get() const { return UnixIoFgetc(stream); }
   void tell(long* position) const { Hostftell(stream, position); }
   static bool takeWholeLine(Line*) { return false; }
 };
