@@ -35,7 +35,7 @@ std::atomic<int> endStatus = 0;
 
 // What the kernel tells of the watched thread: the call it stands in.
 SafeLine watchedFile;
-using CallLine = char[160];
+using CallLine = char[256];
 CallLine lines[2];  // now and a second ago
 
 constexpr timespec tick{1, 0};
@@ -57,15 +57,25 @@ long futexOnWatched(long operation, long value) {
 }
 
 // Returns whether the system told it.
-bool readCall(pid_t thread, CallLine& line) {
-  hostSafeFormat(watchedFile, sizeof watchedFile, "/proc/self/task/%d/syscall", thread);
+// Reads one of the kernel's files about a thread. Returns how much, at most `room`.
+long readFile(const char* format, pid_t thread, char* to, long room) {
+  hostSafeFormat(watchedFile, sizeof watchedFile, format, thread);
   const long file = systemCall(SYS_open, reinterpret_cast<long>(watchedFile),
                                reinterpret_cast<const void*>(O_RDONLY | O_CLOEXEC));
-  if (file < 0) return false;
-  const long length = systemCall(SYS_read, file, line, sizeof line - 1);
+  if (file < 0) return 0;
+  const long length = systemCall(SYS_read, file, to, room);
   systemCall(SYS_close, file);
-  if (length <= 0) return false;
-  line[length] = '\0';
+  return length > 0 ? length : 0;
+}
+
+// The call, and behind it how often and how long the thread has run: one that was woken meanwhile
+// does not stand.
+bool readCall(pid_t thread, CallLine& line) {
+  constexpr long room = sizeof line - 1;
+  const long length = readFile("/proc/self/task/%d/syscall", thread, line, room);
+  if (length == 0) return false;
+  const long runs = readFile("/proc/self/task/%d/schedstat", thread, line + length, room - length);
+  line[length + runs] = '\0';
   return true;
 }
 

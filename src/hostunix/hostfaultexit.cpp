@@ -100,7 +100,7 @@ class ApplicationRuns {
 
 // The earlier handler may leave for good by siglongjmp, and the program goes on: what this end has
 // taken is given up for the call. Meanwhile another thread may end the process.
-void callEarlierHandler(const SignalEvent& event, int status) {
+void callEarlierHandler(const SignalEvent& event, int status, CancellationWaits& untilTheEnd) {
   if (!hostHasEarlierHandler(event)) return;
   const ApplicationRuns applicationRuns;
   if (end.again) return hostCallEarlierHandler(event);
@@ -108,7 +108,9 @@ void callEarlierHandler(const SignalEvent& event, int status) {
   hostDisarmBackstop();
   reportedProcess = 0;
   utlReleaseExit();
+  untilTheEnd.restore();
   hostCallEarlierHandler(event);
+  untilTheEnd.begin();
   if (!utlClaimExit()) utlAwaitExit(status);
   end = thisEnd;
   hostArmBackstop(status);
@@ -120,21 +122,21 @@ bool isOwnAbort(const SignalEvent& event) {
 }
 
 void quietExit(int code, const SignalEvent& event) {
-  const CancellationWaits untilTheEnd;
+  CancellationWaits untilTheEnd;
   if (!utlClaimExit()) utlAwaitExit(code);
   delaySigExit = nullptr;
   hostArmBackstop(code);
   hostFlushApplicationFiles();
-  if (event.signal != SIGTERM) callEarlierHandler(event, code);
+  if (event.signal != SIGTERM) callEarlierHandler(event, code, untilTheEnd);
   UtlExit(code);
 }
 
 void coreExit(int explicitlyRequested, const SignalEvent& event) {
-  const CancellationWaits untilTheEnd;
+  CancellationWaits untilTheEnd;
   if (!utlClaimExit()) utlAwaitExit();
   delaySigExit = nullptr;
   hostArmBackstop(coreExitStatus);
-  callEarlierHandler(event, coreExitStatus);
+  callEarlierHandler(event, coreExitStatus, untilTheEnd);
   HostCoredump(explicitlyRequested);
   endingThread = 0;
   HostSignalSafePrint("\n");
@@ -332,7 +334,7 @@ bool hostExitGoesOnElsewhere() {
 void hostBeginFatalEnd(const SignalEvent& event, HostReport report) {
   // What this end itself does is beyond repair: a report would only abort again.
   if (event.signal == SIGABRT && endingThread == gettid()) hostAbortProcess();
-  const bool again = utlExitIsClaimed();
+  const bool again = utlExitOwner() == gettid();
   const bool isOurs = utlClaimExit();
   const bool reports = isFirstReport() || (again && isOurs);
   if (!isOurs) {
@@ -431,7 +433,7 @@ void HostDoSigExit() {
     const PostponedAccess access;
     exit = postponed;
   }
-  end = {.again = utlExitIsClaimed()};
+  end = {.again = utlExitOwner() == gettid()};
   if (exit.exitfunc != nullptr) {
     siginfo_t* info = exit.hasInfo ? &exit.info : nullptr;
     const SignalEvent event{exit.signal, info, info, exit.hasContext ? &exit.context : nullptr};

@@ -59,11 +59,10 @@ static_assert(pageNumbers <= std::uint64_t{1} << (threadShift - pageShift));
 // slots are whole at any moment.
 std::atomic<pid_t> slotsHolder = 0;
 
-// Holds the lock. Spins, because a handler may wait for it. Nothing faults under it, and no handler
-// runs on this thread meanwhile, which might need it itself.
-class SlotsAccess {
+// Spins, because a handler may wait for it. Nothing faults under it.
+class SlotsLock {
  public:
-  SlotsAccess() {
+  SlotsLock() {
     const pid_t process = getpid();
     for (pid_t holder = 0; !slotsHolder.compare_exchange_weak(holder, process);) {
       if (holder != process) continue;
@@ -71,12 +70,15 @@ class SlotsAccess {
       holder = 0;
     }
   }
-  ~SlotsAccess() { slotsHolder = 0; }
-  SlotsAccess(const SlotsAccess&) = delete;
-  SlotsAccess& operator=(const SlotsAccess&) = delete;
+  ~SlotsLock() { slotsHolder = 0; }
+  SlotsLock(const SlotsLock&) = delete;
+  SlotsLock& operator=(const SlotsLock&) = delete;
+};
 
- private:
-  const SignalMask mask_{SIG_BLOCK, unixIoAllSignalsBut()};
+// Holds the lock. No handler runs on this thread meanwhile, which might need it itself.
+struct SlotsAccess {
+  const SignalMask mask{SIG_BLOCK, unixIoAllSignalsBut()};
+  const SlotsLock lock;
 };
 
 Slot* slotOf(const char* pageAddr) {
@@ -128,7 +130,6 @@ bool protect(char* pageAddr, HostProtectHandlerFType handler, bool& full) {
 }
 
 [[gnu::noinline]] bool answersFor(const protectedSType& page, char* faultAddr) {
-  const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
   return page.protectHandler(page.pageAddr, faultAddr) != 0;
 }
 
@@ -145,10 +146,13 @@ bool hostHandleGuardPageAccess(char* faultAddr) {
     const unsigned filling = fillings[index];
     const protectedSType page = slot;
     if (page.pageAddr == nullptr || !covers(page, faultAddr)) continue;
-    if (page.protectHandler == nullptr || !answersFor(page, faultAddr)) continue;
+    if (page.protectHandler == nullptr) continue;
+    const SignalMask faultsReachUs(SIG_UNBLOCK, unixIoFaultSignals());
+    if (!answersFor(page, faultAddr)) continue;
+    faultsReachUs.change(SIG_BLOCK, unixIoAllSignalsBut());
     // The handler or another thread may have unprotected the page already. Where it is guarded
     // anew, the next try of the access is offered to the new guard.
-    const SlotsAccess access;
+    const SlotsLock lock;
     const bool isSameGuard = fillings[index] == filling && slot.load().pageAddr == page.pageAddr;
     unprotected |= !isSameGuard || unprotect(slot);
     if (faultAddr != nullptr) break;

@@ -48,10 +48,19 @@ bool isReadable(const char* address) {
   return errno != EFAULT;
 }
 
+// Between two stacks there may be no more than one page that is not.
+bool isReadable(const char* from, const char* end) {
+  constexpr std::size_t page = 4096;
+  for (; from < end; from += page) {
+    if (!isReadable(from)) return false;
+  }
+  return isReadable(end);
+}
+
 bool isOverflow(const SignalEvent& event, std::uintptr_t stackPointer) {
   if (!event.isFaultSignal() || event.info == nullptr || event.wasSent()) return false;
   const auto address = reinterpret_cast<std::uintptr_t>(event.info->si_addr);
-  return address - stackPointer + overflowReach < 2 * overflowReach;
+  return address >= overflowReach && address - stackPointer + overflowReach < 2 * overflowReach;
 }
 
 char* signalStackEnd(const ucontext_t* context) {
@@ -124,6 +133,7 @@ bool hostIsOnSignalStack(const ucontext_t* context, std::uintptr_t address) {
       ".cfi_offset %ebp, -8\n"
       "mov %esp, %ebp\n"
       ".cfi_def_cfa_register %ebp\n"
+      ".cfi_signal_frame\n"  // the stacks may lie in either order
       "mov 8(%ebp), %esp\n"
       "and $-16, %esp\n"
       "sub $8, %esp\n"
@@ -148,7 +158,7 @@ void hostOnInterruptedStack(const SignalEvent& event, void (*handle)(const Signa
   constexpr std::uintptr_t redZone = 128;
   constexpr std::uintptr_t alignment = 64;
   auto* const copy = reinterpret_cast<char*>((pointer - redZone - size) / alignment * alignment);
-  if (!isReadable(copy + size) || !isReadable(copy - neededRoom)) return handle(event);
+  if (!isReadable(copy - neededRoom, copy + size)) return handle(event);
   Move move{&event, handle, copy};
   hostCallOnStack(copy, handleOnOtherStack, &move);
 }

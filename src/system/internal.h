@@ -48,11 +48,12 @@ bool unixIoStatx(const char* name, unsigned int fields, struct statx& found);
 // meanwhile is put back.
 class CancellationWaits {
  public:
-  CancellationWaits() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  CancellationWaits() { begin(); }
   ~CancellationWaits() { restore(); }
   CancellationWaits(const CancellationWaits&) = delete;
   CancellationWaits& operator=(const CancellationWaits&) = delete;
 
+  void begin() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
   void restore() const { pthread_setcancelstate(former_, nullptr); }
 
  private:
@@ -172,6 +173,8 @@ class SignalMask {
   SignalMask(const SignalMask&) = delete;
   SignalMask& operator=(const SignalMask&) = delete;
 
+  // Changes it once more.
+  static void change(int how, const sigset_t& signals) { pthread_sigmask(how, &signals, nullptr); }
   void restore() const { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
   const sigset_t& former() const { return former_; }
 
