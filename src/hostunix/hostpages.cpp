@@ -9,6 +9,7 @@
 // handler may guard and unguard pages, and several threads may be in it at once.
 #include <povzel/hostpages.h>
 
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -59,11 +60,23 @@ static_assert(pageNumbers <= std::uint64_t{1} << (threadShift - pageShift));
 // slots are whole at any moment.
 std::atomic<pid_t> slotsHolder = 0;
 
+// Kept, because a fault is not to cost a system call more; a child after a fork keeps its own.
+std::atomic<pid_t> ownProcess = 0;
+
+void noteProcess() {
+  static pthread_once_t noted = PTHREAD_ONCE_INIT;
+  pthread_once(&noted, [] {
+    const auto note = [] { ownProcess = getpid(); };
+    pthread_atfork(nullptr, nullptr, note);
+    note();
+  });
+}
+
 // Spins, because a handler may wait for it. Nothing faults under it.
 class SlotsLock {
  public:
   SlotsLock() {
-    const pid_t process = getpid();
+    const pid_t process = ownProcess;
     for (pid_t holder = 0; !slotsHolder.compare_exchange_weak(holder, process);) {
       if (holder != process) continue;
       sched_yield();
@@ -136,6 +149,7 @@ bool protect(char* pageAddr, HostProtectHandlerFType handler, bool& full) {
 }  // namespace
 
 void hostForgetProtectedPages() {
+  noteProcess();
   for (Slot& slot : protectedPages) slot = protectedSType{};
 }
 
@@ -172,6 +186,7 @@ bool hostPageWasOpened(const char* faultAddr) {
 }
 
 BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType handler, SysErrorSType* err) {
+  noteProcess();
   pageSize = static_cast<std::size_t>(UtlGetPageSize());
   const auto size = static_cast<long>(pageSize);
   if (reinterpret_cast<std::uintptr_t>(pageAddr) % pageSize != 0) {
