@@ -56,6 +56,20 @@ class ErrnoKeeper {
   int kept_;
 };
 
+// Streams
+
+// Other threads stay out of the stream while this lives.
+class UtlStreamLock {
+ public:
+  explicit UtlStreamLock(std::FILE* stream) : stream_(stream) { flockfile(stream_); }
+  ~UtlStreamLock() { funlockfile(stream_); }
+  UtlStreamLock(const UtlStreamLock&) = delete;
+  UtlStreamLock& operator=(const UtlStreamLock&) = delete;
+
+ private:
+  std::FILE* stream_;
+};
+
 // The system's calls (oscalls.cpp)
 //
 // Those of the system and the C library that can fail, a pointer each. The library makes them

@@ -148,7 +148,6 @@ void verCatalogueMessage(std::FILE* f, const char* symbol, const char* kinds,
 // The functions of vermsg.h for a descriptor, past the streams. Signal-safe.
 void verSafeLeadingEdge(int fd);
 void verSafeEndEdge(int fd);
-void verSafeDividerLine(int fd);
 void verSafeMessage(int fd, const char* text);
 void verSafeCenteredMessage(int fd, const char* text);
 

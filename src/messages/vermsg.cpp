@@ -36,15 +36,13 @@ constexpr auto dividerLine = edge('+', '-', '+');
 // Boxes go into a stream, which is this thread's while this lives.
 class Stream {
  public:
-  explicit Stream(FILE* f) : f_(f) { flockfile(f_); }
-  ~Stream() { funlockfile(f_); }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
+  explicit Stream(FILE* f) : f_(f), lock_(f) {}
 
   void put(const char* text, std::size_t length) { fwrite_unlocked(text, 1, length, f_); }
 
  private:
   FILE* f_;
+  const UtlStreamLock lock_;
 };
 
 // Or into a file past the streams, several lines in one go.
@@ -157,10 +155,6 @@ void verSafeLeadingEdge(int fd) {
 
 void verSafeEndEdge(int fd) {
   Descriptor(fd).put(endEdge.data(), endEdge.size());
-}
-
-void verSafeDividerLine(int fd) {
-  Descriptor(fd).put(dividerLine.data(), dividerLine.size());
 }
 
 void verSafeMessage(int fd, const char* text) {

@@ -304,18 +304,6 @@ char* appendMilliseconds(char* to, const TimeOfDay& time) {
 // Room for date, decimal point, milliseconds, zone and what stands around them.
 using StampBuffer = char[2 * sizeof(ZelCTimeStringType) + 32];
 
-// Other threads stay out of the stream while this lives.
-class StreamLock {
- public:
-  explicit StreamLock(FILE* stream) : stream_(stream) { flockfile(stream_); }
-  ~StreamLock() { funlockfile(stream_); }
-  StreamLock(const StreamLock&) = delete;
-  StreamLock& operator=(const StreamLock&) = delete;
-
- private:
-  FILE* stream_;
-};
-
 void writeWhole(FILE* stream, const char* stamp, std::size_t stampLength, const char* text,
                 BoolType addCr) {
   fwrite_unlocked(stamp, 1, stampLength, stream);
@@ -333,7 +321,7 @@ char* stampOfNow(StampBuffer& buffer, const TimeOfDay& time) {
 void UtlTimeStampMs_s(FILE* stream, const char* text, BoolType addCr) {
   constexpr char indent[] = "\n    ";
   // A text without a stamp stands below the one that it follows, whatever other threads write.
-  const StreamLock lock(stream);
+  const UtlStreamLock lock(stream);
   const TimeOfDay time = hostTimeOfDay();
   if (followsLastStamp(time)) {
     if (text != nullptr) writeWhole(stream, indent + 1, sizeof indent - 2, text, addCr);

@@ -24,10 +24,8 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
   const std::pair<void (*)(FILE*, const char*), void (*)(int, const char*)> writers[] = {
       {VerMessage, verSafeMessage},
       {VerCenteredMessage, verSafeCenteredMessage},
-      {[](FILE* f, const char*) { VerLeadingEdge(f), VerDividerLine(f), VerEndEdge(f); },
-       [](int f, const char*) {
-         verSafeLeadingEdge(f), verSafeDividerLine(f), verSafeEndEdge(f);
-       }}};
+      {[](FILE* f, const char*) { VerLeadingEdge(f), VerEndEdge(f); },
+       [](int f, const char*) { verSafeLeadingEdge(f), verSafeEndEdge(f); }}};
   const std::tuple<int, std::string, std::string> cases[] = {
       {message, "a\n\nb\n", framed("a") + framed("") + framed("b") + framed("")},
       {message, x(76), "| " + x(76) + "|\n"},
@@ -44,7 +42,8 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
       {centered, x(76), "| " + x(76) + "|\n"},
       // Longer than what is written past the streams in one go, and open on the right.
       {message, x(2100), "| " + x(2100) + "\n"},
-      {edges, "", " " + x(77, "_") + "\n+" + x(77, "-") + "+\n|" + x(77, "_") + "|\n"}};
+      {edges, "", " " + x(77, "_") + "\n|" + x(77, "_") + "|\n"}};
+  EXPECT_EQ(printed([] { VerDividerLine(stdout); }), "+" + x(77, "-") + "+\n");
   for (const auto& [what, text, frame] : cases) {
     const auto& [toStream, toFile] = writers[what];
     EXPECT_EQ(printed([&, text = text.c_str()] { toStream(stdout, text); }), frame);
