@@ -2,6 +2,7 @@
 //
 //   guarantee.cpp                          broken guarantees, reported to the fatal path
 //   utlsafewrite.cpp                       output past the streams
+//   utlclaim.cpp                           what one thread has at a time
 //   utlcpu.cpp                             instructions beyond the build's baseline
 //   oscalls.cpp                            the system's calls, through a table
 //   utltree.cpp                            the installation that this library lies in
@@ -30,6 +31,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -173,6 +175,41 @@ void utlSafeWrite(int descriptor, const char* bytes, std::size_t size);
 
 // The same with the bytes of all `parts`, at most 1,024, which it changes. Signal-safe.
 void utlSafeWriteParts(int descriptor, std::span<iovec> parts);
+
+// Claims (utlclaim.cpp)
+
+// Whether the process has no such thread any more. Keeps errno. Signal-safe.
+bool utlIsGone(pid_t thread);
+
+// What one thread of the process has at a time, for as long as it takes. A child after a fork has
+// none of its parent's claims, and a thread that is gone has none. All are signal-safe.
+class UtlClaim {
+ public:
+  // Takes it for the calling thread. Returns false if another thread has it.
+  bool take();
+
+  // Gives the calling thread's up, and wakes who waits for it.
+  void giveUp();
+
+  // The thread of this process that has it, or 0.
+  pid_t owner() const;
+  bool isMine() const;
+
+  // Waits until `owner` has it no more, or less long. By the call that conditions are waited for
+  // with: unlike a lock, a claim may take its time.
+  void await(pid_t owner) const;
+
+ private:
+  struct alignas(8) Owner {
+    pid_t process;
+    pid_t thread;
+  };
+  static_assert(std::atomic<Owner>::is_always_lock_free);
+
+  const pid_t* threadWord() const { return reinterpret_cast<const pid_t*>(&owner_) + 1; }
+
+  std::atomic<Owner> owner_{};
+};
 
 // Own installation (utltree.cpp)
 //

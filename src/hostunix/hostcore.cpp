@@ -1,7 +1,6 @@
 #include <povzel/hostcore.h>
 
 #include <fcntl.h>
-#include <linux/futex.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -43,17 +42,10 @@ constexpr int panicExitStatus = 1;
 
 // Whether the calling thread carries out the end of the process.
 bool endsProcess() {
-  return utlExitIsClaimed() && utlClaimExit();
+  return utlExitOwner() == gettid();
 }
 
-// The thread that is in HostCoredump; process 0 is nobody's.
-struct alignas(8) CoreThread {
-  pid_t process;
-  pid_t thread;
-};
-std::atomic<CoreThread> coreThread{};
-std::atomic<int> coreTurns{0};  // that have ended
-static_assert(std::atomic<CoreThread>::is_always_lock_free && sizeof coreTurns == sizeof(int));
+UtlClaim coreClaim;  // of the thread that is in HostCoredump
 
 // A thread's turn at the core. Others wait for its end; the thread itself, which may come back from
 // a fault on the way, goes on, and a child after a fork has its own turns. The thread that ends the
@@ -61,22 +53,16 @@ static_assert(std::atomic<CoreThread>::is_always_lock_free && sizeof coreTurns =
 class CoreTurn {
  public:
   CoreTurn() {
-    const CoreThread self{getpid(), gettid()};
-    for (;;) {
-      const int ended = coreTurns;
-      CoreThread owner = coreThread;
-      isMine_ = owner.process != self.process;
-      if (isMine_ && coreThread.compare_exchange_strong(owner, self)) return;
-      isOthers_ = !isMine_ && owner.thread != self.thread;
-      if (!isMine_ && (!isOthers_ || endsProcess())) return;
-      if (!isMine_) awaitEnd(ended);
+    if (coreClaim.isMine()) return;
+    while (!coreClaim.take()) {
+      isOthers_ = endsProcess();
+      if (isOthers_) return;
+      coreClaim.await(coreClaim.owner());
     }
+    isMine_ = true;
   }
   ~CoreTurn() {
-    if (!isMine_) return;
-    coreThread = CoreThread{};
-    ++coreTurns;
-    syscall(SYS_futex, &coreTurns, FUTEX_WAKE_PRIVATE, INT_MAX);
+    if (isMine_) coreClaim.giveUp();
   }
   CoreTurn(const CoreTurn&) = delete;
   CoreTurn& operator=(const CoreTurn&) = delete;
@@ -84,13 +70,7 @@ class CoreTurn {
   bool isOthers() const { return isOthers_; }
 
  private:
-  // By the call that conditions are waited for with: unlike a lock, a turn may take its time.
-  static void awaitEnd(int ended) {
-    syscall(SYS_futex, &coreTurns, FUTEX_WAIT_BITSET_PRIVATE, ended, nullptr, nullptr,
-            FUTEX_BITSET_MATCH_ANY);
-  }
-
-  bool isMine_;
+  bool isMine_ = false;
   bool isOthers_ = false;
 };
 

@@ -28,7 +28,7 @@ constexpr int fatalExitStatus = 3;
 constexpr unsigned attachPollSeconds = 2;
 
 HostOnDebugHandlerType hostCallDebuggerHook = nullptr;
-BoolType hookRunning = 0;
+UtlClaim hookRunning;
 HostFatalReportFuncType* HostFatalReportFunc = nullptr;
 std::atomic<long> hostFatalReportCount{0};
 

@@ -250,10 +250,9 @@ class HandlerRun {
 
   // One that left its handler by siglongjmp, and then ended.
   RunningHandler* takePlaceOfGoneThread() const {
-    const pid_t process = getpid();
     for (RunningHandler& handler : runningHandlers) {
       pid_t thread = handler.thread;
-      if (thread == 0 || tgkill(process, thread, 0) == 0) continue;
+      if (thread == 0 || !utlIsGone(thread)) continue;
       if (!handler.thread.compare_exchange_strong(thread, thread_)) continue;
       if (handler.signal == SIGSEGV) removeSegv();
       return &handler;

@@ -9,15 +9,12 @@
 // other, and what waits for a lock that was interrupted is cut off (hostbackstop.cpp).
 #include <povzel/hostfault.h>
 
-#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 
 #include <povzel/errmsg.h>
 #include <povzel/hostcore.h>
@@ -178,40 +175,16 @@ void keepPostponed(ExitFunction exitfunc, int code, const SignalEvent& event) {
   postponeExit();
 }
 
-bool isGone(pid_t thread) {
-  const ErrnoKeeper keeper;
-  return tgkill(getpid(), thread, 0) != 0;
-}
-
-// By the call that conditions are waited for with, because a callback may take its time.
-void awaitCallback(BoolType& running, pid_t runner) {
-  const ErrnoKeeper keeper;
-  const BackstopMoved moved(runner);
-  syscall(SYS_futex, &running, FUTEX_WAIT_BITSET_PRIVATE, runner, nullptr, nullptr,
-          FUTEX_BITSET_MATCH_ANY);
-}
-
-// Makes `running` the calling thread. Returns false if it is already. A thread that is gone, or was
-// the parent's, does not count.
-bool beginCallback(BoolType& running) {
-  const std::atomic_ref word(running);
-  const pid_t self = gettid();
-  for (;;) {
-    pid_t runner = 0;
-    if (word.compare_exchange_strong(runner, self)) return true;
-    if (runner == self) return false;
-    if (isGone(runner)) {
-      if (word.compare_exchange_strong(runner, self)) return true;
-    } else {
-      awaitCallback(running, runner);
-    }
+// Returns false if the calling thread is in the callback already.
+bool beginCallback(UtlClaim& running) {
+  if (running.isMine()) return false;
+  while (!running.take()) {
+    const pid_t runner = running.owner();
+    if (runner == 0) continue;
+    const BackstopMoved moved(runner);
+    running.await(runner);
   }
-}
-
-void endCallback(BoolType& running) {
-  const ErrnoKeeper keeper;
-  std::atomic_ref(running).store(0);
-  syscall(SYS_futex, &running, FUTEX_WAKE_PRIVATE, INT_MAX);
+  return true;
 }
 
 // The C library ran out of memory below us: there is none for a fork either, so no stack is
@@ -273,13 +246,13 @@ BoolType HostGetFatalErr() {
 
 // Callbacks
 
-void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running) {
+void hostCallUnlessRunning(HostFaultFuncType* callback, UtlClaim& running) {
   if (callback == nullptr || !beginCallback(running)) return;
   {
     const ApplicationRuns applicationRuns;
     callback();
   }
-  endCallback(running);
+  running.giveUp();
 }
 
 void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
@@ -288,7 +261,7 @@ void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncTyp
 }
 
 void hostFlushApplicationFiles() {
-  static BoolType flushing = 0;
+  static constinit UtlClaim flushing;
   hostCallUnlessRunning(fileFlusherFct, flushing);
 }
 
@@ -328,7 +301,8 @@ ReportsInHandler::~ReportsInHandler() {
 }
 
 bool hostExitGoesOnElsewhere() {
-  return utlExitIsClaimed() && !utlClaimExit();
+  const pid_t owner = utlExitOwner();
+  return owner != 0 && owner != gettid();
 }
 
 void hostBeginFatalEnd(const SignalEvent& event, HostReport report) {

@@ -320,10 +320,10 @@ void hostObeyExitOnGuardPageAccess(const void* address);
 // Keeps the application's callbacks; null for none.
 void hostSetApplicationCallbacks(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown);
 
-// Calls `callback` unless it is null or at work in the calling thread (`running`, 0 at start): one
+// Calls `callback` unless it is null or at work in the calling thread (which `running` tells): one
 // that fails itself comes back here, and would be called for ever. Another thread waits until it is
 // done before it calls it. Signal-safe but for the callback.
-void hostCallUnlessRunning(HostFaultFuncType* callback, BoolType& running);
+void hostCallUnlessRunning(HostFaultFuncType* callback, UtlClaim& running);
 
 // Calls the application's file flusher in that way. Signal-safe but for the callback.
 void hostFlushApplicationFiles();

@@ -24,9 +24,6 @@ bool utlClaimExit();
 // Gives the calling thread's claim up: whoever waits for its exit may take it. Signal-safe.
 void utlReleaseExit();
 
-// Whether any thread of this process has claimed it. Signal-safe.
-bool utlExitIsClaimed();
-
 // The thread of this process that has claimed it, or 0. Signal-safe.
 pid_t utlExitOwner();
 

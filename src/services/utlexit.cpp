@@ -1,11 +1,6 @@
 #include <povzel/utlexit.h>
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -24,20 +19,8 @@
 
 namespace {
 
-// A thread of a process: after a fork the child's are others than its parent's.
-struct alignas(8) ExitOwner {
-  pid_t process;
-  pid_t thread;
-};
-std::atomic<ExitOwner> exitOwner{};
-static_assert(std::atomic<ExitOwner>::is_always_lock_free);
+UtlClaim exitClaim;
 std::atomic<int> claimedStatus{utlFatalStatus};
-
-// On the owner's thread, which is the second word of the record.
-long futex(int operation, int value) {
-  return syscall(SYS_futex, reinterpret_cast<int*>(&exitOwner) + 1, operation, value, nullptr,
-                 nullptr, FUTEX_BITSET_MATCH_ANY);
-}
 
 // Claims the exit, or waits until it is this thread's.
 void claimExit(int status) {
@@ -82,28 +65,18 @@ void removeChildLog() {
 }  // namespace
 
 bool utlClaimExit() {
-  const ExitOwner self{getpid(), gettid()};
-  ExitOwner owner = exitOwner.load();
-  while (owner.process != self.process) {
-    if (!exitOwner.compare_exchange_weak(owner, self)) continue;
-    claimedStatus = utlFatalStatus;
-    return true;
-  }
-  return owner.thread == self.thread;
+  if (exitClaim.isMine()) return true;
+  if (!exitClaim.take()) return false;
+  claimedStatus = utlFatalStatus;
+  return true;
 }
 
 void utlReleaseExit() {
-  exitOwner = ExitOwner{};
-  futex(FUTEX_WAKE_PRIVATE, INT_MAX);
-}
-
-bool utlExitIsClaimed() {
-  return utlExitOwner() != 0;
+  exitClaim.giveUp();
 }
 
 pid_t utlExitOwner() {
-  const ExitOwner owner = exitOwner;
-  return owner.process == getpid() ? owner.thread : 0;
+  return exitClaim.owner();
 }
 
 int utlExitStatus() {
@@ -117,7 +90,7 @@ void utlAwaitExit(int status) {
     const pid_t owner = utlExitOwner();
     if (owner == 0) continue;
     hostWatchExitAwaited(owner, status);
-    futex(FUTEX_WAIT_BITSET_PRIVATE, owner);
+    exitClaim.await(owner);
   }
 }
 
