@@ -165,8 +165,8 @@ bool isWaitThatCounts(const char* line) {
 void closeDescriptors() {
   constexpr long all = -1;
   if (systemCall(SYS_close_range, 0, reinterpret_cast<const void*>(all)) == 0) return;
-  constexpr long most = 65536;
-  for (long descriptor = 0; descriptor < most; ++descriptor) systemCall(SYS_close, descriptor);
+  for (long descriptor = 0; descriptor < hostMostDescriptors; ++descriptor)
+    systemCall(SYS_close, descriptor);
 }
 
 int watch(void* /*unused*/) {

@@ -162,19 +162,12 @@ void leaveCoreDirectory() {
   return os.setresuid(user, user, user) == 0 && isGroup;
 }
 
-bool giveUpIdsOfThread() {
-  const gid_t group = getgid();
-  const uid_t user = getuid();
-  const bool isGroup = os.setThreadGids(group, group) == 0;
-  return os.setThreadUids(user, user) == 0 && isGroup;
-}
-
 // The saved ids, too, or they could be taken back. Where nothing may lock the other threads follow
 // later.
 void giveUpPrivileges(bool mayLock) {
   if (!hostHasSetIds()) return;
   othersKeepIds = !mayLock;
-  if (mayLock ? giveUpIdsOfAllThreads() : giveUpIdsOfThread()) return;
+  if (mayLock ? giveUpIdsOfAllThreads() : hostGiveUpThreadIds()) return;
   hostPrintPast(stderr, "coredump:  unable to give up privileges; errno = %d\n", errno);
 }
 

@@ -269,30 +269,31 @@ class HandlerRun {
   bool cameBack_ = false;
 };
 
-void chain(const SignalEvent& event) {
-  const HandlerRun run(event, __builtin_frame_address(0));
-  if (!run.cameBack()) hostChain(event);
-}
-
-// The earlier handler may hand the signal back, and is not called again then.
-void terminate(const SignalEvent& event) {
-  const HandlerRun run(event, __builtin_frame_address(0));
-  SignalEvent chained = event;
-  chained.handedBack = run.cameBack();
-  hostTerminate(chained);
-}
-
 void printStacksOnRequest() {
   HostSignalSafePrint("\n\nSignal SIGUSR1 received printingStack ...");
   hostPrintStacks();
   HostSignalSafePrint("\n");
 }
 
+// What the earlier handler may hear of. Where that hands the signal back, it is not called again.
 void chainOrEnd(const SignalEvent& event) {
   const HandlerRun run(event, __builtin_frame_address(0));
-  if (event.signal == SIGSEGV) run.endRecursion();
   SignalEvent chained = event;
   chained.handedBack = run.cameBack();
+  switch (event.signal) {
+    case SIGXCPU:
+      hostTerminate(chained);
+      return;
+    case SIGHUP:
+    case SIGUSR1:
+      hostChain(chained);
+      return;
+    case SIGSEGV:
+      run.endRecursion();
+      break;
+    default:
+      break;
+  }
   if (!hostChain(chained)) hostEndByUnhandledSignal(chained);
 }
 
@@ -309,23 +310,16 @@ void handle(const SignalEvent& event) {
       HostIncrementSigTerm();
       hostTerminate(event);
       return;
-    case SIGXCPU:
-      terminate(event);
-      return;
     case SIGCHLD:
       hostReapChildren();
       return;
-    case SIGHUP:
-      chain(event);
-      return;
     case SIGUSR1:
       printStacksOnRequest();
-      chain(event);
-      return;
+      break;
     default:
-      chainOrEnd(event);
-      return;
+      break;
   }
+  chainOrEnd(event);
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ namespace {
 constexpr int childFailureStatus = 3;
 constexpr int firstClosedDescriptor = 8;
 constexpr int lastClosedDescriptor = 15;
-constexpr rlim_t mostDescriptors = 65536;  // looked at where /proc does not tell which are open
 
 [[noreturn]] void endChild() {
   _exit(childFailureStatus);
@@ -92,9 +91,9 @@ void closeInherited(const ForkPlan& plan) {
     if (!isNeeded(descriptor)) os.close(descriptor);
   }
   if (forEachDescriptor(closeAcrossExec)) return;
-  rlimit limit{mostDescriptors, mostDescriptors};
+  rlimit limit{hostMostDescriptors, hostMostDescriptors};
   os.getrlimit(RLIMIT_NOFILE, &limit);
-  const int end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, mostDescriptors));
+  const int end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, hostMostDescriptors));
   for (int descriptor = 0; descriptor < end; ++descriptor) closeAcrossExec(descriptor);
 }
 

@@ -49,6 +49,13 @@ bool hostHasSetIds() {
          group.saved != group.real;
 }
 
+bool hostGiveUpThreadIds() {
+  const gid_t group = getgid();
+  const uid_t user = getuid();
+  const bool isGroup = os.setThreadGids(group, group) == 0;
+  return os.setThreadUids(user, user) == 0 && isGroup;
+}
+
 // The effective ids, which give the right to come back, are saved meanwhile. Ids that count for
 // files alone would not do: what the kernel shows under /proc it shows by effective ids and rights.
 RealIds::RealIds(BoolType wanted) : switched_(wanted != 0 && areOthers()) {

@@ -31,24 +31,18 @@ PrintStackFuncType* SmalltalkPrintStackFunc = nullptr;
 
 constexpr char stackPrinter[] = "$TARVOLIN/bin/gstack";
 constexpr int reapPauseMilliseconds = 50;
-constexpr int mostDescriptors = 65536;  // closed one by one on old systems
 
 // The invoker of a set-id program chooses what runs here, so it runs with his ids and finds none of
-// the files that were opened with others. By bare system calls: those of the C library would wait
-// for threads that the child does not have.
+// the files that were opened with others.
 bool giveUpRights() {
   constexpr unsigned firstClosed = STDERR_FILENO + 1;
   const bool wasSetId = getauxval(AT_SECURE) != 0;
   if ((wasSetId || hostHasSetIds()) && syscall(SYS_close_range, firstClosed, ~0U, 0) != 0) {
-    for (int descriptor = firstClosed; descriptor < mostDescriptors; ++descriptor) {
+    for (int descriptor = firstClosed; descriptor < hostMostDescriptors; ++descriptor) {
       close(descriptor);
     }
   }
-  if (!hostHasSetIds()) return true;
-  const gid_t group = getgid();
-  const uid_t user = getuid();
-  return syscall(SYS_setresgid32, group, group, group) == 0 &&
-         syscall(SYS_setresuid32, user, user, user) == 0;
+  return !hostHasSetIds() || hostGiveUpThreadIds();
 }
 
 // In the child, with all signals blocked until no handler of this process is left.

@@ -62,10 +62,18 @@ bool hostExpandFileName(const char* name, HostFnameStrType& expanded,
 // HostFileExist; leaves the name of the file that it looked at in `expanded`.
 bool hostFileExists(const char* fileName, HostFnameStrType& expanded);
 
+// Descriptors that are looked at one by one where the system does not tell which are open.
+constexpr int hostMostDescriptors = 65536;
+
 // Ids (hostids.cpp)
 
 // Whether the effective or the saved ids are others than the real ones. Signal-safe.
 bool hostHasSetIds();
+
+// Makes the real ids the calling thread's only ones, by bare system calls: those of the C library
+// would wait for all other threads. Returns false with errno set where the system refuses.
+// Signal-safe.
+bool hostGiveUpThreadIds();
 
 // The real ids are this thread's effective ones while this lives, if it is told so; those of other
 // threads stay as they are. Keeps errno at the end.

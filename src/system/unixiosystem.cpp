@@ -1,7 +1,6 @@
 // Shell commands, run in a child (unixIoRun, and UnixIoSystem of unixio.h).
 
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -196,8 +195,9 @@ class Surroundings {
 
 // The C library's functions would try to change the ids of the parent's other threads too.
 void useRealIdsInChild() {
-  syscall(SYS_setresgid32, -1, getgid(), -1);
-  syscall(SYS_setresuid32, -1, getuid(), -1);
+  constexpr auto unchanged = static_cast<unsigned int>(-1);
+  oscalls::setThreadGids(getgid(), unchanged);
+  oscalls::setThreadUids(getuid(), unchanged);
 }
 
 // Between vfork and exec the child runs in the parent's memory: it changes nothing there but
