@@ -55,8 +55,8 @@ POVZEL_EXPORT void HostShutDown(void);
 
 // Gives the calling thread a stack of 256 KiB of its own for SIGSEGV, SIGBUS, SIGILL and SIGFPE, so
 // that a stack overflow in it is reported; it is released when the thread ends. Keeps a signal
-// stack of 64 KiB or more that the thread has already; a smaller one is replaced. Returns 1 if the
-// thread has one now, or 0 with errno set.
+// stack of 64 KiB or more that the thread has already; a smaller one is replaced. Call it outside
+// handlers. Returns 1 if the thread has one now, or 0 with errno set.
 POVZEL_EXPORT BoolType HostUseSignalStack(void);
 
 // The handler itself, with the arguments of any SA_SIGINFO handler. A program that has a handler of

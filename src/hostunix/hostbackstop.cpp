@@ -33,6 +33,11 @@ std::atomic<pid_t> watchedThread = 0;  // 0: none, and the watcher rests
 std::atomic<bool> isAwaited = false;
 std::atomic<int> endStatus = 0;
 
+// What stands in for the watcher, and what it has put aside.
+std::atomic<pid_t> timedProcess = 0;
+struct sigaction formerAction;
+itimerval formerTimer;
+
 // What the kernel tells of the watched thread: the call it stands in.
 SafeLine watchedFile;
 using CallLine = char[256];
@@ -185,15 +190,24 @@ int watch(void* /*unused*/) {
   }
 }
 
-// Without a watcher the process has a minute.
+// Without a watcher the process has a minute, once.
 void startTimer() {
+  const pid_t process = getpid();
+  if (timedProcess.exchange(process) == process) return;
   struct sigaction action = {};
   action.sa_handler = [](int) { _exit(endStatus); };
-  sigaction(SIGALRM, &action, nullptr);
+  sigaction(SIGALRM, &action, &formerAction);
   const itimerval minute = {{}, {blindPatience, 0}};
-  syscall(SYS_setitimer, ITIMER_REAL, &minute, nullptr);
+  syscall(SYS_setitimer, ITIMER_REAL, &minute, &formerTimer);
   const sigset_t alarm = unixIoSignals(SIGALRM);
   pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+}
+
+void stopTimer() {
+  if (timedProcess != getpid()) return;
+  syscall(SYS_setitimer, ITIMER_REAL, &formerTimer, nullptr);
+  sigaction(SIGALRM, &formerAction, nullptr);
+  timedProcess = 0;
 }
 
 // Before exec or the end of the process nobody needs the stack back.
@@ -219,10 +233,8 @@ bool isWatched() {
   return watchedProcess == getpid() && watchedThread != 0;
 }
 
-// Unless it is watched already.
-void watchOwner(pid_t owner) {
-  if (isWatched()) return;
-  watchedThread = owner;
+void watchThread(pid_t thread) {
+  watchedThread = thread;
   startWatcher();
 }
 
@@ -232,17 +244,14 @@ void hostArmBackstop(int status) {
   const ErrnoKeeper keeper;
   if (!isWatched()) isAwaited = false;
   endStatus = status;
-  watchedThread = gettid();
-  startWatcher();
+  watchThread(gettid());
 }
 
-void hostDisarmBackstop() {
+void hostDisarmBackstop(pid_t thread) {
   const ErrnoKeeper keeper;
+  if (!watchedThread.compare_exchange_strong(thread, 0)) return;
   isAwaited = false;
-  watchedThread = 0;
-  if (watchedProcess == getpid()) return;
-  const itimerval none = {};
-  syscall(SYS_setitimer, ITIMER_REAL, &none, nullptr);
+  stopTimer();
 }
 
 void hostWatchExit(pid_t owner, int status) {
@@ -250,14 +259,14 @@ void hostWatchExit(pid_t owner, int status) {
   if (isWatched()) return;
   isAwaited = false;
   endStatus = status;
-  watchOwner(owner);
+  watchThread(owner);
 }
 
 void hostWatchExitAwaited(pid_t owner, int status) {
   const ErrnoKeeper keeper;
   if (!isWatched() || !isAwaited.exchange(true)) endStatus = status;
   isAwaited = true;
-  watchOwner(owner);
+  if (!isWatched()) watchThread(owner);
 }
 
 BackstopMoved::BackstopMoved(pid_t to) : to_(to) {

@@ -102,9 +102,9 @@ void callEarlierHandler(const SignalEvent& event, int status, CancellationWaits&
   const ApplicationRuns applicationRuns;
   if (end.again) return hostCallEarlierHandler(event);
   const End thisEnd = end;
-  hostDisarmBackstop();
   reportedProcess = 0;
   utlReleaseExit();
+  hostDisarmBackstop(gettid());
   untilTheEnd.restore();
   hostCallEarlierHandler(event);
   untilTheEnd.begin();

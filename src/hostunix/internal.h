@@ -400,8 +400,9 @@ void hostEndByUnhandledSignal(const SignalEvent& event);
 // status given counts. Signal-safe, and keeps errno.
 void hostArmBackstop(int status);
 
-// Nobody is watched any more: the end was given up. Signal-safe, and keeps errno.
-void hostDisarmBackstop();
+// Nobody is watched any more, if it was `thread`: that one has given its end up. Signal-safe, and
+// keeps errno.
+void hostDisarmBackstop(pid_t thread);
 
 // The process was told to end while `owner` carries out an exit: does the same for that thread and
 // status, unless a thread is watched already. Signal-safe, and keeps errno.

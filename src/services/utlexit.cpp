@@ -90,6 +90,7 @@ void utlAwaitExit(int status) {
     const pid_t owner = utlExitOwner();
     if (owner == 0) continue;
     hostWatchExitAwaited(owner, status);
+    if (utlExitOwner() != owner) hostDisarmBackstop(owner);  // which has given it up meanwhile
     exitClaim.await(owner);
   }
 }

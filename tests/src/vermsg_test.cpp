@@ -43,7 +43,6 @@ TEST(VerMsg, BreaksLinesCentresAndDrawsEdges) {
       // Longer than what is written past the streams in one go, and open on the right.
       {message, x(2100), "| " + x(2100) + "\n"},
       {edges, "", " " + x(77, "_") + "\n|" + x(77, "_") + "|\n"}};
-  EXPECT_EQ(printed([] { VerDividerLine(stdout); }), "+" + x(77, "-") + "+\n");
   for (const auto& [what, text, frame] : cases) {
     const auto& [toStream, toFile] = writers[what];
     EXPECT_EQ(printed([&, text = text.c_str()] { toStream(stdout, text); }), frame);
