@@ -318,6 +318,11 @@ void hostBeginFatalEnd(const SignalEvent& event, HostReport report) {
   }
   if (again && isOurs) {
     end.again = true;
+    // It was an exit up to now, or began with a signal that left the heap whole.
+    if (!isOwnAbort(event) && hostIsInCLibrary(event)) {
+      end.status = coreExitStatus;
+      end.interruptsCLibrary = true;
+    }
   } else {
     end = {coreExitStatus, hostIsInCLibrary(event)};
   }
