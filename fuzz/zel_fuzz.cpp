@@ -2,8 +2,7 @@
 // hang or a leak is a good one.
 #include <string>
 
-#include "objmem/memory.h"
-#include "vm/interpreter.h"
+#include "table/frame.h"
 #include "zel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -12,9 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (runs++ % 64 == 0) {
     // Inputs share a database for a while, so that one can build on another's objects.
     zel->ZelShutdown();
-    zel::setExecutionLimits({20'000, 500});
-    zel::setMemoryLimit(32U << 20);
     zel->ZelInit();
+    zel::Database& database = *zel::library().database;
+    database.memory.setLimit(32U << 20);
+    database.memory.meter.limit = 20'000;
+    database.machine.mostFrames = 500;
     zel->ZelLogin("SystemUser", "swordfish");
     zel->ZelDirtyObjsInit();
   }

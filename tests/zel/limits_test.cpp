@@ -1,21 +1,14 @@
 // Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
-#include "objmem/memory.h"
 #include "session_fixture.h"
-#include "vm/interpreter.h"
 
 namespace {
 
 class Limits : public ZelSession {
  protected:
-  void TearDown() override {
-    zel::setExecutionLimits({});
-    zel::setMemoryLimit(zel::defaultMemoryLimit);
-    ZelSession::TearDown();
-  }
   int errorOf(const std::string& source) { return run(source), errorNumber(); }
   std::size_t objects() {
-    zel::collect();
-    return zel::memoryStatistics().objects;
+    database().memory.collect();
+    return database().memory.statistics().objects;
   }
 };
 
@@ -26,28 +19,50 @@ std::string repeated(const std::string& text, int times) {
 }
 
 TEST_F(Limits, RunawayProgramsEnd) {
-  zel::setExecutionLimits({100'000, 2'000});
+  database().memory.meter.limit = 100'000;
+  database().machine.mostFrames = 2'000;
   for (const char* endless : {"[true] whileTrue: []", "[[] repeat] on: Exception do: [1]"}) {
-    EXPECT_EQ(6004, errorOf(endless)) << endless;
+    EXPECT_EQ(2522, errorOf(endless)) << endless;
     EXPECT_EQ("7", show("3 + 4"));
   }
   EXPECT_EQ(2138, errorOf("Object compile: 'deep ^self deep'. nil deep"));
   EXPECT_EQ(2138, errorOf("f := nil. f := [f value]. f value"));
-  zel::setExecutionLimits({});
+  database().memory.meter.limit = 0;
+  database().machine.mostFrames = 20'000;
   EXPECT_EQ(2138, errorOf("f value"));
 }
 
-// The programs wait for nothing but the break, however late it comes.
+// Breaks that a thread makes until it goes: one that comes between two programs is lost.
+class Breaking {
+ public:
+  explicit Breaking(void (*make)())
+      : thread_([this, make] {
+          while (!over_) make();
+        }) {}
+  ~Breaking() {
+    over_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> over_{false};
+  std::thread thread_;
+};
+
 TEST_F(Limits, ABreakFromAnotherThreadStopsOrSuspends) {
-  std::thread hard(zel->ZelHardBreak);
-  EXPECT_EQ(6004, errorOf("[true] whileTrue: []"));
-  hard.join();
-  std::thread soft(zel->ZelSoftBreak);
-  EXPECT_EQ(6003, errorOf("go := true. n := 0. [go] whileTrue: [n := n + 1]. 'over'"));
-  soft.join();
+  const auto brokenBy = [&](ZelUntypedFType make, const std::string& source) {
+    const Breaking breaking(make);
+    return errorOf(source);
+  };
+  EXPECT_EQ(6004, brokenBy(zel->ZelHardBreak, "[true] whileTrue: []"));
+  EXPECT_EQ(6003, brokenBy(zel->ZelSoftBreak,
+                           "go := true. n := 0. [go] whileTrue: [n := n + 1]. 'over'"));
   const OopType process = error.context;
   run("go := false");
   EXPECT_EQ("'over'", shown(zel->ZelContinueWith(process, 1, 0, nullptr)));
+  // One that finds nothing running does nothing to what comes next.
+  zel->ZelSoftBreak();
+  EXPECT_EQ("an Object", show("Object new"));
 }
 
 TEST_F(Limits, DeepAndLongTextsEnd) {
@@ -59,7 +74,7 @@ TEST_F(Limits, DeepAndLongTextsEnd) {
 }
 
 TEST_F(Limits, MemoryIsBoundedAndComesBack) {
-  zel::setMemoryLimit(16U << 20);
+  database().memory.setLimit(16U << 20);
   EXPECT_EQ(2208, errorOf("k := OrderedCollection new. [k add: (Array new: 1000)] repeat"));
   EXPECT_EQ("7", show("k := nil. System collectGarbage. 3 + 4"));
   // Garbage alone never fills it.
@@ -82,9 +97,9 @@ TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {
   EXPECT_LE(objects(), before + 8);
   EXPECT_EQ(2507, (zel->ZelFetchBytes(held, 1, nullptr, 0), errorNumber()));
   // The oops of what went are given out again.
-  const std::size_t entries = zel::memoryStatistics().tableSize;
+  const std::size_t entries = database().memory.statistics().tableSize;
   for (int i = 0; i < 20; ++i) run("1 to: 1000 do: [:i | 'garbage' copy]. System collectGarbage");
-  EXPECT_EQ(entries, zel::memoryStatistics().tableSize);
+  EXPECT_EQ(entries, database().memory.statistics().tableSize);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A test with a session of its own in a fresh database.
 #pragma once
 
+#include "table/frame.h"
 #include "tests.h"
 #include "vm/printing.h"
 #include "zel.h"
@@ -14,13 +15,15 @@ class ZelSession : public testing::Test {
   }
   void TearDown() override { zel->ZelShutdown(); }
 
+  ::zel::Database& database() { return *::zel::library().database; }
+
   OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
 
   // The printed result, or "error NUMBER" with the message.
   std::string show(const std::string& source) { return shown(run(source)); }
   std::string shown(OopType oop) {
     const std::string failure = takeError();
-    return failure.empty() ? ::zel::printString(oop) : failure;
+    return failure.empty() ? ::zel::printString(database().memory, oop) : failure;
   }
 
   // The pending error as text, empty if there is none; its record stays in `error`.

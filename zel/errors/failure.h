@@ -8,6 +8,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,7 @@ enum ErrorNumber : std::int32_t {
   ErrNotSuspended,
   ErrDeadReturn,
   ErrTooManySessions,
+  ErrStepLimit = 2522,
   ErrLoginDenied = 4051,
   ErrBadSession = 4100,
   ErrBadArgument = 5065,
@@ -53,17 +55,29 @@ enum ErrorNumber : std::int32_t {
 };
 static_assert(ErrNotCharacter == 2164 && ErrTooManySessions == 2512 && ErrHardBreak == 6004);
 
+// What becomes of a program in which a failure happens. Only errors and a full memory go to its
+// handlers.
+enum class FailureKind : std::uint8_t {
+  error,       // the program can be continued with the value of the message that failed
+  memoryFull,  // the program is given up: it must not go on holding what it made
+  suspension,  // the program asked for it and can be continued with a value
+  softBreak,   // the program can be continued as if nothing had happened
+  stop,        // the program is given up
+};
+
 // One error on its way up.
 struct Failure {
   std::int32_t number;
   std::string message;
   std::vector<OopType> args;
+  FailureKind kind = FailureKind::error;
   OopType exceptionClass = 0;  // what handlers in the program compare with; 0 means Error
   OopType exception = 0;       // the program's own exception object, if it signalled one
   OopType context = 0;         // the process that can be continued, 0 if there is none
 
-  Failure(std::int32_t errorNumber, std::string text, std::initializer_list<OopType> arguments = {})
-      : number(errorNumber), message(std::move(text)), args(arguments) {}
+  Failure(std::int32_t errorNumber, std::string text, std::initializer_list<OopType> arguments = {},
+          FailureKind kindOfFailure = FailureKind::error)
+      : number(errorNumber), message(std::move(text)), args(arguments), kind(kindOfFailure) {}
 
   // The same failure, for handlers of the class.
   Failure ofClass(OopType handledAs) const {
@@ -79,5 +93,9 @@ struct Failure {
     return failure;
   }
 };
+
+// An allocation found no room. Whoever can collect does so and repeats what it did, so nothing may
+// be half done where this is thrown; only a second one becomes a Failure.
+struct MemoryFull : std::bad_alloc {};
 
 }  // namespace zel

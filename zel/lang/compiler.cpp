@@ -1,17 +1,16 @@
 #include "compiler.h"
 
 #include <algorithm>
+#include <memory>
 #include <unordered_map>
 
-#include "code.h"
-#include "errors/failure.h"
+#include "objmem/changes.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/names.h"
 #include "objmem/values.h"
 #include "parser.h"
 #include "scopes.h"
-#include "session/changes.h"
 
 namespace zel {
 
@@ -19,18 +18,49 @@ namespace {
 
 constexpr struct {
   const char* selector;
-  ArithmeticKind kind;
+  OpCode code;
 } arithmeticSelectors[] = {
-    {"+", ArithmeticKind::add},     {"-", ArithmeticKind::subtract},
-    {"<", ArithmeticKind::less},    {">", ArithmeticKind::greater},
-    {"<=", ArithmeticKind::atMost}, {">=", ArithmeticKind::atLeast},
-    {"=", ArithmeticKind::equal},
+    {"+", OpCode::add},     {"-", OpCode::subtract}, {"*", OpCode::multiply}, {"<", OpCode::less},
+    {">", OpCode::greater}, {"<=", OpCode::atMost},  {">=", OpCode::atLeast}, {"=", OpCode::equal},
 };
+
+// How many values more are on the stack after an operation; sends and arrays take further ones.
+constexpr int growthOf(OpCode code) {
+  switch (code) {
+    case OpCode::pushLiteral:
+    case OpCode::pushSelf:
+    case OpCode::pushFrame:
+    case OpCode::pushOuter:
+    case OpCode::pushInstance:
+    case OpCode::pushGlobal:
+    case OpCode::duplicate:
+    case OpCode::makeBlock:
+    case OpCode::makeArray:
+      return 1;
+    case OpCode::popFrame:
+    case OpCode::pop:
+    case OpCode::add:
+    case OpCode::subtract:
+    case OpCode::multiply:
+    case OpCode::less:
+    case OpCode::greater:
+    case OpCode::atMost:
+    case OpCode::atLeast:
+    case OpCode::equal:
+    case OpCode::jumpIfFalse:
+    case OpCode::jumpIfTrue:
+    case OpCode::answer:
+    case OpCode::answerHome:
+      return -1;
+    default:
+      return 0;
+  }
+}
 
 class Emitter {
  public:
-  Emitter(Tree& tree, Code& code, const std::vector<std::string>& instVars)
-      : tree_(tree), code_(code), instVars_(instVars) {}
+  Emitter(Memory& memory, Tree& tree, Code& code, const std::vector<std::string>& instVars)
+      : memory_(memory), tree_(tree), code_(code), instVars_(instVars) {}
 
   void run() {
     code_.blocks.resize(1);
@@ -48,13 +78,44 @@ class Emitter {
   }
 
   std::size_t emit(OpCode code, std::size_t a = 0, std::size_t b = 0) {
+    memory_.meter.charge(1);
     if (code_.ops.size() >= mostOps) tooLarge("split it into several");
     if (a > 0xFFFF || b > 0xFF) tooLarge("too many variables, elements or arguments");
     code_.ops.push_back({code, static_cast<std::uint8_t>(b), static_cast<std::uint16_t>(a)});
+    grow(growthOf(code));
     return code_.ops.size() - 1;
   }
 
-  void land(std::size_t jump) { code_.ops[jump].a = static_cast<std::uint16_t>(code_.ops.size()); }
+  void grow(int values) {
+    depth_ += values;
+    deepest_ = std::max(deepest_, depth_);
+  }
+
+  void emitPop() {
+    Op* last = landed_ == code_.ops.size() ? nullptr : &code_.ops.back();
+    if (last == nullptr || last->code != OpCode::storeFrame) {
+      emit(OpCode::pop);
+      return;
+    }
+    last->code = OpCode::popFrame;
+    grow(-1);
+  }
+
+  void land(std::size_t jump) {
+    landed_ = code_.ops.size();
+    code_.ops[jump].a = static_cast<std::uint16_t>(landed_);
+  }
+
+  std::size_t here() { return landed_ = code_.ops.size(); }
+
+  void emitSend(OpCode code, const std::string& selector, std::size_t arguments,
+                bool toSuper = false) {
+    if (arguments > mostArguments) tooLarge("too many variables, elements or arguments");
+    code_.sites.push_back({symbolOop(memory_, selector), static_cast<std::uint32_t>(arguments),
+                           toSuper && code_.owner != 0, 0, 0, nullptr});
+    emit(code, code_.sites.size() - 1);
+    if (code == OpCode::send) grow(-static_cast<int>(arguments));
+  }
 
   std::size_t literalIndex(OopType oop) {
     const auto known = literals_.find(oop);
@@ -68,36 +129,43 @@ class Emitter {
   void pushLiteral(OopType oop) { emit(OpCode::pushLiteral, literalIndex(oop)); }
 
   void emitFunction(Node& block, std::size_t number) {
-    function_ = block.scope;
-    code_.blocks[number] = {static_cast<std::uint32_t>(code_.ops.size()), function_->argumentCount,
-                            function_->frameTemporaries};
-    if (function_->environmentSize > 0) {
-      emit(OpCode::makeEnvironment, function_->environmentSize);
-      for (std::size_t i = 0; i < function_->argumentCount; ++i) {
-        if (!function_->variables[i]->captured) continue;
-        emit(OpCode::pushFrame, i);
-        emit(OpCode::storeOuter, function_->variables[i]->place);
-        emit(OpCode::pop);
-      }
-    }
+    scope_ = block.scope;
+    depth_ = deepest_ = 0;
+    const std::size_t entry = here();
+    emitEnvironment();
     const bool isMethod = number == 0 && !tree_.selector.empty();
     if (isMethod) {
       for (Node* statement : block.parts) {
         emitValue(*statement);
-        emit(OpCode::pop);
+        emitPop();
       }
-      emit(OpCode::pushSelf);
+      emit(OpCode::answerSelf);
     } else {
       emitStatements(block);
+      emit(OpCode::answer);
     }
-    emit(OpCode::answer);
+    code_.blocks[number] = {static_cast<std::uint32_t>(entry), scope_->argumentCount,
+                            scope_->frameTemporaries,
+                            scope_->frameTemporaries + static_cast<std::uint32_t>(deepest_)};
+  }
+
+  // For the captured variables of the scope; those that are arguments move there.
+  void emitEnvironment() {
+    if (scope_->environmentSize == 0) return;
+    emit(OpCode::makeEnvironment, scope_->environmentSize);
+    for (std::size_t i = 0; i < scope_->argumentCount; ++i) {
+      if (!scope_->variables[i]->captured) continue;
+      emit(OpCode::pushFrame, i);
+      emit(OpCode::storeOuter, scope_->variables[i]->place);
+      emitPop();
+    }
   }
 
   // Leaves the value of the last statement, nil if there is none.
   void emitStatements(const Node& block) {
     if (block.parts.empty()) return pushLiteral(NilOop);
     for (std::size_t i = 0; i < block.parts.size(); ++i) {
-      if (i > 0) emit(OpCode::pop);
+      if (i > 0) emitPop();
       emitValue(*block.parts[i]);
     }
   }
@@ -106,14 +174,29 @@ class Emitter {
     for (std::size_t i = block.parameters.size(); i < block.inlineVariables.size(); ++i) {
       pushLiteral(NilOop);
       store(*block.inlineVariables[i]);
-      emit(OpCode::pop);
+      emitPop();
     }
     emitStatements(block);
   }
 
+  // One turn of a loop: its captured variables are new. `counter` is what its parameter becomes.
+  void emitTurn(const Node& body, const Variable* counter = nullptr) {
+    scope_ = body.scope;
+    const bool hasEnvironment = scope_->environmentSize > 0;
+    if (hasEnvironment) emit(OpCode::makeEnvironment, scope_->environmentSize);
+    if (counter != nullptr) {
+      load(*counter);
+      store(*body.inlineVariables[0]);
+      emitPop();
+    }
+    emitInlined(body);
+    if (hasEnvironment) emit(OpCode::leaveEnvironment);
+    scope_ = scope_->outer;
+  }
+
   std::size_t hopsTo(const Variable& variable) const {
     std::size_t hops = 0;
-    for (const FunctionScope* at = function_; at != variable.scope; at = at->outer) {
+    for (const Scope* at = scope_; at != variable.scope; at = at->outer) {
       if (at->environmentSize > 0) ++hops;
     }
     return hops;
@@ -145,7 +228,7 @@ class Emitter {
     } else if (const std::size_t index = instVarIndex(node.name); index < instVars_.size()) {
       emit(OpCode::pushInstance, index);
     } else {
-      emit(OpCode::pushGlobal, literalIndex(symbolOop(node.name)));
+      emit(OpCode::pushGlobal, literalIndex(symbolOop(memory_, node.name)));
     }
   }
 
@@ -156,7 +239,7 @@ class Emitter {
     } else if (const std::size_t index = instVarIndex(node.name); index < instVars_.size()) {
       emit(OpCode::storeInstance, index);
     } else {
-      emit(OpCode::storeGlobal, literalIndex(symbolOop(node.name)));
+      emit(OpCode::storeGlobal, literalIndex(symbolOop(memory_, node.name)));
     }
   }
 
@@ -175,10 +258,11 @@ class Emitter {
       case NodeKind::brace:
         for (Node* part : node.parts) emitValue(*part);
         emit(OpCode::makeArray, node.parts.size());
+        grow(-static_cast<int>(node.parts.size()));
         return;
       case NodeKind::answer:
         emitValue(*node.value);
-        emit(function_ == tree_.body->scope ? OpCode::answer : OpCode::answerHome);
+        emitAnswer();
         pushLiteral(NilOop);  // never reached; keeps one value for each statement
         return;
       case NodeKind::block:
@@ -206,16 +290,20 @@ class Emitter {
     }
   }
 
+  void emitAnswer() {
+    const bool fromHome = scope_->function != tree_.body->scope;
+    code_.hasHomeReturns = code_.hasHomeReturns || fromHome;
+    emit(fromHome ? OpCode::answerHome : OpCode::answer);
+  }
+
   // The receiver is on the stack.
   void emitMessage(const Node& message, bool toSuper) {
     for (Node* part : message.parts) emitValue(*part);
-    const std::size_t selector = literalIndex(symbolOop(message.name));
     for (const auto& arithmetic : arithmeticSelectors) {
       if (toSuper || message.name != arithmetic.selector) continue;
-      emit(OpCode::arithmetic, selector, static_cast<std::size_t>(arithmetic.kind));
-      return;
+      return emitSend(arithmetic.code, message.name, 1);
     }
-    emit(toSuper ? OpCode::sendSuper : OpCode::send, selector, message.parts.size());
+    emitSend(OpCode::send, message.name, message.parts.size(), toSuper);
   }
 
   void emitCascade(Node& node) {
@@ -226,16 +314,18 @@ class Emitter {
       const bool last = i + 1 == node.parts.size();
       if (!last) emit(OpCode::duplicate);
       emitMessage(*node.parts[i], toSuper);
-      if (!last) emit(OpCode::pop);
+      if (!last) emitPop();
     }
   }
 
   // A condition is on the stack. `otherwise` may be null: the value is then `missing`.
   void emitChoice(OpCode skip, const Node* taken, const Node* otherwise, OopType missing) {
     const std::size_t toOther = emit(skip);
+    const int depth = depth_;
     emitInlined(*taken);
     const std::size_t toEnd = emit(OpCode::jump);
     land(toOther);
+    depth_ = depth;
     if (otherwise != nullptr) {
       emitInlined(*otherwise);
     } else {
@@ -248,83 +338,74 @@ class Emitter {
   void emitIfNil(const Node* nilBlock, const Node* otherBlock) {
     const std::size_t toOther = emit(OpCode::jumpIfNotNil);
     if (nilBlock != nullptr) {
-      emit(OpCode::pop);
+      emitPop();
       emitInlined(*nilBlock);
     }
     const std::size_t toEnd = emit(OpCode::jump);
     land(toOther);
     if (otherBlock != nullptr) {
       if (!otherBlock->parameters.empty()) store(*otherBlock->inlineVariables[0]);
-      emit(OpCode::pop);
+      emitPop();
       emitInlined(*otherBlock);
     }
     land(toEnd);
   }
 
   void emitWhile(const Node& condition, OpCode leave, const Node* body) {
-    const std::size_t top = code_.ops.size();
-    emitInlined(condition);
+    const std::size_t top = here();
+    emitTurn(condition);
     const std::size_t toEnd = emit(leave);
     if (body != nullptr) {
-      emitInlined(*body);
-      emit(OpCode::pop);
+      emitTurn(*body);
+      emitPop();
     }
     emit(OpCode::jumpBack, top);
     land(toEnd);
     pushLiteral(NilOop);
   }
 
-  void emitArithmetic(const char* selector, ArithmeticKind kind) {
-    emit(OpCode::arithmetic, literalIndex(symbolOop(selector)), static_cast<std::size_t>(kind));
-  }
-
-  // The start is on the stack and stays there as the value of the whole.
-  void emitCount(const Variable& counter, const Variable& limit, std::int32_t step,
-                 const Node& body) {
-    const std::size_t top = code_.ops.size();
+  // The start is on the stack and stays there as the value of the whole. Blocks that keep the
+  // body's parameter must not see it change: it is then a copy of the counter.
+  void emitCount(const Node& send, std::int32_t step, const Node& body) {
+    const Variable* parameter = body.parameters.empty() ? nullptr : body.inlineVariables[0];
+    const bool copied = parameter != nullptr && parameter->captured;
+    const Variable& limit = *send.inlineVariables[0];
+    const Variable& counter =
+        parameter == nullptr || copied ? *send.inlineVariables[1] : *parameter;
+    store(counter);
+    if (parameter != nullptr) {
+      emitValue(*send.parts[0]);
+      store(limit);
+      emitPop();
+    }
+    const std::size_t top = here();
     load(counter);
     load(limit);
-    if (step > 0) {
-      emitArithmetic("<=", ArithmeticKind::atMost);
-    } else {
-      emitArithmetic(">=", ArithmeticKind::atLeast);
-    }
+    emitSend(step > 0 ? OpCode::atMost : OpCode::atLeast, step > 0 ? "<=" : ">=", 1);
     const std::size_t toEnd = emit(OpCode::jumpIfFalse);
-    emitInlined(body);
-    emit(OpCode::pop);
+    emitTurn(body, copied ? &counter : nullptr);
+    emitPop();
     load(counter);
     pushLiteral(smallIntOop(step));
-    emitArithmetic("+", ArithmeticKind::add);
+    emitSend(OpCode::add, "+", 1);
     store(counter);
-    emit(OpCode::pop);
+    emitPop();
     emit(OpCode::jumpBack, top);
     land(toEnd);
   }
 
-  void emitToDo(const Node& send, std::int32_t step, const Node& body) {
-    const Variable& counter = *body.inlineVariables[0];
-    const Variable& limit = *send.inlineVariables[0];
-    store(counter);
-    emitValue(*send.parts[0]);
-    store(limit);
-    emit(OpCode::pop);
-    emitCount(counter, limit, step, body);
-  }
-
+  // The number of turns is on the stack and stays there as the value of the whole.
   void emitTimesRepeat(const Node& send) {
-    const Variable& limit = *send.inlineVariables[0];
-    const Variable& counter = *send.inlineVariables[1];
-    store(limit);
+    store(*send.inlineVariables[0]);
     pushLiteral(smallIntOop(1));
-    store(counter);
-    emit(OpCode::pop);
-    emitCount(counter, limit, 1, *send.parts[0]);
+    emitCount(send, 1, *send.parts[0]);
+    emitPop();
   }
 
   void emitRepeat(const Node& body) {
-    const std::size_t top = code_.ops.size();
-    emitInlined(body);
-    emit(OpCode::pop);
+    const std::size_t top = here();
+    emitTurn(body);
+    emitPop();
     emit(OpCode::jumpBack, top);
     pushLiteral(NilOop);  // never reached
   }
@@ -350,8 +431,8 @@ class Emitter {
       case Control::whileFalse: return emitWhile(*send.receiver, ifTrue, nullptr);
       case Control::whileTrueDo: return emitWhile(*send.receiver, ifFalse, parts[0]);
       case Control::whileFalseDo: return emitWhile(*send.receiver, ifTrue, parts[0]);
-      case Control::toDo: return emitToDo(send, 1, *parts[1]);
-      case Control::toByDo: return emitToDo(send, smallIntValue(parts[1]->literal), *parts[2]);
+      case Control::toDo: return emitCount(send, 1, *parts[1]);
+      case Control::toByDo: return emitCount(send, smallIntValue(parts[1]->literal), *parts[2]);
       case Control::timesRepeat: return emitTimesRepeat(send);
       case Control::repeat: return emitRepeat(*send.receiver);
       case Control::none: return;
@@ -359,78 +440,110 @@ class Emitter {
     // clang-format on
   }
 
+  Memory& memory_;
   Tree& tree_;
   Code& code_;
   const std::vector<std::string>& instVars_;
-  FunctionScope* function_ = nullptr;
+  Scope* scope_ = nullptr;
+  int depth_ = 0;  // values on the stack at the next op, and the most in the function
+  int deepest_ = 0;
+  std::size_t landed_ = 0;  // where a jump last led to
   std::unordered_map<OopType, std::size_t> literals_;
   std::vector<std::pair<Node*, std::size_t>> pending_;
 };
 
-std::shared_ptr<const Code> generate(Tree& tree, OopType owner,
-                                     const std::vector<std::string>& instVars) {
-  resolveNames(tree);
-  auto code = std::make_shared<Code>();
+std::unique_ptr<Code> generate(Memory& memory, Tree& tree, OopType owner, bool classSide,
+                               const std::vector<std::string>& instVars) {
+  resolveNames(tree, memory.meter);
+  auto code = std::make_unique<Code>();
   code->owner = owner;
-  Emitter(tree, *code, instVars).run();
+  code->classSide = classSide;
+  Emitter(memory, tree, *code, instVars).run();
   return code;
 }
 
-OopType methodObject(OopType selector, OopType owner, OopType source) {
-  const OopType oop = allocate(MethodClass, Impl::pointers, 3, 0, false);
-  findObject(oop)->slots = {selector, owner, source};
-  findObject(oop)->invariant = true;
+OopType methodObject(Memory& memory, OopType selector, OopType owner, OopType source,
+                     Routine routine) {
+  const OopType oop = memory.allocate(MethodClass, Impl::pointers, 3, 0, false);
+  Object& object = memory.at(oop);
+  object.slots[0] = selector;
+  object.slots[1] = owner;
+  object.slots[2] = source;
+  object.invariant = true;
+  if (routine.code) {
+    routine.code->method = oop;
+    memory.reserve(routine.code->bytes());
+  }
+  memory.extraOf(oop).routine = std::make_unique<Routine>(std::move(routine));
+  memory.recount(oop);
   return oop;
 }
 
-void install(OopType owner, OopType selector, bool classSide, OopType method) {
+void install(Memory& memory, OopType owner, OopType selector, bool classSide, OopType method) {
   const OopType dictionary =
-      findObject(owner)->slots[(classSide ? ClassClassMethods : ClassMethods) - 1];
-  {
-    const ChangeOfInvariant change(dictionary);
-    dictionaryPut(dictionary, selector, method);
-  }
-  ++lookupEpoch;
+      memory.at(owner).slots[(classSide ? ClassClassMethods : ClassMethods) - 1];
+  const ChangeOfInvariant change(memory, dictionary);
+  dictionaryPut(memory, dictionary, selector, method);
+  memory.forgetLookups();
 }
 
-std::vector<std::string> instVarNamesOf(OopType owner) {
+std::vector<std::string> instVarNamesOf(const Memory& memory, OopType owner) {
   std::vector<std::string> names;
-  const OopType array = findObject(owner)->slots[ClassInstVarNames - 1];
-  for (const OopType name : findObject(array)->slots) names.emplace_back(bytesOf(name));
+  const Object& array = memory.at(memory.at(owner).slots[ClassInstVarNames - 1]);
+  for (std::uint32_t i = 0; i < array.size; ++i) {
+    names.emplace_back(bytesOf(memory, array.slots[i]));
+  }
   return names;
 }
 
 }  // namespace
 
-OopType compileText(std::string_view source) {
+OopType compileText(Memory& memory, std::string_view source) {
   Tree tree;
-  parseText(source, tree);
-  const std::shared_ptr<const Code> code = generate(tree, 0, {});
-  const OopType method = methodObject(NilOop, NilOop, NilOop);
-  findObject(method)->more().code = code;
-  return method;
+  parseText(memory, source, tree);
+  Routine routine;
+  routine.code = generate(memory, tree, 0, false, {});
+  return methodObject(memory, NilOop, NilOop, NilOop, std::move(routine));
 }
 
-OopType compileMethod(OopType owner, std::string_view source, bool classSide) {
-  if (!isClass(owner)) throw Failure(ErrBadArgumentKind, "a class is expected", {owner});
+OopType compileMessage(Memory& memory, OopType receiver, std::string_view selector,
+                       std::span<const OopType> arguments) {
+  const auto count = static_cast<std::uint32_t>(arguments.size());
+  Routine routine;
+  routine.code = std::make_unique<Code>();
+  Code& code = *routine.code;
+  code.literals = {receiver};
+  code.literals.insert(code.literals.end(), arguments.begin(), arguments.end());
+  for (std::size_t i = 0; i < code.literals.size(); ++i) {
+    code.ops.push_back({OpCode::pushLiteral, 0, static_cast<std::uint16_t>(i)});
+  }
+  code.sites.push_back({symbolOop(memory, selector), count, false, 0, 0, nullptr});
+  code.ops.push_back({OpCode::send, 0, 0});
+  code.ops.push_back({OpCode::answer, 0, 0});
+  code.blocks = {{0, 0, 0, count + 1}};
+  return methodObject(memory, NilOop, NilOop, NilOop, std::move(routine));
+}
+
+OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide) {
+  if (!isClass(memory, owner)) throw Failure(ErrBadArgumentKind, "a class is expected", {owner});
   Tree tree;
-  parseMethod(source, tree);
+  parseMethod(memory, source, tree);
   const std::vector<std::string> none;
-  const std::shared_ptr<const Code> code =
-      generate(tree, owner, classSide ? none : instVarNamesOf(owner));
-  const OopType selector = symbolOop(tree.selector);
-  const OopType method = methodObject(selector, owner, stringOop(source));
-  findObject(method)->more().code = code;
-  install(owner, selector, classSide, method);
+  Routine routine;
+  routine.code =
+      generate(memory, tree, owner, classSide, classSide ? none : instVarNamesOf(memory, owner));
+  const OopType selector = symbolOop(memory, tree.selector);
+  const OopType text = stringOop(memory, source);
+  install(memory, owner, selector, classSide,
+          methodObject(memory, selector, owner, text, std::move(routine)));
   return selector;
 }
 
-void installPrimitive(OopType owner, std::string_view selector, bool classSide,
-                      PrimitiveFType primitive) {
-  const OopType symbol = symbolOop(selector);
-  const OopType method = methodObject(symbol, owner, NilOop);
-  findObject(method)->more().primitive = primitive;
-  install(owner, symbol, classSide, method);
+void installRoutine(Memory& memory, OopType owner, std::string_view selector, bool classSide,
+                    Routine routine) {
+  const OopType symbol = symbolOop(memory, selector);
+  install(memory, owner, symbol, classSide,
+          methodObject(memory, symbol, owner, NilOop, std::move(routine)));
 }
 
 int argumentCountOf(std::string_view selector) {
@@ -448,11 +561,6 @@ int argumentCountOf(std::string_view selector) {
     afterColon = c == ':';
   }
   return colons == 0 || afterColon ? colons : -1;
-}
-
-void markCode(const Code& code, Marker mark) {
-  mark(code.owner);
-  for (const OopType literal : code.literals) mark(literal);
 }
 
 }  // namespace zel

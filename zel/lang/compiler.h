@@ -1,6 +1,7 @@
 // Compiles texts and methods. The result is a CompiledMethod object that carries its code.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 #include "objmem/memory.h"
@@ -9,20 +10,21 @@ namespace zel {
 
 // Compiles a text to execute. Names that are not its own are variables of the session or globals.
 // Throws Failure ErrCompile.
-OopType compileText(std::string_view source);
+OopType compileText(Memory& memory, std::string_view source);
+
+// A text that sends the one message, of which each argument the selector takes is given.
+OopType compileMessage(Memory& memory, OopType receiver, std::string_view selector,
+                       std::span<const OopType> arguments);
 
 // Compiles a method for instances of `owner`, or with `classSide` for the class itself, and
 // installs it. Answers the selector. Throws Failure ErrCompile.
-OopType compileMethod(OopType owner, std::string_view source, bool classSide);
+OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide);
 
-// Installs a method that a primitive carries out.
-void installPrimitive(OopType owner, std::string_view selector, bool classSide,
-                      PrimitiveFType primitive);
+// Installs a method that the library itself carries out.
+void installRoutine(Memory& memory, OopType owner, std::string_view selector, bool classSide,
+                    Routine routine);
 
 // How many arguments the selector takes, by its form; -1 when it is no selector.
 int argumentCountOf(std::string_view selector);
-
-// Marks the literals of a method, for collections.
-void markCode(const Code& code, Marker mark);
 
 }  // namespace zel

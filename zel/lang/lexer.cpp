@@ -135,16 +135,20 @@ void Lexer::readWord() {
   text = source_.substr(start, at_ - start);
 }
 
-std::int64_t Lexer::readDigits(int radix) {
+// Counts downwards, where there is one more.
+std::int64_t Lexer::readDigits(int radix, bool negative) {
   std::int64_t value = 0;
   const std::size_t start = at_;
   for (; digitValue(peek()) < radix; ++at_) {
     if (__builtin_mul_overflow(value, radix, &value) ||
-        __builtin_add_overflow(value, digitValue(peek()), &value)) {
+        __builtin_sub_overflow(value, digitValue(peek()), &value)) {
       fail("the integer has more than 64 bits");
     }
   }
   if (at_ == start) fail("digits are missing");
+  if (!negative && __builtin_sub_overflow(0, value, &value)) {
+    fail("the integer has more than 64 bits");
+  }
   return value;
 }
 
@@ -178,15 +182,14 @@ void Lexer::readNumber() {
     if (negative) floatValue = -floatValue;
     return;
   }
-  integerValue = readDigits(10);
+  integerValue = readDigits(10, negative);
   if (peek() == 'r') {
-    if (integerValue < 2 || integerValue > 36) fail("the radix is not between 2 and 36");
-    const int radix = static_cast<int>(integerValue);
+    const std::int64_t radix = negative ? -integerValue : integerValue;
+    if (radix < 2 || radix > 36) fail("the radix is not between 2 and 36");
     ++at_;
-    integerValue = readDigits(radix);
+    integerValue = readDigits(static_cast<int>(radix), negative);
   }
   if (isWordCharacter(peek())) fail("a letter follows the number");
-  if (negative) integerValue = -integerValue;
   token = Token::integer;
 }
 

@@ -55,7 +55,7 @@ class Lexer {
   void skipBlanks();
   void readWord();
   void readNumber();
-  std::int64_t readDigits(int radix);
+  std::int64_t readDigits(int radix, bool negative);
   void readFraction(std::size_t start);
   void readQuoted();
   void readHash();

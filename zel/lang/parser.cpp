@@ -15,7 +15,8 @@ constexpr int deepestNesting = 100;
 
 class Parser {
  public:
-  Parser(std::string_view source, Tree& tree) : lexer_(source), tree_(tree) {}
+  Parser(Memory& memory, std::string_view source, Tree& tree)
+      : memory_(memory), lexer_(source), tree_(tree) {}
 
   void text() {
     tree_.body = tree_.make(NodeKind::block, 0);
@@ -189,6 +190,7 @@ class Parser {
   }
 
   Node* primary() {
+    memory_.meter.charge(1);
     switch (lexer_.token) {
       case Token::identifier: {
         Node* node = tree_.make(NodeKind::variable, lexer_.position);
@@ -254,19 +256,19 @@ class Parser {
     OopType oop = 0;
     switch (lexer_.token) {
       case Token::integer:
-        oop = integerOop(lexer_.integerValue);
+        oop = integerOop(memory_, lexer_.integerValue);
         break;
       case Token::floating:
-        oop = floatOop(lexer_.floatValue);
+        oop = floatOop(memory_, lexer_.floatValue);
         break;
       case Token::character:
         oop = characterOop(static_cast<std::uint32_t>(lexer_.integerValue));
         break;
       case Token::string:
-        oop = stringOop(lexer_.text);
+        oop = stringOop(memory_, lexer_.text);
         break;
       case Token::symbol:
-        oop = symbolOop(lexer_.text);
+        oop = symbolOop(memory_, lexer_.text);
         break;
       case Token::arrayStart:
         lexer_.next();
@@ -282,6 +284,7 @@ class Parser {
   }
 
   OopType literalElement() {
+    memory_.meter.charge(1);
     if (accept(Token::openParen)) return literalArray();
     if (accept(Token::openBracket)) return literalBytes();
     if (at(Token::identifier) || at(Token::keyword) || atBinary()) {
@@ -290,7 +293,7 @@ class Parser {
       if (word == "nil") return NilOop;
       if (word == "true") return TrueOop;
       if (word == "false") return FalseOop;
-      return symbolOop(word);
+      return symbolOop(memory_, word);
     }
     return literalValue("a literal is expected");
   }
@@ -305,7 +308,7 @@ class Parser {
     }
     --lexer_.literalDepth;
     lexer_.next();
-    return arrayOop(elements);
+    return arrayOop(memory_, elements);
   }
 
   OopType literalBytes() {
@@ -318,11 +321,12 @@ class Parser {
       lexer_.next();
     }
     lexer_.next();
-    const OopType oop = allocate(ByteArrayClass, Impl::bytes, 0, bytes.size(), true);
-    std::copy(bytes.begin(), bytes.end(), findObject(oop)->bytes.begin());
+    const OopType oop = memory_.allocate(ByteArrayClass, Impl::bytes, 0, bytes.size(), true);
+    std::copy(bytes.begin(), bytes.end(), memory_.at(oop).bytes);
     return oop;
   }
 
+  Memory& memory_;
   Lexer lexer_;
   Tree& tree_;
   int depth_ = 0;
@@ -330,12 +334,12 @@ class Parser {
 
 }  // namespace
 
-void parseText(std::string_view source, Tree& tree) {
-  Parser(source, tree).text();
+void parseText(Memory& memory, std::string_view source, Tree& tree) {
+  Parser(memory, source, tree).text();
 }
 
-void parseMethod(std::string_view source, Tree& tree) {
-  Parser(source, tree).method();
+void parseMethod(Memory& memory, std::string_view source, Tree& tree) {
+  Parser(memory, source, tree).method();
 }
 
 }  // namespace zel

@@ -4,12 +4,13 @@
 #include <string_view>
 
 #include "ast.h"
+#include "objmem/memory.h"
 
 namespace zel {
 
 // A text to execute: temporaries, then statements. Throws Failure ErrCompile.
-void parseText(std::string_view source, Tree& tree);
+void parseText(Memory& memory, std::string_view source, Tree& tree);
 // A method: its pattern, then the same. Throws Failure ErrCompile.
-void parseMethod(std::string_view source, Tree& tree);
+void parseMethod(Memory& memory, std::string_view source, Tree& tree);
 
 }  // namespace zel

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <unordered_map>
 
 #include "errors/failure.h"
 
@@ -9,11 +10,13 @@ namespace zel {
 
 namespace {
 
+constexpr int upToOne = 2;
+
 struct ControlForm {
   const char* selector;
   Control control;
   int receiverBlock;  // 1: the receiver is a literal block
-  int blocks[2];      // parameters allowed in each argument that must be a block, -1: any value
+  int blocks[2];      // parameters of each argument that must be a block; -1: any value
 };
 
 constexpr ControlForm controlForms[] = {
@@ -22,9 +25,9 @@ constexpr ControlForm controlForms[] = {
     {"ifTrue:ifFalse:", Control::ifTrueIfFalse, 0, {0, 0}},
     {"ifFalse:ifTrue:", Control::ifFalseIfTrue, 0, {0, 0}},
     {"ifNil:", Control::ifNil, 0, {0, -1}},
-    {"ifNotNil:", Control::ifNotNil, 0, {1, -1}},
-    {"ifNil:ifNotNil:", Control::ifNilIfNotNil, 0, {0, 1}},
-    {"ifNotNil:ifNil:", Control::ifNotNilIfNil, 0, {1, 0}},
+    {"ifNotNil:", Control::ifNotNil, 0, {upToOne, -1}},
+    {"ifNil:ifNotNil:", Control::ifNilIfNotNil, 0, {0, upToOne}},
+    {"ifNotNil:ifNil:", Control::ifNotNilIfNil, 0, {upToOne, 0}},
     {"and:", Control::andBlock, 0, {0, -1}},
     {"or:", Control::orBlock, 0, {0, -1}},
     {"whileTrue", Control::whileTrue, 1, {-1, -1}},
@@ -44,9 +47,8 @@ bool isBlock(const Node* node) {
   return node != nullptr && node->kind == NodeKind::block;
 }
 
-// ifNotNil: takes its block with or without a parameter.
 bool fitsBlock(const Node* node, int parameters) {
-  if (parameters == 1 && isBlockOf(node, 0)) return true;
+  if (parameters == upToOne) return isBlockOf(node, 0) || isBlockOf(node, 1);
   return isBlockOf(node, static_cast<std::size_t>(parameters));
 }
 
@@ -54,43 +56,73 @@ bool isStepLiteral(const Node* node) {
   return node->kind == NodeKind::literal && (node->literal & 3) == 3 && node->literal != 3;
 }
 
+bool isLoop(Control control) {
+  switch (control) {
+    case Control::whileTrue:
+    case Control::whileFalse:
+    case Control::whileTrueDo:
+    case Control::whileFalseDo:
+    case Control::toDo:
+    case Control::toByDo:
+    case Control::timesRepeat:
+    case Control::repeat:
+      return true;
+    default:
+      return false;
+  }
+}
+
 class Resolver {
  public:
-  explicit Resolver(Tree& tree) : tree_(tree) {}
+  Resolver(Tree& tree, Meter& meter) : tree_(tree), meter_(meter) {}
 
   void run() {
     enterFunction(*tree_.body);
-    for (FunctionScope& scope : tree_.scopes) place(scope);
+    for (Scope& scope : tree_.scopes) place(scope);
   }
 
  private:
   [[noreturn]] static void fail(const std::string& message) { throw Failure(ErrCompile, message); }
 
   Variable* declare(const std::string& name, bool isArgument) {
-    tree_.variables.push_back({name, function_, isArgument});
-    function_->variables.push_back(&tree_.variables.back());
-    if (!name.empty()) visible_.push_back(&tree_.variables.back());
-    return &tree_.variables.back();
+    tree_.variables.push_back({name, scope_, isArgument});
+    Variable* variable = &tree_.variables.back();
+    scope_->variables.push_back(variable);
+    if (!name.empty()) {
+      visible_[name].push_back(variable);
+      inOrder_.push_back(variable);
+    }
+    return variable;
+  }
+
+  void hideBeyond(std::size_t count) {
+    for (; inOrder_.size() > count; inOrder_.pop_back()) visible_[inOrder_.back()->name].pop_back();
+  }
+
+  Scope* openScope(Node& block, bool isFunction) {
+    Scope& scope = tree_.scopes.emplace_back();
+    scope.outer = scope_;
+    scope.function = isFunction ? &scope : scope_->function;
+    block.scope = &scope;
+    return scope_ = &scope;
   }
 
   void enterFunction(Node& block) {
-    tree_.scopes.emplace_back();
-    FunctionScope* scope = &tree_.scopes.back();
-    scope->outer = function_;
+    Scope* scope = openScope(block, true);
     scope->argumentCount = static_cast<std::uint32_t>(block.parameters.size());
-    block.scope = scope;
-    function_ = scope;
-    const std::size_t before = visible_.size();
+    const std::size_t before = inOrder_.size();
     for (const std::string& name : block.parameters) declare(name, true);
     for (const std::string& name : block.temporaries) declare(name, false);
     for (Node* statement : block.parts) visit(statement);
-    visible_.resize(before);
-    function_ = scope->outer;
+    hideBeyond(before);
+    scope_ = scope->outer;
   }
 
-  void enterInlined(Node& block) {
+  void enterInlined(Node& block, bool asLoop) {
     block.inlined = true;
-    const std::size_t before = visible_.size();
+    Scope* outer = scope_;
+    if (asLoop) openScope(block, false);
+    const std::size_t before = inOrder_.size();
     for (const std::string& name : block.parameters) {
       block.inlineVariables.push_back(declare(name, true));
     }
@@ -98,7 +130,8 @@ class Resolver {
       block.inlineVariables.push_back(declare(name, false));
     }
     for (Node* statement : block.parts) visit(statement);
-    visible_.resize(before);
+    hideBeyond(before);
+    scope_ = outer;
   }
 
   void resolve(Node& node) {
@@ -107,11 +140,10 @@ class Resolver {
       if (node.kind == NodeKind::assign) fail(node.name + " cannot be assigned to");
       return;
     }
-    const auto found = std::find_if(visible_.rbegin(), visible_.rend(),
-                                    [&](const Variable* v) { return v->name == node.name; });
-    if (found == visible_.rend()) return;
-    node.variable = *found;
-    if (node.variable->scope != function_) node.variable->captured = true;
+    const auto found = visible_.find(node.name);
+    if (found == visible_.end() || found->second.empty()) return;
+    node.variable = found->second.back();
+    if (node.variable->scope->function != scope_->function) node.variable->captured = true;
     if (node.kind == NodeKind::assign && node.variable->isArgument) {
       fail("the argument " + node.name + " cannot be assigned to");
     }
@@ -124,24 +156,25 @@ class Resolver {
     for (; first != nullptr && first->kind == NodeKind::send; first = first->receiver) {
       chain.push_back(first);
     }
-    if (first != nullptr) visitOperand(first, controlOf(*chain.back()) != Control::none);
+    if (first != nullptr) visitOperand(first, controlOf(*chain.back()));
     for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
       const Control control = controlOf(**node);
       if (control == Control::toDo || control == Control::toByDo ||
           control == Control::timesRepeat) {
-        // Hidden variables: the limit, and for timesRepeat: the counter.
+        // Hidden variables: the limit and the counter.
         (*node)->inlineVariables = {declare("", false), declare("", false)};
       }
-      for (Node* part : (*node)->parts) visitOperand(part, control != Control::none);
+      for (Node* part : (*node)->parts) visitOperand(part, control);
     }
   }
 
-  void visitOperand(Node* node, bool inControl) {
-    if (inControl && node->kind == NodeKind::block) return enterInlined(*node);
-    visit(node);
+  void visitOperand(Node* node, Control control) {
+    if (control == Control::none || node->kind != NodeKind::block) return visit(node);
+    enterInlined(*node, isLoop(control));
   }
 
   void visit(Node* node) {
+    meter_.charge(1);
     switch (node->kind) {
       case NodeKind::literal:
         break;
@@ -174,8 +207,8 @@ class Resolver {
   }
 
   // Arguments come first in the frame, captured ones too: their values are copied out on entry.
-  static void place(FunctionScope& scope) {
-    std::uint32_t inFrame = scope.argumentCount;
+  static void place(Scope& scope) {
+    Scope& function = *scope.function;
     for (std::size_t i = 0; i < scope.variables.size(); ++i) {
       Variable& variable = *scope.variables[i];
       if (variable.captured) {
@@ -183,15 +216,16 @@ class Resolver {
       } else if (i < scope.argumentCount) {
         variable.place = static_cast<std::uint32_t>(i);
       } else {
-        variable.place = inFrame++;
+        variable.place = function.argumentCount + function.frameTemporaries++;
       }
     }
-    scope.frameTemporaries = inFrame - scope.argumentCount;
   }
 
   Tree& tree_;
-  FunctionScope* function_ = nullptr;
-  std::vector<Variable*> visible_;
+  Meter& meter_;
+  Scope* scope_ = nullptr;
+  std::unordered_map<std::string, std::vector<Variable*>> visible_;
+  std::vector<Variable*> inOrder_;  // of those that are visible, outermost first
 };
 
 }  // namespace
@@ -221,8 +255,8 @@ Control controlOf(const Node& send) {
   return Control::none;
 }
 
-void resolveNames(Tree& tree) {
-  Resolver(tree).run();
+void resolveNames(Tree& tree, Meter& meter) {
+  Resolver(tree, meter).run();
 }
 
 }  // namespace zel

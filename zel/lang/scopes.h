@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ast.h"
+#include "objmem/meter.h"
 
 namespace zel {
 
@@ -33,6 +34,6 @@ enum class Control {
 Control controlOf(const Node& send);
 
 // Resolves the whole tree and gives every variable its place. Throws Failure ErrCompile.
-void resolveNames(Tree& tree);
+void resolveNames(Tree& tree, Meter& meter);
 
 }  // namespace zel

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
-#include "errors/failure.h"
+#include "changes.h"
 #include "hashed.h"
 #include "names.h"
-#include "session/changes.h"
 #include "values.h"
 
 namespace zel {
@@ -61,7 +60,8 @@ constexpr ClassSpec classSpecs[] = {
      "classVariables timeStamp name classHistory"},
     {ClassHistoryClass, "ClassHistory", ArrayClassOop, indexedPointers | FormatNotCreatable},
     {MethodClass, "CompiledMethod", ObjectClass, internal, "selector owner source"},
-    {BlockClass, "Block", ObjectClass, internal, "environment receiver method number home"},
+    {BlockClass, "Block", ObjectClass, internal,
+     "environment receiver method number home homeHigh"},
     {EnvironmentClass, "Environment", ObjectClass, internal | FormatIndexable},
     {ProcessClass, "Process", ObjectClass, internal},
     {ExceptionClass, "Exception", ObjectClass, asPointers, "messageText number arguments stack"},
@@ -82,176 +82,187 @@ std::vector<std::string> wordsOf(std::string_view text) {
   return words;
 }
 
-OopType slotOf(OopType classOop, ClassSlot slot) {
-  return findObject(classOop)->slots[slot - 1];
+OopType slotOf(const Memory& memory, OopType classOop, ClassSlot slot) {
+  return memory.at(classOop).slots[slot - 1];
 }
 
-OopType symbolArray(const std::vector<std::string>& names, const std::vector<OopType>& inherited) {
-  std::vector<OopType> all = inherited;
-  for (const std::string& name : names) all.push_back(symbolOop(name));
-  return arrayOop(all);
+std::vector<OopType> inheritedNames(const Memory& memory, OopType superclass) {
+  if (superclass == NilOop) return {};
+  const Object& names = memory.at(slotOf(memory, superclass, ClassInstVarNames));
+  return {names.slots, names.slots + names.size};
 }
 
 // Fills the slots of a class object that exists.
-void describeClass(OopType oop, std::string_view name, OopType superclass, std::uint32_t format,
-                   const std::vector<std::string>& instVarNames) {
-  std::vector<OopType> inherited;
-  if (superclass != NilOop) {
-    inherited = findObject(slotOf(superclass, ClassInstVarNames))->slots;
-  }
-  const OopType names = symbolArray(instVarNames, inherited);
-  const OopType methods = allocate(DictionaryClass, Impl::pointers, 0, 0, true);
-  const OopType classMethods = allocate(DictionaryClass, Impl::pointers, 0, 0, true);
-  const OopType symbol = symbolOop(name);
-  std::vector<OopType>& slots = findObject(oop)->slots;
-  slots.assign(classSlotCount, NilOop);
+void describeClass(Memory& memory, OopType oop, std::string_view name, OopType superclass,
+                   std::uint32_t format, const std::vector<std::string>& instVarNames) {
+  std::vector<OopType> all = inheritedNames(memory, superclass);
+  for (const std::string& each : instVarNames) all.push_back(symbolOop(memory, each));
+  const OopType names = arrayOop(memory, all);
+  const OopType methods = memory.allocate(DictionaryClass, Impl::pointers, 0, 0, true);
+  const OopType classMethods = memory.allocate(DictionaryClass, Impl::pointers, 0, 0, true);
+  const OopType symbol = symbolOop(memory, name);
+  OopType* slots = memory.at(oop).slots;
   slots[ClassSuperclass - 1] = superclass;
   slots[ClassFormat - 1] = smallIntOop(static_cast<std::int32_t>(format));
-  slots[ClassInstVarCount - 1] =
-      smallIntOop(static_cast<std::int32_t>(findObject(names)->slots.size()));
+  slots[ClassInstVarCount - 1] = smallIntOop(static_cast<std::int32_t>(all.size()));
   slots[ClassInstVarNames - 1] = names;
   slots[ClassMethods - 1] = methods;
   slots[ClassClassMethods - 1] = classMethods;
   slots[ClassName - 1] = symbol;
   // What the interpreter relies on, nobody else changes.
-  for (const OopType part : {oop, names, methods, classMethods}) {
-    findObject(part)->invariant = true;
-  }
+  for (const OopType part : {oop, names, methods, classMethods}) memory.at(part).invariant = true;
 }
 
 // Appends the class to its history: that of the class it replaces, or a new one.
-void recordInHistory(OopType oop, OopType replaced) {
+void recordInHistory(Memory& memory, OopType oop, OopType replaced) {
   OopType history = 0;
   if (replaced != 0) {
-    history = slotOf(replaced, ClassHistory);
-    const ChangeOfInvariant change(history);
-    Object& versions = *findObject(history);
-    resizeBody(versions, versions.slots.size() + 1);
-    versions.slots.back() = oop;
+    history = slotOf(memory, replaced, ClassHistory);
+    const ChangeOfInvariant change(memory, history);
+    const std::uint32_t versions = memory.at(history).size;
+    memory.resize(history, versions + 1).slots[versions] = oop;
   } else {
-    history = allocate(ClassHistoryClass, Impl::pointers, 0, 1, true);
-    findObject(history)->slots[0] = oop;
-    findObject(history)->invariant = true;
+    history = arrayOop(memory, {oop});
+    memory.at(history).classOop = ClassHistoryClass;
+    memory.at(history).invariant = true;
   }
-  findObject(oop)->slots[ClassHistory - 1] = history;
+  memory.at(oop).slots[ClassHistory - 1] = history;
 }
 
 bool isClassName(std::string_view name) {
   return isName(name) && isUppercase(name[0]) && name.size() <= 64;
 }
 
-void requireVariableNames(const std::vector<std::string>& names,
+void requireVariableNames(Memory& memory, const std::vector<std::string>& names,
                           const std::vector<OopType>& inherited) {
   for (const std::string& name : names) {
     if (!isName(name)) throw Failure(ErrBadArgumentKind, "'" + name + "' is no variable name");
     const bool twice = std::count(names.begin(), names.end(), name) > 1 ||
-                       std::count(inherited.begin(), inherited.end(), symbolOop(name)) > 0;
+                       std::count(inherited.begin(), inherited.end(), symbolOop(memory, name)) > 0;
     if (twice) throw Failure(ErrBadArgumentKind, "'" + name + "' is named twice");
   }
 }
 
 }  // namespace
 
-void bootstrapClasses() {
+void bootstrapClasses(Memory& memory) {
   for (const ClassSpec& entry : classSpecs) {
-    allocateFixed(entry.oop, ClassClass, Impl::pointers, classSlotCount, false);
+    memory.allocateFixed(entry.oop, ClassClass, Impl::pointers, classSlotCount, false);
   }
-  allocateFixed(GlobalsOop, DictionaryClass, Impl::pointers, 0, true);
-  allocateFixed(SystemErrCategoryOop, ErrorCategoryClass, Impl::pointers, 0, false).invariant =
-      true;
+  memory.allocateFixed(GlobalsOop, DictionaryClass, Impl::pointers, 0, true);
+  memory.allocateFixed(SystemErrCategoryOop, ErrorCategoryClass, Impl::pointers, 0, false)
+      .invariant = true;
   for (const ClassSpec& entry : classSpecs) {
-    describeClass(entry.oop, entry.name, entry.superclass, entry.format,
+    describeClass(memory, entry.oop, entry.name, entry.superclass, entry.format,
                   wordsOf(entry.instVarNames));
-    recordInHistory(entry.oop, 0);
-    dictionaryPut(GlobalsOop, symbolOop(entry.name), entry.oop);
+    recordInHistory(memory, entry.oop, 0);
+    dictionaryPut(memory, GlobalsOop, symbolOop(memory, entry.name), entry.oop);
   }
-  dictionaryPut(GlobalsOop, symbolOop("Globals"), GlobalsOop);
+  dictionaryPut(memory, GlobalsOop, symbolOop(memory, "Globals"), GlobalsOop);
 }
 
-bool isClass(OopType oop) {
-  const Object* object = findObject(oop);
+bool isClass(const Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
   return object != nullptr && object->classOop == ClassClass;
 }
 
-OopType classOf(OopType oop) {
+OopType classOf(const Memory& memory, OopType oop) {
   if (isSmallInt(oop)) return SmallIntegerClass;
-  if (const Object* object = findObject(oop)) return object->classOop;
+  if (const Object* object = memory.find(oop)) return object->classOop;
   if (isBoolean(oop)) return BooleanClass;
   if (isCharacter(oop)) return CharacterClass;
   return UndefinedObjectClass;
 }
 
-OopType superclassOf(OopType classOop) {
-  return slotOf(classOop, ClassSuperclass);
+OopType superclassOf(const Memory& memory, OopType classOop) {
+  return slotOf(memory, classOop, ClassSuperclass);
 }
 
-std::uint32_t formatOf(OopType classOop) {
-  return static_cast<std::uint32_t>(smallIntValue(slotOf(classOop, ClassFormat)));
+std::uint32_t formatOf(const Memory& memory, OopType classOop) {
+  return static_cast<std::uint32_t>(smallIntValue(slotOf(memory, classOop, ClassFormat)));
 }
 
-std::string nameOf(OopType classOop) {
-  return std::string(bytesOf(slotOf(classOop, ClassName)));
+std::string nameOf(const Memory& memory, OopType classOop) {
+  return std::string(bytesOf(memory, slotOf(memory, classOop, ClassName)));
 }
 
-bool inheritsFrom(OopType classOop, OopType ancestor) {
-  for (OopType at = classOop; at != NilOop; at = superclassOf(at)) {
+bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor) {
+  for (OopType at = classOop; at != NilOop; at = superclassOf(memory, at)) {
     if (at == ancestor) return true;
   }
   return false;
 }
 
-bool isKindOf(OopType oop, OopType classOop) {
-  return inheritsFrom(classOf(oop), classOop);
+bool isKindOf(const Memory& memory, OopType oop, OopType classOop) {
+  return inheritsFrom(memory, classOf(memory, oop), classOop);
 }
 
-OopType newInstance(OopType classOop, std::size_t indexed) {
-  if (!isClass(classOop)) throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
-  const std::uint32_t format = formatOf(classOop);
+OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed) {
+  if (!isClass(memory, classOop))
+    throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
+  const std::uint32_t format = formatOf(memory, classOop);
   if ((format & FormatNotCreatable) != 0) {
-    throw Failure(ErrBadArgumentKind, "instances of " + nameOf(classOop) + " cannot be made so",
-                  {classOop});
+    throw Failure(ErrBadArgumentKind,
+                  "instances of " + nameOf(memory, classOop) + " cannot be made so", {classOop});
   }
   const bool indexable = (format & FormatIndexable) != 0;
   if (indexed != 0 && !indexable) {
-    throw Failure(ErrBadArgumentKind, nameOf(classOop) + " has no indexed part", {classOop});
+    throw Failure(ErrBadArgumentKind, nameOf(memory, classOop) + " has no indexed part",
+                  {classOop});
   }
-  const auto named = static_cast<std::size_t>(smallIntValue(slotOf(classOop, ClassInstVarCount)));
+  const auto named =
+      static_cast<std::size_t>(smallIntValue(slotOf(memory, classOop, ClassInstVarCount)));
   const OopType oop =
-      allocate(classOop, static_cast<Impl>(format & FormatImpl), named, indexed, indexable);
-  findObject(oop)->invariant = (format & FormatInvariant) != 0;
+      memory.allocate(classOop, static_cast<Impl>(format & FormatImpl), named, indexed, indexable);
+  memory.at(oop).invariant = (format & FormatInvariant) != 0;
   return oop;
 }
 
-OopType makeSubclass(OopType superclass, std::string_view name,
+OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
                      const std::vector<std::string>& instVarNames) {
-  if (!isClass(superclass)) throw Failure(ErrBadArgumentKind, "a class is expected", {superclass});
+  if (!isClass(memory, superclass))
+    throw Failure(ErrBadArgumentKind, "a class is expected", {superclass});
   if (!isClassName(name)) {
     throw Failure(
         ErrBadArgumentKind,
         "'" + std::string(name) +
             "' is no class name: a capital letter first, then letters, digits and _, at most 64");
   }
-  const std::uint32_t format = formatOf(superclass);
+  const std::uint32_t format = formatOf(memory, superclass);
   if ((format & FormatNotCreatable) != 0) {
-    throw Failure(ErrBadArgumentKind, nameOf(superclass) + " cannot have subclasses", {superclass});
+    throw Failure(ErrBadArgumentKind, nameOf(memory, superclass) + " cannot have subclasses",
+                  {superclass});
   }
   const bool holdsBytes = (format & FormatImpl) == asBytes;
   if (holdsBytes && !instVarNames.empty()) {
     throw Failure(ErrBadArgumentKind, "byte objects have no named instance variables",
                   {superclass});
   }
-  requireVariableNames(instVarNames, findObject(slotOf(superclass, ClassInstVarNames))->slots);
-  const OopType symbol = symbolOop(name);
-  const OopType known = dictionaryAt(GlobalsOop, symbol);
-  if (known != 0 && (!isClass(known) || known >> 2 < firstFreeIndex)) {
+  requireVariableNames(memory, instVarNames, inheritedNames(memory, superclass));
+  const OopType symbol = symbolOop(memory, name);
+  const OopType known = dictionaryAt(memory, GlobalsOop, symbol);
+  if (known != 0 && (!isClass(memory, known) || known >> 2 < firstFreeIndex)) {
     throw Failure(ErrBadArgumentKind, "the name " + std::string(name) + " is taken", {known});
   }
-  prepareWrite(GlobalsOop);
-  const OopType oop = allocate(ClassClass, Impl::pointers, classSlotCount, 0, false);
-  describeClass(oop, name, superclass, format, instVarNames);
-  recordInHistory(oop, known);
-  dictionaryPut(GlobalsOop, symbol, oop);
+  prepareWrite(memory, GlobalsOop);
+  const OopType oop = memory.allocate(ClassClass, Impl::pointers, classSlotCount, 0, false);
+  describeClass(memory, oop, name, superclass, format, instVarNames);
+  recordInHistory(memory, oop, known);
+  dictionaryPut(memory, GlobalsOop, symbol, oop);
   return oop;
+}
+
+OopType lookupMethod(Memory& memory, OopType classOop, OopType selector, bool classSide) {
+  const ClassSlot slot = classSide ? ClassClassMethods : ClassMethods;
+  for (OopType at = classOop; at != NilOop; at = superclassOf(memory, at)) {
+    const OopType method = dictionaryAt(memory, slotOf(memory, at, slot), selector);
+    if (method != 0) return method;
+  }
+  return classSide ? lookupMethod(memory, ClassClass, selector, false) : 0;
+}
+
+OopType lookupSuper(Memory& memory, OopType classOop, OopType selector, bool classSide) {
+  return lookupMethod(memory, superclassOf(memory, classOop), selector, classSide);
 }
 
 }  // namespace zel

@@ -37,30 +37,36 @@ enum ClassFormatBits : std::uint32_t {
 };
 
 // Makes the classes that exist from the start, and the dictionary of globals.
-void bootstrapClasses();
+void bootstrapClasses(Memory& memory);
 
 // Whether the oop names a class; any oop is allowed.
-bool isClass(OopType oop);
+bool isClass(const Memory& memory, OopType oop);
 // The class of a value or an object; UndefinedObject for nil and for oops that name nothing.
-OopType classOf(OopType oop);
+OopType classOf(const Memory& memory, OopType oop);
 // What a class says about itself; the argument must be a class. Object's superclass is nil. The
 // format is made of ClassFormatBits; the name is for messages and printing.
-OopType superclassOf(OopType classOop);
-std::uint32_t formatOf(OopType classOop);
-std::string nameOf(OopType classOop);
+OopType superclassOf(const Memory& memory, OopType classOop);
+std::uint32_t formatOf(const Memory& memory, OopType classOop);
+std::string nameOf(const Memory& memory, OopType classOop);
 // Whether the class is `ancestor` or below it.
-bool inheritsFrom(OopType classOop, OopType ancestor);
+bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor);
 // Whether the value or object is an instance of the class or of one below it.
-bool isKindOf(OopType oop, OopType classOop);
+bool isKindOf(const Memory& memory, OopType oop, OopType classOop);
 
 // An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when
 // `classOop` is no class or its instances cannot be made this way.
-OopType newInstance(OopType classOop, std::size_t indexed = 0);
+OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed = 0);
 
 // A new class below `superclass` with the further named instance variables, also put under its
 // name in the globals. A class of that name that exists already stays as it is for its instances;
 // the new one shares its history. Throws on bad names and on classes that cannot be inherited from.
-OopType makeSubclass(OopType superclass, std::string_view name,
+OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
                      const std::vector<std::string>& instVarNames);
+
+// The method that instances of the class (with `classSide`, the class itself) carry out; 0 if
+// there is none.
+OopType lookupMethod(Memory& memory, OopType classOop, OopType selector, bool classSide);
+// The same for `super` in a method of that class.
+OopType lookupSuper(Memory& memory, OopType classOop, OopType selector, bool classSide);
 
 }  // namespace zel

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <string_view>
+#include <unordered_set>
 
 #include "classes.h"
 #include "errors/failure.h"
@@ -13,76 +14,108 @@ namespace zel {
 
 namespace {
 
-constexpr int deepestComparison = 16;
-constexpr int mostComparisons = 20'000'000;
-constexpr int deepestHash = 2;
-constexpr std::size_t hashedElements = 16;
+constexpr int deepestHash = 4;
+constexpr int mostHashed = 4096;              // elements of one value, at all depths
+constexpr std::size_t hashedElements = 1024;  // of one array, evenly spaced
+constexpr std::size_t plainComparisons = 1000;
 constexpr std::uint32_t freeEntry = 0;
 constexpr std::uint32_t removedEntry = 1;
 constexpr std::uint32_t firstPosition = 2;
 
-bool comparesByContent(const Object& object) {
+bool comparesByContent(const Memory& memory, const Object& object) {
   return object.classOop == ArrayClassOop || object.classOop == OrderedCollectionClass ||
-         object.classOop == AssociationClass || inheritsFrom(object.classOop, DateTimeClassOop);
+         object.classOop == AssociationClass ||
+         inheritsFrom(memory, object.classOop, DateTimeClassOop);
 }
 
-// `budget` counts comparisons: arrays that share arrays may have exponentially many paths.
-bool equalTo(OopType a, OopType b, int depth, int& budget) {
-  if (a == b) return true;
-  if (--budget < 0) throw Failure(ErrTooDeep, "the objects are too large to compare", {a, b});
-  if (isNumber(a) && isNumber(b)) {
-    if (isInteger(a) && isInteger(b)) return integerValue(a) == integerValue(b);
-    return numberValue(a) == numberValue(b);
-  }
-  const Object* left = findObject(a);
-  const Object* right = findObject(b);
-  if (left == nullptr || right == nullptr || left->impl != right->impl) return false;
-  if (left->impl == Impl::bytes) {
-    if (isFloat(a) || isFloat(b)) return false;
-    const bool sameKind = left->classOop == right->classOop || (isString(a) && isString(b));
-    return sameKind && left->bytes == right->bytes;
-  }
-  if (left->classOop != right->classOop || left->slots.size() != right->slots.size()) return false;
-  if (!comparesByContent(*left) || depth == 0) return false;
-  for (std::size_t i = 0; i < left->slots.size(); ++i) {
-    if (!equalTo(left->slots[i], right->slots[i], depth - 1, budget)) return false;
-  }
-  return true;
+bool equalBytes(const Memory& memory, OopType a, OopType b) {
+  const Object& left = memory.at(a);
+  const Object& right = memory.at(b);
+  if (left.classOop == FloatClassOop || right.classOop == FloatClassOop) return false;
+  const bool sameKind =
+      left.classOop == right.classOop || (isString(memory, a) && isString(memory, b));
+  return sameKind && left.text() == right.text();
 }
+
+// Compares pair by pair, what they contain after them, so that depth costs no C++ stack. Beyond a
+// number of pairs it remembers them: structures may share parts along exponentially many paths, or
+// contain themselves.
+class Comparison {
+ public:
+  explicit Comparison(Memory& memory) : memory_(memory) {}
+
+  bool equal(OopType a, OopType b) {
+    if (!accept(a, b)) return false;
+    while (!open_.empty()) {
+      const auto [left, right] = open_.back();
+      open_.pop_back();
+      memory_.meter.charge(1);
+      const Object& one = memory_.at(left);
+      const Object& other = memory_.at(right);
+      for (std::uint32_t i = 0; i < one.size; ++i) {
+        if (!accept(one.slots[i], other.slots[i])) return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  // Whether the two may be equal; what they contain is still to be compared.
+  bool accept(OopType a, OopType b) {
+    if (a == b) return true;
+    if (isSmallInt(a) && isSmallInt(b)) return false;
+    if (isNumber(memory_, a) && isNumber(memory_, b)) return compareNumbers(memory_, a, b) == 0;
+    const Object* left = memory_.find(a);
+    const Object* right = memory_.find(b);
+    if (left == nullptr || right == nullptr || left->impl != right->impl) return false;
+    if (left->holdsBytes()) {
+      memory_.meter.charge(left->size / 4096);
+      return equalBytes(memory_, a, b);
+    }
+    if (left->classOop != right->classOop || left->size != right->size) return false;
+    if (!comparesByContent(memory_, *left)) return false;
+    if (++pairs_ > plainComparisons && !known_.insert(std::uint64_t{a} << 32 | b).second)
+      return true;
+    open_.emplace_back(a, b);
+    return true;
+  }
+
+  Memory& memory_;
+  std::size_t pairs_ = 0;
+  std::vector<std::pair<OopType, OopType>> open_;
+  std::unordered_set<std::uint64_t> known_;
+};
 
 std::uint32_t mix(std::uint64_t value) {
   value *= 0x9E3779B97F4A7C15ULL;
   return static_cast<std::uint32_t>(value >> 32);
 }
 
-std::uint32_t hashOf(OopType oop, int depth) {
-  if (isInteger(oop)) return mix(static_cast<std::uint64_t>(integerValue(oop)));
-  const Object* object = findObject(oop);
+std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) {
+  if (isInteger(memory, oop)) return mix(static_cast<std::uint64_t>(integerValue(memory, oop)));
+  const Object* object = memory.find(oop);
   if (object == nullptr) return mix(oop);
-  if (isFloat(oop)) {
-    const double value = floatValue(oop);
-    const bool integral = value == std::floor(value) && std::fabs(value) < 9e18;
-    return integral ? mix(static_cast<std::uint64_t>(static_cast<std::int64_t>(value)))
-                    : static_cast<std::uint32_t>(std::hash<double>{}(value));
+  if (object->classOop == FloatClassOop) {
+    const double value = floatValue(memory, oop);
+    return value == std::floor(value) && fitsInteger(value)
+               ? mix(static_cast<std::uint64_t>(static_cast<std::int64_t>(value)))
+               : static_cast<std::uint32_t>(std::hash<double>{}(value));
   }
-  if (object->impl == Impl::bytes) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(bytesOf(oop)));
+  if (object->holdsBytes()) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(object->text()));
   }
-  if (!comparesByContent(*object) || depth == 0) {
-    return comparesByContent(*object) ? 7 : mix(oop);
+  if (!comparesByContent(memory, *object)) return mix(oop);
+  std::uint32_t hash = mix(object->size);
+  if (depth == 0) return hash;
+  const std::size_t step = object->size / hashedElements + 1;
+  for (std::size_t i = 0; i < object->size && --budget > 0; i += step) {
+    hash = hash * 31 + hashOf(memory, object->slots[i], depth - 1, budget);
   }
-  std::uint32_t hash = mix(object->slots.size());
-  const std::size_t sampled = std::min(object->slots.size(), hashedElements);
-  for (std::size_t i = 0; i < sampled; ++i) hash = hash * 31 + hashOf(object->slots[i], depth - 1);
   return hash;
 }
 
-std::uint32_t hashFor(OopType key, bool identity) {
-  return identity ? mix(key) : hashOf(key, deepestHash);
-}
-
-bool matches(OopType a, OopType b, bool identity) {
-  return identity ? a == b : equalOops(a, b);
+std::uint32_t hashFor(const Memory& memory, OopType key, bool identity) {
+  return identity ? mix(key) : hashOop(memory, key);
 }
 
 void insertPosition(HashIndex& index, std::uint32_t hash, std::size_t position) {
@@ -93,138 +126,147 @@ void insertPosition(HashIndex& index, std::uint32_t hash, std::size_t position) 
   index.table[at] = static_cast<std::uint32_t>(position) + firstPosition;
 }
 
-void buildIndex(Object& object, std::size_t first, std::size_t stride, bool identity) {
-  const std::size_t count = (object.slots.size() - first) / stride;
+void buildIndex(Memory& memory, OopType oop, std::size_t stride, bool identity) {
+  const Object& object = memory.at(oop);
+  const std::size_t count = object.indexedSize() / stride;
   std::size_t capacity = 16;
   while (capacity < count * 3) capacity *= 2;
+  memory.reserve(capacity * sizeof(std::uint32_t));
   auto index = std::make_unique<HashIndex>();
   index->table.assign(capacity, freeEntry);
-  for (std::size_t i = first; i + stride <= object.slots.size(); i += stride) {
-    insertPosition(*index, hashFor(object.slots[i], identity), i);
+  for (std::size_t i = object.namedSize; i + stride <= object.size; i += stride) {
+    memory.meter.charge(1);
+    insertPosition(*index, hashFor(memory, object.slots[i], identity), i);
   }
-  object.more().index = std::move(index);
+  memory.extraOf(oop).index = std::move(index);
+  memory.recount(oop);
 }
 
-HashIndex& indexOf(Object& object, std::size_t stride, bool identity) {
-  if (!object.extra || !object.extra->index) {
-    buildIndex(object, static_cast<std::size_t>(object.namedSize), stride, identity);
-  }
-  return *object.extra->index;
+HashIndex& indexOf(Memory& memory, OopType oop, std::size_t stride, bool identity) {
+  const Extra* extra = memory.at(oop).extra;
+  if (extra == nullptr || !extra->index) buildIndex(memory, oop, stride, identity);
+  return *memory.at(oop).extra->index;
 }
 
 // Entry of the table that holds the key's position, else notFound.
-std::size_t findEntry(const Object& object, const HashIndex& index, OopType key, bool identity) {
+std::size_t findEntry(Memory& memory, OopType oop, const HashIndex& index, OopType key,
+                      bool identity) {
+  const Object& object = memory.at(oop);
   const std::size_t mask = index.table.size() - 1;
-  for (std::size_t at = hashFor(key, identity) & mask; index.table[at] != freeEntry;
+  for (std::size_t at = hashFor(memory, key, identity) & mask; index.table[at] != freeEntry;
        at = (at + 1) & mask) {
     if (index.table[at] == removedEntry) continue;
-    if (matches(object.slots[index.table[at] - firstPosition], key, identity)) return at;
+    const OopType there = object.slots[index.table[at] - firstPosition];
+    if (there == key || (!identity && equalOops(memory, there, key))) return at;
   }
   return notFound;
 }
 
-void append(Object& object, OopType key, std::size_t stride, bool identity) {
-  HashIndex& index = indexOf(object, stride, identity);
-  const std::size_t position = object.slots.size();
-  resizeBody(object, position + stride);
-  object.slots[position] = key;
+// Position (counted in slots from 0) of the element or key that equals `key`, else notFound.
+// `stride` is 1 for sets, 2 for dictionaries; `identity` compares identities.
+std::size_t findPosition(Memory& memory, OopType oop, OopType key, std::size_t stride,
+                         bool identity) {
+  const HashIndex& index = indexOf(memory, oop, stride, identity);
+  const std::size_t entry = findEntry(memory, oop, index, key, identity);
+  return entry == notFound ? notFound : index.table[entry] - firstPosition;
+}
+
+void append(Memory& memory, OopType oop, OopType key, std::size_t stride, bool identity) {
+  const std::size_t position = memory.at(oop).size;
+  memory.resize(oop, position + stride).slots[position] = key;
+  HashIndex& index = *memory.at(oop).extra->index;
   if ((index.used + 1) * 2 > index.table.size()) {
-    dropIndex(object);
-    indexOf(object, stride, identity);
+    dropIndex(memory, oop);  // built anew, larger, when it is next needed
   } else {
-    insertPosition(index, hashFor(key, identity), position);
+    insertPosition(index, hashFor(memory, key, identity), position);
   }
 }
 
 // Removes the entry by moving the last one into its place.
-void removeEntry(Object& object, std::size_t entry, std::size_t stride, bool identity) {
+void removeEntry(Memory& memory, OopType oop, std::size_t entry, std::size_t stride,
+                 bool identity) {
+  Object& object = memory.at(oop);
   HashIndex& index = *object.extra->index;
   const std::size_t position = index.table[entry] - firstPosition;
-  const std::size_t last = object.slots.size() - stride;
+  const std::size_t last = object.size - stride;
   index.table[entry] = removedEntry;
   if (position != last) {
     // The moved element is found by identity of its position, not by equality.
     const std::size_t mask = index.table.size() - 1;
-    std::size_t at = hashFor(object.slots[last], identity) & mask;
+    std::size_t at = hashFor(memory, object.slots[last], identity) & mask;
     while (index.table[at] != freeEntry && index.table[at] != last + firstPosition) {
       at = (at + 1) & mask;
     }
     if (index.table[at] == freeEntry) {  // its hash changed since it was added
-      dropIndex(object);
+      dropIndex(memory, oop);
     } else {
       index.table[at] = static_cast<std::uint32_t>(position) + firstPosition;
     }
     for (std::size_t i = 0; i < stride; ++i) object.slots[position + i] = object.slots[last + i];
   }
-  resizeBody(object, last);
+  memory.resize(oop, last);
 }
 
-bool isIdentitySet(const Object& object) {
-  return inheritsFrom(object.classOop, IdentitySetClass);
+bool isIdentitySet(const Memory& memory, OopType oop) {
+  return inheritsFrom(memory, memory.at(oop).classOop, IdentitySetClass);
+}
+
+bool removeKey(Memory& memory, OopType oop, OopType key, std::size_t stride, bool identity) {
+  const HashIndex& index = indexOf(memory, oop, stride, identity);
+  const std::size_t entry = findEntry(memory, oop, index, key, identity);
+  if (entry == notFound) return false;
+  removeEntry(memory, oop, entry, stride, identity);
+  return true;
 }
 
 }  // namespace
 
-bool equalOops(OopType a, OopType b) {
-  int budget = mostComparisons;
-  return equalTo(a, b, deepestComparison, budget);
+bool equalOops(Memory& memory, OopType a, OopType b) {
+  return a == b || Comparison(memory).equal(a, b);
 }
 
-std::uint32_t hashOop(OopType oop) {
-  return hashOf(oop, deepestHash);
+std::uint32_t hashOop(const Memory& memory, OopType oop) {
+  int budget = mostHashed;
+  return hashOf(memory, oop, deepestHash, budget);
 }
 
-std::size_t findPosition(OopType collection, OopType key, std::size_t stride, bool identity) {
-  Object& object = *findObject(collection);
-  HashIndex& index = indexOf(object, stride, identity);
-  const std::size_t entry = findEntry(object, index, key, identity);
-  return entry == notFound ? notFound : index.table[entry] - firstPosition;
+bool setIncludes(Memory& memory, OopType set, OopType element) {
+  return findPosition(memory, set, element, 1, isIdentitySet(memory, set)) != notFound;
 }
 
-bool setIncludes(OopType set, OopType element) {
-  return findPosition(set, element, 1, isIdentitySet(*findObject(set))) != notFound;
+void setAdd(Memory& memory, OopType set, OopType element) {
+  const bool identity = isIdentitySet(memory, set);
+  if (findPosition(memory, set, element, 1, identity) != notFound) return;
+  append(memory, set, element, 1, identity);
 }
 
-void setAdd(OopType set, OopType element) {
-  Object& object = *findObject(set);
-  const bool identity = isIdentitySet(object);
-  if (findPosition(set, element, 1, identity) == notFound) append(object, element, 1, identity);
+bool setRemove(Memory& memory, OopType set, OopType element) {
+  return removeKey(memory, set, element, 1, isIdentitySet(memory, set));
 }
 
-bool setRemove(OopType set, OopType element) {
-  Object& object = *findObject(set);
-  const bool identity = isIdentitySet(object);
-  const std::size_t entry = findEntry(object, indexOf(object, 1, identity), element, identity);
-  if (entry == notFound) return false;
-  removeEntry(object, entry, 1, identity);
-  return true;
+OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key) {
+  const std::size_t position = findPosition(memory, dictionary, key, 2, false);
+  return position == notFound ? 0 : memory.at(dictionary).slots[position + 1];
 }
 
-OopType dictionaryAt(OopType dictionary, OopType key) {
-  const std::size_t position = findPosition(dictionary, key, 2, false);
-  return position == notFound ? 0 : findObject(dictionary)->slots[position + 1];
-}
-
-void dictionaryPut(OopType dictionary, OopType key, OopType value) {
-  Object& object = *findObject(dictionary);
-  std::size_t position = findPosition(dictionary, key, 2, false);
+void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value) {
+  std::size_t position = findPosition(memory, dictionary, key, 2, false);
   if (position == notFound) {
-    position = object.slots.size();
-    append(object, key, 2, false);
+    position = memory.at(dictionary).size;
+    append(memory, dictionary, key, 2, false);
   }
-  object.slots[position + 1] = value;
+  memory.at(dictionary).slots[position + 1] = value;
 }
 
-bool dictionaryRemove(OopType dictionary, OopType key) {
-  Object& object = *findObject(dictionary);
-  const std::size_t entry = findEntry(object, indexOf(object, 2, false), key, false);
-  if (entry == notFound) return false;
-  removeEntry(object, entry, 2, false);
-  return true;
+bool dictionaryRemove(Memory& memory, OopType dictionary, OopType key) {
+  return removeKey(memory, dictionary, key, 2, false);
 }
 
-void dropIndex(Object& object) {
-  if (object.extra) object.extra->index.reset();
+void dropIndex(Memory& memory, OopType oop) {
+  Extra* extra = memory.at(oop).extra;
+  if (extra == nullptr || !extra->index) return;
+  extra->index.reset();
+  memory.recount(oop);
 }
 
 }  // namespace zel

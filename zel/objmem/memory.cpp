@@ -1,173 +1,78 @@
 #include "memory.h"
 
 #include <algorithm>
-#include <deque>
-#include <string>
+#include <cstring>
 
-#include "errors/failure.h"
-#include "vm/process.h"
+#include "clients.h"
 
 namespace zel {
 
-Extra::Extra() = default;
-Extra::~Extra() = default;
-
 namespace {
 
-constexpr std::size_t leastBytesBetweenCollections = 4U << 20;
-constexpr std::size_t handedOutKept = 1024;
-constexpr std::size_t handedOutBytesKept = 4U << 20;
-constexpr std::size_t objectOverhead = sizeof(Object) + 16;
+constexpr std::size_t leastBytesBetweenCollections = 1U << 20;
+constexpr std::size_t mostKeptBack = 1U << 20;
+constexpr std::size_t ballastBytes = 256U << 10;
+// A header, an entry of the table and of the mark stack, and what the allocator adds.
+constexpr std::size_t objectOverhead = sizeof(Object) + 12;
+constexpr std::uint32_t leastCapacity = 4;
 
-// A free entry links to the next one; entries are reused in the order in which they became free,
-// so that an oop that a client still holds by mistake is not soon another object's.
-struct Entry {
-  std::unique_ptr<Object> object;
-  std::uint32_t nextFree = 0;
-};
-
-struct HandedOut {
-  OopType oop;
-  std::uint32_t serial;
-};
-
-struct Memory {
-  std::vector<Entry> table;
-  std::uint32_t firstFree = 0;
-  std::uint32_t lastFree = 0;
-  std::size_t limit = defaultMemoryLimit;
-  std::size_t used = 0;
-  std::size_t usedAfterCollection = 0;
-  std::size_t usedAfterTrim = 0;
-  std::size_t objects = 0;
-  std::uint32_t creationSerial = 0;
-  std::uint32_t handSerial = 0;
-  std::size_t handedOutLive = 0;
-  std::deque<HandedOut> handedOut;
-  std::vector<OopType> markStack;
-  std::vector<void (*)(Marker)> rootVisitors;
-  std::vector<void (*)()> weakVisitors;
-  void (*processVisitor)(const ProcessState&, Marker) = nullptr;
-  void (*codeVisitor)(const Code&, Marker) = nullptr;
-};
-
-Memory memory;
-
-std::size_t bodyBytes(const Object& object) {
-  return object.slots.capacity() * sizeof(OopType) + object.bytes.capacity();
+std::size_t unitOf(const Object& object) {
+  return object.holdsBytes() ? 1 : sizeof(OopType);
 }
 
-std::size_t weightOf(const Object& object) {
-  std::size_t weight = objectOverhead + bodyBytes(object);
-  if (object.extra && object.extra->process) weight += processBytes(*object.extra->process);
-  return weight;
+ByteType* startOfBody(Object& object) {
+  return reinterpret_cast<ByteType*>(&object + 1);
 }
 
-void reserveBytes(std::size_t bytes) {
-  if (bytes > largestObjectBytes) {
-    throw Failure(ErrNoMemory,
-                  "an object may have at most " + std::to_string(largestObjectBytes) + " bytes");
-  }
-  if (memory.used + bytes > memory.limit) {
-    throw Failure(ErrNoMemory,
-                  "the object memory is full (" + std::to_string(memory.limit) + " bytes)");
-  }
+std::size_t gapBytes(Object& object) {
+  return static_cast<std::size_t>(object.bytes - startOfBody(object));
 }
 
-std::uint32_t takeIndex() {
-  if (memory.firstFree != 0) {
-    const std::uint32_t index = memory.firstFree;
-    memory.firstFree = memory.table[index].nextFree;
-    if (memory.firstFree == 0) memory.lastFree = 0;
-    return index;
-  }
-  if (memory.table.size() < firstFreeIndex) memory.table.resize(firstFreeIndex);
-  memory.table.emplace_back();
-  return static_cast<std::uint32_t>(memory.table.size() - 1);
+std::size_t footprint(Object& object) {
+  return objectOverhead + gapBytes(object) + object.capacity * unitOf(object) +
+         (object.extra != nullptr ? object.extra->accounted : 0);
 }
 
-void giveIndexBack(std::uint32_t index) {
-  memory.table[index].nextFree = 0;
-  if (memory.lastFree != 0) {
-    memory.table[memory.lastFree].nextFree = index;
+// Sets the elements from `first` to the end to nil or 0.
+void clear(Object& object, std::size_t first) {
+  if (object.holdsBytes()) {
+    std::fill(object.bytes + first, object.bytes + object.size, ByteType{0});
   } else {
-    memory.firstFree = index;
-  }
-  memory.lastFree = index;
-}
-
-void markOop(OopType oop) {
-  Object* object = findObject(oop);
-  if (object == nullptr || object->marked) return;
-  object->marked = true;
-  memory.markStack.push_back(oop);
-}
-
-void markContents(const Object& object) {
-  markOop(object.classOop);
-  for (const OopType slot : object.slots) markOop(slot);
-  if (!object.extra) return;
-  if (object.extra->code) memory.codeVisitor(*object.extra->code, markOop);
-  if (object.extra->process) memory.processVisitor(*object.extra->process, markOop);
-}
-
-void markAll() {
-  for (std::uint32_t index = 0; index < std::min<std::size_t>(firstFreeIndex, memory.table.size());
-       ++index) {
-    markOop(fixedOop(index));
-  }
-  for (const HandedOut& handed : memory.handedOut) {
-    const Object* object = findObject(handed.oop);
-    if (object != nullptr && object->handSerial == handed.serial) markOop(handed.oop);
-  }
-  for (const auto visitor : memory.rootVisitors) visitor(markOop);
-  while (!memory.markStack.empty()) {
-    const Object* object = findObject(memory.markStack.back());
-    memory.markStack.pop_back();
-    markContents(*object);
+    std::fill(object.slots + first, object.slots + object.size, NilOop);
   }
 }
 
-void sweep() {
-  for (std::uint32_t index = 0; index < memory.table.size(); ++index) {
-    std::unique_ptr<Object>& object = memory.table[index].object;
-    if (!object) continue;
-    if (object->marked) {
-      object->marked = false;
-      continue;
-    }
-    memory.used -= std::min(memory.used, objectOverhead + bodyBytes(*object));
-    --memory.objects;
-    object.reset();
-    giveIndexBack(index);
-  }
+[[noreturn]] void tooLarge() {
+  throw Failure(ErrNoMemory,
+                "an object may have at most " + std::to_string(largestObjectBytes) + " bytes");
 }
 
-void fill(Object& object, std::size_t named, std::size_t indexed) {
-  object.namedSize = static_cast<std::int32_t>(named);
-  if (object.impl == Impl::bytes) {
-    object.bytes.resize(indexed);
-  } else {
-    object.slots.assign(named + indexed, NilOop);
-  }
-  memory.used += objectOverhead + bodyBytes(object);
-  ++memory.objects;
+std::size_t extraBytes(const Extra& extra) {
+  std::size_t bytes = sizeof(Extra);
+  if (extra.index) bytes += sizeof(HashIndex) + extra.index->table.capacity() * 4;
+  if (extra.routine)
+    bytes += sizeof(Routine) + (extra.routine->code ? extra.routine->code->bytes() : 0);
+  if (extra.process) bytes += extra.process->bytes();
+  return bytes;
 }
 
 }  // namespace
 
-void setMemoryLimit(std::size_t bytes) {
-  memory.limit = bytes;
+Memory::Memory(BreakRequest& breaks) : meter(breaks), cursor_(firstFreeIndex) {
+  table_.resize(2 * firstFreeIndex);
+  markStack_.reserve(table_.size());
+  ballast_.reset(new (std::nothrow) char[ballastBytes]);
+  setLimit(defaultMemoryLimit);
 }
 
-Object* findObject(OopType oop) {
-  if (!isReference(oop)) return nullptr;
-  const std::uint32_t index = oop >> 2;
-  return index < memory.table.size() ? memory.table[index].object.get() : nullptr;
+Memory::~Memory() {
+  for (Object* object : table_) {
+    if (object != nullptr) release(object);
+  }
 }
 
-Object& objectAt(OopType oop) {
-  Object* object = findObject(oop);
+Object& Memory::require(OopType oop) const {
+  Object* object = find(oop);
   if (object == nullptr) {
     throw Failure(ErrNoSuchObject, isImmediate(oop)
                                        ? "oop " + std::to_string(oop) + " is a value without a body"
@@ -176,150 +81,267 @@ Object& objectAt(OopType oop) {
   return *object;
 }
 
-void requireValue(OopType oop) {
-  if (!isImmediate(oop)) objectAt(oop);
+void Memory::requireValue(OopType oop) const {
+  if (!isImmediate(oop)) require(oop);
 }
 
-OopType allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
-                 bool indexable) {
-  const std::size_t unit = impl == Impl::bytes ? 1 : sizeof(OopType);
-  if (named > largestObjectBytes || indexed > largestObjectBytes) reserveBytes(SIZE_MAX);
-  reserveBytes((named + indexed) * unit + objectOverhead);
-  auto object = std::make_unique<Object>();
-  object->classOop = classOop;
-  object->impl = impl;
-  object->indexable = indexable;
-  object->createdIn = memory.creationSerial;
-  fill(*object, named, indexed);
-  const std::uint32_t index = takeIndex();
-  memory.table[index].object = std::move(object);
+// The room to mark what the new entries will name comes first.
+void Memory::growTable() {
+  const std::size_t entries = table_.size();
+  markStack_.reserve(entries + entries / 2);
+  table_.resize(entries + entries / 2);
+  cursor_ = static_cast<std::uint32_t>(entries);
+}
+
+inline void Memory::noBlock() {
+  ballast_.reset();
+  throw MemoryFull();
+}
+
+// Makes an object whose body is still to be filled.
+inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size_t named,
+                             std::size_t size, bool indexable) {
+  const auto elements = static_cast<std::uint32_t>(size);
+  auto* object = new (block) Object{classOop,
+                                    {},
+                                    elements,
+                                    elements,
+                                    current != nullptr ? current->transaction.serial : 0,
+                                    0,
+                                    0,
+                                    static_cast<std::uint16_t>(named),
+                                    impl,
+                                    indexable,
+                                    false,
+                                    false,
+                                    false,
+                                    nullptr};
+  object->bytes = startOfBody(*object);
+  used_ += objectOverhead + size * unitOf(*object);
+  ++objects_;
+  return object;
+}
+
+OopType Memory::allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
+                         bool indexable) {
+  if (named > UINT16_MAX || indexed > largestObjectBytes) tooLarge();
+  const std::size_t bytes = (named + indexed) * (impl == Impl::bytes ? 1 : sizeof(OopType));
+  if (bytes > largestObjectBytes) tooLarge();
+  reserve(bytes + objectOverhead);
+  const std::uint32_t index = freeIndex();
+  Object* object = place(newBlock(bytes), classOop, impl, named, named + indexed, indexable);
+  clear(*object, 0);
+  table_[index] = object;
   return fixedOop(index);
 }
 
-Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named, bool indexable) {
-  const std::uint32_t index = oop >> 2;
-  if (memory.table.size() < firstFreeIndex) memory.table.resize(firstFreeIndex);
-  std::unique_ptr<Object>& place = memory.table[index].object;
-  place = std::make_unique<Object>();
-  place->classOop = classOop;
-  place->impl = impl;
-  place->indexable = indexable;
-  fill(*place, named, 0);
-  return *place;
+OopType Memory::allocateNumber(OopType classOop, std::uint64_t bits) {
+  reserve(objectOverhead + sizeof bits);
+  const std::uint32_t index = freeIndex();
+  Object* object = place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false);
+  std::memcpy(object->bytes, &bits, sizeof bits);
+  object->fixedSize = true;
+  object->invariant = classOop == LargeIntegerClass;
+  table_[index] = object;
+  return fixedOop(index);
 }
 
-void resizeBody(Object& object, std::size_t size) {
-  const std::size_t before = bodyBytes(object);
-  if (object.impl == Impl::bytes) {
-    if (size > object.bytes.capacity()) reserveBytes(size);
-    object.bytes.resize(size);
-  } else {
-    if (size > object.slots.capacity()) {
-      reserveBytes(size > largestObjectBytes ? SIZE_MAX / 2 : size * sizeof(OopType));
+Object& Memory::allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
+                              bool indexable) {
+  Object* object =
+      place(newBlock(named * sizeof(OopType)), classOop, impl, named, named, indexable);
+  clear(*object, 0);
+  return *(table_[oop >> 2] = object);
+}
+
+// Moves the body into a block with so many elements of room, of which a gap stands in front.
+Object& Memory::moveBody(OopType oop, std::size_t gap, std::size_t capacity) {
+  Object* object = &at(oop);
+  const std::size_t unit = unitOf(*object);
+  const std::size_t before = footprint(*object);
+  const std::size_t bytes = (gap + capacity) * unit;
+  const std::size_t now = gapBytes(*object) + object->capacity * unit;
+  if (bytes > now) reserve(bytes - now);
+  auto* moved = new (newBlock(bytes)) Object(*object);
+  moved->bytes = startOfBody(*moved) + gap * unit;
+  moved->capacity = static_cast<std::uint32_t>(capacity);
+  std::memcpy(moved->bytes, object->bytes, object->size * unit);
+  blocks_.release(object, sizeof *object + now);
+  table_[oop >> 2] = moved;
+  used_ += footprint(*moved) - before;
+  return *moved;
+}
+
+// Uses the gap in front where that pays, or where there is no other room.
+Object& Memory::enlarge(OopType oop, std::size_t size) {
+  Object& object = at(oop);
+  const std::size_t gap = gapBytes(object) / unitOf(object);
+  const std::size_t most = largestObjectBytes / unitOf(object);
+  const std::size_t amortised = object.capacity + object.capacity / 2 + leastCapacity;
+  const bool fits = size <= gap + object.capacity;
+  if (!fits || gap <= size / 2) {
+    try {
+      return moveBody(oop, 0, std::min(std::max(size, amortised), most));
+    } catch (const MemoryFull&) {
+      if (!fits) return moveBody(oop, 0, size);
     }
-    object.slots.resize(size, NilOop);
   }
-  memory.used += bodyBytes(object) - before;
+  std::memmove(startOfBody(object), object.bytes, object.size * unitOf(object));
+  object.bytes = startOfBody(object);
+  object.capacity += static_cast<std::uint32_t>(gap);
+  return object;
 }
 
-void accountBytes(std::ptrdiff_t bytes) {
-  if (bytes > 0 && memory.used + static_cast<std::size_t>(bytes) > memory.limit) {
-    throw Failure(ErrNoMemory,
-                  "the object memory is full (" + std::to_string(memory.limit) + " bytes)");
+Object& Memory::resize(OopType oop, std::size_t size) {
+  Object* object = &at(oop);
+  if (size > largestObjectBytes / unitOf(*object)) tooLarge();
+  if (size > object->capacity) object = &enlarge(oop, size);
+  const std::uint32_t before = object->size;
+  object->size = static_cast<std::uint32_t>(size);
+  if (size > before) clear(*object, before);
+  return *object;
+}
+
+Object& Memory::insertFirst(OopType oop) {
+  Object* object = &at(oop);
+  if (object->size + 1U > largestObjectBytes / sizeof(OopType)) tooLarge();
+  if (gapBytes(*object) == 0)
+    object = &moveBody(oop, object->size / 2 + leastCapacity, object->size);
+  --object->slots;
+  ++object->size;
+  ++object->capacity;
+  std::memmove(object->slots, object->slots + 1, object->namedSize * sizeof(OopType));
+  *object->indexed() = NilOop;
+  return *object;
+}
+
+void Memory::removeFirst(OopType oop) {
+  Object& object = at(oop);
+  std::memmove(object.slots + 1, object.slots, object.namedSize * sizeof(OopType));
+  ++object.slots;
+  --object.size;
+  --object.capacity;
+}
+
+Extra& Memory::extraOf(OopType oop) {
+  Object& object = at(oop);
+  if (object.extra == nullptr) object.extra = new Extra;
+  return *object.extra;
+}
+
+void Memory::recount(OopType oop) {
+  Extra& extra = *at(oop).extra;
+  const std::size_t bytes = extraBytes(extra);
+  used_ += bytes - extra.accounted;
+  extra.accounted = bytes;
+}
+
+void Memory::setLimit(std::size_t bytes) {
+  limit_ = bytes;
+  useRoom(room_);
+  dueAt_ = used_ + leastBytesBetweenCollections;
+}
+
+Room Memory::useRoom(Room room) {
+  const Room before = room_;
+  const std::size_t keptBack = std::min(mostKeptBack, limit_ / 16);
+  room_ = room;
+  ceiling_ = limit_ - (room == Room::library ? 0 : room == Room::rescue ? keptBack / 2 : keptBack);
+  return before;
+}
+
+Room Memory::roomToRun() const {
+  const std::size_t keptBack = std::min(mostKeptBack, limit_ / 16);
+  return used_ > limit_ - 2 * keptBack ? Room::rescue : Room::programs;
+}
+
+void Memory::markContents(const Object& object) {
+  mark(object.classOop);
+  if (!object.holdsBytes()) {
+    for (std::uint32_t i = 0; i < object.size; ++i) mark(object.slots[i]);
   }
-  memory.used += static_cast<std::size_t>(bytes);
+  if (object.extra == nullptr) return;
+  if (object.extra->routine && object.extra->routine->code) {
+    const Code& code = *object.extra->routine->code;
+    mark(code.owner);
+    for (const OopType literal : code.literals) mark(literal);
+    for (const Site& site : code.sites) mark(site.selector);
+  }
+  if (object.extra->process) {
+    const ProcessState& process = *object.extra->process;
+    for (std::uint32_t i = 0; i < process.top; ++i) mark(process.stack[i]);
+    mark(process.sendNext);
+    for (std::uint32_t i = 0; i < process.depth; ++i) {
+      mark(process.frames[i].code->method);
+      mark(process.frames[i].receiver);
+      mark(process.frames[i].environment);
+    }
+  }
 }
 
-void setCreationSerial(std::uint32_t serial) {
-  memory.creationSerial = serial;
-}
-
-void addRootVisitor(void (*visitor)(Marker mark)) {
-  memory.rootVisitors.push_back(visitor);
-}
-void addWeakVisitor(void (*visitor)()) {
-  memory.weakVisitors.push_back(visitor);
-}
-bool isMarked(OopType oop) {
-  const Object* object = findObject(oop);
-  return object == nullptr || object->marked;
-}
-void setProcessVisitor(void (*visitor)(const ProcessState& process, Marker mark)) {
-  memory.processVisitor = visitor;
-}
-void setCodeVisitor(void (*visitor)(const Code& code, Marker mark)) {
-  memory.codeVisitor = visitor;
-}
-
-void collectIfDue() {
-  const std::size_t since = memory.used - std::min(memory.used, memory.usedAfterCollection);
-  const std::size_t enough = std::max(leastBytesBetweenCollections, memory.usedAfterCollection / 2);
-  const bool nearlyFull = memory.used > memory.limit - memory.limit / 4;
-  if (since >= enough || (nearlyFull && since >= leastBytesBetweenCollections)) collect();
-}
-
-void collect() {
-  markAll();
-  for (const auto visitor : memory.weakVisitors) visitor();
-  sweep();
-  memory.usedAfterCollection = memory.used;
-  memory.usedAfterTrim = std::min(memory.usedAfterTrim, memory.used);
-  ++lookupEpoch;
-}
-
-OopType handOut(OopType oop) {
-  Object* object = findObject(oop);
-  if (object == nullptr || object->handSerial != 0 || oop >> 2 < firstFreeIndex) return oop;
-  if (++memory.handSerial == 0) ++memory.handSerial;
-  object->handSerial = memory.handSerial;
-  memory.handedOut.push_back({oop, memory.handSerial});
-  ++memory.handedOutLive;
-  return oop;
-}
-
-void releaseHandedOut(OopType oop) {
-  Object* object = findObject(oop);
-  if (object == nullptr || object->handSerial == 0) return;
-  object->handSerial = 0;
-  --memory.handedOutLive;
-  if (memory.handedOut.size() <= 2 * (memory.handedOutLive + handedOutKept)) return;
-  std::erase_if(memory.handedOut, [](const HandedOut& handed) {
-    const Object* held = findObject(handed.oop);
-    return held == nullptr || held->handSerial != handed.serial;
-  });
-}
-
-void trimHandedOut() {
-  // Walking the list is worth it only when there is something to gain.
-  const std::size_t grown = memory.used - std::min(memory.used, memory.usedAfterTrim);
-  if (memory.handedOut.size() < 2 * handedOutKept && grown < handedOutBytesKept) return;
-  memory.usedAfterTrim = memory.used;
-  std::size_t kept = 0;
+std::size_t Memory::markReachable() {
   std::size_t bytes = 0;
-  auto cut = memory.handedOut.rbegin();
-  for (; cut != memory.handedOut.rend() && kept < handedOutKept; ++cut, ++kept) {
-    const Object* object = findObject(cut->oop);
-    if (object == nullptr || object->handSerial != cut->serial) continue;
-    bytes += weightOf(*object);
-    if (bytes > handedOutBytesKept) break;
+  while (!markStack_.empty()) {
+    Object& object = at(markStack_.back());
+    markStack_.pop_back();
+    bytes += footprint(object);
+    markContents(object);
   }
-  for (auto drop = cut; drop != memory.handedOut.rend(); ++drop) {
-    Object* object = findObject(drop->oop);
-    if (object == nullptr || object->handSerial != drop->serial) continue;
-    object->handSerial = 0;
-    --memory.handedOutLive;
-  }
-  memory.handedOut.erase(memory.handedOut.begin(), cut.base());
+  return bytes;
 }
 
-MemoryStatistics memoryStatistics() {
-  return {memory.objects, memory.used, memory.table.size()};
+void Memory::sweep() {
+  for (Object*& object : table_) {
+    if (object == nullptr) continue;
+    if (object->marked) {
+      object->marked = false;
+    } else {
+      release(object);
+      object = nullptr;
+      --objects_;
+    }
+  }
 }
 
-void clearMemory() {
-  const std::size_t limit = memory.limit;
-  memory = Memory{};
-  memory.limit = limit;
+void Memory::release(Object* object) {
+  const std::size_t bytes = gapBytes(*object) + object->capacity * unitOf(*object);
+  used_ -= objectOverhead + bytes;
+  if (object->extra != nullptr) {
+    used_ -= object->extra->accounted;
+    delete object->extra;
+  }
+  blocks_.release(object, sizeof *object + bytes);
+}
+
+void Memory::collect(bool pressed) {
+  for (std::uint32_t index = 0; index < firstFreeIndex; ++index) mark(fixedOop(index));
+  for (const Client* client : clients) markSaved(*this, *client);
+  for (const Roots& each : roots_) each.visit(each.owner, *this);
+  markReachable();
+  for (Client* client : clients) keepHandedOut(*this, *client, pressed && client == current);
+  std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
+  sweep();
+  dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
+  forgetLookups();
+  if (!ballast_) ballast_.reset(new (std::nothrow) char[ballastBytes]);
+}
+
+void Memory::forgetLookups() {
+  if (++lookupEpoch_ != 0) return;
+  // The count begins anew: nothing may remember one of long ago.
+  lookupEpoch_ = 1;
+  for (const Object* object : table_) {
+    if (object == nullptr || object->extra == nullptr || !object->extra->routine) continue;
+    Code* code = object->extra->routine->code.get();
+    if (code == nullptr) continue;
+    for (Site& site : code->sites) site.key = 0;
+  }
+}
+
+Failure memoryFailure(const Memory& memory) {
+  return Failure(ErrNoMemory,
+                 "the object memory is full (" + std::to_string(memory.limit()) + " bytes)", {},
+                 FailureKind::memoryFull);
 }
 
 }  // namespace zel

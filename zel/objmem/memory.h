@@ -1,85 +1,209 @@
 // The object memory: a table from oop to object, allocation within limits, and mark-and-sweep
 // collection.
 //
-// A collection runs only where collectIfDue or collect is called: at the interpreter's safe points
-// and at the entry of table functions, never inside a primitive. Between two safe points an oop
-// held in a C++ variable is therefore always good. What survives: everything reachable from the
-// fixed objects and from what the registered root visitors name.
+// A collection runs only where collectIfDue or collect is called: at the interpreter's safe points,
+// at the entry of table functions, and after an allocation that found no room, before the whole
+// operation is repeated. Between two of these an oop held in a C++ variable is always good; a
+// reference to an object is good until that object is resized. What survives: everything reachable
+// from the fixed objects, from what clients hold and from what the registered visitors name.
 #pragma once
 
+#include <string>
+#include <unordered_map>
+
+#include "blocks.h"
+#include "meter.h"
 #include "object.h"
 
 namespace zel {
 
+struct Client;
+
 constexpr std::size_t largestObjectBytes = 64U << 20;
 constexpr std::size_t defaultMemoryLimit = 256U << 20;
 
-// Sets how many bytes all objects together may take; allocation beyond it throws ErrNoMemory.
-void setMemoryLimit(std::size_t bytes);
-
-// The object that `oop` names, or null when it is an immediate value or names nothing.
-Object* findObject(OopType oop);
-// The same, but throws ErrNoSuchObject; for oops that came from outside.
-Object& objectAt(OopType oop);
-// Throws ErrNoSuchObject unless `oop` is an immediate value or names an object.
-void requireValue(OopType oop);
-
-// Creates an object of the class with all slots nil or all bytes 0. `named` and `indexed` count
-// slots (bytes for byte objects). Throws ErrNoMemory.
-OopType allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
-                 bool indexable);
-// Creates the object with the fixed oop `oop`, which must be free.
-Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named, bool indexable);
-// Changes the number of slots or bytes; new ones are nil or 0. Growth by small steps is amortised.
-// Throws ErrNoMemory and leaves the object as it was.
-void resizeBody(Object& object, std::size_t size);
-// Tells the memory that something beside the objects (a stack, a before-image) grew by `bytes`
-// or shrank when negative. Throws ErrNoMemory when the limit is passed.
-void accountBytes(std::ptrdiff_t bytes);
-
-// Numbers new objects with the transaction that creates them.
-void setCreationSerial(std::uint32_t serial);
-
-// A marker handed to root visitors: marks the oop, immediate values and 0 allowed.
-using Marker = void (*)(OopType oop);
-// Registers a visitor that marks roots, called once in every collection.
-void addRootVisitor(void (*visitor)(Marker mark));
-// Registers a function called between marking and sweeping, to drop weak references to objects
-// for which isMarked is false.
-void addWeakVisitor(void (*visitor)());
-// Whether the running collection keeps what the oop stands for; true for immediate values.
-bool isMarked(OopType oop);
-// How a process's stacks are visited; set by the interpreter.
-void setProcessVisitor(void (*visitor)(const ProcessState& process, Marker mark));
-// How a method's literals are visited; set by the compiler.
-void setCodeVisitor(void (*visitor)(const Code& code, Marker mark));
-
-// Collects if enough was allocated since the last collection to be worth it.
-void collectIfDue();
-// Collects now.
-void collect();
-// Changes whenever cached lookups of methods may have become wrong: after a collection, an
-// abort, or the installation of a method.
-inline std::uint32_t lookupEpoch = 0;
-
-// Held for the client: every oop that a table function answers is kept from collection until the
-// client releases it, or until trimHandedOut finds it among neither the last thousand nor the
-// last four megabytes handed out. handOut answers `oop` itself. Both pass over values without a
-// body; releaseHandedOut also over what was not handed out.
-OopType handOut(OopType oop);
-void releaseHandedOut(OopType oop);
-// Called when the client begins a new request.
-void trimHandedOut();
+// Whose needs an allocation serves. The last part of the memory is kept back, so that a full one
+// still compiles and runs what empties it: half of it for programs that begin in a full memory,
+// half for the library alone, which gives back what it takes.
+enum class Room : std::uint8_t { programs, rescue, library };
 
 struct MemoryStatistics {
   std::size_t objects;
   std::size_t bytes;
-  std::size_t tableSize;
+  std::size_t tableSize;  // entries of the object table
 };
-// What the memory holds at the moment: objects, their bytes and entries of the object table.
-MemoryStatistics memoryStatistics();
 
-// Frees every object and forgets all visitors.
-void clearMemory();
+class Memory {
+ public:
+  explicit Memory(BreakRequest& breaks);
+  ~Memory();
+  Memory(const Memory&) = delete;
+  Memory& operator=(const Memory&) = delete;
+
+  // The object that `oop` names, or null when it is an immediate value or names nothing.
+  Object* find(OopType oop) const {
+    const std::uint32_t index = oop >> 2;
+    return (oop & 3) == 1 && index < table_.size() ? table_[index] : nullptr;
+  }
+  // The same for an oop that is known to name an object.
+  Object& at(OopType oop) const { return *table_[oop >> 2]; }
+  // The same, but throws ErrNoSuchObject; for oops that came from outside.
+  Object& require(OopType oop) const;
+  // Throws ErrNoSuchObject unless `oop` is an immediate value or names an object.
+  void requireValue(OopType oop) const;
+
+  // Creates an object of the class with all slots nil or all bytes 0. `named` and `indexed` count
+  // slots (bytes for byte objects). Throws MemoryFull, and Failure for a size beyond the limit.
+  OopType allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
+                   bool indexable);
+  // Creates a number: a fixed-size object of 8 bytes.
+  OopType allocateNumber(OopType classOop, std::uint64_t bits);
+  // Creates the object with the fixed oop `oop`, which must be free.
+  Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
+                        bool indexable);
+  // Changes the number of slots or bytes; new ones are nil or 0. Growth by small steps is
+  // amortised. Answers the object, which may have moved. Throws as allocate does and leaves the
+  // object as it was.
+  Object& resize(OopType oop, std::size_t size);
+  // Makes room for one more slot before the first indexed one, or takes that one away; amortised.
+  Object& insertFirst(OopType oop);
+  void removeFirst(OopType oop);
+  // What the object carries beside its body, made on first use. Whoever changes it calls recount.
+  Extra& extraOf(OopType oop);
+  void recount(OopType oop);
+  // Throws MemoryFull unless there is room for so many more bytes.
+  void reserve(std::size_t bytes) {
+    if (bytes > ceiling_ || used_ > ceiling_ - bytes) throw MemoryFull();
+    if (used_ + bytes >= dueAt_) meter.hurry();
+  }
+  // Tells the memory that something beside the objects (a before-image) grew by `bytes`, which it
+  // has reserved, or shrank when negative.
+  void account(std::ptrdiff_t bytes) { used_ += static_cast<std::size_t>(bytes); }
+
+  // How many bytes all objects together may take.
+  void setLimit(std::size_t bytes);
+  std::size_t limit() const { return limit_; }
+  // Says for whom what follows allocates; answers for whom it was.
+  Room useRoom(Room room);
+  // The room of a program that begins now.
+  Room roomToRun() const;
+
+  // Collects if enough was allocated since the last collection to be worth it.
+  void collectIfDue() {
+    if (used_ >= dueAt_) collect();
+  }
+  // Collects now. With `pressed`, what was only handed out to the current client goes, too.
+  void collect(bool pressed = false);
+  // Marks the oop during a collection, immediate values and 0 allowed.
+  void mark(OopType oop) {
+    Object* object = find(oop);
+    if (object == nullptr || object->marked) return;
+    object->marked = true;
+    markStack_.push_back(oop);  // never beyond what was reserved with the table
+  }
+  // Marks what can be reached from what was marked; answers how many bytes that is.
+  std::size_t markReachable();
+  // Registers a visitor that marks roots, called once in every collection, until its owner is
+  // forgotten.
+  void addRoots(void* owner, void (*visit)(void* owner, Memory& memory)) {
+    roots_.push_back({owner, visit});
+  }
+  void forgetRoots(void* owner) {
+    std::erase_if(roots_, [&](const Roots& each) { return each.owner == owner; });
+  }
+
+  MemoryStatistics statistics() const { return {objects_, used_, table_.size()}; }
+
+  Meter meter;
+  // To be called when what was found for messages may have become wrong: after the installation of
+  // a method or an abort. A collection does it, too.
+  void forgetLookups();
+  std::uint32_t lookupEpoch() const { return lookupEpoch_; }
+  // Who holds objects, and whose changes follow, null for the library's own.
+  std::vector<Client*> clients;
+  Client* current = nullptr;
+  std::uint32_t lastTransaction = 0;  // its serial
+
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const {
+      return std::hash<std::string_view>{}(text);
+    }
+  };
+  // The one symbol of each text; those that nothing refers to go in a collection.
+  std::unordered_map<std::string, OopType, TextHash, std::equal_to<>> symbols;
+
+ private:
+  struct Roots {
+    void* owner;
+    void (*visit)(void* owner, Memory& memory);
+  };
+
+  std::uint32_t freeIndex() {
+    if (objects_ >= table_.size() - firstFreeIndex)
+      growTable();  // fixed ones count, too: a few too early
+    while (table_[cursor_] != nullptr) {
+      if (++cursor_ == table_.size()) cursor_ = firstFreeIndex;
+    }
+    return cursor_;
+  }
+  void growTable();
+  void* newBlock(std::size_t bytes) {
+    void* block = blocks_.allocate(sizeof(Object) + bytes);
+    if (block == nullptr) noBlock();
+    return block;
+  }
+  [[noreturn]] void noBlock();
+  Object* place(void* block, OopType classOop, Impl impl, std::size_t named, std::size_t size,
+                bool indexable);
+  Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
+  Object& enlarge(OopType oop, std::size_t size);
+  void markContents(const Object& object);
+  void markHeld(bool pressed);
+  void sweep();
+  void release(Object* object);
+
+  Blocks blocks_;
+  std::vector<Object*> table_;
+  std::vector<OopType> markStack_;  // has room for every entry of the table
+  std::vector<Roots> roots_;
+  std::uint32_t cursor_;  // where the search for a free entry goes on
+  std::size_t limit_ = 0;
+  std::size_t ceiling_ = 0;  // of the room in use
+  Room room_ = Room::library;
+  std::size_t used_ = 0;
+  std::size_t dueAt_ = 0;
+  std::size_t objects_ = 0;
+  std::uint32_t lookupEpoch_ = 1;
+  std::unique_ptr<char[]> ballast_;  // given up when the process itself has no memory left
+};
+
+// Says for whom a block of code allocates.
+class InRoom {
+ public:
+  InRoom(Memory& memory, Room room) : memory_(memory), before_(memory.useRoom(room)) {}
+  ~InRoom() { memory_.useRoom(before_); }
+  InRoom(const InRoom&) = delete;
+  InRoom& operator=(const InRoom&) = delete;
+
+ private:
+  Memory& memory_;
+  Room before_;
+};
+
+// Carries `operation` out, and once more after a collection if it finds no room. For operations
+// that hold no oops but those that a collection visits.
+template <typename Operation>
+auto withRoom(Memory& memory, Operation operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+  }
+  memory.collect(true);
+  return operation();
+}
+
+// The error that a second MemoryFull becomes.
+Failure memoryFailure(const Memory& memory);
 
 }  // namespace zel

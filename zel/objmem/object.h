@@ -1,22 +1,35 @@
-// One object as the object memory holds it.
+// One object as the object memory holds it: a header and, in the same block, its slots or bytes.
 #pragma once
 
 #include <memory>
-#include <vector>
+#include <string_view>
 
-#include "oops.h"
+#include "code.h"
+#include "process.h"
 
 namespace zel {
 
-struct Code;
-struct ProcessState;
-struct Machine;
+class Memory;
+class Machine;
 
 // How an object's body is kept; the numbers are those of ZelObjInfoSType::objImpl.
 enum class Impl : std::uint8_t { pointers = 0, bytes = 1, set = 2, special = 3 };
 
-// A primitive: receives the receiver and the arguments, answers the result or throws Failure.
-using PrimitiveFType = OopType (*)(Machine& machine, OopType receiver, const OopType* args);
+// What a message does when the library itself carries it out: it receives the receiver and the
+// arguments, and answers the result or throws. When it throws MemoryFull it is called once more
+// after a collection, so it may not have changed anything by then.
+using PrimitiveFType = OopType (*)(Memory& memory, OopType receiver, const OopType* args);
+// The same for those that change what runs: `args` points into the running process's stack.
+using ControlFType = OopType (*)(Machine& machine, OopType receiver, const OopType* args);
+
+// What carries out a message.
+struct Routine {
+  enum class Kind : std::uint8_t { code, primitive, control, block };
+  Kind kind = Kind::code;
+  std::unique_ptr<Code> code;          // code
+  PrimitiveFType primitive = nullptr;  // primitive
+  ControlFType control = nullptr;      // control; block: receives the arguments of a block
+};
 
 // Where each element of a set, or each key of a dictionary, stands: open addressing over
 // positions. Built on first use, dropped when the slots change behind its back.
@@ -28,36 +41,35 @@ struct HashIndex {
 // What only a few objects carry.
 struct Extra {
   std::unique_ptr<HashIndex> index;       // sets and dictionaries
-  std::shared_ptr<const Code> code;       // compiled methods
-  PrimitiveFType primitive = nullptr;     // methods that the library itself carries out
+  std::unique_ptr<Routine> routine;       // methods
   std::unique_ptr<ProcessState> process;  // processes
-  Extra();
-  ~Extra();
+  std::size_t accounted = 0;              // bytes of the above that the memory has counted
 };
 
 struct Object {
-  OopType classOop = 0;
-  std::uint32_t createdIn = 0;   // serial of the transaction that created it
-  std::uint32_t handSerial = 0;  // non-zero: held for the client until released (see handOut)
-  std::uint16_t exports = 0;     // number of export sets that hold it
-  std::uint16_t writer = 0;      // session that has an uncommitted change of it
-  std::int32_t namedSize = 0;
-  Impl impl = Impl::pointers;
-  bool indexable = false;
-  bool fixedSize = false;  // bytes can be replaced, never added
-  bool invariant = false;
-  bool marked = false;
-  std::vector<OopType> slots;   // named slots first; unused by byte objects
-  std::vector<ByteType> bytes;  // byte objects only
-  std::unique_ptr<Extra> extra;
+  OopType classOop;
+  union {            // in this block, behind the header and perhaps a gap
+    OopType* slots;  // named slots first
+    ByteType* bytes;
+  };
+  std::uint32_t size;       // slots, or bytes of byte objects
+  std::uint32_t capacity;   // the same unit, from the first slot on
+  std::uint32_t createdIn;  // serial of the transaction that created it
+  std::uint16_t writer;     // session that has an uncommitted change of it
+  std::uint16_t exports;    // export sets that hold it
+  std::uint16_t namedSize;
+  Impl impl;
+  bool indexable : 1;
+  bool fixedSize : 1;  // bytes can be replaced, never added
+  bool invariant : 1;
+  bool marked : 1;
+  Extra* extra;
 
-  std::size_t size() const { return impl == Impl::bytes ? bytes.size() : slots.size(); }
-  std::size_t indexedSize() const { return size() - static_cast<std::size_t>(namedSize); }
-  // The parts that few objects have, made on first use.
-  Extra& more() {
-    if (!extra) extra = std::make_unique<Extra>();
-    return *extra;
-  }
+  bool holdsBytes() const { return impl == Impl::bytes; }
+  std::uint32_t indexedSize() const { return size - namedSize; }
+  OopType* indexed() { return slots + namedSize; }
+  const OopType* indexed() const { return slots + namedSize; }
+  std::string_view text() const { return {reinterpret_cast<const char*>(bytes), size}; }
 };
 
 }  // namespace zel

@@ -1,7 +1,8 @@
 #include "values.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
-#include <unordered_map>
 
 #include "classes.h"
 #include "errors/failure.h"
@@ -10,18 +11,29 @@ namespace zel {
 
 namespace {
 
-std::unordered_map<std::string, OopType> symbols;
-
-OopType bytesOop(OopType classOop, const void* data, std::size_t size, bool indexable) {
-  const OopType oop = allocate(classOop, Impl::bytes, 0, size, indexable);
-  if (size != 0) std::memcpy(findObject(oop)->bytes.data(), data, size);
+OopType bytesOop(Memory& memory, OopType classOop, const void* data, std::size_t size) {
+  const OopType oop = memory.allocate(classOop, Impl::bytes, 0, size, true);
+  if (size != 0) std::memcpy(memory.at(oop).bytes, data, size);
   return oop;
 }
 
-bool isBytesOf(OopType oop, OopType classOop) {
-  const Object* object = findObject(oop);
-  return object != nullptr && object->impl == Impl::bytes &&
-         (object->classOop == classOop || inheritsFrom(object->classOop, classOop));
+bool isBytesOf(const Memory& memory, OopType oop, OopType classOop) {
+  const Object* object = memory.find(oop);
+  return object != nullptr && object->holdsBytes() &&
+         (object->classOop == classOop || inheritsFrom(memory, object->classOop, classOop));
+}
+
+int sign(bool below, bool above) {
+  return below ? -1 : above ? 1 : 0;
+}
+
+int compareExact(std::int64_t a, double b) {
+  if (std::isnan(b)) return unordered;
+  if (!fitsInteger(b)) return b < 0 ? 1 : -1;
+  const double whole = std::trunc(b);
+  const auto integer = static_cast<std::int64_t>(whole);
+  if (a != integer) return a < integer ? -1 : 1;
+  return sign(whole<b, whole> b);
 }
 
 // Length of the UTF-8 sequence at `text`, 0 if it is none, its code point in `code`.
@@ -76,30 +88,22 @@ bool isLeapYear(std::int32_t year) {
 
 }  // namespace
 
-OopType integerOop(std::int64_t value) {
+OopType integerOop(Memory& memory, std::int64_t value) {
   if (fitsSmallInt(value)) return smallIntOop(static_cast<std::int32_t>(value));
-  const OopType oop = bytesOop(LargeIntegerClass, &value, sizeof value, false);
-  findObject(oop)->fixedSize = true;
-  findObject(oop)->invariant = true;
-  return oop;
+  return memory.allocateNumber(LargeIntegerClass, static_cast<std::uint64_t>(value));
 }
 
-bool isInteger(OopType oop) {
-  if (isSmallInt(oop)) return true;
-  const Object* object = findObject(oop);
-  return object != nullptr && object->classOop == LargeIntegerClass;
-}
-
-std::int64_t integerValue(OopType oop) {
+std::int64_t integerValue(const Memory& memory, OopType oop) {
   if (isSmallInt(oop)) return smallIntValue(oop);
   std::int64_t value = 0;
-  std::memcpy(&value, findObject(oop)->bytes.data(), sizeof value);
+  std::memcpy(&value, memory.at(oop).bytes, sizeof value);
   return value;
 }
 
-std::int64_t integerArgument(OopType oop, std::int64_t least, std::int64_t most) {
-  if (!isInteger(oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
-  const std::int64_t value = integerValue(oop);
+std::int64_t integerArgument(const Memory& memory, OopType oop, std::int64_t least,
+                             std::int64_t most) {
+  if (!isInteger(memory, oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
+  const std::int64_t value = integerValue(memory, oop);
   if (value < least || value > most) {
     throw Failure(ErrBadSubscript,
                   std::to_string(value) + " is not between " + std::to_string(least) + " and " +
@@ -109,73 +113,65 @@ std::int64_t integerArgument(OopType oop, std::int64_t least, std::int64_t most)
   return value;
 }
 
-OopType floatOop(double value) {
-  const OopType oop = bytesOop(FloatClassOop, &value, sizeof value, false);
-  findObject(oop)->fixedSize = true;
+int compareNumbers(const Memory& memory, OopType a, OopType b) {
+  const bool floatA = isFloat(memory, a);
+  const bool floatB = isFloat(memory, b);
+  if (!floatA && !floatB) {
+    const std::int64_t left = integerValue(memory, a);
+    const std::int64_t right = integerValue(memory, b);
+    return sign(left<right, left> right);
+  }
+  if (!floatA) return compareExact(integerValue(memory, a), floatValue(memory, b));
+  if (!floatB) {
+    const int reversed = compareExact(integerValue(memory, b), floatValue(memory, a));
+    return reversed == unordered ? unordered : -reversed;
+  }
+  const double left = floatValue(memory, a);
+  const double right = floatValue(memory, b);
+  return std::isunordered(left, right) ? unordered : sign(left<right, left> right);
+}
+
+OopType stringOop(Memory& memory, std::string_view text) {
+  return bytesOop(memory, StringClassOop, text.data(), text.size());
+}
+
+OopType symbolOop(Memory& memory, std::string_view text) {
+  const auto known = memory.symbols.find(text);
+  if (known != memory.symbols.end()) return known->second;
+  const OopType oop = bytesOop(memory, SymbolClass, text.data(), text.size());
+  memory.at(oop).invariant = true;
+  memory.symbols.emplace(text, oop);
   return oop;
 }
 
-bool isFloat(OopType oop) {
-  const Object* object = findObject(oop);
-  return object != nullptr && object->classOop == FloatClassOop;
+OopType doubleByteStringOop(Memory& memory, std::u16string_view text) {
+  return bytesOop(memory, DoubleByteStringClassOop, text.data(), text.size() * 2);
 }
 
-double floatValue(OopType oop) {
-  double value = 0;
-  std::memcpy(&value, findObject(oop)->bytes.data(), sizeof value);
-  return value;
+bool isString(const Memory& memory, OopType oop) {
+  return isBytesOf(memory, oop, StringClassOop);
+}
+bool isSymbol(const Memory& memory, OopType oop) {
+  return isBytesOf(memory, oop, SymbolClass);
+}
+bool isDoubleByteString(const Memory& memory, OopType oop) {
+  return isBytesOf(memory, oop, DoubleByteStringClassOop);
 }
 
-bool isNumber(OopType oop) {
-  return isInteger(oop) || isFloat(oop);
+std::string_view bytesOf(const Memory& memory, OopType oop) {
+  return memory.at(oop).text();
 }
 
-double numberValue(OopType oop) {
-  return isFloat(oop) ? floatValue(oop) : static_cast<double>(integerValue(oop));
-}
-
-OopType stringOop(std::string_view text) {
-  return bytesOop(StringClassOop, text.data(), text.size(), true);
-}
-
-OopType symbolOop(std::string_view text) {
-  const auto known = symbols.find(std::string(text));
-  if (known != symbols.end()) return known->second;
-  const OopType oop = bytesOop(SymbolClass, text.data(), text.size(), true);
-  findObject(oop)->invariant = true;
-  symbols.emplace(text, oop);
-  return oop;
-}
-
-OopType doubleByteStringOop(std::u16string_view text) {
-  return bytesOop(DoubleByteStringClassOop, text.data(), text.size() * 2, true);
-}
-
-bool isString(OopType oop) {
-  return isBytesOf(oop, StringClassOop);
-}
-bool isSymbol(OopType oop) {
-  return isBytesOf(oop, SymbolClass);
-}
-bool isDoubleByteString(OopType oop) {
-  return isBytesOf(oop, DoubleByteStringClassOop);
-}
-
-std::string_view bytesOf(OopType oop) {
-  const std::vector<ByteType>& bytes = findObject(oop)->bytes;
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-std::u16string unitsOf(OopType doubleByteString) {
-  const std::string_view bytes = bytesOf(doubleByteString);
+std::u16string unitsOf(const Memory& memory, OopType doubleByteString) {
+  const std::string_view bytes = bytesOf(memory, doubleByteString);
   std::u16string units(bytes.size() / 2, u'\0');
   if (!units.empty()) std::memcpy(units.data(), bytes.data(), units.size() * 2);
   return units;
 }
 
-std::string_view stringArgument(OopType oop) {
-  if (!isString(oop)) throw Failure(ErrBadArgumentKind, "a string is expected", {oop});
-  return bytesOf(oop);
+std::string_view stringArgument(const Memory& memory, OopType oop) {
+  if (!isString(memory, oop)) throw Failure(ErrBadArgumentKind, "a string is expected", {oop});
+  return bytesOf(memory, oop);
 }
 
 std::u16string decodeUtf8(std::string_view text) {
@@ -212,13 +208,13 @@ std::string encodeUtf8(std::u16string_view units) {
   return text;
 }
 
-OopType arrayOop(const std::vector<OopType>& elements) {
-  const OopType oop = allocate(ArrayClassOop, Impl::pointers, 0, elements.size(), true);
-  findObject(oop)->slots = elements;
+OopType arrayOop(Memory& memory, std::span<const OopType> elements) {
+  const OopType oop = memory.allocate(ArrayClassOop, Impl::pointers, 0, elements.size(), true);
+  std::copy(elements.begin(), elements.end(), memory.at(oop).slots);
   return oop;
 }
 
-OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time) {
+OopType dateTimeOop(Memory& memory, OopType classOop, const ZelDateTimeSType& time) {
   constexpr std::int32_t dayMs = 86'400'000;
   constexpr std::int32_t farthestYear = 999'999;
   if (time.year < -farthestYear || time.year > farthestYear) {
@@ -232,26 +228,20 @@ OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time) {
     throw Failure(ErrDateTimeRange,
                   std::to_string(time.milliseconds) + " milliseconds are not within a day");
   }
-  requireValue(time.timeZone);
-  const OopType oop = allocate(classOop, Impl::pointers, 4, 0, false);
-  Object& object = *findObject(oop);
-  object.slots = {smallIntOop(time.year), smallIntOop(time.dayOfYear),
-                  smallIntOop(time.milliseconds), time.timeZone};
+  memory.requireValue(time.timeZone);
+  const OopType oop = memory.allocate(classOop, Impl::pointers, 4, 0, false);
+  Object& object = memory.at(oop);
+  object.slots[0] = smallIntOop(time.year);
+  object.slots[1] = smallIntOop(time.dayOfYear);
+  object.slots[2] = smallIntOop(time.milliseconds);
+  object.slots[3] = time.timeZone;
   object.invariant = true;
   return oop;
 }
 
-ZelDateTimeSType dateTimeValue(OopType oop) {
-  const std::vector<OopType>& slots = findObject(oop)->slots;
+ZelDateTimeSType dateTimeValue(const Memory& memory, OopType oop) {
+  const OopType* slots = memory.at(oop).slots;
   return {smallIntValue(slots[0]), smallIntValue(slots[1]), smallIntValue(slots[2]), slots[3]};
-}
-
-void sweepSymbols() {
-  std::erase_if(symbols, [](const auto& entry) { return !isMarked(entry.second); });
-}
-
-void clearSymbols() {
-  symbols.clear();
 }
 
 }  // namespace zel

@@ -1,6 +1,9 @@
 // Values as objects: numbers, strings, symbols, date-times, and back to C++ values.
 #pragma once
 
+#include <bit>
+#include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -9,34 +12,62 @@
 namespace zel {
 
 // Integers have 64 bits: small ones are immediate, others objects of 8 bytes.
-OopType integerOop(std::int64_t value);
-bool isInteger(OopType oop);
-std::int64_t integerValue(OopType oop);  // the argument must be an integer
+OopType integerOop(Memory& memory, std::int64_t value);
+inline bool isInteger(const Memory& memory, OopType oop) {
+  if (isSmallInt(oop)) return true;
+  const Object* object = memory.find(oop);
+  return object != nullptr && object->classOop == LargeIntegerClass;
+}
+std::int64_t integerValue(const Memory& memory, OopType oop);  // the argument must be an integer
 // The value of an argument that must be an integer within the bounds: throws ErrBadArgumentKind or
 // ErrBadSubscript.
-std::int64_t integerArgument(OopType oop, std::int64_t least, std::int64_t most);
+std::int64_t integerArgument(const Memory& memory, OopType oop, std::int64_t least,
+                             std::int64_t most);
 
 // Floats are doubles, objects of 8 bytes. Numbers are integers or floats.
-OopType floatOop(double value);
-bool isFloat(OopType oop);
-double floatValue(OopType oop);  // the argument must be a float
-bool isNumber(OopType oop);
-double numberValue(OopType oop);  // the argument must be a number
+inline OopType floatOop(Memory& memory, double value) {
+  return memory.allocateNumber(FloatClassOop, std::bit_cast<std::uint64_t>(value));
+}
+inline bool isFloat(const Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  return object != nullptr && object->classOop == FloatClassOop;
+}
+inline double floatValue(const Memory& memory, OopType oop) {  // the argument must be a float
+  double value = 0;
+  std::memcpy(&value, memory.at(oop).bytes, sizeof value);
+  return value;
+}
+inline bool isNumber(const Memory& memory, OopType oop) {
+  return isInteger(memory, oop) || isFloat(memory, oop);
+}
+inline double numberValue(const Memory& memory, OopType oop) {  // the argument must be a number
+  return isFloat(memory, oop) ? floatValue(memory, oop)
+                              : static_cast<double>(integerValue(memory, oop));
+}
+// Whether the float, cut to an integer, has at most 64 bits.
+constexpr bool fitsInteger(double value) {
+  // 2^63 itself is out of range and the nearest double below it is not.
+  return value >= -9223372036854775808.0 && value < 9223372036854775808.0;
+}
+// Below, at or above 0 as the first number is less than, equal to or greater than the second, of
+// which neither is rounded; `unordered` with a NaN.
+constexpr int unordered = 2;
+int compareNumbers(const Memory& memory, OopType a, OopType b);
 
 // Strings of bytes, the one symbol of a text, and strings of UTF-16 code units.
-OopType stringOop(std::string_view text);
-OopType symbolOop(std::string_view text);
-OopType doubleByteStringOop(std::u16string_view text);
-bool isString(OopType oop);  // single-byte, symbols included
-bool isSymbol(OopType oop);
-bool isDoubleByteString(OopType oop);
+OopType stringOop(Memory& memory, std::string_view text);
+OopType symbolOop(Memory& memory, std::string_view text);
+OopType doubleByteStringOop(Memory& memory, std::u16string_view text);
+bool isString(const Memory& memory, OopType oop);  // single-byte, symbols included
+bool isSymbol(const Memory& memory, OopType oop);
+bool isDoubleByteString(const Memory& memory, OopType oop);
 // The bytes of a byte object; valid until it is changed.
-std::string_view bytesOf(OopType oop);
+std::string_view bytesOf(const Memory& memory, OopType oop);
 // A copy of the code units.
-std::u16string unitsOf(OopType doubleByteString);
+std::u16string unitsOf(const Memory& memory, OopType doubleByteString);
 // The bytes of an argument that must be a single-byte string or a symbol: throws
 // ErrBadArgumentKind.
-std::string_view stringArgument(OopType oop);
+std::string_view stringArgument(const Memory& memory, OopType oop);
 
 // UTF-8 to UTF-16; bytes that are not UTF-8 become one code unit each.
 std::u16string decodeUtf8(std::string_view text);
@@ -44,17 +75,15 @@ std::u16string decodeUtf8(std::string_view text);
 std::string encodeUtf8(std::u16string_view units);
 
 // A new Array of the elements.
-OopType arrayOop(const std::vector<OopType>& elements);
+OopType arrayOop(Memory& memory, std::span<const OopType> elements);
+inline OopType arrayOop(Memory& memory, std::initializer_list<OopType> elements) {
+  return arrayOop(memory, std::span(elements.begin(), elements.size()));
+}
 
 // A date-time of the class. Throws ErrDateTimeRange unless the day exists in the year and the
 // milliseconds lie within a day; years go from -999,999 to 999,999.
-OopType dateTimeOop(OopType classOop, const ZelDateTimeSType& time);
+OopType dateTimeOop(Memory& memory, OopType classOop, const ZelDateTimeSType& time);
 // The parts of an instance of DateTime or of a class below it.
-ZelDateTimeSType dateTimeValue(OopType oop);
-
-// Drops the symbols that a collection found unused; registered by bootstrap.
-void sweepSymbols();
-// Forgets all symbols.
-void clearSymbols();
+ZelDateTimeSType dateTimeValue(const Memory& memory, OopType oop);
 
 }  // namespace zel

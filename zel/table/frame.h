@@ -2,13 +2,28 @@
 // pending error, and the function then answers what it was told to.
 #pragma once
 
-#include <new>
-
-#include "errors/failure.h"
-#include "kernel/database.h"
-#include "session/session.h"
+#include "session/database.h"
 
 namespace zel {
+
+// What stands behind the table. The break request is there for as long as the library is loaded,
+// since other threads may make one while the database is being opened or closed.
+struct Library {
+  BreakRequest breaks;
+  std::unique_ptr<Database> database;  // from ZelInit to ZelShutdown
+  PendingError error;                  // when no session is current
+
+  PendingError& pendingError() {
+    Session* session = database ? database->current : nullptr;
+    return session != nullptr ? session->error : error;
+  }
+};
+Library& library();
+
+// Opens the database; does nothing when it is open.
+Database& openDatabase();
+// The open database. Throws ErrBadSession unless a session is current in it.
+Database& sessionDatabase();
 
 // Stores the failure as the pending error, whatever memory is left.
 void leaveError(const Failure& failure) noexcept;
@@ -33,6 +48,30 @@ void guarded(Body body) noexcept {
     body();
     return 0;
   });
+}
+
+// The same for work in a session that may be done once more when it found no room the first time.
+// `body` takes the database.
+template <typename Result, typename Body>
+Result inSession(Result otherwise, Body body) noexcept {
+  return guarded(otherwise, [&] {
+    Database& database = sessionDatabase();
+    database.memory.collectIfDue();
+    return withRoom(database.memory, [&] { return body(database); });
+  });
+}
+
+template <typename Body>
+void inSession(Body body) noexcept {
+  inSession(0, [&](Database& database) {
+    body(database);
+    return 0;
+  });
+}
+
+// Keeps the value for the current session's client and answers it.
+inline OopType handOut(Database& database, OopType oop) {
+  return handOut(database.memory, database.current->client, oop);
 }
 
 // Throws ErrBadArgument unless `pointer` is there or `count` is 0.

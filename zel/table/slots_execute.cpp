@@ -6,7 +6,6 @@
 #include "objmem/classes.h"
 #include "objmem/values.h"
 #include "slots.h"
-#include "vm/unwinding.h"
 
 namespace zel::slots {
 
@@ -14,9 +13,34 @@ namespace {
 
 // The symbol list of a session is always the globals; the argument only has to be an object.
 OopType execute(std::string_view source, OopType symbolList) {
-  requireSession();
-  requireValue(symbolList);
-  return handOut(executeMethod(compileText(source)));
+  Database& database = sessionDatabase();
+  database.memory.requireValue(symbolList);
+  const Run run(database.memory.meter);
+  return handOut(database, database.machine.execute(source));
+}
+
+// The failure that an array of a message and a stack text stands for.
+Failure failureFrom(Memory& memory, OopType message, OopType stack) {
+  const OopType exception = newInstance(memory, ErrorClass);
+  memory.at(exception).slots[ExceptionText] = message;
+  memory.at(exception).slots[ExceptionStack] = stack;
+  return Failure(ErrUser, std::string(stringArgument(memory, message))).signalledBy(exception);
+}
+
+OopType continueWith(Database& database, OopType process, OopType replacement) {
+  Memory& memory = database.memory;
+  if (replacement == NoOop) return database.machine.continueWithValue(process, NilOop);
+  const Object& array = memory.require(replacement);
+  if (array.impl != Impl::pointers || array.size < 1 || array.size > 2) {
+    throw Failure(ErrBadArgumentKind,
+                  "an array with a value, or with a message and a stack text, is expected",
+                  {replacement});
+  }
+  const OopType first = array.slots[0];
+  if (array.size == 1) return database.machine.continueWithValue(process, first);
+  const OopType stack = array.slots[1];
+  return database.machine.continueWithFailure(
+      process, withRoom(memory, [&] { return failureFrom(memory, first, stack); }));
 }
 
 }  // namespace
@@ -30,54 +54,43 @@ OopType ZelExecuteStr(const char* source, OopType symbolList) {
 
 OopType ZelExecute(OopType source, OopType symbolList) {
   return guarded(NoOop, [&] {
-    requireSession();
-    requireValue(source);
-    if (isDoubleByteString(source)) return execute(encodeUtf8(unitsOf(source)), symbolList);
-    return execute(stringArgument(source), symbolList);
+    const Memory& memory = sessionDatabase().memory;
+    memory.requireValue(source);
+    // A copy: the source itself may go when the memory is full.
+    if (isDoubleByteString(memory, source)) {
+      return execute(encodeUtf8(unitsOf(memory, source)), symbolList);
+    }
+    return execute(std::string(stringArgument(memory, source)), symbolList);
   });
 }
 
 OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
                    ArraySizeType count) {
   return guarded(NoOop, [&] {
-    requireSession();
+    Database& database = sessionDatabase();
     requirePointer(selector, 1, "the selector");
     requirePointer(args, count, "the argument array");
-    requireValue(receiver);
+    database.memory.requireValue(receiver);
     if (argumentCountOf(selector) < 0 ||
         static_cast<ArraySizeType>(argumentCountOf(selector)) != count) {
       throw Failure(ErrBadMessageParts, "'" + std::string(selector) + "' is no message with " +
                                             std::to_string(count) + " arguments");
     }
     if (count > mostArguments) throw Failure(ErrBadMessageParts, "too many arguments");
-    for (ArraySizeType i = 0; i < count; ++i) requireValue(args[i]);
-    return handOut(performMessage(receiver, symbolOop(selector), {args, args + count}));
+    for (ArraySizeType i = 0; i < count; ++i) database.memory.requireValue(args[i]);
+    const Run run(database.memory.meter);
+    return handOut(database, database.machine.perform(receiver, selector, {args, count}));
   });
 }
 
 OopType ZelContinueWith(OopType process, OopType replacement, long, ZelErrSType* error) {
   return guarded(NoOop, [&] {
-    requireSession();
-    if (error != nullptr) {
-      const Failure failure(
-          error->number,
-          std::string(error->message, strnlen(error->message, sizeof error->message)));
-      return handOut(continueWithFailure(process, failure));
-    }
-    if (replacement == NoOop) return handOut(continueWithValue(process, NilOop));
-    const Object& array = objectAt(replacement);
-    if (array.impl != Impl::pointers || array.slots.empty() || array.slots.size() > 2) {
-      throw Failure(ErrBadArgumentKind,
-                    "an array with a value, or with a message and a stack text, is expected",
-                    {replacement});
-    }
-    if (array.slots.size() == 1) return handOut(continueWithValue(process, array.slots[0]));
-    const Failure failure(ErrUser, std::string(stringArgument(array.slots[0])));
-    const OopType exception = newInstance(ErrorClass);
-    std::vector<OopType>& slots = findObject(exception)->slots;
-    slots[ExceptionText] = array.slots[0];
-    slots[ExceptionStack] = array.slots[1];
-    return handOut(continueWithFailure(process, failure.signalledBy(exception)));
+    Database& database = sessionDatabase();
+    const Run run(database.memory.meter);
+    if (error == nullptr) return handOut(database, continueWith(database, process, replacement));
+    const Failure failure(
+        error->number, std::string(error->message, strnlen(error->message, sizeof error->message)));
+    return handOut(database, database.machine.continueWithFailure(process, failure));
   });
 }
 

@@ -1,25 +1,51 @@
 // Sessions and the library's own life.
 #include "frame.h"
-#include "session/changes.h"
 #include "slots.h"
-#include "vm/interpreter.h"
 
 namespace zel {
 
+Library& library() {
+  static Library loaded;
+  return loaded;
+}
+
+Database& openDatabase() {
+  std::unique_ptr<Database>& database = library().database;
+  if (!database) database = std::make_unique<Database>(library().breaks);
+  return *database;
+}
+
+Database& sessionDatabase() {
+  Library& loaded = library();
+  if (!loaded.database) throw Failure(ErrBadSession, "no session is current: log in first");
+  requireSession(*loaded.database);
+  return *loaded.database;
+}
+
 void leaveError(const Failure& failure) noexcept {
+  Database* database = library().database.get();
   try {
-    setPendingError(failure);
+    setPendingError(library().pendingError(), database != nullptr ? &database->memory : nullptr,
+                    database != nullptr ? database->current : nullptr, failure);
   } catch (const std::bad_alloc&) {
     leaveMemoryError();
   }
 }
 
 void leaveMemoryError() noexcept {
-  // Small enough for strings and lists that need no allocation.
+  const Database* database = library().database.get();
   try {
-    setPendingError(Failure(ErrNoMemory, "out of memory"));
+    setPendingError(library().pendingError(), nullptr, nullptr,
+                    database != nullptr ? memoryFailure(database->memory)
+                                        : Failure(ErrNoMemory, "out of memory"));
   } catch (const std::bad_alloc&) {
-    return;
+    // Not even the text: the number alone.
+    PendingError& pending = library().pendingError();
+    pending.record = {};
+    pending.record.category = SystemErrCategoryOop;
+    pending.record.number = ErrNoMemory;
+    pending.record.context = NilOop;
+    pending.set = true;
   }
 }
 
@@ -50,35 +76,37 @@ BoolType ZelLogin(const char* user, const char* password) {
   return guarded(BoolType{0}, [&] {
     requirePointer(user, 1, "the user name");
     requirePointer(password, 1, "the password");
-    openDatabase();
-    login(user, password);
+    login(openDatabase(), user, password);
     return BoolType{1};
   });
 }
 
 void ZelLogout() {
-  guarded([] { logout(); });
+  guarded([] { logout(sessionDatabase()); });
 }
 
 ZelSessionIdType ZelGetSessionId() {
-  const Session* session = currentSession();
-  return session != nullptr ? session->id : 0;
+  const Database* database = library().database.get();
+  return database != nullptr && database->current != nullptr ? database->current->id : 0;
 }
 
 void ZelSetSessionId(ZelSessionIdType id) {
   guarded([&] {
-    selectSession(id);
+    Database* database = library().database.get();
+    if (database == nullptr) {
+      throw Failure(ErrBadSession, "there is no session " + std::to_string(id));
+    }
+    selectSession(*database, id);
     // A new request begins: an error that nobody asked for belongs to an earlier one.
-    dropPendingError();
-    trimHandedOut();
-    collectIfDue();
+    database->current->error.set = false;
+    database->memory.collectIfDue();
   });
 }
 
 BoolType ZelErr(ZelErrSType* error) {
   return guarded(BoolType{0}, [&] {
     requirePointer(error, 1, "the error record");
-    return BoolType{takePendingError(*error)};
+    return BoolType{takePendingError(library().pendingError(), *error)};
   });
 }
 
@@ -91,30 +119,32 @@ const char* ZelVersion() {
 }
 
 void ZelShutdown() {
-  guarded([] { closeDatabase(); });
+  library().database.reset();
+  library().error.set = false;
 }
 
 void ZelUnload() {
-  guarded([] { closeDatabase(); });
+  ZelShutdown();
 }
 
 BoolType ZelCommit() {
-  return guarded(BoolType{0}, [] {
-    commitTransaction(requireSession().id);
+  return inSession(BoolType{0}, [](Database& database) {
+    commitTransaction(database.memory, database.current->client);
     return BoolType{1};
   });
 }
 
 void ZelAbort() {
-  guarded([] { abortTransaction(requireSession().id); });
+  inSession(
+      [](Database& database) { abortTransaction(database.memory, database.current->client); });
 }
 
 void ZelSoftBreak() {
-  requestBreak(false);
+  library().breaks.make(BreakRequest::soft);
 }
 
 void ZelHardBreak() {
-  requestBreak(true);
+  library().breaks.make(BreakRequest::hard);
 }
 
 int ZelFeatureLevel() {

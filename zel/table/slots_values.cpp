@@ -2,44 +2,40 @@
 #include "frame.h"
 #include "objmem/classes.h"
 #include "objmem/values.h"
-#include "session/changes.h"
 #include "slots.h"
 
 namespace zel::slots {
 
 OopType ZelLongToOop(long value) {
   if (fitsSmallInt(value)) return smallIntOop(static_cast<std::int32_t>(value));
-  return guarded(NoOop, [&] {
-    requireSession();
-    return handOut(integerOop(value));
+  return inSession(NoOop, [&](Database& database) {
+    Memory& memory = database.memory;
+    return handOut(database, integerOop(memory, value));
   });
 }
 
 OopType ZelFltToOop(double value) {
-  return guarded(NoOop, [&] {
-    requireSession();
-    collectIfDue();
-    return handOut(floatOop(value));
+  return inSession(NoOop, [&](Database& database) {
+    Memory& memory = database.memory;
+    return handOut(database, floatOop(memory, value));
   });
 }
 
 OopType ZelNewOop(OopType classOop) {
-  return guarded(NoOop, [&] {
-    requireSession();
-    collectIfDue();
-    return handOut(newInstance(classOop));
+  return inSession(NoOop, [&](Database& database) {
+    Memory& memory = database.memory;
+    return handOut(database, newInstance(memory, classOop));
   });
 }
 
 OopType ZelNewDateTime(OopType classOop, const ZelDateTimeSType* time) {
-  return guarded(NoOop, [&] {
-    requireSession();
+  return inSession(NoOop, [&](Database& database) {
+    Memory& memory = database.memory;
     requirePointer(time, 1, "the date-time record");
-    if (!isClass(classOop) || !inheritsFrom(classOop, DateTimeClassOop)) {
+    if (!isClass(memory, classOop) || !inheritsFrom(memory, classOop, DateTimeClassOop)) {
       throw Failure(ErrBadArgumentKind, "a class of date-times is expected", {classOop});
     }
-    collectIfDue();
-    return handOut(dateTimeOop(classOop, *time));
+    return handOut(database, dateTimeOop(memory, classOop, *time));
   });
 }
 
@@ -59,19 +55,19 @@ char ZelOopToChr(OopType oop) {
 }
 
 double ZelOopToFlt(OopType oop) {
-  return guarded(0.0, [&] {
-    requireSession();
-    if (!isFloat(oop)) throw Failure(ErrNotFloat, "a float is expected", {oop});
-    return floatValue(oop);
+  return inSession(0.0, [&](Database& database) {
+    Memory& memory = database.memory;
+    if (!isFloat(memory, oop)) throw Failure(ErrNotFloat, "a float is expected", {oop});
+    return floatValue(memory, oop);
   });
 }
 
 long ZelOopToLong(OopType oop) {
   if (isSmallInt(oop)) return smallIntValue(oop);
-  return guarded(0L, [&] {
-    requireSession();
-    if (!isInteger(oop)) throw Failure(ErrNotLong, "an integer is expected", {oop});
-    const std::int64_t value = integerValue(oop);
+  return inSession(0L, [&](Database& database) {
+    Memory& memory = database.memory;
+    if (!isInteger(memory, oop)) throw Failure(ErrNotLong, "an integer is expected", {oop});
+    const std::int64_t value = integerValue(memory, oop);
     if (value < INT32_MIN || value > INT32_MAX) {
       throw Failure(ErrNotLong, std::to_string(value) + " has more than 32 bits", {oop});
     }
@@ -80,67 +76,67 @@ long ZelOopToLong(OopType oop) {
 }
 
 BoolType ZelIsKindOf(OopType oop, OopType classOop) {
-  return guarded(BoolType{0}, [&] {
-    requireSession();
-    requireValue(oop);
-    if (!isClass(classOop)) throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
-    return BoolType{isKindOf(oop, classOop)};
+  return inSession(BoolType{0}, [&](Database& database) {
+    Memory& memory = database.memory;
+    memory.requireValue(oop);
+    if (!isClass(memory, classOop))
+      throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
+    return BoolType{isKindOf(memory, oop, classOop)};
   });
 }
 
 // Immediate values need no keeping and are passed over. When an oop names no object the others
 // are saved all the same.
 void ZelSaveObjs(const OopType* oops, ArraySizeType count) {
-  guarded([&] {
-    Session& session = requireSession();
+  inSession([&](Database& database) {
     requirePointer(oops, count, "the oop array");
     OopType missing = 0;
     for (ArraySizeType i = 0; i < count; ++i) {
       if (isImmediate(oops[i])) continue;
-      if (findObject(oops[i]) == nullptr) {
+      if (database.memory.find(oops[i]) == nullptr) {
         missing = oops[i];
       } else {
-        exportObject(session, oops[i]);
+        exportObject(database.memory, database.current->client, oops[i]);
       }
     }
-    if (missing != 0) objectAt(missing);
+    if (missing != 0) database.memory.require(missing);
   });
 }
 
 // Oops that are not in the set, or name nothing any more, are passed over: releasing twice is no
 // error.
 void ZelReleaseOops(const OopType* oops, ArraySizeType count) {
-  guarded([&] {
-    Session& session = requireSession();
+  inSession([&](Database& database) {
     requirePointer(oops, count, "the oop array");
     for (ArraySizeType i = 0; i < count; ++i) {
-      releaseObject(session, oops[i]);
-      releaseHandedOut(oops[i]);
+      releaseObject(database.memory, database.current->client, oops[i]);
+      releaseHandedOut(database.current->client, oops[i]);
     }
   });
 }
 
 void ZelReleaseAllOops() {
-  guarded([] { releaseAllObjects(requireSession()); });
+  inSession(
+      [](Database& database) { releaseAllObjects(database.memory, database.current->client); });
 }
 
 void ZelDirtyObjsInit() {
-  guarded([] { requireSession().tracksChanges = true; });
+  inSession([](Database& database) { database.current->client.tracksChanges = true; });
 }
 
 // Answers whether the oops delivered were all there are.
 BoolType ZelDirtySaveObjs(OopType* oops, ArraySizeType* count) {
-  return guarded(BoolType{0}, [&] {
+  return inSession(BoolType{0}, [&](Database& database) {
     requirePointer(count, 1, "the count");
     const ArraySizeType room = *count;
     *count = 0;
-    Session& session = requireSession();
     requirePointer(oops, room, "the oop array");
-    if (!session.tracksChanges) {
+    Client& client = database.current->client;
+    if (!client.tracksChanges) {
       throw Failure(ErrBadArgument, "changes are not tracked: call ZelDirtyObjsInit first");
     }
     bool complete = false;
-    *count = static_cast<ArraySizeType>(takeChanged(session, oops, room, complete));
+    *count = static_cast<ArraySizeType>(takeChanged(client, oops, room, complete));
     return BoolType{complete};
   });
 }

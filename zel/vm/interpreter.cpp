@@ -1,498 +1,762 @@
-#include "interpreter.h"
+#include <algorithm>
 
-#include <atomic>
-
+#include "lang/compiler.h"
+#include "machine.h"
+#include "objmem/changes.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "printing.h"
-#include "session/session.h"
-#include "unwinding.h"
 
 namespace zel {
 
 namespace {
 
 constexpr std::size_t mostStackValues = 1U << 20;
-constexpr std::uint32_t serialMask = 0x1FFFFFFF;  // fits a small integer
+constexpr std::size_t mostVariables = 100'000;
 
-ExecutionLimits limits;
-Machine* running = nullptr;
-std::uint32_t lastSerial = 0;
+// A block's slots.
+enum BlockSlot { BlockEnvironment, BlockReceiver, BlockMethod, BlockNumber, BlockHome };
+constexpr std::size_t blockSlots = 6;
+constexpr int homeBits = 29;  // of an activation's number in each of the two last slots
 
-enum BreakRequest { noBreak, softBreak, hardBreak };
-std::atomic<int> breakRequest{noBreak};
-
-struct CachedLookup {
-  OopType receiverKey = 0;
-  OopType selector = 0;
-  OopType method = 0;
-};
-constexpr std::size_t cacheSize = 1024;
-CachedLookup lookupCache[cacheSize];
-std::uint32_t cacheEpoch = 0;
-
-// Makes a machine the running one, whose stacks a collection visits.
-class Running {
- public:
-  explicit Running(Machine& machine) { running = &machine; }
-  ~Running() { running = nullptr; }
-  Running(const Running&) = delete;
-  Running& operator=(const Running&) = delete;
-};
-
-std::uint32_t nextSerial() {
-  lastSerial = (lastSerial + 1) & serialMask;
-  return lastSerial;
+// What lookups go by: the class of the receiver, or for a class itself the class with a bit more,
+// since it finds other methods than its instances.
+OopType keyOf(const Memory& memory, OopType receiver) {
+  if (isSmallInt(receiver)) return SmallIntegerClass;
+  if ((receiver & 3) != 1) return classOf(memory, receiver);
+  const OopType classOop = memory.at(receiver).classOop;
+  return classOop == ClassClass ? receiver | 2 : classOop;
 }
 
-OopType findInDictionaries(OopType classOop, OopType selector, ClassSlot slot) {
-  for (OopType at = classOop; at != NilOop; at = superclassOf(at)) {
-    const OopType method = dictionaryAt(findObject(at)->slots[slot - 1], selector);
-    if (method != 0) return method;
-  }
-  return 0;
+bool areSmallInts(OopType a, OopType b) {
+  return (a & b & 3) == 3;
 }
 
-OopType cachedLookup(OopType receiver, OopType selector) {
-  if (cacheEpoch != lookupEpoch) {
-    for (CachedLookup& entry : lookupCache) entry = {};
-    cacheEpoch = lookupEpoch;
-  }
-  const OopType classOop = classOf(receiver);
-  const bool classSide = classOop == ClassClass;
-  // A class as receiver and the same class of an instance must not be taken for each other.
-  const OopType key = classSide ? receiver | 2 : classOop;
-  CachedLookup& entry = lookupCache[((key >> 2) * 31 ^ (selector >> 2)) % cacheSize];
-  if (entry.receiverKey == key && entry.selector == selector) return entry.method;
-  const OopType method = lookupMethod(classSide ? receiver : classOop, selector, classSide);
-  if (method != 0) entry = {key, selector, method};
-  return method;
+std::int32_t asSigned(OopType oop) {
+  return static_cast<std::int32_t>(oop);
 }
 
-void pushFrame(Machine& machine, const Frame& frame, std::size_t temporaries) {
-  ProcessState& process = *machine.process;
-  if (process.frames.size() >= limits.frames || process.stack.size() >= mostStackValues) {
-    process.awaiting = notAwaiting;
-    throw Failure(ErrTooDeep, "the recursion is too deep (" +
-                                  std::to_string(process.frames.size()) + " activations)");
-  }
-  process.frames.push_back(frame);
-  process.stack.resize(process.stack.size() + temporaries, NilOop);
+std::uint64_t homeOf(const Object& block) {
+  const auto low = static_cast<std::uint64_t>(smallIntValue(block.slots[BlockHome]));
+  const auto high = static_cast<std::uint64_t>(smallIntValue(block.slots[BlockHome + 1]));
+  return high << homeBits | low;
 }
 
-void activateMethod(Machine& machine, OopType method, const Code& code, std::size_t argumentCount) {
-  ProcessState& process = *machine.process;
-  const std::size_t base = process.stack.size() - argumentCount;
-  const std::uint32_t serial = nextSerial();
-  const Frame frame{&code,  method, process.stack[base - 1], NilOop,
-                    0,      0,      code.blocks[0].entry,    static_cast<std::uint32_t>(base),
-                    serial, serial};
-  pushFrame(machine, frame, code.blocks[0].temporaries);
+const Code& codeOf(const Memory& memory, const Object& block) {
+  return *memory.at(block.slots[BlockMethod]).extra->routine->code;
 }
 
-[[noreturn]] void doesNotUnderstand(const ProcessState& process, OopType selector,
-                                    std::size_t argumentCount) {
-  const OopType* arguments = process.stack.data() + process.stack.size() - argumentCount;
-  const OopType receiver = arguments[-1];
-  throw Failure(ErrDoesNotUnderstand,
-                describe(receiver) + " does not understand #" + std::string(bytesOf(selector)),
-                {receiver, selector, arrayOop({arguments, arguments + argumentCount})})
-      .ofClass(MessageNotUnderstoodClass);
+const BlockCode& bodyOf(const Code& code, const Object& block) {
+  return code.blocks[static_cast<std::size_t>(smallIntValue(block.slots[BlockNumber]))];
 }
 
-OopType callPrimitive(Machine& machine, PrimitiveFType primitive, std::size_t argumentCount) {
-  std::vector<OopType>& stack = machine.process->stack;
-  const auto arguments = [&] { return stack.data() + stack.size() - argumentCount; };
-  const std::size_t height = stack.size();
-  try {
-    return primitive(machine, arguments()[-1], arguments());
-  } catch (const Failure& failure) {
-    if (failure.number != ErrNoMemory || stack.size() != height) throw;
-  }
-  // The memory was full, perhaps of garbage.
-  collect();
-  return primitive(machine, arguments()[-1], arguments());
-}
-
-void countStep(Machine& machine) {
-  ProcessState& process = *machine.process;
-  collectIfDue();
-  const int request = breakRequest.load(std::memory_order_relaxed);
-  if (request == noBreak && --machine.stepsLeft > 0) return;
-  breakRequest.store(noBreak, std::memory_order_relaxed);
-  process.awaiting = notAwaiting;
-  --process.frames.back().pc;  // a program that goes on begins with the same step
-  if (request == softBreak) throw Failure(ErrSoftBreak, "the program was interrupted");
-  if (request == hardBreak) throw Failure(ErrHardBreak, "the program was stopped");
-  throw Failure(ErrHardBreak,
-                "the program was stopped after " + std::to_string(limits.steps) + " steps");
-}
-
-OopType readGlobal(Machine& machine, OopType name) {
-  Session* session = currentSession();
-  if (session != nullptr) {
-    const auto variable = session->variables.find(name);
-    if (variable != session->variables.end()) return variable->second;
-  }
-  const OopType value = dictionaryAt(GlobalsOop, name);
-  if (value != 0) return value;
-  machine.process->awaiting = 0;
-  throw Failure(ErrUnknownName, std::string(bytesOf(name)) + " is not defined", {name});
-}
-
-void writeGlobal(Machine& machine, OopType name, OopType value) {
-  constexpr std::size_t mostVariables = 100'000;
-  Session& session = requireSession();
-  const auto variable = session.variables.find(name);
-  if (variable != session.variables.end()) {
-    variable->second = value;
-    return;
-  }
-  machine.process->awaiting = notAwaiting;
-  if (dictionaryAt(GlobalsOop, name) != 0) {
-    throw Failure(ErrInvariant,
-                  std::string(bytesOf(name)) + " is a global: use Globals at: put: to change it",
-                  {name});
-  }
-  if (session.variables.size() >= mostVariables) {
-    throw Failure(ErrNoMemory, "the session has too many variables");
-  }
-  session.variables[name] = value;
-}
-
-OopType& outerPlace(const Frame& frame, std::size_t place, std::size_t hops) {
+// The slot of a captured variable.
+OopType& outerPlace(const Memory& memory, const Frame& frame, Op op) {
   OopType environment = frame.environment;
-  for (; hops > 0; --hops) environment = findObject(environment)->slots[0];
-  return findObject(environment)->slots[place + 1];
-}
-
-OopType makeBlock(const Frame& frame, std::uint32_t number) {
-  const OopType oop = allocate(BlockClass, Impl::pointers, 5, 0, false);
-  findObject(oop)->slots = {frame.environment, frame.receiver, frame.method,
-                            smallIntOop(static_cast<std::int32_t>(number)),
-                            smallIntOop(static_cast<std::int32_t>(frame.home))};
-  findObject(oop)->invariant = true;
-  return oop;
-}
-
-bool takeCondition(ProcessState& process) {
-  const OopType value = process.stack.back();
-  if (!isBoolean(value)) {
-    process.awaiting = notAwaiting;
-    throw Failure(ErrNotBoolean, describe(value) + " is used where true or false is expected",
-                  {value});
-  }
-  process.stack.pop_back();
-  return value == TrueOop;
-}
-
-// The result of the operation on two small integers, 0 when it is not for this path.
-OopType smallArithmetic(ArithmeticKind kind, OopType left, OopType right) {
-  if (!isSmallInt(left) || !isSmallInt(right)) return 0;
-  const std::int32_t a = smallIntValue(left);
-  const std::int32_t b = smallIntValue(right);
-  switch (kind) {
-    case ArithmeticKind::add:
-      return fitsSmallInt(a + b) ? smallIntOop(a + b) : 0;
-    case ArithmeticKind::subtract:
-      return fitsSmallInt(a - b) ? smallIntOop(a - b) : 0;
-    case ArithmeticKind::less:
-      return booleanOop(a < b);
-    case ArithmeticKind::greater:
-      return booleanOop(a > b);
-    case ArithmeticKind::atMost:
-      return booleanOop(a <= b);
-    case ArithmeticKind::atLeast:
-      return booleanOop(a >= b);
-    case ArithmeticKind::equal:
-      return booleanOop(a == b);
-  }
-  return 0;
-}
-
-// Returns from frame `depth` with the value on top of the stack. Answers false when that was the
-// program's first frame.
-bool answerFrom(ProcessState& process, std::size_t depth) {
-  const OopType value = process.stack.back();
-  process.stack.resize(process.frames[depth].base - 1);
-  process.stack.push_back(value);
-  process.frames.erase(process.frames.begin() + static_cast<std::ptrdiff_t>(depth),
-                       process.frames.end());
-  return depth > 0;
-}
-
-std::size_t homeDepth(ProcessState& process) {
-  process.awaiting = notAwaiting;
-  const std::uint32_t home = process.frames.back().home;
-  for (std::size_t depth = process.frames.size(); depth-- > 0;) {
-    if (process.frames[depth].serial == home) return depth;
-  }
-  throw Failure(ErrDeadReturn, "^ in a block whose method has ended already");
-}
-
-void makeEnvironment(Frame& frame, std::size_t size) {
-  const OopType oop = allocate(EnvironmentClass, Impl::pointers, 0, size + 1, true);
-  findObject(oop)->slots[0] = frame.environment;
-  findObject(oop)->invariant = true;  // for everyone but the code that it belongs to
-  frame.environment = oop;
-}
-
-void storeInstance(Machine& machine, const Frame& frame, std::size_t index) {
-  machine.process->awaiting = notAwaiting;
-  storeNamed(frame.receiver, index, machine.process->stack.back());
-}
-
-void countAndSend(Machine& machine, OopType selector, std::size_t argumentCount,
-                  OopType lookupClass = 0) {
-  countStep(machine);
-  sendMessage(machine, selector, argumentCount, lookupClass);
-}
-
-// Replaces two small integers on top of the stack by their result; false when it is no work for
-// this path.
-bool computeSmall(std::vector<OopType>& stack, ArithmeticKind kind) {
-  const OopType result = smallArithmetic(kind, stack[stack.size() - 2], stack.back());
-  if (result == 0) return false;
-  stack.pop_back();
-  stack.back() = result;
-  return true;
-}
-
-void makeArray(std::vector<OopType>& stack, std::size_t size) {
-  const OopType array = arrayOop({stack.end() - static_cast<std::ptrdiff_t>(size), stack.end()});
-  stack.resize(stack.size() - size);
-  stack.push_back(array);
-}
-
-// Carries out one program until its first frame answers.
-OopType interpret(Machine& machine) {
-  ProcessState& process = *machine.process;
-  std::vector<OopType>& stack = process.stack;
-  while (true) {
-    Frame& frame = process.frames.back();
-    const Op op = frame.code->ops[frame.pc++];
-    const auto literal = [&] { return frame.code->literals[op.a]; };
-    const auto jumpIf = [&](bool condition) {
-      if (condition) frame.pc = op.a;
-    };
-    // One line an operation.
-    // clang-format off
-    switch (op.code) {
-      case OpCode::pushLiteral: stack.push_back(literal()); break;
-      case OpCode::pushSelf: stack.push_back(frame.receiver); break;
-      case OpCode::pushFrame: stack.push_back(stack[frame.base + op.a]); break;
-      case OpCode::storeFrame: stack[frame.base + op.a] = stack.back(); break;
-      case OpCode::pushOuter: stack.push_back(outerPlace(frame, op.a, op.b)); break;
-      case OpCode::storeOuter: outerPlace(frame, op.a, op.b) = stack.back(); break;
-      case OpCode::pushInstance: stack.push_back(findObject(frame.receiver)->slots[op.a]); break;
-      case OpCode::storeInstance: storeInstance(machine, frame, op.a); break;
-      case OpCode::pushGlobal: stack.push_back(readGlobal(machine, literal())); break;
-      case OpCode::storeGlobal: writeGlobal(machine, literal(), stack.back()); break;
-      case OpCode::makeEnvironment: makeEnvironment(frame, op.a); break;
-      case OpCode::pop: stack.pop_back(); break;
-      case OpCode::duplicate: stack.push_back(stack.back()); break;
-      case OpCode::send: countAndSend(machine, literal(), op.b); break;
-      case OpCode::sendSuper: countAndSend(machine, literal(), op.b, frame.code->owner); break;
-      case OpCode::arithmetic:
-        if (!computeSmall(stack, ArithmeticKind{op.b})) countAndSend(machine, literal(), 1);
-        break;
-      case OpCode::jumpBack: countStep(machine); frame.pc = op.a; break;
-      case OpCode::jump: frame.pc = op.a; break;
-      case OpCode::jumpIfFalse: jumpIf(!takeCondition(process)); break;
-      case OpCode::jumpIfTrue: jumpIf(takeCondition(process)); break;
-      case OpCode::jumpIfNil: jumpIf(stack.back() == NilOop); break;
-      case OpCode::jumpIfNotNil: jumpIf(stack.back() != NilOop); break;
-      case OpCode::makeBlock: stack.push_back(makeBlock(frame, op.a)); break;
-      case OpCode::makeArray: makeArray(stack, op.a); break;
-      case OpCode::answer:
-        if (!answerFrom(process, process.frames.size() - 1)) return stack.back();
-        break;
-      case OpCode::answerHome:
-        if (!answerFrom(process, homeDepth(process))) return stack.back();
-        break;
-    }
-    // clang-format on
-  }
-}
-
-// Runs the machine's process; `failure`, if given, happens at the point where it stands.
-OopType run(Machine& machine, const Failure* failure = nullptr) {
-  const Running scope(machine);
-  machine.stepsLeft = limits.steps;
-  machine.process->suspended = false;
-  if (failure != nullptr) handleOrThrow(machine, *failure);
-  while (true) {
-    try {
-      return interpret(machine);
-    } catch (const Failure& raised) {
-      handleOrThrow(machine, raised);
-    } catch (const std::bad_alloc&) {
-      machine.process->awaiting = notAwaiting;
-      handleOrThrow(machine, Failure(ErrNoMemory, "the process has no memory left"));
-    }
-  }
-}
-
-Machine newMachine() {
-  Machine machine;
-  machine.processOop = allocate(ProcessClass, Impl::pointers, 0, 0, false);
-  Object& object = *findObject(machine.processOop);
-  object.invariant = true;
-  object.more().process = std::make_unique<ProcessState>();
-  machine.process = object.extra->process.get();
-  machine.process->sessionId = requireSession().id;
-  return machine;
-}
-
-Machine suspendedMachine(OopType process) {
-  const Object& object = objectAt(process);
-  ProcessState* state = object.extra ? object.extra->process.get() : nullptr;
-  if (state == nullptr) throw Failure(ErrBadArgumentKind, "a process is expected", {process});
-  if (!state->suspended) {
-    throw Failure(ErrNotSuspended, "the process is not suspended", {process});
-  }
-  if (state->sessionId != requireSession().id) {
-    throw Failure(ErrBadSession,
-                  "the process belongs to session " + std::to_string(state->sessionId), {process});
-  }
-  return {process, state, 0};
+  for (unsigned hops = op.b; hops > 0; --hops) environment = memory.at(environment).slots[0];
+  return memory.at(environment).slots[op.a + 1];
 }
 
 }  // namespace
 
-void setExecutionLimits(const ExecutionLimits& newLimits) {
-  limits = newLimits;
-}
+// The process's state while the loop works on it, in registers of the processor.
+struct Machine::Registers {
+  Frame* frame;
+  const Op* pc;  // the op in work
+  OopType* sp;   // the topmost value
+  OopType* locals;
 
-OopType lookupMethod(OopType classOop, OopType selector, bool classSide) {
-  if (!classSide) return findInDictionaries(classOop, selector, ClassMethods);
-  const OopType own = findInDictionaries(classOop, selector, ClassClassMethods);
-  return own != 0 ? own : findInDictionaries(ClassClass, selector, ClassMethods);
-}
+  explicit Registers(ProcessState& process)
+      : frame(&process.frames[process.depth - 1]),
+        pc(frame->pc - 1),
+        sp(process.stack.data() + process.top - 1),
+        locals(process.stack.data() + frame->base) {}
 
-void sendMessage(Machine& machine, OopType selector, std::size_t argumentCount,
-                 OopType lookupClass) {
-  ProcessState& process = *machine.process;
-  process.awaiting = static_cast<int>(argumentCount) + 1;
-  const OopType receiver = process.stack[process.stack.size() - argumentCount - 1];
-  OopType method = 0;
-  if (lookupClass == 0) {
-    method = cachedLookup(receiver, selector);
-  } else if (superclassOf(lookupClass) != NilOop) {
-    method = lookupMethod(superclassOf(lookupClass), selector, isClass(receiver));
+  void store(ProcessState& process, std::uint32_t place = noPlace) const {
+    frame->pc = pc + 1;
+    process.top = static_cast<std::uint32_t>(sp - process.stack.data()) + 1;
+    process.place = place;
   }
-  if (method == 0) doesNotUnderstand(process, selector, argumentCount);
+  // The same in a message with so many arguments, whose receiver's place takes its value.
+  void storeForSend(ProcessState& process, std::size_t argumentCount) const {
+    store(process, static_cast<std::uint32_t>(sp - process.stack.data() -
+                                              static_cast<std::ptrdiff_t>(argumentCount)));
+  }
 
-  const Extra& extra = *findObject(method)->extra;
-  if (extra.code) return activateMethod(machine, method, *extra.code, argumentCount);
-  const OopType result = callPrimitive(machine, extra.primitive, argumentCount);
-  if (result == frameChanged) return;
-  process.stack.resize(process.stack.size() - argumentCount);
-  process.stack.back() = result;
+  void jump() { pc = frame->code->ops.data() + pc->a - 1; }
+  // Takes two small integers, and answers what their comparison decides: a jump, where one follows.
+  void decide(bool holds) {
+    --sp;
+    const OpCode next = pc[1].code;
+    if (next != OpCode::jumpIfFalse && next != OpCode::jumpIfTrue) {
+      *sp = booleanOop(holds);
+      return;
+    }
+    --sp;
+    ++pc;
+    if (holds == (next == OpCode::jumpIfTrue)) jump();
+  }
+  bool hasRoom(const ProcessState& process, const BlockCode& body) const {
+    return process.depth < process.frames.size() &&
+           sp + body.stackNeed < process.stack.data() + process.stack.size();
+  }
+  // Begins an activation, for which there is room; the arguments are on the stack.
+  void enter(ProcessState& process, const Code& code, const BlockCode& body, OopType receiver,
+             OopType environment, std::uint64_t home) {
+    frame->pc = pc + 1;
+    ++frame;
+    ++process.depth;
+    locals = sp - body.argumentCount + 1;
+    pc = code.ops.data() + body.entry - 1;
+    frame->code = &code;
+    frame->receiver = receiver;
+    frame->environment = environment;
+    frame->base = static_cast<std::uint32_t>(locals - process.stack.data());
+    frame->mark = FrameMark::none;
+    frame->below = 0;
+    frame->isHome = false;
+    frame->home = home;
+    for (std::uint32_t i = body.temporaries; i > 0; --i) *++sp = NilOop;
+  }
+};
+
+Machine::Machine(Memory& memoryToUse, Database& owner) : memory(memoryToUse), database(owner) {
+  memory.addRoots(this,
+                  [](void* machine, Memory&) { static_cast<Machine*>(machine)->markRoots(); });
 }
 
-void activateBlock(Machine& machine, std::size_t argumentCount) {
-  ProcessState& process = *machine.process;
-  const std::size_t base = process.stack.size() - argumentCount;
-  const OopType block = process.stack[base - 1];
-  const Object* object = findObject(block);
+void Machine::markRoots() {
+  memory.mark(running_);
+  if (inFlight_ == nullptr) return;
+  for (const OopType oop : inFlight_->args) memory.mark(oop);
+  memory.mark(inFlight_->exception);
+  memory.mark(inFlight_->exceptionClass);
+}
+
+// Called when the countdown has ended.
+void Machine::poll() {
+  memory.meter.check();
+  memory.collectIfDue();
+}
+
+const Routine& Machine::find(OopType receiver, OopType key, OopType selector,
+                             std::size_t argumentCount) {
+  if (cacheEpoch_ != memory.lookupEpoch()) {
+    std::fill(std::begin(cache_), std::end(cache_), CachedLookup{});
+    cacheEpoch_ = memory.lookupEpoch();
+  }
+  CachedLookup& entry = cache_[((key >> 2) * 31 ^ (selector >> 2)) % cacheSize];
+  if (entry.key != key || entry.selector != selector) {
+    const bool classSide = (key & 2) != 0;
+    const OopType method = lookupMethod(memory, classSide ? receiver : key, selector, classSide);
+    if (method == 0) doesNotUnderstand(selector, argumentCount);
+    entry = {key, selector, memory.at(method).extra->routine.get()};
+  }
+  return *entry.routine;
+}
+
+const Routine& Machine::findSuper(const Code& code, OopType selector, std::size_t argumentCount) {
+  const OopType method = lookupSuper(memory, code.owner, selector, code.classSide);
+  if (method == 0) doesNotUnderstand(selector, argumentCount);
+  return *memory.at(method).extra->routine;
+}
+
+void Machine::findFor(Site& site, const Code& code, OopType receiver, OopType key) {
+  site.routine = site.toSuper ? &findSuper(code, site.selector, site.argumentCount)
+                              : &find(receiver, key, site.selector, site.argumentCount);
+  site.key = key;
+  site.epoch = memory.lookupEpoch();
+}
+
+void Machine::doesNotUnderstand(OopType selector, std::size_t argumentCount) {
+  const InRoom room(memory, Room::library);
+  const OopType* arguments = process_->stack.data() + process_->top - argumentCount;
+  const OopType receiver = arguments[-1];
+  const OopType array =
+      withRoom(memory, [&] { return arrayOop(memory, std::span(arguments, argumentCount)); });
+  throw Failure(ErrDoesNotUnderstand,
+                describe(memory, receiver) + " does not understand #" +
+                    std::string(bytesOf(memory, selector)),
+                {receiver, selector, array})
+      .ofClass(MessageNotUnderstoodClass);
+}
+
+OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments) {
+  return withRoom(memory, [&] { return routine.primitive(memory, receiver, arguments); });
+}
+
+// What the operation answers when both are numbers and one is a float, else 0. Integers of more
+// than 30 bits are left to the message.
+OopType Machine::floatArithmetic(OpCode code, OopType left, OopType right) {
+  if (!(isSmallInt(left) || isFloat(memory, left)) ||
+      !(isSmallInt(right) || isFloat(memory, right))) {
+    return 0;
+  }
+  if (areSmallInts(left, right)) return 0;
+  const double a = isSmallInt(left) ? smallIntValue(left) : floatValue(memory, left);
+  const double b = isSmallInt(right) ? smallIntValue(right) : floatValue(memory, right);
+  const auto number = [&](double value) {
+    return withRoom(memory, [&] { return floatOop(memory, value); });
+  };
+  switch (code) {
+    case OpCode::add:
+      return number(a + b);
+    case OpCode::subtract:
+      return number(a - b);
+    case OpCode::multiply:
+      return number(a * b);
+    case OpCode::less:
+      return booleanOop(a < b);
+    case OpCode::greater:
+      return booleanOop(a > b);
+    case OpCode::atMost:
+      return booleanOop(a <= b);
+    case OpCode::atLeast:
+      return booleanOop(a >= b);
+    default:
+      return booleanOop(a == b);
+  }
+}
+
+// Makes room for one more frame and `need` more values.
+void Machine::growStacks(std::size_t need) {
+  ProcessState& process = *process_;
+  process.place = noPlace;
+  const std::size_t values = process.top + need + 1;
+  if (process.depth >= mostFrames || values > mostStackValues) {
+    throw Failure(ErrTooDeep,
+                  "the recursion is too deep (" + std::to_string(process.depth) + " activations)");
+  }
+  withRoom(memory, [&] {
+    if (process.depth >= process.frames.size()) {
+      const std::size_t frames = std::min(process.frames.size() * 2 + 8, mostFrames);
+      memory.reserve(frames * sizeof(Frame));
+      process.frames.reserve(frames);
+      process.frames.resize(frames);
+    }
+    if (values > process.stack.size()) {
+      const std::size_t room = std::max(values, process.stack.size() * 2);
+      memory.reserve(room * sizeof(OopType));
+      process.stack.reserve(room);
+      process.stack.resize(room);
+    }
+  });
+  memory.recount(running_);
+}
+
+// Begins a method's activation; receiver and arguments are on the stack.
+void Machine::enterCode(const Code& code, std::size_t argumentCount) {
+  const BlockCode& body = code.blocks[0];
+  growStacks(body.stackNeed);
+  const OopType receiver = process_->stack[process_->top - argumentCount - 1];
+  Registers registers(*process_);
+  registers.enter(*process_, code, body, receiver, NilOop,
+                  code.hasHomeReturns ? ++lastActivation_ : 0);
+  registers.frame->isHome = code.hasHomeReturns;
+  registers.store(*process_);
+}
+
+void Machine::activateBlock(std::size_t argumentCount, FrameMark mark, std::uint8_t below) {
+  ProcessState& process = *process_;
+  const OopType block = process.stack[process.top - argumentCount - below - 1];
+  const Object* object = memory.find(block);
   if (object == nullptr || object->classOop != BlockClass) {
     throw Failure(ErrBadArgumentKind, "a block is expected", {block});
   }
-  const OopType method = object->slots[2];
-  const Code& code = *findObject(method)->extra->code;
-  const BlockCode& body = code.blocks[static_cast<std::size_t>(smallIntValue(object->slots[3]))];
+  const Code& code = codeOf(memory, *object);
+  const BlockCode& body = bodyOf(code, *object);
   if (body.argumentCount != argumentCount) {
     throw Failure(ErrBadMessageParts,
                   "the block takes " + std::to_string(body.argumentCount) + " arguments, not " +
                       std::to_string(argumentCount),
                   {block});
   }
-  const auto home = static_cast<std::uint32_t>(smallIntValue(object->slots[4]));
-  const Frame frame{&code, method, object->slots[1], object->slots[0],
-                    0,     0,      body.entry,       static_cast<std::uint32_t>(base),
-                    0,     home};
-  pushFrame(machine, frame, body.temporaries);
+  growStacks(body.stackNeed);
+  object = memory.find(block);
+  Registers registers(process);
+  registers.enter(process, code, body, object->slots[BlockReceiver],
+                  object->slots[BlockEnvironment], homeOf(*object));
+  registers.frame->mark = mark;
+  registers.frame->below = below;
+  registers.store(process);
 }
 
-void activateProtected(Machine& machine) {
-  std::vector<OopType>& stack = machine.process->stack;
-  const OopType handler = stack.back();
-  const OopType exceptionClass = stack[stack.size() - 2];
-  if (!isClass(exceptionClass) || !inheritsFrom(exceptionClass, ExceptionClass)) {
-    throw Failure(ErrBadArgumentKind, "a class of exceptions is expected", {exceptionClass});
+void Machine::replaceArguments(std::size_t count, std::span<const OopType> arguments) {
+  const std::uint32_t place = process_->place;
+  growStacks(arguments.size());
+  process_->place = place;
+  process_->top -= static_cast<std::uint32_t>(count);
+  for (const OopType argument : arguments) process_->stack[process_->top++] = argument;
+}
+
+void Machine::sendNext(OopType selector, std::size_t argumentCount) {
+  process_->sendNext = selector;
+  process_->sendNextCount = static_cast<std::uint32_t>(argumentCount);
+}
+
+// Sends the message that a control primitive asked for. It stays pending until it has begun, or for
+// a primitive ended, so that a break in it can be continued.
+void Machine::sendPending() {
+  ProcessState& process = *process_;
+  process.place = noPlace;
+  if (--memory.meter.countdown < 0) poll();
+  const OopType selector = process.sendNext;
+  const std::uint32_t count = process.sendNextCount;
+  process.place = process.top - count - 1;
+  const OopType* arguments = process.stack.data() + process.place + 1;
+  const OopType receiver = arguments[-1];
+  const Routine& routine = find(receiver, keyOf(memory, receiver), selector, count);
+  OopType result = frameChanged;
+  if (routine.kind == Routine::Kind::primitive) {
+    result = callPrimitive(routine, receiver, arguments);
+    process.sendNext = 0;
+  } else {
+    process.sendNext = 0;
+    if (routine.kind == Routine::Kind::code) {
+      enterCode(*routine.code, count);
+    } else {
+      result = routine.control(*this, receiver, arguments);
+    }
   }
-  stack.resize(stack.size() - 2);
-  machine.process->awaiting = 1;
-  activateBlock(machine, 0);
-  machine.process->frames.back().handlerClass = exceptionClass;
-  machine.process->frames.back().handlerBlock = handler;
+  if (result == frameChanged) return;
+  process.stack[process.place] = result;
+  process.top = process.place + 1;
 }
 
-std::uint32_t blockArguments(OopType block) {
-  const std::vector<OopType>& slots = findObject(block)->slots;
-  const Code& code = *findObject(slots[2])->extra->code;
-  return code.blocks[static_cast<std::size_t>(smallIntValue(slots[3]))].argumentCount;
+OopType Machine::readGlobal(OopType name) {
+  const auto variable = names->variables.find(name);
+  if (variable != names->variables.end()) return variable->second;
+  const OopType value = dictionaryAt(memory, GlobalsOop, name);
+  if (value != 0) return value;
+  process_->place = process_->top;
+  throw Failure(ErrUnknownName, std::string(bytesOf(memory, name)) + " is not defined", {name});
 }
 
-OopType executeMethod(OopType method) {
-  Machine machine = newMachine();
-  machine.process->stack.push_back(NilOop);
-  activateMethod(machine, method, *findObject(method)->extra->code, 0);
-  return run(machine);
-}
-
-OopType performMessage(OopType receiver, OopType selector, const std::vector<OopType>& arguments) {
-  // A frame that sends the one message and answers its value.
-  auto code = std::make_shared<Code>();
-  code->literals = {receiver, selector};
-  code->blocks = {{0, 0, 0}};
-  code->ops.push_back({OpCode::pushLiteral, 0, 0});
-  for (const OopType argument : arguments) {
-    code->ops.push_back(
-        {OpCode::pushLiteral, 0, static_cast<std::uint16_t>(code->literals.size())});
-    code->literals.push_back(argument);
+void Machine::writeGlobal(OopType name, OopType value) {
+  // A node of the map, and its share of the buckets.
+  constexpr std::size_t variableBytes = sizeof(std::pair<OopType, OopType>) + 16;
+  const auto variable = names->variables.find(name);
+  if (variable != names->variables.end()) {
+    variable->second = value;
+    return;
   }
-  code->ops.push_back({OpCode::send, static_cast<std::uint8_t>(arguments.size()), 1});
-  code->ops.push_back({OpCode::answer, 0, 0});
-  const OopType method = allocate(MethodClass, Impl::pointers, 3, 0, false);
-  findObject(method)->more().code = std::move(code);
-  return executeMethod(method);
-}
-
-OopType continueWithValue(OopType process, OopType value) {
-  Machine machine = suspendedMachine(process);
-  ProcessState& state = *machine.process;
-  if (state.awaiting != notAwaiting) {
-    state.stack.resize(state.stack.size() - static_cast<std::size_t>(state.awaiting));
-    state.stack.push_back(value);
+  if (dictionaryAt(memory, GlobalsOop, name) != 0) {
+    throw Failure(
+        ErrInvariant,
+        std::string(bytesOf(memory, name)) + " is a global: use Globals at: put: to change it",
+        {name});
   }
-  return run(machine);
-}
-
-OopType continueWithFailure(OopType process, const Failure& failure) {
-  Machine machine = suspendedMachine(process);
-  return run(machine, &failure);
-}
-
-void requestBreak(bool hard) {
-  breakRequest.store(hard ? hardBreak : softBreak, std::memory_order_relaxed);
-}
-
-void markRunning(Marker mark) {
-  if (running != nullptr) mark(running->processOop);
-}
-
-void markProcess(const ProcessState& process, Marker mark) {
-  for (const OopType value : process.stack) mark(value);
-  for (const Frame& frame : process.frames) {
-    mark(frame.method);
-    mark(frame.receiver);
-    mark(frame.environment);
-    mark(frame.handlerClass);
-    mark(frame.handlerBlock);
+  if (names->variables.size() >= mostVariables) {
+    throw Failure(ErrNoMemory, "the session has too many variables");
   }
+  withRoom(memory, [&] {
+    memory.reserve(variableBytes);
+    names->variables.emplace(name, value);
+  });
+  memory.account(variableBytes);
+}
+
+OopType Machine::makeBlock(std::uint32_t number) {
+  const OopType oop = withRoom(
+      memory, [&] { return memory.allocate(BlockClass, Impl::pointers, blockSlots, 0, false); });
+  const Frame& frame = process_->frames[process_->depth - 1];
+  constexpr std::uint64_t mask = (1U << homeBits) - 1;
+  Object& object = memory.at(oop);
+  object.slots[BlockEnvironment] = frame.environment;
+  object.slots[BlockReceiver] = frame.receiver;
+  object.slots[BlockMethod] = frame.code->method;
+  object.slots[BlockNumber] = smallIntOop(static_cast<std::int32_t>(number));
+  object.slots[BlockHome] = smallIntOop(static_cast<std::int32_t>(frame.home & mask));
+  object.slots[BlockHome + 1] = smallIntOop(static_cast<std::int32_t>(frame.home >> homeBits));
+  object.invariant = true;
+  return oop;
+}
+
+OopType Machine::makeEnvironment(std::size_t size) {
+  const OopType oop = withRoom(
+      memory, [&] { return memory.allocate(EnvironmentClass, Impl::pointers, 0, size + 1, true); });
+  memory.at(oop).slots[0] = process_->frames[process_->depth - 1].environment;
+  memory.at(oop).invariant = true;  // for everyone but the code that it belongs to
+  return oop;
+}
+
+OopType Machine::makeArray(std::size_t size) {
+  const std::span elements(process_->stack.data() + process_->top - size, size);
+  return withRoom(memory, [&] { return arrayOop(memory, elements); });
+}
+
+void Machine::notBoolean(OopType value) {
+  throw Failure(ErrNotBoolean, describe(memory, value) + " is used where true or false is expected",
+                {value});
+}
+
+// Leaves the frames above the one that ^ in the active block returns from.
+void Machine::cutToHome() {
+  ProcessState& process = *process_;
+  const std::uint64_t home = process.frames[process.depth - 1].home;
+  std::uint32_t depth = process.depth;
+  while (depth > 0 &&
+         !(process.frames[depth - 1].isHome && process.frames[depth - 1].home == home)) {
+    --depth;
+  }
+  if (depth == 0) throw Failure(ErrDeadReturn, "^ in a block whose method has ended already");
+  process.depth = depth;
+}
+
+// Carries the process out until its first frame answers.
+OopType Machine::interpret() {
+  while (process_->sendNext != 0) sendPending();
+  Registers at(*process_);
+
+  while (true) {
+    ++at.pc;
+    switch (at.pc->code) {
+      case OpCode::pushLiteral:
+        *++at.sp = at.frame->code->literals[at.pc->a];
+        continue;
+      case OpCode::pushSelf:
+        *++at.sp = at.frame->receiver;
+        continue;
+      case OpCode::pushFrame:
+        *++at.sp = at.locals[at.pc->a];
+        continue;
+      case OpCode::storeFrame:
+        at.locals[at.pc->a] = *at.sp;
+        continue;
+      case OpCode::popFrame:
+        at.locals[at.pc->a] = *at.sp--;
+        continue;
+      case OpCode::pushOuter:
+        *++at.sp = outerPlace(memory, *at.frame, *at.pc);
+        continue;
+      case OpCode::storeOuter:
+        outerPlace(memory, *at.frame, *at.pc) = *at.sp;
+        continue;
+      case OpCode::pushInstance:
+        *++at.sp = memory.at(at.frame->receiver).slots[at.pc->a];
+        continue;
+      case OpCode::storeInstance:
+        at.store(*process_);
+        withRoom(memory, [&] { prepareWrite(memory, at.frame->receiver); });
+        memory.at(at.frame->receiver).slots[at.pc->a] = *at.sp;
+        continue;
+      case OpCode::pushGlobal: {
+        at.store(*process_);
+        const OopType value = readGlobal(at.frame->code->literals[at.pc->a]);
+        *++at.sp = value;
+        continue;
+      }
+      case OpCode::storeGlobal:
+        at.store(*process_);
+        writeGlobal(at.frame->code->literals[at.pc->a], *at.sp);
+        continue;
+      case OpCode::makeEnvironment:
+        at.store(*process_);
+        at.frame->environment = makeEnvironment(at.pc->a);
+        continue;
+      case OpCode::leaveEnvironment:
+        at.frame->environment = memory.at(at.frame->environment).slots[0];
+        continue;
+      case OpCode::pop:
+        --at.sp;
+        continue;
+      case OpCode::duplicate:
+        at.sp[1] = at.sp[0];
+        ++at.sp;
+        continue;
+      case OpCode::jump:
+        at.jump();
+        continue;
+      case OpCode::jumpBack:
+        if (--memory.meter.countdown < 0) {
+          at.store(*process_);
+          poll();
+        }
+        at.jump();
+        continue;
+      case OpCode::jumpIfFalse:
+      case OpCode::jumpIfTrue: {
+        const OopType value = *at.sp;
+        if (!isBoolean(value)) {
+          at.store(*process_);
+          notBoolean(value);
+        }
+        --at.sp;
+        if ((value == TrueOop) == (at.pc->code == OpCode::jumpIfTrue)) {
+          at.jump();
+        }
+        continue;
+      }
+      case OpCode::jumpIfNil:
+        if (*at.sp == NilOop) at.jump();
+        continue;
+      case OpCode::jumpIfNotNil:
+        if (*at.sp != NilOop) at.jump();
+        continue;
+      case OpCode::makeBlock: {
+        at.store(*process_);
+        const OopType block = makeBlock(at.pc->a);
+        *++at.sp = block;
+        continue;
+      }
+      case OpCode::makeArray: {
+        at.store(*process_);
+        const OopType array = makeArray(at.pc->a);
+        at.sp -= at.pc->a;
+        *++at.sp = array;
+        continue;
+      }
+      case OpCode::answerHome: {
+        at.store(*process_);
+        cutToHome();
+        const OopType value = *at.sp;
+        at.frame = &process_->frames[process_->depth - 1];
+        at.locals = process_->stack.data() + at.frame->base;
+        at.sp = at.locals;
+        *at.sp = value;
+        [[fallthrough]];
+      }
+      case OpCode::answer:
+      case OpCode::answerSelf: {
+        const OopType value = at.pc->code == OpCode::answerSelf ? at.frame->receiver : *at.sp;
+        at.sp = at.locals - at.frame->below - 1;
+        *at.sp = value;
+        if (--process_->depth == 0) return value;
+        --at.frame;
+        at.pc = at.frame->pc - 1;
+        at.locals = process_->stack.data() + at.frame->base;
+        continue;
+      }
+      case OpCode::add:
+      case OpCode::subtract:
+        if (areSmallInts(at.sp[-1], at.sp[0])) {
+          // The tag of one operand goes, so that the other's is the result's.
+          std::int32_t result = 0;
+          const bool adds = at.pc->code == OpCode::add;
+          const std::int32_t other = asSigned(at.sp[0] & ~3U);
+          if (!(adds ? __builtin_add_overflow(asSigned(at.sp[-1]), other, &result)
+                     : __builtin_sub_overflow(asSigned(at.sp[-1]), other, &result))) {
+            --at.sp;
+            *at.sp = static_cast<OopType>(result);
+            continue;
+          }
+        }
+        break;
+      case OpCode::multiply:
+        if (areSmallInts(at.sp[-1], at.sp[0])) {
+          std::int32_t result = 0;
+          if (!__builtin_mul_overflow(asSigned(at.sp[-1] & ~3U), smallIntValue(at.sp[0]),
+                                      &result)) {
+            --at.sp;
+            *at.sp = static_cast<OopType>(result) | 3;
+            continue;
+          }
+        }
+        break;
+      case OpCode::less:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) break;
+        at.decide(asSigned(at.sp[-1]) < asSigned(at.sp[0]));
+        continue;
+      case OpCode::greater:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) break;
+        at.decide(asSigned(at.sp[-1]) > asSigned(at.sp[0]));
+        continue;
+      case OpCode::atMost:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) break;
+        at.decide(asSigned(at.sp[-1]) <= asSigned(at.sp[0]));
+        continue;
+      case OpCode::atLeast:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) break;
+        at.decide(asSigned(at.sp[-1]) >= asSigned(at.sp[0]));
+        continue;
+      case OpCode::equal:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) break;
+        at.decide(at.sp[-1] == at.sp[0]);
+        continue;
+      case OpCode::send:
+        break;
+      default:
+        __builtin_unreachable();
+    }
+
+    if (at.pc->code != OpCode::send) {
+      at.store(*process_);
+      const OopType result = floatArithmetic(at.pc->code, at.sp[-1], at.sp[0]);
+      if (result != 0) {
+        --at.sp;
+        *at.sp = result;
+        continue;
+      }
+    }
+
+    // A message.
+    const Code& code = *at.frame->code;
+    Site& site = code.sites[at.pc->a];
+    const std::uint32_t count = site.argumentCount;
+    if (--memory.meter.countdown < 0) {
+      at.store(*process_);
+      poll();
+    }
+    OopType* receiver = at.sp - count;
+    const OopType key = keyOf(memory, *receiver);
+    if (site.key != key || site.epoch != memory.lookupEpoch()) {
+      at.storeForSend(*process_, count);
+      findFor(site, code, *receiver, key);
+    }
+    const Routine& routine = *site.routine;
+    switch (routine.kind) {
+      case Routine::Kind::code: {
+        const Code& called = *routine.code;
+        if (!at.hasRoom(*process_, called.blocks[0])) {
+          at.store(*process_);
+          growStacks(called.blocks[0].stackNeed);
+          at = Registers(*process_);
+        }
+        const bool isHome = called.hasHomeReturns;
+        at.enter(*process_, called, called.blocks[0], at.sp[-static_cast<std::ptrdiff_t>(count)],
+                 NilOop, isHome ? ++lastActivation_ : 0);
+        at.frame->isHome = isHome;
+        continue;
+      }
+      case Routine::Kind::primitive: {
+        at.storeForSend(*process_, count);
+        const OopType result = callPrimitive(routine, *receiver, receiver + 1);
+        at.sp = receiver;
+        *at.sp = result;
+        continue;
+      }
+      case Routine::Kind::block: {
+        const Object& block = memory.at(*receiver);
+        if (block.classOop == BlockClass) {
+          const Code& called = codeOf(memory, block);
+          const BlockCode& body = bodyOf(called, block);
+          if (body.argumentCount == count && at.hasRoom(*process_, body)) {
+            at.enter(*process_, called, body, block.slots[BlockReceiver],
+                     block.slots[BlockEnvironment], homeOf(block));
+            continue;
+          }
+        }
+        [[fallthrough]];
+      }
+      case Routine::Kind::control: {
+        at.storeForSend(*process_, count);
+        const OopType result = routine.control(*this, *receiver, receiver + 1);
+        if (result != frameChanged) {
+          at.sp = receiver;
+          *at.sp = result;
+          continue;
+        }
+        while (process_->sendNext != 0) sendPending();
+        at = Registers(*process_);
+        continue;
+      }
+    }
+  }
+}
+
+OopType Machine::run(OopType processOop, const Failure* failure) {
+  struct Running {
+    Machine& machine;
+    ~Running() {
+      machine.running_ = 0;
+      machine.process_ = nullptr;
+      machine.inFlight_ = nullptr;
+    }
+  } const scope{*this};
+  running_ = processOop;
+  process_ = memory.at(processOop).extra->process.get();
+  process_->suspended = false;
+  inFlight_ = failure;
+  if (memory.roomToRun() != Room::programs) memory.collect(true);
+  const InRoom room(memory, memory.roomToRun());
+  if (failure != nullptr) handleOrThrow(*failure);
+  while (true) {
+    try {
+      const OopType value = interpret();
+      giveUp(processOop);
+      return value;
+    } catch (const Failure& raised) {
+      handleOrThrow(raised);
+    } catch (const std::bad_alloc&) {
+      process_->place = noPlace;
+      handleOrThrow(memoryFailure(memory));
+    }
+  }
+}
+
+// A process that is about to begin a method without arguments.
+OopType Machine::newProcess(OopType method) {
+  const Code& code = *memory.at(method).extra->routine->code;
+  const BlockCode& body = code.blocks[0];
+  auto state = std::make_unique<ProcessState>();
+  state->sessionId = names->sessionId;
+  state->frames.resize(16);
+  state->stack.resize(std::max<std::size_t>(64, body.stackNeed + 2));
+  std::fill_n(state->stack.begin(), body.temporaries + 1, NilOop);
+  state->frames[0] = {&code,
+                      code.ops.data() + body.entry,
+                      NilOop,
+                      NilOop,
+                      1,
+                      FrameMark::none,
+                      0,
+                      code.hasHomeReturns,
+                      code.hasHomeReturns ? ++lastActivation_ : 0};
+  state->depth = 1;
+  state->top = body.temporaries + 1;
+  memory.reserve(state->bytes());
+  const OopType process = memory.allocate(ProcessClass, Impl::pointers, 0, 0, false);
+  memory.at(process).invariant = true;
+  memory.extraOf(process).process = std::move(state);
+  memory.recount(process);
+  return process;
+}
+
+OopType Machine::execute(std::string_view source) {
+  const InRoom room(memory, Room::library);
+  return run(withRoom(memory, [&] { return newProcess(compileText(memory, source)); }), nullptr);
+}
+
+OopType Machine::perform(OopType receiver, std::string_view selector,
+                         std::span<const OopType> arguments) {
+  const InRoom room(memory, Room::library);
+  const OopType process = withRoom(
+      memory, [&] { return newProcess(compileMessage(memory, receiver, selector, arguments)); });
+  return run(process, nullptr);
+}
+
+OopType Machine::suspendedProcess(OopType process) {
+  const Object& object = memory.require(process);
+  const ProcessState* state = object.extra != nullptr ? object.extra->process.get() : nullptr;
+  if (state == nullptr) throw Failure(ErrBadArgumentKind, "a process is expected", {process});
+  if (!state->suspended) {
+    throw Failure(ErrNotSuspended, "the process is not suspended", {process});
+  }
+  if (state->sessionId != names->sessionId) {
+    throw Failure(ErrBadSession,
+                  "the process belongs to session " + std::to_string(state->sessionId), {process});
+  }
+  return process;
+}
+
+OopType Machine::continueWithValue(OopType process, OopType value) {
+  ProcessState& state = *memory.at(suspendedProcess(process)).extra->process;
+  if (state.place != noPlace) {
+    state.stack[state.place] = value;
+    state.top = state.place + 1;
+    state.sendNext = 0;
+  }
+  return run(process, nullptr);
+}
+
+OopType Machine::continueWithFailure(OopType process, const Failure& failure) {
+  return run(suspendedProcess(process), &failure);
+}
+
+std::uint32_t blockArguments(const Memory& memory, OopType block) {
+  const Object& object = memory.at(block);
+  return bodyOf(codeOf(memory, object), object).argumentCount;
 }
 
 }  // namespace zel

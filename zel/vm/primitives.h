@@ -6,14 +6,21 @@
 
 #include <span>
 
-#include "errors/failure.h"
-#include "interpreter.h"
+#include "machine.h"
 
 namespace zel {
 
 struct Primitive {
   const char* selector;
-  PrimitiveFType function;
+  Routine::Kind kind;
+  PrimitiveFType primitive = nullptr;
+  ControlFType control = nullptr;
+
+  constexpr Primitive(const char* name, PrimitiveFType function)
+      : selector(name), kind(Routine::Kind::primitive), primitive(function) {}
+  constexpr Primitive(const char* name, ControlFType function,
+                      Routine::Kind asKind = Routine::Kind::control)
+      : selector(name), kind(asKind), control(function) {}
 };
 
 struct ClassPrimitives {
@@ -29,9 +36,12 @@ extern const PrimitiveTable stringPrimitives;
 extern const PrimitiveTable collectionPrimitives;
 extern const PrimitiveTable classPrimitives;
 extern const PrimitiveTable controlPrimitives;
-extern const PrimitiveTable systemPrimitives;
 
-// Adds all of them to their classes, which must exist.
-void installPrimitives();
+// Adds a table's messages, or all tables' above, to their classes, which must exist.
+void installPrimitives(Memory& memory, PrimitiveTable table);
+void installPrimitives(Memory& memory);
+
+// Stores a value into a named slot (from 0) of an object, as every change goes: checked, noted.
+void storeNamed(Memory& memory, OopType oop, std::size_t index, OopType value);
 
 }  // namespace zel

@@ -9,75 +9,79 @@ namespace zel {
 
 namespace {
 
-OopType newMessage(Machine&, OopType receiver, const OopType*) {
-  return newInstance(receiver);
+OopType newMessage(Memory& memory, OopType receiver, const OopType*) {
+  return newInstance(memory, receiver);
 }
 
-OopType newSize(Machine&, OopType receiver, const OopType* args) {
-  const std::size_t unit = inheritsFrom(receiver, DoubleByteStringClassOop) ? 2 : 1;
-  if (inheritsFrom(receiver, DictionaryClass) || inheritsFrom(receiver, SetClass) ||
-      inheritsFrom(receiver, OrderedCollectionClass)) {
-    integerArgument(args[0], 0, smallIntMax);  // a hint of the size to come
-    return newInstance(receiver);
+OopType newSize(Memory& memory, OopType receiver, const OopType* args) {
+  const std::size_t unit = inheritsFrom(memory, receiver, DoubleByteStringClassOop) ? 2 : 1;
+  if (inheritsFrom(memory, receiver, DictionaryClass) || inheritsFrom(memory, receiver, SetClass) ||
+      inheritsFrom(memory, receiver, OrderedCollectionClass)) {
+    integerArgument(memory, args[0], 0, smallIntMax);  // a hint of the size to come
+    return newInstance(memory, receiver);
   }
-  const std::int64_t count = integerArgument(args[0], 0, std::int64_t{largestObjectBytes});
-  return newInstance(receiver, static_cast<std::size_t>(count) * unit);
+  const std::int64_t count = integerArgument(memory, args[0], 0, std::int64_t{largestObjectBytes});
+  return newInstance(memory, receiver, static_cast<std::size_t>(count) * unit);
 }
 
 template <ClassSlot slot>
-OopType classSlot(Machine&, OopType receiver, const OopType*) {
-  return findObject(receiver)->slots[slot - 1];
+OopType classSlot(Memory& memory, OopType receiver, const OopType*) {
+  return memory.find(receiver)->slots[slot - 1];
 }
 
-OopType name(Machine&, OopType receiver, const OopType*) {
-  return stringOop(nameOf(receiver));
+OopType name(Memory& memory, OopType receiver, const OopType*) {
+  return stringOop(memory, nameOf(memory, receiver));
 }
 
-std::vector<std::string> namesIn(OopType array) {
-  const Object* object = findObject(array);
+std::vector<std::string> namesIn(const Memory& memory, OopType array) {
+  const Object* object = memory.find(array);
   if (object == nullptr || object->impl != Impl::pointers) {
     throw Failure(ErrBadArgumentKind, "an array of names is expected", {array});
   }
   std::vector<std::string> names;
-  for (const OopType each : object->slots) names.emplace_back(stringArgument(each));
+  for (std::uint32_t i = 0; i < object->size; ++i) {
+    names.emplace_back(stringArgument(memory, object->slots[i]));
+  }
   return names;
 }
 
-OopType subclass(Machine&, OopType receiver, const OopType* args) {
-  return makeSubclass(receiver, std::string(stringArgument(args[0])), {});
+OopType subclass(Memory& memory, OopType receiver, const OopType* args) {
+  return makeSubclass(memory, receiver, std::string(stringArgument(memory, args[0])), {});
 }
-OopType subclassWithNames(Machine&, OopType receiver, const OopType* args) {
-  return makeSubclass(receiver, std::string(stringArgument(args[0])), namesIn(args[1]));
+OopType subclassWithNames(Memory& memory, OopType receiver, const OopType* args) {
+  return makeSubclass(memory, receiver, std::string(stringArgument(memory, args[0])),
+                      namesIn(memory, args[1]));
 }
 
 template <bool classSide>
-OopType compile(Machine&, OopType receiver, const OopType* args) {
-  return compileMethod(receiver, std::string(stringArgument(args[0])), classSide);
+OopType compile(Memory& memory, OopType receiver, const OopType* args) {
+  return compileMethod(memory, receiver, std::string(stringArgument(memory, args[0])), classSide);
 }
 
-OopType selectors(Machine&, OopType receiver, const OopType*) {
-  const OopType methods = findObject(receiver)->slots[ClassMethods - 1];
+OopType selectors(Memory& memory, OopType receiver, const OopType*) {
+  const Object& methods = memory.at(memory.at(receiver).slots[ClassMethods - 1]);
   std::vector<OopType> keys;
-  const std::vector<OopType>& slots = findObject(methods)->slots;
-  for (std::size_t i = 0; i + 1 < slots.size(); i += 2) keys.push_back(slots[i]);
-  return arrayOop(keys);
+  for (std::uint32_t i = 0; i + 1 < methods.size; i += 2) keys.push_back(methods.slots[i]);
+  return arrayOop(memory, keys);
 }
 
-OopType methodAt(Machine&, OopType receiver, const OopType* args) {
-  const OopType methods = findObject(receiver)->slots[ClassMethods - 1];
-  const OopType method = dictionaryAt(methods, symbolOop(stringArgument(args[0])));
+OopType methodAt(Memory& memory, OopType receiver, const OopType* args) {
+  const OopType methods = memory.find(receiver)->slots[ClassMethods - 1];
+  const OopType method =
+      dictionaryAt(memory, methods, symbolOop(memory, stringArgument(memory, args[0])));
   return method != 0 ? method : NilOop;
 }
 // nil for a method that the library itself carries out.
-OopType methodSource(Machine&, OopType receiver, const OopType*) {
-  return findObject(receiver)->slots[2];
+OopType methodSource(Memory& memory, OopType receiver, const OopType*) {
+  return memory.find(receiver)->slots[2];
 }
 
-OopType inheritsFromMessage(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(isClass(args[0]) && receiver != args[0] && inheritsFrom(receiver, args[0]));
+OopType inheritsFromMessage(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(isClass(memory, args[0]) && receiver != args[0] &&
+                    inheritsFrom(memory, receiver, args[0]));
 }
-OopType includesBehavior(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(isClass(args[0]) && inheritsFrom(receiver, args[0]));
+OopType includesBehavior(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(isClass(memory, args[0]) && inheritsFrom(memory, receiver, args[0]));
 }
 
 constexpr Primitive classMessages[] = {

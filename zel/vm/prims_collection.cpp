@@ -2,268 +2,280 @@
 #include <algorithm>
 #include <cstring>
 
+#include "objmem/changes.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
-#include "session/changes.h"
 
 namespace zel {
 
 namespace {
 
-bool isDoubleByte(const Object& object) {
-  return inheritsFrom(object.classOop, DoubleByteStringClassOop);
+bool isDoubleByte(const Memory& memory, const Object& object) {
+  return object.holdsBytes() && object.classOop != StringClassOop &&
+         inheritsFrom(memory, object.classOop, DoubleByteStringClassOop);
 }
-bool holdsCharacters(const Object& object) {
-  return inheritsFrom(object.classOop, StringKindClassOop);
+bool holdsCharacters(const Memory& memory, const Object& object) {
+  return object.classOop == StringClassOop ||
+         inheritsFrom(memory, object.classOop, StringKindClassOop);
 }
 
 // Elements as the program sees them: oops, bytes, characters of one or two bytes.
-std::size_t elementCount(const Object& object) {
-  return isDoubleByte(object) ? object.bytes.size() / 2 : object.indexedSize();
+std::size_t elementCount(const Memory& memory, const Object& object) {
+  return isDoubleByte(memory, object) ? object.size / 2 : object.indexedSize();
 }
 
-OopType elementAt(const Object& object, std::size_t index) {
-  if (object.impl != Impl::bytes) {
-    return object.slots[static_cast<std::size_t>(object.namedSize) + index];
-  }
-  if (isDoubleByte(object)) {
+OopType elementAt(const Memory& memory, const Object& object, std::size_t index) {
+  if (!object.holdsBytes()) return object.indexed()[index];
+  if (isDoubleByte(memory, object)) {
     std::uint16_t unit = 0;
-    std::memcpy(&unit, object.bytes.data() + index * 2, 2);
+    std::memcpy(&unit, object.bytes + index * 2, 2);
     return characterOop(unit);
   }
   const ByteType byte = object.bytes[index];
-  return holdsCharacters(object) ? characterOop(byte) : smallIntOop(byte);
+  return holdsCharacters(memory, object) ? characterOop(byte) : smallIntOop(byte);
 }
 
-void storeElement(Object& object, std::size_t index, OopType value) {
-  if (object.impl != Impl::bytes) {
-    object.slots[static_cast<std::size_t>(object.namedSize) + index] = value;
-    return;
+// What is stored for an element of a byte object: its value, or the character's code.
+std::uint16_t unitFor(const Memory& memory, const Object& object, OopType value) {
+  if (!holdsCharacters(memory, object)) {
+    return static_cast<std::uint16_t>(integerArgument(memory, value, 0, 255));
   }
-  if (!holdsCharacters(object)) {
-    object.bytes[index] = static_cast<ByteType>(integerArgument(value, 0, 255));
-    return;
-  }
-  const std::uint32_t most = isDoubleByte(object) ? 0xFFFF : 0xFF;
+  const std::uint32_t most = isDoubleByte(memory, object) ? 0xFFFF : 0xFF;
   if (!isCharacter(value) || characterCode(value) > most) {
-    throw Failure(
-        ErrNotCharacter,
-        "a character up to " + std::to_string(most) + " is expected, not " + describe(value),
-        {value});
+    throw Failure(ErrNotCharacter,
+                  "a character up to " + std::to_string(most) + " is expected, not " +
+                      describe(memory, value),
+                  {value});
   }
-  const auto unit = static_cast<std::uint16_t>(characterCode(value));
-  if (isDoubleByte(object)) {
-    std::memcpy(object.bytes.data() + index * 2, &unit, 2);
+  return static_cast<std::uint16_t>(characterCode(value));
+}
+
+void storeUnit(const Memory& memory, Object& object, std::size_t index, std::uint16_t unit) {
+  if (isDoubleByte(memory, object)) {
+    std::memcpy(object.bytes + index * 2, &unit, 2);
   } else {
     object.bytes[index] = static_cast<ByteType>(unit);
   }
 }
 
-void resizeElements(Object& object, std::size_t count) {
-  const std::size_t unit = isDoubleByte(object) ? 2 : 1;
-  if (count > largestObjectBytes) count = largestObjectBytes;  // refused by resizeBody
-  resizeBody(object, static_cast<std::size_t>(object.namedSize) + count * unit);
+Object& resizeElements(Memory& memory, OopType oop, std::size_t count) {
+  const Object& object = memory.at(oop);
+  const std::size_t unit = isDoubleByte(memory, object) ? 2 : 1;
+  return memory.resize(oop, object.namedSize + count * unit);
 }
 
-std::size_t checkedIndex(OopType receiver, OopType index, std::size_t size) {
-  const std::int64_t value = isInteger(index) ? integerValue(index) : integerArgument(index, 0, 0);
-  if (value < 1 || value > static_cast<std::int64_t>(size)) {
-    throw Failure(
-        ErrBadSubscript,
-        "index " + std::to_string(value) + " is not between 1 and " + std::to_string(size),
-        {receiver, index});
+[[noreturn]] void badIndex(const Memory& memory, OopType receiver, OopType index,
+                           std::size_t size) {
+  if (!isInteger(memory, index)) integerArgument(memory, index, 0, 0);
+  throw Failure(ErrBadSubscript,
+                "index " + std::to_string(integerValue(memory, index)) + " is not between 1 and " +
+                    std::to_string(size),
+                {receiver, index});
+}
+
+std::size_t checkedIndex(const Memory& memory, OopType receiver, OopType index, std::size_t size) {
+  const auto at = static_cast<std::uint32_t>(smallIntValue(index)) - 1;
+  if (!isSmallInt(index) || at >= size) badIndex(memory, receiver, index, size);
+  return at;
+}
+
+OopType size(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(elementCount(memory, memory.at(receiver))));
+}
+
+OopType at(Memory& memory, OopType receiver, const OopType* args) {
+  const Object& object = memory.at(receiver);
+  return elementAt(memory, object,
+                   checkedIndex(memory, receiver, args[0], elementCount(memory, object)));
+}
+
+OopType atPut(Memory& memory, OopType receiver, const OopType* args) {
+  const Object& object = memory.at(receiver);
+  const std::size_t index = checkedIndex(memory, receiver, args[0], elementCount(memory, object));
+  if (!object.holdsBytes()) {
+    prepareWrite(memory, receiver);
+    return memory.at(receiver).indexed()[index] = args[1];
   }
-  return static_cast<std::size_t>(value) - 1;
-}
-
-OopType size(Machine&, OopType receiver, const OopType*) {
-  const Object& object = *findObject(receiver);
-  return integerOop(static_cast<std::int64_t>(elementCount(object)));
-}
-
-OopType at(Machine&, OopType receiver, const OopType* args) {
-  const Object& object = *findObject(receiver);
-  return elementAt(object, checkedIndex(receiver, args[0], elementCount(object)));
-}
-
-OopType atPut(Machine&, OopType receiver, const OopType* args) {
-  Object& object = *findObject(receiver);
-  const std::size_t index = checkedIndex(receiver, args[0], elementCount(object));
-  prepareWrite(receiver);
-  storeElement(object, index, args[1]);
+  const std::uint16_t unit = unitFor(memory, object, args[1]);
+  prepareWrite(memory, receiver);
+  storeUnit(memory, memory.at(receiver), index, unit);
   return args[1];
 }
 
-OopType add(Machine&, OopType receiver, const OopType* args) {
-  Object& object = *findObject(receiver);
-  if (classOf(receiver) == ArrayClassOop || !object.indexable) {
-    throw Failure(ErrBadArgumentKind, describe(receiver) + " does not grow", {receiver});
+OopType add(Memory& memory, OopType receiver, const OopType* args) {
+  const Object& object = memory.at(receiver);
+  if (object.classOop == ArrayClassOop || !object.indexable) {
+    throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " does not grow", {receiver});
   }
-  const std::size_t count = elementCount(object);
-  prepareWrite(receiver);
-  resizeElements(object, count + 1);
-  try {
-    storeElement(object, count, args[0]);
-  } catch (const Failure&) {
-    resizeElements(object, count);
-    throw;
+  const std::size_t count = elementCount(memory, object);
+  const bool bytes = object.holdsBytes();
+  const std::uint16_t unit = bytes ? unitFor(memory, object, args[0]) : std::uint16_t{0};
+  prepareWrite(memory, receiver);
+  Object& grown = resizeElements(memory, receiver, count + 1);
+  if (bytes) {
+    storeUnit(memory, grown, count, unit);
+  } else {
+    grown.indexed()[count] = args[0];
   }
   return args[0];
 }
 
-OopType setSize(Machine&, OopType receiver, const OopType* args) {
-  Object& object = *findObject(receiver);
-  const auto count =
-      static_cast<std::size_t>(integerArgument(args[0], 0, std::int64_t{largestObjectBytes}));
-  if (!object.indexable) {
-    throw Failure(ErrBadArgumentKind, describe(receiver) + " has no indexed part", {receiver});
+OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
+  const auto count = static_cast<std::size_t>(
+      integerArgument(memory, args[0], 0, std::int64_t{largestObjectBytes}));
+  if (!memory.at(receiver).indexable) {
+    throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " has no indexed part",
+                  {receiver});
   }
-  prepareWrite(receiver);
-  resizeElements(object, count);
+  prepareWrite(memory, receiver);
+  resizeElements(memory, receiver, count);
   return receiver;
 }
 
-OopType removeAtIndex(Machine&, OopType receiver, const OopType* args) {
-  Object& object = *findObject(receiver);
-  const std::size_t index = checkedIndex(receiver, args[0], object.indexedSize()) +
-                            static_cast<std::size_t>(object.namedSize);
-  prepareWrite(receiver);
-  const OopType removed = object.slots[index];
-  object.slots.erase(object.slots.begin() + static_cast<std::ptrdiff_t>(index));
+OopType removeAtIndex(Memory& memory, OopType receiver, const OopType* args) {
+  const std::size_t index =
+      checkedIndex(memory, receiver, args[0], memory.at(receiver).indexedSize());
+  prepareWrite(memory, receiver);
+  Object& object = memory.at(receiver);
+  const OopType removed = object.indexed()[index];
+  if (index == 0) {
+    memory.removeFirst(receiver);
+  } else {
+    std::copy(object.indexed() + index + 1, object.slots + object.size, object.indexed() + index);
+    --object.size;
+  }
   return removed;
 }
 
-OopType addFirst(Machine&, OopType receiver, const OopType* args) {
-  Object& object = *findObject(receiver);
-  prepareWrite(receiver);
-  resizeBody(object, object.slots.size() + 1);
-  const auto first = object.slots.begin() + object.namedSize;
-  std::copy_backward(first, object.slots.end() - 1, object.slots.end());
-  *first = args[0];
+OopType addFirst(Memory& memory, OopType receiver, const OopType* args) {
+  prepareWrite(memory, receiver);
+  *memory.insertFirst(receiver).indexed() = args[0];
   return args[0];
 }
 
-OopType copyFromTo(Machine&, OopType receiver, const OopType* args) {
-  const Object* object = findObject(receiver);
-  const std::size_t count = elementCount(*object);
-  const std::int64_t first = integerArgument(args[0], 1, static_cast<std::int64_t>(count) + 1);
-  const std::int64_t last = integerArgument(args[1], first - 1, static_cast<std::int64_t>(count));
-  const auto length = static_cast<std::size_t>(last - first + 1);
-  const OopType classOop = isSymbol(receiver) ? StringClassOop : object->classOop;
-  const std::size_t unit = isDoubleByte(*object) ? 2 : 1;
-  const OopType oop = newInstance(classOop, length * unit);
-  object = findObject(receiver);
-  Object& part = *findObject(oop);
+OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
+  const Object* object = &memory.at(receiver);
+  const auto count = static_cast<std::int64_t>(elementCount(memory, *object));
+  const std::int64_t first = integerArgument(memory, args[0], 1, count + 1);
+  const std::int64_t last = integerArgument(memory, args[1], first - 1, count);
+  const std::size_t unit = isDoubleByte(memory, *object) ? 2 : 1;
+  const std::size_t length = static_cast<std::size_t>(last - first + 1) * unit;
   const std::size_t from = static_cast<std::size_t>(first - 1) * unit;
-  if (object->impl == Impl::bytes) {
-    std::copy_n(object->bytes.data() + from, length * unit, part.bytes.data());
+  const OopType classOop = isSymbol(memory, receiver) ? StringClassOop : object->classOop;
+  const OopType oop = newInstance(memory, classOop, length);
+  Object& part = memory.at(oop);
+  object = &memory.at(receiver);
+  if (object->holdsBytes()) {
+    std::copy_n(object->bytes + from, length, part.bytes);
   } else {
-    std::copy_n(object->slots.data() + object->namedSize + from, length,
-                part.slots.data() + part.namedSize);
+    std::copy_n(object->indexed() + from, length, part.indexed());
   }
   return oop;
 }
 
-OopType concatenate(Machine&, OopType receiver, const OopType* args) {
-  const Object* left = findObject(receiver);
-  const Object* right = findObject(args[0]);
-  if (right == nullptr || right->impl != left->impl || holdsCharacters(*right)) {
+OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
+  const Object& left = memory.at(receiver);
+  const Object* right = memory.find(args[0]);
+  if (right == nullptr || right->impl != left.impl || holdsCharacters(memory, *right)) {
     throw Failure(ErrBadArgumentKind, "two collections of the same kind are expected", {args[0]});
   }
-  const std::size_t count = left->indexedSize();
-  const OopType oop = newInstance(left->classOop, count + right->indexedSize());
-  Object& both = *findObject(oop);
-  if (left->impl == Impl::bytes) {
-    std::copy(left->bytes.begin(), left->bytes.end(), both.bytes.begin());
-    std::copy(right->bytes.begin(), right->bytes.end(),
-              both.bytes.begin() + static_cast<std::ptrdiff_t>(count));
+  const std::size_t count = left.indexedSize();
+  const OopType oop = newInstance(memory, left.classOop, count + right->indexedSize());
+  Object& both = memory.at(oop);
+  if (left.holdsBytes()) {
+    std::copy_n(left.bytes, count, both.bytes);
+    std::copy_n(right->bytes, right->size, both.bytes + count);
   } else {
-    const auto start = both.slots.begin() + both.namedSize;
-    std::copy(left->slots.begin() + left->namedSize, left->slots.end(), start);
-    std::copy(right->slots.begin() + right->namedSize, right->slots.end(),
-              start + static_cast<std::ptrdiff_t>(count));
+    std::copy_n(left.indexed(), count, both.indexed());
+    std::copy_n(right->indexed(), right->indexedSize(), both.indexed() + count);
   }
   return oop;
 }
 
 // The elements; of a dictionary the values.
-std::vector<OopType> elementsOf(OopType collection) {
-  const Object& object = *findObject(collection);
-  const bool pairs = inheritsFrom(object.classOop, DictionaryClass);
-  const std::size_t count = elementCount(object);
+std::vector<OopType> elementsOf(const Memory& memory, OopType collection) {
+  const Object& object = memory.at(collection);
+  if (!object.holdsBytes() && !inheritsFrom(memory, object.classOop, DictionaryClass)) {
+    return std::vector<OopType>(object.indexed(), object.indexed() + object.indexedSize());
+  }
+  const std::size_t step = object.holdsBytes() ? 1 : 2;
+  const std::size_t count = elementCount(memory, object);
   std::vector<OopType> elements;
-  elements.reserve(count);
-  for (std::size_t i = pairs ? 1 : 0; i < count; i += pairs ? 2 : 1) {
-    elements.push_back(elementAt(object, i));
+  elements.reserve(count / step);
+  for (std::size_t i = step - 1; i < count; i += step) {
+    elements.push_back(elementAt(memory, object, i));
   }
   return elements;
 }
 
-OopType asArray(Machine&, OopType receiver, const OopType*) {
-  return arrayOop(elementsOf(receiver));
+OopType asArray(Memory& memory, OopType receiver, const OopType*) {
+  return arrayOop(memory, elementsOf(memory, receiver));
 }
-OopType asOrderedCollection(Machine&, OopType receiver, const OopType*) {
-  const std::vector<OopType> elements = elementsOf(receiver);
-  const OopType oop = newInstance(OrderedCollectionClass, elements.size());
-  findObject(oop)->slots = elements;
+OopType asOrderedCollection(Memory& memory, OopType receiver, const OopType*) {
+  const std::vector<OopType> elements = elementsOf(memory, receiver);
+  const OopType oop = newInstance(memory, OrderedCollectionClass, elements.size());
+  std::copy(elements.begin(), elements.end(), memory.at(oop).slots);
   return oop;
 }
-OopType asSet(Machine&, OopType receiver, const OopType*) {
-  const OopType oop = newInstance(SetClass);
-  for (const OopType element : elementsOf(receiver)) setAdd(oop, element);
+OopType asSet(Memory& memory, OopType receiver, const OopType*) {
+  const OopType oop = newInstance(memory, SetClass);
+  for (const OopType element : elementsOf(memory, receiver)) {
+    memory.meter.charge(1);
+    setAdd(memory, oop, element);
+  }
   return oop;
 }
 
 // Of a set with stride 1, of a dictionary with stride 2.
 template <std::size_t stride>
-OopType hashedSize(Machine&, OopType receiver, const OopType*) {
-  return integerOop(static_cast<std::int64_t>(findObject(receiver)->indexedSize() / stride));
+OopType hashedSize(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(memory.at(receiver).indexedSize() / stride));
 }
 
-OopType setAddMessage(Machine&, OopType receiver, const OopType* args) {
-  if (!setIncludes(receiver, args[0])) {
-    prepareWrite(receiver);
-    setAdd(receiver, args[0]);
+OopType setAddMessage(Memory& memory, OopType receiver, const OopType* args) {
+  if (!setIncludes(memory, receiver, args[0])) {
+    prepareWrite(memory, receiver);
+    setAdd(memory, receiver, args[0]);
   }
   return args[0];
 }
-OopType setIncludesMessage(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(setIncludes(receiver, args[0]));
+OopType setIncludesMessage(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(setIncludes(memory, receiver, args[0]));
 }
-OopType setRemoveMessage(Machine&, OopType receiver, const OopType* args) {
-  if (!setIncludes(receiver, args[0])) return FalseOop;
-  prepareWrite(receiver);
-  return booleanOop(setRemove(receiver, args[0]));
+OopType setRemoveMessage(Memory& memory, OopType receiver, const OopType* args) {
+  if (!setIncludes(memory, receiver, args[0])) return FalseOop;
+  prepareWrite(memory, receiver);
+  return booleanOop(setRemove(memory, receiver, args[0]));
 }
 
-OopType dictionaryValueAt(Machine&, OopType receiver, const OopType* args) {
-  const OopType value = dictionaryAt(receiver, args[0]);
+OopType dictionaryValueAt(Memory& memory, OopType receiver, const OopType* args) {
+  const OopType value = dictionaryAt(memory, receiver, args[0]);
   return value != 0 ? value : NilOop;
 }
-OopType dictionaryAtPut(Machine&, OopType receiver, const OopType* args) {
-  prepareWrite(receiver);
-  dictionaryPut(receiver, args[0], args[1]);
+OopType dictionaryAtPut(Memory& memory, OopType receiver, const OopType* args) {
+  prepareWrite(memory, receiver);
+  dictionaryPut(memory, receiver, args[0], args[1]);
   return args[1];
 }
-OopType dictionaryIncludesKey(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(dictionaryAt(receiver, args[0]) != 0);
+OopType dictionaryIncludesKey(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(dictionaryAt(memory, receiver, args[0]) != 0);
 }
-OopType dictionaryRemoveKey(Machine&, OopType receiver, const OopType* args) {
-  if (dictionaryAt(receiver, args[0]) == 0) return FalseOop;
-  prepareWrite(receiver);
-  return booleanOop(dictionaryRemove(receiver, args[0]));
+OopType dictionaryRemoveKey(Memory& memory, OopType receiver, const OopType* args) {
+  if (dictionaryAt(memory, receiver, args[0]) == 0) return FalseOop;
+  prepareWrite(memory, receiver);
+  return booleanOop(dictionaryRemove(memory, receiver, args[0]));
 }
-OopType dictionaryKeys(Machine&, OopType receiver, const OopType*) {
-  const Object& object = *findObject(receiver);
+OopType dictionaryKeys(Memory& memory, OopType receiver, const OopType*) {
+  const Object& object = memory.at(receiver);
   std::vector<OopType> keys;
-  for (std::size_t i = static_cast<std::size_t>(object.namedSize); i + 1 < object.slots.size();
-       i += 2) {
-    keys.push_back(object.slots[i]);
+  keys.reserve(object.indexedSize() / 2);
+  for (std::uint32_t i = 0; i + 1 < object.indexedSize(); i += 2) {
+    keys.push_back(object.indexed()[i]);
   }
-  return arrayOop(keys);
+  return arrayOop(memory, keys);
 }
 
 constexpr Primitive collectionMessages[] = {

@@ -3,7 +3,6 @@
 #include "objmem/classes.h"
 #include "objmem/values.h"
 #include "primitives.h"
-#include "unwinding.h"
 
 namespace zel {
 
@@ -11,72 +10,71 @@ namespace {
 
 template <std::size_t count>
 OopType blockValue(Machine& machine, OopType, const OopType*) {
-  activateBlock(machine, count);
-  return frameChanged;
+  machine.activateBlock(count);
+  return Machine::frameChanged;
+}
+
+// The elements of an argument that must be an array of arguments.
+std::span<const OopType> argumentsIn(const Memory& memory, OopType array) {
+  const Object* object = memory.find(array);
+  if (object == nullptr || object->impl != Impl::pointers || object->size > mostArguments) {
+    throw Failure(ErrBadArgumentKind,
+                  "an array of at most " + std::to_string(mostArguments) + " arguments is expected",
+                  {array});
+  }
+  return {object->slots, object->size};
 }
 
 OopType blockValueWithArguments(Machine& machine, OopType, const OopType* args) {
-  const Object* array = findObject(args[0]);
-  if (array == nullptr || array->impl != Impl::pointers) {
-    throw Failure(ErrBadArgumentKind, "an array of arguments is expected", {args[0]});
+  const std::span<const OopType> arguments = argumentsIn(machine.memory, args[0]);
+  machine.replaceArguments(1, arguments);
+  machine.activateBlock(arguments.size());
+  return Machine::frameChanged;
+}
+
+OopType numArgs(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(blockArguments(memory, receiver)));
+}
+
+OopType onDo(Machine& machine, OopType, const OopType* args) {
+  if (!isClass(machine.memory, args[0]) || !inheritsFrom(machine.memory, args[0], ExceptionClass)) {
+    throw Failure(ErrBadArgumentKind, "a class of exceptions is expected", {args[0]});
   }
-  if (array->slots.size() > mostArguments) {
-    throw Failure(ErrBadMessageParts, "a block takes at most 255 arguments");
-  }
-  std::vector<OopType>& stack = machine.process->stack;
-  stack.pop_back();
-  stack.insert(stack.end(), array->slots.begin(), array->slots.end());
-  machine.process->awaiting = static_cast<int>(array->slots.size()) + 1;
-  activateBlock(machine, array->slots.size());
-  return frameChanged;
+  machine.activateBlock(0, FrameMark::handler, 2);
+  return Machine::frameChanged;
 }
 
-OopType numArgs(Machine&, OopType receiver, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(blockArguments(receiver)));
-}
-
-OopType onDo(Machine& machine, OopType, const OopType*) {
-  activateProtected(machine);
-  return frameChanged;
-}
-
-OopType requireSelector(OopType name, std::size_t argumentCount) {
-  const std::string_view text = stringArgument(name);
+OopType requireSelector(Memory& memory, OopType name, std::size_t argumentCount) {
+  const std::string_view text = stringArgument(memory, name);
   if (argumentCountOf(text) != static_cast<int>(argumentCount)) {
     throw Failure(ErrBadMessageParts,
                   "'" + std::string(text) + "' is no message with " +
                       std::to_string(argumentCount) + " arguments",
                   {name});
   }
-  return symbolOop(text);
+  return withRoom(memory, [&] { return symbolOop(memory, text); });
 }
 
 // perform: with the selector first; what follows it are the message's arguments.
 template <std::size_t count>
 OopType perform(Machine& machine, OopType, const OopType* args) {
-  const OopType selector = requireSelector(args[0], count);
-  std::vector<OopType>& stack = machine.process->stack;
-  stack.erase(stack.end() - static_cast<std::ptrdiff_t>(count) - 1);
-  sendMessage(machine, selector, count);
-  return frameChanged;
+  const OopType selector = requireSelector(machine.memory, args[0], count);
+  machine.replaceArguments(count + 1, std::vector(args + 1, args + 1 + count));
+  machine.sendNext(selector, count);
+  return Machine::frameChanged;
 }
 
 OopType performWithArguments(Machine& machine, OopType, const OopType* args) {
-  const Object* array = findObject(args[1]);
-  if (array == nullptr || array->impl != Impl::pointers || array->slots.size() > mostArguments) {
-    throw Failure(ErrBadArgumentKind, "an array of at most 255 arguments is expected", {args[1]});
-  }
-  const OopType selector = requireSelector(args[0], array->slots.size());
-  std::vector<OopType>& stack = machine.process->stack;
-  stack.resize(stack.size() - 2);
-  stack.insert(stack.end(), array->slots.begin(), array->slots.end());
-  sendMessage(machine, selector, array->slots.size());
-  return frameChanged;
+  const std::span<const OopType> arguments = argumentsIn(machine.memory, args[1]);
+  const OopType selector = requireSelector(machine.memory, args[0], arguments.size());
+  machine.replaceArguments(2, arguments);
+  machine.sendNext(selector, arguments.size());
+  return Machine::frameChanged;
 }
 
 // A program cannot pass its error off as a break or a suspension, which nothing handles.
-std::int32_t numberOf(OopType exception) {
-  const OopType number = findObject(exception)->slots[ExceptionNumber];
+std::int32_t numberOf(const Memory& memory, OopType exception) {
+  const OopType number = memory.at(exception).slots[ExceptionNumber];
   if (!isSmallInt(number)) return ErrUser;
   const std::int32_t value = smallIntValue(number);
   const bool reserved =
@@ -84,41 +82,42 @@ std::int32_t numberOf(OopType exception) {
   return reserved ? std::int32_t{ErrUser} : value;
 }
 
-[[noreturn]] void signalException(OopType exception) {
-  const OopType text = findObject(exception)->slots[ExceptionText];
-  throw Failure(numberOf(exception),
-                isString(text) ? std::string(bytesOf(text)) : nameOf(classOf(exception)))
+[[noreturn]] void signalException(const Memory& memory, OopType exception) {
+  const OopType text = memory.at(exception).slots[ExceptionText];
+  throw Failure(numberOf(memory, exception), isString(memory, text)
+                                                 ? std::string(bytesOf(memory, text))
+                                                 : nameOf(memory, classOf(memory, exception)))
       .signalledBy(exception);
 }
 
-OopType signal(Machine&, OopType receiver, const OopType*) {
-  signalException(receiver);
+OopType signal(Memory& memory, OopType receiver, const OopType*) {
+  signalException(memory, receiver);
 }
 
-OopType signalText(Machine&, OopType receiver, const OopType* args) {
-  stringArgument(args[0]);
-  storeNamed(receiver, ExceptionText, args[0]);
-  signalException(receiver);
+OopType signalText(Memory& memory, OopType receiver, const OopType* args) {
+  stringArgument(memory, args[0]);
+  storeNamed(memory, receiver, ExceptionText, args[0]);
+  signalException(memory, receiver);
 }
 
-OopType classSignal(Machine&, OopType receiver, const OopType*) {
-  signalException(newInstance(receiver));
+OopType classSignal(Memory& memory, OopType receiver, const OopType*) {
+  signalException(memory, newInstance(memory, receiver));
 }
 
-OopType classSignalText(Machine& machine, OopType receiver, const OopType* args) {
-  return signalText(machine, newInstance(receiver), args);
+OopType classSignalText(Memory& memory, OopType receiver, const OopType* args) {
+  return signalText(memory, newInstance(memory, receiver), args);
 }
 
-OopType errorText(Machine& machine, OopType, const OopType* args) {
-  return classSignalText(machine, ErrorClass, args);
+OopType errorText(Memory& memory, OopType, const OopType* args) {
+  return classSignalText(memory, ErrorClass, args);
 }
 
 constexpr Primitive blockMessages[] = {
-    {"value", blockValue<0>},
-    {"value:", blockValue<1>},
-    {"value:value:", blockValue<2>},
-    {"value:value:value:", blockValue<3>},
-    {"value:value:value:value:", blockValue<4>},
+    {"value", blockValue<0>, Routine::Kind::block},
+    {"value:", blockValue<1>, Routine::Kind::block},
+    {"value:value:", blockValue<2>, Routine::Kind::block},
+    {"value:value:value:", blockValue<3>, Routine::Kind::block},
+    {"value:value:value:value:", blockValue<4>, Routine::Kind::block},
     {"valueWithArguments:", blockValueWithArguments},
     {"numArgs", numArgs},
     {"on:do:", onDo},

@@ -16,9 +16,9 @@ namespace {
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
 
-void requireNumber(OopType oop) {
-  if (!isNumber(oop)) {
-    throw Failure(ErrBadArgumentKind, "a number is expected, not " + describe(oop), {oop});
+void requireNumber(Memory& memory, OopType oop) {
+  if (!isNumber(memory, oop)) {
+    throw Failure(ErrBadArgumentKind, "a number is expected, not " + describe(memory, oop), {oop});
   }
 }
 
@@ -30,9 +30,9 @@ void requireNumber(OopType oop) {
   throw Failure(ErrZeroDivide, "division by zero", {receiver}).ofClass(ZeroDivideClass);
 }
 
-bool areIntegers(OopType a, OopType b) {
-  requireNumber(b);
-  return isInteger(a) && isInteger(b);
+bool areIntegers(Memory& memory, OopType a, OopType b) {
+  requireNumber(memory, b);
+  return isInteger(memory, a) && isInteger(memory, b);
 }
 
 struct Add {
@@ -55,44 +55,48 @@ struct Multiply {
 };
 
 template <typename Operation>
-OopType arithmetic(Machine&, OopType receiver, const OopType* args) {
-  if (!areIntegers(receiver, args[0])) {
-    return floatOop(Operation::of(numberValue(receiver), numberValue(args[0])));
+OopType arithmetic(Memory& memory, OopType receiver, const OopType* args) {
+  if (isFloat(memory, receiver) && isFloat(memory, args[0])) {
+    return floatOop(memory,
+                    Operation::of(floatValue(memory, receiver), floatValue(memory, args[0])));
+  }
+  if (!areIntegers(memory, receiver, args[0])) {
+    return floatOop(memory,
+                    Operation::of(numberValue(memory, receiver), numberValue(memory, args[0])));
   }
   std::int64_t result = 0;
-  if (Operation::overflows(integerValue(receiver), integerValue(args[0]), &result)) {
+  if (Operation::overflows(integerValue(memory, receiver), integerValue(memory, args[0]),
+                           &result)) {
     overflow(receiver, args[0]);
   }
-  return integerOop(result);
+  return integerOop(memory, result);
 }
 
 template <typename Comparison>
-OopType compare(Machine&, OopType receiver, const OopType* args) {
-  if (areIntegers(receiver, args[0])) {
-    return booleanOop(Comparison()(integerValue(receiver), integerValue(args[0])));
-  }
-  return booleanOop(Comparison()(numberValue(receiver), numberValue(args[0])));
+OopType compare(Memory& memory, OopType receiver, const OopType* args) {
+  requireNumber(memory, args[0]);
+  const int order = compareNumbers(memory, receiver, args[0]);
+  return booleanOop(order != unordered && Comparison()(order, 0));
 }
 
 // An exact quotient stays an integer, any other becomes a float.
-OopType divide(Machine&, OopType receiver, const OopType* args) {
-  const bool integers = areIntegers(receiver, args[0]);
-  if (numberValue(args[0]) == 0) zeroDivide(receiver);
+OopType divide(Memory& memory, OopType receiver, const OopType* args) {
+  const bool integers = areIntegers(memory, receiver, args[0]);
+  if (numberValue(memory, args[0]) == 0) zeroDivide(receiver);
   if (integers) {
-    const std::int64_t a = integerValue(receiver);
-    const std::int64_t b = integerValue(args[0]);
+    const std::int64_t a = integerValue(memory, receiver);
+    const std::int64_t b = integerValue(memory, args[0]);
     if (a == smallest && b == -1) overflow(receiver, args[0]);
-    if (a % b == 0) return integerOop(a / b);
+    if (a % b == 0) return integerOop(memory, a / b);
   }
-  return floatOop(numberValue(receiver) / numberValue(args[0]));
+  return floatOop(memory, numberValue(memory, receiver) / numberValue(memory, args[0]));
 }
 
-OopType integerFrom(double value, OopType receiver) {
-  // 2^63 itself is out of range and the nearest double below it is not.
-  if (!(value >= -9223372036854775808.0 && value < 9223372036854775808.0)) {
+OopType integerFrom(Memory& memory, double value, OopType receiver) {
+  if (!fitsInteger(value)) {
     throw Failure(ErrOverflow, "the result is no integer of 64 bits", {receiver});
   }
-  return integerOop(static_cast<std::int64_t>(value));
+  return integerOop(memory, static_cast<std::int64_t>(value));
 }
 
 struct Division {
@@ -100,109 +104,134 @@ struct Division {
   std::int64_t remainder;
 };
 
+template <typename Integer>
+Division floored(Integer a, Integer b) {
+  const Integer remainder = a % b;
+  const bool adjust = remainder != 0 && (remainder < 0) != (b < 0);
+  return {a / b - (adjust ? 1 : 0), remainder + (adjust ? b : 0)};
+}
+
 // Rounded toward minus infinity, so that the remainder has the divisor's sign.
-Division floorDivision(OopType receiver, OopType argument) {
-  const std::int64_t a = integerValue(receiver);
-  const std::int64_t b = integerValue(argument);
+Division floorDivision(Memory& memory, OopType receiver, OopType argument) {
+  if (isSmallInt(receiver) && isSmallInt(argument) && argument != smallIntOop(0)) {
+    return floored(smallIntValue(receiver), smallIntValue(argument));
+  }
+  const std::int64_t a = integerValue(memory, receiver);
+  const std::int64_t b = integerValue(memory, argument);
   if (b == 0) zeroDivide(receiver);
   if (b == -1) {
     if (a == smallest) overflow(receiver, argument);
     return {-a, 0};
   }
-  const std::int64_t remainder = a % b;
-  const bool adjust = remainder != 0 && (remainder < 0) != (b < 0);
-  return {a / b - (adjust ? 1 : 0), remainder + (adjust ? b : 0)};
+  return floored(a, b);
 }
 
-OopType floorQuotient(Machine&, OopType receiver, const OopType* args) {
-  if (areIntegers(receiver, args[0])) {
-    return integerOop(floorDivision(receiver, args[0]).quotient);
-  }
-  if (numberValue(args[0]) == 0) zeroDivide(receiver);
-  return integerFrom(std::floor(numberValue(receiver) / numberValue(args[0])), receiver);
-}
+// The same of floats, by the exact remainder: the quotient itself may be rounded too far.
+struct FloatDivision {
+  double quotient;
+  double remainder;
+};
 
-OopType floorRemainder(Machine&, OopType receiver, const OopType* args) {
-  if (areIntegers(receiver, args[0])) {
-    return integerOop(floorDivision(receiver, args[0]).remainder);
-  }
-  const double b = numberValue(args[0]);
+FloatDivision floatDivision(Memory& memory, OopType receiver, OopType argument) {
+  const double a = numberValue(memory, receiver);
+  const double b = numberValue(memory, argument);
   if (b == 0) zeroDivide(receiver);
-  const double a = numberValue(receiver);
-  return floatOop(a - std::floor(a / b) * b);
+  double remainder = std::fmod(a, b);
+  double quotient = (a - remainder) / b;
+  if (remainder != 0 && (remainder < 0) != (b < 0)) {
+    remainder += b;
+    quotient -= 1;
+  }
+  return {std::round(quotient), remainder};
 }
 
-OopType truncatedQuotient(Machine&, OopType receiver, const OopType* args) {
-  const std::int64_t b = integerArgument(args[0], smallest, largest);
-  const std::int64_t a = integerValue(receiver);
+OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
+  if (areIntegers(memory, receiver, args[0])) {
+    return integerOop(memory, floorDivision(memory, receiver, args[0]).quotient);
+  }
+  return integerFrom(memory, floatDivision(memory, receiver, args[0]).quotient, receiver);
+}
+
+OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
+  if (areIntegers(memory, receiver, args[0])) {
+    return integerOop(memory, floorDivision(memory, receiver, args[0]).remainder);
+  }
+  return floatOop(memory, floatDivision(memory, receiver, args[0]).remainder);
+}
+
+OopType truncatedQuotient(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
+  const std::int64_t a = integerValue(memory, receiver);
   if (b == 0) zeroDivide(receiver);
   if (a == smallest && b == -1) overflow(receiver, args[0]);
-  return integerOop(a / b);
+  return integerOop(memory, a / b);
 }
 
-OopType truncatedRemainder(Machine&, OopType receiver, const OopType* args) {
-  const std::int64_t b = integerArgument(args[0], smallest, largest);
+OopType truncatedRemainder(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
   if (b == 0) zeroDivide(receiver);
-  return integerOop(b == -1 ? 0 : integerValue(receiver) % b);
+  return integerOop(memory, b == -1 ? 0 : integerValue(memory, receiver) % b);
 }
 
 template <double (*function)(double)>
-OopType floatFunction(Machine&, OopType receiver, const OopType*) {
-  return floatOop(function(numberValue(receiver)));
+OopType floatFunction(Memory& memory, OopType receiver, const OopType*) {
+  return floatOop(memory, function(numberValue(memory, receiver)));
 }
 
 template <double (*function)(double)>
-OopType rounding(Machine&, OopType receiver, const OopType*) {
-  return isInteger(receiver) ? receiver : integerFrom(function(floatValue(receiver)), receiver);
+OopType rounding(Memory& memory, OopType receiver, const OopType*) {
+  return isInteger(memory, receiver)
+             ? receiver
+             : integerFrom(memory, function(floatValue(memory, receiver)), receiver);
 }
 
-OopType raisedTo(Machine&, OopType receiver, const OopType* args) {
-  requireNumber(args[0]);
-  if (!areIntegers(receiver, args[0]) || integerValue(args[0]) < 0) {
-    return floatOop(std::pow(numberValue(receiver), numberValue(args[0])));
+OopType raisedTo(Memory& memory, OopType receiver, const OopType* args) {
+  requireNumber(memory, args[0]);
+  if (!areIntegers(memory, receiver, args[0]) || integerValue(memory, args[0]) < 0) {
+    return floatOop(memory, std::pow(numberValue(memory, receiver), numberValue(memory, args[0])));
   }
   std::int64_t result = 1;
-  std::int64_t base = integerValue(receiver);
-  std::int64_t exponent = integerValue(args[0]);
+  std::int64_t base = integerValue(memory, receiver);
+  std::int64_t exponent = integerValue(memory, args[0]);
   for (; exponent > 0; exponent >>= 1) {
     if ((exponent & 1) != 0 && __builtin_mul_overflow(result, base, &result)) {
       overflow(receiver, args[0]);
     }
     if (exponent > 1 && __builtin_mul_overflow(base, base, &base)) overflow(receiver, args[0]);
   }
-  return integerOop(result);
+  return integerOop(memory, result);
 }
 
 template <char operation>
-OopType bits(Machine&, OopType receiver, const OopType* args) {
-  const std::int64_t a = integerValue(receiver);
-  const std::int64_t b = integerArgument(args[0], smallest, largest);
-  return integerOop(operation == '&' ? a & b : operation == '|' ? a | b : a ^ b);
+OopType bits(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t a = integerValue(memory, receiver);
+  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
+  return integerOop(memory, operation == '&' ? a & b : operation == '|' ? a | b : a ^ b);
 }
 
 // A positive distance shifts left, a negative one right.
-OopType bitShift(Machine&, OopType receiver, const OopType* args) {
-  const std::int64_t distance = integerArgument(args[0], -1000, 1000);
-  const std::int64_t value = integerValue(receiver);
-  if (distance <= 0) return integerOop(value >> (distance < -63 ? 63 : -distance));
+OopType bitShift(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t distance = integerArgument(memory, args[0], -1000, 1000);
+  const std::int64_t value = integerValue(memory, receiver);
+  if (distance <= 0) return integerOop(memory, value >> (distance < -63 ? 63 : -distance));
   std::int64_t result = value;
   for (std::int64_t i = 0; i < distance && result != 0; ++i) {
     if (__builtin_mul_overflow(result, std::int64_t{2}, &result)) overflow(receiver, args[0]);
   }
-  return integerOop(result);
+  return integerOop(memory, result);
 }
 
-OopType asFloat(Machine&, OopType receiver, const OopType*) {
-  return isFloat(receiver) ? receiver : floatOop(numberValue(receiver));
+OopType asFloat(Memory& memory, OopType receiver, const OopType*) {
+  return isFloat(memory, receiver) ? receiver : floatOop(memory, numberValue(memory, receiver));
 }
 
-OopType asCharacter(Machine&, OopType receiver, const OopType*) {
-  return characterOop(static_cast<std::uint32_t>(integerArgument(receiver, 0, 0xFFFF)));
+OopType asCharacter(Memory& memory, OopType receiver, const OopType*) {
+  return characterOop(static_cast<std::uint32_t>(integerArgument(memory, receiver, 0, 0xFFFF)));
 }
 
-OopType printStringRadix(Machine&, OopType receiver, const OopType* args) {
-  const auto radix = static_cast<std::uint64_t>(integerArgument(args[0], 2, 36));
-  const std::int64_t value = integerValue(receiver);
+OopType printStringRadix(Memory& memory, OopType receiver, const OopType* args) {
+  const auto radix = static_cast<std::uint64_t>(integerArgument(memory, args[0], 2, 36));
+  const std::int64_t value = integerValue(memory, receiver);
   std::uint64_t rest =
       value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
   std::string digits;
@@ -210,11 +239,11 @@ OopType printStringRadix(Machine&, OopType receiver, const OopType* args) {
     digits.insert(digits.begin(), "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"[rest % radix]);
     rest /= radix;
   } while (rest != 0);
-  return stringOop(value < 0 ? "-" + digits : digits);
+  return stringOop(memory, value < 0 ? "-" + digits : digits);
 }
 
-OopType isNaN(Machine&, OopType receiver, const OopType*) {
-  return booleanOop(std::isnan(floatValue(receiver)));
+OopType isNaN(Memory& memory, OopType receiver, const OopType*) {
+  return booleanOop(std::isnan(floatValue(memory, receiver)));
 }
 
 constexpr Primitive numberMessages[] = {

@@ -1,85 +1,86 @@
 // Messages that every object understands.
+#include <algorithm>
+
+#include "objmem/changes.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
-#include "session/changes.h"
 
 namespace zel {
 
 namespace {
 
-OopType classMessage(Machine&, OopType receiver, const OopType*) {
-  return classOf(receiver);
+OopType classMessage(Memory& memory, OopType receiver, const OopType*) {
+  return classOf(memory, receiver);
 }
 template <bool same>
-OopType identity(Machine&, OopType receiver, const OopType* args) {
+OopType identity(Memory&, OopType receiver, const OopType* args) {
   return booleanOop((receiver == args[0]) == same);
 }
 template <bool same>
-OopType equality(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(equalOops(receiver, args[0]) == same);
+OopType equality(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(equalOops(memory, receiver, args[0]) == same);
 }
-OopType hash(Machine&, OopType receiver, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(hashOop(receiver) >> 4));
+OopType hash(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(hashOop(memory, receiver) >> 4));
 }
-OopType identityHash(Machine&, OopType receiver, const OopType*) {
+OopType identityHash(Memory&, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(receiver >> 3));
 }
-OopType printStringMessage(Machine&, OopType receiver, const OopType*) {
-  return stringOop(printString(receiver));
+OopType printStringMessage(Memory& memory, OopType receiver, const OopType*) {
+  return stringOop(memory, printString(memory, receiver));
 }
-OopType displayStringMessage(Machine&, OopType receiver, const OopType*) {
-  return stringOop(displayString(receiver));
+OopType displayStringMessage(Memory& memory, OopType receiver, const OopType*) {
+  return stringOop(memory, displayString(memory, receiver));
 }
-OopType isKindOfMessage(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(isClass(args[0]) && isKindOf(receiver, args[0]));
+OopType isKindOfMessage(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(isClass(memory, args[0]) && isKindOf(memory, receiver, args[0]));
 }
-OopType isMemberOf(Machine&, OopType receiver, const OopType* args) {
-  return booleanOop(classOf(receiver) == args[0]);
+OopType isMemberOf(Memory& memory, OopType receiver, const OopType* args) {
+  return booleanOop(classOf(memory, receiver) == args[0]);
 }
-OopType respondsTo(Machine&, OopType receiver, const OopType* args) {
-  const bool classSide = isClass(receiver);
-  const OopType selector = symbolOop(stringArgument(args[0]));
-  return booleanOop(lookupMethod(classSide ? receiver : classOf(receiver), selector, classSide) !=
-                    0);
+OopType respondsTo(Memory& memory, OopType receiver, const OopType* args) {
+  const bool classSide = isClass(memory, receiver);
+  const OopType selector = symbolOop(memory, stringArgument(memory, args[0]));
+  return booleanOop(lookupMethod(memory, classSide ? receiver : classOf(memory, receiver), selector,
+                                 classSide) != 0);
 }
 
-OopType copy(Machine&, OopType receiver, const OopType*) {
-  const Object* object = findObject(receiver);
-  if (object == nullptr || object->invariant || isClass(receiver)) return receiver;
-  const OopType oop =
-      allocate(object->classOop, object->impl, static_cast<std::size_t>(object->namedSize),
-               object->indexedSize(), object->indexable);
-  Object& twin = *findObject(oop);
-  twin.slots = findObject(receiver)->slots;
-  twin.bytes = findObject(receiver)->bytes;
-  twin.fixedSize = findObject(receiver)->fixedSize;
+OopType copy(Memory& memory, OopType receiver, const OopType*) {
+  const Object* object = memory.find(receiver);
+  if (object == nullptr || object->invariant || isClass(memory, receiver)) return receiver;
+  const OopType oop = memory.allocate(object->classOop, object->impl, object->namedSize,
+                                      object->indexedSize(), object->indexable);
+  Object& twin = memory.at(oop);
+  std::copy_n(object->bytes, object->size * (object->holdsBytes() ? 1 : sizeof(OopType)),
+              twin.bytes);
+  twin.fixedSize = object->fixedSize;
   return oop;
 }
 
-OopType isInvariant(Machine&, OopType receiver, const OopType*) {
-  const Object* object = findObject(receiver);
+OopType isInvariant(Memory& memory, OopType receiver, const OopType*) {
+  const Object* object = memory.find(receiver);
   return booleanOop(object == nullptr || object->invariant);
 }
-OopType asOop(Machine&, OopType receiver, const OopType*) {
-  return integerOop(receiver);
+OopType asOop(Memory& memory, OopType receiver, const OopType*) {
+  return integerOop(memory, receiver);
 }
 
-std::size_t namedIndex(OopType receiver, OopType index) {
-  const Object* object = findObject(receiver);
+std::size_t namedIndex(Memory& memory, OopType receiver, OopType index) {
+  const Object* object = memory.find(receiver);
   const std::int64_t named = object != nullptr ? object->namedSize : 0;
-  return static_cast<std::size_t>(integerArgument(index, 1, named)) - 1;
+  return static_cast<std::size_t>(integerArgument(memory, index, 1, named)) - 1;
 }
-OopType instVarAt(Machine&, OopType receiver, const OopType* args) {
-  const std::size_t index = namedIndex(receiver, args[0]);
-  return findObject(receiver)->slots[index];
+OopType instVarAt(Memory& memory, OopType receiver, const OopType* args) {
+  const std::size_t index = namedIndex(memory, receiver, args[0]);
+  return memory.at(receiver).slots[index];
 }
-OopType instVarAtPut(Machine&, OopType receiver, const OopType* args) {
-  const std::size_t index = namedIndex(receiver, args[0]);
-  prepareWrite(receiver);
-  return findObject(receiver)->slots[index] = args[1];
+OopType instVarAtPut(Memory& memory, OopType receiver, const OopType* args) {
+  const std::size_t index = namedIndex(memory, receiver, args[0]);
+  prepareWrite(memory, receiver);
+  return memory.at(receiver).slots[index] = args[1];
 }
 
 constexpr Primitive objectMessages[] = {

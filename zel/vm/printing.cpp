@@ -46,13 +46,13 @@ std::string printDateTime(const ZelDateTimeSType& time) {
 
 class Printer {
  public:
-  explicit Printer(bool display) : display_(display) {}
+  Printer(const Memory& memory, bool display) : memory_(memory), display_(display) {}
   std::string text;
 
   void print(OopType oop, int depth) {
     if (text.size() > longestPrint) return;
-    if (isInteger(oop)) {
-      text += std::to_string(integerValue(oop));
+    if (isInteger(memory_, oop)) {
+      text += std::to_string(integerValue(memory_, oop));
     } else if (isCharacter(oop)) {
       if (!display_) text += '$';
       const char16_t unit = static_cast<char16_t>(characterCode(oop));
@@ -65,7 +65,7 @@ class Printer {
       text += "nil";
     } else if (isBoolean(oop)) {
       text += oop == TrueOop ? "true" : "false";
-    } else if (findObject(oop) == nullptr) {
+    } else if (memory_.find(oop) == nullptr) {
       text += "oop " + std::to_string(oop);
     } else {
       printObject(oop, depth);
@@ -74,26 +74,26 @@ class Printer {
 
  private:
   void printObject(OopType oop, int depth) {
-    const OopType classOop = classOf(oop);
-    if (isClass(oop)) {
-      text += nameOf(oop);
-    } else if (isFloat(oop)) {
-      text += printFloat(floatValue(oop));
-    } else if (isSymbol(oop)) {
-      printSymbol(bytesOf(oop));
-    } else if (isString(oop)) {
-      text += display_ ? std::string(bytesOf(oop)) : quoted(bytesOf(oop));
-    } else if (isDoubleByteString(oop)) {
-      const std::string utf8 = encodeUtf8(unitsOf(oop));
+    const OopType classOop = classOf(memory_, oop);
+    if (isClass(memory_, oop)) {
+      text += nameOf(memory_, oop);
+    } else if (isFloat(memory_, oop)) {
+      text += printFloat(floatValue(memory_, oop));
+    } else if (isSymbol(memory_, oop)) {
+      printSymbol(bytesOf(memory_, oop));
+    } else if (isString(memory_, oop)) {
+      text += display_ ? std::string(bytesOf(memory_, oop)) : quoted(bytesOf(memory_, oop));
+    } else if (isDoubleByteString(memory_, oop)) {
+      const std::string utf8 = encodeUtf8(unitsOf(memory_, oop));
       text += display_ ? utf8 : quoted(utf8);
-    } else if (inheritsFrom(classOop, DateTimeClassOop)) {
-      text += printDateTime(dateTimeValue(oop));
-    } else if (inheritsFrom(classOop, AssociationClass)) {
-      printElement(findObject(oop)->slots[0], depth);
+    } else if (inheritsFrom(memory_, classOop, DateTimeClassOop)) {
+      text += printDateTime(dateTimeValue(memory_, oop));
+    } else if (inheritsFrom(memory_, classOop, AssociationClass)) {
+      printElement(memory_.find(oop)->slots[0], depth);
       text += "->";
-      printElement(findObject(oop)->slots[1], depth);
-    } else if (classOop == MethodClass || !inheritsFrom(classOop, CollectionClass)) {
-      text += withArticle(nameOf(classOop));
+      printElement(memory_.find(oop)->slots[1], depth);
+    } else if (classOop == MethodClass || !inheritsFrom(memory_, classOop, CollectionClass)) {
+      text += withArticle(nameOf(memory_, classOop));
     } else {
       printCollection(oop, depth);
     }
@@ -116,48 +116,49 @@ class Printer {
   }
 
   void printCollection(OopType oop, int depth) {
-    const Object& object = *findObject(oop);
-    text += withArticle(nameOf(object.classOop)) + "(";
-    const bool dictionary = inheritsFrom(object.classOop, DictionaryClass);
-    for (std::size_t i = static_cast<std::size_t>(object.namedSize); i < object.size(); ++i) {
+    const Object& object = memory_.at(oop);
+    text += withArticle(nameOf(memory_, object.classOop)) + "(";
+    const bool dictionary = inheritsFrom(memory_, object.classOop, DictionaryClass);
+    for (std::uint32_t i = object.namedSize; i < object.size; ++i) {
       if (text.size() > longestPrint) {
         text += " ...";
         break;
       }
       text += ' ';
-      if (object.impl == Impl::bytes) {
+      if (object.holdsBytes()) {
         text += std::to_string(object.bytes[i]);
         continue;
       }
       printElement(object.slots[i], depth);
-      if (!dictionary || i + 1 >= object.size()) continue;
+      if (!dictionary || i + 1 >= object.size) continue;
       text += "->";
       printElement(object.slots[++i], depth);
     }
     text += " )";
   }
 
+  const Memory& memory_;
   bool display_;
 };
 
 }  // namespace
 
-std::string printString(OopType oop) {
-  Printer printer(false);
+std::string printString(const Memory& memory, OopType oop) {
+  Printer printer(memory, false);
   printer.print(oop, deepestPrint);
   return std::move(printer.text);
 }
 
-std::string displayString(OopType oop) {
-  Printer printer(true);
+std::string displayString(const Memory& memory, OopType oop) {
+  Printer printer(memory, true);
   printer.print(oop, deepestPrint);
   return std::move(printer.text);
 }
 
-std::string describe(OopType oop) {
-  if (isClass(oop)) return "the class " + nameOf(oop);
-  if (oop == NilOop || isBoolean(oop)) return printString(oop);
-  return withArticle(nameOf(classOf(oop)));
+std::string describe(const Memory& memory, OopType oop) {
+  if (isClass(memory, oop)) return "the class " + nameOf(memory, oop);
+  if (oop == NilOop || isBoolean(oop)) return printString(memory, oop);
+  return withArticle(nameOf(memory, classOf(memory, oop)));
 }
 
 std::string printFloat(double value) {

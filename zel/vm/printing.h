@@ -9,11 +9,11 @@ namespace zel {
 
 // What printString answers: literals as one writes them, collections with their elements down to
 // a depth of 8 and a length of a mebibyte, other objects with their class's name.
-std::string printString(OopType oop);
+std::string printString(const Memory& memory, OopType oop);
 // What displayString answers: as printString, but characters, strings and symbols without marks.
-std::string displayString(OopType oop);
+std::string displayString(const Memory& memory, OopType oop);
 // For messages: "a Foo", "an Array", "nil", "the class Foo".
-std::string describe(OopType oop);
+std::string describe(const Memory& memory, OopType oop);
 // The shortest decimal digits that read back as the same float.
 std::string printFloat(double value);
 

@@ -3,27 +3,37 @@
 
 #include <vector>
 
-#include "objmem/object.h"
+#include "oops.h"
 
 namespace zel {
+
+struct Routine;
 
 enum class OpCode : std::uint8_t {
   pushLiteral,  // a: literal
   pushSelf,
   pushFrame,        // a: place in the frame
   storeFrame,       // a; leaves the value
+  popFrame,         // a; takes the value
   pushOuter,        // a: place in the environment b hops out
   storeOuter,       // a, b; leaves the value
   pushInstance,     // a: named slot, from 0
   storeInstance,    // a; leaves the value
   pushGlobal,       // a: literal, the name
   storeGlobal,      // a; leaves the value
-  makeEnvironment,  // a: captured variables
+  makeEnvironment,  // a: captured variables; it becomes the frame's
+  leaveEnvironment,
   pop,
   duplicate,
-  send,          // a: literal, the selector; b: arguments
-  sendSuper,     // a, b
-  arithmetic,    // a: literal, the selector; b: an ArithmeticKind
+  send,  // a: site
+  add,   // a: site; small integers and floats need no message for these
+  subtract,
+  multiply,
+  less,
+  greater,
+  atMost,
+  atLeast,
+  equal,
   jump,          // a: target
   jumpBack,      // a: target; counts as a step
   jumpIfFalse,   // a; takes a Boolean
@@ -33,10 +43,9 @@ enum class OpCode : std::uint8_t {
   makeBlock,     // a: number of the block
   makeArray,     // a: elements, taken from the stack
   answer,        // from the method or the block
+  answerSelf,    // from the method
   answerHome,    // from the method that the block belongs to
 };
-
-enum class ArithmeticKind : std::uint8_t { add, subtract, less, greater, atMost, atLeast, equal };
 
 struct Op {
   OpCode code;
@@ -53,14 +62,33 @@ struct BlockCode {
   std::uint32_t entry;  // first op
   std::uint32_t argumentCount;
   std::uint32_t temporaries;
+  std::uint32_t stackNeed;  // values at most, temporaries included
+};
+
+// A place that sends a message, and what the last send from there found.
+struct Site {
+  OopType selector;
+  std::uint32_t argumentCount;
+  bool toSuper;
+  OopType key;          // of the receiver, see Machine; 0 when nothing is known
+  std::uint32_t epoch;  // of the memory when it was found
+  const Routine* routine;
 };
 
 struct Code {
   std::vector<Op> ops;
   std::vector<OopType> literals;
-  std::vector<BlockCode> blocks;  // 0 is the method or text itself
-  OopType owner = 0;              // class whose superclass `super` starts from
+  mutable std::vector<Site> sites;  // what they found is no part of what the code does
+  std::vector<BlockCode> blocks;    // 0 is the method or text itself
+  OopType method = 0;               // the object that holds this code
+  OopType owner = 0;                // class whose superclass `super` starts from
+  bool classSide = false;           // of the class itself
+  bool hasHomeReturns = false;      // a block in it answers from the method
   std::uint32_t argumentCount() const { return blocks[0].argumentCount; }
+  std::size_t bytes() const {
+    return sizeof *this + ops.capacity() * sizeof(Op) + literals.capacity() * sizeof(OopType) +
+           sites.capacity() * sizeof(Site) + blocks.capacity() * sizeof(BlockCode);
+  }
 };
 
 }  // namespace zel

@@ -1,0 +1,140 @@
+// Programs in the embedded database beside the same in python3, both over 100,000 turns. Sorting
+// goes against sorted() with a comparing function, string building against itself at a tenth of
+// the length.
+#include <benchmark/benchmark.h>
+
+#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "paired.h"
+#include "zel.h"
+
+namespace {
+
+const ZelRtlJumpSType* zel = ZelGetRtlTable();
+
+[[noreturn]] void fail(const std::string& what) {
+  std::fprintf(stderr, "zel_bench: %s\n", what.c_str());
+  std::exit(1);
+}
+
+void run(const std::string& text) {
+  zel->ZelSetSessionId(zel->ZelGetSessionId());
+  zel->ZelExecuteStr(text.c_str(), NilOop);
+  ZelErrSType error;
+  if (zel->ZelErr(&error) != 0) fail(text + ": " + error.message);
+}
+
+// The other side: a python3 that runs what it is told and says how long it took.
+class Python {
+ public:
+  Python() {
+    int down[2];
+    int up[2];
+    if (pipe(down) != 0 || pipe(up) != 0) fail("no pipe");
+    if (fork() == 0) {
+      dup2(down[0], STDIN_FILENO);
+      dup2(up[1], STDOUT_FILENO);
+      for (const int end : {down[0], down[1], up[0], up[1]}) close(end);
+      execlp("python3", "python3", ZEL_BENCH_PYTHON, nullptr);
+      _exit(127);
+    }
+    close(down[0]);
+    close(up[1]);
+    to_ = fdopen(down[1], "w");
+    from_ = fdopen(up[0], "r");
+  }
+  double seconds(const char* name, int calls) {
+    double taken = 0;
+    std::fprintf(to_, "%s %d\n", name, calls);
+    std::fflush(to_);
+    if (std::fscanf(from_, "%lf", &taken) != 1) fail("python3 does not answer");
+    return taken;
+  }
+
+ private:
+  std::FILE* to_;
+  std::FILE* from_;
+};
+
+double secondsOf(const std::string& text, int calls) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (int call = 0; call < calls; ++call) run(text);
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+void beside(benchmark::State& state, const char* name, const std::string& text, double turns,
+            double bound) {
+  static Python python;
+  compareTimed(
+      state, [&](int calls) { return secondsOf(text, calls); },
+      [&](int calls) { return python.seconds(name, calls); }, {.units = turns, .bound = bound});
+}
+
+void BM_Sends(benchmark::State& state) {
+  beside(state, "sends", "| o | o := Thing new. 1 to: 100000 do: [:i | o itself]", 1e5, 1.0);
+}
+void BM_Additions(benchmark::State& state) {
+  beside(state, "additions", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1]. n", 1e5, 1.0);
+}
+void BM_LargeSums(benchmark::State& state) {
+  beside(state, "sums", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1000000000]. n", 1e5, 0);
+}
+void BM_BlockCalls(benchmark::State& state) {
+  beside(state, "blocks", "| b | b := [:x | x]. 1 to: 100000 do: [:i | b value: i]", 1e5, 1.0);
+}
+void BM_Fib20(benchmark::State& state) {
+  beside(state, "fib20", "Thing new fib: 20", 21891, 1.0);
+}
+void BM_Fib27(benchmark::State& state) {
+  beside(state, "fib27", "Thing new fib: 27", 832040, 1.0);
+}
+void BM_Floats(benchmark::State& state) {
+  beside(state, "floats", "| x | x := 0.5. 1 to: 100000 do: [:i | x := x * 1.0001 + 0.25]. x", 1e5,
+         1.5);
+}
+void BM_AtPut(benchmark::State& state) {
+  beside(state, "stores",
+         "| a | a := Array new: 1000. 1 to: 100000 do: [:i | a at: i \\\\ 1000 + 1 put: i]", 1e5,
+         1.5);
+}
+void BM_SortByBlock(benchmark::State& state) {
+  beside(state, "sort",
+         "| a s | s := 42. a := Array new: 300000. 1 to: 300000 do: [:i | "
+         "s := s * 1309 + 13849 \\\\ 65536. a at: i put: s]. a sort: [:x :y | x <= y]",
+         3e5, 2.0);
+}
+// Ten times the text takes about ten times as long, not a hundred times.
+void BM_StringBuilding(benchmark::State& state) {
+  const auto building = [](const char* turns) {
+    return std::string("| s | s := ''. 1 to: ") + turns + " do: [:i | s := s , 'abc']. s size";
+  };
+  compareTimed(
+      state, [&](int calls) { return secondsOf(building("100000"), calls); },
+      [&](int calls) { return secondsOf(building("10000"), calls); },
+      {.units = 1e5, .otherUnits = 1e4, .bound = 1.5});
+}
+BENCHMARK(BM_Sends)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_Additions)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_LargeSums)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_BlockCalls)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_Fib20)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_Fib27)->Iterations(7)->UseManualTime();
+BENCHMARK(BM_Floats)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_AtPut)->Iterations(51)->UseManualTime();
+BENCHMARK(BM_SortByBlock)->Iterations(3)->UseManualTime();
+BENCHMARK(BM_StringBuilding)->Iterations(11)->UseManualTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  zel->ZelInit();
+  zel->ZelLogin("SystemUser", "swordfish");
+  run("Object subclass: 'Thing'. Thing compile: 'itself'. Thing compile: "
+      "'fib: n ^n < 2 ifTrue: [n] ifFalse: [(self fib: n - 1) + (self fib: n - 2)]'");
+  benchmark::RunSpecifiedBenchmarks();
+  zel->ZelShutdown();
+}

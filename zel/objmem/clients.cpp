@@ -1,0 +1,157 @@
+#include "clients.h"
+
+#include <algorithm>
+
+namespace zel {
+
+namespace {
+
+constexpr std::size_t handedOutKept = 1024;
+constexpr std::size_t handedOutBytesKept = 4U << 20;
+
+// Bits of Client::marks.
+constexpr std::uint8_t Exported = 1;
+constexpr std::uint8_t Changed = 2;
+constexpr std::uint8_t HandedOut = 4;
+constexpr std::uint8_t Seen = 8;  // while the list of what was handed out is walked
+
+std::uint8_t markOf(const Client& client, OopType oop) {
+  const std::size_t index = oop >> 2;
+  return index < client.marks.size() ? client.marks[index] : std::uint8_t{0};
+}
+
+std::uint8_t& markAt(Client& client, OopType oop) {
+  const std::size_t index = oop >> 2;
+  if (index >= client.marks.size()) client.marks.resize(index + 1 + index / 2);
+  return client.marks[index];
+}
+
+void drop(Client& client, OopType oop, std::uint8_t bits) {
+  client.marks[oop >> 2] &= static_cast<std::uint8_t>(~bits);
+}
+
+// Drops the entries of objects that were released since, and double ones.
+void compactChanged(Client& client) {
+  std::vector<OopType> kept;
+  for (std::size_t i = client.firstUnreported; i < client.changed.size(); ++i) {
+    if ((markOf(client, client.changed[i]) & Changed) == 0) continue;
+    kept.push_back(client.changed[i]);
+    drop(client, client.changed[i], Changed);
+  }
+  for (const OopType oop : kept) markAt(client, oop) |= Changed;
+  client.changed = std::move(kept);
+  client.firstUnreported = 0;
+}
+
+// Walks what was handed out, newest first, and forgets what `keep` refuses.
+template <typename Keep>
+void keepIf(Client& client, Keep keep) {
+  auto kept = client.handedOut.end();
+  for (auto at = kept; at != client.handedOut.begin();) {
+    const OopType oop = *--at;
+    if ((markOf(client, oop) & (HandedOut | Seen)) != HandedOut) continue;
+    if (!keep(oop)) {
+      drop(client, oop, HandedOut);
+      continue;
+    }
+    client.marks[oop >> 2] |= Seen;
+    *--kept = oop;
+  }
+  client.handedOut.erase(client.handedOut.begin(), kept);
+  for (const OopType oop : client.handedOut) drop(client, oop, Seen);
+}
+
+}  // namespace
+
+void exportObject(Memory& memory, Client& client, OopType oop) {
+  Object& object = memory.require(oop);
+  std::uint8_t& mark = markAt(client, oop);
+  if ((mark & Exported) != 0) return;
+  mark |= Exported;
+  ++client.exportCount;
+  ++object.exports;
+}
+
+void releaseObject(Memory& memory, Client& client, OopType oop) {
+  if (!isReference(oop) || (markOf(client, oop) & Exported) == 0) return;
+  drop(client, oop, Exported | Changed);
+  --client.exportCount;
+  --memory.at(oop).exports;
+}
+
+void releaseAllObjects(Memory& memory, Client& client) {
+  for (std::uint32_t index = 0; index < client.marks.size(); ++index) {
+    releaseObject(memory, client, fixedOop(index));
+  }
+}
+
+void noteChanged(Memory& memory, OopType oop) {
+  constexpr std::size_t slack = 1024;
+  for (Client* client : memory.clients) {
+    if (!client->tracksChanges || (markOf(*client, oop) & (Exported | Changed)) != Exported) {
+      continue;
+    }
+    client->changed.push_back(oop);
+    client->marks[oop >> 2] |= Changed;
+    if (client->changed.size() > 2 * client->exportCount + slack) compactChanged(*client);
+  }
+}
+
+std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& complete) {
+  std::size_t taken = 0;
+  std::size_t at = client.firstUnreported;
+  for (; at < client.changed.size(); ++at) {
+    const OopType oop = client.changed[at];
+    if ((markOf(client, oop) & Changed) == 0) continue;  // released since
+    if (taken == room) break;
+    drop(client, oop, Changed);
+    oops[taken++] = oop;
+  }
+  client.firstUnreported = at;
+  complete = at == client.changed.size();
+  if (complete) {
+    client.changed.clear();
+    client.firstUnreported = 0;
+  }
+  return taken;
+}
+
+OopType handOut(const Memory& memory, Client& client, OopType oop) {
+  if (memory.find(oop) == nullptr || oop >> 2 < firstFreeIndex) return oop;
+  if (client.handedOut.size() >= 4 * handedOutKept) {
+    keepIf(client, [left = handedOutKept](OopType) mutable { return left != 0 && left-- != 0; });
+  }
+  client.handedOut.push_back(oop);
+  markAt(client, oop) |= HandedOut;
+  return oop;
+}
+
+void releaseHandedOut(Client& client, OopType oop) {
+  if (isReference(oop) && markOf(client, oop) != 0) drop(client, oop, HandedOut);
+}
+
+void markSaved(Memory& memory, const Client& client) {
+  if (client.exportCount != 0) {
+    for (std::uint32_t index = 0; index < client.marks.size(); ++index) {
+      if ((client.marks[index] & Exported) != 0) memory.mark(fixedOop(index));
+    }
+  }
+  for (const auto& [oop, image] : client.transaction.images) {
+    memory.mark(oop);
+    for (const OopType slot : image.slots) memory.mark(slot);
+  }
+}
+
+void keepHandedOut(Memory& memory, Client& client, bool pressed) {
+  std::size_t count = 0;
+  std::size_t bytes = 0;
+  keepIf(client, [&](OopType oop) {
+    if (pressed || count == handedOutKept || bytes > handedOutBytesKept) return false;
+    ++count;
+    memory.mark(oop);
+    bytes += memory.markReachable();
+    return true;
+  });
+}
+
+}  // namespace zel

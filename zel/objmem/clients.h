@@ -1,0 +1,43 @@
+// What each session holds of the object memory: objects that it was handed, its export set, which
+// of those changed, and its transaction.
+#pragma once
+
+#include "changes.h"
+
+namespace zel {
+
+struct Client {
+  std::int32_t id = 0;
+  bool tracksChanges = false;
+  std::vector<std::uint8_t> marks;  // by index of the object table, see clients.cpp
+  std::size_t exportCount = 0;
+  std::vector<OopType> changed;     // exported objects, in the order of the first change
+  std::size_t firstUnreported = 0;  // in `changed`
+  std::vector<OopType> handedOut;   // oldest first, perhaps more than once
+  Transaction transaction;
+};
+
+// The export set: oops that stay alive for the client whatever happens. Exporting throws
+// ErrNoSuchObject for what has no body; exporting and releasing twice is no error.
+void exportObject(Memory& memory, Client& client, OopType oop);
+void releaseObject(Memory& memory, Client& client, OopType oop);
+void releaseAllObjects(Memory& memory, Client& client);
+// Tells every client that has exported the object and tracks changes that it changed.
+void noteChanged(Memory& memory, OopType oop);
+// Moves up to `room` changed exported oops, oldest change first, to `oops`; they count as
+// unchanged afterwards. Answers how many; `complete` says whether that was all.
+std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& complete);
+
+// Held for the client: every oop that a table function answers is kept until the client releases
+// it or until, with a thousand other objects or four mebibytes of them and of what hangs on them
+// handed out after it, a collection comes. handOut answers `oop` itself. Both pass over values
+// without a body; releaseHandedOut also over what was not handed out.
+OopType handOut(const Memory& memory, Client& client, OopType oop);
+void releaseHandedOut(Client& client, OopType oop);
+
+// For collections: marks what the client keeps in any case, then of what it was handed what is
+// still to be kept. With `pressed` nothing of that.
+void markSaved(Memory& memory, const Client& client);
+void keepHandedOut(Memory& memory, Client& client, bool pressed);
+
+}  // namespace zel

@@ -1,0 +1,81 @@
+// What running programs are measured and stopped by: steps, the limit on them, and breaks.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "errors/failure.h"
+
+namespace zel {
+
+// A request to stop what runs. It reaches the run during which it is made and no other: what comes
+// when nothing runs is lost. From any thread or signal handler.
+class BreakRequest {
+ public:
+  enum Kind : std::uint32_t { none, soft, hard };
+
+  void make(Kind kind) {
+    std::uint32_t seen = word_.load();
+    while (seen >= firstRun && !word_.compare_exchange_weak(seen, (seen & ~3U) | kind)) {
+    }
+  }
+  void beginRun() {
+    lastRun_ += firstRun;
+    if (lastRun_ < firstRun) lastRun_ = firstRun;
+    word_.store(lastRun_);
+  }
+  void endRun() { word_.store(none); }
+  Kind made() const { return Kind(word_.load(std::memory_order_relaxed) & 3U); }
+  // Takes the request, which was seen, back.
+  void answered() { word_.fetch_and(~3U); }
+
+ private:
+  static constexpr std::uint32_t firstRun = 4;
+  std::atomic<std::uint32_t> word_{none};  // number of the run, 0 when nothing runs, and the kind
+  std::uint32_t lastRun_ = 0;
+};
+
+// Counts steps down to the next look at the break request and the limit. One step is a message or
+// the turn of a loop; a primitive charges about as many as the messages that its time is worth.
+class Meter {
+ public:
+  explicit Meter(BreakRequest& request) : request_(request) {}
+
+  std::int32_t countdown = 0;
+  std::uint64_t limit = 0;  // steps of one run, 0 for none
+
+  void begin();
+  void end();
+  // Counts steps inside a primitive or the compiler. Throws the break, or ErrStepLimit.
+  void charge(std::size_t steps) {
+    while (steps > stride) {
+      charge(stride);
+      steps -= stride;
+    }
+    if ((countdown -= static_cast<std::int32_t>(steps)) < 0) check();
+  }
+  // To be called when the countdown has gone below 0: throws as above, or sets it anew.
+  void check();
+  // Makes the countdown end at the next step.
+  void hurry();
+
+ private:
+  static constexpr std::int32_t stride = 10'000;
+  BreakRequest& request_;
+  std::uint64_t left_ = UINT64_MAX;  // of the limit, beyond the countdown
+};
+
+// Counts a run from its begin to its end.
+class Run {
+ public:
+  explicit Run(Meter& meter) : meter_(meter) { meter_.begin(); }
+  ~Run() { meter_.end(); }
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+
+ private:
+  Meter& meter_;
+};
+
+}  // namespace zel

@@ -1,0 +1,86 @@
+// Messages to System: transactions, suspension, and what the session says about itself.
+#include "system.h"
+
+#include "database.h"
+#include "objmem/values.h"
+
+namespace zel {
+
+namespace {
+
+Client& client(Machine& machine) {
+  return machine.database.current->client;
+}
+
+OopType commit(Machine& machine, OopType, const OopType*) {
+  commitTransaction(machine.memory, client(machine));
+  return TrueOop;
+}
+OopType abortMessage(Machine& machine, OopType receiver, const OopType*) {
+  abortTransaction(machine.memory, client(machine));
+  return receiver;
+}
+OopType needsCommit(Machine& machine, OopType, const OopType*) {
+  return booleanOop(!client(machine).transaction.images.empty());
+}
+OopType suspend(Machine&, OopType, const OopType* args) {
+  throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);
+}
+OopType userName(Machine& machine, OopType, const OopType*) {
+  return withRoom(machine.memory,
+                  [&] { return stringOop(machine.memory, machine.database.current->user); });
+}
+OopType sessionId(Machine& machine, OopType, const OopType*) {
+  return smallIntOop(machine.database.current->id);
+}
+OopType sessions(Machine& machine, OopType, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(machine.database.sessions.size()));
+}
+OopType version(Memory& memory, OopType, const OopType*) {
+  return stringOop(memory, "6.7.1");
+}
+OopType collectGarbage(Machine& machine, OopType receiver, const OopType*) {
+  machine.memory.collect();
+  return receiver;
+}
+OopType objectCount(Memory& memory, OopType, const OopType*) {
+  return integerOop(memory, static_cast<std::int64_t>(memory.statistics().objects));
+}
+OopType memoryBytes(Memory& memory, OopType, const OopType*) {
+  return integerOop(memory, static_cast<std::int64_t>(memory.statistics().bytes));
+}
+OopType memoryLimit(Memory& memory, OopType, const OopType*) {
+  return integerOop(memory, static_cast<std::int64_t>(memory.limit()));
+}
+// nil when there is none.
+OopType stepLimit(Memory& memory, OopType, const OopType*) {
+  const std::uint64_t limit = memory.meter.limit;
+  return limit != 0 ? integerOop(memory, static_cast<std::int64_t>(limit)) : NilOop;
+}
+
+constexpr Primitive systemClassMessages[] = {
+    {"commit", commit},
+    {"commitTransaction", commit},
+    {"abort", abortMessage},
+    {"abortTransaction", abortMessage},
+    {"needsCommit", needsCommit},
+    {"suspend:", suspend},
+    {"userName", userName},
+    {"sessionId", sessionId},
+    {"sessionCount", sessions},
+    {"version", version},
+    {"collectGarbage", collectGarbage},
+    {"objectCount", objectCount},
+    {"memoryBytes", memoryBytes},
+    {"memoryLimit", memoryLimit},
+    {"stepLimit", stepLimit},
+};
+constexpr ClassPrimitives families[] = {
+    {SystemClass, {}, systemClassMessages},
+};
+
+}  // namespace
+
+constinit const PrimitiveTable systemPrimitives = families;
+
+}  // namespace zel

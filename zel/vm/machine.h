@@ -1,0 +1,122 @@
+// Runs compiled code.
+//
+// A program runs in a process object of its own until it answers a value or fails. A failure that
+// no handler in the program takes is thrown to the caller; where it makes sense to go on with a
+// replacement value, Failure::context names the process, which can be continued.
+//
+// No message makes the machine call itself: what runs program code changes the process's stack and
+// frames and goes back to the one loop.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "objmem/memory.h"
+
+namespace zel {
+
+struct Database;
+
+// Names that belong to a session, and which session that is.
+struct Names {
+  std::int32_t sessionId = 0;
+  std::unordered_map<OopType, OopType> variables;  // Symbol to value
+  // The program of the session that failed last, while its object lives: only that one can be
+  // continued.
+  OopType failedProcess = 0;
+  std::uint64_t failure = 0;
+};
+
+class Machine {
+ public:
+  Machine(Memory& memoryToUse, Database& owner);
+  ~Machine() { memory.forgetRoots(this); }
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  Memory& memory;
+  Database& database;               // for the messages that concern sessions
+  Names* names = nullptr;           // of the current session
+  std::size_t mostFrames = 20'000;  // activations at a time
+
+  // Compiles and runs a text and answers its value. Throws the Failure that no handler took.
+  OopType execute(std::string_view source);
+  // Sends a message from outside, in the same way.
+  OopType perform(OopType receiver, std::string_view selector, std::span<const OopType> arguments);
+  // Continues a suspended process: with the value of the message it waits for, or with a failure
+  // in place of it. Throws ErrNotSuspended, and ErrBadSession for another session's.
+  OopType continueWithValue(OopType process, OopType value);
+  OopType continueWithFailure(OopType process, const Failure& failure);
+
+  // For control primitives, which find receiver and arguments on top of the stack, change it
+  // through these and answer frameChanged.
+  static constexpr OopType frameChanged = 0;
+  // Replaces the arguments on top of the stack.
+  void replaceArguments(std::size_t count, std::span<const OopType> arguments);
+  // Has a message sent to the receiver with so many arguments on top of the stack.
+  void sendNext(OopType selector, std::size_t argumentCount);
+  // Activates the block below the arguments on top of the stack. With a mark, `below` values of
+  // the mark lie in between.
+  void activateBlock(std::size_t argumentCount, FrameMark mark = FrameMark::none,
+                     std::uint8_t below = 0);
+
+ private:
+  struct Registers;
+  struct CachedLookup {
+    OopType key = 0;
+    OopType selector = 0;
+    const Routine* routine = nullptr;
+  };
+
+  OopType newProcess(OopType method);
+  OopType run(OopType process, const Failure* failure);
+  OopType suspendedProcess(OopType process);
+  OopType interpret();
+  void poll();
+  void sendPending();
+  const Routine& find(OopType receiver, OopType key, OopType selector, std::size_t argumentCount);
+  const Routine& findSuper(const Code& code, OopType selector, std::size_t argumentCount);
+  void findFor(Site& site, const Code& code, OopType receiver, OopType key);
+  [[noreturn]] void doesNotUnderstand(OopType selector, std::size_t argumentCount);
+  OopType floatArithmetic(OpCode code, OopType left, OopType right);
+  OopType callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments);
+  void growStacks(std::size_t need);
+  void enterCode(const Code& code, std::size_t argumentCount);
+  OopType readGlobal(OopType name);
+  void writeGlobal(OopType name, OopType value);
+  OopType makeBlock(std::uint32_t number);
+  OopType makeEnvironment(std::size_t size);
+  OopType makeArray(std::size_t size);
+  [[noreturn]] void notBoolean(OopType value);
+  void cutToHome();
+
+  // What happens when a running program fails: a handler takes over, or the process is put aside
+  // and the failure is thrown.
+  void handleOrThrow(const Failure& failure);
+  std::size_t handlerDepth(OopType exceptionClass) const;
+  void activateHandler(std::size_t depth, const Failure& failure);
+  [[noreturn]] void putAside(Failure failure);
+  void giveUp(OopType process);
+  void giveUpFailed();
+  OopType classOfFailure(const Failure& failure) const;
+  OopType exceptionFor(const Failure& failure);
+
+  void markRoots();
+
+  static constexpr std::size_t cacheSize = 1024;
+  CachedLookup cache_[cacheSize];
+  std::uint32_t cacheEpoch_ = 0;
+  std::uint64_t lastActivation_ = 0;
+  std::uint64_t lastFailure_ = 0;
+  OopType running_ = 0;                // the process object
+  ProcessState* process_ = nullptr;    // its state
+  const Failure* inFlight_ = nullptr;  // whose objects a collection must not take
+};
+
+// How many arguments the block takes.
+std::uint32_t blockArguments(const Memory& memory, OopType block);
+
+// Named slots of exceptions, from 0.
+enum ExceptionSlot { ExceptionText, ExceptionNumber, ExceptionArguments, ExceptionStack };
+
+}  // namespace zel
