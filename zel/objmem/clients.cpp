@@ -43,22 +43,26 @@ void compactChanged(Client& client) {
   client.firstUnreported = 0;
 }
 
-// Walks what was handed out, newest first, and forgets what `keep` refuses.
+// Walks what was handed out, newest first, and forgets double entries and what `keep` refuses.
 template <typename Keep>
 void keepIf(Client& client, Keep keep) {
+  const auto current = client.handedOut.end() - static_cast<std::ptrdiff_t>(client.handedOutNow);
   auto kept = client.handedOut.end();
   for (auto at = kept; at != client.handedOut.begin();) {
+    const bool now = at > current;
     const OopType oop = *--at;
-    if ((markOf(client, oop) & (HandedOut | Seen)) != HandedOut) continue;
-    if (!keep(oop)) {
-      drop(client, oop, HandedOut);
-      continue;
+    const bool there = (markOf(client, oop) & (HandedOut | Seen)) == HandedOut;
+    if (there && (now || keep(oop))) {
+      client.marks[oop >> 2] |= Seen;
+      *--kept = oop;
+    } else {
+      client.handedOutNow -= now ? 1 : 0;
+      if (there) drop(client, oop, HandedOut);
     }
-    client.marks[oop >> 2] |= Seen;
-    *--kept = oop;
   }
   client.handedOut.erase(client.handedOut.begin(), kept);
   for (const OopType oop : client.handedOut) drop(client, oop, Seen);
+  client.compactAt = std::max(4 * handedOutKept, 2 * client.handedOut.size());
 }
 
 }  // namespace
@@ -118,10 +122,11 @@ std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& c
 
 OopType handOut(const Memory& memory, Client& client, OopType oop) {
   if (memory.find(oop) == nullptr || oop >> 2 < firstFreeIndex) return oop;
-  if (client.handedOut.size() >= 4 * handedOutKept) {
+  if (client.handedOut.size() >= client.compactAt) {
     keepIf(client, [left = handedOutKept](OopType) mutable { return left != 0 && left-- != 0; });
   }
   client.handedOut.push_back(oop);
+  ++client.handedOutNow;
   markAt(client, oop) |= HandedOut;
   return oop;
 }
@@ -143,10 +148,14 @@ void markSaved(Memory& memory, const Client& client) {
 }
 
 void keepHandedOut(Memory& memory, Client& client, bool pressed) {
-  std::size_t count = 0;
-  std::size_t bytes = 0;
+  for (std::size_t i = client.handedOut.size() - client.handedOutNow; i < client.handedOut.size();
+       ++i) {
+    if ((markOf(client, client.handedOut[i]) & HandedOut) != 0) memory.mark(client.handedOut[i]);
+  }
+  std::size_t count = client.handedOutNow;
+  std::size_t bytes = memory.markReachable();
   keepIf(client, [&](OopType oop) {
-    if (pressed || count == handedOutKept || bytes > handedOutBytesKept) return false;
+    if (pressed || count >= handedOutKept || bytes > handedOutBytesKept) return false;
     ++count;
     memory.mark(oop);
     bytes += memory.markReachable();

@@ -13,6 +13,8 @@ struct Client {
   std::size_t exportCount = 0;
   std::vector<OopType> changed;     // exported objects, in the order of the first change
   std::size_t firstUnreported = 0;  // in `changed`
+  std::size_t handedOutNow = 0;     // newest entries of handedOut, made in the current request
+  std::size_t compactAt = 0;        // entries of handedOut to look for double ones at
   std::vector<OopType> handedOut;   // oldest first, perhaps more than once
   Transaction transaction;
 };
@@ -29,14 +31,18 @@ void noteChanged(Memory& memory, OopType oop);
 std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& complete);
 
 // Held for the client: every oop that a table function answers is kept until the client releases
-// it or until, with a thousand other objects or four mebibytes of them and of what hangs on them
-// handed out after it, a collection comes. handOut answers `oop` itself. Both pass over values
-// without a body; releaseHandedOut also over what was not handed out.
+// it or until, in a later request, a thousand other objects were handed out after it, or four
+// mebibytes of them and of what hangs on them, and a collection comes. handOut answers `oop`
+// itself. Both pass over values without a body; releaseHandedOut also over what was not handed out.
 OopType handOut(const Memory& memory, Client& client, OopType oop);
 void releaseHandedOut(Client& client, OopType oop);
+// Begins a request of the client's.
+inline void beginRequest(Client& client) {
+  client.handedOutNow = 0;
+}
 
 // For collections: marks what the client keeps in any case, then of what it was handed what is
-// still to be kept. With `pressed` nothing of that.
+// still to be kept. With `pressed` that is only what the current request was handed.
 void markSaved(Memory& memory, const Client& client);
 void keepHandedOut(Memory& memory, Client& client, bool pressed);
 

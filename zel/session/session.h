@@ -20,6 +20,7 @@ struct Session {
   Names names;
   Client client;
   PendingError error;
+  bool selects = false;  // its client says itself where requests begin, by selecting it
 };
 
 // Stores a failure as the pending error, in place of an earlier one. Its objects are handed out to

@@ -11,9 +11,17 @@ namespace zel::slots {
 
 namespace {
 
+// What runs a program begins a request of clients that do not begin theirs by selecting the
+// session.
+Database& databaseToRun() {
+  Database& database = sessionDatabase();
+  if (!database.current->selects) beginRequest(database.current->client);
+  return database;
+}
+
 // The symbol list of a session is always the globals; the argument only has to be an object.
 OopType execute(std::string_view source, OopType symbolList) {
-  Database& database = sessionDatabase();
+  Database& database = databaseToRun();
   database.memory.requireValue(symbolList);
   const Run run(database.memory.meter);
   return handOut(database, database.machine.execute(source));
@@ -67,7 +75,7 @@ OopType ZelExecute(OopType source, OopType symbolList) {
 OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
                    ArraySizeType count) {
   return guarded(NoOop, [&] {
-    Database& database = sessionDatabase();
+    Database& database = databaseToRun();
     requirePointer(selector, 1, "the selector");
     requirePointer(args, count, "the argument array");
     database.memory.requireValue(receiver);
@@ -85,7 +93,7 @@ OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
 
 OopType ZelContinueWith(OopType process, OopType replacement, long, ZelErrSType* error) {
   return guarded(NoOop, [&] {
-    Database& database = sessionDatabase();
+    Database& database = databaseToRun();
     const Run run(database.memory.meter);
     if (error == nullptr) return handOut(database, continueWith(database, process, replacement));
     const Failure failure(

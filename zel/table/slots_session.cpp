@@ -99,6 +99,8 @@ void ZelSetSessionId(ZelSessionIdType id) {
     selectSession(*database, id);
     // A new request begins: an error that nobody asked for belongs to an earlier one.
     database->current->error.set = false;
+    database->current->selects = true;
+    beginRequest(database->current->client);
     database->memory.collectIfDue();
   });
 }
