@@ -114,7 +114,7 @@ void BM_StringBuilding(benchmark::State& state) {
   compareTimed(
       state, [&](int calls) { return secondsOf(building("100000"), calls); },
       [&](int calls) { return secondsOf(building("10000"), calls); },
-      {.units = 1e5, .otherUnits = 1e4, .bound = 1.5});
+      {.units = 1e5, .otherUnits = 1e4, .bound = 3.0});
 }
 BENCHMARK(BM_Sends)->Iterations(51)->UseManualTime();
 BENCHMARK(BM_Additions)->Iterations(51)->UseManualTime();

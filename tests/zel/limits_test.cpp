@@ -25,6 +25,9 @@ TEST_F(Limits, RunawayProgramsEnd) {
     EXPECT_EQ(2522, errorOf(endless)) << endless;
     EXPECT_EQ("7", show("3 + 4"));
   }
+  // A message that has itself sent, for ever, without a frame of its own.
+  EXPECT_EQ(2522, errorOf("a := {#perform:withArguments:. nil}. a at: 2 put: a. "
+                          "nil perform: #perform:withArguments: withArguments: a"));
   EXPECT_EQ(2138, errorOf("Object compile: 'deep ^self deep'. nil deep"));
   EXPECT_EQ(2138, errorOf("f := nil. f := [f value]. f value"));
   database().memory.meter.limit = 0;
@@ -79,6 +82,109 @@ TEST_F(Limits, MemoryIsBoundedAndComesBack) {
   EXPECT_EQ("7", show("k := nil. System collectGarbage. 3 + 4"));
   // Garbage alone never fills it.
   EXPECT_EQ("'done'", show("1 to: 100 do: [:i | Array new: 1000000]. 'done'"));
+}
+
+// However often programs fill the memory, small ones run, and what was given up comes back.
+TEST_F(Limits, AFullMemoryCanBeEmptied) {
+  database().memory.setLimit(16U << 20);
+  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  run("h := OrderedCollection new");
+  for (const char* filling : {"[h add: (String new: 10)] repeat", "[h add: 'x' copy] repeat",
+                              "[h add: 5] repeat", "[[h add: {5}] repeat] on: Error do: [nil foo]",
+                              "| s | s := ''. [h add: s. s := s , (String new: 1000)] repeat"}) {
+    for (int i = 0; i < 20; ++i) EXPECT_NE(0, errorOf(filling)) << filling;
+    EXPECT_EQ("7", show("3 + 4"));
+    EXPECT_EQ("'7'", shown(zel->ZelPerform(31, "printString", nullptr, 0)));
+  }
+  const ZelSessionIdType first = zel->ZelGetSessionId();
+  ASSERT_NE(0, zel->ZelLogin("DataCurator", "swordfish"));
+  EXPECT_EQ("7", show("3 + 4"));
+  zel->ZelLogout();
+  zel->ZelSetSessionId(first);
+  EXPECT_EQ("an OrderedCollection( )", show("h size: 0. h"));
+  run("h := nil");
+  for (int i = 0; i < 1100; ++i) {  // until h itself is no longer handed out
+    zel->ZelSetSessionId(first);
+    run("'x' copy");
+  }
+  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (128U << 10));
+}
+
+TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
+  database().memory.setLimit(64U << 20);
+  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_EQ(2010, errorOf("| a | a := (1 to: 50000) collect: [:k | k printString]. a foo: 1"));
+  }
+  // Only the program that failed last can be continued.
+  const OopType process = error.context;
+  ASSERT_EQ(2010, errorOf("nil foo"));
+  EXPECT_EQ(2510, (zel->ZelContinueWith(process, 1, 0, nullptr), errorNumber()));
+  for (int i = 0; i < 20'000; ++i) ASSERT_EQ(2010, errorOf("nil foo: 3"));
+  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (1U << 20));
+}
+
+// Marking takes neither C++ stack nor memory, however deep a structure is.
+TEST_F(Limits, DeepStructuresSurviveCollections) {
+  run("list := nil. 1 to: 300000 do: [:i | list := {list. i}]");
+  objects();
+  EXPECT_EQ("300000", show("| n at | n := 0. at := list. [at isNil] whileFalse: [n := n + 1. "
+                           "at := at at: 1]. n"));
+}
+
+// What takes long without a message counts steps, too, and is seen by breaks as often.
+TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
+  run("k := (1 to: 20000) collect: [:i | {i}]. m := k collect: [:each | each copy]");
+  database().memory.meter.limit = 10'000;
+  for (const std::string& source : {std::string("k asSet"), std::string("k = m"),
+                                    "#(" + repeated("a ", 20'000) + ")", repeated("3. ", 20'000)}) {
+    EXPECT_EQ(2522, errorOf(source)) << source.substr(0, 60);
+  }
+}
+
+// Two databases in one process know nothing of each other.
+TEST(Databases, AreIndependent) {
+  zel::BreakRequest breaks[2];
+  zel::Database first(breaks[0]);
+  zel::Database second(breaks[1]);
+  for (zel::Database* database : {&first, &second}) {
+    login(*database, "SystemUser", "swordfish");
+    database->machine.execute("Object subclass: 'Only'. x := 3");
+  }
+  first.machine.execute("Only compile: 'answer ^42'. x := Only new answer");
+  const auto shown = [](zel::Database& database, const char* source) {
+    return zel::printString(database.memory, database.machine.execute(source));
+  };
+  EXPECT_EQ("42 3", shown(first, "x") + " " + shown(second, "x"));
+  EXPECT_THROW(second.machine.execute("Only new answer"), zel::Failure);
+}
+
+TEST(Environment, SetsLimits) {
+  const ZelRtlJumpSType* table = ZelGetRtlTable();
+  const auto loginWith = [&](const char* name, const char* value) {
+    table->ZelShutdown();
+    setenv(name, value, 1);
+    table->ZelInit();
+    unsetenv(name);
+    table->ZelLogin("SystemUser", "swordfish");
+    ZelErrSType error{};
+    table->ZelErr(&error);
+    return std::string(error.message);
+  };
+  const auto limits = [] {
+    const zel::Memory& memory = zel::library().database->memory;
+    return std::pair(memory.limit(), memory.meter.limit);
+  };
+  EXPECT_EQ("", loginWith("POVZEL_MEMORY", "16M"));
+  EXPECT_EQ(std::pair(std::size_t{16} << 20, std::uint64_t{0}), limits());
+  EXPECT_EQ("", loginWith("POVZEL_STEPS", "1000"));
+  EXPECT_EQ(std::pair(std::size_t{256} << 20, std::uint64_t{1000}), limits());
+  for (const std::string name : {"POVZEL_MEMORY", "POVZEL_STEPS"}) {
+    for (const char* value : {"x", "-1", "12Q", "1 M", "99999999999999999999", "5MM"}) {
+      EXPECT_THAT(loginWith(name.c_str(), value), testing::StartsWith("login denied: " + name));
+    }
+  }
+  table->ZelShutdown();
 }
 
 TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {

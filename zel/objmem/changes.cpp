@@ -41,7 +41,8 @@ void putBack(Memory& memory, OopType oop, const Image& image) {
 }  // namespace
 
 void prepareWrite(Memory& memory, OopType oop) {
-  const Object& object = memory.require(oop);
+  if (memory.require(oop).shared) memory.unshare(oop);
+  const Object& object = memory.at(oop);
   Client* client = memory.current;
   if (object.invariant) throw Failure(ErrInvariant, "the object cannot be changed", {oop});
   if (object.writer != 0 && (client == nullptr || object.writer != client->id)) {

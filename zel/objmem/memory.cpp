@@ -28,8 +28,17 @@ std::size_t gapBytes(Object& object) {
   return static_cast<std::size_t>(object.bytes - startOfBody(object));
 }
 
+// In the object's own block, the header aside.
+std::size_t bodyBytes(Object& object) {
+  return object.shared ? 0 : gapBytes(object) + object.capacity * unitOf(object);
+}
+
+SharedBytes& sharedBytes(const Object& object) {
+  return *(reinterpret_cast<SharedBytes*>(object.bytes) - 1);
+}
+
 std::size_t footprint(Object& object) {
-  return objectOverhead + gapBytes(object) + object.capacity * unitOf(object) +
+  return objectOverhead + bodyBytes(object) +
          (object.extra != nullptr ? object.extra->accounted : 0);
 }
 
@@ -115,6 +124,7 @@ inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size
                                     false,
                                     false,
                                     false,
+                                    false,
                                     nullptr};
   object->bytes = startOfBody(*object);
   used_ += objectOverhead + size * unitOf(*object);
@@ -146,6 +156,45 @@ OopType Memory::allocateNumber(OopType classOop, std::uint64_t bits) {
   return fixedOop(index);
 }
 
+OopType Memory::allocateJoined(OopType left, std::string_view text) {
+  constexpr std::size_t least = 512;  // below, a copy costs less than the sharing
+  const Object& first = at(left);
+  const std::size_t size = first.size + text.size();
+  if (size > largestObjectBytes) tooLarge();
+  if (size < least) {
+    const OopType oop = allocate(StringClassOop, Impl::bytes, 0, size, true);
+    std::copy_n(first.bytes, first.size, at(oop).bytes);
+    std::copy_n(text.data(), text.size(), at(oop).bytes + first.size);
+    return oop;
+  }
+  SharedBytes* bytes = first.shared ? &sharedBytes(first) : nullptr;
+  const bool fits = bytes != nullptr && bytes->used == first.size && size <= bytes->capacity;
+  // Room to spare only for what is not appended to for the first time.
+  const std::size_t capacity = first.shared ? std::min(size + size / 2, largestObjectBytes) : size;
+  const std::size_t added = fits ? 0 : sizeof(SharedBytes) + capacity;
+  reserve(added + objectOverhead);
+  const std::uint32_t index = freeIndex();
+  void* block = newBlock(0);
+  if (!fits) {
+    bytes = static_cast<SharedBytes*>(blocks_.allocate(added));
+    if (bytes == nullptr) {
+      blocks_.release(block, sizeof(Object));
+      noBlock();
+    }
+    *bytes = {0, first.size, static_cast<std::uint32_t>(capacity)};
+    std::copy_n(first.bytes, first.size, reinterpret_cast<ByteType*>(bytes + 1));
+    used_ += added;
+  }
+  Object* object = place(block, StringClassOop, Impl::bytes, 0, 0, true);
+  object->bytes = reinterpret_cast<ByteType*>(bytes + 1);
+  object->shared = true;
+  std::copy_n(text.data(), text.size(), object->bytes + first.size);
+  object->size = object->capacity = bytes->used = static_cast<std::uint32_t>(size);
+  ++bytes->owners;
+  table_[index] = object;
+  return fixedOop(index);
+}
+
 Object& Memory::allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
                               bool indexable) {
   Object* object =
@@ -160,7 +209,7 @@ Object& Memory::moveBody(OopType oop, std::size_t gap, std::size_t capacity) {
   const std::size_t unit = unitOf(*object);
   const std::size_t before = footprint(*object);
   const std::size_t bytes = (gap + capacity) * unit;
-  const std::size_t now = gapBytes(*object) + object->capacity * unit;
+  const std::size_t now = bodyBytes(*object);
   if (bytes > now) reserve(bytes - now);
   auto* moved = new (newBlock(bytes)) Object(*object);
   moved->bytes = startOfBody(*moved) + gap * unit;
@@ -172,27 +221,58 @@ Object& Memory::moveBody(OopType oop, std::size_t gap, std::size_t capacity) {
   return *moved;
 }
 
-// Uses the gap in front where that pays, or where there is no other room.
+// Grows in proportion, less where memory is short, but never so little that growing by small steps
+// takes quadratic time. Uses the gap in front where that pays, or where there is no other room.
 Object& Memory::enlarge(OopType oop, std::size_t size) {
-  Object& object = at(oop);
-  const std::size_t gap = gapBytes(object) / unitOf(object);
+  const Object& object = at(oop);
+  const std::size_t gap = gapBytes(at(oop)) / unitOf(object);
+  const std::size_t capacity = object.capacity;
   const std::size_t most = largestObjectBytes / unitOf(object);
-  const std::size_t amortised = object.capacity + object.capacity / 2 + leastCapacity;
-  const bool fits = size <= gap + object.capacity;
-  if (!fits || gap <= size / 2) {
-    try {
-      return moveBody(oop, 0, std::min(std::max(size, amortised), most));
-    } catch (const MemoryFull&) {
-      if (!fits) return moveBody(oop, 0, size);
-    }
+  const auto grownBy = [&](std::size_t share) {
+    return std::min(std::max(size, capacity + capacity / share + leastCapacity), most);
+  };
+  const bool fits = size <= gap + capacity;
+  if (fits && gap > size / 2) return closeGap(oop);
+  try {
+    return moveBody(oop, 0, grownBy(2));
+  } catch (const MemoryFull&) {
+    return fits ? closeGap(oop) : moveBody(oop, 0, grownBy(32));
   }
-  std::memmove(startOfBody(object), object.bytes, object.size * unitOf(object));
-  object.bytes = startOfBody(object);
-  object.capacity += static_cast<std::uint32_t>(gap);
+}
+
+Object& Memory::closeGap(OopType oop) {
+  Object& object = at(oop);
+  ByteType* start = startOfBody(object);
+  object.capacity += static_cast<std::uint32_t>(gapBytes(object) / unitOf(object));
+  std::memmove(start, object.bytes, object.size * unitOf(object));
+  object.bytes = start;
   return object;
 }
 
+void Memory::unshare(OopType oop) {
+  Object* object = &at(oop);
+  if (!object->shared) return;
+  reserve(object->size);
+  auto* own = new (newBlock(object->size)) Object(*object);
+  own->bytes = startOfBody(*own);
+  own->shared = false;
+  std::copy_n(object->bytes, object->size, own->bytes);
+  used_ += object->size;
+  releaseShare(*object);
+  blocks_.release(object, sizeof(Object));
+  table_[oop >> 2] = own;
+}
+
+void Memory::releaseShare(Object& object) {
+  SharedBytes& bytes = sharedBytes(object);
+  if (--bytes.owners != 0) return;
+  const std::size_t size = sizeof(SharedBytes) + bytes.capacity;
+  used_ -= size;
+  blocks_.release(&bytes, size);
+}
+
 Object& Memory::resize(OopType oop, std::size_t size) {
+  unshare(oop);
   Object* object = &at(oop);
   if (size > largestObjectBytes / unitOf(*object)) tooLarge();
   if (size > object->capacity) object = &enlarge(oop, size);
@@ -238,21 +318,23 @@ void Memory::recount(OopType oop) {
 
 void Memory::setLimit(std::size_t bytes) {
   limit_ = bytes;
-  useRoom(room_);
+  ceiling_ = ceilingOf(Room::programs);
   dueAt_ = used_ + leastBytesBetweenCollections;
 }
 
-Room Memory::useRoom(Room room) {
-  const Room before = room_;
-  const std::size_t keptBack = std::min(mostKeptBack, limit_ / 16);
-  room_ = room;
-  ceiling_ = limit_ - (room == Room::library ? 0 : room == Room::rescue ? keptBack / 2 : keptBack);
-  return before;
+std::size_t Memory::keptBack() const {
+  return std::min(mostKeptBack, limit_ / 16);
+}
+
+std::size_t Memory::ceilingOf(Room room) const {
+  if (room == Room::library) return limit_;
+  if (room == Room::programs) return limit_ - keptBack();
+  const std::size_t top = limit_ - keptBack() / 2;
+  return used_ + (top - std::min(used_, top)) / 2;
 }
 
 Room Memory::roomToRun() const {
-  const std::size_t keptBack = std::min(mostKeptBack, limit_ / 16);
-  return used_ > limit_ - 2 * keptBack ? Room::rescue : Room::programs;
+  return used_ > limit_ - 2 * keptBack() ? Room::rescue : Room::programs;
 }
 
 void Memory::markContents(const Object& object) {
@@ -284,7 +366,7 @@ std::size_t Memory::markReachable() {
   while (!markStack_.empty()) {
     Object& object = at(markStack_.back());
     markStack_.pop_back();
-    bytes += footprint(object);
+    bytes += footprint(object) + (object.shared ? object.size : 0);
     markContents(object);
   }
   return bytes;
@@ -304,8 +386,9 @@ void Memory::sweep() {
 }
 
 void Memory::release(Object* object) {
-  const std::size_t bytes = gapBytes(*object) + object->capacity * unitOf(*object);
+  const std::size_t bytes = bodyBytes(*object);
   used_ -= objectOverhead + bytes;
+  if (object->shared) releaseShare(*object);
   if (object->extra != nullptr) {
     used_ -= object->extra->accounted;
     delete object->extra;

@@ -23,8 +23,9 @@ constexpr std::size_t largestObjectBytes = 64U << 20;
 constexpr std::size_t defaultMemoryLimit = 256U << 20;
 
 // Whose needs an allocation serves. The last part of the memory is kept back, so that a full one
-// still compiles and runs what empties it: half of it for programs that begin in a full memory,
-// half for the library alone, which gives back what it takes.
+// still compiles and runs what empties it. Half of it is for programs that begin in a full memory,
+// each of which may take half of what the former ones left; half is for the library alone, which
+// gives back what it takes.
 enum class Room : std::uint8_t { programs, rescue, library };
 
 struct MemoryStatistics {
@@ -58,6 +59,9 @@ class Memory {
                    bool indexable);
   // Creates a number: a fixed-size object of 8 bytes.
   OopType allocateNumber(OopType classOop, std::uint64_t bits);
+  // Creates a string of the bytes of the one followed by the text; appending again and again takes
+  // linear time.
+  OopType allocateJoined(OopType left, std::string_view text);
   // Creates the object with the fixed oop `oop`, which must be free.
   Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
                         bool indexable);
@@ -68,6 +72,8 @@ class Memory {
   // Makes room for one more slot before the first indexed one, or takes that one away; amortised.
   Object& insertFirst(OopType oop);
   void removeFirst(OopType oop);
+  // Gives the object bytes of its own, if it shares them. Throws MemoryFull.
+  void unshare(OopType oop);
   // What the object carries beside its body, made on first use. Whoever changes it calls recount.
   Extra& extraOf(OopType oop);
   void recount(OopType oop);
@@ -83,8 +89,6 @@ class Memory {
   // How many bytes all objects together may take.
   void setLimit(std::size_t bytes);
   std::size_t limit() const { return limit_; }
-  // Says for whom what follows allocates; answers for whom it was.
-  Room useRoom(Room room);
   // The room of a program that begins now.
   Room roomToRun() const;
 
@@ -134,6 +138,7 @@ class Memory {
   std::unordered_map<std::string, OopType, TextHash, std::equal_to<>> symbols;
 
  private:
+  friend class InRoom;
   struct Roots {
     void* owner;
     void (*visit)(void* owner, Memory& memory);
@@ -148,6 +153,8 @@ class Memory {
     return cursor_;
   }
   void growTable();
+  std::size_t keptBack() const;
+  std::size_t ceilingOf(Room room) const;
   void* newBlock(std::size_t bytes) {
     void* block = blocks_.allocate(sizeof(Object) + bytes);
     if (block == nullptr) noBlock();
@@ -158,10 +165,12 @@ class Memory {
                 bool indexable);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
   Object& enlarge(OopType oop, std::size_t size);
+  Object& closeGap(OopType oop);
   void markContents(const Object& object);
   void markHeld(bool pressed);
   void sweep();
   void release(Object* object);
+  void releaseShare(Object& object);
 
   Blocks blocks_;
   std::vector<Object*> table_;
@@ -170,7 +179,6 @@ class Memory {
   std::uint32_t cursor_;  // where the search for a free entry goes on
   std::size_t limit_ = 0;
   std::size_t ceiling_ = 0;  // of the room in use
-  Room room_ = Room::library;
   std::size_t used_ = 0;
   std::size_t dueAt_ = 0;
   std::size_t objects_ = 0;
@@ -178,17 +186,19 @@ class Memory {
   std::unique_ptr<char[]> ballast_;  // given up when the process itself has no memory left
 };
 
-// Says for whom a block of code allocates.
+// Says for whom a block of code allocates; outside of all of them it is for programs.
 class InRoom {
  public:
-  InRoom(Memory& memory, Room room) : memory_(memory), before_(memory.useRoom(room)) {}
-  ~InRoom() { memory_.useRoom(before_); }
+  InRoom(Memory& memory, Room room) : memory_(memory), before_(memory.ceiling_) {
+    memory.ceiling_ = memory.ceilingOf(room);
+  }
+  ~InRoom() { memory_.ceiling_ = before_; }
   InRoom(const InRoom&) = delete;
   InRoom& operator=(const InRoom&) = delete;
 
  private:
   Memory& memory_;
-  Room before_;
+  std::size_t before_;
 };
 
 // Carries `operation` out, and once more after a collection if it finds no room. For operations

@@ -46,6 +46,15 @@ struct Extra {
   std::size_t accounted = 0;              // bytes of the above that the memory has counted
 };
 
+// Bytes that several objects have in common: each has some from the first one on. What is appended
+// to the one that has them all needs no copy of them, and a string built piece by piece no
+// quadratic time.
+struct SharedBytes {
+  std::uint32_t owners;
+  std::uint32_t used;
+  std::uint32_t capacity;
+};
+
 struct Object {
   OopType classOop;
   union {            // in this block, behind the header and perhaps a gap
@@ -63,6 +72,7 @@ struct Object {
   bool fixedSize : 1;  // bytes can be replaced, never added
   bool invariant : 1;
   bool marked : 1;
+  bool shared : 1;  // its bytes are a SharedBytes' first ones, and must be copied to be changed
   Extra* extra;
 
   bool holdsBytes() const { return impl == Impl::bytes; }

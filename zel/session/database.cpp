@@ -84,7 +84,6 @@ Database::Database(BreakRequest& breaks) : memory(breaks), machine(memory, *this
     compileMethod(memory, method.owner, method.source, method.classSide);
   }
   readLimits(*this);
-  memory.useRoom(Room::programs);
   memory.addRoots(this, [](void* owner, Memory& marked) {
     for (const auto& [id, session] : static_cast<Database*>(owner)->sessions) {
       markSession(marked, session);

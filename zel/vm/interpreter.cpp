@@ -655,7 +655,8 @@ OopType Machine::interpret() {
   }
 }
 
-OopType Machine::run(OopType processOop, const Failure* failure) {
+// `briefly` is for what keeps nothing of what it makes.
+OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
   struct Running {
     Machine& machine;
     ~Running() {
@@ -669,7 +670,7 @@ OopType Machine::run(OopType processOop, const Failure* failure) {
   process_->suspended = false;
   inFlight_ = failure;
   if (memory.roomToRun() != Room::programs) memory.collect(true);
-  const InRoom room(memory, memory.roomToRun());
+  const InRoom room(memory, briefly ? Room::library : memory.roomToRun());
   if (failure != nullptr) handleOrThrow(*failure);
   while (true) {
     try {
@@ -715,7 +716,7 @@ OopType Machine::newProcess(OopType method) {
 
 OopType Machine::execute(std::string_view source) {
   const InRoom room(memory, Room::library);
-  return run(withRoom(memory, [&] { return newProcess(compileText(memory, source)); }), nullptr);
+  return run(withRoom(memory, [&] { return newProcess(compileText(memory, source)); }));
 }
 
 OopType Machine::perform(OopType receiver, std::string_view selector,
@@ -723,7 +724,14 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const InRoom room(memory, Room::library);
   const OopType process = withRoom(
       memory, [&] { return newProcess(compileMessage(memory, receiver, selector, arguments)); });
-  return run(process, nullptr);
+  // A full memory can still be printed.
+  const OopType key = keyOf(memory, receiver);
+  const bool classSide = (key & 2) != 0;
+  const OopType method =
+      lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
+  const bool briefly =
+      method != 0 && memory.at(method).extra->routine->kind == Routine::Kind::primitive;
+  return run(process, nullptr, briefly);
 }
 
 OopType Machine::suspendedProcess(OopType process) {
@@ -747,7 +755,7 @@ OopType Machine::continueWithValue(OopType process, OopType value) {
     state.top = state.place + 1;
     state.sendNext = 0;
   }
-  return run(process, nullptr);
+  return run(process);
 }
 
 OopType Machine::continueWithFailure(OopType process, const Failure& failure) {

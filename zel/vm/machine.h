@@ -69,7 +69,7 @@ class Machine {
   };
 
   OopType newProcess(OopType method);
-  OopType run(OopType process, const Failure* failure);
+  OopType run(OopType process, const Failure* failure = nullptr, bool briefly = false);
   OopType suspendedProcess(OopType process);
   OopType interpret();
   void poll();

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstring>
 #include <functional>
 
 #include "lang/lexer.h"
@@ -29,9 +30,7 @@ OopType likeReceiver(Memory& memory, OopType receiver, std::string_view text) {
 // A string with a double-byte one gives a double-byte one.
 OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   if (isString(memory, receiver) && isString(memory, args[0])) {
-    std::string text(bytesOf(memory, receiver));
-    text += bytesOf(memory, args[0]);
-    return stringOop(memory, text);
+    return memory.allocateJoined(receiver, bytesOf(memory, args[0]));
   }
   const auto units = [&](OopType oop) {
     return isDoubleByteString(memory, oop) ? unitsOf(memory, oop)
@@ -41,6 +40,9 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 int order(Memory& memory, OopType receiver, OopType argument) {
+  if (isString(memory, receiver) && isString(memory, argument)) {
+    return bytesOf(memory, receiver).compare(bytesOf(memory, argument));
+  }
   if (isDoubleByteString(memory, receiver) && isDoubleByteString(memory, argument)) {
     return unitsOf(memory, receiver).compare(unitsOf(memory, argument));
   }
@@ -73,11 +75,26 @@ OopType reversed(Memory& memory, OopType receiver, const OopType*) {
   return stringOop(memory, text);
 }
 
+// Where the part begins in the text, from `at` on; npos if nowhere. Linear, whatever the texts.
+std::size_t findText(std::string_view text, std::string_view part, std::size_t at) {
+  if (part.empty()) return at;
+  const void* found = memmem(text.data() + at, text.size() - at, part.data(), part.size());
+  if (found == nullptr) return std::string_view::npos;
+  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
 OopType indexOfString(Memory& memory, OopType receiver, const OopType* args) {
-  const std::size_t at = isDoubleByteString(memory, receiver)
-                             ? unitsOf(memory, receiver).find(decodeUtf8(textOf(memory, args[0])))
-                             : bytesOf(memory, receiver).find(textOf(memory, args[0]));
-  return smallIntOop(at == std::string_view::npos ? 0 : static_cast<std::int32_t>(at) + 1);
+  const bool wide = isDoubleByteString(memory, receiver);
+  const std::size_t unit = wide ? 2 : 1;
+  const std::u16string units = wide ? decodeUtf8(textOf(memory, args[0])) : std::u16string();
+  const std::string bytes = wide ? std::string() : textOf(memory, args[0]);
+  const std::string_view part =
+      wide ? std::string_view(reinterpret_cast<const char*>(units.data()), units.size() * 2)
+           : std::string_view(bytes);
+  const std::string_view text = bytesOf(memory, receiver);
+  std::size_t at = findText(text, part, 0);
+  while (at != std::string_view::npos && at % unit != 0) at = findText(text, part, at + 1);
+  return smallIntOop(at == std::string_view::npos ? 0 : static_cast<std::int32_t>(at / unit) + 1);
 }
 
 OopType trimmed(Memory& memory, OopType receiver, const OopType*) {
@@ -108,7 +125,7 @@ OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
   if (from.empty()) throw Failure(ErrBadArgumentKind, "the text to replace is empty", {args[0]});
   std::string result;
   std::size_t at = 0;
-  for (std::size_t found = 0; (found = text.find(from, at)) != std::string::npos;) {
+  for (std::size_t found = 0; (found = findText(text, from, at)) != std::string::npos;) {
     result.append(text, at, found - at).append(to);
     at = found + from.size();
     if (result.size() > largestObjectBytes) throw Failure(ErrNoMemory, "the result is too large");
