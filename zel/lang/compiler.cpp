@@ -109,11 +109,11 @@ class Emitter {
   std::size_t here() { return landed_ = code_.ops.size(); }
 
   void emitSend(OpCode code, const std::string& selector, std::size_t arguments,
-                bool toSuper = false) {
+                bool toSuper = false, std::size_t temporaries = noTemporary) {
     if (arguments > mostArguments) tooLarge("too many variables, elements or arguments");
     code_.sites.push_back({symbolOop(memory_, selector), static_cast<std::uint32_t>(arguments),
                            toSuper && code_.owner != 0, 0, 0, nullptr});
-    emit(code, code_.sites.size() - 1);
+    emit(code, code_.sites.size() - 1, temporaries);
     if (code == OpCode::send) grow(-static_cast<int>(arguments));
   }
 
@@ -279,15 +279,26 @@ class Emitter {
     for (; first->kind == NodeKind::send; first = first->receiver) chain.push_back(first);
     if (!first->inlined) emitValue(*first);
     bool toSuper = first->kind == NodeKind::variable && first->name == "super";
+    const Node* receiver = first;
     for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
       const Control control = controlOf(**node);
       if (control != Control::none) {
         emitControl(control, **node);
       } else {
-        emitMessage(**node, toSuper);
+        emitMessage(**node, toSuper, receiver);
       }
       toSuper = false;
+      receiver = *node;
     }
+  }
+
+  // The op that carries the message out where that needs none, else send.
+  static OpCode arithmeticOf(const Node& node) {
+    if (node.kind != NodeKind::send) return OpCode::send;
+    for (const auto& arithmetic : arithmeticSelectors) {
+      if (node.name == arithmetic.selector) return arithmetic.code;
+    }
+    return OpCode::send;
   }
 
   void emitAnswer() {
@@ -296,14 +307,19 @@ class Emitter {
     emit(fromHome ? OpCode::answerHome : OpCode::answer);
   }
 
-  // The receiver is on the stack.
-  void emitMessage(const Node& message, bool toSuper) {
+  // The receiver is on the stack; `receiver` is null where something else has it, too.
+  void emitMessage(const Node& message, bool toSuper, const Node* receiver) {
     for (Node* part : message.parts) emitValue(*part);
-    for (const auto& arithmetic : arithmeticSelectors) {
-      if (toSuper || message.name != arithmetic.selector) continue;
-      return emitSend(arithmetic.code, message.name, 1);
+    const OpCode code = toSuper ? OpCode::send : arithmeticOf(message);
+    if (code == OpCode::send) {
+      return emitSend(OpCode::send, message.name, message.parts.size(), toSuper);
     }
-    emitSend(OpCode::send, message.name, message.parts.size(), toSuper);
+    const auto isTemporary = [](const Node* node) {
+      return node != nullptr && arithmeticOf(*node) != OpCode::send;
+    };
+    emitSend(code, message.name, 1, false,
+             (isTemporary(receiver) ? temporaryReceiver : noTemporary) |
+                 (isTemporary(message.parts[0]) ? temporaryArgument : noTemporary));
   }
 
   void emitCascade(Node& node) {
@@ -313,7 +329,7 @@ class Emitter {
     for (std::size_t i = 0; i < node.parts.size(); ++i) {
       const bool last = i + 1 == node.parts.size();
       if (!last) emit(OpCode::duplicate);
-      emitMessage(*node.parts[i], toSuper);
+      emitMessage(*node.parts[i], toSuper, nullptr);
       if (!last) emitPop();
     }
   }

@@ -40,7 +40,7 @@ void putBack(Memory& memory, OopType oop, const Image& image) {
 
 }  // namespace
 
-void prepareWrite(Memory& memory, OopType oop) {
+void prepareFirstWrite(Memory& memory, OopType oop) {
   if (memory.require(oop).shared) memory.unshare(oop);
   const Object& object = memory.at(oop);
   Client* client = memory.current;

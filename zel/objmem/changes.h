@@ -22,11 +22,6 @@ struct Transaction {
   std::unordered_map<OopType, Image> images;
 };
 
-// To be called before any change of an object's contents. Throws ErrInvariant for objects that
-// never change and ErrConflict as above. Marks the object as changed for the clients that have
-// exported it and track changes.
-void prepareWrite(Memory& memory, OopType oop);
-
 // Lets the library itself change an object that is invariant for everyone else, such as a
 // dictionary of methods: prepares the write, and makes the object invariant again at the end.
 class ChangeOfInvariant {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "changes.h"
+#include "clients.h"
 #include "hashed.h"
 #include "names.h"
 #include "values.h"

@@ -19,6 +19,21 @@ struct Client {
   Transaction transaction;
 };
 
+// What prepareWrite does the first time in a transaction, and for objects that need more.
+void prepareFirstWrite(Memory& memory, OopType oop);
+// To be called before any change of an object's contents. Throws ErrInvariant for objects that
+// never change and ErrConflict for those that another client has changed and not committed. Marks
+// the object as changed for the clients that have exported it and track changes.
+inline void prepareWrite(Memory& memory, OopType oop) {
+  const Object& object = memory.at(oop);
+  const Client* client = memory.current;
+  const bool ready = client != nullptr && !object.invariant && !object.shared &&
+                     object.exports == 0 &&
+                     (object.writer != 0 ? object.writer == client->id
+                                         : object.createdIn == client->transaction.serial);
+  if (!ready) prepareFirstWrite(memory, oop);
+}
+
 // The export set: oops that stay alive for the client whatever happens. Exporting throws
 // ErrNoSuchObject for what has no body; exporting and releasing twice is no error.
 void exportObject(Memory& memory, Client& client, OopType oop);

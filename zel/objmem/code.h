@@ -47,6 +47,10 @@ enum class OpCode : std::uint8_t {
   answerHome,    // from the method that the block belongs to
 };
 
+// Operands of arithmetic that are results of arithmetic and seen by nothing else: a float among
+// them may become the result.
+enum Temporary : std::uint8_t { noTemporary = 0, temporaryReceiver = 1, temporaryArgument = 2 };
+
 struct Op {
   OpCode code;
   std::uint8_t b;

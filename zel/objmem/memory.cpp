@@ -110,23 +110,18 @@ inline void Memory::noBlock() {
 // Makes an object whose body is still to be filled.
 inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size_t named,
                              std::size_t size, bool indexable) {
-  const auto elements = static_cast<std::uint32_t>(size);
-  auto* object = new (block) Object{classOop,
-                                    {},
-                                    elements,
-                                    elements,
-                                    current != nullptr ? current->transaction.serial : 0,
-                                    0,
-                                    0,
-                                    static_cast<std::uint16_t>(named),
-                                    impl,
-                                    indexable,
-                                    false,
-                                    false,
-                                    false,
-                                    false,
-                                    nullptr};
+  auto* object = new (block) Object;
+  object->classOop = classOop;
   object->bytes = startOfBody(*object);
+  object->size = object->capacity = static_cast<std::uint32_t>(size);
+  object->createdIn = current != nullptr ? current->transaction.serial : 0;
+  object->writer = 0;
+  object->exports = 0;
+  object->namedSize = static_cast<std::uint16_t>(named);
+  object->impl = impl;
+  object->indexable = indexable;
+  object->fixedSize = object->invariant = object->marked = object->shared = false;
+  object->extra = nullptr;
   used_ += objectOverhead + size * unitOf(*object);
   ++objects_;
   return object;

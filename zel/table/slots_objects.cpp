@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "frame.h"
-#include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "slots.h"

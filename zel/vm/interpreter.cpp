@@ -1,9 +1,10 @@
 #include <algorithm>
+#include <cstring>
 
 #include "lang/compiler.h"
 #include "machine.h"
-#include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "printing.h"
@@ -186,26 +187,41 @@ OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const O
   return withRoom(memory, [&] { return routine.primitive(memory, receiver, arguments); });
 }
 
+// A temporary that arithmetic made last is known to nothing else: it can become the result.
+OopType Machine::floatResult(Op op, OopType left, OopType right, double value) {
+  const OopType spent = (op.b & temporaryReceiver) != 0 && left == fresh_    ? left
+                        : (op.b & temporaryArgument) != 0 && right == fresh_ ? right
+                                                                             : OopType{0};
+  if (spent != 0) {
+    std::memcpy(memory.at(spent).bytes, &value, sizeof value);
+    return spent;
+  }
+  return fresh_ = withRoom(memory, [&] { return floatOop(memory, value); });
+}
+
 // What the operation answers when both are numbers and one is a float, else 0. Integers of more
 // than 30 bits are left to the message.
-OopType Machine::floatArithmetic(OpCode code, OopType left, OopType right) {
-  if (!(isSmallInt(left) || isFloat(memory, left)) ||
-      !(isSmallInt(right) || isFloat(memory, right))) {
-    return 0;
+OopType Machine::floatArithmetic(Op op, OopType left, OopType right) {
+  double operands[2];
+  const OopType oops[] = {left, right};
+  for (int i = 0; i < 2; ++i) {
+    if (isSmallInt(oops[i])) {
+      operands[i] = smallIntValue(oops[i]);
+    } else if (isFloat(memory, oops[i])) {
+      operands[i] = floatValue(memory, oops[i]);
+    } else {
+      return 0;
+    }
   }
   if (areSmallInts(left, right)) return 0;
-  const double a = isSmallInt(left) ? smallIntValue(left) : floatValue(memory, left);
-  const double b = isSmallInt(right) ? smallIntValue(right) : floatValue(memory, right);
-  const auto number = [&](double value) {
-    return withRoom(memory, [&] { return floatOop(memory, value); });
-  };
-  switch (code) {
+  const auto [a, b] = operands;
+  switch (op.code) {
     case OpCode::add:
-      return number(a + b);
+      return floatResult(op, left, right, a + b);
     case OpCode::subtract:
-      return number(a - b);
+      return floatResult(op, left, right, a - b);
     case OpCode::multiply:
-      return number(a * b);
+      return floatResult(op, left, right, a * b);
     case OpCode::less:
       return booleanOop(a < b);
     case OpCode::greater:
@@ -522,6 +538,7 @@ OopType Machine::interpret() {
         const OopType value = at.pc->code == OpCode::answerSelf ? at.frame->receiver : *at.sp;
         at.sp = at.locals - at.frame->below - 1;
         *at.sp = value;
+        fresh_ = 0;
         if (--process_->depth == 0) return value;
         --at.frame;
         at.pc = at.frame->pc - 1;
@@ -582,7 +599,7 @@ OopType Machine::interpret() {
 
     if (at.pc->code != OpCode::send) {
       at.store(*process_);
-      const OopType result = floatArithmetic(at.pc->code, at.sp[-1], at.sp[0]);
+      const OopType result = floatArithmetic(*at.pc, at.sp[-1], at.sp[0]);
       if (result != 0) {
         --at.sp;
         *at.sp = result;
@@ -668,6 +685,7 @@ OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
   running_ = processOop;
   process_ = memory.at(processOop).extra->process.get();
   process_->suspended = false;
+  fresh_ = 0;
   inFlight_ = failure;
   if (memory.roomToRun() != Room::programs) memory.collect(true);
   const InRoom room(memory, briefly ? Room::library : memory.roomToRun());

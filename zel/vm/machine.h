@@ -78,7 +78,8 @@ class Machine {
   const Routine& findSuper(const Code& code, OopType selector, std::size_t argumentCount);
   void findFor(Site& site, const Code& code, OopType receiver, OopType key);
   [[noreturn]] void doesNotUnderstand(OopType selector, std::size_t argumentCount);
-  OopType floatArithmetic(OpCode code, OopType left, OopType right);
+  OopType floatArithmetic(Op op, OopType left, OopType right);
+  OopType floatResult(Op op, OopType left, OopType right, double value);
   OopType callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments);
   void growStacks(std::size_t need);
   void enterCode(const Code& code, std::size_t argumentCount);
@@ -108,6 +109,7 @@ class Machine {
   std::uint32_t cacheEpoch_ = 0;
   std::uint64_t lastActivation_ = 0;
   std::uint64_t lastFailure_ = 0;
+  OopType fresh_ = 0;                  // the float that arithmetic made last, unless answered since
   OopType running_ = 0;                // the process object
   ProcessState* process_ = nullptr;    // its state
   const Failure* inFlight_ = nullptr;  // whose objects a collection must not take

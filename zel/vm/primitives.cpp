@@ -1,7 +1,7 @@
 #include "primitives.h"
 
 #include "lang/compiler.h"
-#include "objmem/changes.h"
+#include "objmem/clients.h"
 
 namespace zel {
 

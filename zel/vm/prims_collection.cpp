@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "primitives.h"

@@ -113,9 +113,6 @@ Division floored(Integer a, Integer b) {
 
 // Rounded toward minus infinity, so that the remainder has the divisor's sign.
 Division floorDivision(Memory& memory, OopType receiver, OopType argument) {
-  if (isSmallInt(receiver) && isSmallInt(argument) && argument != smallIntOop(0)) {
-    return floored(smallIntValue(receiver), smallIntValue(argument));
-  }
   const std::int64_t a = integerValue(memory, receiver);
   const std::int64_t b = integerValue(memory, argument);
   if (b == 0) zeroDivide(receiver);
@@ -153,6 +150,11 @@ OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
+  if (isSmallInt(receiver) && isSmallInt(args[0]) && args[0] != smallIntOop(0)) {
+    const std::int64_t remainder =
+        floored(smallIntValue(receiver), smallIntValue(args[0])).remainder;
+    return smallIntOop(static_cast<std::int32_t>(remainder));
+  }
   if (areIntegers(memory, receiver, args[0])) {
     return integerOop(memory, floorDivision(memory, receiver, args[0]).remainder);
   }

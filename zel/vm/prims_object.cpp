@@ -1,8 +1,8 @@
 // Messages that every object understands.
 #include <algorithm>
 
-#include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "primitives.h"
