@@ -128,7 +128,7 @@ Session& login(Database& database, std::string_view user, std::string_view passw
 
 void logout(Database& database) {
   Session& session = requireSession(database);
-  abortTransaction(database.memory, session.client);
+  withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
   releaseAllObjects(database.memory, session.client);
   std::erase(database.memory.clients, &session.client);
   makeCurrent(database, nullptr);

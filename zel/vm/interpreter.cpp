@@ -38,6 +38,17 @@ std::int32_t asSigned(OopType oop) {
   return static_cast<std::int32_t>(oop);
 }
 
+// The value of a float or a small integer; false for anything else.
+bool toFloat(const Memory& memory, OopType oop, double& value) {
+  if (isSmallInt(oop)) {
+    value = smallIntValue(oop);
+    return true;
+  }
+  if ((oop & 3) != 1 || memory.at(oop).classOop != FloatClassOop) return false;
+  value = floatValue(memory, oop);
+  return true;
+}
+
 std::uint64_t homeOf(const Object& block) {
   const auto low = static_cast<std::uint64_t>(smallIntValue(block.slots[BlockHome]));
   const auto high = static_cast<std::uint64_t>(smallIntValue(block.slots[BlockHome + 1]));
@@ -202,19 +213,11 @@ OopType Machine::floatResult(Op op, OopType left, OopType right, double value) {
 // What the operation answers when both are numbers and one is a float, else 0. Integers of more
 // than 30 bits are left to the message.
 OopType Machine::floatArithmetic(Op op, OopType left, OopType right) {
-  double operands[2];
-  const OopType oops[] = {left, right};
-  for (int i = 0; i < 2; ++i) {
-    if (isSmallInt(oops[i])) {
-      operands[i] = smallIntValue(oops[i]);
-    } else if (isFloat(memory, oops[i])) {
-      operands[i] = floatValue(memory, oops[i]);
-    } else {
-      return 0;
-    }
+  double a = 0;
+  double b = 0;
+  if (areSmallInts(left, right) || !toFloat(memory, left, a) || !toFloat(memory, right, b)) {
+    return 0;
   }
-  if (areSmallInts(left, right)) return 0;
-  const auto [a, b] = operands;
   switch (op.code) {
     case OpCode::add:
       return floatResult(op, left, right, a + b);
