@@ -9,7 +9,7 @@ namespace zel {
 
 namespace {
 
-constexpr std::size_t leastBytesBetweenCollections = 1U << 20;
+constexpr std::size_t leastBytesBetweenCollections = 512U << 10;
 constexpr std::size_t mostKeptBack = 1U << 20;
 constexpr std::size_t ballastBytes = 256U << 10;
 // A header, an entry of the table and of the mark stack, and what the allocator adds.

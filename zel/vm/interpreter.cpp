@@ -39,7 +39,7 @@ std::int32_t asSigned(OopType oop) {
 }
 
 // The value of a float or a small integer; false for anything else.
-bool toFloat(const Memory& memory, OopType oop, double& value) {
+[[gnu::always_inline]] inline bool toFloat(const Memory& memory, OopType oop, double& value) {
   if (isSmallInt(oop)) {
     value = smallIntValue(oop);
     return true;
@@ -108,6 +108,16 @@ struct Machine::Registers {
     --sp;
     ++pc;
     if (holds == (next == OpCode::jumpIfTrue)) jump();
+  }
+  // Puts a result in place of the topmost value, or where it is stored at once.
+  void answerHere(OopType result) {
+    if (pc[1].code != OpCode::popFrame) {
+      *sp = result;
+      return;
+    }
+    ++pc;
+    --sp;
+    locals[pc->a] = result;
   }
   bool hasRoom(const ProcessState& process, const BlockCode& body) const {
     return process.depth < process.frames.size() &&
@@ -199,19 +209,24 @@ OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const O
 }
 
 // A temporary that arithmetic made last is known to nothing else: it can become the result.
-OopType Machine::floatResult(Op op, OopType left, OopType right, double value) {
-  const OopType spent = (op.b & temporaryReceiver) != 0 && left == fresh_    ? left
-                        : (op.b & temporaryArgument) != 0 && right == fresh_ ? right
-                                                                             : OopType{0};
-  if (spent != 0) {
-    std::memcpy(memory.at(spent).bytes, &value, sizeof value);
-    return spent;
-  }
-  return fresh_ = withRoom(memory, [&] { return floatOop(memory, value); });
+inline OopType Machine::floatResult(Op op, OopType left, OopType right, double value) {
+  const OopType spent = (op.b & temporaryReceiver) != 0 ? left : right;
+  if (op.b == noTemporary || spent != fresh_) return fresh_ = newFloat(value);
+  std::memcpy(memory.at(spent).bytes, &value, sizeof value);
+  return spent;
 }
 
-// What the operation answers when both are numbers and one is a float, else 0. Integers of more
-// than 30 bits are left to the message.
+// 0 when there is no room: the message that follows collects.
+OopType Machine::newFloat(double value) {
+  try {
+    return floatOop(memory, value);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+// What the operation answers when both are numbers and one is a float, else 0: integers of more
+// than 30 bits, and results that find no room, are left to the message.
 OopType Machine::floatArithmetic(Op op, OopType left, OopType right) {
   double a = 0;
   double b = 0;
@@ -220,9 +235,8 @@ OopType Machine::floatArithmetic(Op op, OopType left, OopType right) {
   }
   switch (op.code) {
     case OpCode::add:
-      return floatResult(op, left, right, a + b);
     case OpCode::subtract:
-      return floatResult(op, left, right, a - b);
+      return floatResult(op, left, right, op.code == OpCode::add ? a + b : a - b);
     case OpCode::multiply:
       return floatResult(op, left, right, a * b);
     case OpCode::less:
@@ -439,6 +453,9 @@ OopType Machine::interpret() {
         continue;
       case OpCode::pushFrame:
         *++at.sp = at.locals[at.pc->a];
+        if (at.pc[1].code != OpCode::pushFrame) continue;
+        ++at.pc;  // two of them are the most frequent pair
+        *++at.sp = at.locals[at.pc->a];
         continue;
       case OpCode::storeFrame:
         at.locals[at.pc->a] = *at.sp;
@@ -558,7 +575,7 @@ OopType Machine::interpret() {
           if (!(adds ? __builtin_add_overflow(asSigned(at.sp[-1]), other, &result)
                      : __builtin_sub_overflow(asSigned(at.sp[-1]), other, &result))) {
             --at.sp;
-            *at.sp = static_cast<OopType>(result);
+            at.answerHere(static_cast<OopType>(result));
             continue;
           }
         }
@@ -601,11 +618,10 @@ OopType Machine::interpret() {
     }
 
     if (at.pc->code != OpCode::send) {
-      at.store(*process_);
       const OopType result = floatArithmetic(*at.pc, at.sp[-1], at.sp[0]);
       if (result != 0) {
         --at.sp;
-        *at.sp = result;
+        at.answerHere(result);
         continue;
       }
     }
