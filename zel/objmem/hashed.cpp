@@ -15,8 +15,11 @@ namespace zel {
 namespace {
 
 constexpr int deepestHash = 4;
-constexpr int mostHashed = 4096;              // elements of one value, at all depths
-constexpr std::size_t hashedElements = 1024;  // of one array, evenly spaced
+constexpr int mostHashed = 1024;  // elements of one value, at all depths
+// Of one array, evenly spaced, and of a string that is an element.
+constexpr std::size_t hashedElements = 512;
+constexpr std::size_t hashedInnerElements = 16;
+constexpr std::size_t hashedInnerBytes = 64;
 constexpr std::size_t plainComparisons = 1000;
 constexpr std::uint32_t freeEntry = 0;
 constexpr std::uint32_t removedEntry = 1;
@@ -102,12 +105,15 @@ std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) 
                : static_cast<std::uint32_t>(std::hash<double>{}(value));
   }
   if (object->holdsBytes()) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(object->text()));
+    const std::string_view text = object->text();
+    const std::size_t bytes = depth == deepestHash ? text.size() : hashedInnerBytes;
+    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(text.substr(0, bytes)));
   }
   if (!comparesByContent(memory, *object)) return mix(oop);
   std::uint32_t hash = mix(object->size);
   if (depth == 0) return hash;
-  const std::size_t step = object->size / hashedElements + 1;
+  const std::size_t most = depth == deepestHash ? hashedElements : hashedInnerElements;
+  const std::size_t step = object->size / most + 1;
   for (std::size_t i = 0; i < object->size && --budget > 0; i += step) {
     hash = hash * 31 + hashOf(memory, object->slots[i], depth - 1, budget);
   }
@@ -116,6 +122,15 @@ std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) 
 
 std::uint32_t hashFor(const Memory& memory, OopType key, bool identity) {
   return identity ? mix(key) : hashOop(memory, key);
+}
+
+// The same before anything is changed: counts steps.
+std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
+  if (identity) return mix(key);
+  int budget = mostHashed;
+  const std::uint32_t hash = hashOf(memory, key, deepestHash, budget);
+  memory.meter.charge(static_cast<std::size_t>(mostHashed - budget) / 8);
+  return hash;
 }
 
 void insertPosition(HashIndex& index, std::uint32_t hash, std::size_t position) {
@@ -136,7 +151,7 @@ void buildIndex(Memory& memory, OopType oop, std::size_t stride, bool identity) 
   index->table.assign(capacity, freeEntry);
   for (std::size_t i = object.namedSize; i + stride <= object.size; i += stride) {
     memory.meter.charge(1);
-    insertPosition(*index, hashFor(memory, object.slots[i], identity), i);
+    insertPosition(*index, hashToFind(memory, object.slots[i], identity), i);
   }
   memory.extraOf(oop).index = std::move(index);
   memory.recount(oop);
@@ -153,7 +168,7 @@ std::size_t findEntry(Memory& memory, OopType oop, const HashIndex& index, OopTy
                       bool identity) {
   const Object& object = memory.at(oop);
   const std::size_t mask = index.table.size() - 1;
-  for (std::size_t at = hashFor(memory, key, identity) & mask; index.table[at] != freeEntry;
+  for (std::size_t at = hashToFind(memory, key, identity) & mask; index.table[at] != freeEntry;
        at = (at + 1) & mask) {
     if (index.table[at] == removedEntry) continue;
     const OopType there = object.slots[index.table[at] - firstPosition];

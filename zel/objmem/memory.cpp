@@ -10,6 +10,7 @@ namespace zel {
 namespace {
 
 constexpr std::size_t leastBytesBetweenCollections = 512U << 10;
+constexpr int mostFutileCollections = 8;
 constexpr std::size_t mostKeptBack = 1U << 20;
 constexpr std::size_t ballastBytes = 256U << 10;
 // A header, an entry of the table and of the mark stack, and what the allocator adds.
@@ -402,6 +403,13 @@ void Memory::collect(bool pressed) {
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
   forgetLookups();
   if (!ballast_) ballast_.reset(new (std::nothrow) char[ballastBytes]);
+}
+
+void Memory::collectForRoom() {
+  collect(true);
+  const bool forLibrary = ceiling_ == limit_;
+  if (forLibrary || used_ + limit_ / 64 <= ceiling_) return;
+  if (++futileCollections_ > mostFutileCollections) throw MemoryFull();
 }
 
 void Memory::forgetLookups() {

@@ -98,6 +98,11 @@ class Memory {
   }
   // Collects now. With `pressed`, what was only handed out to the current client goes, too.
   void collect(bool pressed = false);
+  // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
+  // again and again for next to nothing: better an early end than one that takes for ever.
+  void collectForRoom();
+  // Begins a program's account of that.
+  void beginProgram() { futileCollections_ = 0; }
   // Marks the oop during a collection, immediate values and 0 allowed.
   void mark(OopType oop) {
     Object* object = find(oop);
@@ -182,6 +187,7 @@ class Memory {
   std::size_t used_ = 0;
   std::size_t dueAt_ = 0;
   std::size_t objects_ = 0;
+  int futileCollections_ = 0;
   std::uint32_t lookupEpoch_ = 1;
   std::unique_ptr<char[]> ballast_;  // given up when the process itself has no memory left
 };
@@ -209,7 +215,7 @@ auto withRoom(Memory& memory, Operation operation) {
     return operation();
   } catch (const std::bad_alloc&) {
   }
-  memory.collect(true);
+  memory.collectForRoom();
   return operation();
 }
 

@@ -705,6 +705,7 @@ OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
   process_ = memory.at(processOop).extra->process.get();
   process_->suspended = false;
   fresh_ = 0;
+  memory.beginProgram();
   inFlight_ = failure;
   if (memory.roomToRun() != Room::programs) memory.collect(true);
   const InRoom room(memory, briefly ? Room::library : memory.roomToRun());
