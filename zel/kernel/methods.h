@@ -1,19 +1,22 @@
-// The methods of the standard classes that are written in the language itself.
+// The methods of the standard classes that are written in the language itself, in the files *.zel
+// of this folder. A method stands in its file as
+//
+//   Collection >> isEmpty [
+//     ^self size = 0
+//   ]
+//
+// with `Collection class` for one of the class itself, and the last bracket at a line's start.
 #pragma once
 
-#include <span>
+#include <string_view>
 
-#include "objmem/oops.h"
+#include "objmem/memory.h"
 
 namespace zel {
 
-struct KernelMethod {
-  OopType owner;
-  const char* source;
-  bool classSide = false;
-};
-
-// All of them, in an order in which they can be compiled.
-std::span<const KernelMethod> kernelMethods();
+// Compiles the methods of all the files. The classes must exist.
+void compileKernel(Memory& memory);
+// The same for the text of one file.
+void compileKernelFile(Memory& memory, std::string_view file);
 
 }  // namespace zel

@@ -80,9 +80,7 @@ Database::Database(BreakRequest& breaks) : memory(breaks), machine(memory, *this
   bootstrapClasses(memory);
   installPrimitives(memory);
   installPrimitives(memory, systemPrimitives);
-  for (const KernelMethod& method : kernelMethods()) {
-    compileMethod(memory, method.owner, method.source, method.classSide);
-  }
+  compileKernel(memory);
   readLimits(*this);
   memory.addRoots(this, [](void* owner, Memory& marked) {
     for (const auto& [id, session] : static_cast<Database*>(owner)->sessions) {
