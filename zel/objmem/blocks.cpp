@@ -34,7 +34,7 @@ void Blocks::unlink(Chunk& chunk) {
 
 void* Blocks::allocateSlowly(std::size_t kind) {
   // A full one leaves the list here, and comes back with its first free block.
-  if (open_[kind] != nullptr) unlink(*open_[kind]);
+  while (open_[kind] != nullptr && open_[kind]->free == nullptr) unlink(*open_[kind]);
   if (open_[kind] == nullptr) {
     void* memory = std::aligned_alloc(chunkBytes, chunkBytes);
     if (memory == nullptr) return nullptr;
@@ -42,12 +42,13 @@ void* Blocks::allocateSlowly(std::size_t kind) {
     *chunk = {nullptr, nullptr, nullptr, 0, static_cast<std::uint32_t>(kind)};
     const std::size_t size = kind * grain;
     char* first = static_cast<char*>(memory) + (sizeof(Chunk) + grain - 1) / grain * grain;
-    for (char* block = static_cast<char*>(memory) + chunkBytes - size; block >= first;
-         block -= size) {
+    char* block = static_cast<char*>(memory) + chunkBytes;
+    do {
+      block -= size;
       auto* free = reinterpret_cast<Free*>(block);
       free->next = chunk->free;
       chunk->free = free;
-    }
+    } while (block - size >= first);
     link(*chunk);
   }
   return take(*open_[kind]);

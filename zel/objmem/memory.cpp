@@ -236,7 +236,7 @@ Object& Memory::enlarge(OopType oop, std::size_t size) {
   }
 }
 
-Object& Memory::closeGap(OopType oop) {
+Object& Memory::closeGap(OopType oop) const {
   Object& object = at(oop);
   ByteType* start = startOfBody(object);
   object.capacity += static_cast<std::uint32_t>(gapBytes(object) / unitOf(object));
@@ -291,7 +291,7 @@ Object& Memory::insertFirst(OopType oop) {
   return *object;
 }
 
-void Memory::removeFirst(OopType oop) {
+void Memory::removeFirst(OopType oop) const {
   Object& object = at(oop);
   std::memmove(object.slots + 1, object.slots, object.namedSize * sizeof(OopType));
   ++object.slots;
@@ -299,7 +299,7 @@ void Memory::removeFirst(OopType oop) {
   --object.capacity;
 }
 
-Extra& Memory::extraOf(OopType oop) {
+Extra& Memory::extraOf(OopType oop) const {
   Object& object = at(oop);
   if (object.extra == nullptr) object.extra = new Extra;
   return *object.extra;

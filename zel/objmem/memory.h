@@ -71,11 +71,11 @@ class Memory {
   Object& resize(OopType oop, std::size_t size);
   // Makes room for one more slot before the first indexed one, or takes that one away; amortised.
   Object& insertFirst(OopType oop);
-  void removeFirst(OopType oop);
+  void removeFirst(OopType oop) const;
   // Gives the object bytes of its own, if it shares them. Throws MemoryFull.
   void unshare(OopType oop);
   // What the object carries beside its body, made on first use. Whoever changes it calls recount.
-  Extra& extraOf(OopType oop);
+  Extra& extraOf(OopType oop) const;
   void recount(OopType oop);
   // Throws MemoryFull unless there is room for so many more bytes.
   void reserve(std::size_t bytes) {
@@ -170,7 +170,7 @@ class Memory {
                 bool indexable);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
   Object& enlarge(OopType oop, std::size_t size);
-  Object& closeGap(OopType oop);
+  Object& closeGap(OopType oop) const;
   void markContents(const Object& object);
   void markHeld(bool pressed);
   void sweep();

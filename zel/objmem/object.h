@@ -77,8 +77,7 @@ struct Object {
 
   bool holdsBytes() const { return impl == Impl::bytes; }
   std::uint32_t indexedSize() const { return size - namedSize; }
-  OopType* indexed() { return slots + namedSize; }
-  const OopType* indexed() const { return slots + namedSize; }
+  OopType* indexed() const { return slots + namedSize; }
   std::string_view text() const { return {reinterpret_cast<const char*>(bytes), size}; }
 };
 

@@ -419,7 +419,7 @@ OopType Machine::makeArray(std::size_t size) {
   return withRoom(memory, [&] { return arrayOop(memory, elements); });
 }
 
-void Machine::notBoolean(OopType value) {
+void Machine::notBoolean(OopType value) const {
   throw Failure(ErrNotBoolean, describe(memory, value) + " is used where true or false is expected",
                 {value});
 }
@@ -772,7 +772,7 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   return run(process, nullptr, briefly);
 }
 
-OopType Machine::suspendedProcess(OopType process) {
+OopType Machine::suspendedProcess(OopType process) const {
   const Object& object = memory.require(process);
   const ProcessState* state = object.extra != nullptr ? object.extra->process.get() : nullptr;
   if (state == nullptr) throw Failure(ErrBadArgumentKind, "a process is expected", {process});

@@ -70,7 +70,7 @@ class Machine {
 
   OopType newProcess(OopType method);
   OopType run(OopType process, const Failure* failure = nullptr, bool briefly = false);
-  OopType suspendedProcess(OopType process);
+  OopType suspendedProcess(OopType process) const;
   OopType interpret();
   void poll();
   void sendPending();
@@ -89,7 +89,7 @@ class Machine {
   OopType makeBlock(std::uint32_t number);
   OopType makeEnvironment(std::size_t size);
   OopType makeArray(std::size_t size);
-  [[noreturn]] void notBoolean(OopType value);
+  [[noreturn]] void notBoolean(OopType value) const;
   void cutToHome();
 
   // What happens when a running program fails: a handler takes over, or the process is put aside
