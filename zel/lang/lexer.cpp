@@ -22,6 +22,7 @@ bool endsOperand(Token token) {
   switch (token) {
     case Token::identifier:
     case Token::integer:
+    case Token::largeInteger:
     case Token::floating:
     case Token::character:
     case Token::string:
@@ -136,20 +137,23 @@ void Lexer::readWord() {
 }
 
 // Counts downwards, where there is one more.
-std::int64_t Lexer::readDigits(int radix, bool negative) {
-  std::int64_t value = 0;
+void Lexer::readDigits(bool negative) {
   const std::size_t start = at_;
+  token = Token::integer;
+  integerValue = 0;
   for (; digitValue(peek()) < radix; ++at_) {
-    if (__builtin_mul_overflow(value, radix, &value) ||
-        __builtin_sub_overflow(value, digitValue(peek()), &value)) {
-      fail("the integer has more than 64 bits");
+    if (__builtin_mul_overflow(integerValue, radix, &integerValue) ||
+        __builtin_sub_overflow(integerValue, digitValue(peek()), &integerValue)) {
+      token = Token::largeInteger;
     }
   }
   if (at_ == start) fail("digits are missing");
-  if (!negative && __builtin_sub_overflow(0, value, &value)) {
-    fail("the integer has more than 64 bits");
+  if (!negative && __builtin_sub_overflow(0, integerValue, &integerValue)) {
+    token = Token::largeInteger;
   }
-  return value;
+  if (token == Token::integer) return;
+  text = negative ? "-" : "";
+  text += source_.substr(start, at_ - start);
 }
 
 void Lexer::readFraction(std::size_t start) {
@@ -182,15 +186,18 @@ void Lexer::readNumber() {
     if (negative) floatValue = -floatValue;
     return;
   }
-  integerValue = readDigits(10, negative);
+  radix = 10;
+  readDigits(negative);
   if (peek() == 'r') {
-    const std::int64_t radix = negative ? -integerValue : integerValue;
-    if (radix < 2 || radix > 36) fail("the radix is not between 2 and 36");
+    const std::int64_t given = negative ? -integerValue : integerValue;
+    if (token != Token::integer || given < 2 || given > 36) {
+      fail("the radix is not between 2 and 36");
+    }
     ++at_;
-    integerValue = readDigits(static_cast<int>(radix), negative);
+    radix = static_cast<int>(given);
+    readDigits(negative);
   }
   if (isWordCharacter(peek())) fail("a letter follows the number");
-  token = Token::integer;
 }
 
 void Lexer::readQuoted() {

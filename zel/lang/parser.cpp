@@ -4,6 +4,7 @@
 
 #include "errors/failure.h"
 #include "lexer.h"
+#include "objmem/integers.h"
 #include "objmem/values.h"
 
 namespace zel {
@@ -257,6 +258,10 @@ class Parser {
     switch (lexer_.token) {
       case Token::integer:
         oop = integerOop(memory_, lexer_.integerValue);
+        break;
+      case Token::largeInteger:
+        oop = parseInteger(memory_, lexer_.text, lexer_.radix);
+        if (oop == 0) lexer_.fail(integerTooLarge);
         break;
       case Token::floating:
         oop = floatOop(memory_, lexer_.floatValue);

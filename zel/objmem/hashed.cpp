@@ -8,6 +8,7 @@
 
 #include "classes.h"
 #include "errors/failure.h"
+#include "integers.h"
 #include "values.h"
 
 namespace zel {
@@ -95,13 +96,13 @@ std::uint32_t mix(std::uint64_t value) {
 }
 
 std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) {
-  if (isInteger(memory, oop)) return mix(static_cast<std::uint64_t>(integerValue(memory, oop)));
+  if (isInteger(memory, oop)) return mix(foldInteger(memory, oop));
   const Object* object = memory.find(oop);
   if (object == nullptr) return mix(oop);
   if (object->classOop == FloatClassOop) {
     const double value = floatValue(memory, oop);
-    return value == std::floor(value) && fitsInteger(value)
-               ? mix(static_cast<std::uint64_t>(static_cast<std::int64_t>(value)))
+    return value == std::floor(value) && std::isfinite(value)
+               ? mix(foldIntegral(value))
                : static_cast<std::uint32_t>(std::hash<double>{}(value));
   }
   if (object->holdsBytes()) {

@@ -123,7 +123,7 @@ class Memory {
 
   MemoryStatistics statistics() const { return {objects_, used_, table_.size()}; }
 
-  Meter meter;
+  mutable Meter meter;  // what only looks at objects takes time, too
   // To be called when what was found for messages may have become wrong: after the installation of
   // a method or an abort. A collection does it, too.
   void forgetLookups();

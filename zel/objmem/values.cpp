@@ -6,6 +6,7 @@
 
 #include "classes.h"
 #include "errors/failure.h"
+#include "integers.h"
 
 namespace zel {
 
@@ -25,15 +26,6 @@ bool isBytesOf(const Memory& memory, OopType oop, OopType classOop) {
 
 int sign(bool below, bool above) {
   return below ? -1 : above ? 1 : 0;
-}
-
-int compareExact(std::int64_t a, double b) {
-  if (std::isnan(b)) return unordered;
-  if (!fitsInteger(b)) return b < 0 ? 1 : -1;
-  const double whole = std::trunc(b);
-  const auto integer = static_cast<std::int64_t>(whole);
-  if (a != integer) return a < integer ? -1 : 1;
-  return sign(whole<b, whole> b);
 }
 
 // Length of the UTF-8 sequence at `text`, 0 if it is none, its code point in `code`.
@@ -93,42 +85,38 @@ OopType integerOop(Memory& memory, std::int64_t value) {
   return memory.allocateNumber(LargeIntegerClass, static_cast<std::uint64_t>(value));
 }
 
-std::int64_t integerValue(const Memory& memory, OopType oop) {
-  if (isSmallInt(oop)) return smallIntValue(oop);
-  std::int64_t value = 0;
-  std::memcpy(&value, memory.at(oop).bytes, sizeof value);
-  return value;
-}
-
 std::int64_t integerArgument(const Memory& memory, OopType oop, std::int64_t least,
                              std::int64_t most) {
   if (!isInteger(memory, oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
-  const std::int64_t value = integerValue(memory, oop);
-  if (value < least || value > most) {
+  std::int64_t value = 0;
+  if (!toInt64(memory, oop, value) || value < least || value > most) {
     throw Failure(ErrBadSubscript,
-                  std::to_string(value) + " is not between " + std::to_string(least) + " and " +
-                      std::to_string(most),
+                  describeInteger(memory, oop) + " is not between " + std::to_string(least) +
+                      " and " + std::to_string(most),
                   {oop});
   }
   return value;
 }
 
+double numberValue(const Memory& memory, OopType oop) {
+  std::int64_t integer = 0;
+  if (toInt64(memory, oop, integer)) return static_cast<double>(integer);
+  return isFloat(memory, oop) ? floatValue(memory, oop) : nearestDouble(memory, oop);
+}
+
 int compareNumbers(const Memory& memory, OopType a, OopType b) {
+  std::int64_t integers[2];
+  if (toInt64(memory, a, integers[0]) && toInt64(memory, b, integers[1])) {
+    return sign(integers[0]<integers[1], integers[0]> integers[1]);
+  }
   const bool floatA = isFloat(memory, a);
   const bool floatB = isFloat(memory, b);
-  if (!floatA && !floatB) {
-    const std::int64_t left = integerValue(memory, a);
-    const std::int64_t right = integerValue(memory, b);
-    return sign(left<right, left> right);
-  }
-  if (!floatA) return compareExact(integerValue(memory, a), floatValue(memory, b));
-  if (!floatB) {
-    const int reversed = compareExact(integerValue(memory, b), floatValue(memory, a));
-    return reversed == unordered ? unordered : -reversed;
-  }
-  const double left = floatValue(memory, a);
-  const double right = floatValue(memory, b);
-  return std::isunordered(left, right) ? unordered : sign(left<right, left> right);
+  const double left = floatA ? floatValue(memory, a) : 0;
+  const double right = floatB ? floatValue(memory, b) : 0;
+  if (std::isunordered(left, right)) return unordered;
+  if (floatA && floatB) return sign(left<right, left> right);
+  if (floatA) return -compareWithDouble(memory, b, left);
+  return floatB ? compareWithDouble(memory, a, right) : compareIntegers(memory, a, b);
 }
 
 OopType stringOop(Memory& memory, std::string_view text) {

@@ -11,14 +11,26 @@
 
 namespace zel {
 
-// Integers have 64 bits: small ones are immediate, others objects of 8 bytes.
+// Integers: small ones are immediate, others objects of 8 bytes, or of more as integers.h says.
 OopType integerOop(Memory& memory, std::int64_t value);
 inline bool isInteger(const Memory& memory, OopType oop) {
   if (isSmallInt(oop)) return true;
   const Object* object = memory.find(oop);
   return object != nullptr && object->classOop == LargeIntegerClass;
 }
-std::int64_t integerValue(const Memory& memory, OopType oop);  // the argument must be an integer
+// The value of an integer of at most 64 bits; false for anything else.
+inline bool toInt64(const Memory& memory, OopType oop, std::int64_t& value) {
+  if (isSmallInt(oop)) {
+    value = smallIntValue(oop);
+    return true;
+  }
+  const Object* object = memory.find(oop);
+  if (object == nullptr || object->classOop != LargeIntegerClass || object->size != sizeof value) {
+    return false;
+  }
+  std::memcpy(&value, object->bytes, sizeof value);
+  return true;
+}
 // The value of an argument that must be an integer within the bounds: throws ErrBadArgumentKind or
 // ErrBadSubscript.
 std::int64_t integerArgument(const Memory& memory, OopType oop, std::int64_t least,
@@ -40,10 +52,7 @@ inline double floatValue(const Memory& memory, OopType oop) {  // the argument m
 inline bool isNumber(const Memory& memory, OopType oop) {
   return isInteger(memory, oop) || isFloat(memory, oop);
 }
-inline double numberValue(const Memory& memory, OopType oop) {  // the argument must be a number
-  return isFloat(memory, oop) ? floatValue(memory, oop)
-                              : static_cast<double>(integerValue(memory, oop));
-}
+double numberValue(const Memory& memory, OopType oop);  // the argument must be a number
 // Whether the float, cut to an integer, has at most 64 bits.
 constexpr bool fitsInteger(double value) {
   // 2^63 itself is out of range and the nearest double below it is not.

@@ -1,6 +1,7 @@
 // Values to oops and back, new objects, the export set and class membership.
 #include "frame.h"
 #include "objmem/classes.h"
+#include "objmem/integers.h"
 #include "objmem/values.h"
 #include "slots.h"
 
@@ -67,9 +68,9 @@ long ZelOopToLong(OopType oop) {
   return inSession(0L, [&](Database& database) {
     Memory& memory = database.memory;
     if (!isInteger(memory, oop)) throw Failure(ErrNotLong, "an integer is expected", {oop});
-    const std::int64_t value = integerValue(memory, oop);
-    if (value < INT32_MIN || value > INT32_MAX) {
-      throw Failure(ErrNotLong, std::to_string(value) + " has more than 32 bits", {oop});
+    std::int64_t value = 0;
+    if (!toInt64(memory, oop, value) || value < INT32_MIN || value > INT32_MAX) {
+      throw Failure(ErrNotLong, describeInteger(memory, oop) + " has more than 32 bits", {oop});
     }
     return static_cast<long>(value);
   });

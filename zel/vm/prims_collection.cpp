@@ -5,6 +5,7 @@
 #include "objmem/classes.h"
 #include "objmem/clients.h"
 #include "objmem/hashed.h"
+#include "objmem/integers.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -70,10 +71,10 @@ Object& resizeElements(Memory& memory, OopType oop, std::size_t count) {
 [[noreturn]] void badIndex(const Memory& memory, OopType receiver, OopType index,
                            std::size_t size) {
   if (!isInteger(memory, index)) integerArgument(memory, index, 0, 0);
-  throw Failure(ErrBadSubscript,
-                "index " + std::to_string(integerValue(memory, index)) + " is not between 1 and " +
-                    std::to_string(size),
-                {receiver, index});
+  throw Failure(
+      ErrBadSubscript,
+      "index " + describeInteger(memory, index) + " is not between 1 and " + std::to_string(size),
+      {receiver, index});
 }
 
 std::size_t checkedIndex(const Memory& memory, OopType receiver, OopType index, std::size_t size) {

@@ -1,10 +1,13 @@
-// Arithmetic. Integers have 64 bits and report an overflow; a float on either side makes the
-// operation one of floats.
+// Arithmetic. Integers of 64 bits are calculated here, larger ones by objmem/integers.h; a float on
+// either side makes the operation one of floats.
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <numbers>
+#include <numeric>
 
 #include "objmem/classes.h"
+#include "objmem/integers.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -13,8 +16,10 @@ namespace zel {
 
 namespace {
 
-constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
+constexpr double exactDoubles = 9007199254740992.0;  // 2^53: up to it they are all the integers
+// Up to it a rounded quotient is nearer to the right integer than to any other.
+constexpr double exactQuotients = 2251799813685248.0;
 
 void requireNumber(Memory& memory, OopType oop) {
   if (!isNumber(memory, oop)) {
@@ -22,8 +27,8 @@ void requireNumber(Memory& memory, OopType oop) {
   }
 }
 
-[[noreturn]] void overflow(OopType receiver, OopType argument) {
-  throw Failure(ErrOverflow, "the result has more than 64 bits", {receiver, argument});
+void requireInteger(Memory& memory, OopType oop) {
+  if (!isInteger(memory, oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
 }
 
 [[noreturn]] void zeroDivide(OopType receiver) {
@@ -35,41 +40,55 @@ bool areIntegers(Memory& memory, OopType a, OopType b) {
   return isInteger(memory, a) && isInteger(memory, b);
 }
 
+// Two integers of at most 64 bits.
+struct Pair {
+  std::int64_t a = 0;
+  std::int64_t b = 0;
+  bool of(Memory& memory, OopType receiver, OopType argument) {
+    return toInt64(memory, receiver, a) && toInt64(memory, argument, b);
+  }
+};
+
 struct Add {
-  static bool overflows(std::int64_t a, std::int64_t b, std::int64_t* r) {
-    return __builtin_add_overflow(a, b, r);
+  static constexpr auto ofIntegers = IntegerOperation::add;
+  static bool overflows(Pair pair, std::int64_t* r) {
+    return __builtin_add_overflow(pair.a, pair.b, r);
   }
   static double of(double a, double b) { return a + b; }
 };
 struct Subtract {
-  static bool overflows(std::int64_t a, std::int64_t b, std::int64_t* r) {
-    return __builtin_sub_overflow(a, b, r);
+  static constexpr auto ofIntegers = IntegerOperation::subtract;
+  static bool overflows(Pair pair, std::int64_t* r) {
+    return __builtin_sub_overflow(pair.a, pair.b, r);
   }
   static double of(double a, double b) { return a - b; }
 };
 struct Multiply {
-  static bool overflows(std::int64_t a, std::int64_t b, std::int64_t* r) {
-    return __builtin_mul_overflow(a, b, r);
+  static constexpr auto ofIntegers = IntegerOperation::multiply;
+  static bool overflows(Pair pair, std::int64_t* r) {
+    return __builtin_mul_overflow(pair.a, pair.b, r);
   }
   static double of(double a, double b) { return a * b; }
 };
 
 template <typename Operation>
 OopType arithmetic(Memory& memory, OopType receiver, const OopType* args) {
-  if (isFloat(memory, receiver) && isFloat(memory, args[0])) {
-    return floatOop(memory,
-                    Operation::of(floatValue(memory, receiver), floatValue(memory, args[0])));
-  }
-  if (!areIntegers(memory, receiver, args[0])) {
-    return floatOop(memory,
-                    Operation::of(numberValue(memory, receiver), numberValue(memory, args[0])));
-  }
+  Pair pair;
   std::int64_t result = 0;
-  if (Operation::overflows(integerValue(memory, receiver), integerValue(memory, args[0]),
-                           &result)) {
-    overflow(receiver, args[0]);
+  if (pair.of(memory, receiver, args[0]) && !Operation::overflows(pair, &result)) {
+    return integerOop(memory, result);
   }
-  return integerOop(memory, result);
+  if (areIntegers(memory, receiver, args[0])) {
+    return calculate(memory, Operation::ofIntegers, receiver, args[0]);
+  }
+  return floatOop(memory,
+                  Operation::of(numberValue(memory, receiver), numberValue(memory, args[0])));
+}
+
+template <bool expected>
+OopType equality(Memory& memory, OopType receiver, const OopType* args) {
+  const bool equal = isNumber(memory, args[0]) && compareNumbers(memory, receiver, args[0]) == 0;
+  return booleanOop(equal == expected);
 }
 
 template <typename Comparison>
@@ -79,24 +98,31 @@ OopType compare(Memory& memory, OopType receiver, const OopType* args) {
   return booleanOop(order != unordered && Comparison()(order, 0));
 }
 
-// An exact quotient stays an integer, any other becomes a float.
+// An exact quotient stays an integer, any other becomes the nearest float.
 OopType divide(Memory& memory, OopType receiver, const OopType* args) {
-  const bool integers = areIntegers(memory, receiver, args[0]);
-  if (numberValue(memory, args[0]) == 0) zeroDivide(receiver);
-  if (integers) {
-    const std::int64_t a = integerValue(memory, receiver);
-    const std::int64_t b = integerValue(memory, args[0]);
-    if (a == smallest && b == -1) overflow(receiver, args[0]);
-    if (a % b == 0) return integerOop(memory, a / b);
+  if (!areIntegers(memory, receiver, args[0])) {
+    const double divisor = numberValue(memory, args[0]);
+    if (divisor == 0) zeroDivide(receiver);
+    return floatOop(memory, numberValue(memory, receiver) / divisor);
   }
-  return floatOop(memory, numberValue(memory, receiver) / numberValue(memory, args[0]));
+  if (args[0] == smallIntOop(0)) zeroDivide(receiver);
+  Pair pair;
+  if (pair.of(memory, receiver, args[0]) && pair.b != -1) {
+    if (pair.a % pair.b == 0) return integerOop(memory, pair.a / pair.b);
+    const auto a = static_cast<double>(pair.a);
+    const auto b = static_cast<double>(pair.b);
+    if (std::abs(a) <= exactDoubles && std::abs(b) <= exactDoubles) return floatOop(memory, a / b);
+  } else if (calculate(memory, IntegerOperation::remainder, receiver, args[0]) == smallIntOop(0)) {
+    return calculate(memory, IntegerOperation::quotient, receiver, args[0]);
+  }
+  return floatOop(memory, nearestQuotient(memory, receiver, args[0]));
 }
 
 OopType integerFrom(Memory& memory, double value, OopType receiver) {
-  if (!fitsInteger(value)) {
-    throw Failure(ErrOverflow, "the result is no integer of 64 bits", {receiver});
+  if (!std::isfinite(value)) {
+    throw Failure(ErrOverflow, printFloat(value) + " is no integer", {receiver});
   }
-  return integerOop(memory, static_cast<std::int64_t>(value));
+  return integerFromDouble(memory, value);
 }
 
 struct Division {
@@ -111,16 +137,21 @@ Division floored(Integer a, Integer b) {
   return {a / b - (adjust ? 1 : 0), remainder + (adjust ? b : 0)};
 }
 
-// Rounded toward minus infinity, so that the remainder has the divisor's sign.
-Division floorDivision(Memory& memory, OopType receiver, OopType argument) {
-  const std::int64_t a = integerValue(memory, receiver);
-  const std::int64_t b = integerValue(memory, argument);
-  if (b == 0) zeroDivide(receiver);
-  if (b == -1) {
-    if (a == smallest) overflow(receiver, argument);
-    return {-a, 0};
+Division truncated(std::int64_t a, std::int64_t b) {
+  return {a / b, a % b};
+}
+
+// A message that divides integers: by 64 bits with `function`, which is not asked for the one
+// quotient that has more.
+template <Division (*function)(std::int64_t, std::int64_t), std::int64_t Division::*part>
+OopType divideIntegers(Memory& memory, OopType receiver, OopType argument,
+                       IntegerOperation operation) {
+  if (argument == smallIntOop(0)) zeroDivide(receiver);
+  Pair pair;
+  if (!pair.of(memory, receiver, argument) || (pair.a == smallest && pair.b == -1)) {
+    return calculate(memory, operation, receiver, argument);
   }
-  return floored(a, b);
+  return integerOop(memory, function(pair.a, pair.b).*part);
 }
 
 // The same of floats, by the exact remainder: the quotient itself may be rounded too far.
@@ -144,9 +175,14 @@ FloatDivision floatDivision(Memory& memory, OopType receiver, OopType argument) 
 
 OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
   if (areIntegers(memory, receiver, args[0])) {
-    return integerOop(memory, floorDivision(memory, receiver, args[0]).quotient);
+    return divideIntegers<floored, &Division::quotient>(memory, receiver, args[0],
+                                                        IntegerOperation::floorQuotient);
   }
-  return integerFrom(memory, floatDivision(memory, receiver, args[0]).quotient, receiver);
+  const double quotient = floatDivision(memory, receiver, args[0]).quotient;
+  const double a = numberValue(memory, receiver);
+  const double b = numberValue(memory, args[0]);
+  const bool exact = std::abs(quotient) < exactQuotients || !std::isfinite(a) || !std::isfinite(b);
+  return exact ? integerFrom(memory, quotient, receiver) : zel::floorQuotient(memory, a, b);
 }
 
 OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
@@ -156,23 +192,58 @@ OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
     return smallIntOop(static_cast<std::int32_t>(remainder));
   }
   if (areIntegers(memory, receiver, args[0])) {
-    return integerOop(memory, floorDivision(memory, receiver, args[0]).remainder);
+    return divideIntegers<floored, &Division::remainder>(memory, receiver, args[0],
+                                                         IntegerOperation::floorRemainder);
   }
   return floatOop(memory, floatDivision(memory, receiver, args[0]).remainder);
 }
 
 OopType truncatedQuotient(Memory& memory, OopType receiver, const OopType* args) {
-  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
-  const std::int64_t a = integerValue(memory, receiver);
-  if (b == 0) zeroDivide(receiver);
-  if (a == smallest && b == -1) overflow(receiver, args[0]);
-  return integerOop(memory, a / b);
+  requireInteger(memory, args[0]);
+  return divideIntegers<truncated, &Division::quotient>(memory, receiver, args[0],
+                                                        IntegerOperation::quotient);
 }
 
 OopType truncatedRemainder(Memory& memory, OopType receiver, const OopType* args) {
-  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
-  if (b == 0) zeroDivide(receiver);
-  return integerOop(memory, b == -1 ? 0 : integerValue(memory, receiver) % b);
+  requireInteger(memory, args[0]);
+  return divideIntegers<truncated, &Division::remainder>(memory, receiver, args[0],
+                                                         IntegerOperation::remainder);
+}
+
+OopType gcd(Memory& memory, OopType receiver, const OopType* args) {
+  requireInteger(memory, args[0]);
+  Pair pair;
+  if (!pair.of(memory, receiver, args[0]) || pair.a == smallest || pair.b == smallest) {
+    return calculate(memory, IntegerOperation::gcd, receiver, args[0]);
+  }
+  return integerOop(memory, std::gcd(pair.a, pair.b));
+}
+
+// These two work on integers beyond the largest double as well.
+long double squareRoot(long double bits, int& exponent) {
+  const int odd = exponent % 2;
+  exponent /= 2;
+  return std::sqrt(odd != 0 ? bits * 2 : bits);
+}
+OopType squareRootMessage(Memory& memory, OopType receiver, const OopType*) {
+  std::int64_t value = 0;
+  if (isFloat(memory, receiver) || toInt64(memory, receiver, value)) {
+    return floatOop(memory, std::sqrt(numberValue(memory, receiver)));
+  }
+  int exponent = 0;
+  const long double bits = leadingBits(memory, receiver, exponent);
+  const long double root = squareRoot(bits, exponent);
+  return floatOop(memory, static_cast<double>(std::scalbn(root, exponent)));
+}
+OopType naturalLogarithm(Memory& memory, OopType receiver, const OopType*) {
+  std::int64_t value = 0;
+  if (isFloat(memory, receiver) || toInt64(memory, receiver, value)) {
+    return floatOop(memory, std::log(numberValue(memory, receiver)));
+  }
+  int exponent = 0;
+  const long double bits = leadingBits(memory, receiver, exponent);
+  const long double logarithm = std::log(bits) + exponent * std::numbers::ln2_v<long double>;
+  return floatOop(memory, static_cast<double>(logarithm));
 }
 
 template <double (*function)(double)>
@@ -188,39 +259,44 @@ OopType rounding(Memory& memory, OopType receiver, const OopType*) {
 }
 
 OopType raisedTo(Memory& memory, OopType receiver, const OopType* args) {
-  requireNumber(memory, args[0]);
-  if (!areIntegers(memory, receiver, args[0]) || integerValue(memory, args[0]) < 0) {
+  if (!areIntegers(memory, receiver, args[0]) ||
+      compareIntegers(memory, args[0], smallIntOop(0)) < 0) {
     return floatOop(memory, std::pow(numberValue(memory, receiver), numberValue(memory, args[0])));
   }
-  std::int64_t result = 1;
-  std::int64_t base = integerValue(memory, receiver);
-  std::int64_t exponent = integerValue(memory, args[0]);
-  for (; exponent > 0; exponent >>= 1) {
-    if ((exponent & 1) != 0 && __builtin_mul_overflow(result, base, &result)) {
-      overflow(receiver, args[0]);
-    }
-    if (exponent > 1 && __builtin_mul_overflow(base, base, &base)) overflow(receiver, args[0]);
-  }
-  return integerOop(memory, result);
+  return integerPower(memory, receiver, args[0]);
 }
 
-template <char operation>
+template <IntegerOperation operation>
 OopType bits(Memory& memory, OopType receiver, const OopType* args) {
-  const std::int64_t a = integerValue(memory, receiver);
-  const std::int64_t b = integerArgument(memory, args[0], smallest, largest);
-  return integerOop(memory, operation == '&' ? a & b : operation == '|' ? a | b : a ^ b);
+  requireInteger(memory, args[0]);
+  Pair pair;
+  if (!pair.of(memory, receiver, args[0])) return calculate(memory, operation, receiver, args[0]);
+  return integerOop(memory, operation == IntegerOperation::bitAnd  ? pair.a & pair.b
+                            : operation == IntegerOperation::bitOr ? pair.a | pair.b
+                                                                   : pair.a ^ pair.b);
 }
 
 // A positive distance shifts left, a negative one right.
 OopType bitShift(Memory& memory, OopType receiver, const OopType* args) {
-  const std::int64_t distance = integerArgument(memory, args[0], -1000, 1000);
-  const std::int64_t value = integerValue(memory, receiver);
-  if (distance <= 0) return integerOop(memory, value >> (distance < -63 ? 63 : -distance));
-  std::int64_t result = value;
-  for (std::int64_t i = 0; i < distance && result != 0; ++i) {
-    if (__builtin_mul_overflow(result, std::int64_t{2}, &result)) overflow(receiver, args[0]);
+  requireInteger(memory, args[0]);
+  Pair pair;
+  if (pair.of(memory, receiver, args[0])) {
+    if (pair.b <= 0) return integerOop(memory, pair.a >> (pair.b < -63 ? 63 : -pair.b));
+    const std::int64_t factor = std::int64_t{1} << (pair.b & 31);
+    std::int64_t result = 0;
+    if (pair.b < 32 && !__builtin_mul_overflow(pair.a, factor, &result)) {
+      return integerOop(memory, result);
+    }
   }
-  return integerOop(memory, result);
+  return shiftInteger(memory, receiver, args[0]);
+}
+
+// Bits are counted from 1, the lowest.
+OopType bitAt(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t index = integerArgument(memory, args[0], 1, smallIntMax);
+  const OopType distance = smallIntOop(static_cast<std::int32_t>(1 - index));
+  const OopType one = smallIntOop(1);
+  return bits<IntegerOperation::bitAnd>(memory, bitShift(memory, receiver, &distance), &one);
 }
 
 OopType asFloat(Memory& memory, OopType receiver, const OopType*) {
@@ -232,16 +308,8 @@ OopType asCharacter(Memory& memory, OopType receiver, const OopType*) {
 }
 
 OopType printStringRadix(Memory& memory, OopType receiver, const OopType* args) {
-  const auto radix = static_cast<std::uint64_t>(integerArgument(memory, args[0], 2, 36));
-  const std::int64_t value = integerValue(memory, receiver);
-  std::uint64_t rest =
-      value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-  std::string digits;
-  do {
-    digits.insert(digits.begin(), "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"[rest % radix]);
-    rest /= radix;
-  } while (rest != 0);
-  return stringOop(memory, value < 0 ? "-" + digits : digits);
+  const auto radix = static_cast<int>(integerArgument(memory, args[0], 2, 36));
+  return stringOop(memory, printInteger(memory, receiver, radix));
 }
 
 OopType isNaN(Memory& memory, OopType receiver, const OopType*) {
@@ -259,12 +327,14 @@ constexpr Primitive numberMessages[] = {
     {">", compare<std::greater<>>},
     {"<=", compare<std::less_equal<>>},
     {">=", compare<std::greater_equal<>>},
-    {"sqrt", floatFunction<std::sqrt>},
+    {"=", equality<true>},
+    {"~=", equality<false>},
+    {"sqrt", squareRootMessage},
     {"sin", floatFunction<std::sin>},
     {"cos", floatFunction<std::cos>},
     {"tan", floatFunction<std::tan>},
     {"exp", floatFunction<std::exp>},
-    {"ln", floatFunction<std::log>},
+    {"ln", naturalLogarithm},
     {"floor", rounding<std::floor>},
     {"ceiling", rounding<std::ceil>},
     {"rounded", rounding<std::round>},
@@ -274,10 +344,16 @@ constexpr Primitive numberMessages[] = {
     {"asFloat", asFloat},
 };
 constexpr Primitive integerMessages[] = {
-    {"quo:", truncatedQuotient},  {"rem:", truncatedRemainder},
-    {"bitAnd:", bits<'&'>},       {"bitOr:", bits<'|'>},
-    {"bitXor:", bits<'^'>},       {"bitShift:", bitShift},
-    {"asCharacter", asCharacter}, {"printString:", printStringRadix},
+    {"quo:", truncatedQuotient},
+    {"rem:", truncatedRemainder},
+    {"gcd:", gcd},
+    {"bitAnd:", bits<IntegerOperation::bitAnd>},
+    {"bitOr:", bits<IntegerOperation::bitOr>},
+    {"bitXor:", bits<IntegerOperation::bitXor>},
+    {"bitShift:", bitShift},
+    {"bitAt:", bitAt},
+    {"asCharacter", asCharacter},
+    {"printString:", printStringRadix},
 };
 constexpr Primitive floatMessages[] = {
     {"isNaN", isNaN},

@@ -8,6 +8,7 @@
 #include "lang/lexer.h"
 #include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/integers.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -146,13 +147,20 @@ OopType asDoubleByteString(Memory& memory, OopType receiver, const OopType*) {
   return doubleByteStringOop(memory, decodeUtf8(bytesOf(memory, receiver)));
 }
 
+OopType largeNumber(Memory& memory, const Lexer& lexer) {
+  const OopType oop = parseInteger(memory, lexer.text, lexer.radix);
+  if (oop == 0) throw Failure(ErrOverflow, integerTooLarge);
+  return oop;
+}
+
 OopType asNumber(Memory& memory, OopType receiver, const OopType*) {
   const std::string text = textOf(memory, receiver);
   try {
     Lexer lexer(text);
     const OopType number = lexer.token == Token::integer    ? integerOop(memory, lexer.integerValue)
                            : lexer.token == Token::floating ? floatOop(memory, lexer.floatValue)
-                                                            : NilOop;
+                           : lexer.token == Token::largeInteger ? largeNumber(memory, lexer)
+                                                                : NilOop;
     if (number != NilOop) {
       lexer.next();
       if (lexer.token == Token::end) return number;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "objmem/classes.h"
+#include "objmem/integers.h"
 #include "objmem/names.h"
 #include "objmem/values.h"
 
@@ -52,7 +53,7 @@ class Printer {
   void print(OopType oop, int depth) {
     if (text.size() > longestPrint) return;
     if (isInteger(memory_, oop)) {
-      text += std::to_string(integerValue(memory_, oop));
+      text += printInteger(memory_, oop);
     } else if (isCharacter(oop)) {
       if (!display_) text += '$';
       const char16_t unit = static_cast<char16_t>(characterCode(oop));
@@ -162,8 +163,8 @@ std::string describe(const Memory& memory, OopType oop) {
 }
 
 std::string printFloat(double value) {
-  if (std::isnan(value)) return "nan";
-  if (std::isinf(value)) return value > 0 ? "inf" : "-inf";
+  if (std::isnan(value)) return "Float nan";
+  if (std::isinf(value)) return value > 0 ? "Float infinity" : "Float infinity negated";
   char digits[64];
   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   std::string text(digits, end);
