@@ -137,6 +137,7 @@ TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
   run("k := (1 to: 20000) collect: [:i | {i}]. m := k collect: [:each | each copy]");
   database().memory.meter.limit = 10'000;
   for (const std::string& source : {std::string("k asSet"), std::string("k = m"),
+                                    std::string("(2 raisedTo: 65000) printString"),
                                     "#(" + repeated("a ", 20'000) + ")", repeated("3. ", 20'000)}) {
     EXPECT_EQ(2522, errorOf(source)) << source.substr(0, 60);
   }

@@ -178,8 +178,6 @@ Integer combined(IntegerOperation operation, const Integer& a, const Integer& b)
       return a | b;
     case IntegerOperation::bitXor:
       return a ^ b;
-    case IntegerOperation::gcd:
-      return gcd(a, b);
     default:
       break;
   }
@@ -258,8 +256,8 @@ Integer wholeOf(double value, int& exponent) {
 OopType calculate(Memory& memory, IntegerOperation operation, OopType a, OopType b) {
   const Words left(memory, a);
   const Words right(memory, b);
-  const bool linear = operation < IntegerOperation::multiply ||
-                      (operation >= IntegerOperation::bitAnd && operation != IntegerOperation::gcd);
+  const bool linear =
+      operation < IntegerOperation::multiply || operation >= IntegerOperation::bitAnd;
   charge(memory, left.size, linear ? 1 : right.size);
   const Integer one = load(left);
   const Integer other = load(right);
@@ -279,7 +277,9 @@ OopType shiftInteger(Memory& memory, OopType value, OopType distance) {
     if (!near || places <= -static_cast<std::int64_t>(mostIntegerBits)) {
       return smallIntOop(bits < 0 ? -1 : 0);
     }
-    return store(memory, bits >> static_cast<unsigned>(-places));
+    // Only what is not negative: of the rest the library loses the sign now and then.
+    const auto right = static_cast<unsigned>(-places);
+    return store(memory, bits < 0 ? -((-bits - 1) >> right) - 1 : bits >> right);
   }
   if (!near || places > static_cast<std::int64_t>(mostIntegerBits - bitsOf(abs(bits)))) {
     throw Failure(ErrOverflow, integerTooLarge, {value, distance});
@@ -401,8 +401,10 @@ OopType parseInteger(Memory& memory, std::string_view text, int radix) {
 }
 
 std::string describeInteger(const Memory& memory, OopType oop) {
-  std::int64_t value = 0;
-  if (toInt64(memory, oop, value)) return std::to_string(value);
+  constexpr std::size_t shown = 8;  // words
+  if (isSmallInt(oop) || memory.at(oop).size <= shown * sizeof(Word)) {
+    return printInteger(memory, oop);
+  }
   return "an integer of " + std::to_string(bitsOf(abs(load(memory, oop)))) + " bits";
 }
 

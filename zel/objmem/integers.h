@@ -31,7 +31,6 @@ enum class IntegerOperation : std::uint8_t {
   bitAnd,
   bitOr,
   bitXor,
-  gcd,
 };
 OopType calculate(Memory& memory, IntegerOperation operation, OopType a, OopType b);
 // Left for a positive distance, right toward minus infinity for a negative one.

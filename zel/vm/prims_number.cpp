@@ -4,7 +4,6 @@
 #include <functional>
 #include <limits>
 #include <numbers>
-#include <numeric>
 
 #include "objmem/classes.h"
 #include "objmem/integers.h"
@@ -17,9 +16,9 @@ namespace zel {
 namespace {
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
-constexpr double exactDoubles = 9007199254740992.0;  // 2^53: up to it they are all the integers
-// Up to it a rounded quotient is nearer to the right integer than to any other.
-constexpr double exactQuotients = 2251799813685248.0;
+constexpr double exactDoubles = 9007199254740992.0;  // 2^53: all the integers up to it are some
+constexpr double exactQuotients =
+    2251799813685248.0;  // 2^51: what is rounded errs by less than half
 
 void requireNumber(Memory& memory, OopType oop) {
   if (!isNumber(memory, oop)) {
@@ -98,26 +97,6 @@ OopType compare(Memory& memory, OopType receiver, const OopType* args) {
   return booleanOop(order != unordered && Comparison()(order, 0));
 }
 
-// An exact quotient stays an integer, any other becomes the nearest float.
-OopType divide(Memory& memory, OopType receiver, const OopType* args) {
-  if (!areIntegers(memory, receiver, args[0])) {
-    const double divisor = numberValue(memory, args[0]);
-    if (divisor == 0) zeroDivide(receiver);
-    return floatOop(memory, numberValue(memory, receiver) / divisor);
-  }
-  if (args[0] == smallIntOop(0)) zeroDivide(receiver);
-  Pair pair;
-  if (pair.of(memory, receiver, args[0]) && pair.b != -1) {
-    if (pair.a % pair.b == 0) return integerOop(memory, pair.a / pair.b);
-    const auto a = static_cast<double>(pair.a);
-    const auto b = static_cast<double>(pair.b);
-    if (std::abs(a) <= exactDoubles && std::abs(b) <= exactDoubles) return floatOop(memory, a / b);
-  } else if (calculate(memory, IntegerOperation::remainder, receiver, args[0]) == smallIntOop(0)) {
-    return calculate(memory, IntegerOperation::quotient, receiver, args[0]);
-  }
-  return floatOop(memory, nearestQuotient(memory, receiver, args[0]));
-}
-
 OopType integerFrom(Memory& memory, double value, OopType receiver) {
   if (!std::isfinite(value)) {
     throw Failure(ErrOverflow, printFloat(value) + " is no integer", {receiver});
@@ -181,8 +160,10 @@ OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
   const double quotient = floatDivision(memory, receiver, args[0]).quotient;
   const double a = numberValue(memory, receiver);
   const double b = numberValue(memory, args[0]);
-  const bool exact = std::abs(quotient) < exactQuotients || !std::isfinite(a) || !std::isfinite(b);
-  return exact ? integerFrom(memory, quotient, receiver) : zel::floorQuotient(memory, a, b);
+  if (std::abs(quotient) < exactQuotients || !std::isfinite(a) || !std::isfinite(b)) {
+    return integerFrom(memory, quotient, receiver);
+  }
+  return zel::floorQuotient(memory, a, b);
 }
 
 OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
@@ -210,45 +191,47 @@ OopType truncatedRemainder(Memory& memory, OopType receiver, const OopType* args
                                                          IntegerOperation::remainder);
 }
 
-OopType gcd(Memory& memory, OopType receiver, const OopType* args) {
-  requireInteger(memory, args[0]);
-  Pair pair;
-  if (!pair.of(memory, receiver, args[0]) || pair.a == smallest || pair.b == smallest) {
-    return calculate(memory, IntegerOperation::gcd, receiver, args[0]);
+// An exact quotient stays an integer, any other becomes the nearest float.
+OopType divide(Memory& memory, OopType receiver, const OopType* args) {
+  const bool integers = areIntegers(memory, receiver, args[0]);
+  if (integers && truncatedRemainder(memory, receiver, args) == smallIntOop(0)) {
+    return truncatedQuotient(memory, receiver, args);
   }
-  return integerOop(memory, std::gcd(pair.a, pair.b));
-}
-
-// These two work on integers beyond the largest double as well.
-long double squareRoot(long double bits, int& exponent) {
-  const int odd = exponent % 2;
-  exponent /= 2;
-  return std::sqrt(odd != 0 ? bits * 2 : bits);
-}
-OopType squareRootMessage(Memory& memory, OopType receiver, const OopType*) {
-  std::int64_t value = 0;
-  if (isFloat(memory, receiver) || toInt64(memory, receiver, value)) {
-    return floatOop(memory, std::sqrt(numberValue(memory, receiver)));
-  }
-  int exponent = 0;
-  const long double bits = leadingBits(memory, receiver, exponent);
-  const long double root = squareRoot(bits, exponent);
-  return floatOop(memory, static_cast<double>(std::scalbn(root, exponent)));
-}
-OopType naturalLogarithm(Memory& memory, OopType receiver, const OopType*) {
-  std::int64_t value = 0;
-  if (isFloat(memory, receiver) || toInt64(memory, receiver, value)) {
-    return floatOop(memory, std::log(numberValue(memory, receiver)));
-  }
-  int exponent = 0;
-  const long double bits = leadingBits(memory, receiver, exponent);
-  const long double logarithm = std::log(bits) + exponent * std::numbers::ln2_v<long double>;
-  return floatOop(memory, static_cast<double>(logarithm));
+  const double a = numberValue(memory, receiver);
+  const double b = numberValue(memory, args[0]);
+  if (b == 0) zeroDivide(receiver);
+  const bool exact = !integers || (std::abs(a) <= exactDoubles && std::abs(b) <= exactDoubles);
+  return floatOop(memory, exact ? a / b : nearestQuotient(memory, receiver, args[0]));
 }
 
 template <double (*function)(double)>
 OopType floatFunction(Memory& memory, OopType receiver, const OopType*) {
   return floatOop(memory, function(numberValue(memory, receiver)));
+}
+
+// Integers of more than 64 bits, which may be beyond the largest double.
+bool isVeryLarge(Memory& memory, OopType oop) {
+  std::int64_t value = 0;
+  return isInteger(memory, oop) && !toInt64(memory, oop, value);
+}
+
+OopType squareRoot(Memory& memory, OopType receiver, const OopType* args) {
+  if (!isVeryLarge(memory, receiver)) return floatFunction<std::sqrt>(memory, receiver, args);
+  int exponent = 0;
+  long double bits = leadingBits(memory, receiver, exponent);
+  if (exponent % 2 != 0) {
+    bits *= 2;
+    --exponent;
+  }
+  return floatOop(memory, static_cast<double>(std::scalbn(std::sqrt(bits), exponent / 2)));
+}
+
+OopType naturalLogarithm(Memory& memory, OopType receiver, const OopType* args) {
+  if (!isVeryLarge(memory, receiver)) return floatFunction<std::log>(memory, receiver, args);
+  int exponent = 0;
+  const long double bits = leadingBits(memory, receiver, exponent);
+  const long double logarithm = std::log(bits) + exponent * std::numbers::ln2_v<long double>;
+  return floatOop(memory, static_cast<double>(logarithm));
 }
 
 template <double (*function)(double)>
@@ -329,7 +312,7 @@ constexpr Primitive numberMessages[] = {
     {">=", compare<std::greater_equal<>>},
     {"=", equality<true>},
     {"~=", equality<false>},
-    {"sqrt", squareRootMessage},
+    {"sqrt", squareRoot},
     {"sin", floatFunction<std::sin>},
     {"cos", floatFunction<std::cos>},
     {"tan", floatFunction<std::tan>},
@@ -346,7 +329,6 @@ constexpr Primitive numberMessages[] = {
 constexpr Primitive integerMessages[] = {
     {"quo:", truncatedQuotient},
     {"rem:", truncatedRemainder},
-    {"gcd:", gcd},
     {"bitAnd:", bits<IntegerOperation::bitAnd>},
     {"bitOr:", bits<IntegerOperation::bitOr>},
     {"bitXor:", bits<IntegerOperation::bitXor>},

@@ -38,7 +38,8 @@ class SessionTest {
     @Test
     void valuesSurviveTheWayThereAndBack() {
         List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', -1L,
-                536870912L, -536870913L, Long.MAX_VALUE, Long.MIN_VALUE + 1, -2.5, Double.MAX_VALUE,
+                536870912L, -536870913L, Long.MAX_VALUE, Long.MIN_VALUE, -2.5, Double.MAX_VALUE,
+                new BigInteger("-123456789012345678901234567890"),
                 "", "nul \0 inside", "\ud83d\ude00", "\ud83d alone", "abc\u00e4".repeat(5000),
                 LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000));
         PovZelObject array = session.newArray(values);
