@@ -16,7 +16,7 @@ namespace zel {
 namespace {
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
-constexpr double exactDoubles = 9007199254740992.0;  // 2^53: all the integers up to it are some
+constexpr double exactDoubles = 9007199254740992.0;  // 2^53: all the integers below it are some
 constexpr double exactQuotients =
     2251799813685248.0;  // 2^51: what is rounded errs by less than half
 
@@ -200,7 +200,7 @@ OopType divide(Memory& memory, OopType receiver, const OopType* args) {
   const double a = numberValue(memory, receiver);
   const double b = numberValue(memory, args[0]);
   if (b == 0) zeroDivide(receiver);
-  const bool exact = !integers || (std::abs(a) <= exactDoubles && std::abs(b) <= exactDoubles);
+  const bool exact = !integers || (std::abs(a) < exactDoubles && std::abs(b) < exactDoubles);
   return floatOop(memory, exact ? a / b : nearestQuotient(memory, receiver, args[0]));
 }
 
