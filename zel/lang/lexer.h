@@ -10,17 +10,18 @@ namespace zel {
 
 enum class Token {
   end,
-  identifier,    // text: the name
-  keyword,       // text: with its colon
-  binary,        // text: the operator
-  integer,       // integerValue
-  largeInteger,  // of more than 64 bits; text: the digits, after a minus sign perhaps; radix
-  floating,      // floatValue
-  character,     // integerValue: the code
-  string,        // text: the bytes
-  symbol,        // text
-  arrayStart,    // #(
-  bytesStart,    // #[
+  identifier,  // text: the name
+  keyword,     // text: with its colon
+  binary,      // text: the operator
+  integer,     // integerValue
+  // Of more than 64 bits. text: the digits, after a minus sign perhaps; radix
+  largeInteger,
+  floating,    // floatValue
+  character,   // integerValue: the code
+  string,      // text: the bytes
+  symbol,      // text
+  arrayStart,  // #(
+  bytesStart,  // #[
   braceStart,
   assign,
   caret,
@@ -42,7 +43,7 @@ class Lexer {
   Token token = Token::end;
   std::string text;
   std::int64_t integerValue = 0;
-  int radix = 10;
+  int radix = 10;  // of largeInteger
   double floatValue = 0;
   std::size_t position = 0;  // where the token starts
   int literalDepth = 0;      // inside literal arrays a minus sign always belongs to a number

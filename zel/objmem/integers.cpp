@@ -277,7 +277,7 @@ OopType shiftInteger(Memory& memory, OopType value, OopType distance) {
     if (!near || places <= -static_cast<std::int64_t>(mostIntegerBits)) {
       return smallIntOop(bits < 0 ? -1 : 0);
     }
-    // Only what is not negative: of the rest the library loses the sign now and then.
+    // Shifting what is negative, Boost loses some signs.
     const auto right = static_cast<unsigned>(-places);
     return store(memory, bits < 0 ? -((-bits - 1) >> right) - 1 : bits >> right);
   }
