@@ -153,6 +153,9 @@ FloatDivision floatDivision(Memory& memory, OopType receiver, OopType argument) 
 }
 
 OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
+  if (isSmallInt(receiver) && isSmallInt(args[0]) && args[0] != smallIntOop(0)) {
+    return integerOop(memory, floored(smallIntValue(receiver), smallIntValue(args[0])).quotient);
+  }
   if (areIntegers(memory, receiver, args[0])) {
     return divideIntegers<floored, &Division::quotient>(memory, receiver, args[0],
                                                         IntegerOperation::floorQuotient);
