@@ -1,6 +1,7 @@
 // The language: what texts answer, and how wrong ones end.
 #include <fstream>
 
+#include "objmem/values.h"
 #include "session_fixture.h"
 
 namespace {
@@ -8,7 +9,8 @@ namespace {
 class Language : public ZelSession {};
 
 // Rows "TEXT ==> ANSWER" of language.txt. A line "-- TITLE" begins a group with a database of its
-// own; within a group texts go on with what earlier ones left.
+// own; within a group texts go on with what earlier ones left. Where an error happened is compared
+// where the row says it.
 TEST_F(Language, AnswersAsTheTableSays) {
   std::ifstream file(LANGUAGE_TABLE);
   const std::string arrow = " ==> ";
@@ -23,10 +25,57 @@ TEST_F(Language, AnswersAsTheTableSays) {
     }
     const std::size_t at = line.find(arrow);
     ASSERT_NE(std::string::npos, at) << "line " << number;
-    EXPECT_EQ(line.substr(at + arrow.size()), show(line.substr(0, at))) << "line " << number;
+    const std::string answer = line.substr(at + arrow.size());
+    const OopType result = run(line.substr(0, at));
+    const bool placed = answer.find("column ") != std::string::npos;
+    EXPECT_EQ(answer, placed ? told(result) : shown(result)) << "line " << number;
   }
   EXPECT_LT(100, number);
-  EXPECT_EQ("error 2501: line 2, column 4: ) is expected", show("\n (3"));
+}
+
+TEST_F(Language, FailedProcessesTellTheirStack) {
+  const auto stack = [&](OopType process) {
+    const OopType text = zel->ZelPerform(process, "stack", nullptr, 0);
+    return std::string(zel::bytesOf(database().memory, text));
+  };
+  run("Object compile: 'deep: n\n  ^n = 0 ifTrue: [nil zork] ifFalse: [[:k |\n"
+      "    self deep: n - k] value: 1]'. Object compile: 'endless ^self endless'");
+  EXPECT_EQ("error 2010: nil does not understand #zork (Object>>deep:, line 2, column 23)",
+            told(run("\n [3 deep: 1] value")));
+  const OopType failed = error.context;
+  const std::string frames =
+      "Object>>deep:, line 2, column 23\n[] in Object>>deep:, line 3, column 10\n"
+      "Object>>deep:, line 3, column 23\n"
+      "[] in text, line 2, column 5\ntext, line 2, column 14";
+  EXPECT_EQ(frames, stack(failed));
+  // The middle of a deep one is left out; that of a process that is given up stays.
+  EXPECT_EQ(
+      "error 2138: the recursion is too deep (20000 activations) "
+      "(Object>>endless, line 1, column 15)",
+      told(run("3 endless")));
+  const std::string deep = stack(error.context);
+  EXPECT_EQ(200, std::count(deep.begin(), deep.end(), '\n'));
+  EXPECT_THAT(deep, testing::HasSubstr("column 15\n... 19800 more\nObject>>endless, line 1"));
+  EXPECT_EQ(frames, stack(failed));
+  told(run("#(1) collect: [:x | x zork]"));
+  EXPECT_THAT(stack(error.context), testing::HasSubstr(">>collect:, line "));
+  // A message from the client has no place, nor has what fails in it at once.
+  EXPECT_EQ("error 2010: a Process does not understand #zork",
+            told(zel->ZelPerform(failed, "zork", nullptr, 0)));
+}
+
+TEST_F(Language, LongMessagesKeepTheirPlace) {
+  const std::string name(1000, 'x');
+  run("Object compile: '" + name + " ^nil y" + name + "'");
+  const std::string message = told(run("3 " + name)).substr(12);
+  EXPECT_EQ(400U, message.size());
+  EXPECT_THAT(message, testing::MatchesRegex("nil does not understand #yx+\\.\\.\\. "
+                                             "\\(Object>>x+\\.\\.\\., line 1, column 1007\\)"));
+  std::string euros;
+  for (int i = 0; i < 200; ++i) euros += "€";
+  const std::string cut = told(run("\n\nError signal: 'x" + euros + "'"));
+  EXPECT_THAT(cut, testing::EndsWith("€... (line 3, column 7)"));
+  EXPECT_LE(cut.size(), 400U + 12);
 }
 
 }  // namespace

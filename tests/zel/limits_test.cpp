@@ -61,6 +61,8 @@ TEST_F(Limits, ABreakFromAnotherThreadStopsOrSuspends) {
   EXPECT_EQ(6003, brokenBy(zel->ZelSoftBreak,
                            "go := true. n := 0. [go] whileTrue: [n := n + 1]. 'over'"));
   const OopType process = error.context;
+  EXPECT_THAT(error.message, testing::EndsWith("(line 1, column 26)"));
+  EXPECT_EQ("'text, line 1, column 26'", shown(zel->ZelPerform(process, "stack", nullptr, 0)));
   run("go := false");
   EXPECT_EQ("'over'", shown(zel->ZelContinueWith(process, 1, 0, nullptr)));
   // One that finds nothing running does nothing to what comes next.

@@ -1,6 +1,8 @@
 // A test with a session of its own in a fresh database.
 #pragma once
 
+#include <regex>
+
 #include "table/frame.h"
 #include "tests.h"
 #include "vm/printing.h"
@@ -19,9 +21,14 @@ class ZelSession : public testing::Test {
 
   OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
 
-  // The printed result, or "error NUMBER" with the message.
+  // The printed result, or "error NUMBER" with the message, but not where it happened.
   std::string show(const std::string& source) { return shown(run(source)); }
   std::string shown(OopType oop) {
+    static const std::regex place(R"( \([^()]*line \d+, column \d+\)$)");
+    return std::regex_replace(told(oop), place, "");
+  }
+  // The same with the place.
+  std::string told(OopType oop) {
     const std::string failure = takeError();
     return failure.empty() ? ::zel::printString(database().memory, oop) : failure;
   }

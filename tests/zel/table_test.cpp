@@ -112,7 +112,7 @@ TEST_F(Table, ReadsAndWritesRangesOfBytes) {
   const ByteType byte = 0;
   EXPECT_EQ(tuple(2094, 2110, 2506, 2208),
             tuple(storeBytes(oop, 1, "", ArrayClassOop), storeBytes(zel->ZelFltToOop(1), 8, "xx"),
-                  storeBytes(run("#symbol"), 1, "x"),
+                  storeBytes(run("'literal'"), 1, "x"),
                   errorOf(zel->ZelStoreBytesInstanceOf, NilOop, oop, 1, &byte, 0xFFFFFFFF)));
 }
 
@@ -128,7 +128,7 @@ TEST_F(Table, ReadsAndWritesRangesOfOops) {
       tuple(2110, 2110, 2110, 2506, 2507, 5065),
       tuple(errorOf(zel->ZelStoreOop, both, 8, TrueOop), errorOf(zel->ZelFetchNamedOop, both, 3),
             errorOf(zel->ZelStoreNamedOops, both, 2, oops, 2),
-            errorOf(zel->ZelStoreNamedOops, StringClassOop, 1, oops, 1),
+            errorOf(zel->ZelStoreIdxOops, run("#(1)"), 1, oops, 1),
             errorOf(zel->ZelStoreIdxOops, both, 1, oops, 3),
             errorOf(zel->ZelStoreIdxOops, both, 1, oops, 0x80000001)));
   EXPECT_EQ("a Both( false 1 2 )", shown(both));

@@ -65,6 +65,12 @@ enum class FailureKind : std::uint8_t {
   stop,        // the program is given up
 };
 
+// A place in a text: lines and characters, both from 1; no place when the line is 0.
+struct Position {
+  std::uint32_t line = 0;
+  std::uint32_t column = 0;
+};
+
 // One error on its way up.
 struct Failure {
   std::int32_t number;
@@ -73,7 +79,9 @@ struct Failure {
   FailureKind kind = FailureKind::error;
   OopType exceptionClass = 0;  // what handlers in the program compare with; 0 means Error
   OopType exception = 0;       // the program's own exception object, if it signalled one
-  OopType context = 0;         // the process that can be continued, 0 if there is none
+  OopType context = 0;         // the process in which it happened, 0 if there is none
+  Position position{};         // where, in a method of that name or in a text when it is empty
+  std::string method{};
 
   Failure(std::int32_t errorNumber, std::string text, std::initializer_list<OopType> arguments = {},
           FailureKind kindOfFailure = FailureKind::error)
@@ -83,6 +91,12 @@ struct Failure {
   Failure ofClass(OopType handledAs) const {
     Failure failure = *this;
     failure.exceptionClass = handledAs;
+    return failure;
+  }
+  // The same failure, in a text that is compiled.
+  Failure in(Position place) const {
+    Failure failure = *this;
+    failure.position = place;
     return failure;
   }
   // The same failure, signalled by the program with its own exception object.

@@ -31,7 +31,7 @@ void compileKernelFile(Memory& memory, std::string_view file) {
     const std::string_view header = takeUntil(file, " [\n");
     const std::string_view body = takeUntil(file, "\n]\n");
     const OopType classOop = dictionaryAt(memory, GlobalsOop, symbolOop(memory, owner));
-    compileMethod(memory, classOop, std::string(header).append("\n").append(body), classSide);
+    compileMethod(memory, classOop, std::string(header).append("\n").append(body), classSide, true);
   }
 }
 

@@ -5,16 +5,18 @@
 #include <string>
 #include <vector>
 
-#include <povzel/povzeltypes.h>
+#include "errors/failure.h"
 
 namespace zel {
 
 struct Scope;
+struct Node;
 
 // A named place for a value: an argument or temporary of a method, a text or a block.
 struct Variable {
   std::string name;
   Scope* scope = nullptr;
+  const Node* block = nullptr;  // that declares it
   bool isArgument = false;
   bool captured = false;    // used in a block that may outlive the activation
   std::uint32_t place = 0;  // in the frame, or in the environment if captured
@@ -33,20 +35,50 @@ struct Scope {
 
 enum class NodeKind { literal, variable, assign, send, cascade, block, answer, brace };
 
+// Selectors whose literal block arguments become jumps.
+enum class Control {
+  none,
+  ifTrue,
+  ifFalse,
+  ifTrueIfFalse,
+  ifFalseIfTrue,
+  ifNil,
+  ifNotNil,
+  ifNilIfNotNil,
+  ifNotNilIfNil,
+  andBlock,
+  orBlock,
+  whileTrue,
+  whileFalse,
+  whileTrueDo,
+  whileFalseDo,
+  toDo,
+  toByDo,
+  timesRepeat,
+  repeat,
+};
+
+// A name where it is declared.
+struct Declaration {
+  std::string name;
+  Position position;
+};
+
 struct Node {
   NodeKind kind = NodeKind::literal;
-  std::size_t position = 0;                // in the source
+  Position position;                       // in the source; of a message its selector's
   OopType literal = 0;                     // literal
   std::string name;                        // variable, assign: name; send: selector
   Node* receiver = nullptr;                // send, cascade; null inside a cascade's messages
   std::vector<Node*> parts;                // arguments, messages, statements, elements
   Node* value = nullptr;                   // assign, answer
-  std::vector<std::string> parameters;     // block
-  std::vector<std::string> temporaries;    // block
+  std::vector<Declaration> parameters;     // block
+  std::vector<Declaration> temporaries;    // block
   bool inlined = false;                    // block: no activation of its own
   std::vector<Variable*> inlineVariables;  // inlined block: its own variables; loop: limit, counter
   Scope* scope = nullptr;                  // block that is not inlined, or a loop's body
   Variable* variable = nullptr;            // resolved name, null if it is none of the text's own
+  Control control = Control::none;         // send: its form, once names are resolved
 };
 
 struct Tree {
@@ -56,7 +88,7 @@ struct Tree {
   std::string selector;  // of a method, empty for a text
   Node* body = nullptr;  // a block node
 
-  Node* make(NodeKind kind, std::size_t position) {
+  Node* make(NodeKind kind, Position position) {
     Node& node = nodes.emplace_back();
     node.kind = kind;
     node.position = position;

@@ -73,8 +73,8 @@ class Emitter {
   }
 
  private:
-  [[noreturn]] static void tooLarge(const char* what) {
-    throw Failure(ErrCompile, std::string("the text is too large: ") + what);
+  [[noreturn]] void tooLarge(const char* what) const {
+    throw Failure(ErrCompile, std::string("the text is too large: ") + what).in(position_);
   }
 
   std::size_t emit(OpCode code, std::size_t a = 0, std::size_t b = 0) {
@@ -82,6 +82,7 @@ class Emitter {
     if (code_.ops.size() >= mostOps) tooLarge("split it into several");
     if (a > 0xFFFF || b > 0xFF) tooLarge("too many variables, elements or arguments");
     code_.ops.push_back({code, static_cast<std::uint8_t>(b), static_cast<std::uint16_t>(a)});
+    code_.positions.note(code_.ops.size() - 1, position_);
     grow(growthOf(code));
     return code_.ops.size() - 1;
   }
@@ -130,6 +131,7 @@ class Emitter {
 
   void emitFunction(Node& block, std::size_t number) {
     scope_ = block.scope;
+    position_ = block.position;
     depth_ = deepest_ = 0;
     const std::size_t entry = here();
     emitEnvironment();
@@ -234,6 +236,7 @@ class Emitter {
 
   void emitAssign(const Node& node) {
     emitValue(*node.value);
+    position_ = node.position;
     if (node.variable != nullptr) {
       store(*node.variable);
     } else if (const std::size_t index = instVarIndex(node.name); index < instVars_.size()) {
@@ -244,6 +247,7 @@ class Emitter {
   }
 
   void emitValue(Node& node) {
+    position_ = node.position;
     switch (node.kind) {
       case NodeKind::literal:
         return pushLiteral(node.literal);
@@ -257,11 +261,13 @@ class Emitter {
         return emitCascade(node);
       case NodeKind::brace:
         for (Node* part : node.parts) emitValue(*part);
+        position_ = node.position;
         emit(OpCode::makeArray, node.parts.size());
         grow(-static_cast<int>(node.parts.size()));
         return;
       case NodeKind::answer:
         emitValue(*node.value);
+        position_ = node.position;
         emitAnswer();
         pushLiteral(NilOop);  // never reached; keeps one value for each statement
         return;
@@ -281,9 +287,8 @@ class Emitter {
     bool toSuper = first->kind == NodeKind::variable && first->name == "super";
     const Node* receiver = first;
     for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
-      const Control control = controlOf(**node);
-      if (control != Control::none) {
-        emitControl(control, **node);
+      if ((*node)->control != Control::none) {
+        emitControl(**node);
       } else {
         emitMessage(**node, toSuper, receiver);
       }
@@ -310,6 +315,7 @@ class Emitter {
   // The receiver is on the stack; `receiver` is null where something else has it, too.
   void emitMessage(const Node& message, bool toSuper, const Node* receiver) {
     for (Node* part : message.parts) emitValue(*part);
+    position_ = message.position;
     const OpCode code = toSuper ? OpCode::send : arithmeticOf(message);
     if (code == OpCode::send) {
       return emitSend(OpCode::send, message.name, message.parts.size(), toSuper);
@@ -367,14 +373,16 @@ class Emitter {
     land(toEnd);
   }
 
-  void emitWhile(const Node& condition, OpCode leave, const Node* body) {
+  void emitWhile(const Node& send, OpCode leave, const Node* body) {
     const std::size_t top = here();
-    emitTurn(condition);
+    emitTurn(*send.receiver);
+    position_ = send.position;
     const std::size_t toEnd = emit(leave);
     if (body != nullptr) {
       emitTurn(*body);
       emitPop();
     }
+    position_ = send.position;
     emit(OpCode::jumpBack, top);
     land(toEnd);
     pushLiteral(NilOop);
@@ -393,6 +401,7 @@ class Emitter {
       emitValue(*send.parts[0]);
       store(limit);
       emitPop();
+      position_ = send.position;
     }
     const std::size_t top = here();
     load(counter);
@@ -401,6 +410,7 @@ class Emitter {
     const std::size_t toEnd = emit(OpCode::jumpIfFalse);
     emitTurn(body, copied ? &counter : nullptr);
     emitPop();
+    position_ = send.position;
     load(counter);
     pushLiteral(smallIntOop(step));
     emitSend(OpCode::add, "+", 1);
@@ -418,21 +428,23 @@ class Emitter {
     emitPop();
   }
 
-  void emitRepeat(const Node& body) {
+  void emitRepeat(const Node& send) {
     const std::size_t top = here();
-    emitTurn(body);
+    emitTurn(*send.receiver);
     emitPop();
+    position_ = send.position;
     emit(OpCode::jumpBack, top);
     pushLiteral(NilOop);  // never reached
   }
 
-  void emitControl(Control control, Node& send) {
+  void emitControl(Node& send) {
     constexpr OpCode ifFalse = OpCode::jumpIfFalse;
     constexpr OpCode ifTrue = OpCode::jumpIfTrue;
     const std::vector<Node*>& parts = send.parts;
+    position_ = send.position;
     // One line a form.
     // clang-format off
-    switch (control) {
+    switch (send.control) {
       case Control::ifTrue: return emitChoice(ifFalse, parts[0], nullptr, NilOop);
       case Control::ifFalse: return emitChoice(ifTrue, parts[0], nullptr, NilOop);
       case Control::ifTrueIfFalse: return emitChoice(ifFalse, parts[0], parts[1], NilOop);
@@ -443,14 +455,14 @@ class Emitter {
       case Control::ifNotNil: return emitIfNil(nullptr, parts[0]);
       case Control::ifNilIfNotNil: return emitIfNil(parts[0], parts[1]);
       case Control::ifNotNilIfNil: return emitIfNil(parts[1], parts[0]);
-      case Control::whileTrue: return emitWhile(*send.receiver, ifFalse, nullptr);
-      case Control::whileFalse: return emitWhile(*send.receiver, ifTrue, nullptr);
-      case Control::whileTrueDo: return emitWhile(*send.receiver, ifFalse, parts[0]);
-      case Control::whileFalseDo: return emitWhile(*send.receiver, ifTrue, parts[0]);
+      case Control::whileTrue: return emitWhile(send, ifFalse, nullptr);
+      case Control::whileFalse: return emitWhile(send, ifTrue, nullptr);
+      case Control::whileTrueDo: return emitWhile(send, ifFalse, parts[0]);
+      case Control::whileFalseDo: return emitWhile(send, ifTrue, parts[0]);
       case Control::toDo: return emitCount(send, 1, *parts[1]);
       case Control::toByDo: return emitCount(send, smallIntValue(parts[1]->literal), *parts[2]);
       case Control::timesRepeat: return emitTimesRepeat(send);
-      case Control::repeat: return emitRepeat(*send.receiver);
+      case Control::repeat: return emitRepeat(send);
       case Control::none: return;
     }
     // clang-format on
@@ -461,7 +473,8 @@ class Emitter {
   Code& code_;
   const std::vector<std::string>& instVars_;
   Scope* scope_ = nullptr;
-  int depth_ = 0;  // values on the stack at the next op, and the most in the function
+  Position position_;  // of what is emitted
+  int depth_ = 0;      // values on the stack at the next op, and the most in the function
   int deepest_ = 0;
   std::size_t landed_ = 0;  // where a jump last led to
   std::unordered_map<OopType, std::size_t> literals_;
@@ -470,7 +483,7 @@ class Emitter {
 
 std::unique_ptr<Code> generate(Memory& memory, Tree& tree, OopType owner, bool classSide,
                                const std::vector<std::string>& instVars) {
-  resolveNames(tree, memory.meter);
+  resolveNames(tree, instVars, memory.meter);
   auto code = std::make_unique<Code>();
   code->owner = owner;
   code->classSide = classSide;
@@ -482,9 +495,9 @@ OopType methodObject(Memory& memory, OopType selector, OopType owner, OopType so
                      Routine routine) {
   const OopType oop = memory.allocate(MethodClass, Impl::pointers, 3, 0, false);
   Object& object = memory.at(oop);
-  object.slots[0] = selector;
-  object.slots[1] = owner;
-  object.slots[2] = source;
+  object.slots[MethodSelector] = selector;
+  object.slots[MethodOwner] = owner;
+  object.slots[MethodSource] = source;
   object.invariant = true;
   if (routine.code) {
     routine.code->method = oop;
@@ -540,14 +553,23 @@ OopType compileMessage(Memory& memory, OopType receiver, std::string_view select
   return methodObject(memory, NilOop, NilOop, NilOop, std::move(routine));
 }
 
-OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide) {
-  if (!isClass(memory, owner)) throw Failure(ErrBadArgumentKind, "a class is expected", {owner});
+OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide,
+                      bool kernel) {
+  if (!isClass(memory, owner)) wrongKind(memory, "a class", owner);
   Tree tree;
-  parseMethod(memory, source, tree);
   const std::vector<std::string> none;
   Routine routine;
-  routine.code =
-      generate(memory, tree, owner, classSide, classSide ? none : instVarNamesOf(memory, owner));
+  try {
+    parseMethod(memory, source, tree);
+    routine.code =
+        generate(memory, tree, owner, classSide, classSide ? none : instVarNamesOf(memory, owner));
+  } catch (Failure& failure) {
+    if (failure.number == ErrCompile) {
+      failure.method = methodName(memory, owner, classSide, tree.selector);
+    }
+    throw;
+  }
+  routine.code->kernel = kernel;
   const OopType selector = symbolOop(memory, tree.selector);
   const OopType text = stringOop(memory, source);
   install(memory, owner, selector, classSide,

@@ -52,23 +52,26 @@ char Lexer::peek(std::size_t ahead) const {
 }
 
 void Lexer::fail(const std::string& message) const {
-  std::size_t line = 1;
-  std::size_t column = 1;
-  for (std::size_t i = 0; i < position && i < source_.size(); ++i) {
-    ++column;
-    if (source_[i] != '\n') continue;
-    ++line;
-    column = 1;
+  throw Failure(ErrCompile, message).in(position);
+}
+
+// Moves the position to the next byte to read. Bytes inside a character are none of their own.
+void Lexer::locate() {
+  for (; located_ < at_; ++located_) {
+    const auto byte = static_cast<unsigned char>(source_[located_]);
+    if (byte == '\n') {
+      position = {position.line + 1, 1};
+    } else if ((byte & 0xC0) != 0x80) {
+      ++position.column;
+    }
   }
-  throw Failure(ErrCompile, "line " + std::to_string(line) + ", column " + std::to_string(column) +
-                                ": " + message);
 }
 
 void Lexer::skipBlanks() {
   while (at_ < source_.size()) {
     const char c = source_[at_];
     if (c == '"') {
-      position = at_;
+      locate();
       const std::size_t close = source_.find('"', at_ + 1);
       if (close == std::string_view::npos) fail("the comment is not closed");
       at_ = close + 1;
@@ -87,7 +90,7 @@ bool Lexer::minusStartsNumber() const {
 void Lexer::next() {
   afterOperand_ = endsOperand(token);
   skipBlanks();
-  position = at_;
+  locate();
   if (at_ >= source_.size()) {
     token = Token::end;
     return;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include <povzel/povzeltypes.h>
+#include "errors/failure.h"
 
 namespace zel {
 
@@ -45,16 +45,17 @@ class Lexer {
   std::int64_t integerValue = 0;
   int radix = 10;  // of largeInteger
   double floatValue = 0;
-  std::size_t position = 0;  // where the token starts
-  int literalDepth = 0;      // inside literal arrays a minus sign always belongs to a number
+  Position position{1, 1};  // where the token starts
+  int literalDepth = 0;     // inside literal arrays a minus sign always belongs to a number
 
   // Reads the next token. Throws Failure ErrCompile.
   void next();
-  // Ends with the message, which says where in the text it happened.
+  // Ends with the message, at the token's place.
   [[noreturn]] void fail(const std::string& message) const;
 
  private:
   char peek(std::size_t ahead = 0) const;
+  void locate();
   void skipBlanks();
   void readWord();
   void readNumber();
@@ -67,6 +68,7 @@ class Lexer {
 
   std::string_view source_;
   std::size_t at_ = 0;
+  std::size_t located_ = 0;    // where in the source `position` is
   bool afterOperand_ = false;  // a minus sign here is a message, not a number's sign
 };
 

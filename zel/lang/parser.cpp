@@ -20,13 +20,13 @@ class Parser {
       : memory_(memory), lexer_(source), tree_(tree) {}
 
   void text() {
-    tree_.body = tree_.make(NodeKind::block, 0);
+    tree_.body = make(NodeKind::block);
     temporaries(*tree_.body);
     statements(*tree_.body, Token::end);
   }
 
   void method() {
-    tree_.body = tree_.make(NodeKind::block, 0);
+    tree_.body = make(NodeKind::block);
     pattern(*tree_.body);
     temporaries(*tree_.body);
     statements(*tree_.body, Token::end);
@@ -63,6 +63,17 @@ class Parser {
     lexer_.next();
     return name;
   }
+  void declare(std::vector<Declaration>& names, const char* what) {
+    if (++declared_ > mostOps) lexer_.fail("the text is too large: too many variables");
+    const Position position = lexer_.position;
+    names.push_back({takeName(what), position});
+  }
+
+  // Each node becomes at least one op, so that a text too large is noticed early.
+  Node* make(NodeKind kind) {
+    if (tree_.nodes.size() > mostOps) lexer_.fail("the text is too large: split it into several");
+    return tree_.make(kind, lexer_.position);
+  }
 
   void pattern(Node& body) {
     if (at(Token::identifier)) {
@@ -70,12 +81,12 @@ class Parser {
     } else if (at(Token::binary) || at(Token::bar)) {
       tree_.selector = lexer_.text;
       lexer_.next();
-      body.parameters.push_back(takeName("an argument name"));
+      declare(body.parameters, "an argument name");
     } else {
       while (at(Token::keyword)) {
         tree_.selector += lexer_.text;
         lexer_.next();
-        body.parameters.push_back(takeName("an argument name"));
+        declare(body.parameters, "an argument name");
       }
     }
     if (tree_.selector.empty()) lexer_.fail("a method begins with its selector");
@@ -87,7 +98,7 @@ class Parser {
       return;
     }
     if (!accept(Token::bar)) return;
-    while (at(Token::identifier)) block.temporaries.push_back(takeName("a name"));
+    while (at(Token::identifier)) declare(block.temporaries, "a name");
     expect(Token::bar, "| after the temporaries");
   }
 
@@ -102,7 +113,7 @@ class Parser {
 
   Node* statement() {
     if (!at(Token::caret)) return expression();
-    Node* node = tree_.make(NodeKind::answer, lexer_.position);
+    Node* node = make(NodeKind::answer);
     lexer_.next();
     node->value = expression();
     return node;
@@ -113,35 +124,40 @@ class Parser {
     Node* node = primary();
     if (node->kind == NodeKind::variable && at(Token::assign)) {
       lexer_.next();
-      Node* assign = tree_.make(NodeKind::assign, node->position);
-      assign->name = node->name;
-      assign->value = expression();
-      return assign;
+      node->kind = NodeKind::assign;
+      node->value = expression();
+      return node;
     }
     node = keywordSend(binarySends(unarySends(node)));
     return at(Token::semicolon) ? cascade(node) : node;
   }
 
-  Node* send(Node* receiver, std::string selector, std::vector<Node*> arguments) {
-    Node* node = tree_.make(NodeKind::send, lexer_.position);
+  // A message whose selector begins here.
+  Node* send(Node* receiver) {
+    Node* node = make(NodeKind::send);
     node->receiver = receiver;
-    node->name = std::move(selector);
-    node->parts = std::move(arguments);
+    return node;
+  }
+
+  Node* unarySend(Node* receiver) {
+    Node* node = send(receiver);
+    node->name = takeName("a message");
     return node;
   }
 
   Node* unarySends(Node* receiver) {
-    while (at(Token::identifier)) receiver = send(receiver, takeName("a message"), {});
+    while (at(Token::identifier)) receiver = unarySend(receiver);
     return receiver;
   }
 
   bool atBinary() const { return at(Token::binary) || at(Token::bar); }
 
   Node* binarySend(Node* receiver) {
-    std::string selector = lexer_.text;
+    Node* node = send(receiver);
+    node->name = lexer_.text;
     lexer_.next();
-    Node* argument = unarySends(primary());
-    return send(receiver, std::move(selector), {argument});
+    node->parts = {unarySends(primary())};
+    return node;
   }
 
   Node* binarySends(Node* receiver) {
@@ -151,26 +167,25 @@ class Parser {
 
   Node* keywordSend(Node* receiver) {
     if (!at(Token::keyword)) return receiver;
-    std::string selector;
-    std::vector<Node*> arguments;
+    Node* node = send(receiver);
     while (at(Token::keyword)) {
-      selector += lexer_.text;
+      node->name += lexer_.text;
       lexer_.next();
-      arguments.push_back(binarySends(unarySends(primary())));
+      node->parts.push_back(binarySends(unarySends(primary())));
     }
-    return send(receiver, std::move(selector), std::move(arguments));
+    return node;
   }
 
   Node* cascade(Node* first) {
     if (first->kind != NodeKind::send) lexer_.fail("a message is expected before ;");
-    Node* node = tree_.make(NodeKind::cascade, first->position);
+    Node* node = make(NodeKind::cascade);
     node->receiver = first->receiver;
     first->receiver = nullptr;
     node->parts.push_back(first);
     while (accept(Token::semicolon)) {
       Node* message = nullptr;
       if (at(Token::identifier)) {
-        message = send(nullptr, takeName("a message"), {});
+        message = unarySend(nullptr);
       } else if (atBinary()) {
         message = binarySend(nullptr);
       } else if (at(Token::keyword)) {
@@ -183,18 +198,11 @@ class Parser {
     return node;
   }
 
-  Node* literal(OopType oop) {
-    Node* node = tree_.make(NodeKind::literal, lexer_.position);
-    node->literal = oop;
-    lexer_.next();
-    return node;
-  }
-
   Node* primary() {
     memory_.meter.charge(1);
     switch (lexer_.token) {
       case Token::identifier: {
-        Node* node = tree_.make(NodeKind::variable, lexer_.position);
+        Node* node = make(NodeKind::variable);
         node->name = takeName("a name");
         return node;
       }
@@ -211,20 +219,20 @@ class Parser {
       default:
         break;
     }
-    Node* node = tree_.make(NodeKind::literal, lexer_.position);
+    Node* node = make(NodeKind::literal);
     node->literal = literalValue("an expression is expected");
     return node;
   }
 
   Node* block() {
     const Nesting nesting(*this);
-    Node* node = tree_.make(NodeKind::block, lexer_.position);
+    Node* node = make(NodeKind::block);
     lexer_.next();
-    while (accept(Token::colon)) node->parameters.push_back(takeName("a parameter name"));
+    while (accept(Token::colon)) declare(node->parameters, "a parameter name");
     if (!node->parameters.empty() && !at(Token::closeBracket)) {
       if (at(Token::binary) && lexer_.text == "||") {  // end of parameters, then temporaries
         lexer_.next();
-        while (at(Token::identifier)) node->temporaries.push_back(takeName("a name"));
+        while (at(Token::identifier)) declare(node->temporaries, "a name");
         expect(Token::bar, "| after the temporaries");
       } else {
         expect(Token::bar, "| after the parameters");
@@ -240,7 +248,7 @@ class Parser {
 
   Node* brace() {
     const Nesting nesting(*this);
-    Node* node = tree_.make(NodeKind::brace, lexer_.position);
+    Node* node = make(NodeKind::brace);
     lexer_.next();
     while (!at(Token::closeBrace)) {
       if (accept(Token::period)) continue;
@@ -250,6 +258,12 @@ class Parser {
     }
     lexer_.next();
     return node;
+  }
+
+  // What a program cannot change, so that its text means the same each time it runs.
+  OopType constant(OopType oop) {
+    if (Object* object = memory_.find(oop)) object->invariant = true;
+    return oop;
   }
 
   // The value of the literal that begins here; moves behind it.
@@ -285,7 +299,7 @@ class Parser {
         lexer_.fail(otherwise);
     }
     lexer_.next();
-    return oop;
+    return constant(oop);
   }
 
   OopType literalElement() {
@@ -313,7 +327,7 @@ class Parser {
     }
     --lexer_.literalDepth;
     lexer_.next();
-    return arrayOop(memory_, elements);
+    return constant(arrayOop(memory_, elements));
   }
 
   OopType literalBytes() {
@@ -328,13 +342,14 @@ class Parser {
     lexer_.next();
     const OopType oop = memory_.allocate(ByteArrayClass, Impl::bytes, 0, bytes.size(), true);
     std::copy(bytes.begin(), bytes.end(), memory_.at(oop).bytes);
-    return oop;
+    return constant(oop);
   }
 
   Memory& memory_;
   Lexer lexer_;
   Tree& tree_;
   int depth_ = 0;
+  std::size_t declared_ = 0;
 };
 
 }  // namespace

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
-#include "errors/failure.h"
+#include "objmem/names.h"
 
 namespace zel {
 
@@ -13,31 +14,32 @@ namespace {
 constexpr int upToOne = 2;
 
 struct ControlForm {
-  const char* selector;
+  std::string_view selector;
   Control control;
-  int receiverBlock;  // 1: the receiver is a literal block
-  int blocks[2];      // parameters of each argument that must be a block; -1: any value
+  bool receiverBlock;  // the receiver is a literal block
+  int blocks[2];       // parameters of each argument that must be a block; -1: any value
 };
 
 constexpr ControlForm controlForms[] = {
-    {"ifTrue:", Control::ifTrue, 0, {0, -1}},
-    {"ifFalse:", Control::ifFalse, 0, {0, -1}},
-    {"ifTrue:ifFalse:", Control::ifTrueIfFalse, 0, {0, 0}},
-    {"ifFalse:ifTrue:", Control::ifFalseIfTrue, 0, {0, 0}},
-    {"ifNil:", Control::ifNil, 0, {0, -1}},
-    {"ifNotNil:", Control::ifNotNil, 0, {upToOne, -1}},
-    {"ifNil:ifNotNil:", Control::ifNilIfNotNil, 0, {0, upToOne}},
-    {"ifNotNil:ifNil:", Control::ifNotNilIfNil, 0, {upToOne, 0}},
-    {"and:", Control::andBlock, 0, {0, -1}},
-    {"or:", Control::orBlock, 0, {0, -1}},
-    {"whileTrue", Control::whileTrue, 1, {-1, -1}},
-    {"whileFalse", Control::whileFalse, 1, {-1, -1}},
-    {"whileTrue:", Control::whileTrueDo, 1, {0, -1}},
-    {"whileFalse:", Control::whileFalseDo, 1, {0, -1}},
-    {"to:do:", Control::toDo, 0, {-1, 1}},
-    {"timesRepeat:", Control::timesRepeat, 0, {0, -1}},
-    {"repeat", Control::repeat, 1, {-1, -1}},
+    {"and:", Control::andBlock, false, {0, -1}},
+    {"ifFalse:", Control::ifFalse, false, {0, -1}},
+    {"ifFalse:ifTrue:", Control::ifFalseIfTrue, false, {0, 0}},
+    {"ifNil:", Control::ifNil, false, {0, -1}},
+    {"ifNil:ifNotNil:", Control::ifNilIfNotNil, false, {0, upToOne}},
+    {"ifNotNil:", Control::ifNotNil, false, {upToOne, -1}},
+    {"ifNotNil:ifNil:", Control::ifNotNilIfNil, false, {upToOne, 0}},
+    {"ifTrue:", Control::ifTrue, false, {0, -1}},
+    {"ifTrue:ifFalse:", Control::ifTrueIfFalse, false, {0, 0}},
+    {"or:", Control::orBlock, false, {0, -1}},
+    {"repeat", Control::repeat, true, {-1, -1}},
+    {"timesRepeat:", Control::timesRepeat, false, {0, -1}},
+    {"to:do:", Control::toDo, false, {-1, 1}},
+    {"whileFalse", Control::whileFalse, true, {-1, -1}},
+    {"whileFalse:", Control::whileFalseDo, true, {0, -1}},
+    {"whileTrue", Control::whileTrue, true, {-1, -1}},
+    {"whileTrue:", Control::whileTrueDo, true, {0, -1}},
 };
+static_assert(std::ranges::is_sorted(controlForms, {}, &ControlForm::selector));
 
 bool isBlockOf(const Node* node, std::size_t parameters) {
   return node != nullptr && node->kind == NodeKind::block && node->parameters.size() == parameters;
@@ -54,6 +56,30 @@ bool fitsBlock(const Node* node, int parameters) {
 
 bool isStepLiteral(const Node* node) {
   return node->kind == NodeKind::literal && (node->literal & 3) == 3 && node->literal != 3;
+}
+
+// The control form of a send whose blocks all are literal with the right parameters, else none.
+Control controlOf(const Node& send) {
+  if (send.name == "to:by:do:") {
+    const bool fits = send.receiver != nullptr && isStepLiteral(send.parts[1]) &&
+                      isBlockOf(send.parts[2], 1) && !isBlock(send.receiver) &&
+                      !isBlock(send.parts[0]);
+    return fits ? Control::toByDo : Control::none;
+  }
+  const ControlForm* form = std::ranges::lower_bound(controlForms, std::string_view(send.name), {},
+                                                     &ControlForm::selector);
+  if (form == std::end(controlForms) || send.name != form->selector) return Control::none;
+  if (send.receiver == nullptr) return Control::none;
+  const bool receiverFits =
+      form->receiverBlock ? isBlockOf(send.receiver, 0) : !isBlock(send.receiver);
+  if (!receiverFits) return Control::none;
+  for (std::size_t i = 0; i < send.parts.size(); ++i) {
+    const int parameters = form->blocks[i];
+    const bool fits =
+        parameters < 0 ? !isBlock(send.parts[i]) : fitsBlock(send.parts[i], parameters);
+    if (!fits) return Control::none;
+  }
+  return form->control;
 }
 
 bool isLoop(Control control) {
@@ -74,7 +100,8 @@ bool isLoop(Control control) {
 
 class Resolver {
  public:
-  Resolver(Tree& tree, Meter& meter) : tree_(tree), meter_(meter) {}
+  Resolver(Tree& tree, const std::vector<std::string>& instVars, Meter& meter)
+      : tree_(tree), instVars_(instVars.begin(), instVars.end()), meter_(meter) {}
 
   void run() {
     enterFunction(*tree_.body);
@@ -82,17 +109,30 @@ class Resolver {
   }
 
  private:
-  [[noreturn]] static void fail(const std::string& message) { throw Failure(ErrCompile, message); }
+  [[noreturn]] static void fail(Position position, const std::string& message) {
+    throw Failure(ErrCompile, message).in(position);
+  }
 
-  Variable* declare(const std::string& name, bool isArgument) {
-    tree_.variables.push_back({name, scope_, isArgument});
-    Variable* variable = &tree_.variables.back();
-    scope_->variables.push_back(variable);
-    if (!name.empty()) {
-      visible_[name].push_back(variable);
-      inOrder_.push_back(variable);
+  Variable* newVariable(const std::string& name, const Node* block, bool isArgument) {
+    tree_.variables.push_back({name, scope_, block, isArgument});
+    scope_->variables.push_back(&tree_.variables.back());
+    return scope_->variables.back();
+  }
+
+  Variable* declare(const Declaration& declaration, const Node& block, bool isArgument) {
+    meter_.charge(1);
+    const std::string& name = declaration.name;
+    if (isReserved(name)) fail(declaration.position, name + " is a reserved name");
+    if (instVars_.contains(name)) {
+      fail(declaration.position, name + " is an instance variable already");
     }
-    return variable;
+    std::vector<Variable*>& visible = visible_[name];
+    if (!visible.empty() && visible.back()->block == &block) {
+      fail(declaration.position, name + " is declared twice");
+    }
+    visible.push_back(newVariable(name, &block, isArgument));
+    inOrder_.push_back(visible.back());
+    return visible.back();
   }
 
   void hideBeyond(std::size_t count) {
@@ -111,8 +151,8 @@ class Resolver {
     Scope* scope = openScope(block, true);
     scope->argumentCount = static_cast<std::uint32_t>(block.parameters.size());
     const std::size_t before = inOrder_.size();
-    for (const std::string& name : block.parameters) declare(name, true);
-    for (const std::string& name : block.temporaries) declare(name, false);
+    for (const Declaration& each : block.parameters) declare(each, block, true);
+    for (const Declaration& each : block.temporaries) declare(each, block, false);
     for (Node* statement : block.parts) visit(statement);
     hideBeyond(before);
     scope_ = scope->outer;
@@ -123,11 +163,11 @@ class Resolver {
     Scope* outer = scope_;
     if (asLoop) openScope(block, false);
     const std::size_t before = inOrder_.size();
-    for (const std::string& name : block.parameters) {
-      block.inlineVariables.push_back(declare(name, true));
+    for (const Declaration& each : block.parameters) {
+      block.inlineVariables.push_back(declare(each, block, true));
     }
-    for (const std::string& name : block.temporaries) {
-      block.inlineVariables.push_back(declare(name, false));
+    for (const Declaration& each : block.temporaries) {
+      block.inlineVariables.push_back(declare(each, block, false));
     }
     for (Node* statement : block.parts) visit(statement);
     hideBeyond(before);
@@ -135,9 +175,8 @@ class Resolver {
   }
 
   void resolve(Node& node) {
-    constexpr std::string_view reserved[] = {"self", "super", "nil", "true", "false"};
-    if (std::find(std::begin(reserved), std::end(reserved), node.name) != std::end(reserved)) {
-      if (node.kind == NodeKind::assign) fail(node.name + " cannot be assigned to");
+    if (isReserved(node.name)) {
+      if (node.kind == NodeKind::assign) fail(node.position, node.name + " cannot be assigned to");
       return;
     }
     const auto found = visible_.find(node.name);
@@ -145,7 +184,7 @@ class Resolver {
     node.variable = found->second.back();
     if (node.variable->scope->function != scope_->function) node.variable->captured = true;
     if (node.kind == NodeKind::assign && node.variable->isArgument) {
-      fail("the argument " + node.name + " cannot be assigned to");
+      fail(node.position, "the argument " + node.name + " cannot be assigned to");
     }
   }
 
@@ -154,15 +193,17 @@ class Resolver {
     std::vector<Node*> chain;
     Node* first = send;
     for (; first != nullptr && first->kind == NodeKind::send; first = first->receiver) {
+      first->control = controlOf(*first);
       chain.push_back(first);
     }
-    if (first != nullptr) visitOperand(first, controlOf(*chain.back()));
+    if (first != nullptr) visitOperand(first, chain.back()->control);
     for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
-      const Control control = controlOf(**node);
+      const Control control = (*node)->control;
       if (control == Control::toDo || control == Control::toByDo ||
           control == Control::timesRepeat) {
         // Hidden variables: the limit and the counter.
-        (*node)->inlineVariables = {declare("", false), declare("", false)};
+        (*node)->inlineVariables = {newVariable("", nullptr, false),
+                                    newVariable("", nullptr, false)};
       }
       for (Node* part : (*node)->parts) visitOperand(part, control);
     }
@@ -222,6 +263,7 @@ class Resolver {
   }
 
   Tree& tree_;
+  const std::unordered_set<std::string_view> instVars_;
   Meter& meter_;
   Scope* scope_ = nullptr;
   std::unordered_map<std::string, std::vector<Variable*>> visible_;
@@ -230,33 +272,8 @@ class Resolver {
 
 }  // namespace
 
-Control controlOf(const Node& send) {
-  if (send.kind != NodeKind::send) return Control::none;
-  if (send.name == "to:by:do:") {
-    const bool fits = send.receiver != nullptr && isStepLiteral(send.parts[1]) &&
-                      isBlockOf(send.parts[2], 1) && !isBlock(send.receiver) &&
-                      !isBlock(send.parts[0]);
-    return fits ? Control::toByDo : Control::none;
-  }
-  for (const ControlForm& form : controlForms) {
-    if (send.name != form.selector) continue;
-    if (send.receiver == nullptr) return Control::none;
-    const bool receiverFits =
-        form.receiverBlock != 0 ? isBlockOf(send.receiver, 0) : !isBlock(send.receiver);
-    if (!receiverFits) return Control::none;
-    for (std::size_t i = 0; i < send.parts.size(); ++i) {
-      const int parameters = form.blocks[i];
-      const bool fits =
-          parameters < 0 ? !isBlock(send.parts[i]) : fitsBlock(send.parts[i], parameters);
-      if (!fits) return Control::none;
-    }
-    return form.control;
-  }
-  return Control::none;
-}
-
-void resolveNames(Tree& tree, Meter& meter) {
-  Resolver(tree, meter).run();
+void resolveNames(Tree& tree, const std::vector<std::string>& instVars, Meter& meter) {
+  Resolver(tree, instVars, meter).run();
 }
 
 }  // namespace zel

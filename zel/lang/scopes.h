@@ -7,33 +7,8 @@
 
 namespace zel {
 
-// Selectors whose literal block arguments become jumps.
-enum class Control {
-  none,
-  ifTrue,
-  ifFalse,
-  ifTrueIfFalse,
-  ifFalseIfTrue,
-  ifNil,
-  ifNotNil,
-  ifNilIfNotNil,
-  ifNotNilIfNil,
-  andBlock,
-  orBlock,
-  whileTrue,
-  whileFalse,
-  whileTrueDo,
-  whileFalseDo,
-  toDo,
-  toByDo,
-  timesRepeat,
-  repeat,
-};
-
-// The control form of a send whose blocks all are literal with the right parameters, else none.
-Control controlOf(const Node& send);
-
-// Resolves the whole tree and gives every variable its place. Throws Failure ErrCompile.
-void resolveNames(Tree& tree, Meter& meter);
+// Resolves the whole tree and gives every variable its place. The names of instance variables, and
+// those that the language reserves, cannot be declared. Throws Failure ErrCompile.
+void resolveNames(Tree& tree, const std::vector<std::string>& instVars, Meter& meter);
 
 }  // namespace zel

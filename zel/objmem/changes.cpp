@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "classes.h"
 #include "clients.h"
 #include "hashed.h"
 
@@ -28,6 +29,15 @@ void forget(Memory& memory, OopType oop, const Image& image) {
   memory.at(oop).writer = 0;
 }
 
+[[noreturn]] void refuseChange(const Memory& memory, OopType oop) {
+  if (!copiesAreChangeable(memory, oop)) {
+    throw Failure(ErrInvariant, describe(memory, oop) + " cannot be changed", {oop});
+  }
+  throw Failure(
+      ErrInvariant,
+      "this " + nameOf(memory, classOf(memory, oop)) + " cannot be changed: copy it first", {oop});
+}
+
 void putBack(Memory& memory, OopType oop, const Image& image) {
   dropIndex(memory, oop);
   const bool bytes = memory.at(oop).holdsBytes();
@@ -44,7 +54,7 @@ void prepareFirstWrite(Memory& memory, OopType oop) {
   if (memory.require(oop).shared) memory.unshare(oop);
   const Object& object = memory.at(oop);
   Client* client = memory.current;
-  if (object.invariant) throw Failure(ErrInvariant, "the object cannot be changed", {oop});
+  if (object.invariant) refuseChange(memory, oop);
   if (object.writer != 0 && (client == nullptr || object.writer != client->id)) {
     throw Failure(ErrConflict,
                   "session " + std::to_string(object.writer) +

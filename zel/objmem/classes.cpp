@@ -136,7 +136,9 @@ bool isClassName(std::string_view name) {
 void requireVariableNames(Memory& memory, const std::vector<std::string>& names,
                           const std::vector<OopType>& inherited) {
   for (const std::string& name : names) {
-    if (!isName(name)) throw Failure(ErrBadArgumentKind, "'" + name + "' is no variable name");
+    if (!isName(name) || isReserved(name)) {
+      throw Failure(ErrBadArgumentKind, "'" + name + "' is no variable name");
+    }
     const bool twice = std::count(names.begin(), names.end(), name) > 1 ||
                        std::count(inherited.begin(), inherited.end(), symbolOop(memory, name)) > 0;
     if (twice) throw Failure(ErrBadArgumentKind, "'" + name + "' is named twice");
@@ -186,6 +188,31 @@ std::string nameOf(const Memory& memory, OopType classOop) {
   return std::string(bytesOf(memory, slotOf(memory, classOop, ClassName)));
 }
 
+std::string methodName(const Memory& memory, OopType owner, bool classSide,
+                       std::string_view selector) {
+  std::string name = nameOf(memory, owner);
+  if (classSide) name += " class";
+  return selector.empty() ? name : name.append(">>").append(selector);
+}
+
+std::string withArticle(const std::string& name) {
+  const bool vowel = std::string_view("AEIOU").find(name[0]) != std::string_view::npos;
+  return (vowel ? "an " : "a ") + name;
+}
+
+std::string describe(const Memory& memory, OopType oop) {
+  if (isClass(memory, oop)) return "the class " + nameOf(memory, oop);
+  if (oop == NilOop) return "nil";
+  if (isBoolean(oop)) return oop == TrueOop ? "true" : "false";
+  return withArticle(nameOf(memory, classOf(memory, oop)));
+}
+
+void wrongKind(const Memory& memory, const char* expected, OopType argument) {
+  throw Failure(ErrBadArgumentKind,
+                std::string(expected) + " is expected, not " + describe(memory, argument),
+                {argument});
+}
+
 bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor) {
   for (OopType at = classOop; at != NilOop; at = superclassOf(memory, at)) {
     if (at == ancestor) return true;
@@ -197,9 +224,14 @@ bool isKindOf(const Memory& memory, OopType oop, OopType classOop) {
   return inheritsFrom(memory, classOf(memory, oop), classOop);
 }
 
+bool copiesAreChangeable(const Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  return object != nullptr && object->classOop != ClassClass &&
+         (formatOf(memory, object->classOop) & FormatInvariant) == 0;
+}
+
 OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed) {
-  if (!isClass(memory, classOop))
-    throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
+  if (!isClass(memory, classOop)) wrongKind(memory, "a class", classOop);
   const std::uint32_t format = formatOf(memory, classOop);
   if ((format & FormatNotCreatable) != 0) {
     throw Failure(ErrBadArgumentKind,
@@ -220,8 +252,7 @@ OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed) {
 
 OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
                      const std::vector<std::string>& instVarNames) {
-  if (!isClass(memory, superclass))
-    throw Failure(ErrBadArgumentKind, "a class is expected", {superclass});
+  if (!isClass(memory, superclass)) wrongKind(memory, "a class", superclass);
   if (!isClassName(name)) {
     throw Failure(
         ErrBadArgumentKind,

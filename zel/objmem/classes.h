@@ -48,10 +48,22 @@ OopType classOf(const Memory& memory, OopType oop);
 OopType superclassOf(const Memory& memory, OopType classOop);
 std::uint32_t formatOf(const Memory& memory, OopType classOop);
 std::string nameOf(const Memory& memory, OopType classOop);
+// How errors call a method: "Account>>add:", "Account class>>rich"; the class alone when the
+// selector is empty.
+std::string methodName(const Memory& memory, OopType owner, bool classSide,
+                       std::string_view selector);
+// For messages: "a Foo", "an Array", "nil", "the class Foo"; and the article alone.
+std::string describe(const Memory& memory, OopType oop);
+std::string withArticle(const std::string& name);
+// Throws ErrBadArgumentKind: `expected` ("a string") is expected and the argument is none.
+[[noreturn]] void wrongKind(const Memory& memory, const char* expected, OopType argument);
 // Whether the class is `ancestor` or below it.
 bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor);
 // Whether the value or object is an instance of the class or of one below it.
 bool isKindOf(const Memory& memory, OopType oop, OopType classOop);
+
+// Whether a copy of the object is an object of its own that can be changed, as one of a literal is.
+bool copiesAreChangeable(const Memory& memory, OopType oop);
 
 // An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when
 // `classOop` is no class or its instances cannot be made this way.

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "oops.h"
+#include "positions.h"
 
 namespace zel {
 
@@ -62,6 +63,9 @@ constexpr std::size_t mostOps = 65535;
 constexpr std::size_t mostLiterals = 65535;
 constexpr std::size_t mostArguments = 255;
 
+// Slots of a method's object; the selector of a text is nil.
+enum MethodSlot { MethodSelector, MethodOwner, MethodSource };
+
 struct BlockCode {
   std::uint32_t entry;  // first op
   std::uint32_t argumentCount;
@@ -88,10 +92,13 @@ struct Code {
   OopType owner = 0;                // class whose superclass `super` starts from
   bool classSide = false;           // of the class itself
   bool hasHomeReturns = false;      // a block in it answers from the method
+  bool kernel = false;              // a method of the kernel's, which errors look past
+  Positions positions;              // none of what a client sends
   std::uint32_t argumentCount() const { return blocks[0].argumentCount; }
   std::size_t bytes() const {
     return sizeof *this + ops.capacity() * sizeof(Op) + literals.capacity() * sizeof(OopType) +
-           sites.capacity() * sizeof(Site) + blocks.capacity() * sizeof(BlockCode);
+           sites.capacity() * sizeof(Site) + blocks.capacity() * sizeof(BlockCode) +
+           positions.bytes();
   }
 };
 

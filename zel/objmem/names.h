@@ -35,6 +35,10 @@ constexpr bool consistsOf(bool (*isOfKind)(char), std::string_view text) {
 constexpr bool isName(std::string_view text) {
   return consistsOf(isWordCharacter, text) && isLetter(text[0]);
 }
+// A name that means the same everywhere: nothing can be called so.
+constexpr bool isReserved(std::string_view name) {
+  return name == "self" || name == "super" || name == "nil" || name == "true" || name == "false";
+}
 // A selector such as + or <=.
 constexpr bool isBinarySelector(std::string_view text) {
   return consistsOf(isBinary, text);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 #include "oops.h"
@@ -51,9 +52,11 @@ struct ProcessState {
   // A message that is sent before the next op, 0 if none: receiver and arguments are on the stack.
   OopType sendNext = 0;
   std::uint32_t sendNextCount = 0;
+  std::string stackText;  // of its activations, once it is given up
 
   std::size_t bytes() const {
-    return sizeof *this + stack.capacity() * sizeof(OopType) + frames.capacity() * sizeof(Frame);
+    return sizeof *this + stack.capacity() * sizeof(OopType) + frames.capacity() * sizeof(Frame) +
+           stackText.capacity();
   }
 };
 

@@ -87,7 +87,7 @@ OopType integerOop(Memory& memory, std::int64_t value) {
 
 std::int64_t integerArgument(const Memory& memory, OopType oop, std::int64_t least,
                              std::int64_t most) {
-  if (!isInteger(memory, oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
+  if (!isInteger(memory, oop)) wrongKind(memory, "an integer", oop);
   std::int64_t value = 0;
   if (!toInt64(memory, oop, value) || value < least || value > most) {
     throw Failure(ErrBadSubscript,
@@ -158,7 +158,7 @@ std::u16string unitsOf(const Memory& memory, OopType doubleByteString) {
 }
 
 std::string_view stringArgument(const Memory& memory, OopType oop) {
-  if (!isString(memory, oop)) throw Failure(ErrBadArgumentKind, "a string is expected", {oop});
+  if (!isString(memory, oop)) wrongKind(memory, "a string", oop);
   return bytesOf(memory, oop);
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "vm/tracing.h"
+
 namespace zel {
 
 void setPendingError(PendingError& pending, const Memory* memory, Session* session,
@@ -11,8 +13,8 @@ void setPendingError(PendingError& pending, const Memory* memory, Session* sessi
   record = {};
   record.category = SystemErrCategoryOop;
   record.number = failure.number;
-  const std::size_t length = std::min(failure.message.size(), sizeof record.message - 1);
-  std::memcpy(record.message, failure.message.data(), length);
+  const std::string text = errorText(failure, sizeof record.message - 1);
+  std::memcpy(record.message, text.data(), text.size());
   record.context = NilOop;
   pending.set = true;
   if (session == nullptr) return;

@@ -294,9 +294,7 @@ void Machine::activateBlock(std::size_t argumentCount, FrameMark mark, std::uint
   ProcessState& process = *process_;
   const OopType block = process.stack[process.top - argumentCount - below - 1];
   const Object* object = memory.find(block);
-  if (object == nullptr || object->classOop != BlockClass) {
-    throw Failure(ErrBadArgumentKind, "a block is expected", {block});
-  }
+  if (object == nullptr || object->classOop != BlockClass) wrongKind(memory, "a block", block);
   const Code& code = codeOf(memory, *object);
   const BlockCode& body = bodyOf(code, *object);
   if (body.argumentCount != argumentCount) {
@@ -775,7 +773,7 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
 OopType Machine::suspendedProcess(OopType process) const {
   const Object& object = memory.require(process);
   const ProcessState* state = object.extra != nullptr ? object.extra->process.get() : nullptr;
-  if (state == nullptr) throw Failure(ErrBadArgumentKind, "a process is expected", {process});
+  if (state == nullptr) wrongKind(memory, "a process", process);
   if (!state->suspended) {
     throw Failure(ErrNotSuspended, "the process is not suspended", {process});
   }

@@ -36,7 +36,7 @@ OopType name(Memory& memory, OopType receiver, const OopType*) {
 std::vector<std::string> namesIn(const Memory& memory, OopType array) {
   const Object* object = memory.find(array);
   if (object == nullptr || object->impl != Impl::pointers) {
-    throw Failure(ErrBadArgumentKind, "an array of names is expected", {array});
+    wrongKind(memory, "an array of names", array);
   }
   std::vector<std::string> names;
   for (std::uint32_t i = 0; i < object->size; ++i) {
@@ -73,7 +73,7 @@ OopType methodAt(Memory& memory, OopType receiver, const OopType* args) {
 }
 // nil for a method that the library itself carries out.
 OopType methodSource(Memory& memory, OopType receiver, const OopType*) {
-  return memory.find(receiver)->slots[2];
+  return memory.find(receiver)->slots[MethodSource];
 }
 
 OopType inheritsFromMessage(Memory& memory, OopType receiver, const OopType* args) {

@@ -181,7 +181,7 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   const Object& left = memory.at(receiver);
   const Object* right = memory.find(args[0]);
   if (right == nullptr || right->impl != left.impl || holdsCharacters(memory, *right)) {
-    throw Failure(ErrBadArgumentKind, "two collections of the same kind are expected", {args[0]});
+    wrongKind(memory, "a collection of the same kind", args[0]);
   }
   const std::size_t count = left.indexedSize();
   const OopType oop = newInstance(memory, left.classOop, count + right->indexedSize());

@@ -3,6 +3,7 @@
 #include "objmem/classes.h"
 #include "objmem/values.h"
 #include "primitives.h"
+#include "tracing.h"
 
 namespace zel {
 
@@ -17,10 +18,10 @@ OopType blockValue(Machine& machine, OopType, const OopType*) {
 // The elements of an argument that must be an array of arguments.
 std::span<const OopType> argumentsIn(const Memory& memory, OopType array) {
   const Object* object = memory.find(array);
-  if (object == nullptr || object->impl != Impl::pointers || object->size > mostArguments) {
+  if (object == nullptr || object->impl != Impl::pointers) wrongKind(memory, "an array", array);
+  if (object->size > mostArguments) {
     throw Failure(ErrBadArgumentKind,
-                  "an array of at most " + std::to_string(mostArguments) + " arguments is expected",
-                  {array});
+                  "at most " + std::to_string(mostArguments) + " arguments are expected", {array});
   }
   return {object->slots, object->size};
 }
@@ -38,7 +39,7 @@ OopType numArgs(Memory& memory, OopType receiver, const OopType*) {
 
 OopType onDo(Machine& machine, OopType, const OopType* args) {
   if (!isClass(machine.memory, args[0]) || !inheritsFrom(machine.memory, args[0], ExceptionClass)) {
-    throw Failure(ErrBadArgumentKind, "a class of exceptions is expected", {args[0]});
+    wrongKind(machine.memory, "a class of exceptions", args[0]);
   }
   machine.activateBlock(0, FrameMark::handler, 2);
   return Machine::frameChanged;
@@ -112,6 +113,10 @@ OopType errorText(Memory& memory, OopType, const OopType* args) {
   return classSignalText(memory, ErrorClass, args);
 }
 
+OopType processStack(Memory& memory, OopType receiver, const OopType*) {
+  return stringOop(memory, stackText(memory, *memory.at(receiver).extra->process));
+}
+
 constexpr Primitive blockMessages[] = {
     {"value", blockValue<0>, Routine::Kind::block},
     {"value:", blockValue<1>, Routine::Kind::block},
@@ -130,6 +135,9 @@ constexpr Primitive objectMessages[] = {
     {"perform:withArguments:", performWithArguments},
     {"error:", errorText},
 };
+constexpr Primitive processMessages[] = {
+    {"stack", processStack},
+};
 constexpr Primitive exceptionMessages[] = {
     {"signal", signal},
     {"signal:", signalText},
@@ -141,6 +149,7 @@ constexpr Primitive exceptionClassMessages[] = {
 constexpr ClassPrimitives families[] = {
     {BlockClass, blockMessages},
     {ObjectClass, objectMessages},
+    {ProcessClass, processMessages},
     {ExceptionClass, exceptionMessages, exceptionClassMessages},
 };
 

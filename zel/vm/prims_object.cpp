@@ -49,8 +49,8 @@ OopType respondsTo(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 OopType copy(Memory& memory, OopType receiver, const OopType*) {
+  if (!copiesAreChangeable(memory, receiver)) return receiver;
   const Object* object = memory.find(receiver);
-  if (object == nullptr || object->invariant || isClass(memory, receiver)) return receiver;
   const OopType oop = memory.allocate(object->classOop, object->impl, object->namedSize,
                                       object->indexedSize(), object->indexable);
   Object& twin = memory.at(oop);

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 
-#include "objmem/classes.h"
 #include "objmem/integers.h"
 #include "objmem/names.h"
 #include "objmem/values.h"
@@ -16,11 +15,6 @@ namespace {
 
 constexpr int deepestPrint = 8;
 constexpr std::size_t longestPrint = 1U << 20;
-
-std::string withArticle(const std::string& name) {
-  const bool vowel = std::string_view("AEIOU").find(name[0]) != std::string_view::npos;
-  return (vowel ? "an " : "a ") + name;
-}
 
 std::string quoted(std::string_view text) {
   std::string result = "'";
@@ -154,12 +148,6 @@ std::string displayString(const Memory& memory, OopType oop) {
   Printer printer(memory, true);
   printer.print(oop, deepestPrint);
   return std::move(printer.text);
-}
-
-std::string describe(const Memory& memory, OopType oop) {
-  if (isClass(memory, oop)) return "the class " + nameOf(memory, oop);
-  if (oop == NilOop || isBoolean(oop)) return printString(memory, oop);
-  return withArticle(nameOf(memory, classOf(memory, oop)));
 }
 
 std::string printFloat(double value) {

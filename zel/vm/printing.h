@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "objmem/memory.h"
+#include "objmem/classes.h"
 
 namespace zel {
 
@@ -12,8 +12,6 @@ namespace zel {
 std::string printString(const Memory& memory, OopType oop);
 // What displayString answers: as printString, but characters, strings and symbols without marks.
 std::string displayString(const Memory& memory, OopType oop);
-// For messages: "a Foo", "an Array", "nil", "the class Foo".
-std::string describe(const Memory& memory, OopType oop);
 // The shortest decimal digits that read back as the same float.
 std::string printFloat(double value);
 

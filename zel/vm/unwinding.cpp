@@ -2,6 +2,7 @@
 #include "machine.h"
 #include "objmem/classes.h"
 #include "objmem/values.h"
+#include "tracing.h"
 
 namespace zel {
 
@@ -46,6 +47,7 @@ void Machine::activateHandler(std::size_t depth, const Failure& failure) {
 // Ends a program for good.
 void Machine::giveUp(OopType processOop) {
   ProcessState& process = *memory.at(processOop).extra->process;
+  keepStackText(memory, process);
   process.suspended = false;
   process.top = process.depth = 0;
   process.sendNext = 0;
@@ -68,10 +70,12 @@ void Machine::putAside(Failure failure) {
   // A program that filled the memory must not go on holding what it made.
   const bool awaitsValue = process_->place != noPlace && (failure.kind == FailureKind::error ||
                                                           failure.kind == FailureKind::suspension);
-  if (awaitsValue || failure.kind == FailureKind::softBreak) {
-    process_->suspended = true;
+  process_->suspended = awaitsValue || failure.kind == FailureKind::softBreak;
+  locate(memory, *process_, failure);
+  failure.context = running_;
+  if (process_->suspended) {
     process_->failure = names->failure = ++lastFailure_;
-    names->failedProcess = failure.context = running_;
+    names->failedProcess = running_;
   } else {
     giveUp(running_);
   }
