@@ -30,7 +30,7 @@ POVZEL_CONSTANT(int, ZelMaxErrArgs, 10);
 typedef struct ZelErrSType {
   OopType category;              // the object of the error's category
   int32_t number;                // which error of the category
-  OopType context;               // the process that can be continued, or NilOop
+  OopType context;               // the process that failed, or NilOop
   char message[401];             // terminated
   uint32_t args[ZelMaxErrArgs];  // the oops of its arguments
   int32_t argCount;              // how many of `args` are valid

@@ -30,12 +30,14 @@ void forget(Memory& memory, OopType oop, const Image& image) {
 }
 
 [[noreturn]] void refuseChange(const Memory& memory, OopType oop) {
-  if (!copiesAreChangeable(memory, oop)) {
+  const bool isSymbol = memory.at(oop).classOop == SymbolClass;
+  if (!isSymbol && !copiesAreChangeable(memory, oop)) {
     throw Failure(ErrInvariant, describe(memory, oop) + " cannot be changed", {oop});
   }
-  throw Failure(
-      ErrInvariant,
-      "this " + nameOf(memory, classOf(memory, oop)) + " cannot be changed: copy it first", {oop});
+  throw Failure(ErrInvariant,
+                "this " + nameOf(memory, classOf(memory, oop)) +
+                    " cannot be changed: copy it first" + (isSymbol ? ", with asString" : ""),
+                {oop});
 }
 
 void putBack(Memory& memory, OopType oop, const Image& image) {

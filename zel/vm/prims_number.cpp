@@ -27,7 +27,7 @@ void requireNumber(Memory& memory, OopType oop) {
 }
 
 void requireInteger(Memory& memory, OopType oop) {
-  if (!isInteger(memory, oop)) throw Failure(ErrBadArgumentKind, "an integer is expected", {oop});
+  if (!isInteger(memory, oop)) wrongKind(memory, "an integer", oop);
 }
 
 [[noreturn]] void zeroDivide(OopType receiver) {

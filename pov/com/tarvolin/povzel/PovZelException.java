@@ -20,7 +20,7 @@ public class PovZelException extends RuntimeException {
     /** The oop of the error's category; 10, the oop of nil, for the bridge's own errors. */
     public long category;
 
-    /** The oop of the error's context, mostly the suspended process; 10 when there is none. */
+    /** The oop of the error's context, mostly the process that failed; 10 when there is none. */
     public long context;
 
     /** Whether the session is no longer usable. */

@@ -14,6 +14,7 @@ final class Evaluator {
             A text is run in the database and its result is printed. Or:
               :inspect TEXT   shows everything that the database tells of a text's result
               :class TEXT     shows the class of a text's result, and what that inherits from
+              :stack          shows where the text that failed last was, innermost first
               :session        shows who is logged in and where
               :help           shows this
               :quit           ends; so does the end of the input
@@ -26,6 +27,7 @@ final class Evaluator {
     private final Function<Object, String> look;
     private final LongSupplier clock;
     private Object last;
+    private PovZelException failure;
     private boolean finished;
 
     /** What became of an entry. Either text may be empty. */
@@ -80,7 +82,13 @@ final class Evaluator {
     }
 
     private Object evaluate(String text) {
-        Object result = session.evaluate(text);
+        Object result;
+        try {
+            result = session.evaluate(text);
+        } catch (PovZelException e) {
+            failure = e;
+            throw e;
+        }
         if (last instanceof PovZelObject former) {
             former.close();
         }
@@ -95,6 +103,7 @@ final class Evaluator {
             case ":help" -> Outcome.result(HELP);
             case ":inspect" -> Outcome.result(printer.inspection(subject(rest)));
             case ":class" -> Outcome.result(lineage(printer.classOf(subject(rest))));
+            case ":stack" -> stack();
             case ":session" -> Outcome.result("session " + session.id() + ", " + description);
             case ":quit" -> {
                 finished = true;
@@ -102,6 +111,12 @@ final class Evaluator {
             }
             default -> Outcome.failure("no command " + words[0] + "; :help shows those there are");
         };
+    }
+
+    private Outcome stack() {
+        Object process = failure == null ? null : session.value(failure.context);
+        return process == null ? Outcome.failure("no text has failed while it ran")
+                : Outcome.result(String.valueOf(session.perform(process, "stack")));
     }
 
     private Object subject(String text) {

@@ -33,6 +33,7 @@ class EvaluatorTest {
     @CsvSource(delimiter = '|', quoteCharacter = '`', value = {
         "#(1~  $a~)~~'it''s~\"no\" end'  | 0 | an Array( 1 $a )~it's~\"no\" end~ | ``",
         "3 foo: 'x'~5                    | 1 | 5~  | error 2010: .*~  category .*~  arguments: .*",
+        ":stack~3 foo~:stack             | 1 | text, line 1, column 3~ | no text .*1, column 3\\)~.*",
         "(3                              | 1 | ``                              | error 2501.*",
         ":quit~3                         | 0 | ``                              | ``",
         ":class nil~:wrong               | 1 | UndefinedObject < Object~       | no command.*",
