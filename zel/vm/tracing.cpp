@@ -66,7 +66,7 @@ std::string errorText(const Failure& failure, std::size_t most) {
   return shortened(failure.message, most - place.size()) + place;
 }
 
-void locate(const Memory& memory, const ProcessState& process, Failure& failure) {
+void locate(const Memory& memory, const ProcessState& process, Failure& failure) noexcept {
   if (failure.position.line != 0) return;
   std::uint32_t found = process.depth;
   for (std::uint32_t depth = process.depth; depth-- > 0;) {
@@ -77,8 +77,12 @@ void locate(const Memory& memory, const ProcessState& process, Failure& failure)
   }
   if (found == process.depth) return;
   const Code& code = *process.frames[found].code;
-  failure.position = code.positions.of(opOf(process, found));
-  failure.method = methodOf(memory, code);
+  try {
+    failure.method = methodOf(memory, code);
+    failure.position = code.positions.of(opOf(process, found));
+  } catch (const std::bad_alloc&) {
+    failure.method.clear();
+  }
 }
 
 std::string stackText(const Memory& memory, const ProcessState& process) {

@@ -11,8 +11,8 @@ std::string errorText(const Failure& failure, std::size_t most);
 
 // Says in the failure where the process is at, unless it says already where something happened:
 // in the innermost activation of a method that is none of the kernel's, or in the innermost of all
-// when there is none.
-void locate(const Memory& memory, const ProcessState& process, Failure& failure);
+// when there is none. Says nothing when there is no memory for it.
+void locate(const Memory& memory, const ProcessState& process, Failure& failure) noexcept;
 
 // The activations, innermost first, one a line; the middle ones of a deep stack are counted only.
 // Of a process that was given up, what it kept.
