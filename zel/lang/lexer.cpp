@@ -7,6 +7,7 @@
 
 #include "errors/failure.h"
 #include "objmem/names.h"
+#include "objmem/text.h"
 
 namespace zel {
 
@@ -55,13 +56,18 @@ void Lexer::fail(const std::string& message) const {
   throw Failure(ErrCompile, message).in(position);
 }
 
-// Moves the position to the next byte to read. Bytes inside a character are none of their own.
+// Moves the position to the next byte to read. Bytes inside a character are none of their own, nor
+// is the second half of a surrogate pair.
 void Lexer::locate() {
+  const auto byteAt = [&](std::size_t i) {
+    return i < source_.size() ? static_cast<unsigned char>(source_[i]) : 0;
+  };
   for (; located_ < at_; ++located_) {
-    const auto byte = static_cast<unsigned char>(source_[located_]);
+    const int byte = byteAt(located_);
+    const bool isSecondHalf = byte == 0xED && byteAt(located_ + 1) >= 0xB0;
     if (byte == '\n') {
       position = {position.line + 1, 1};
-    } else if ((byte & 0xC0) != 0x80) {
+    } else if ((byte & 0xC0) != 0x80 && !isSecondHalf) {
       ++position.column;
     }
   }
@@ -106,8 +112,9 @@ void Lexer::next() {
   if (c == '#') return readHash();
   if (c == '$') {
     if (at_ + 1 >= source_.size()) fail("a character is missing after $");
-    integerValue = static_cast<unsigned char>(source_[at_ + 1]);
-    at_ += 2;
+    const Character character = decode({source_}, at_ + 1);
+    integerValue = character.code;
+    at_ += 1 + character.length;
     token = Token::character;
     return;
   }
@@ -124,7 +131,7 @@ void Lexer::next() {
     return;
   }
   if (isBinary(c)) return readBinary();
-  fail("the character with code " + std::to_string(static_cast<unsigned char>(c)) +
+  fail("the character with code " + std::to_string(decode({source_}, at_).code) +
        " has no meaning here");
 }
 

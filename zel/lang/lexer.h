@@ -18,7 +18,7 @@ enum class Token {
   largeInteger,
   floating,    // floatValue
   character,   // integerValue: the code
-  string,      // text: the bytes
+  string,      // text: the bytes, as they stand in the source
   symbol,      // text
   arrayStart,  // #(
   bytesStart,  // #[

@@ -46,6 +46,7 @@ void putBack(Memory& memory, OopType oop, const Image& image) {
   Object& object = memory.resize(oop, bytes ? image.bytes.size() : image.slots.size());
   std::copy(image.slots.begin(), image.slots.end(), object.slots);
   std::copy(image.bytes.begin(), image.bytes.end(), object.bytes);
+  object.width = Width::unknown;
   if (object.exports != 0) noteChanged(memory, oop);
   forget(memory, oop, image);
 }

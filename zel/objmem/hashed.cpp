@@ -9,6 +9,7 @@
 #include "classes.h"
 #include "errors/failure.h"
 #include "integers.h"
+#include "text.h"
 #include "values.h"
 
 namespace zel {
@@ -17,10 +18,10 @@ namespace {
 
 constexpr int deepestHash = 4;
 constexpr int mostHashed = 1024;  // elements of one value, at all depths
-// Of one array, evenly spaced, and of a string that is an element.
+// Of one array, evenly spaced, and of one that is an element; and pieces of a string in one.
 constexpr std::size_t hashedElements = 512;
 constexpr std::size_t hashedInnerElements = 16;
-constexpr std::size_t hashedInnerBytes = 64;
+constexpr std::size_t hashedInnerPieces = 1;
 constexpr std::size_t plainComparisons = 1000;
 constexpr std::uint32_t freeEntry = 0;
 constexpr std::uint32_t removedEntry = 1;
@@ -32,13 +33,14 @@ bool comparesByContent(const Memory& memory, const Object& object) {
          inheritsFrom(memory, object.classOop, DateTimeClassOop);
 }
 
-bool equalBytes(const Memory& memory, OopType a, OopType b) {
+bool equalBytes(Memory& memory, OopType a, OopType b) {
   const Object& left = memory.at(a);
   const Object& right = memory.at(b);
   if (left.classOop == FloatClassOop || right.classOop == FloatClassOop) return false;
-  const bool sameKind =
-      left.classOop == right.classOop || (isString(memory, a) && isString(memory, b));
-  return sameKind && left.text() == right.text();
+  if (isText(memory, a) && isText(memory, b)) {
+    return compareTexts(memory, textOf(memory, a), textOf(memory, b)) == 0;
+  }
+  return left.classOop == right.classOop && left.text() == right.text();
 }
 
 // Compares pair by pair, what they contain after them, so that depth costs no C++ stack. Beyond a
@@ -106,9 +108,7 @@ std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) 
                : static_cast<std::uint32_t>(std::hash<double>{}(value));
   }
   if (object->holdsBytes()) {
-    const std::string_view text = object->text();
-    const std::size_t bytes = depth == deepestHash ? text.size() : hashedInnerBytes;
-    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(text.substr(0, bytes)));
+    return hashText(textOf(memory, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces);
   }
   if (!comparesByContent(memory, *object)) return mix(oop);
   std::uint32_t hash = mix(object->size);

@@ -62,6 +62,7 @@ std::size_t extraBytes(const Extra& extra) {
   if (extra.index) bytes += sizeof(HashIndex) + extra.index->table.capacity() * 4;
   if (extra.routine)
     bytes += sizeof(Routine) + (extra.routine->code ? extra.routine->code->bytes() : 0);
+  if (extra.text) bytes += sizeof(TextIndex) + extra.text->offsets.capacity() * 4;
   if (extra.process) bytes += extra.process->bytes();
   return bytes;
 }
@@ -122,6 +123,7 @@ inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size
   object->impl = impl;
   object->indexable = indexable;
   object->fixedSize = object->invariant = object->marked = object->shared = false;
+  object->width = Width::unknown;
   object->extra = nullptr;
   used_ += objectOverhead + size * unitOf(*object);
   ++objects_;
@@ -274,6 +276,7 @@ Object& Memory::resize(OopType oop, std::size_t size) {
   if (size > object->capacity) object = &enlarge(oop, size);
   const std::uint32_t before = object->size;
   object->size = static_cast<std::uint32_t>(size);
+  object->width = Width::unknown;
   if (size > before) clear(*object, before);
   return *object;
 }

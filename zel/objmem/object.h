@@ -38,10 +38,25 @@ struct HashIndex {
   std::uint32_t used = 0;            // entries not free, removed ones included
 };
 
+// How many bytes the characters of a string take.
+enum class Width : std::uint8_t {
+  unknown,
+  uniform,  // one unit each: ASCII, or UTF-16 without surrogates
+  mixed,
+};
+
+// Where the characters of a string of mixed width begin, as far as it has been looked at.
+struct TextIndex {
+  static constexpr std::uint32_t notCounted = UINT32_MAX;
+  std::vector<std::uint32_t> offsets;  // of every 32nd character but the first
+  std::uint32_t characters = notCounted;
+};
+
 // What only a few objects carry.
 struct Extra {
   std::unique_ptr<HashIndex> index;       // sets and dictionaries
   std::unique_ptr<Routine> routine;       // methods
+  std::unique_ptr<TextIndex> text;        // long strings
   std::unique_ptr<ProcessState> process;  // processes
   std::size_t accounted = 0;              // bytes of the above that the memory has counted
 };
@@ -73,6 +88,7 @@ struct Object {
   bool invariant : 1;
   bool marked : 1;
   bool shared : 1;  // its bytes are a SharedBytes' first ones, and must be copied to be changed
+  Width width : 2;  // of a string's characters; whoever changes its bytes makes it unknown
   Extra* extra;
 
   bool holdsBytes() const { return impl == Impl::bytes; }

@@ -1,8 +1,8 @@
 // Object identifiers: how the embedded database encodes values in them, and the fixed ones.
 //
-// The low bits of an oop say what it is: 11 a small integer of 30 bits, 01110 a character of 16
-// bits, 10 and 6 and 38 are nil, false and true, and 01 a reference: an index into the object
-// table. Oops 0 and 1 name nothing.
+// The low bits of an oop say what it is: 11 a small integer of 30 bits, 01110 a character, its
+// code above them, 10 and 6 and 38 are nil, false and true, and 01 a reference: an index into the
+// object table. Oops 0 and 1 name nothing.
 #pragma once
 
 #include <cstdint>
@@ -29,14 +29,16 @@ constexpr OopType smallIntOop(std::int32_t value) {
   return static_cast<OopType>(value) << 2 | 3;
 }
 
+constexpr std::uint32_t largestCharacter = 0x10FFFF;
+
 constexpr bool isCharacter(OopType oop) {
-  return (oop & 31) == 14 && oop <= (0xFFFFU << 5 | 14);
+  return (oop & 31) == 14 && oop <= (largestCharacter << 5 | 14);
 }
 constexpr std::uint32_t characterCode(OopType oop) {
   return oop >> 5;
 }
 constexpr OopType characterOop(std::uint32_t code) {
-  return (code & 0xFFFF) << 5 | 14;
+  return code << 5 | 14;
 }
 
 constexpr bool isBoolean(OopType oop) {

@@ -7,6 +7,7 @@
 #include "classes.h"
 #include "errors/failure.h"
 #include "integers.h"
+#include "text.h"
 
 namespace zel {
 
@@ -26,52 +27,6 @@ bool isBytesOf(const Memory& memory, OopType oop, OopType classOop) {
 
 int sign(bool below, bool above) {
   return below ? -1 : above ? 1 : 0;
-}
-
-// Length of the UTF-8 sequence at `text`, 0 if it is none, its code point in `code`.
-std::size_t utf8Sequence(std::string_view text, std::uint32_t& code) {
-  const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byteAt(0);
-  std::size_t length = 1;
-  if (first < 0x80) {
-    code = first;
-  } else if (first >= 0xC0 && first < 0xE0) {
-    length = 2;
-    code = first & 0x1F;
-  } else if (first >= 0xE0 && first < 0xF0) {
-    length = 3;
-    code = first & 0x0F;
-  } else if (first >= 0xF0 && first < 0xF5) {
-    length = 4;
-    code = first & 0x07;
-  } else {
-    return 0;
-  }
-  if (length > text.size()) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byteAt(i) & 0xC0) != 0x80) return 0;
-    code = code << 6 | (byteAt(i) & 0x3F);
-  }
-  return code <= 0x10FFFF ? length : 0;
-}
-
-void appendUtf8(std::string& text, std::uint32_t code) {
-  const auto put = [&](std::uint32_t byte) { text.push_back(static_cast<char>(byte)); };
-  if (code < 0x80) {
-    put(code);
-  } else if (code < 0x800) {
-    put(0xC0 | code >> 6);
-    put(0x80 | (code & 0x3F));
-  } else if (code < 0x10000) {
-    put(0xE0 | code >> 12);
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  } else {
-    put(0xF0 | code >> 18);
-    put(0x80 | (code >> 12 & 0x3F));
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  }
 }
 
 bool isLeapYear(std::int32_t year) {
@@ -119,21 +74,25 @@ int compareNumbers(const Memory& memory, OopType a, OopType b) {
   return floatB ? compareWithDouble(memory, a, right) : compareIntegers(memory, a, b);
 }
 
-OopType stringOop(Memory& memory, std::string_view text) {
-  return bytesOop(memory, StringClassOop, text.data(), text.size());
+OopType stringOop(Memory& memory, std::string_view bytes) {
+  return bytesOop(memory, StringClassOop, bytes.data(), bytes.size());
 }
 
-OopType symbolOop(Memory& memory, std::string_view text) {
-  const auto known = memory.symbols.find(text);
+OopType symbolOop(Memory& memory, std::string_view bytes) {
+  if (!isAscii(bytes)) {
+    const std::string canonical = canonicalUtf8({bytes});
+    if (canonical != bytes) return symbolOop(memory, canonical);
+  }
+  const auto known = memory.symbols.find(bytes);
   if (known != memory.symbols.end()) return known->second;
-  const OopType oop = bytesOop(memory, SymbolClass, text.data(), text.size());
+  const OopType oop = bytesOop(memory, SymbolClass, bytes.data(), bytes.size());
   memory.at(oop).invariant = true;
-  memory.symbols.emplace(text, oop);
+  memory.symbols.emplace(bytes, oop);
   return oop;
 }
 
-OopType doubleByteStringOop(Memory& memory, std::u16string_view text) {
-  return bytesOop(memory, DoubleByteStringClassOop, text.data(), text.size() * 2);
+OopType doubleByteStringOop(Memory& memory, std::string_view bytes) {
+  return bytesOop(memory, DoubleByteStringClassOop, bytes.data(), bytes.size());
 }
 
 bool isString(const Memory& memory, OopType oop) {
@@ -148,52 +107,6 @@ bool isDoubleByteString(const Memory& memory, OopType oop) {
 
 std::string_view bytesOf(const Memory& memory, OopType oop) {
   return memory.at(oop).text();
-}
-
-std::u16string unitsOf(const Memory& memory, OopType doubleByteString) {
-  const std::string_view bytes = bytesOf(memory, doubleByteString);
-  std::u16string units(bytes.size() / 2, u'\0');
-  if (!units.empty()) std::memcpy(units.data(), bytes.data(), units.size() * 2);
-  return units;
-}
-
-std::string_view stringArgument(const Memory& memory, OopType oop) {
-  if (!isString(memory, oop)) wrongKind(memory, "a string", oop);
-  return bytesOf(memory, oop);
-}
-
-std::u16string decodeUtf8(std::string_view text) {
-  std::u16string units;
-  units.reserve(text.size());
-  while (!text.empty()) {
-    std::uint32_t code = 0;
-    std::size_t length = utf8Sequence(text, code);
-    if (length == 0) {
-      length = 1;
-      code = static_cast<unsigned char>(text[0]);
-    }
-    if (code >= 0x10000) {
-      units.push_back(static_cast<char16_t>(0xD7C0 + (code >> 10)));
-      units.push_back(static_cast<char16_t>(0xDC00 | (code & 0x3FF)));
-    } else {
-      units.push_back(static_cast<char16_t>(code));
-    }
-    text.remove_prefix(length);
-  }
-  return units;
-}
-
-std::string encodeUtf8(std::u16string_view units) {
-  std::string text;
-  text.reserve(units.size());
-  for (std::size_t i = 0; i < units.size(); ++i) {
-    std::uint32_t code = units[i];
-    const bool pair = code >= 0xD800 && code < 0xDC00 && i + 1 < units.size() &&
-                      units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000;
-    if (pair) code = ((code - 0xD7C0U) << 10) + (units[++i] & 0x3FFU);
-    appendUtf8(text, code);
-  }
-  return text;
 }
 
 OopType arrayOop(Memory& memory, std::span<const OopType> elements) {

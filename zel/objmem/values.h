@@ -63,25 +63,16 @@ constexpr bool fitsInteger(double value) {
 constexpr int unordered = 2;
 int compareNumbers(const Memory& memory, OopType a, OopType b);
 
-// Strings of bytes, the one symbol of a text, and strings of UTF-16 code units.
-OopType stringOop(Memory& memory, std::string_view text);
-OopType symbolOop(Memory& memory, std::string_view text);
-OopType doubleByteStringOop(Memory& memory, std::u16string_view text);
+// Single-byte strings, the one symbol of each text, and double-byte strings. text.h tells how they
+// hold characters.
+OopType stringOop(Memory& memory, std::string_view bytes);
+OopType symbolOop(Memory& memory, std::string_view bytes);
+OopType doubleByteStringOop(Memory& memory, std::string_view bytes);
 bool isString(const Memory& memory, OopType oop);  // single-byte, symbols included
 bool isSymbol(const Memory& memory, OopType oop);
 bool isDoubleByteString(const Memory& memory, OopType oop);
 // The bytes of a byte object; valid until it is changed.
 std::string_view bytesOf(const Memory& memory, OopType oop);
-// A copy of the code units.
-std::u16string unitsOf(const Memory& memory, OopType doubleByteString);
-// The bytes of an argument that must be a single-byte string or a symbol: throws
-// ErrBadArgumentKind.
-std::string_view stringArgument(const Memory& memory, OopType oop);
-
-// UTF-8 to UTF-16; bytes that are not UTF-8 become one code unit each.
-std::u16string decodeUtf8(std::string_view text);
-// UTF-16 to UTF-8; a surrogate without its partner is written as it is.
-std::string encodeUtf8(std::u16string_view units);
 
 // A new Array of the elements.
 OopType arrayOop(Memory& memory, std::span<const OopType> elements);

@@ -4,6 +4,7 @@
 #include "frame.h"
 #include "lang/compiler.h"
 #include "objmem/classes.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "slots.h"
 
@@ -32,7 +33,7 @@ Failure failureFrom(Memory& memory, OopType message, OopType stack) {
   const OopType exception = newInstance(memory, ErrorClass);
   memory.at(exception).slots[ExceptionText] = message;
   memory.at(exception).slots[ExceptionStack] = stack;
-  return Failure(ErrUser, std::string(stringArgument(memory, message))).signalledBy(exception);
+  return Failure(ErrUser, utf8Argument(memory, message)).signalledBy(exception);
 }
 
 OopType continueWith(Database& database, OopType process, OopType replacement) {
@@ -65,10 +66,7 @@ OopType ZelExecute(OopType source, OopType symbolList) {
     const Memory& memory = sessionDatabase().memory;
     memory.requireValue(source);
     // A copy: the source itself may go when the memory is full.
-    if (isDoubleByteString(memory, source)) {
-      return execute(encodeUtf8(unitsOf(memory, source)), symbolList);
-    }
-    return execute(std::string(stringArgument(memory, source)), symbolList);
+    return execute(utf8Argument(memory, source), symbolList);
   });
 }
 

@@ -184,6 +184,7 @@ void ZelStoreBytesInstanceOf(OopType classOop, OopType oop, long start, const By
       memory.resize(oop, first + std::min<std::size_t>(count, largestObjectBytes + 1));
     }
     std::memcpy(memory.at(oop).bytes + first, bytes, count);
+    memory.at(oop).width = Width::unknown;
   });
 }
 

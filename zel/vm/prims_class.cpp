@@ -2,6 +2,7 @@
 #include "lang/compiler.h"
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "primitives.h"
 
@@ -40,22 +41,21 @@ std::vector<std::string> namesIn(const Memory& memory, OopType array) {
   }
   std::vector<std::string> names;
   for (std::uint32_t i = 0; i < object->size; ++i) {
-    names.emplace_back(stringArgument(memory, object->slots[i]));
+    names.push_back(utf8Argument(memory, object->slots[i]));
   }
   return names;
 }
 
 OopType subclass(Memory& memory, OopType receiver, const OopType* args) {
-  return makeSubclass(memory, receiver, std::string(stringArgument(memory, args[0])), {});
+  return makeSubclass(memory, receiver, utf8Argument(memory, args[0]), {});
 }
 OopType subclassWithNames(Memory& memory, OopType receiver, const OopType* args) {
-  return makeSubclass(memory, receiver, std::string(stringArgument(memory, args[0])),
-                      namesIn(memory, args[1]));
+  return makeSubclass(memory, receiver, utf8Argument(memory, args[0]), namesIn(memory, args[1]));
 }
 
 template <bool classSide>
 OopType compile(Memory& memory, OopType receiver, const OopType* args) {
-  return compileMethod(memory, receiver, std::string(stringArgument(memory, args[0])), classSide);
+  return compileMethod(memory, receiver, utf8Argument(memory, args[0]), classSide);
 }
 
 OopType selectors(Memory& memory, OopType receiver, const OopType*) {
@@ -68,7 +68,7 @@ OopType selectors(Memory& memory, OopType receiver, const OopType*) {
 OopType methodAt(Memory& memory, OopType receiver, const OopType* args) {
   const OopType methods = memory.find(receiver)->slots[ClassMethods - 1];
   const OopType method =
-      dictionaryAt(memory, methods, symbolOop(memory, stringArgument(memory, args[0])));
+      dictionaryAt(memory, methods, symbolOop(memory, utf8Argument(memory, args[0])));
   return method != 0 ? method : NilOop;
 }
 // nil for a method that the library itself carries out.

@@ -1,11 +1,11 @@
 // Collections: elements by index, growing, sets and dictionaries.
 #include <algorithm>
-#include <cstring>
 
 #include "objmem/classes.h"
 #include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/integers.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -14,58 +14,27 @@ namespace zel {
 
 namespace {
 
-bool isDoubleByte(const Memory& memory, const Object& object) {
-  return object.holdsBytes() && object.classOop != StringClassOop &&
-         inheritsFrom(memory, object.classOop, DoubleByteStringClassOop);
-}
 bool holdsCharacters(const Memory& memory, const Object& object) {
-  return object.classOop == StringClassOop ||
-         inheritsFrom(memory, object.classOop, StringKindClassOop);
+  return object.holdsBytes() && (object.classOop == StringClassOop ||
+                                 inheritsFrom(memory, object.classOop, StringKindClassOop));
 }
 
-// Elements as the program sees them: oops, bytes, characters of one or two bytes.
-std::size_t elementCount(const Memory& memory, const Object& object) {
-  return isDoubleByte(memory, object) ? object.size / 2 : object.indexedSize();
-}
-
-OopType elementAt(const Memory& memory, const Object& object, std::size_t index) {
+OopType elementAt(const Object& object, std::size_t index) {
   if (!object.holdsBytes()) return object.indexed()[index];
-  if (isDoubleByte(memory, object)) {
-    std::uint16_t unit = 0;
-    std::memcpy(&unit, object.bytes + index * 2, 2);
-    return characterOop(unit);
-  }
-  const ByteType byte = object.bytes[index];
-  return holdsCharacters(memory, object) ? characterOop(byte) : smallIntOop(byte);
+  return smallIntOop(object.bytes[index]);
 }
 
-// What is stored for an element of a byte object: its value, or the character's code.
-std::uint16_t unitFor(const Memory& memory, const Object& object, OopType value) {
-  if (!holdsCharacters(memory, object)) {
-    return static_cast<std::uint16_t>(integerArgument(memory, value, 0, 255));
-  }
-  const std::uint32_t most = isDoubleByte(memory, object) ? 0xFFFF : 0xFF;
-  if (!isCharacter(value) || characterCode(value) > most) {
-    throw Failure(ErrNotCharacter,
-                  "a character up to " + std::to_string(most) + " is expected, not " +
-                      describe(memory, value),
+// What a byte object stores for a value.
+ByteType byteFor(const Memory& memory, OopType value) {
+  return static_cast<ByteType>(integerArgument(memory, value, 0, 255));
+}
+
+std::uint32_t codeFor(const Memory& memory, OopType value) {
+  if (!isCharacter(value)) {
+    throw Failure(ErrNotCharacter, "a character is expected, not " + describe(memory, value),
                   {value});
   }
-  return static_cast<std::uint16_t>(characterCode(value));
-}
-
-void storeUnit(const Memory& memory, Object& object, std::size_t index, std::uint16_t unit) {
-  if (isDoubleByte(memory, object)) {
-    std::memcpy(object.bytes + index * 2, &unit, 2);
-  } else {
-    object.bytes[index] = static_cast<ByteType>(unit);
-  }
-}
-
-Object& resizeElements(Memory& memory, OopType oop, std::size_t count) {
-  const Object& object = memory.at(oop);
-  const std::size_t unit = isDoubleByte(memory, object) ? 2 : 1;
-  return memory.resize(oop, object.namedSize + count * unit);
+  return characterCode(value);
 }
 
 [[noreturn]] void badIndex(const Memory& memory, OopType receiver, OopType index,
@@ -83,26 +52,49 @@ std::size_t checkedIndex(const Memory& memory, OopType receiver, OopType index, 
   return at;
 }
 
+// Where the string's character begins.
+std::size_t checkedOffset(Memory& memory, OopType receiver, OopType index) {
+  const auto at = static_cast<std::uint32_t>(smallIntValue(index)) - 1;
+  const std::size_t offset = isSmallInt(index) ? offsetOf(memory, receiver, at) : noOffset;
+  if (offset >= textOf(memory, receiver).bytes.size()) {
+    badIndex(memory, receiver, index, characterCount(memory, receiver));
+  }
+  return offset;
+}
+
 OopType size(Memory& memory, OopType receiver, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(elementCount(memory, memory.at(receiver))));
+  const Object& object = memory.at(receiver);
+  const std::size_t count =
+      holdsCharacters(memory, object) ? characterCount(memory, receiver) : object.indexedSize();
+  return smallIntOop(static_cast<std::int32_t>(count));
 }
 
 OopType at(Memory& memory, OopType receiver, const OopType* args) {
   const Object& object = memory.at(receiver);
-  return elementAt(memory, object,
-                   checkedIndex(memory, receiver, args[0], elementCount(memory, object)));
+  if (holdsCharacters(memory, object)) {
+    const std::size_t offset = checkedOffset(memory, receiver, args[0]);
+    return characterOop(decode(textOf(memory, receiver), offset).code);
+  }
+  return elementAt(object, checkedIndex(memory, receiver, args[0], object.indexedSize()));
 }
 
 OopType atPut(Memory& memory, OopType receiver, const OopType* args) {
   const Object& object = memory.at(receiver);
-  const std::size_t index = checkedIndex(memory, receiver, args[0], elementCount(memory, object));
+  if (holdsCharacters(memory, object)) {
+    const std::size_t offset = checkedOffset(memory, receiver, args[0]);
+    const std::uint32_t code = codeFor(memory, args[1]);
+    prepareWrite(memory, receiver);
+    replaceCharacter(memory, receiver, offset, code);
+    return args[1];
+  }
+  const std::size_t index = checkedIndex(memory, receiver, args[0], object.indexedSize());
   if (!object.holdsBytes()) {
     prepareWrite(memory, receiver);
     return memory.at(receiver).indexed()[index] = args[1];
   }
-  const std::uint16_t unit = unitFor(memory, object, args[1]);
+  const ByteType byte = byteFor(memory, args[1]);
   prepareWrite(memory, receiver);
-  storeUnit(memory, memory.at(receiver), index, unit);
+  memory.at(receiver).bytes[index] = byte;
   return args[1];
 }
 
@@ -111,17 +103,34 @@ OopType add(Memory& memory, OopType receiver, const OopType* args) {
   if (object.classOop == ArrayClassOop || !object.indexable) {
     throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " does not grow", {receiver});
   }
-  const std::size_t count = elementCount(memory, object);
+  if (holdsCharacters(memory, object)) {
+    const std::uint32_t code = codeFor(memory, args[0]);
+    prepareWrite(memory, receiver);
+    appendCharacter(memory, receiver, code);
+    return args[0];
+  }
   const bool bytes = object.holdsBytes();
-  const std::uint16_t unit = bytes ? unitFor(memory, object, args[0]) : std::uint16_t{0};
+  const ByteType byte = bytes ? byteFor(memory, args[0]) : ByteType{0};
   prepareWrite(memory, receiver);
-  Object& grown = resizeElements(memory, receiver, count + 1);
+  const std::size_t end = memory.at(receiver).size;
+  Object& grown = memory.resize(receiver, end + 1);
   if (bytes) {
-    storeUnit(memory, grown, count, unit);
+    grown.bytes[end] = byte;
   } else {
-    grown.indexed()[count] = args[0];
+    grown.slots[end] = args[0];
   }
   return args[0];
+}
+
+// The size in slots or bytes at which the object has so many elements: what a string is given
+// beyond its end are NULs.
+std::size_t sizeForElements(Memory& memory, OopType oop, std::size_t count) {
+  const Object& object = memory.at(oop);
+  if (!holdsCharacters(memory, object)) return object.namedSize + count;
+  const std::size_t characters = characterCount(memory, oop);
+  if (count <= characters) return offsetOf(memory, oop, count);
+  const Text text = textOf(memory, oop);
+  return text.bytes.size() + (count - characters) * text.unit();
 }
 
 OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
@@ -131,8 +140,9 @@ OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
     throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " has no indexed part",
                   {receiver});
   }
+  const std::size_t size = sizeForElements(memory, receiver, count);
   prepareWrite(memory, receiver);
-  resizeElements(memory, receiver, count);
+  memory.resize(receiver, size);
   return receiver;
 }
 
@@ -158,21 +168,25 @@ OopType addFirst(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
-  const Object* object = &memory.at(receiver);
-  const auto count = static_cast<std::int64_t>(elementCount(memory, *object));
+  const bool text = holdsCharacters(memory, memory.at(receiver));
+  const auto count = static_cast<std::int64_t>(text ? characterCount(memory, receiver)
+                                                    : memory.at(receiver).indexedSize());
   const std::int64_t first = integerArgument(memory, args[0], 1, count + 1);
   const std::int64_t last = integerArgument(memory, args[1], first - 1, count);
-  const std::size_t unit = isDoubleByte(memory, *object) ? 2 : 1;
-  const std::size_t length = static_cast<std::size_t>(last - first + 1) * unit;
-  const std::size_t from = static_cast<std::size_t>(first - 1) * unit;
-  const OopType classOop = isSymbol(memory, receiver) ? StringClassOop : object->classOop;
-  const OopType oop = newInstance(memory, classOop, length);
+  auto from = static_cast<std::size_t>(first - 1);
+  auto end = static_cast<std::size_t>(last);
+  if (text) {
+    from = offsetOf(memory, receiver, from);
+    end = offsetOf(memory, receiver, end);
+  }
+  const OopType classOop = isSymbol(memory, receiver) ? StringClassOop : classOf(memory, receiver);
+  const OopType oop = newInstance(memory, classOop, end - from);
   Object& part = memory.at(oop);
-  object = &memory.at(receiver);
-  if (object->holdsBytes()) {
-    std::copy_n(object->bytes + from, length, part.bytes);
+  const Object& object = memory.at(receiver);
+  if (object.holdsBytes()) {
+    std::copy(object.bytes + from, object.bytes + end, part.bytes);
   } else {
-    std::copy_n(object->indexed() + from, length, part.indexed());
+    std::copy(object.indexed() + from, object.indexed() + end, part.indexed());
   }
   return oop;
 }
@@ -197,18 +211,19 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 // The elements; of a dictionary the values.
-std::vector<OopType> elementsOf(const Memory& memory, OopType collection) {
+std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
   const Object& object = memory.at(collection);
-  if (!object.holdsBytes() && !inheritsFrom(memory, object.classOop, DictionaryClass)) {
-    return std::vector<OopType>(object.indexed(), object.indexed() + object.indexedSize());
-  }
-  const std::size_t step = object.holdsBytes() ? 1 : 2;
-  const std::size_t count = elementCount(memory, object);
   std::vector<OopType> elements;
-  elements.reserve(count / step);
-  for (std::size_t i = step - 1; i < count; i += step) {
-    elements.push_back(elementAt(memory, object, i));
+  if (holdsCharacters(memory, object)) {
+    for (Reader reader(textOf(memory, collection), &memory.meter); !reader.atEnd();) {
+      elements.push_back(characterOop(reader.next()));
+    }
+    return elements;
   }
+  const std::size_t step = inheritsFrom(memory, object.classOop, DictionaryClass) ? 2 : 1;
+  const std::size_t count = object.indexedSize();
+  elements.reserve(count / step);
+  for (std::size_t i = step - 1; i < count; i += step) elements.push_back(elementAt(object, i));
   return elements;
 }
 

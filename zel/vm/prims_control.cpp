@@ -1,6 +1,7 @@
 // Blocks, perform: and exceptions: messages that run program code or end it.
 #include "lang/compiler.h"
 #include "objmem/classes.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "tracing.h"
@@ -46,7 +47,7 @@ OopType onDo(Machine& machine, OopType, const OopType* args) {
 }
 
 OopType requireSelector(Memory& memory, OopType name, std::size_t argumentCount) {
-  const std::string_view text = stringArgument(memory, name);
+  const std::string text = utf8Argument(memory, name);
   if (argumentCountOf(text) != static_cast<int>(argumentCount)) {
     throw Failure(ErrBadMessageParts,
                   "'" + std::string(text) + "' is no message with " +
@@ -85,8 +86,8 @@ std::int32_t numberOf(const Memory& memory, OopType exception) {
 
 [[noreturn]] void signalException(const Memory& memory, OopType exception) {
   const OopType text = memory.at(exception).slots[ExceptionText];
-  throw Failure(numberOf(memory, exception), isString(memory, text)
-                                                 ? std::string(bytesOf(memory, text))
+  throw Failure(numberOf(memory, exception), isText(memory, text)
+                                                 ? utf8(textOf(memory, text))
                                                  : nameOf(memory, classOf(memory, exception)))
       .signalledBy(exception);
 }
@@ -96,7 +97,7 @@ OopType signal(Memory& memory, OopType receiver, const OopType*) {
 }
 
 OopType signalText(Memory& memory, OopType receiver, const OopType* args) {
-  stringArgument(memory, args[0]);
+  textArgument(memory, args[0]);
   storeNamed(memory, receiver, ExceptionText, args[0]);
   signalException(memory, receiver);
 }

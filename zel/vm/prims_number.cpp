@@ -290,7 +290,8 @@ OopType asFloat(Memory& memory, OopType receiver, const OopType*) {
 }
 
 OopType asCharacter(Memory& memory, OopType receiver, const OopType*) {
-  return characterOop(static_cast<std::uint32_t>(integerArgument(memory, receiver, 0, 0xFFFF)));
+  return characterOop(
+      static_cast<std::uint32_t>(integerArgument(memory, receiver, 0, largestCharacter)));
 }
 
 OopType printStringRadix(Memory& memory, OopType receiver, const OopType* args) {

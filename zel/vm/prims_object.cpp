@@ -4,6 +4,7 @@
 #include "objmem/classes.h"
 #include "objmem/clients.h"
 #include "objmem/hashed.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -43,7 +44,7 @@ OopType isMemberOf(Memory& memory, OopType receiver, const OopType* args) {
 }
 OopType respondsTo(Memory& memory, OopType receiver, const OopType* args) {
   const bool classSide = isClass(memory, receiver);
-  const OopType selector = symbolOop(memory, stringArgument(memory, args[0]));
+  const OopType selector = symbolOop(memory, utf8Argument(memory, args[0]));
   return booleanOop(lookupMethod(memory, classSide ? receiver : classOf(memory, receiver), selector,
                                  classSide) != 0);
 }

@@ -1,14 +1,15 @@
 // Strings of both widths, symbols, characters and date-times.
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <functional>
 
 #include "lang/lexer.h"
+#include "letters.h"
 #include "objmem/changes.h"
 #include "objmem/classes.h"
 #include "objmem/integers.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 #include "primitives.h"
 #include "printing.h"
@@ -17,134 +18,233 @@ namespace zel {
 
 namespace {
 
-// The text of an argument that is a string of either width, as UTF-8.
-std::string textOf(Memory& memory, OopType oop) {
-  if (isDoubleByteString(memory, oop)) return encodeUtf8(unitsOf(memory, oop));
-  return std::string(stringArgument(memory, oop));
+// A new string of the receiver's kind from a part of it, or from what was made of it.
+OopType likeReceiver(Memory& memory, OopType receiver, std::string_view bytes) {
+  return textOop(memory, {bytes, textOf(memory, receiver).doubleByte});
 }
 
-OopType likeReceiver(Memory& memory, OopType receiver, std::string_view text) {
-  return isDoubleByteString(memory, receiver) ? doubleByteStringOop(memory, decodeUtf8(text))
-                                              : stringOop(memory, text);
+std::string inForm(const Text& text, bool doubleByte) {
+  std::string bytes;
+  if (text.doubleByte == doubleByte) return bytes.assign(text.bytes);
+  bytes.reserve(text.bytes.size());
+  for (Reader reader(text); !reader.atEnd();) append(bytes, reader.next(), doubleByte);
+  return bytes;
 }
 
 // A string with a double-byte one gives a double-byte one.
 OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
-  if (isString(memory, receiver) && isString(memory, args[0])) {
-    return memory.allocateJoined(receiver, bytesOf(memory, args[0]));
+  const Text left = textOf(memory, receiver);
+  const Text right = textArgument(memory, args[0]);
+  if (!left.doubleByte && !right.doubleByte) {
+    const OopType both = memory.allocateJoined(receiver, right.bytes);
+    continueText(memory, receiver, both);
+    return both;
   }
-  const auto units = [&](OopType oop) {
-    return isDoubleByteString(memory, oop) ? unitsOf(memory, oop)
-                                           : decodeUtf8(stringArgument(memory, oop));
-  };
-  return doubleByteStringOop(memory, units(receiver) + units(args[0]));
-}
-
-int order(Memory& memory, OopType receiver, OopType argument) {
-  if (isString(memory, receiver) && isString(memory, argument)) {
-    return bytesOf(memory, receiver).compare(bytesOf(memory, argument));
-  }
-  if (isDoubleByteString(memory, receiver) && isDoubleByteString(memory, argument)) {
-    return unitsOf(memory, receiver).compare(unitsOf(memory, argument));
-  }
-  return textOf(memory, receiver).compare(textOf(memory, argument));
+  return doubleByteStringOop(memory, inForm(left, true) + inForm(right, true));
 }
 
 template <typename Comparison>
 OopType compare(Memory& memory, OopType receiver, const OopType* args) {
-  return booleanOop(Comparison()(order(memory, receiver, args[0]), 0));
+  const Text argument = textArgument(memory, args[0]);
+  return booleanOop(Comparison()(compareTexts(memory, textOf(memory, receiver), argument), 0));
 }
 
-template <int (*function)(int)>
+template <std::uint32_t (*function)(std::uint32_t)>
 OopType mapCase(Memory& memory, OopType receiver, const OopType*) {
-  // ASCII letters only, so that UTF-8 sequences stay whole.
-  std::string text = textOf(memory, receiver);
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 128) c = static_cast<char>(function(c));
+  const Text text = textOf(memory, receiver);
+  std::string mapped;
+  mapped.reserve(text.bytes.size());
+  for (Reader reader(text, &memory.meter); !reader.atEnd();) {
+    const std::size_t begin = reader.offset;
+    const std::uint32_t code = reader.next();
+    const std::uint32_t other = function(code);
+    if (other == code) {
+      mapped += text.bytes.substr(begin, reader.offset - begin);
+    } else {
+      append(mapped, other, text.doubleByte);
+    }
   }
-  return likeReceiver(memory, receiver, text);
+  return likeReceiver(memory, receiver, mapped);
 }
 
 OopType reversed(Memory& memory, OopType receiver, const OopType*) {
-  if (isDoubleByteString(memory, receiver)) {
-    std::u16string units = unitsOf(memory, receiver);
-    std::reverse(units.begin(), units.end());
-    return doubleByteStringOop(memory, units);
+  const Text text = textOf(memory, receiver);
+  std::string bytes(text.bytes.size(), '\0');
+  for (Reader reader(text, &memory.meter); !reader.atEnd();) {
+    const std::size_t begin = reader.offset;
+    reader.next();
+    text.bytes.copy(bytes.data() + bytes.size() - reader.offset, reader.offset - begin, begin);
   }
-  std::string text(bytesOf(memory, receiver));
-  std::reverse(text.begin(), text.end());
-  return stringOop(memory, text);
+  return likeReceiver(memory, receiver, bytes);
 }
 
-// Where the part begins in the text, from `at` on; npos if nowhere. Linear, whatever the texts.
-std::size_t findText(std::string_view text, std::string_view part, std::size_t at) {
-  if (part.empty()) return at;
-  const void* found = memmem(text.data() + at, text.size() - at, part.data(), part.size());
-  if (found == nullptr) return std::string_view::npos;
-  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
-}
+// Finds a text in others, in linear time, in whatever forms they are.
+class Search {
+ public:
+  explicit Search(const Text& part) {
+    for (Reader reader(part); !reader.atEnd();) codes_.push_back(reader.next());
+    // In single-byte texts these stand for themselves.
+    if (std::all_of(codes_.begin(), codes_.end(),
+                    [](std::uint32_t code) { return code > 0 && code < 0x80; })) {
+      ascii_.assign(codes_.begin(), codes_.end());
+    }
+    fallbacks_.resize(codes_.size());
+    for (std::size_t at = 1, matched = 0; at < codes_.size(); ++at) {
+      matched = advance(matched, codes_[at]);
+      fallbacks_[at] = matched;
+    }
+    beginnings_.resize(codes_.size());
+  }
+
+  // Moves the reader behind the next occurrence and answers where that begins, or to the end.
+  std::size_t find(const Text& text, Reader& reader) {
+    if (!ascii_.empty() && !text.doubleByte) return findBytes(text, reader);
+    for (std::size_t matched = 0; !reader.atEnd();) {
+      beginnings_[reader.character % codes_.size()] = reader.offset;
+      matched = advance(matched, reader.next());
+      if (matched == codes_.size()) return beginnings_[reader.character % codes_.size()];
+    }
+    return std::string_view::npos;
+  }
+
+ private:
+  // How many characters match when so many did before the next one.
+  std::size_t advance(std::size_t matched, std::uint32_t code) const {
+    while (matched > 0 && (matched == codes_.size() || codes_[matched] != code)) {
+      matched = fallbacks_[matched - 1];
+    }
+    return codes_[matched] == code ? matched + 1 : matched;
+  }
+
+  std::size_t findBytes(const Text& text, Reader& reader) const {
+    const char* from = text.bytes.data() + reader.offset;
+    const void* found =
+        memmem(from, text.bytes.size() - reader.offset, ascii_.data(), ascii_.size());
+    reader.offset = text.bytes.size();
+    if (found == nullptr) return std::string_view::npos;
+    const auto begin =
+        static_cast<std::size_t>(static_cast<const char*>(found) - text.bytes.data());
+    reader.offset = begin + ascii_.size();
+    return begin;
+  }
+
+  std::vector<std::uint32_t> codes_;
+  std::string ascii_;
+  std::vector<std::size_t> fallbacks_;   // how much of the part its own end repeats, at each place
+  std::vector<std::size_t> beginnings_;  // of the characters read last
+};
 
 OopType indexOfString(Memory& memory, OopType receiver, const OopType* args) {
-  const bool wide = isDoubleByteString(memory, receiver);
-  const std::size_t unit = wide ? 2 : 1;
-  const std::u16string units = wide ? decodeUtf8(textOf(memory, args[0])) : std::u16string();
-  const std::string bytes = wide ? std::string() : textOf(memory, args[0]);
-  const std::string_view part =
-      wide ? std::string_view(reinterpret_cast<const char*>(units.data()), units.size() * 2)
-           : std::string_view(bytes);
-  const std::string_view text = bytesOf(memory, receiver);
-  std::size_t at = findText(text, part, 0);
-  while (at != std::string_view::npos && at % unit != 0) at = findText(text, part, at + 1);
-  return smallIntOop(at == std::string_view::npos ? 0 : static_cast<std::int32_t>(at / unit) + 1);
+  const Text text = textOf(memory, receiver);
+  const Text part = textArgument(memory, args[0]);
+  if (part.bytes.empty()) return smallIntOop(1);
+  Reader reader(text, &memory.meter);
+  const std::size_t begin = Search(part).find(text, reader);
+  if (begin == std::string_view::npos) return smallIntOop(0);
+  Reader before({text.bytes.substr(0, begin), text.doubleByte}, &memory.meter);
+  while (!before.atEnd()) before.next();
+  return smallIntOop(static_cast<std::int32_t>(before.character) + 1);
+}
+
+bool isSeparator(std::uint32_t code) {
+  return code == ' ' || (code >= '\t' && code <= '\r');
+}
+
+// Where the characters lie that `separates` does not hold for, one stretch after another.
+template <typename Separates, typename Each>
+void eachPart(Memory& memory, const Text& text, Separates separates, Each each) {
+  std::size_t begin = 0;
+  Reader reader(text, &memory.meter);
+  while (!reader.atEnd()) {
+    const std::size_t here = reader.offset;
+    if (!separates(reader.next())) continue;
+    if (here > begin) each(text.bytes.substr(begin, here - begin));
+    begin = reader.offset;
+  }
+  if (text.bytes.size() > begin) each(text.bytes.substr(begin));
 }
 
 OopType trimmed(Memory& memory, OopType receiver, const OopType*) {
-  const std::string text = textOf(memory, receiver);
-  const std::size_t first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string::npos) return likeReceiver(memory, receiver, "");
-  const std::size_t last = text.find_last_not_of(" \t\r\n");
-  return likeReceiver(memory, receiver, std::string_view(text).substr(first, last - first + 1));
+  const Text text = textOf(memory, receiver);
+  const char* first = nullptr;
+  const char* last = nullptr;
+  eachPart(memory, text, isSeparator, [&](std::string_view part) {
+    if (first == nullptr) first = part.data();
+    last = part.data() + part.size();
+  });
+  return likeReceiver(memory, receiver, first != nullptr ? std::string_view(first, last) : "");
 }
 
 OopType subStrings(Memory& memory, OopType receiver, const OopType* args) {
-  const std::string text = textOf(memory, receiver);
-  const std::string separators = textOf(memory, args[0]);
-  std::vector<OopType> parts;
-  std::size_t at = 0;
-  while ((at = text.find_first_not_of(separators, at)) != std::string::npos) {
-    const std::size_t end = std::min(text.find_first_of(separators, at), text.size());
-    parts.push_back(likeReceiver(memory, receiver, std::string_view(text).substr(at, end - at)));
-    at = end;
+  std::vector<std::uint32_t> separators;
+  for (Reader reader(textArgument(memory, args[0])); !reader.atEnd();) {
+    separators.push_back(reader.next());
   }
+  std::sort(separators.begin(), separators.end());
+  const auto separates = [&](std::uint32_t code) {
+    return std::binary_search(separators.begin(), separators.end(), code);
+  };
+  std::vector<OopType> parts;
+  eachPart(memory, textOf(memory, receiver), separates,
+           [&](std::string_view part) { parts.push_back(likeReceiver(memory, receiver, part)); });
   return arrayOop(memory, parts);
 }
 
 OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
-  std::string text = textOf(memory, receiver);
-  const std::string from = textOf(memory, args[0]);
-  const std::string to = textOf(memory, args[1]);
-  if (from.empty()) throw Failure(ErrBadArgumentKind, "the text to replace is empty", {args[0]});
+  const Text text = textOf(memory, receiver);
+  const Text from = textArgument(memory, args[0]);
+  const std::string to = inForm(textArgument(memory, args[1]), text.doubleByte);
+  if (from.bytes.empty()) {
+    throw Failure(ErrBadArgumentKind, "the text to replace is empty", {args[0]});
+  }
   std::string result;
+  Search search(from);
+  Reader reader(text, &memory.meter);
   std::size_t at = 0;
-  for (std::size_t found = 0; (found = findText(text, from, at)) != std::string::npos;) {
-    result.append(text, at, found - at).append(to);
-    at = found + from.size();
+  for (std::size_t begin = 0; (begin = search.find(text, reader)) != std::string_view::npos;) {
+    memory.meter.charge(1);
+    result.append(text.bytes.substr(at, begin - at)).append(to);
+    at = reader.offset;
     if (result.size() > largestObjectBytes) throw Failure(ErrNoMemory, "the result is too large");
   }
-  result.append(text, at, std::string::npos);
+  result.append(text.bytes.substr(at));
   return likeReceiver(memory, receiver, result);
 }
 
 OopType asSymbol(Memory& memory, OopType receiver, const OopType*) {
-  return symbolOop(memory, textOf(memory, receiver));
+  return symbolOop(memory, utf8(textOf(memory, receiver)));
 }
 OopType asString(Memory& memory, OopType receiver, const OopType*) {
   if (classOf(memory, receiver) == StringClassOop) return receiver;
-  return stringOop(memory, textOf(memory, receiver));
+  return stringOop(memory, utf8(textOf(memory, receiver)));
 }
 OopType asDoubleByteString(Memory& memory, OopType receiver, const OopType*) {
   if (isDoubleByteString(memory, receiver)) return receiver;
-  return doubleByteStringOop(memory, decodeUtf8(bytesOf(memory, receiver)));
+  return doubleByteStringOop(memory, inForm(textOf(memory, receiver), true));
+}
+
+OopType byteSize(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(memory.at(receiver).size));
+}
+// In proper UTF-8, but for bytes that are none.
+OopType asByteArray(Memory& memory, OopType receiver, const OopType*) {
+  const Text text = textOf(memory, receiver);
+  std::string bytes;
+  for (Reader reader(text, &memory.meter); !reader.atEnd();) {
+    const std::size_t begin = reader.offset;
+    const std::uint32_t code = reader.next();
+    if (!text.doubleByte && reader.offset == begin + 1) {
+      bytes += text.bytes[begin];
+    } else {
+      append(bytes, code, false);
+    }
+  }
+  const OopType array = newInstance(memory, ByteArrayClass, bytes.size());
+  std::copy(bytes.begin(), bytes.end(), memory.at(array).bytes);
+  return array;
+}
+OopType byteArrayAsString(Memory& memory, OopType receiver, const OopType*) {
+  return stringOop(memory, bytesOf(memory, receiver));
 }
 
 OopType largeNumber(Memory& memory, const Lexer& lexer) {
@@ -154,7 +254,7 @@ OopType largeNumber(Memory& memory, const Lexer& lexer) {
 }
 
 OopType asNumber(Memory& memory, OopType receiver, const OopType*) {
-  const std::string text = textOf(memory, receiver);
+  const std::string text = utf8(textOf(memory, receiver));
   try {
     Lexer lexer(text);
     const OopType number = lexer.token == Token::integer    ? integerOop(memory, lexer.integerValue)
@@ -175,7 +275,8 @@ OopType characterValue(Memory&, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(characterCode(receiver)));
 }
 OopType characterWithValue(Memory& memory, OopType, const OopType* args) {
-  return characterOop(static_cast<std::uint32_t>(integerArgument(memory, args[0], 0, 0xFFFF)));
+  return characterOop(
+      static_cast<std::uint32_t>(integerArgument(memory, args[0], 0, largestCharacter)));
 }
 template <typename Comparison>
 OopType characterCompare(Memory& memory, OopType receiver, const OopType* args) {
@@ -185,16 +286,13 @@ OopType characterCompare(Memory& memory, OopType receiver, const OopType* args) 
   }
   return booleanOop(Comparison()(receiver, args[0]));
 }
-template <int (*function)(int)>
+template <bool (*function)(std::uint32_t)>
 OopType characterTest(Memory&, OopType receiver, const OopType*) {
-  return booleanOop(characterCode(receiver) < 128 &&
-                    function(static_cast<int>(characterCode(receiver))) != 0);
+  return booleanOop(function(characterCode(receiver)));
 }
-template <int (*function)(int)>
+template <std::uint32_t (*function)(std::uint32_t)>
 OopType characterMap(Memory&, OopType receiver, const OopType*) {
-  if (characterCode(receiver) >= 128) return receiver;
-  return characterOop(
-      static_cast<std::uint32_t>(function(static_cast<int>(characterCode(receiver)))));
+  return characterOop(function(characterCode(receiver)));
 }
 
 template <std::size_t slot>
@@ -243,8 +341,8 @@ constexpr Primitive stringMessages[] = {
     {">", compare<std::greater<>>},
     {"<=", compare<std::less_equal<>>},
     {">=", compare<std::greater_equal<>>},
-    {"asUppercase", mapCase<std::toupper>},
-    {"asLowercase", mapCase<std::tolower>},
+    {"asUppercase", mapCase<upperCase>},
+    {"asLowercase", mapCase<lowerCase>},
     {"reversed", reversed},
     {"indexOfString:", indexOfString},
     {"trimmed", trimmed},
@@ -254,17 +352,22 @@ constexpr Primitive stringMessages[] = {
     {"asString", asString},
     {"asDoubleByteString", asDoubleByteString},
     {"asNumber", asNumber},
+    {"byteSize", byteSize},
+    {"asByteArray", asByteArray},
+};
+constexpr Primitive byteArrayMessages[] = {
+    {"asString", byteArrayAsString},
 };
 constexpr Primitive characterMessages[] = {
     {"asInteger", characterValue},
     {"value", characterValue},
     {"<", characterCompare<std::less<>>},
     {">", characterCompare<std::greater<>>},
-    {"isLetter", characterTest<std::isalpha>},
-    {"isDigit", characterTest<std::isdigit>},
-    {"isSeparator", characterTest<std::isspace>},
-    {"asUppercase", characterMap<std::toupper>},
-    {"asLowercase", characterMap<std::tolower>},
+    {"isLetter", characterTest<isLetterCode>},
+    {"isDigit", characterTest<isDigitCode>},
+    {"isSeparator", characterTest<isSeparator>},
+    {"asUppercase", characterMap<upperCase>},
+    {"asLowercase", characterMap<lowerCase>},
 };
 constexpr Primitive characterClassMessages[] = {
     {"value:", characterWithValue},
@@ -281,6 +384,7 @@ constexpr Primitive dateTimeClassMessages[] = {
 };
 constexpr ClassPrimitives families[] = {
     {StringKindClassOop, stringMessages},
+    {ByteArrayClass, byteArrayMessages},
     {CharacterClass, characterMessages, characterClassMessages},
     {DateTimeClassOop, dateTimeMessages, dateTimeClassMessages},
 };

@@ -7,6 +7,7 @@
 
 #include "objmem/integers.h"
 #include "objmem/names.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 
 namespace zel {
@@ -50,12 +51,7 @@ class Printer {
       text += printInteger(memory_, oop);
     } else if (isCharacter(oop)) {
       if (!display_) text += '$';
-      const char16_t unit = static_cast<char16_t>(characterCode(oop));
-      if (unit < 256) {
-        text += static_cast<char>(unit);
-      } else {
-        text += encodeUtf8({&unit, 1});
-      }
+      append(text, characterCode(oop), false);
     } else if (oop == NilOop) {
       text += "nil";
     } else if (isBoolean(oop)) {
@@ -76,11 +72,9 @@ class Printer {
       text += printFloat(floatValue(memory_, oop));
     } else if (isSymbol(memory_, oop)) {
       printSymbol(bytesOf(memory_, oop));
-    } else if (isString(memory_, oop)) {
-      text += display_ ? std::string(bytesOf(memory_, oop)) : quoted(bytesOf(memory_, oop));
-    } else if (isDoubleByteString(memory_, oop)) {
-      const std::string utf8 = encodeUtf8(unitsOf(memory_, oop));
-      text += display_ ? utf8 : quoted(utf8);
+    } else if (isText(memory_, oop)) {
+      const std::string characters = utf8(textOf(memory_, oop));
+      text += display_ ? characters : quoted(characters);
     } else if (inheritsFrom(memory_, classOop, DateTimeClassOop)) {
       text += printDateTime(dateTimeValue(memory_, oop));
     } else if (inheritsFrom(memory_, classOop, AssociationClass)) {

@@ -269,8 +269,8 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Creates a single-byte string. Characters beyond ASCII take two or three bytes each, which count
-     * as so many characters in the database; Java reads the text back as it was.
+     * Creates a single-byte string. Characters beyond ASCII take two or three bytes each, or six;
+     * Java reads the text back as it was.
      *
      * @param text the text
      * @return a reference to the string

@@ -49,12 +49,19 @@ final class PovZelValues {
             return oop != FALSE;
         }
         if ((oop & 31) == 14) {
-            return (char) (oop >> 5);
+            return character((int) (oop >> 5));
         }
         if ((oop & 3) == 3) {
             return (long) ((int) oop >> 2);
         }
         throw new IllegalArgumentException("The oop " + oop + " is no value that Java knows");
+    }
+
+    /** A character, as a text of two where {@code char} has no room for it. */
+    private static Object character(int code) {
+        return Character.isBmpCodePoint(code)
+                ? (Object) (char) code
+                : new String(Character.toChars(code));
     }
 
     /** A report that names an existing object. */

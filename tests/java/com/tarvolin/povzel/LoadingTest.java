@@ -76,7 +76,7 @@ public class LoadingTest {
         for (int i = 0; i < refusals.size(); i += 2) {
             shell(functions + refusals.get(i), 1, refusals.get(i + 1));
         }
-        shell("PATH= LC_ALL=C $T/bin/povzel -e \"'\"$'\\xc3\\xbc'\"' size\"", 0, "2\n");
+        shell("PATH= LC_ALL=C $T/bin/povzel -e \"'\"$'\\xc3\\xbc'\"' byteSize\"", 0, "2\n");
         shell("POVZEL_HISTORY=/tmp script -qec $T/bin/povzel x <<<:quit", 0, "Name another file with");
     }
 

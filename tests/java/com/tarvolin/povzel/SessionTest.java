@@ -68,6 +68,31 @@ class SessionTest {
         assertEquals("\u00e4b", latin.value(), "bytes that are no UTF-8 are one character each");
     }
 
+    // A text is found whether Java or a program stored it, and whether Java or a program looks.
+    @Test
+    void equalTextsAreEqualWhoeverStoredThem() {
+        PovZelObject table = object("Table := Dictionary new");
+        PovZelObject set = object("Texts := Set new");
+        for (String text : List.of("\u00fc", "\u20ac", "\ud83d\ude00", "a\ud83d", "nul \0 \u00fc", "a")) {
+            String literal = "'" + text + "'";
+            session.perform(table, "at:put:", text, 1);
+            session.execute("Table at: " + literal + " put: (Table at: " + literal + ") + 1");
+            session.perform(table, "at:put:", session.newString(text), 3);
+            assertEquals(3L, session.perform(table, "at:", session.newDoubleByteString(text)));
+            session.execute("Texts add: " + literal + "; add: " + literal + " asSymbol");
+            session.perform(set, "add:", text);
+            assertEquals(true, session.perform(object(literal), "=", text), text);
+            assertEquals(text, session.execute(literal));
+            assertEquals(text, session.execute(literal + " reversed reversed"));
+        }
+        assertEquals(List.of(6L, 6L), List.of(session.execute("Table size"), session.execute("Texts size")));
+        assertEquals(Arrays.asList('\u20ac', "\ud83d\ude00"),
+                session.newArray(List.of(session.value(0x20ACL << 5 | 14), "\ud83d\ude00")).value());
+        assertEquals("\ud83d\ude00", session.execute("'\u00fc\ud83d\ude00' at: 2"));
+        assertEquals("z\u00e4hler \u20ac", fails(() ->
+                session.perform(object("Error new"), "signal:number:", "z\u00e4hler \u20ac", 77)).message);
+    }
+
     @Test
     void whatCannotBeConvertedSaysSo() {
         List<Object> endless = new ArrayList<>();
