@@ -259,16 +259,23 @@ OopType textOop(Memory& memory, const Text& text) {
 }
 
 int compareTexts(Memory& memory, const Text& a, const Text& b) {
-  Reader left(a, &memory.meter);
-  Reader right(b);
+  std::size_t begin = 0;
   if (a.doubleByte == b.doubleByte) {
     const std::size_t size = std::min(a.bytes.size(), b.bytes.size());
     memory.meter.charge(size / bytesPerStep);
     const auto differs = std::mismatch(a.bytes.begin(), a.bytes.begin() + size, b.bytes.begin());
     const auto common = static_cast<std::size_t>(differs.first - a.bytes.begin());
     if (common == a.bytes.size() && common == b.bytes.size()) return 0;
-    left.offset = right.offset = beginningBefore(a, common);
+    if (common < size && !a.doubleByte) {
+      const std::uint32_t one = byteAt(a.bytes, common);
+      const std::uint32_t other = byteAt(b.bytes, common);
+      if (one < 0x80 && other < 0x80) return one < other ? -1 : 1;
+    }
+    begin = beginningBefore(a, common);
   }
+  Reader left(a, &memory.meter);
+  Reader right(b);
+  left.offset = right.offset = begin;
   while (!left.atEnd() && !right.atEnd()) {
     const std::uint32_t one = left.next();
     const std::uint32_t other = right.next();

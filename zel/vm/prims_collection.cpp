@@ -24,6 +24,10 @@ OopType elementAt(const Object& object, std::size_t index) {
   return smallIntOop(object.bytes[index]);
 }
 
+bool isAsciiCharacter(OopType value) {
+  return isCharacter(value) && characterCode(value) < 0x80;
+}
+
 // What a byte object stores for a value.
 ByteType byteFor(const Memory& memory, OopType value) {
   return static_cast<ByteType>(integerArgument(memory, value, 0, 255));
@@ -52,6 +56,11 @@ std::size_t checkedIndex(const Memory& memory, OopType receiver, OopType index, 
   return at;
 }
 
+// A string whose characters are its bytes.
+bool isPlainString(const Object& object) {
+  return object.width == Width::uniform && object.classOop == StringClassOop;
+}
+
 // Where the string's character begins.
 std::size_t checkedOffset(Memory& memory, OopType receiver, OopType index) {
   const auto at = static_cast<std::uint32_t>(smallIntValue(index)) - 1;
@@ -71,6 +80,9 @@ OopType size(Memory& memory, OopType receiver, const OopType*) {
 
 OopType at(Memory& memory, OopType receiver, const OopType* args) {
   const Object& object = memory.at(receiver);
+  if (isPlainString(object)) {
+    return characterOop(object.bytes[checkedIndex(memory, receiver, args[0], object.size)]);
+  }
   if (holdsCharacters(memory, object)) {
     const std::size_t offset = checkedOffset(memory, receiver, args[0]);
     return characterOop(decode(textOf(memory, receiver), offset).code);
@@ -80,6 +92,12 @@ OopType at(Memory& memory, OopType receiver, const OopType* args) {
 
 OopType atPut(Memory& memory, OopType receiver, const OopType* args) {
   const Object& object = memory.at(receiver);
+  if (isPlainString(object) && isAsciiCharacter(args[1])) {
+    const std::size_t index = checkedIndex(memory, receiver, args[0], object.size);
+    prepareWrite(memory, receiver);
+    memory.at(receiver).bytes[index] = static_cast<ByteType>(characterCode(args[1]));
+    return args[1];
+  }
   if (holdsCharacters(memory, object)) {
     const std::size_t offset = checkedOffset(memory, receiver, args[0]);
     const std::uint32_t code = codeFor(memory, args[1]);

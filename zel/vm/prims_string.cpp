@@ -37,7 +37,7 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   const Text right = textArgument(memory, args[0]);
   if (!left.doubleByte && !right.doubleByte) {
     const OopType both = memory.allocateJoined(receiver, right.bytes);
-    continueText(memory, receiver, both);
+    if (memory.at(receiver).width != Width::unknown) continueText(memory, receiver, both);
     return both;
   }
   return doubleByteStringOop(memory, inForm(left, true) + inForm(right, true));
@@ -58,7 +58,9 @@ OopType mapCase(Memory& memory, OopType receiver, const OopType*) {
     const std::size_t begin = reader.offset;
     const std::uint32_t code = reader.next();
     const std::uint32_t other = function(code);
-    if (other == code) {
+    if (code < 0x80 && !text.doubleByte) {
+      mapped += static_cast<char>(other);
+    } else if (other == code) {
       mapped += text.bytes.substr(begin, reader.offset - begin);
     } else {
       append(mapped, other, text.doubleByte);
