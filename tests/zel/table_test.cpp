@@ -116,6 +116,22 @@ TEST_F(Table, ReadsAndWritesRangesOfBytes) {
                   errorOf(zel->ZelStoreBytesInstanceOf, NilOop, oop, 1, &byte, 0xFFFFFFFF)));
 }
 
+// Clients see the bytes of a string, programs its characters, also after the other changed them.
+TEST_F(Table, CharactersFollowTheBytesThatClientsStore) {
+  const OopType oop = run("s := String new. 200 timesRepeat: [s add: $ü]. s size. s");
+  EXPECT_EQ("an Array( 200 $\u00FC )", show("{s size. s at: 190}"));
+  EXPECT_EQ(0, storeBytes(oop, 1, "ab"));
+  EXPECT_EQ("an Array( 201 $b 400 )", show("{s size. s at: 2. s byteSize}"));
+  run("s at: 3 put: (Character value: 16r20AC)");
+  EXPECT_EQ("ab\u20AC\u00FC", bytes(oop, 1, 7));
+  EXPECT_EQ(0, storeBytes(oop, 1, std::string(401, 'x')));
+  EXPECT_EQ("an Array( 401 $x )", show("{s size. s at: 401}"));
+  const OopType wide = run("w := 'ab' asDoubleByteString");
+  EXPECT_EQ(0, storeBytes(wide, 5, "c"));  // half a unit
+  EXPECT_EQ("an Array( 2 'ab' 'ba' )", show("{w size. w. w reversed}"));
+  EXPECT_EQ("an Array( 3 $x 6 )", show("w add: $x. {w size. w last. w byteSize}"));
+}
+
 TEST_F(Table, ReadsAndWritesRangesOfOops) {
   // Indexes of the indexed part count behind the named slots, ZelStoreOop's over both.
   const OopType oops[] = {7, 11, wild};
