@@ -6,7 +6,13 @@
 
 namespace {
 
-class Language : public ZelSession {};
+class Language : public ZelSession {
+ protected:
+  void startAnew() {
+    TearDown();
+    SetUp();
+  }
+};
 
 // Rows "TEXT ==> ANSWER" of language.txt. A line "-- TITLE" begins a group with a database of its
 // own; within a group texts go on with what earlier ones left. Where an error happened is compared
@@ -19,16 +25,15 @@ TEST_F(Language, AnswersAsTheTableSays) {
     ++number;
     if (line.empty()) continue;
     if (line.starts_with("-- ")) {
-      TearDown();
-      SetUp();
+      startAnew();
       continue;
     }
     const std::size_t at = line.find(arrow);
     ASSERT_NE(std::string::npos, at) << "line " << number;
-    const std::string answer = line.substr(at + arrow.size());
+    const std::string expected = line.substr(at + arrow.size());
     const OopType result = run(line.substr(0, at));
-    const bool placed = answer.find("column ") != std::string::npos;
-    EXPECT_EQ(answer, placed ? told(result) : shown(result)) << "line " << number;
+    const bool placed = expected.find("column ") != std::string::npos;
+    EXPECT_EQ(expected, placed ? told(result) : shown(result)) << "line " << number;
   }
   EXPECT_LT(100, number);
 }
@@ -76,6 +81,91 @@ TEST_F(Language, LongMessagesKeepTheirPlace) {
   const std::string cut = told(run("\n\nError signal: 'x" + euros + "'"));
   EXPECT_THAT(cut, testing::EndsWith("€... (line 3, column 7)"));
   EXPECT_LE(cut.size(), 400U + 12);
+}
+
+// The guide's page, whose examples hold as they stand: in blocks a text that ends with the comment
+// "=> ANSWER", or with the block when it only has to run; in tables with a column `Example` the
+// text, and its answer in the next one. An answer that is an error may leave out the message. Each
+// section has a database of its own.
+class Guide : public Language {
+ protected:
+  void read() {
+    std::ifstream page(LANGUAGE_PAGE);
+    for (std::string line; std::getline(page, line);) {
+      ++number_;
+      if (line.starts_with("## ")) startAnew();
+      if (line.starts_with("```")) {
+        if (inBlock_) finishBlock();
+        inBlock_ = !inBlock_;
+      } else if (inBlock_) {
+        readBlockLine(line);
+      } else if (line.starts_with("|")) {
+        readRow(line);
+      } else {
+        inExamples_ = false;
+      }
+    }
+  }
+
+  int examples_ = 0;
+
+ private:
+  std::string where() { return "docs/language.md, line " + std::to_string(number_); }
+
+  void readBlockLine(const std::string& line) {
+    const std::string arrow = "\"=> ";
+    text_ += line + "\n";
+    const std::size_t at = line.find(arrow);
+    if (at == std::string::npos) return;
+    const std::size_t start = at + arrow.size();
+    check(text_, line.substr(start, line.rfind('"') - start));
+    text_.clear();
+  }
+
+  void finishBlock() {
+    run(text_);
+    EXPECT_EQ("", takeError()) << where();
+    text_.clear();
+  }
+
+  void readRow(const std::string& line) {
+    const std::string wall = " | ";
+    const std::size_t last = line.rfind(wall);
+    const std::size_t former = line.rfind(wall, last - 1);
+    if (former == std::string::npos) return;
+    const std::string example = line.substr(former + 3, last - former - 3);
+    if (example == "Example") {
+      inExamples_ = true;
+    } else if (inExamples_) {
+      check(code(example), code(line.substr(last + 3, line.size() - last - 5)));
+    }
+  }
+
+  // A cell without its marks.
+  std::string code(std::string cell) {
+    EXPECT_TRUE(cell.size() > 2 && cell.front() == '`' && cell.back() == '`') << where();
+    for (std::size_t at = 0; (at = cell.find("\\|", at)) != std::string::npos;) cell.erase(at, 1);
+    return cell.substr(1, cell.size() - 2);
+  }
+
+  void check(const std::string& text, const std::string& expected) {
+    ++examples_;
+    std::string got = show(text);
+    const bool numberOnly =
+        expected.starts_with("error ") && expected.find(':') == std::string::npos;
+    if (numberOnly) got = got.substr(0, got.find(':'));
+    EXPECT_EQ(expected, got) << where() << ": " << text;
+  }
+
+  int number_ = 0;
+  bool inBlock_ = false;
+  bool inExamples_ = false;  // in a table of them
+  std::string text_;         // of the block's example so far
+};
+
+TEST_F(Guide, ExamplesHold) {
+  read();
+  EXPECT_LT(150, examples_);
 }
 
 }  // namespace

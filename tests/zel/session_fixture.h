@@ -3,9 +3,9 @@
 
 #include <regex>
 
+#include "objmem/values.h"
 #include "table/frame.h"
 #include "tests.h"
-#include "vm/printing.h"
 #include "zel.h"
 
 class ZelSession : public testing::Test {
@@ -21,7 +21,7 @@ class ZelSession : public testing::Test {
 
   OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
 
-  // The printed result, or "error NUMBER" with the message, but not where it happened.
+  // What the result says of itself, or "error NUMBER" with the message, but not where it happened.
   std::string show(const std::string& source) { return shown(run(source)); }
   std::string shown(OopType oop) {
     static const std::regex place(R"( \([^()]*line \d+, column \d+\)$)");
@@ -29,8 +29,10 @@ class ZelSession : public testing::Test {
   }
   // The same with the place.
   std::string told(OopType oop) {
-    const std::string failure = takeError();
-    return failure.empty() ? ::zel::printString(database().memory, oop) : failure;
+    if (std::string failure = takeError(); !failure.empty()) return failure;
+    const OopType text = zel->ZelPerform(oop, "printString", nullptr, 0);
+    if (std::string failure = takeError(); !failure.empty()) return failure;
+    return std::string(::zel::bytesOf(database().memory, text));
   }
 
   // The pending error as text, empty if there is none; its record stays in `error`.

@@ -307,8 +307,15 @@ class Parser {
     if (accept(Token::openParen)) return literalArray();
     if (accept(Token::openBracket)) return literalBytes();
     if (at(Token::identifier) || at(Token::keyword) || atBinary()) {
-      const std::string word = lexer_.text;
+      std::string word = lexer_.text;
+      std::size_t end = lexer_.position + word.size();
+      const bool keywords = at(Token::keyword);
       lexer_.next();
+      while (keywords && at(Token::keyword) && lexer_.position == end) {  // at:put:
+        word += lexer_.text;
+        end += lexer_.text.size();
+        lexer_.next();
+      }
       if (word == "nil") return NilOop;
       if (word == "true") return TrueOop;
       if (word == "false") return FalseOop;

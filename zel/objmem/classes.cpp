@@ -1,6 +1,7 @@
 #include "classes.h"
 
 #include <algorithm>
+#include <span>
 
 #include "clients.h"
 #include "hashed.h"
@@ -46,6 +47,9 @@ constexpr ClassSpec classSpecs[] = {
     {SequenceClass, "SequenceableCollection", CollectionClass, indexedPointers},
     {ArrayClassOop, "Array", SequenceClass, indexedPointers},
     {OrderedCollectionClass, "OrderedCollection", SequenceClass, indexedPointers},
+    {SortedCollectionClass, "SortedCollection", OrderedCollectionClass, indexedPointers,
+     "sortBlock"},
+    {IntervalClass, "Interval", SequenceClass, asPointers, "start bound step"},
     {ByteArrayClass, "ByteArray", SequenceClass, growingBytes},
     {StringKindClassOop, "CharacterCollection", SequenceClass, growingBytes},
     {StringClassOop, "String", StringKindClassOop, growingBytes},
@@ -54,6 +58,11 @@ constexpr ClassSpec classSpecs[] = {
     {SetClass, "Set", CollectionClass, asSet | FormatIndexable},
     {IdentitySetClass, "IdentitySet", SetClass, asSet | FormatIndexable},
     {DictionaryClass, "Dictionary", CollectionClass, indexedPointers},
+    {BagClass, "Bag", CollectionClass, asPointers, "counts"},
+    {StreamClass, "Stream", ObjectClass, asPointers, "collection position"},
+    {ReadStreamClass, "ReadStream", StreamClass, asPointers},
+    {WriteStreamClass, "WriteStream", StreamClass, asPointers, "species"},
+    {ReadWriteStreamClass, "ReadWriteStream", WriteStreamClass, asPointers},
     {AssociationClass, "Association", MagnitudeClass, asPointers, "key value"},
     {ClassClass, "Class", ObjectClass, internal,
      "superclass format instVarCount instVarNames category comment methods classMethods "
@@ -69,8 +78,19 @@ constexpr ClassSpec classSpecs[] = {
     {ZeroDivideClass, "ZeroDivide", ErrorClass, asPointers},
     {MessageNotUnderstoodClass, "MessageNotUnderstood", ErrorClass, asPointers},
     {SystemClass, "System", ObjectClass, internal},
+    {TranscriptClass, "Transcript", ObjectClass, internal},
     {ErrorCategoryClass, "ErrorCategory", ObjectClass, internal},
 };
+
+constexpr bool haveOopsOfTheirOwn(std::span<const ClassSpec> specs) {
+  for (std::size_t i = 0; i < specs.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (specs[i].oop == specs[j].oop) return false;
+    }
+  }
+  return true;
+}
+static_assert(haveOopsOfTheirOwn(classSpecs));
 
 std::vector<std::string> wordsOf(std::string_view text) {
   std::vector<std::string> words;
@@ -207,9 +227,8 @@ std::string describe(const Memory& memory, OopType oop) {
   return withArticle(nameOf(memory, classOf(memory, oop)));
 }
 
-void wrongKind(const Memory& memory, const char* expected, OopType argument) {
-  throw Failure(ErrBadArgumentKind,
-                std::string(expected) + " is expected, not " + describe(memory, argument),
+void wrongKind(const Memory& memory, const std::string& expected, OopType argument) {
+  throw Failure(ErrBadArgumentKind, expected + " is expected, not " + describe(memory, argument),
                 {argument});
 }
 

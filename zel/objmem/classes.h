@@ -56,7 +56,7 @@ std::string methodName(const Memory& memory, OopType owner, bool classSide,
 std::string describe(const Memory& memory, OopType oop);
 std::string withArticle(const std::string& name);
 // Throws ErrBadArgumentKind: `expected` ("a string") is expected and the argument is none.
-[[noreturn]] void wrongKind(const Memory& memory, const char* expected, OopType argument);
+[[noreturn]] void wrongKind(const Memory& memory, const std::string& expected, OopType argument);
 // Whether the class is `ancestor` or below it.
 bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor);
 // Whether the value or object is an instance of the class or of one below it.

@@ -90,6 +90,14 @@ constexpr OopType SystemClass = fixedOop(283);
 constexpr OopType ErrorCategoryClass = fixedOop(284);
 constexpr OopType ZeroDivideClass = fixedOop(285);
 constexpr OopType MessageNotUnderstoodClass = fixedOop(286);
+constexpr OopType WriteStreamClass = fixedOop(290);
+constexpr OopType ReadStreamClass = fixedOop(291);
+constexpr OopType StreamClass = fixedOop(293);
+constexpr OopType ReadWriteStreamClass = fixedOop(294);
+constexpr OopType IntervalClass = fixedOop(295);
+constexpr OopType BagClass = fixedOop(296);
+constexpr OopType SortedCollectionClass = fixedOop(297);
+constexpr OopType TranscriptClass = fixedOop(298);
 constexpr OopType GlobalsOop = fixedOop(512);   // Dictionary of symbol to value
 constexpr OopType SystemErrCategoryOop = 3613;  // category of every error raised here
 static_assert(isReference(SystemErrCategoryOop) && SystemErrCategoryOop >> 2 < firstFreeIndex);

@@ -128,6 +128,7 @@ void logout(Database& database) {
   Session& session = requireSession(database);
   withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
   releaseAllObjects(database.memory, session.client);
+  clear(database.memory, session.transcript);
   std::erase(database.memory.clients, &session.client);
   makeCurrent(database, nullptr);
   database.sessions.erase(session.id);

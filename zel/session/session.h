@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objmem/clients.h"
+#include "transcript.h"
 #include "vm/machine.h"
 
 namespace zel {
@@ -20,6 +21,7 @@ struct Session {
   Names names;
   Client client;
   PendingError error;
+  Transcript transcript;
   bool selects = false;  // its client says itself where requests begin, by selecting it
 };
 

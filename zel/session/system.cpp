@@ -58,6 +58,23 @@ OopType stepLimit(Memory& memory, OopType, const OopType*) {
   return limit != 0 ? integerOop(memory, static_cast<std::int64_t>(limit)) : NilOop;
 }
 
+OopType takeTranscript(Machine& machine, OopType, const OopType*) {
+  return withRoom(machine.memory,
+                  [&] { return take(machine.memory, machine.database.current->transcript); });
+}
+OopType writeTranscript(Machine& machine, OopType receiver, const OopType* args) {
+  Memory& memory = machine.memory;
+  const OopType text = args[0];
+  withRoom(memory, [&] {
+    const std::string utf8 = isDoubleByteString(memory, text)
+                                 ? encodeUtf8(unitsOf(memory, text))
+                                 : std::string(stringArgument(memory, text));
+    memory.meter.charge(utf8.size() / 4096);
+    write(memory, machine.database.current->transcript, utf8);
+  });
+  return receiver;
+}
+
 constexpr Primitive systemClassMessages[] = {
     {"commit", commit},
     {"commitTransaction", commit},
@@ -74,9 +91,14 @@ constexpr Primitive systemClassMessages[] = {
     {"memoryBytes", memoryBytes},
     {"memoryLimit", memoryLimit},
     {"stepLimit", stepLimit},
+    {"takeTranscript", takeTranscript},
+};
+constexpr Primitive transcriptClassMessages[] = {
+    {"append:", writeTranscript},
 };
 constexpr ClassPrimitives families[] = {
     {SystemClass, {}, systemClassMessages},
+    {TranscriptClass, {}, transcriptClassMessages},
 };
 
 }  // namespace

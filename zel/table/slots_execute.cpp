@@ -20,8 +20,21 @@ Database& databaseToRun() {
   return database;
 }
 
+// A client asks for the transcript between two programs. That is no program and no request: what
+// the last one left behind stays as it is.
+constexpr std::string_view transcriptText = "System takeTranscript";
+
+OopType takeTranscript() {
+  Database& database = sessionDatabase();
+  const InRoom room(database.memory, database.memory.roomToRun());
+  return handOut(database, withRoom(database.memory, [&] {
+                   return take(database.memory, database.current->transcript);
+                 }));
+}
+
 // The symbol list of a session is always the globals; the argument only has to be an object.
 OopType execute(std::string_view source, OopType symbolList) {
+  if (source == transcriptText) return takeTranscript();
   Database& database = databaseToRun();
   database.memory.requireValue(symbolList);
   const Run run(database.memory.meter);

@@ -185,6 +185,17 @@ OopType addFirst(Memory& memory, OopType receiver, const OopType* args) {
   return args[0];
 }
 
+OopType addBeforeIndex(Memory& memory, OopType receiver, const OopType* args) {
+  const std::size_t count = memory.at(receiver).indexedSize();
+  const std::size_t index = checkedIndex(memory, receiver, args[1], count + 1);
+  if (index == 0) return addFirst(memory, receiver, args);
+  prepareWrite(memory, receiver);
+  Object& object = memory.resize(receiver, memory.at(receiver).size + 1);
+  OopType* place = object.indexed() + index;
+  std::copy_backward(place, object.indexed() + count, object.indexed() + count + 1);
+  return *place = args[0];
+}
+
 OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
   const bool text = holdsCharacters(memory, memory.at(receiver));
   const auto count = static_cast<std::int64_t>(text ? characterCount(memory, receiver)
@@ -209,25 +220,6 @@ OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
   return oop;
 }
 
-OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
-  const Object& left = memory.at(receiver);
-  const Object* right = memory.find(args[0]);
-  if (right == nullptr || right->impl != left.impl || holdsCharacters(memory, *right)) {
-    wrongKind(memory, "a collection of the same kind", args[0]);
-  }
-  const std::size_t count = left.indexedSize();
-  const OopType oop = newInstance(memory, left.classOop, count + right->indexedSize());
-  Object& both = memory.at(oop);
-  if (left.holdsBytes()) {
-    std::copy_n(left.bytes, count, both.bytes);
-    std::copy_n(right->bytes, right->size, both.bytes + count);
-  } else {
-    std::copy_n(left.indexed(), count, both.indexed());
-    std::copy_n(right->indexed(), right->indexedSize(), both.indexed() + count);
-  }
-  return oop;
-}
-
 // The elements; of a dictionary the values.
 std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
   const Object& object = memory.at(collection);
@@ -243,6 +235,26 @@ std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
   elements.reserve(count / step);
   for (std::size_t i = step - 1; i < count; i += step) elements.push_back(elementAt(object, i));
   return elements;
+}
+
+// The receiver's elements and the other sequence's, in a collection of the receiver's class.
+OopType joined(Memory& memory, OopType receiver, const OopType* args) {
+  if (memory.find(args[0]) == nullptr) wrongKind(memory, "a collection", args[0]);
+  const std::vector<OopType> added = elementsOf(memory, args[0]);
+  const Object& left = memory.at(receiver);
+  const std::size_t count = left.indexedSize();
+  const OopType oop = newInstance(memory, left.classOop, count + added.size());
+  Object& both = memory.at(oop);
+  if (!left.holdsBytes()) {
+    std::copy_n(left.indexed(), count, both.indexed());
+    std::copy(added.begin(), added.end(), both.indexed() + count);
+    return oop;
+  }
+  std::copy_n(left.bytes, count, both.bytes);
+  for (std::size_t i = 0; i < added.size(); ++i) {
+    storeUnit(memory, both, count + i, unitFor(memory, both, added[i]));
+  }
+  return oop;
 }
 
 OopType asArray(Memory& memory, OopType receiver, const OopType*) {
@@ -319,13 +331,14 @@ constexpr Primitive collectionMessages[] = {
     {"asSet", asSet},
 };
 constexpr Primitive sequenceMessages[] = {
-    {"size", size},     {"at:", at},        {"at:put:", atPut},
-    {"add:", add},      {"size:", setSize}, {"copyFrom:to:", copyFromTo},
-    {",", concatenate},
+    {"size", size},      {"at:", at},        {"at:put:", atPut},
+    {"add:", add},       {"size:", setSize}, {"copyFrom:to:", copyFromTo},
+    {"joined:", joined},
 };
 constexpr Primitive orderedCollectionMessages[] = {
     {"removeAtIndex:", removeAtIndex},
     {"addFirst:", addFirst},
+    {"add:beforeIndex:", addBeforeIndex},
 };
 constexpr Primitive setMessages[] = {
     {"size", hashedSize<1>},

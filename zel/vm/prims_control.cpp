@@ -19,7 +19,9 @@ OopType blockValue(Machine& machine, OopType, const OopType*) {
 // The elements of an argument that must be an array of arguments.
 std::span<const OopType> argumentsIn(const Memory& memory, OopType array) {
   const Object* object = memory.find(array);
-  if (object == nullptr || object->impl != Impl::pointers) wrongKind(memory, "an array", array);
+  if (object == nullptr || object->impl != Impl::pointers || object->namedSize != 0) {
+    wrongKind(memory, "an array", array);
+  }
   if (object->size > mostArguments) {
     throw Failure(ErrBadArgumentKind,
                   "at most " + std::to_string(mostArguments) + " arguments are expected", {array});
@@ -124,6 +126,8 @@ constexpr Primitive blockMessages[] = {
     {"value:value:", blockValue<2>, Routine::Kind::block},
     {"value:value:value:", blockValue<3>, Routine::Kind::block},
     {"value:value:value:value:", blockValue<4>, Routine::Kind::block},
+    {"value:value:value:value:value:", blockValue<5>, Routine::Kind::block},
+    {"value:value:value:value:value:value:", blockValue<6>, Routine::Kind::block},
     {"valueWithArguments:", blockValueWithArguments},
     {"numArgs", numArgs},
     {"on:do:", onDo},

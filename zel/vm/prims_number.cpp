@@ -22,7 +22,7 @@ constexpr double exactQuotients =
 
 void requireNumber(Memory& memory, OopType oop) {
   if (!isNumber(memory, oop)) {
-    throw Failure(ErrBadArgumentKind, "a number is expected, not " + describe(memory, oop), {oop});
+    wrongKind(memory, "a number", oop);
   }
 }
 

@@ -84,6 +84,11 @@ OopType instVarAtPut(Memory& memory, OopType receiver, const OopType* args) {
   return memory.at(receiver).slots[index] = args[1];
 }
 
+// Ends as the library's own checks do.
+OopType wrongKindMessage(Memory& memory, OopType receiver, const OopType* args) {
+  wrongKind(memory, utf8Argument(memory, args[0]), receiver);
+}
+
 constexpr Primitive objectMessages[] = {
     {"class", classMessage},
     {"==", identity<true>},
@@ -100,6 +105,7 @@ constexpr Primitive objectMessages[] = {
     {"copy", copy},
     {"isInvariant", isInvariant},
     {"asOop", asOop},
+    {"wrongKind:", wrongKindMessage},
     {"instVarAt:", instVarAt},
     {"instVarAt:put:", instVarAtPut},
 };
