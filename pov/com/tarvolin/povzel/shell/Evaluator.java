@@ -10,6 +10,8 @@ import java.util.function.LongSupplier;
 /** Runs what the user enters: texts, and commands that begin with a colon. */
 final class Evaluator {
     private static final long SLOW_NANOS = 1_000_000_000L;
+    /** The built-in database carries this one out without running a program. */
+    private static final String TAKE_TRANSCRIPT = "System takeTranscript";
     private static final String HELP = """
             A text is run in the database and its result is printed. Or:
               :inspect TEXT   shows everything that the database tells of a text's result
@@ -26,28 +28,31 @@ final class Evaluator {
     private final String description;
     private final Function<Object, String> look;
     private final LongSupplier clock;
+    private final boolean embedded;
     private Object last;
     private PovZelException failure;
     private boolean finished;
 
-    /** What became of an entry. Either text may be empty. */
-    record Outcome(boolean ran, String output, String remark) {
+    /** What became of an entry: what the program wrote, its result, and what else there is to say. */
+    record Outcome(boolean ran, String transcript, String output, String remark) {
         private static Outcome result(String output) {
-            return new Outcome(true, output, "");
+            return new Outcome(true, "", output, "");
         }
 
         private static Outcome failure(String remark) {
-            return new Outcome(false, "", remark);
+            return new Outcome(false, "", "", remark);
         }
     }
 
     /** Shows results with their class, or as another program would want them. */
-    Evaluator(PovZelSession session, String description, boolean withClass) {
-        this(session, description, withClass, System::nanoTime);
+    Evaluator(PovZelSession session, String description, boolean withClass, boolean embedded) {
+        this(session, description, withClass, embedded, System::nanoTime);
     }
 
-    Evaluator(PovZelSession session, String description, boolean withClass, LongSupplier clock) {
+    Evaluator(PovZelSession session, String description, boolean withClass, boolean embedded,
+            LongSupplier clock) {
         this.clock = clock;
+        this.embedded = embedded;
         this.session = session;
         this.printer = new Printer(session);
         this.description = description;
@@ -67,8 +72,21 @@ final class Evaluator {
         long start = clock.getAsLong();
         Outcome outcome = attempt(text);
         long nanos = clock.getAsLong() - start;
-        return nanos < SLOW_NANOS ? outcome
-                : new Outcome(outcome.ran, outcome.output, withTime(outcome.remark, nanos));
+        String remark = nanos < SLOW_NANOS ? outcome.remark : withTime(outcome.remark, nanos);
+        return new Outcome(outcome.ran, transcript(), outcome.output, remark);
+    }
+
+    /** What the program wrote to the Transcript, in whole lines; no trouble with it hides the result. */
+    private String transcript() {
+        if (!embedded) {
+            return "";
+        }
+        try {
+            String text = (String) session.execute(TAKE_TRANSCRIPT);
+            return text.isEmpty() || text.endsWith("\n") ? text : text + "\n";
+        } catch (PovZelException | IllegalStateException e) {
+            return "";
+        }
     }
 
     private Outcome attempt(String text) {

@@ -9,15 +9,16 @@ import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
 
-/** Runs texts with nobody watching: results alone on one stream, everything else on the other. */
+/** Runs texts with nobody watching: what they write and answer on one stream, the rest on the other. */
 final class Filter {
     private final Evaluator evaluator;
     private final PrintStream out;
     private final PrintStream err;
     private boolean allRan = true;
 
-    Filter(PovZelSession session, PrintStream out, PrintStream err, String description) {
-        this.evaluator = new Evaluator(session, description, false);
+    Filter(PovZelSession session, PrintStream out, PrintStream err, String description,
+            boolean embedded) {
+        this.evaluator = new Evaluator(session, description, false, embedded);
         this.out = out;
         this.err = err;
     }
@@ -51,6 +52,7 @@ final class Filter {
     private void run(String text) {
         Evaluator.Outcome outcome = evaluator.run(text);
         allRan &= outcome.ran();
+        out.print(outcome.transcript());
         print(out, outcome.output());
         print(err, outcome.remark());
     }

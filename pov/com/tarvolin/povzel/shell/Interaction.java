@@ -13,8 +13,9 @@ final class Interaction {
     private final String description;
     private boolean allRan = true;
 
-    Interaction(PovZelSession session, Console console, PrintStream out, String description) {
-        this.evaluator = new Evaluator(session, description, true);
+    Interaction(PovZelSession session, Console console, PrintStream out, String description,
+            boolean embedded) {
+        this.evaluator = new Evaluator(session, description, true, embedded);
         this.console = console;
         this.out = out;
         this.description = description;
@@ -35,10 +36,11 @@ final class Interaction {
 
     private void show(Evaluator.Outcome outcome) {
         allRan &= outcome.ran();
+        out.print(outcome.transcript());
         if (!outcome.output().isEmpty()) {
             out.println(outcome.output());
-            out.flush();
         }
+        out.flush();
         if (!outcome.remark().isEmpty()) {
             console.print(outcome.remark());
         }

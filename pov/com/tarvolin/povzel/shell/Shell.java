@@ -93,7 +93,7 @@ final class Shell {
             return complain(FAILED, "no password given\nType it, or name a file with --password-file");
         }
         return loggedIn(options, password, session -> options.texts.isEmpty()
-                ? new Interaction(session, console, out, description(options)).run()
+                ? new Interaction(session, console, out, description(options), embedded).run()
                 : runTexts(options, session));
     }
 
@@ -120,7 +120,7 @@ final class Shell {
     }
 
     private int runTexts(Options options, PovZelSession session) throws IOException {
-        Filter filter = new Filter(session, out, err, description(options));
+        Filter filter = new Filter(session, out, err, description(options), embedded);
         if (!options.texts.isEmpty()) {
             return filter.run(options.texts);
         }

@@ -35,6 +35,8 @@ class EvaluatorTest {
         "3 foo: 'x'~5                    | 1 | 5~  | error 2010: .*~  category .*~  arguments: .*",
         ":stack~3 foo~:stack             | 1 | text, line 1, column 3~ | no text .*1, column 3\\)~.*",
         "(3                              | 1 | ``                              | error 2501.*",
+        "Transcript show: 'a'; cr; show: 5. 7 foo~Transcript cr; show: 'b'; cr. 3~4 "
+                + "                       | 1 | a~5~~b~3~4~ | error 2010: .*",
         ":quit~3                         | 0 | ``                              | ``",
         ":class nil~:wrong               | 1 | UndefinedObject < Object~       | no command.*",
     })
@@ -42,7 +44,7 @@ class EvaluatorTest {
             String err) throws IOException {
         ByteArrayOutputStream printed = new ByteArrayOutputStream();
         ByteArrayOutputStream told = new ByteArrayOutputStream();
-        Filter filter = new Filter(session, new PrintStream(printed), new PrintStream(told), "");
+        Filter filter = new Filter(session, new PrintStream(printed), new PrintStream(told), "", true);
         byte[] bytes = input.replace('~', '\n').getBytes();
         assertEquals(status, filter.run(new ByteArrayInputStream(bytes)));
         assertEquals(out, printed.toString().replace('\n', '~'));
@@ -53,8 +55,8 @@ class EvaluatorTest {
     @Test
     void timeIsShownFromASecondOn() {
         Deque<Long> times = new ArrayDeque<>(List.of(0L, 999_999_999L, 5L, 1_234_000_005L));
-        Evaluator evaluator = new Evaluator(session, "nobody", true, times::pop);
-        assertEquals(new Evaluator.Outcome(true, "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
+        Evaluator evaluator = new Evaluator(session, "nobody", true, true, times::pop);
+        assertEquals(new Evaluator.Outcome(true, "", "7   (SmallInteger)", ""), evaluator.run("3 + 4"));
         assertTrue(evaluator.run("3 foo").remark().endsWith("\n(1.234 s)"));
     }
 }
