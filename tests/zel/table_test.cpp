@@ -203,6 +203,20 @@ TEST_F(Table, CommitsAndAborts) {
   EXPECT_EQ("1", showIn(first, "Shared at: 1"));
 }
 
+// Taking the transcript is no program: what failed can be continued, and what it holds is counted.
+TEST_F(Table, TakesTheTranscriptBetweenPrograms) {
+  const std::size_t before = database().memory.statistics().bytes;
+  ASSERT_EQ("error 2010", show("Transcript show: 'so'. (nil foo) + 1").substr(0, 10));
+  const OopType process = error.context;
+  EXPECT_EQ("'so'", show("System takeTranscript"));
+  EXPECT_EQ("8", shown(zel->ZelContinueWith(process, run("{7}"), 0, nullptr)));
+  show("1 to: 300000 do: [:i | Transcript show: i]");
+  EXPECT_LE(before + (1U << 20), database().memory.statistics().bytes);
+  zel->ZelLogout();
+  EXPECT_GT(before + (1U << 20), database().memory.statistics().bytes);
+  EXPECT_EQ("error 4100", show("System takeTranscript").substr(0, 10));
+}
+
 // Null for any pointer and nonsense for any number, with and without a session: an error, no crash.
 TEST_F(Table, SurvivesBadArguments) {
   for (const char* when : {"with a session", "without"}) {
