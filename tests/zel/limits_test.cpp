@@ -1,5 +1,6 @@
 // Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
 #include "session_fixture.h"
+#include "vm/printing.h"
 
 namespace {
 

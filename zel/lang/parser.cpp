@@ -308,10 +308,10 @@ class Parser {
     if (accept(Token::openBracket)) return literalBytes();
     if (at(Token::identifier) || at(Token::keyword) || atBinary()) {
       std::string word = lexer_.text;
-      std::size_t end = lexer_.position + word.size();
+      std::size_t end = lexer_.start() + word.size();
       const bool keywords = at(Token::keyword);
       lexer_.next();
-      while (keywords && at(Token::keyword) && lexer_.position == end) {  // at:put:
+      while (keywords && at(Token::keyword) && lexer_.start() == end) {  // at:put:
         word += lexer_.text;
         end += lexer_.text.size();
         lexer_.next();

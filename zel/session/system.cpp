@@ -2,6 +2,7 @@
 #include "system.h"
 
 #include "database.h"
+#include "objmem/text.h"
 #include "objmem/values.h"
 
 namespace zel {
@@ -64,13 +65,10 @@ OopType takeTranscript(Machine& machine, OopType, const OopType*) {
 }
 OopType writeTranscript(Machine& machine, OopType receiver, const OopType* args) {
   Memory& memory = machine.memory;
-  const OopType text = args[0];
   withRoom(memory, [&] {
-    const std::string utf8 = isDoubleByteString(memory, text)
-                                 ? encodeUtf8(unitsOf(memory, text))
-                                 : std::string(stringArgument(memory, text));
-    memory.meter.charge(utf8.size() / 4096);
-    write(memory, machine.database.current->transcript, utf8);
+    const std::string text = utf8Argument(memory, args[0]);
+    memory.meter.charge(text.size() / 4096);
+    write(memory, machine.database.current->transcript, text);
   });
   return receiver;
 }

@@ -251,9 +251,7 @@ OopType joined(Memory& memory, OopType receiver, const OopType* args) {
     return oop;
   }
   std::copy_n(left.bytes, count, both.bytes);
-  for (std::size_t i = 0; i < added.size(); ++i) {
-    storeUnit(memory, both, count + i, unitFor(memory, both, added[i]));
-  }
+  for (std::size_t i = 0; i < added.size(); ++i) both.bytes[count + i] = byteFor(memory, added[i]);
   return oop;
 }
 
