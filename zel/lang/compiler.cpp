@@ -514,6 +514,8 @@ void install(Memory& memory, OopType owner, OopType selector, bool classSide, Oo
   const ChangeOfInvariant change(memory, dictionary);
   dictionaryPut(memory, dictionary, selector, method);
   memory.forgetLookups();
+  const std::string_view name = bytesOf(memory, selector);
+  if (name == "=" || name == "hash") ++memory.equalityEpoch;
 }
 
 std::vector<std::string> instVarNamesOf(const Memory& memory, OopType owner) {

@@ -42,6 +42,7 @@ void forget(Memory& memory, OopType oop, const Image& image) {
 
 void putBack(Memory& memory, OopType oop, const Image& image) {
   dropIndex(memory, oop);
+  if (memory.at(oop).invariant) ++memory.equalityEpoch;  // perhaps a class's methods
   const bool bytes = memory.at(oop).holdsBytes();
   Object& object = memory.resize(oop, bytes ? image.bytes.size() : image.slots.size());
   std::copy(image.slots.begin(), image.slots.end(), object.slots);

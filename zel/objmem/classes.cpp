@@ -63,6 +63,7 @@ constexpr ClassSpec classSpecs[] = {
     {ReadStreamClass, "ReadStream", StreamClass, asPointers},
     {WriteStreamClass, "WriteStream", StreamClass, asPointers, "species"},
     {ReadWriteStreamClass, "ReadWriteStream", WriteStreamClass, asPointers},
+    {IdentityDictionaryClass, "IdentityDictionary", DictionaryClass, indexedPointers},
     {AssociationClass, "Association", MagnitudeClass, asPointers, "key value"},
     {ClassClass, "Class", ObjectClass, internal,
      "superclass format instVarCount instVarNames category comment methods classMethods "
@@ -247,6 +248,38 @@ bool copiesAreChangeable(const Memory& memory, OopType oop) {
   const Object* object = memory.find(oop);
   return object != nullptr && object->classOop != ClassClass &&
          (formatOf(memory, object->classOop) & FormatInvariant) == 0;
+}
+
+// Kept beside the memory's lookups, since every element of a collection is asked about.
+std::uint8_t findTraits(Memory& memory, OopType oop, OopType key) {
+  struct Message {
+    const char* selector;
+    std::uint8_t traits;
+  };
+  constexpr Message messages[] = {
+      {"=", AsksEquality},
+      {"hash", AsksEquality},
+      {"printOn:", AsksStream | AsksPrint | AsksDisplay},
+      {"printString", AsksPrint | AsksDisplay},
+      {"displayString", AsksDisplay},
+  };
+  const bool classSide = (key & 2) != 0;
+  const OopType classOop = memory.at(oop).classOop;
+  std::uint8_t traits = 0;
+  for (const Message& each : messages) {
+    const OopType selector = symbolOop(memory, each.selector);
+    const OopType method = lookupMethod(memory, classSide ? oop : classOop, selector, classSide);
+    if (method != 0 && memory.at(method).extra->routine->kind == Routine::Kind::code) {
+      traits |= each.traits;
+    }
+  }
+  constexpr OopType compared[] = {ArrayClassOop, OrderedCollectionClass, AssociationClass,
+                                  DateTimeClassOop};
+  for (const OopType each : compared) {
+    if (inheritsFrom(memory, classOop, each)) traits |= ByContent;
+  }
+  memory.knownTraits[(key >> 2) % memory.knownTraits.size()] = {key, memory.lookupEpoch(), traits};
+  return traits;
 }
 
 OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed) {

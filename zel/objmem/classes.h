@@ -65,6 +65,19 @@ bool isKindOf(const Memory& memory, OopType oop, OopType classOop);
 // Whether a copy of the object is an object of its own that can be changed, as one of a literal is.
 bool copiesAreChangeable(const Memory& memory, OopType oop);
 
+// What is to be known of a class before its instances are compared, hashed or printed. The `asks`
+// bits say that a method written in the language has a say in it.
+enum ClassTrait : std::uint8_t {
+  AsksEquality = 1,  // `=` or `hash`
+  AsksStream = 2,    // printOn:
+  AsksPrint = 4,     // printOn: or printString
+  AsksDisplay = 8,   // these or displayString
+  ByContent = 16,    // equal when what the slots refer to is
+};
+// The traits of the value's class, for a class itself those of its class side. Numbers, characters,
+// strings, byte arrays, booleans and nil are never asked: the library relies on them.
+inline std::uint8_t classTraits(Memory& memory, OopType oop);
+
 // An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when
 // `classOop` is no class or its instances cannot be made this way.
 OopType newInstance(Memory& memory, OopType classOop, std::size_t indexed = 0);
@@ -80,5 +93,16 @@ OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
 OopType lookupMethod(Memory& memory, OopType classOop, OopType selector, bool classSide);
 // The same for `super` in a method of that class.
 OopType lookupSuper(Memory& memory, OopType classOop, OopType selector, bool classSide);
+
+std::uint8_t findTraits(Memory& memory, OopType oop, OopType key);
+inline std::uint8_t classTraits(Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  if (object == nullptr) return 0;
+  if (object->holdsBytes() && object->classOop >> 2 < firstFreeIndex) return 0;
+  const OopType key = object->classOop == ClassClass ? oop | 2 : object->classOop;
+  const Memory::KnownTraits& known = memory.knownTraits[(key >> 2) % memory.knownTraits.size()];
+  return known.key == key && known.epoch == memory.lookupEpoch() ? known.traits
+                                                                 : findTraits(memory, oop, key);
+}
 
 }  // namespace zel

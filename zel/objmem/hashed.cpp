@@ -25,12 +25,14 @@ constexpr std::size_t hashedInnerPieces = 1;
 constexpr std::size_t plainComparisons = 1000;
 constexpr std::uint32_t freeEntry = 0;
 constexpr std::uint32_t removedEntry = 1;
-constexpr std::uint32_t firstPosition = 2;
+constexpr std::uint32_t firstNumber = 2;
+constexpr std::uint32_t hashBits = 28;
+constexpr std::uint32_t unknownHash = UINT32_MAX;
 
-bool comparesByContent(const Memory& memory, const Object& object) {
-  return object.classOop == ArrayClassOop || object.classOop == OrderedCollectionClass ||
-         object.classOop == AssociationClass ||
-         inheritsFrom(memory, object.classOop, DateTimeClassOop);
+// The slots that are compared: of a collection its elements.
+std::span<const OopType> contentOf(const Object& object) {
+  return {object.indexable ? object.indexed() : object.slots,
+          object.indexable ? object.indexedSize() : object.size};
 }
 
 bool equalBytes(Memory& memory, OopType a, OopType b) {
@@ -48,18 +50,19 @@ bool equalBytes(Memory& memory, OopType a, OopType b) {
 // contain themselves.
 class Comparison {
  public:
-  explicit Comparison(Memory& memory) : memory_(memory) {}
+  Comparison(Memory& memory, std::vector<OopType>& toAsk) : memory_(memory), toAsk_(toAsk) {}
 
+  // Whether the two are equal if those put into `toAsk`, two by two, are.
   bool equal(OopType a, OopType b) {
-    if (!accept(a, b)) return false;
+    if (!accept(a, b, 0)) return false;
     while (!open_.empty()) {
       const auto [left, right] = open_.back();
       open_.pop_back();
       memory_.meter.charge(1);
-      const Object& one = memory_.at(left);
-      const Object& other = memory_.at(right);
-      for (std::uint32_t i = 0; i < one.size; ++i) {
-        if (!accept(one.slots[i], other.slots[i])) return false;
+      const std::span<const OopType> content = contentOf(memory_.at(left));
+      const std::span<const OopType> other = contentOf(memory_.at(right));
+      for (std::size_t i = 0; i < content.size(); ++i) {
+        if (!accept(content[i], other[i], AsksEquality)) return false;
       }
     }
     return true;
@@ -67,9 +70,14 @@ class Comparison {
 
  private:
   // Whether the two may be equal; what they contain is still to be compared.
-  bool accept(OopType a, OopType b) {
+  bool accept(OopType a, OopType b, std::uint8_t asking) {
     if (a == b) return true;
     if (isSmallInt(a) && isSmallInt(b)) return false;
+    const std::uint8_t traits = classTraits(memory_, a);
+    if ((traits & asking) != 0) {
+      if (!isKnown(a, b)) toAsk_.insert(toAsk_.end(), {a, b});
+      return true;
+    }
     if (isNumber(memory_, a) && isNumber(memory_, b)) return compareNumbers(memory_, a, b) == 0;
     const Object* left = memory_.find(a);
     const Object* right = memory_.find(b);
@@ -79,14 +87,17 @@ class Comparison {
       return equalBytes(memory_, a, b);
     }
     if (left->classOop != right->classOop || left->size != right->size) return false;
-    if (!comparesByContent(memory_, *left)) return false;
-    if (++pairs_ > plainComparisons && !known_.insert(std::uint64_t{a} << 32 | b).second)
-      return true;
-    open_.emplace_back(a, b);
+    if ((traits & ByContent) == 0) return false;
+    if (!isKnown(a, b)) open_.emplace_back(a, b);
     return true;
   }
 
+  bool isKnown(OopType a, OopType b) {
+    return ++pairs_ > plainComparisons && !known_.insert(std::uint64_t{a} << 32 | b).second;
+  }
+
   Memory& memory_;
+  std::vector<OopType>& toAsk_;
   std::size_t pairs_ = 0;
   std::vector<std::pair<OopType, OopType>> open_;
   std::unordered_set<std::uint64_t> known_;
@@ -94,188 +105,294 @@ class Comparison {
 
 std::uint32_t mix(std::uint64_t value) {
   value *= 0x9E3779B97F4A7C15ULL;
-  return static_cast<std::uint32_t>(value >> 32);
+  return static_cast<std::uint32_t>(value >> 32) >> (32 - hashBits);
 }
 
-std::uint32_t hashOf(const Memory& memory, OopType oop, int depth, int& budget) {
-  if (isInteger(memory, oop)) return mix(foldInteger(memory, oop));
-  const Object* object = memory.find(oop);
-  if (object == nullptr) return mix(oop);
-  if (object->classOop == FloatClassOop) {
-    const double value = floatValue(memory, oop);
-    return value == std::floor(value) && std::isfinite(value)
-               ? mix(foldIntegral(value))
-               : static_cast<std::uint32_t>(std::hash<double>{}(value));
+// Computes the hash of a value, up to a depth and a number of elements. Elements whose classes have
+// a hash of their own are given it from `answers`, in the order in which they are met; those beyond
+// are noted.
+class Hashing {
+ public:
+  explicit Hashing(Memory& memory, std::span<const OopType> answers = {})
+      : memory_(memory), answers_(answers) {}
+
+  std::uint32_t of(OopType oop) { return of(oop, deepestHash); }
+  std::size_t steps() const { return static_cast<std::size_t>(mostHashed - budget_) / 8; }
+
+  std::vector<OopType> toAsk;
+
+ private:
+  std::uint32_t of(OopType oop, int depth) {
+    if (isInteger(memory_, oop)) return mix(foldInteger(memory_, oop));
+    const Object* object = memory_.find(oop);
+    if (object == nullptr) return mix(oop);
+    if (object->classOop == FloatClassOop) {
+      const double value = floatValue(memory_, oop);
+      return mix(value == std::floor(value) && std::isfinite(value)
+                     ? foldIntegral(value)
+                     : std::bit_cast<std::uint64_t>(value));
+    }
+    const std::uint8_t traits = classTraits(memory_, oop);
+    if ((traits & AsksEquality) != 0 && depth != deepestHash) return answerFor(oop);
+    if (object->holdsBytes()) {
+      return mix(hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
+    }
+    if ((traits & ByContent) == 0) return mix(oop);
+    const std::span<const OopType> content = contentOf(*object);
+    std::uint32_t hash = mix(content.size());
+    if (depth == 0) return hash;
+    const std::size_t most = depth == deepestHash ? hashedElements : hashedInnerElements;
+    const std::size_t step = content.size() / most + 1;
+    for (std::size_t i = 0; i < content.size() && --budget_ > 0; i += step) {
+      hash = hash * 31 + of(content[i], depth - 1);
+    }
+    return mix(hash);
   }
-  if (object->holdsBytes()) {
-    return hashText(textOf(memory, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces);
+
+  std::uint32_t answerFor(OopType oop) {
+    if (answers_.empty()) {
+      toAsk.push_back(oop);
+      return 0;
+    }
+    const OopType answer = answers_.front();
+    answers_ = answers_.subspan(1);
+    return givenHash(memory_, answer);
   }
-  if (!comparesByContent(memory, *object)) return mix(oop);
-  std::uint32_t hash = mix(object->size);
-  if (depth == 0) return hash;
-  const std::size_t most = depth == deepestHash ? hashedElements : hashedInnerElements;
-  const std::size_t step = object->size / most + 1;
-  for (std::size_t i = 0; i < object->size && --budget > 0; i += step) {
-    hash = hash * 31 + hashOf(memory, object->slots[i], depth - 1, budget);
-  }
-  return hash;
+
+  Memory& memory_;
+  std::span<const OopType> answers_;
+  int budget_ = mostHashed;
+};
+
+std::size_t placeIn(const HashIndex& index, std::uint32_t hash) {
+  return (hash * 0x9E3779B1U) >> index.shift;
 }
 
-std::uint32_t hashFor(const Memory& memory, OopType key, bool identity) {
-  return identity ? mix(key) : hashOop(memory, key);
+OopType keyAt(const Object& object, Stride stride, std::size_t number) {
+  return object.indexed()[number * stride];
 }
 
-// The same before anything is changed: counts steps.
+bool findsByIdentity(const Memory& memory, OopType oop) {
+  const OopType classOop = memory.at(oop).classOop;
+  if (classOop == DictionaryClass || classOop == SetClass) return false;
+  return inheritsFrom(memory, classOop, IdentitySetClass) ||
+         inheritsFrom(memory, classOop, IdentityDictionaryClass);
+}
+
+// unknownHash where a method of the program has a say in it.
 std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
   if (identity) return mix(key);
-  int budget = mostHashed;
-  const std::uint32_t hash = hashOf(memory, key, deepestHash, budget);
-  memory.meter.charge(static_cast<std::size_t>(mostHashed - budget) / 8);
-  return hash;
+  if (isSmallInt(key)) return mix(foldInteger(memory, key));
+  if ((classTraits(memory, key) & AsksEquality) != 0) return unknownHash;
+  Hashing hashing(memory);
+  const std::uint32_t hash = hashing.of(key);
+  memory.meter.charge(hashing.steps());
+  return hashing.toAsk.empty() ? hash : unknownHash;
 }
 
-void insertPosition(HashIndex& index, std::uint32_t hash, std::size_t position) {
+void insertNumber(HashIndex& index, std::uint32_t hash, std::size_t number) {
   const std::size_t mask = index.table.size() - 1;
-  std::size_t at = hash & mask;
-  while (index.table[at] >= firstPosition) at = (at + 1) & mask;
+  std::size_t at = placeIn(index, hash);
+  while (index.table[at] >= firstNumber) at = (at + 1) & mask;
   if (index.table[at] == freeEntry) ++index.used;
-  index.table[at] = static_cast<std::uint32_t>(position) + firstPosition;
+  index.table[at] = static_cast<std::uint32_t>(number) + firstNumber;
 }
 
-void buildIndex(Memory& memory, OopType oop, std::size_t stride, bool identity) {
+// Gives the index a table for the elements that it has and half as many more.
+void makeTable(Memory& memory, HashIndex& index) {
+  std::uint32_t bits = 4;
+  while (std::size_t{1} << bits < index.hashes.size() * 3) ++bits;
+  memory.reserve(sizeof(std::uint32_t) << bits);
+  index.table = std::vector<std::uint32_t>(std::size_t{1} << bits, freeEntry);
+  index.shift = 32 - bits;
+  index.used = 0;
+  for (std::size_t i = 0; i < index.hashes.size(); ++i) {
+    if (index.hashes[i] != unknownHash) insertNumber(index, index.hashes[i], i);
+  }
+}
+
+void buildIndex(Memory& memory, OopType oop, Stride stride) {
   const Object& object = memory.at(oop);
   const std::size_t count = object.indexedSize() / stride;
-  std::size_t capacity = 16;
-  while (capacity < count * 3) capacity *= 2;
-  memory.reserve(capacity * sizeof(std::uint32_t));
+  memory.reserve(sizeof(HashIndex) + count * sizeof(std::uint32_t));
   auto index = std::make_unique<HashIndex>();
-  index->table.assign(capacity, freeEntry);
-  for (std::size_t i = object.namedSize; i + stride <= object.size; i += stride) {
+  index->identity = findsByIdentity(memory, oop);
+  index->epoch = memory.equalityEpoch;
+  index->hashes.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
     memory.meter.charge(1);
-    insertPosition(*index, hashToFind(memory, object.slots[i], identity), i);
+    index->hashes.push_back(hashToFind(memory, keyAt(object, stride, i), index->identity));
+    if (index->hashes.back() == unknownHash) ++index->unknown;
   }
+  makeTable(memory, *index);
   memory.extraOf(oop).index = std::move(index);
   memory.recount(oop);
 }
 
-HashIndex& indexOf(Memory& memory, OopType oop, std::size_t stride, bool identity) {
+HashIndex& indexOf(Memory& memory, OopType oop, Stride stride) {
   const Extra* extra = memory.at(oop).extra;
-  if (extra == nullptr || !extra->index) buildIndex(memory, oop, stride, identity);
+  if (extra == nullptr || !extra->index || extra->index->epoch != memory.equalityEpoch) {
+    buildIndex(memory, oop, stride);
+  }
   return *memory.at(oop).extra->index;
 }
 
-// Entry of the table that holds the key's position, else notFound.
-std::size_t findEntry(Memory& memory, OopType oop, const HashIndex& index, OopType key,
-                      bool identity) {
-  const Object& object = memory.at(oop);
-  const std::size_t mask = index.table.size() - 1;
-  for (std::size_t at = hashToFind(memory, key, identity) & mask; index.table[at] != freeEntry;
-       at = (at + 1) & mask) {
-    if (index.table[at] == removedEntry) continue;
-    const OopType there = object.slots[index.table[at] - firstPosition];
-    if (there == key || (!identity && equalOops(memory, there, key))) return at;
+// Makes sure that one more element finds room.
+void makeRoom(Memory& memory, OopType oop, HashIndex& index) {
+  if (index.hashes.size() == index.hashes.capacity()) {
+    const std::size_t capacity = index.hashes.size() * 2 + 8;
+    memory.reserve(capacity * sizeof(std::uint32_t));
+    index.hashes.reserve(capacity);
+    memory.recount(oop);
   }
-  return notFound;
-}
-
-// Position (counted in slots from 0) of the element or key that equals `key`, else notFound.
-// `stride` is 1 for sets, 2 for dictionaries; `identity` compares identities.
-std::size_t findPosition(Memory& memory, OopType oop, OopType key, std::size_t stride,
-                         bool identity) {
-  const HashIndex& index = indexOf(memory, oop, stride, identity);
-  const std::size_t entry = findEntry(memory, oop, index, key, identity);
-  return entry == notFound ? notFound : index.table[entry] - firstPosition;
-}
-
-void append(Memory& memory, OopType oop, OopType key, std::size_t stride, bool identity) {
-  const std::size_t position = memory.at(oop).size;
-  memory.resize(oop, position + stride).slots[position] = key;
-  HashIndex& index = *memory.at(oop).extra->index;
   if ((index.used + 1) * 2 > index.table.size()) {
-    dropIndex(memory, oop);  // built anew, larger, when it is next needed
-  } else {
-    insertPosition(index, hashFor(memory, key, identity), position);
+    makeTable(memory, index);
+    memory.recount(oop);
   }
 }
 
-// Removes the entry by moving the last one into its place.
-void removeEntry(Memory& memory, OopType oop, std::size_t entry, std::size_t stride,
-                 bool identity) {
-  Object& object = memory.at(oop);
-  HashIndex& index = *object.extra->index;
-  const std::size_t position = index.table[entry] - firstPosition;
-  const std::size_t last = object.size - stride;
-  index.table[entry] = removedEntry;
-  if (position != last) {
-    // The moved element is found by identity of its position, not by equality.
-    const std::size_t mask = index.table.size() - 1;
-    std::size_t at = hashFor(memory, object.slots[last], identity) & mask;
-    while (index.table[at] != freeEntry && index.table[at] != last + firstPosition) {
-      at = (at + 1) & mask;
-    }
-    if (index.table[at] == freeEntry) {  // its hash changed since it was added
-      dropIndex(memory, oop);
-    } else {
-      index.table[at] = static_cast<std::uint32_t>(position) + firstPosition;
-    }
-    for (std::size_t i = 0; i < stride; ++i) object.slots[position + i] = object.slots[last + i];
-  }
-  memory.resize(oop, last);
-}
-
-bool isIdentitySet(const Memory& memory, OopType oop) {
-  return inheritsFrom(memory, memory.at(oop).classOop, IdentitySetClass);
-}
-
-bool removeKey(Memory& memory, OopType oop, OopType key, std::size_t stride, bool identity) {
-  const HashIndex& index = indexOf(memory, oop, stride, identity);
-  const std::size_t entry = findEntry(memory, oop, index, key, identity);
-  if (entry == notFound) return false;
-  removeEntry(memory, oop, entry, stride, identity);
-  return true;
+// Of a key that is looked for and one of the same hash.
+KeyPlace::Kind compareKeys(Memory& memory, OopType key, OopType there) {
+  std::vector<OopType> toAsk;
+  if (!compareOops(memory, key, there, toAsk)) return KeyPlace::absent;
+  return toAsk.empty() ? KeyPlace::found : KeyPlace::undecided;
 }
 
 }  // namespace
 
 bool equalOops(Memory& memory, OopType a, OopType b) {
-  return a == b || Comparison(memory).equal(a, b);
+  std::vector<OopType> toAsk;
+  return compareOops(memory, a, b, toAsk) && toAsk.empty();
 }
 
-std::uint32_t hashOop(const Memory& memory, OopType oop) {
-  int budget = mostHashed;
-  return hashOf(memory, oop, deepestHash, budget);
+bool compareOops(Memory& memory, OopType a, OopType b, std::vector<OopType>& toAsk) {
+  return a == b || Comparison(memory, toAsk).equal(a, b);
 }
 
-bool setIncludes(Memory& memory, OopType set, OopType element) {
-  return findPosition(memory, set, element, 1, isIdentitySet(memory, set)) != notFound;
+std::uint32_t hashOop(Memory& memory, OopType oop, std::span<const OopType> answers,
+                      std::vector<OopType>& toAsk) {
+  Hashing hashing(memory, answers);
+  const std::uint32_t hash = hashing.of(oop);
+  toAsk = std::move(hashing.toAsk);
+  return hash;
 }
 
-void setAdd(Memory& memory, OopType set, OopType element) {
-  const bool identity = isIdentitySet(memory, set);
-  if (findPosition(memory, set, element, 1, identity) != notFound) return;
-  append(memory, set, element, 1, identity);
+std::uint32_t givenHash(Memory& memory, OopType answer) {
+  const bool asItIs =
+      isSmallInt(answer) && smallIntValue(answer) >= 0 && smallIntValue(answer) < 1 << hashBits;
+  return asItIs ? static_cast<std::uint32_t>(smallIntValue(answer)) : Hashing(memory).of(answer);
 }
 
-bool setRemove(Memory& memory, OopType set, OopType element) {
-  return removeKey(memory, set, element, 1, isIdentitySet(memory, set));
+KeyPlace findKey(Memory& memory, OopType oop, OopType key, Stride stride) {
+  const HashIndex& index = indexOf(memory, oop, stride);
+  const Object& object = memory.at(oop);
+  const std::uint32_t hash = hashToFind(memory, key, index.identity);
+  if (hash == unknownHash) return {KeyPlace::undecided, 0, 0};
+  const std::size_t mask = index.table.size() - 1;
+  for (std::size_t at = placeIn(index, hash); index.table[at] != freeEntry; at = (at + 1) & mask) {
+    if (index.table[at] == removedEntry) continue;
+    const std::size_t number = index.table[at] - firstNumber;
+    const OopType there = keyAt(object, stride, number);
+    if (there == key) return {KeyPlace::found, hash, at};
+    if (index.identity || index.hashes[number] != hash) continue;
+    const KeyPlace::Kind kind = compareKeys(memory, key, there);
+    if (kind != KeyPlace::absent) return {kind, hash, at};
+  }
+  return {KeyPlace::absent, hash, 0};
+}
+
+OopType unknownKey(Memory& memory, OopType oop, Stride stride) {
+  HashIndex& index = indexOf(memory, oop, stride);
+  if (index.unknown == 0) return NilOop;
+  while (index.hashes[index.allKnownBelow] != unknownHash) ++index.allKnownBelow;
+  return keyAt(memory.at(oop), stride, index.allKnownBelow);
+}
+
+void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash) {
+  if (unknownKey(memory, oop, stride) != key) return;
+  HashIndex& index = indexOf(memory, oop, stride);
+  if (index.unknown == 0) return;
+  makeRoom(memory, oop, index);
+  index.hashes[index.allKnownBelow] = hash;
+  --index.unknown;
+  insertNumber(index, hash, index.allKnownBelow);
+}
+
+KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash,
+                       std::vector<OopType>& others) {
+  const HashIndex& index = indexOf(memory, oop, stride);
+  const Object& object = memory.at(oop);
+  const std::size_t mask = index.table.size() - 1;
+  for (std::size_t at = placeIn(index, hash); index.table[at] != freeEntry; at = (at + 1) & mask) {
+    if (index.table[at] == removedEntry) continue;
+    const std::size_t number = index.table[at] - firstNumber;
+    if (index.hashes[number] != hash) continue;
+    const OopType there = keyAt(object, stride, number);
+    if (there == key) return {KeyPlace::found, hash, at};
+    others.push_back(there);
+    memory.meter.charge(1);
+  }
+  return {index.unknown == 0 ? KeyPlace::absent : KeyPlace::undecided, hash, 0};
+}
+
+OopType& valueAt(Memory& memory, OopType dictionary, const KeyPlace& place) {
+  Object& object = memory.at(dictionary);
+  const std::size_t number = object.extra->index->table[place.entry] - firstNumber;
+  return object.indexed()[number * dictionaryStride + 1];
+}
+
+OopType foundKey(const Memory& memory, OopType oop, Stride stride, const KeyPlace& place) {
+  const Object& object = memory.at(oop);
+  return keyAt(object, stride, object.extra->index->table[place.entry] - firstNumber);
+}
+
+void appendKey(Memory& memory, OopType oop, Stride stride, OopType key, OopType value,
+               std::uint32_t hash) {
+  HashIndex& index = indexOf(memory, oop, stride);
+  makeRoom(memory, oop, index);
+  const std::size_t number = index.hashes.size();
+  Object& object = memory.resize(oop, memory.at(oop).namedSize + (number + 1) * stride);
+  object.indexed()[number * stride] = key;
+  if (stride == dictionaryStride) object.indexed()[number * stride + 1] = value;
+  index.hashes.push_back(hash);
+  insertNumber(index, hash, number);
+}
+
+// The last one moves into the place that becomes free.
+void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place) {
+  Object& object = memory.at(oop);
+  HashIndex& index = *object.extra->index;
+  const std::size_t number = index.table[place.entry] - firstNumber;
+  const std::size_t last = index.hashes.size() - 1;
+  index.table[place.entry] = removedEntry;
+  if (number != last) {
+    const std::uint32_t hash = index.hashes[last];
+    if (hash == unknownHash) {
+      index.allKnownBelow = std::min(index.allKnownBelow, static_cast<std::uint32_t>(number));
+    } else {
+      std::size_t at = placeIn(index, hash);
+      while (index.table[at] != last + firstNumber) at = (at + 1) & (index.table.size() - 1);
+      index.table[at] = static_cast<std::uint32_t>(number) + firstNumber;
+    }
+    index.hashes[number] = hash;
+    std::copy_n(object.indexed() + last * stride, stride, object.indexed() + number * stride);
+  }
+  index.hashes.pop_back();
+  memory.resize(oop, object.namedSize + last * stride);
 }
 
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key) {
-  const std::size_t position = findPosition(memory, dictionary, key, 2, false);
-  return position == notFound ? 0 : memory.at(dictionary).slots[position + 1];
+  const KeyPlace place = findKey(memory, dictionary, key, dictionaryStride);
+  return place.kind == KeyPlace::found ? valueAt(memory, dictionary, place) : 0;
 }
 
 void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value) {
-  std::size_t position = findPosition(memory, dictionary, key, 2, false);
-  if (position == notFound) {
-    position = memory.at(dictionary).size;
-    append(memory, dictionary, key, 2, false);
+  const KeyPlace place = findKey(memory, dictionary, key, dictionaryStride);
+  if (place.kind == KeyPlace::found) {
+    valueAt(memory, dictionary, place) = value;
+  } else {
+    appendKey(memory, dictionary, dictionaryStride, key, value, place.hash);
   }
-  memory.at(dictionary).slots[position + 1] = value;
-}
-
-bool dictionaryRemove(Memory& memory, OopType dictionary, OopType key) {
-  return removeKey(memory, dictionary, key, 2, false);
 }
 
 void dropIndex(Memory& memory, OopType oop) {

@@ -1,33 +1,69 @@
 // Equality, hashes, and the collections found by them: sets and dictionaries.
 //
-// A set keeps its elements one per slot; a dictionary keeps keys and values in turn. Both find an
-// element in constant time through a HashIndex beside the slots. Equality is by value for numbers,
-// strings, arrays, associations and date-times, however deep, and by identity for everything else;
-// it does not ask the program's own `=` methods.
+// A set keeps its elements one per slot; a dictionary keeps keys and values in turn. Both find a
+// key in constant time through a HashIndex beside the slots. Equality is by value for numbers,
+// strings, arrays, ordered collections, associations and date-times, however deep, and by identity
+// for everything else, except where a class has methods of the program's for `=` or `hash`
+// (AsksEquality). Those are never called here: what they have to say is left to the caller, who
+// asks in the language. Keys that no such method can have a say in (symbols above all) are always
+// found here, whatever else the collection holds: of two values the one looked for is asked.
 #pragma once
+
+#include <span>
 
 #include "memory.h"
 
 namespace zel {
 
-// Whether the two are equal. Structures that contain themselves are equal when nothing tells them
-// apart. Long comparisons count as steps and can be broken.
+// Whether the two are equal, however deep; what only programs can tell is told by identity.
+// Structures that contain themselves are equal when nothing tells them apart. Long comparisons
+// count as steps and can be broken.
 bool equalOops(Memory& memory, OopType a, OopType b);
-// A hash that equal values share.
-std::uint32_t hashOop(const Memory& memory, OopType oop);
+// The same, not asking the class of `a`: whether the two are equal if those in `toAsk`, two by two,
+// are, the first asked. `toAsk` is empty beforehand.
+bool compareOops(Memory& memory, OopType a, OopType b, std::vector<OopType>& toAsk);
 
-constexpr std::size_t notFound = SIZE_MAX;
+// A hash that equal values share, of 28 bits, not asking the class of `oop`. Elements that have a
+// hash of the program's are put into `toAsk`; called again with the integers that they answer, in
+// that order, it is complete.
+std::uint32_t hashOop(Memory& memory, OopType oop, std::span<const OopType> answers,
+                      std::vector<OopType>& toAsk);
+// The same for the integer that a program's method answered as a hash.
+std::uint32_t givenHash(Memory& memory, OopType answer);
 
-// Sets. The caller has prepared the object for writing. setAdd passes over elements that are there;
-// setRemove answers whether there was one.
-bool setIncludes(Memory& memory, OopType set, OopType element);
-void setAdd(Memory& memory, OopType set, OopType element);
-bool setRemove(Memory& memory, OopType set, OopType element);
+// Slots per key.
+enum Stride : std::size_t { setStride = 1, dictionaryStride = 2 };
 
-// Dictionaries, in the same way. dictionaryAt answers 0 when the key is absent.
+// Where a key stands, or why that is not known. Good until the collection changes.
+struct KeyPlace {
+  enum Kind : std::uint8_t { found, absent, undecided };
+  Kind kind;
+  std::uint32_t hash;
+  std::size_t entry;  // of the index, when found
+};
+// Undecided where a method of the program has a say in it.
+KeyPlace findKey(Memory& memory, OopType oop, OopType key, Stride stride);
+// The key, of that hash, itself. When it is absent, `others` are all keys of that hash; undecided
+// while there are keys of unknown hash.
+KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash,
+                       std::vector<OopType>& others);
+// A key whose hash a program's method has to compute, nil when there is none; noteHash takes what
+// it answered, and passes over a key that is not the one to be noted.
+OopType unknownKey(Memory& memory, OopType oop, Stride stride);
+void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash);
+
+// What was found. The caller of those that change something has prepared the object for writing.
+OopType foundKey(const Memory& memory, OopType oop, Stride stride, const KeyPlace& place);
+OopType& valueAt(Memory& memory, OopType dictionary, const KeyPlace& place);
+// Adds a key that is absent; for sets without a value. Throws MemoryFull and leaves all as it was.
+void appendKey(Memory& memory, OopType oop, Stride stride, OopType key, OopType value,
+               std::uint32_t hash);
+void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place);
+
+// For dictionaries of the library's own, whose keys are symbols. dictionaryAt answers 0 when the
+// key is absent.
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key);
 void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value);
-bool dictionaryRemove(Memory& memory, OopType dictionary, OopType key);
 
 // To be called when slots were changed in another way than through these functions.
 void dropIndex(Memory& memory, OopType oop);

@@ -59,7 +59,7 @@ void clear(Object& object, std::size_t first) {
 
 std::size_t extraBytes(const Extra& extra) {
   std::size_t bytes = sizeof(Extra);
-  if (extra.index) bytes += sizeof(HashIndex) + extra.index->table.capacity() * 4;
+  if (extra.index) bytes += extra.index->bytes();
   if (extra.routine)
     bytes += sizeof(Routine) + (extra.routine->code ? extra.routine->code->bytes() : 0);
   if (extra.text) bytes += sizeof(TextIndex) + extra.text->offsets.capacity() * 4;
@@ -419,6 +419,7 @@ void Memory::forgetLookups() {
   if (++lookupEpoch_ != 0) return;
   // The count begins anew: nothing may remember one of long ago.
   lookupEpoch_ = 1;
+  knownTraits = {};
   for (const Object* object : table_) {
     if (object == nullptr || object->extra == nullptr || !object->extra->routine) continue;
     Code* code = object->extra->routine->code.get();

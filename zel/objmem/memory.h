@@ -8,6 +8,7 @@
 // from the fixed objects, from what clients hold and from what the registered visitors name.
 #pragma once
 
+#include <array>
 #include <string>
 #include <unordered_map>
 
@@ -128,6 +129,15 @@ class Memory {
   // a method or an abort. A collection does it, too.
   void forgetLookups();
   std::uint32_t lookupEpoch() const { return lookupEpoch_; }
+  // What was found out about classes, see classTraits; good within a lookup epoch.
+  struct KnownTraits {
+    OopType key = 0;
+    std::uint32_t epoch = 0;
+    std::uint8_t traits = 0;
+  };
+  std::array<KnownTraits, 256> knownTraits{};
+  // Counts the changes of methods that indexes of sets and dictionaries go by.
+  std::uint32_t equalityEpoch = 0;
   // Who holds objects, and whose changes follow, null for the library's own.
   std::vector<Client*> clients;
   Client* current = nullptr;
@@ -199,6 +209,7 @@ class InRoom {
     memory.ceiling_ = memory.ceilingOf(room);
   }
   ~InRoom() { memory_.ceiling_ = before_; }
+  void become(Room room) { memory_.ceiling_ = memory_.ceilingOf(room); }
   InRoom(const InRoom&) = delete;
   InRoom& operator=(const InRoom&) = delete;
 

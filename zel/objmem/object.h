@@ -31,11 +31,23 @@ struct Routine {
   ControlFType control = nullptr;      // control; block: receives the arguments of a block
 };
 
-// Where each element of a set, or each key of a dictionary, stands: open addressing over
-// positions. Built on first use, dropped when the slots change behind its back.
+// Where each element of a set, or each key of a dictionary, stands: open addressing over the
+// elements' numbers. Built on first use, dropped when the slots change behind its back.
+//
+// An element whose hash a program's method computes is in the table only once that was asked.
 struct HashIndex {
-  std::vector<std::uint32_t> table;  // 0 free, 1 removed, else position + 2
-  std::uint32_t used = 0;            // entries not free, removed ones included
+  std::vector<std::uint32_t> table;   // 0 free, 1 removed, else number + 2
+  std::vector<std::uint32_t> hashes;  // of each element, in the order of the slots
+  std::uint32_t shift = 0;            // of a spread hash to a place in the table
+  std::uint32_t used = 0;             // entries not free, removed ones included
+  std::uint32_t unknown = 0;          // elements whose hash is not known yet
+  std::uint32_t allKnownBelow = 0;    // a number
+  std::uint32_t epoch = 0;            // of the methods that it was built by
+  bool identity = false;
+
+  std::size_t bytes() const {
+    return sizeof *this + (table.capacity() + hashes.capacity()) * sizeof(std::uint32_t);
+  }
 };
 
 // How many bytes the characters of a string take.

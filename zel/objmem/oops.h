@@ -98,6 +98,7 @@ constexpr OopType IntervalClass = fixedOop(295);
 constexpr OopType BagClass = fixedOop(296);
 constexpr OopType SortedCollectionClass = fixedOop(297);
 constexpr OopType TranscriptClass = fixedOop(298);
+constexpr OopType IdentityDictionaryClass = fixedOop(340);
 constexpr OopType GlobalsOop = fixedOop(512);   // Dictionary of symbol to value
 constexpr OopType SystemErrCategoryOop = 3613;  // category of every error raised here
 static_assert(isReference(SystemErrCategoryOop) && SystemErrCategoryOop >> 2 < firstFreeIndex);

@@ -322,6 +322,8 @@ void Machine::replaceArguments(std::size_t count, std::span<const OopType> argum
 }
 
 void Machine::sendNext(OopType selector, std::size_t argumentCount) {
+  if (briefly_ != nullptr) briefly_->become(memory.roomToRun());
+  briefly_ = nullptr;
   process_->sendNext = selector;
   process_->sendNextCount = static_cast<std::uint32_t>(argumentCount);
 }
@@ -697,6 +699,7 @@ OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
       machine.running_ = 0;
       machine.process_ = nullptr;
       machine.inFlight_ = nullptr;
+      machine.briefly_ = nullptr;
     }
   } const scope{*this};
   running_ = processOop;
@@ -706,7 +709,8 @@ OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
   memory.beginProgram();
   inFlight_ = failure;
   if (memory.roomToRun() != Room::programs) memory.collect(true);
-  const InRoom room(memory, briefly ? Room::library : memory.roomToRun());
+  InRoom room(memory, briefly ? Room::library : memory.roomToRun());
+  if (briefly) briefly_ = &room;
   if (failure != nullptr) handleOrThrow(*failure);
   while (true) {
     try {
@@ -765,8 +769,7 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const bool classSide = (key & 2) != 0;
   const OopType method =
       lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
-  const bool briefly =
-      method != 0 && memory.at(method).extra->routine->kind == Routine::Kind::primitive;
+  const bool briefly = method != 0 && memory.at(method).extra->routine->primitive != nullptr;
   return run(process, nullptr, briefly);
 }
 

@@ -113,6 +113,7 @@ class Machine {
   OopType fresh_ = 0;                  // the float that arithmetic made last, unless answered since
   OopType running_ = 0;                // the process object
   ProcessState* process_ = nullptr;    // its state
+  InRoom* briefly_ = nullptr;          // of a message from outside that the library carries out
   const Failure* inFlight_ = nullptr;  // whose objects a collection must not take
 };
 

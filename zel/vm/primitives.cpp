@@ -2,6 +2,8 @@
 
 #include "lang/compiler.h"
 #include "objmem/clients.h"
+#include "objmem/values.h"
+#include "printing.h"
 
 namespace zel {
 
@@ -28,6 +30,22 @@ void installPrimitives(Memory& memory) {
                                      collectionPrimitives, classPrimitives, controlPrimitives}) {
     installPrimitives(memory, table);
   }
+}
+
+OopType sendInstead(Machine& machine, std::string_view selector) {
+  const OopType symbol =
+      withRoom(machine.memory, [&] { return symbolOop(machine.memory, selector); });
+  machine.sendNext(symbol, static_cast<std::size_t>(argumentCountOf(selector)));
+  return Machine::frameChanged;
+}
+
+std::span<const OopType> elementsArgument(const Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  if (object == nullptr || object->holdsBytes()) {
+    throw Failure(ErrBadArgumentKind,
+                  "a collection of objects is expected, not " + describe(memory, oop), {oop});
+  }
+  return {object->indexed(), object->indexedSize()};
 }
 
 void storeNamed(Memory& memory, OopType oop, std::size_t index, OopType value) {

@@ -21,6 +21,10 @@ struct Primitive {
   constexpr Primitive(const char* name, ControlFType function,
                       Routine::Kind asKind = Routine::Kind::control)
       : selector(name), kind(asKind), control(function) {}
+  // A control primitive that carries `function` out, where that decides, and makes nothing that
+  // stays.
+  constexpr Primitive(const char* name, PrimitiveFType function, ControlFType otherwise)
+      : selector(name), kind(Routine::Kind::control), primitive(function), control(otherwise) {}
 };
 
 struct ClassPrimitives {
@@ -40,6 +44,26 @@ extern const PrimitiveTable controlPrimitives;
 // Adds a table's messages, or all tables' above, to their classes, which must exist.
 void installPrimitives(Memory& memory, PrimitiveTable table);
 void installPrimitives(Memory& memory);
+
+// What a function answers that leaves a message to the kernel's methods in the language: because
+// methods of the program have a say in it, or because a key is not there.
+constexpr OopType undecided = Machine::frameChanged;
+constexpr OopType absent = NoOop;
+
+// Sends another message to the receiver, with the arguments that it has.
+OopType sendInstead(Machine& machine, std::string_view selector);
+
+// A message that `direct` carries out where it decides.
+template <PrimitiveFType direct, const char* whenUndecided, const char* whenAbsent = whenUndecided>
+OopType directly(Machine& machine, OopType receiver, const OopType* args) {
+  const OopType result =
+      withRoom(machine.memory, [&] { return direct(machine.memory, receiver, args); });
+  if (result != undecided && result != absent) return result;
+  return sendInstead(machine, result == absent ? whenAbsent : whenUndecided);
+}
+
+// The elements of an argument that must be a collection of objects.
+std::span<const OopType> elementsArgument(const Memory& memory, OopType oop);
 
 // Stores a value into a named slot (from 0) of an object, as every change goes: checked, noted.
 void storeNamed(Memory& memory, OopType oop, std::size_t index, OopType value);

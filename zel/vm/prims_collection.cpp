@@ -268,50 +268,156 @@ OopType asSet(Memory& memory, OopType receiver, const OopType*) {
   const OopType oop = newInstance(memory, SetClass);
   for (const OopType element : elementsOf(memory, receiver)) {
     memory.meter.charge(1);
-    setAdd(memory, oop, element);
+    const KeyPlace place = findKey(memory, oop, element, setStride);
+    if (place.kind == KeyPlace::undecided) return undecided;
+    if (place.kind == KeyPlace::absent) {
+      appendKey(memory, oop, setStride, element, NilOop, place.hash);
+    }
   }
   return oop;
 }
 
-// Of a set with stride 1, of a dictionary with stride 2.
-template <std::size_t stride>
+template <Stride stride>
 OopType hashedSize(Memory& memory, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(memory.at(receiver).indexedSize() / stride));
 }
 
-OopType setAddMessage(Memory& memory, OopType receiver, const OopType* args) {
-  if (!setIncludes(memory, receiver, args[0])) {
+// What a search came to when it did not find the key.
+OopType without(const KeyPlace& place) {
+  return place.kind == KeyPlace::absent ? absent : undecided;
+}
+
+template <Stride stride>
+OopType includesKey(Memory& memory, OopType receiver, const OopType* args) {
+  const KeyPlace place = findKey(memory, receiver, args[0], stride);
+  if (place.kind == KeyPlace::undecided) return undecided;
+  return booleanOop(place.kind == KeyPlace::found);
+}
+
+OopType valueAtKey(Memory& memory, OopType receiver, const OopType* args) {
+  const KeyPlace place = findKey(memory, receiver, args[0], dictionaryStride);
+  return place.kind == KeyPlace::found ? valueAt(memory, receiver, place) : without(place);
+}
+
+OopType storeAt(Memory& memory, OopType dictionary, const KeyPlace& place, OopType key,
+                OopType value) {
+  prepareWrite(memory, dictionary);
+  if (place.kind == KeyPlace::found) {
+    valueAt(memory, dictionary, place) = value;
+  } else {
+    appendKey(memory, dictionary, dictionaryStride, key, value, place.hash);
+  }
+  return value;
+}
+
+OopType storeAtKey(Memory& memory, OopType receiver, const OopType* args) {
+  const KeyPlace place = findKey(memory, receiver, args[0], dictionaryStride);
+  if (place.kind == KeyPlace::undecided) return undecided;
+  return storeAt(memory, receiver, place, args[0], args[1]);
+}
+
+OopType addElement(Memory& memory, OopType receiver, const OopType* args) {
+  const KeyPlace place = findKey(memory, receiver, args[0], setStride);
+  if (place.kind == KeyPlace::undecided) return undecided;
+  if (place.kind == KeyPlace::absent) {
     prepareWrite(memory, receiver);
-    setAdd(memory, receiver, args[0]);
+    appendKey(memory, receiver, setStride, args[0], NilOop, place.hash);
   }
   return args[0];
 }
-OopType setIncludesMessage(Memory& memory, OopType receiver, const OopType* args) {
-  return booleanOop(setIncludes(memory, receiver, args[0]));
-}
-OopType setRemoveMessage(Memory& memory, OopType receiver, const OopType* args) {
-  if (!setIncludes(memory, receiver, args[0])) return FalseOop;
+
+// Answers the value, of a set the element.
+template <Stride stride>
+OopType removeAt(Memory& memory, OopType receiver, const KeyPlace& place) {
+  const OopType removed = stride == dictionaryStride ? valueAt(memory, receiver, place)
+                                                     : foundKey(memory, receiver, stride, place);
   prepareWrite(memory, receiver);
-  return booleanOop(setRemove(memory, receiver, args[0]));
+  removeKey(memory, receiver, stride, place);
+  return removed;
 }
 
-OopType dictionaryValueAt(Memory& memory, OopType receiver, const OopType* args) {
-  const OopType value = dictionaryAt(memory, receiver, args[0]);
-  return value != 0 ? value : NilOop;
+template <Stride stride>
+OopType removeAtKey(Memory& memory, OopType receiver, const OopType* args) {
+  const KeyPlace place = findKey(memory, receiver, args[0], stride);
+  return place.kind == KeyPlace::found ? removeAt<stride>(memory, receiver, place) : without(place);
 }
-OopType dictionaryAtPut(Memory& memory, OopType receiver, const OopType* args) {
-  prepareWrite(memory, receiver);
-  dictionaryPut(memory, receiver, args[0], args[1]);
-  return args[1];
+
+// What the kernel's methods need to carry these messages out with the program's `=` and `hash`. A
+// key that has been found is handed back itself, and its hash with it, since whatever was asked may
+// have changed the collection.
+std::uint32_t hashArgument(Memory& memory, OopType oop) {
+  if (!isInteger(memory, oop)) {
+    throw Failure(ErrBadArgumentKind,
+                  "an integer is expected as the hash, not " + describe(memory, oop), {oop});
+  }
+  return givenHash(memory, oop);
 }
-OopType dictionaryIncludesKey(Memory& memory, OopType receiver, const OopType* args) {
-  return booleanOop(dictionaryAt(memory, receiver, args[0]) != 0);
+
+template <Stride stride>
+OopType keyOfUnknownHash(Memory& memory, OopType receiver, const OopType*) {
+  return unknownKey(memory, receiver, stride);
 }
-OopType dictionaryRemoveKey(Memory& memory, OopType receiver, const OopType* args) {
-  if (dictionaryAt(memory, receiver, args[0]) == 0) return FalseOop;
-  prepareWrite(memory, receiver);
-  return booleanOop(dictionaryRemove(memory, receiver, args[0]));
+template <Stride stride>
+OopType noteKeyHash(Memory& memory, OopType receiver, const OopType* args) {
+  noteHash(memory, receiver, stride, args[0], hashArgument(memory, args[1]));
+  return receiver;
 }
+
+// The keys that may equal this one; nil while some have an unknown hash.
+template <Stride stride>
+OopType candidates(Memory& memory, OopType receiver, const OopType* args) {
+  std::vector<OopType> keys;
+  const std::uint32_t hash = hashArgument(memory, args[1]);
+  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, keys);
+  if (place.kind == KeyPlace::undecided) return NilOop;
+  if (place.kind == KeyPlace::found) return arrayOop(memory, {args[0]});
+  return arrayOop(memory, keys);
+}
+
+// An array of the value, of a set of the element; nil when the key is gone.
+template <Stride stride>
+OopType entryOfKnown(Memory& memory, OopType receiver, const OopType* args) {
+  std::vector<OopType> others;
+  const std::uint32_t hash = hashArgument(memory, args[1]);
+  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, others);
+  if (place.kind != KeyPlace::found) return NilOop;
+  return arrayOop(memory,
+                  {stride == dictionaryStride ? valueAt(memory, receiver, place) : args[0]});
+}
+
+template <Stride stride>
+OopType removeKnown(Memory& memory, OopType receiver, const OopType* args) {
+  const OopType entry = entryOfKnown<stride>(memory, receiver, args);
+  if (entry == NilOop) return NilOop;
+  std::vector<OopType> others;
+  const std::uint32_t hash = hashArgument(memory, args[1]);
+  removeAt<stride>(memory, receiver,
+                   findIdentical(memory, receiver, stride, args[0], hash, others));
+  return entry;
+}
+
+// Stores under the key, if it is there, or adds it, if these candidates are still all there are.
+// Answers whether it did. Arguments: key, hash, candidates, of a dictionary the value.
+template <Stride stride>
+OopType putKnown(Memory& memory, OopType receiver, const OopType* args) {
+  std::vector<OopType> others;
+  const std::uint32_t hash = hashArgument(memory, args[1]);
+  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, others);
+  if (place.kind == KeyPlace::undecided) return FalseOop;
+  const std::span<const OopType> asked = elementsArgument(memory, args[2]);
+  if (place.kind == KeyPlace::absent &&
+      !std::equal(others.begin(), others.end(), asked.begin(), asked.end())) {
+    return FalseOop;
+  }
+  if (stride == dictionaryStride) {
+    storeAt(memory, receiver, place, args[0], args[3]);
+  } else if (place.kind == KeyPlace::absent) {
+    prepareWrite(memory, receiver);
+    appendKey(memory, receiver, stride, args[0], NilOop, hash);
+  }
+  return TrueOop;
+}
+
 OopType dictionaryKeys(Memory& memory, OopType receiver, const OopType*) {
   const Object& object = memory.at(receiver);
   std::vector<OopType> keys;
@@ -322,11 +428,21 @@ OopType dictionaryKeys(Memory& memory, OopType receiver, const OopType*) {
   return arrayOop(memory, keys);
 }
 
+constexpr char askingAsSet[] = "askingAsSet";
+constexpr char askingAdd[] = "askingAdd:";
+constexpr char askingIncludes[] = "askingIncludes:";
+constexpr char askingRemove[] = "askingRemove:ifAbsent:";
+constexpr char askingAt[] = "askingAt:";
+constexpr char askingAtIfAbsent[] = "askingAt:ifAbsent:";
+constexpr char askingAtPut[] = "askingAt:put:";
+constexpr char keyIsMissing[] = "keyIsMissing:";
+constexpr char absentDo[] = "absent:do:";
+
 constexpr Primitive collectionMessages[] = {
     {"asArray", asArray},
     {"values", asArray},
     {"asOrderedCollection", asOrderedCollection},
-    {"asSet", asSet},
+    {"asSet", directly<asSet, askingAsSet>},
 };
 constexpr Primitive sequenceMessages[] = {
     {"size", size},      {"at:", at},        {"at:put:", atPut},
@@ -339,18 +455,31 @@ constexpr Primitive orderedCollectionMessages[] = {
     {"add:beforeIndex:", addBeforeIndex},
 };
 constexpr Primitive setMessages[] = {
-    {"size", hashedSize<1>},
-    {"add:", setAddMessage},
-    {"includes:", setIncludesMessage},
-    {"removeIfPresent:", setRemoveMessage},
+    {"size", hashedSize<setStride>},
+    {"add:", directly<addElement, askingAdd>},
+    {"includes:", directly<includesKey<setStride>, askingIncludes>},
+    {"remove:ifAbsent:", directly<removeAtKey<setStride>, askingRemove, absentDo>},
+    {"keyOfUnknownHash", keyOfUnknownHash<setStride>},
+    {"note:hash:", noteKeyHash<setStride>},
+    {"candidates:hash:", candidates<setStride>},
+    {"entryOf:hash:", entryOfKnown<setStride>},
+    {"removeEntryOf:hash:", removeKnown<setStride>},
+    {"put:hash:candidates:", putKnown<setStride>},
 };
 constexpr Primitive dictionaryMessages[] = {
-    {"size", hashedSize<2>},
-    {"valueAt:", dictionaryValueAt},
-    {"at:put:", dictionaryAtPut},
-    {"includesKey:", dictionaryIncludesKey},
-    {"removeKeyIfPresent:", dictionaryRemoveKey},
+    {"size", hashedSize<dictionaryStride>},
+    {"at:", directly<valueAtKey, askingAt, keyIsMissing>},
+    {"at:ifAbsent:", directly<valueAtKey, askingAtIfAbsent, absentDo>},
+    {"at:put:", directly<storeAtKey, askingAtPut>},
+    {"includesKey:", directly<includesKey<dictionaryStride>, askingIncludes>},
+    {"removeKey:ifAbsent:", directly<removeAtKey<dictionaryStride>, askingRemove, absentDo>},
     {"keys", dictionaryKeys},
+    {"keyOfUnknownHash", keyOfUnknownHash<dictionaryStride>},
+    {"note:hash:", noteKeyHash<dictionaryStride>},
+    {"candidates:hash:", candidates<dictionaryStride>},
+    {"entryOf:hash:", entryOfKnown<dictionaryStride>},
+    {"removeEntryOf:hash:", removeKnown<dictionaryStride>},
+    {"put:hash:candidates:value:", putKnown<dictionaryStride>},
 };
 constexpr ClassPrimitives families[] = {
     {CollectionClass, collectionMessages},

@@ -20,22 +20,75 @@ template <bool same>
 OopType identity(Memory&, OopType receiver, const OopType* args) {
   return booleanOop((receiver == args[0]) == same);
 }
-template <bool same>
-OopType equality(Memory& memory, OopType receiver, const OopType* args) {
-  return booleanOop(equalOops(memory, receiver, args[0]) == same);
+// Methods of the program are sent `=` for what is inside, by the kernel's methods.
+OopType equality(Machine& machine, OopType receiver, const OopType* args) {
+  std::vector<OopType> toAsk;
+  const bool equal = compareOops(machine.memory, receiver, args[0], toAsk);
+  if (!equal || toAsk.empty()) return booleanOop(equal);
+  const OopType pairs = withRoom(machine.memory, [&] { return arrayOop(machine.memory, toAsk); });
+  machine.replaceArguments(1, {&pairs, 1});
+  return sendInstead(machine, "areEqual:");
 }
+OopType inequality(Memory& memory, OopType receiver, const OopType* args) {
+  if ((classTraits(memory, receiver) & AsksEquality) != 0) return undecided;
+  std::vector<OopType> toAsk;
+  const bool equal = compareOops(memory, receiver, args[0], toAsk);
+  return equal && !toAsk.empty() ? undecided : booleanOop(!equal);
+}
+
 OopType hash(Memory& memory, OopType receiver, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(hashOop(memory, receiver) >> 4));
+  std::vector<OopType> toAsk;
+  const std::uint32_t hash = hashOop(memory, receiver, {}, toAsk);
+  return toAsk.empty() ? smallIntOop(static_cast<std::int32_t>(hash)) : undecided;
+}
+OopType partsToHash(Memory& memory, OopType receiver, const OopType*) {
+  std::vector<OopType> toAsk;
+  hashOop(memory, receiver, {}, toAsk);
+  return arrayOop(memory, toAsk);
+}
+OopType hashWith(Memory& memory, OopType receiver, const OopType* args) {
+  const std::span<const OopType> hashes = elementsArgument(memory, args[0]);
+  for (const OopType each : hashes) {
+    if (isInteger(memory, each)) continue;
+    throw Failure(ErrBadArgumentKind,
+                  "an integer is expected as the hash, not " + describe(memory, each), {each});
+  }
+  std::vector<OopType> toAsk;
+  return smallIntOop(static_cast<std::int32_t>(hashOop(memory, receiver, hashes, toAsk)));
 }
 OopType identityHash(Memory&, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(receiver >> 3));
 }
-OopType printStringMessage(Memory& memory, OopType receiver, const OopType*) {
-  return stringOop(memory, printString(memory, receiver));
+
+// The receiver's text as its class and the library have it; undecided where classes inside, or the
+// receiver's own, have methods of the program's for it.
+template <Printing printing>
+OopType printed(Memory& memory, OopType receiver, const OopType*) {
+  const bool asks = printing == Printing::print ? (classTraits(memory, receiver) & AsksStream) != 0
+                                                : (classTraits(memory, receiver) & AsksPrint) != 0;
+  if (asks) return undecided;
+  const Printed result = print(memory, receiver, printing, {});
+  return result.toAsk.empty() ? stringOop(memory, result.text) : undecided;
 }
-OopType displayStringMessage(Memory& memory, OopType receiver, const OopType*) {
-  return stringOop(memory, displayString(memory, receiver));
+template <ClassTrait trait>
+OopType hasTrait(Memory& memory, OopType receiver, const OopType*) {
+  return booleanOop((classTraits(memory, receiver) & trait) != 0);
 }
+// The text, or an array of what is still to be printed by its own class.
+template <Printing printing>
+OopType printWith(Memory& memory, OopType receiver, const OopType* args) {
+  const Printed result = print(memory, receiver, printing, elementsArgument(memory, args[0]));
+  return result.toAsk.empty() ? stringOop(memory, result.text) : arrayOop(memory, result.toAsk);
+}
+// The text that the library gives the receiver, whatever its class has for it.
+OopType ownPrintString(Memory& memory, OopType receiver, const OopType*) {
+  const Printed result = print(memory, receiver, Printing::print, {});
+  return result.toAsk.empty() ? stringOop(memory, result.text) : undecided;
+}
+OopType printOn(Machine& machine, OopType, const OopType*) {
+  return sendInstead(machine, "putTextOn:");
+}
+
 OopType isKindOfMessage(Memory& memory, OopType receiver, const OopType* args) {
   return booleanOop(isClass(memory, args[0]) && isKindOf(memory, receiver, args[0]));
 }
@@ -89,16 +142,31 @@ OopType wrongKindMessage(Memory& memory, OopType receiver, const OopType* args) 
   wrongKind(memory, utf8Argument(memory, args[0]), receiver);
 }
 
+constexpr char differsFrom[] = "differsFrom:";
+constexpr char askingHash[] = "askingHash";
+constexpr char askingPrint[] = "askingPrintString";
+constexpr char askingOwnPrint[] = "askingOwnPrintString";
+constexpr char askingDisplay[] = "askingDisplayString";
+
 constexpr Primitive objectMessages[] = {
     {"class", classMessage},
     {"==", identity<true>},
     {"~~", identity<false>},
-    {"=", equality<true>},
-    {"~=", equality<false>},
-    {"hash", hash},
+    {"=", equality},
+    {"~=", directly<inequality, differsFrom>},
+    {"hash", directly<hash, askingHash>},
+    {"partsToHash", partsToHash},
+    {"hashWith:", hashWith},
     {"identityHash", identityHash},
-    {"printString", printStringMessage},
-    {"displayString", displayStringMessage},
+    {"printString", printed<Printing::print>, directly<printed<Printing::print>, askingPrint>},
+    {"displayString", printed<Printing::display>,
+     directly<printed<Printing::display>, askingDisplay>},
+    {"ownPrintString", directly<ownPrintString, askingOwnPrint>},
+    {"printOn:", printOn},
+    {"printWith:", printWith<Printing::print>},
+    {"displayWith:", printWith<Printing::display>},
+    {"printsOnStream", hasTrait<AsksStream>},
+    {"printsItself", hasTrait<AsksPrint>},
     {"isKindOf:", isKindOfMessage},
     {"isMemberOf:", isMemberOf},
     {"respondsTo:", respondsTo},

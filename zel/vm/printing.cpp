@@ -40,13 +40,28 @@ std::string printDateTime(const ZelDateTimeSType& time) {
   return text;
 }
 
+// The last character that is cut goes as a whole.
+std::string_view cut(std::string_view text, std::size_t bytes) {
+  while (bytes > 0 && bytes < text.size() && (text[bytes] & 0xC0) == 0x80) --bytes;
+  return text.substr(0, bytes);
+}
+
 class Printer {
  public:
-  Printer(const Memory& memory, bool display) : memory_(memory), display_(display) {}
-  std::string text;
+  Printer(Memory& memory, Printing printing, std::uint8_t asking, std::span<const OopType> texts,
+          Printed& result)
+      : text(result.text),
+        toAsk(result.toAsk),
+        memory_(memory),
+        display_(printing == Printing::display),
+        asking_(asking),
+        texts_(texts),
+        mostToAsk_(std::max<std::size_t>(texts.size(), 64)) {}
+  std::string& text;
+  std::vector<OopType>& toAsk;
 
   void print(OopType oop, int depth) {
-    if (text.size() > longestPrint) return;
+    if (isFull()) return;
     if (isInteger(memory_, oop)) {
       text += printInteger(memory_, oop);
     } else if (isCharacter(oop)) {
@@ -99,17 +114,42 @@ class Printer {
   void printElement(OopType oop, int depth) {
     if (depth == 0) {
       text += "...";
+    } else if ((classTraits(memory_, oop) & asking_) != 0) {
+      printAsked(oop);
     } else {
       print(oop, depth - 1);
     }
   }
+
+  void printAsked(OopType oop) {
+    if (isFull()) return;
+    if (texts_.empty()) {
+      toAsk.push_back(oop);
+      return;
+    }
+    const OopType answer = texts_.front();
+    texts_ = texts_.subspan(1);
+    if (!isString(memory_, answer) && !isDoubleByteString(memory_, answer)) {
+      throw Failure(ErrBadArgumentKind,
+                    "a string is expected as the text of " + describe(memory_, oop) + ", not " +
+                        describe(memory_, answer),
+                    {answer});
+    }
+    Printed inner;
+    Printer(memory_, Printing::display, 0, {}, inner).print(answer, 0);
+    const std::size_t room = longestPrint - text.size();
+    text += cut(inner.text, room);
+    if (inner.text.size() > room) text += " ...";
+  }
+
+  bool isFull() const { return text.size() > longestPrint || toAsk.size() >= mostToAsk_; }
 
   void printCollection(OopType oop, int depth) {
     const Object& object = memory_.at(oop);
     text += withArticle(nameOf(memory_, object.classOop)) + "(";
     const bool dictionary = inheritsFrom(memory_, object.classOop, DictionaryClass);
     for (std::uint32_t i = object.namedSize; i < object.size; ++i) {
-      if (text.size() > longestPrint) {
+      if (isFull()) {
         text += " ...";
         break;
       }
@@ -126,22 +166,26 @@ class Printer {
     text += " )";
   }
 
-  const Memory& memory_;
+  Memory& memory_;
   bool display_;
+  std::uint8_t asking_;  // the traits of classes that are asked
+  std::span<const OopType> texts_;
+  std::size_t mostToAsk_;
 };
 
 }  // namespace
 
-std::string printString(const Memory& memory, OopType oop) {
-  Printer printer(memory, false);
-  printer.print(oop, deepestPrint);
-  return std::move(printer.text);
+Printed print(Memory& memory, OopType oop, Printing printing, std::span<const OopType> texts) {
+  Printed result;
+  const ClassTrait asking = printing == Printing::print ? AsksPrint : AsksDisplay;
+  Printer(memory, printing, asking, texts, result).print(oop, deepestPrint);
+  return result;
 }
 
-std::string displayString(const Memory& memory, OopType oop) {
-  Printer printer(memory, true);
-  printer.print(oop, deepestPrint);
-  return std::move(printer.text);
+std::string printString(Memory& memory, OopType oop) {
+  Printed result;
+  Printer(memory, Printing::print, 0, {}, result).print(oop, deepestPrint);
+  return std::move(result.text);
 }
 
 std::string printFloat(double value) {
