@@ -74,9 +74,19 @@ enum ClassTrait : std::uint8_t {
   AsksDisplay = 8,   // these or displayString
   ByContent = 16,    // equal when what the slots refer to is
 };
+// Finds the traits below; the key is the class, or a class object with a bit more.
+std::uint8_t findTraits(Memory& memory, OopType oop, OopType key);
 // The traits of the value's class, for a class itself those of its class side. Numbers, characters,
 // strings, byte arrays, booleans and nil are never asked: the library relies on them.
-inline std::uint8_t classTraits(Memory& memory, OopType oop);
+inline std::uint8_t classTraits(Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  if (object == nullptr) return 0;
+  if (object->holdsBytes() && object->classOop >> 2 < firstFreeIndex) return 0;
+  const OopType key = object->classOop == ClassClass ? oop | 2 : object->classOop;
+  const Memory::KnownTraits& known = memory.knownTraits[(key >> 2) % memory.knownTraits.size()];
+  return known.key == key && known.epoch == memory.lookupEpoch() ? known.traits
+                                                                 : findTraits(memory, oop, key);
+}
 
 // An empty instance with `indexed` indexed slots or bytes. Throws ErrBadArgumentKind when
 // `classOop` is no class or its instances cannot be made this way.
@@ -93,16 +103,5 @@ OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
 OopType lookupMethod(Memory& memory, OopType classOop, OopType selector, bool classSide);
 // The same for `super` in a method of that class.
 OopType lookupSuper(Memory& memory, OopType classOop, OopType selector, bool classSide);
-
-std::uint8_t findTraits(Memory& memory, OopType oop, OopType key);
-inline std::uint8_t classTraits(Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
-  if (object == nullptr) return 0;
-  if (object->holdsBytes() && object->classOop >> 2 < firstFreeIndex) return 0;
-  const OopType key = object->classOop == ClassClass ? oop | 2 : object->classOop;
-  const Memory::KnownTraits& known = memory.knownTraits[(key >> 2) % memory.knownTraits.size()];
-  return known.key == key && known.epoch == memory.lookupEpoch() ? known.traits
-                                                                 : findTraits(memory, oop, key);
-}
 
 }  // namespace zel
