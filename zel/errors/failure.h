@@ -55,11 +55,11 @@ enum ErrorNumber : std::int32_t {
 };
 static_assert(ErrNotCharacter == 2164 && ErrTooManySessions == 2512 && ErrHardBreak == 6004);
 
-// What becomes of a program in which a failure happens. Only errors and a full memory go to its
-// handlers.
+// What becomes of a program in which a failure happens. Only the first two go to its handlers.
 enum class FailureKind : std::uint8_t {
   error,       // the program can be continued with the value of the message that failed
-  memoryFull,  // the program is given up: it must not go on holding what it made
+  noRoom,      // of memory or of the stack: the program is given up, which frees what it holds
+  unhandled,   // an error that no handler took: can be continued as one
   suspension,  // the program asked for it and can be continued with a value
   softBreak,   // the program can be continued as if nothing had happened
   stop,        // the program is given up

@@ -146,9 +146,9 @@ class Emitter {
       emitStatements(block);
       emit(OpCode::answer);
     }
-    code_.blocks[number] = {static_cast<std::uint32_t>(entry), scope_->argumentCount,
-                            scope_->frameTemporaries,
-                            scope_->frameTemporaries + static_cast<std::uint32_t>(deepest_)};
+    code_.blocks[number] = {
+        static_cast<std::uint32_t>(entry), scope_->argumentCount, scope_->frameTemporaries,
+        scope_->frameTemporaries + static_cast<std::uint32_t>(deepest_) + spareValues};
   }
 
   // For the captured variables of the scope; those that are arguments move there.
@@ -551,7 +551,7 @@ OopType compileMessage(Memory& memory, OopType receiver, std::string_view select
   code.sites.push_back({symbolOop(memory, selector), count, false, 0, 0, nullptr});
   code.ops.push_back({OpCode::send, 0, 0});
   code.ops.push_back({OpCode::answer, 0, 0});
-  code.blocks = {{0, 0, 0, count + 1}};
+  code.blocks = {{0, 0, 0, count + 1 + spareValues}};
   return methodObject(memory, NilOop, NilOop, NilOop, std::move(routine));
 }
 

@@ -17,8 +17,8 @@ OopType compileMessage(Memory& memory, OopType receiver, std::string_view select
                        std::span<const OopType> arguments);
 
 // Compiles a method for instances of `owner`, or with `classSide` for the class itself, and
-// installs it. Answers the selector. Errors look past methods of the kernel's to who called them.
-// Throws Failure ErrCompile.
+// installs it. Answers the selector. Errors look past methods of the kernel's to who called them,
+// and only those may mark their activations. Throws Failure ErrCompile.
 OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide,
                       bool kernel = false);
 

@@ -62,6 +62,9 @@ static_assert(sizeof(Op) == 4);
 constexpr std::size_t mostOps = 65535;
 constexpr std::size_t mostLiterals = 65535;
 constexpr std::size_t mostArguments = 255;
+// Values for which each activation leaves room, so that what takes its place when the program is
+// unwound always has some.
+constexpr std::uint32_t spareValues = 8;
 
 // Slots of a method's object; the selector of a text is nil.
 enum MethodSlot { MethodSelector, MethodOwner, MethodSource };
@@ -70,7 +73,7 @@ struct BlockCode {
   std::uint32_t entry;  // first op
   std::uint32_t argumentCount;
   std::uint32_t temporaries;
-  std::uint32_t stackNeed;  // values at most, temporaries included
+  std::uint32_t stackNeed;  // values at most, temporaries and spare ones included
 };
 
 // A place that sends a message, and what the last send from there found.

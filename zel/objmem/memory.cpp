@@ -431,7 +431,7 @@ void Memory::forgetLookups() {
 Failure memoryFailure(const Memory& memory) {
   return Failure(ErrNoMemory,
                  "the object memory is full (" + std::to_string(memory.limit()) + " bytes)", {},
-                 FailureKind::memoryFull);
+                 FailureKind::noRoom);
 }
 
 }  // namespace zel

@@ -6,6 +6,10 @@ namespace zel {
 
 void Meter::begin() {
   request_.beginRun();
+  grant();
+}
+
+void Meter::grant() {
   left_ = limit != 0 ? limit : UINT64_MAX;
   countdown = 0;
 }
@@ -24,6 +28,9 @@ void Meter::check() {
       throw Failure(ErrSoftBreak, "the program was interrupted", {}, FailureKind::softBreak);
     }
     throw Failure(ErrHardBreak, "the program was stopped", {}, FailureKind::stop);
+  }
+  if (deadline_ != Clock::time_point::max() && Clock::now() >= deadline_) {
+    throw Failure(ErrHardBreak, "the program had its time", {}, FailureKind::stop);
   }
   if (left_ == 0) {
     throw Failure(ErrStepLimit,

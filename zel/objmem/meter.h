@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -61,9 +62,38 @@ class Meter {
   void hurry();
 
  private:
+  friend class Respite;
+  using Clock = std::chrono::steady_clock;
+
+  void grant();
   static constexpr std::int32_t stride = 10'000;
   BreakRequest& request_;
   std::uint64_t left_ = UINT64_MAX;  // of the limit, beyond the countdown
+  Clock::time_point deadline_ = Clock::time_point::max();
+};
+
+// What programs that are given up still do: it has a second in all, after which check throws a hard
+// break, and steps of its own.
+class Respite {
+ public:
+  explicit Respite(Meter& meter) : meter_(meter), countdown_(meter.countdown), left_(meter.left_) {
+    meter_.deadline_ = Meter::Clock::now() + std::chrono::seconds(1);
+  }
+  ~Respite() {
+    meter_.deadline_ = Meter::Clock::time_point::max();
+    meter_.countdown = countdown_;
+    meter_.left_ = left_;
+  }
+  Respite(const Respite&) = delete;
+  Respite& operator=(const Respite&) = delete;
+
+  // Begins the count of steps anew.
+  void next() { meter_.grant(); }
+
+ private:
+  Meter& meter_;
+  std::int32_t countdown_;
+  std::uint64_t left_;
 };
 
 // Counts a run from its begin to its end.

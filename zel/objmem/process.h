@@ -15,15 +15,18 @@ namespace zel {
 struct Code;
 struct Op;
 
-// What a frame stands for when the program is unwound.
+// What a frame stands for when an exception is signalled or the program is unwound.
 enum class FrameMark : std::uint8_t {
   none,
-  handler,  // on:do: around this block; its class and handler lie below the frame
+  handler,      // on:do:, whose block is running
+  ensured,      // ensure:, whose own block is still to run
+  ifCurtailed,  // ifCurtailed:, the same
+  handling,     // runs a handler for its receiver, an exception; see unwinding.cpp
+  unwinding,    // runs the block of an ensure: or ifCurtailed: that it replaces
 };
 
-// One activation. Stack from `base` on: arguments, temporaries, values in work. Below `base` lie
-// `below` values that belong to the mark, and below those the receiver or the block that was
-// activated, in whose place the answer goes.
+// One activation. Stack from `base` on: arguments, temporaries, values in work. Right below `base`
+// lies the receiver or the block that was activated, in whose place the answer goes.
 struct Frame {
   const Code* code;
   const Op* pc;      // the next op while another frame is active
@@ -31,7 +34,6 @@ struct Frame {
   OopType environment;
   std::uint32_t base;
   FrameMark mark;
-  std::uint8_t below;
   bool isHome;         // a method that ^ in a block can return from
   std::uint64_t home;  // number of the activation that ^ returns from, 0 if no block does
 };

@@ -55,6 +55,7 @@ void markSession(Memory& memory, const Session& session) {
     memory.mark(name);
     memory.mark(value);
   }
+  if (session.names.failedOwes) memory.mark(session.names.failedProcess);
   if (!session.error.set) return;
   const ZelErrSType& record = session.error.record;
   memory.mark(record.context);
@@ -126,6 +127,7 @@ Session& login(Database& database, std::string_view user, std::string_view passw
 
 void logout(Database& database) {
   Session& session = requireSession(database);
+  database.machine.settleFailed();
   withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
   releaseAllObjects(database.memory, session.client);
   clear(database.memory, session.transcript);

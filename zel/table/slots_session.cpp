@@ -82,7 +82,11 @@ BoolType ZelLogin(const char* user, const char* password) {
 }
 
 void ZelLogout() {
-  guarded([] { logout(sessionDatabase()); });
+  guarded([] {
+    Database& database = sessionDatabase();
+    const Run run(database.memory.meter);
+    logout(database);
+  });
 }
 
 ZelSessionIdType ZelGetSessionId() {

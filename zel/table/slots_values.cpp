@@ -112,6 +112,10 @@ void ZelReleaseOops(const OopType* oops, ArraySizeType count) {
     for (ArraySizeType i = 0; i < count; ++i) {
       releaseObject(database.memory, database.current->client, oops[i]);
       releaseHandedOut(database.current->client, oops[i]);
+      if (oops[i] != database.current->names.failedProcess) continue;
+      // Nobody can continue it any more.
+      const Run run(database.memory.meter);
+      database.machine.settleFailed();
     }
   });
 }

@@ -136,7 +136,6 @@ struct Machine::Registers {
     frame->environment = environment;
     frame->base = static_cast<std::uint32_t>(locals - process.stack.data());
     frame->mark = FrameMark::none;
-    frame->below = 0;
     frame->isHome = false;
     frame->home = home;
     for (std::uint32_t i = body.temporaries; i > 0; --i) *++sp = NilOop;
@@ -150,10 +149,15 @@ Machine::Machine(Memory& memoryToUse, Database& owner) : memory(memoryToUse), da
 
 void Machine::markRoots() {
   memory.mark(running_);
-  if (inFlight_ == nullptr) return;
-  for (const OopType oop : inFlight_->args) memory.mark(oop);
-  memory.mark(inFlight_->exception);
-  memory.mark(inFlight_->exceptionClass);
+  memory.mark(waiting_);
+  for (const OopType block : leftBlocks_) memory.mark(block);
+  for (const Failure* failure : {inFlight_, settled_}) {
+    if (failure == nullptr) continue;
+    for (const OopType oop : failure->args) memory.mark(oop);
+    memory.mark(failure->exception);
+    memory.mark(failure->exceptionClass);
+    memory.mark(failure->context);
+  }
 }
 
 // Called when the countdown has ended.
@@ -259,7 +263,8 @@ void Machine::growStacks(std::size_t need) {
   const std::size_t values = process.top + need + 1;
   if (process.depth >= mostFrames || values > mostStackValues) {
     throw Failure(ErrTooDeep,
-                  "the recursion is too deep (" + std::to_string(process.depth) + " activations)");
+                  "the recursion is too deep (" + std::to_string(process.depth) + " activations)",
+                  {}, FailureKind::noRoom);
   }
   withRoom(memory, [&] {
     if (process.depth >= process.frames.size()) {
@@ -279,9 +284,11 @@ void Machine::growStacks(std::size_t need) {
 }
 
 // Begins a method's activation; receiver and arguments are on the stack.
-void Machine::enterCode(const Code& code, std::size_t argumentCount) {
+void Machine::enterCode(const Code& code, std::size_t argumentCount, bool usesSpare) {
   const BlockCode& body = code.blocks[0];
-  growStacks(body.stackNeed);
+  const bool fits = usesSpare && process_->depth < process_->frames.size() &&
+                    process_->top + body.stackNeed - spareValues < process_->stack.size();
+  if (!fits) growStacks(body.stackNeed);
   const OopType receiver = process_->stack[process_->top - argumentCount - 1];
   Registers registers(*process_);
   registers.enter(*process_, code, body, receiver, NilOop,
@@ -290,9 +297,9 @@ void Machine::enterCode(const Code& code, std::size_t argumentCount) {
   registers.store(*process_);
 }
 
-void Machine::activateBlock(std::size_t argumentCount, FrameMark mark, std::uint8_t below) {
+void Machine::activateBlock(std::size_t argumentCount) {
   ProcessState& process = *process_;
-  const OopType block = process.stack[process.top - argumentCount - below - 1];
+  const OopType block = process.stack[process.top - argumentCount - 1];
   const Object* object = memory.find(block);
   if (object == nullptr || object->classOop != BlockClass) wrongKind(memory, "a block", block);
   const Code& code = codeOf(memory, *object);
@@ -308,8 +315,6 @@ void Machine::activateBlock(std::size_t argumentCount, FrameMark mark, std::uint
   Registers registers(process);
   registers.enter(process, code, body, object->slots[BlockReceiver],
                   object->slots[BlockEnvironment], homeOf(*object));
-  registers.frame->mark = mark;
-  registers.frame->below = below;
   registers.store(process);
 }
 
@@ -424,17 +429,25 @@ void Machine::notBoolean(OopType value) const {
                 {value});
 }
 
-// Leaves the frames above the one that ^ in the active block returns from.
-void Machine::cutToHome() {
+// Leaves the frames above the one that ^ in the active block returns from; answers false when
+// blocks have to run before, the last of which goes on with that.
+bool Machine::cutToHome(OopType value) {
   ProcessState& process = *process_;
   const std::uint64_t home = process.frames[process.depth - 1].home;
   std::uint32_t depth = process.depth;
-  while (depth > 0 &&
-         !(process.frames[depth - 1].isHome && process.frames[depth - 1].home == home)) {
-    --depth;
+  bool owes = false;
+  for (; depth > 0; --depth) {
+    const Frame& frame = process.frames[depth - 1];
+    if (frame.isHome && frame.home == home) break;
+    owes |= owesBlock(frame);
   }
   if (depth == 0) throw Failure(ErrDeadReturn, "^ in a block whose method has ended already");
-  process.depth = depth;
+  if (owes) {
+    unwind(depth - 1, Arrival::answer, value);
+  } else {
+    process.depth = depth;
+  }
+  return !owes;
 }
 
 // Carries the process out until its first frame answers.
@@ -545,8 +558,11 @@ OopType Machine::interpret() {
       }
       case OpCode::answerHome: {
         at.store(*process_);
-        cutToHome();
         const OopType value = *at.sp;
+        if (!cutToHome(value)) {
+          at = Registers(*process_);
+          continue;
+        }
         at.frame = &process_->frames[process_->depth - 1];
         at.locals = process_->stack.data() + at.frame->base;
         at.sp = at.locals;
@@ -556,7 +572,7 @@ OopType Machine::interpret() {
       case OpCode::answer:
       case OpCode::answerSelf: {
         const OopType value = at.pc->code == OpCode::answerSelf ? at.frame->receiver : *at.sp;
-        at.sp = at.locals - at.frame->below - 1;
+        at.sp = at.locals - 1;
         *at.sp = value;
         fresh_ = 0;
         if (--process_->depth == 0) return value;
@@ -693,6 +709,17 @@ OopType Machine::interpret() {
 
 // `briefly` is for what keeps nothing of what it makes.
 OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
+  try {
+    return carryOut(processOop, failure, briefly);
+  } catch (const Failure& raised) {
+    settled_ = &raised;
+    runLeftBlocks();
+    settled_ = nullptr;
+    throw;
+  }
+}
+
+OopType Machine::carryOut(OopType processOop, const Failure* failure, bool briefly) {
   struct Running {
     Machine& machine;
     ~Running() {
@@ -705,6 +732,7 @@ OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
   running_ = processOop;
   process_ = memory.at(processOop).extra->process.get();
   process_->suspended = false;
+  if (names->failedProcess == processOop) forgetFailed();
   fresh_ = 0;
   memory.beginProgram();
   inFlight_ = failure;
@@ -741,7 +769,6 @@ OopType Machine::newProcess(OopType method) {
                       NilOop,
                       1,
                       FrameMark::none,
-                      0,
                       code.hasHomeReturns,
                       code.hasHomeReturns ? ++lastActivation_ : 0};
   state->depth = 1;
@@ -755,6 +782,7 @@ OopType Machine::newProcess(OopType method) {
 }
 
 OopType Machine::execute(std::string_view source) {
+  settleFailed();
   const InRoom room(memory, Room::library);
   return run(withRoom(memory, [&] { return newProcess(compileText(memory, source)); }));
 }
@@ -769,7 +797,14 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const bool classSide = (key & 2) != 0;
   const OopType method =
       lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
-  const bool briefly = method != 0 && memory.at(method).extra->routine->primitive != nullptr;
+  const Routine* routine = method != 0 ? memory.at(method).extra->routine.get() : nullptr;
+  const bool briefly = routine != nullptr && routine->primitive != nullptr;
+  const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
+  if (!briefly && !ofKernel) {
+    waiting_ = process;
+    settleFailed();
+    waiting_ = 0;
+  }
   return run(process, nullptr, briefly);
 }
 

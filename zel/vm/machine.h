@@ -25,6 +25,14 @@ struct Names {
   // continued.
   OopType failedProcess = 0;
   std::uint64_t failure = 0;
+  bool failedOwes = false;  // blocks of ensure: or ifCurtailed:, and therefore stays
+};
+
+// What happens where an unwinding ends, in a frame that becomes the active one.
+enum class Arrival : std::uint8_t {
+  answer,   // it answers the value
+  restart,  // it begins again, with the value as its receiver
+  handle,   // it runs its handler, with the value as the exception
 };
 
 class Machine {
@@ -47,6 +55,9 @@ class Machine {
   // in place of it. Throws ErrNotSuspended, and ErrBadSession for another session's.
   OopType continueWithValue(OopType process, OopType value);
   OopType continueWithFailure(OopType process, const Failure& failure);
+  // Gives the session's program that failed last up, if it owes blocks of ensure: or ifCurtailed:.
+  // They run now, whatever becomes of them.
+  void settleFailed();
 
   // For control primitives, which find receiver and arguments on top of the stack, change it
   // through these and answer frameChanged.
@@ -55,10 +66,24 @@ class Machine {
   void replaceArguments(std::size_t count, std::span<const OopType> arguments);
   // Has a message sent to the receiver with so many arguments on top of the stack.
   void sendNext(OopType selector, std::size_t argumentCount);
-  // Activates the block below the arguments on top of the stack. With a mark, `below` values of
-  // the mark lie in between.
-  void activateBlock(std::size_t argumentCount, FrameMark mark = FrameMark::none,
-                     std::uint8_t below = 0);
+  // Activates the block below the arguments on top of the stack.
+  void activateBlock(std::size_t argumentCount);
+  // Activates the block on top of the stack for on:do:, ensure: or ifCurtailed:, which sends the
+  // message and whose activation gets the mark. Its arguments are checked.
+  void protect(FrameMark mark);
+  // Activates the block of ensure: on top of the stack, which ensure: no longer owes.
+  void runEnsured();
+  // Signals the exception in place of the message; `outward` passes over the handlers inside of the
+  // one that runs for it.
+  void signal(OopType exception, bool outward = false);
+  // Unwinds from the handler that runs for the exception to its on:do:.
+  void leaveHandler(OopType exception, Arrival arrival, OopType value);
+  // The same for a retry, with another block unless that is 0.
+  void retry(OopType exception, OopType block);
+  // Unwinds to where the exception was signalled, which gets the value.
+  void resume(OopType exception, OopType value);
+  // Goes on with the unwinding that the sender of the message was activated for.
+  void unwindFurther();
 
  private:
   struct Registers;
@@ -70,6 +95,7 @@ class Machine {
 
   OopType newProcess(OopType method);
   OopType run(OopType process, const Failure* failure = nullptr, bool briefly = false);
+  OopType carryOut(OopType process, const Failure* failure, bool briefly);
   OopType suspendedProcess(OopType process) const;
   OopType interpret();
   void poll();
@@ -83,25 +109,37 @@ class Machine {
   OopType floatResult(Op op, OopType left, OopType right, double value);
   OopType callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments);
   void growStacks(std::size_t need);
-  void enterCode(const Code& code, std::size_t argumentCount);
+  void enterCode(const Code& code, std::size_t argumentCount, bool usesSpare = false);
   OopType readGlobal(OopType name);
   void writeGlobal(OopType name, OopType value);
   OopType makeBlock(std::uint32_t number);
   OopType makeEnvironment(std::size_t size);
   OopType makeArray(std::size_t size);
   [[noreturn]] void notBoolean(OopType value) const;
-  void cutToHome();
+  bool cutToHome(OopType value);
 
   // What happens when a running program fails: a handler takes over, or the process is put aside
   // and the failure is thrown.
   void handleOrThrow(const Failure& failure);
-  std::size_t handlerDepth(OopType exceptionClass) const;
-  void activateHandler(std::size_t depth, const Failure& failure);
+  bool startHandler(const Failure& failure);
+  bool askDefaultAction(const Failure& failure);
+  void beginHandling(std::size_t handler, bool resumable);
+  void enterOfKernel(OopType owner, std::string_view selector, FrameMark mark);
+  std::size_t handlerDepth(OopType exceptionClass, std::size_t depth) const;
+  std::size_t handlingDepth(OopType exception) const;
+  std::size_t handlerOf(const Frame& handling) const;
+  OopType classOfFailure(const Failure& failure) const;
+  OopType exceptionFor(const Failure& failure);
+  void push(OopType value) { process_->stack[process_->top++] = value; }
+
+  void unwind(std::size_t target, Arrival arrival, OopType value);
+  void arrive(std::size_t target, Arrival arrival, OopType value);
+
   [[noreturn]] void putAside(Failure failure);
   void giveUp(OopType process);
   void giveUpFailed();
-  OopType classOfFailure(const Failure& failure) const;
-  OopType exceptionFor(const Failure& failure);
+  void forgetFailed();
+  void runLeftBlocks();
 
   void markRoots();
 
@@ -115,7 +153,22 @@ class Machine {
   ProcessState* process_ = nullptr;    // its state
   InRoom* briefly_ = nullptr;          // of a message from outside that the library carries out
   const Failure* inFlight_ = nullptr;  // whose objects a collection must not take
+  // While programs that were given up run what they owed: the failure that ended one, the program
+  // that begins afterwards, and the blocks, innermost last.
+  const Failure* settled_ = nullptr;
+  OopType waiting_ = 0;
+  std::vector<OopType> leftBlocks_;
+  bool settling_ = false;
 };
+
+// Whether the frame has a block that runs however it is left.
+constexpr bool owesBlock(const Frame& frame) {
+  return frame.mark == FrameMark::ensured || frame.mark == FrameMark::ifCurtailed;
+}
+
+// Throws ErrBadArgumentKind unless `oop` is what on:do: takes: a class of exceptions, or an
+// ExceptionSet of some.
+void requireExceptions(const Memory& memory, OopType oop);
 
 // How many arguments the block takes.
 std::uint32_t blockArguments(const Memory& memory, OopType block);

@@ -1,4 +1,6 @@
 // Blocks, perform: and exceptions: messages that run program code or end it.
+#include <algorithm>
+
 #include "lang/compiler.h"
 #include "objmem/classes.h"
 #include "objmem/text.h"
@@ -40,11 +42,17 @@ OopType numArgs(Memory& memory, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(blockArguments(memory, receiver)));
 }
 
-OopType onDo(Machine& machine, OopType, const OopType* args) {
-  if (!isClass(machine.memory, args[0]) || !inheritsFrom(machine.memory, args[0], ExceptionClass)) {
-    wrongKind(machine.memory, "a class of exceptions", args[0]);
-  }
-  machine.activateBlock(0, FrameMark::handler, 2);
+template <FrameMark mark>
+OopType valueProtected(Machine& machine, OopType, const OopType*) {
+  machine.protect(mark);
+  return Machine::frameChanged;
+}
+OopType valueEnsured(Machine& machine, OopType, const OopType*) {
+  machine.runEnsured();
+  return Machine::frameChanged;
+}
+OopType unwindFurther(Machine& machine, OopType, const OopType*) {
+  machine.unwindFurther();
   return Machine::frameChanged;
 }
 
@@ -86,34 +94,83 @@ std::int32_t numberOf(const Memory& memory, OopType exception) {
   return reserved ? std::int32_t{ErrUser} : value;
 }
 
-[[noreturn]] void signalException(const Memory& memory, OopType exception) {
-  const OopType text = memory.at(exception).slots[ExceptionText];
-  throw Failure(numberOf(memory, exception), isText(memory, text)
-                                                 ? utf8(textOf(memory, text))
-                                                 : nameOf(memory, classOf(memory, exception)))
-      .signalledBy(exception);
+template <bool outward>
+OopType signal(Machine& machine, OopType receiver, const OopType*) {
+  machine.signal(receiver, outward);
+  return Machine::frameChanged;
 }
 
-OopType signal(Memory& memory, OopType receiver, const OopType*) {
-  signalException(memory, receiver);
-}
-
-OopType signalText(Memory& memory, OopType receiver, const OopType* args) {
+OopType signalText(Machine& machine, OopType receiver, const OopType* args) {
+  Memory& memory = machine.memory;
   textArgument(memory, args[0]);
-  storeNamed(memory, receiver, ExceptionText, args[0]);
-  signalException(memory, receiver);
+  withRoom(memory, [&] { storeNamed(memory, receiver, ExceptionText, args[0]); });
+  return signal<false>(machine, receiver, args);
 }
 
-OopType classSignal(Memory& memory, OopType receiver, const OopType*) {
-  signalException(memory, newInstance(memory, receiver));
+OopType classSignal(Machine& machine, OopType receiver, const OopType* args) {
+  Memory& memory = machine.memory;
+  return signal<false>(machine, withRoom(memory, [&] { return newInstance(memory, receiver); }),
+                       args);
 }
 
-OopType classSignalText(Memory& memory, OopType receiver, const OopType* args) {
-  return signalText(memory, newInstance(memory, receiver), args);
+OopType classSignalText(Machine& machine, OopType receiver, const OopType* args) {
+  Memory& memory = machine.memory;
+  return signalText(machine, withRoom(memory, [&] { return newInstance(memory, receiver); }), args);
 }
 
-OopType errorText(Memory& memory, OopType, const OopType* args) {
-  return classSignalText(memory, ErrorClass, args);
+OopType errorText(Machine& machine, OopType, const OopType* args) {
+  return classSignalText(machine, ErrorClass, args);
+}
+
+// Ends the program with the exception, which nothing handled, and the text.
+OopType failWith(Memory& memory, OopType receiver, const OopType* args) {
+  Failure failure(numberOf(memory, receiver), isText(memory, args[0])
+                                                  ? utf8(textOf(memory, args[0]))
+                                                  : nameOf(memory, classOf(memory, receiver)));
+  failure.kind = FailureKind::unhandled;
+  throw failure.signalledBy(receiver);
+}
+
+OopType returnValue(Machine& machine, OopType receiver, const OopType* args) {
+  machine.leaveHandler(receiver, Arrival::answer, args[0]);
+  return Machine::frameChanged;
+}
+OopType retry(Machine& machine, OopType receiver, const OopType*) {
+  machine.retry(receiver, 0);
+  return Machine::frameChanged;
+}
+OopType retryUsing(Machine& machine, OopType receiver, const OopType* args) {
+  machine.retry(receiver, args[0]);
+  return Machine::frameChanged;
+}
+OopType resume(Machine& machine, OopType receiver, const OopType* args) {
+  machine.resume(receiver, args[0]);
+  return Machine::frameChanged;
+}
+
+// The classes of what on:do: takes.
+std::span<const OopType> classesIn(const Memory& memory, const OopType& exceptions) {
+  requireExceptions(memory, exceptions);
+  if (isClass(memory, exceptions)) return {&exceptions, 1};
+  const Object& set = memory.at(exceptions);
+  return {set.slots, set.size};
+}
+
+OopType exceptionSet(Memory& memory, OopType receiver, const OopType* args) {
+  const std::span<const OopType> left = classesIn(memory, receiver);
+  const std::span<const OopType> right = classesIn(memory, args[0]);
+  const std::size_t count = left.size() + right.size();
+  if (count > mostArguments) {
+    throw Failure(
+        ErrBadArgumentKind,
+        "at most " + std::to_string(mostArguments) + " classes of exceptions are expected",
+        {args[0]});
+  }
+  const OopType oop = memory.allocate(ExceptionSetClass, Impl::pointers, 0, count, true);
+  Object& set = memory.at(oop);
+  std::ranges::copy(right, std::ranges::copy(left, set.slots).out);
+  set.invariant = true;
+  return oop;
 }
 
 OopType processStack(Memory& memory, OopType receiver, const OopType*) {
@@ -130,7 +187,11 @@ constexpr Primitive blockMessages[] = {
     {"value:value:value:value:value:value:", blockValue<6>, Routine::Kind::block},
     {"valueWithArguments:", blockValueWithArguments},
     {"numArgs", numArgs},
-    {"on:do:", onDo},
+    {"valueHandled", valueProtected<FrameMark::handler>},
+    {"valueBeforeBlock", valueProtected<FrameMark::ensured>},
+    {"valueUnlessCurtailed", valueProtected<FrameMark::ifCurtailed>},
+    {"valueEnsured", valueEnsured},
+    {"unwindFurther", unwindFurther},
 };
 constexpr Primitive objectMessages[] = {
     {"perform:", perform<0>},
@@ -144,18 +205,24 @@ constexpr Primitive processMessages[] = {
     {"stack", processStack},
 };
 constexpr Primitive exceptionMessages[] = {
-    {"signal", signal},
-    {"signal:", signalText},
+    {"signal", signal<false>},   {"signal:", signalText},      {"outer", signal<true>},
+    {"failWith:", failWith},     {"return:", returnValue},     {"retry", retry},
+    {"retryUsing:", retryUsing}, {"resumeUnchecked:", resume},
 };
 constexpr Primitive exceptionClassMessages[] = {
     {"signal", classSignal},
     {"signal:", classSignalText},
+    {",", exceptionSet},
+};
+constexpr Primitive exceptionSetMessages[] = {
+    {",", exceptionSet},
 };
 constexpr ClassPrimitives families[] = {
     {BlockClass, blockMessages},
     {ObjectClass, objectMessages},
     {ProcessClass, processMessages},
     {ExceptionClass, exceptionMessages, exceptionClassMessages},
+    {ExceptionSetClass, exceptionSetMessages},
 };
 
 }  // namespace
