@@ -23,6 +23,9 @@ constexpr const char* texts[] = {
     "[nil foo] on: Error do: [:e | e signal: 'again']",
     "[x add: (String new: 5000)] repeat",
     "[[x add: {1}] repeat] on: Error do: [:e | e messageText]",
+    "[[x add: {1}] repeat] ensure: [x removeFirst. [nil foo] ensure: [x add: [:k | ^k]]]",
+    ("[[nil foo: x] ensure: [^x size foo]] on: Error do: [:e | [e retryUsing: [x last value: e]] "
+     "ifCurtailed: [e pass. e resume: 3]]"),
     "System suspend: x",
     "f := nil. f := [:n | n = 0 ifTrue: [0] ifFalse: [(f value: n - 1) + 1.5]]. f value: 300",
     "x asSet = x asSet. x = x copy",
