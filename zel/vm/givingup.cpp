@@ -22,8 +22,7 @@ void Machine::putAside(Failure failure) {
   const bool awaitsValue = process_->place != noPlace && (failure.kind == FailureKind::error ||
                                                           failure.kind == FailureKind::unhandled ||
                                                           failure.kind == FailureKind::suspension);
-  process_->suspended =
-      !settling_ && (awaitsValue || failure.kind == FailureKind::softBreak);
+  process_->suspended = !settling_ && (awaitsValue || failure.kind == FailureKind::softBreak);
   locate(memory, *process_, failure);
   failure.context = running_;
   if (process_->suspended) {
