@@ -45,9 +45,9 @@ class Lexer {
   std::int64_t integerValue = 0;
   int radix = 10;  // of largeInteger
   double floatValue = 0;
-  Position position{1, 1};  // where the token starts
+  Position position{1, 1};                        // where the token starts
   std::size_t start() const { return located_; }  // its first byte in the source
-  int literalDepth = 0;     // inside literal arrays a minus sign always belongs to a number
+  int literalDepth = 0;  // inside literal arrays a minus sign always belongs to a number
 
   // Reads the next token. Throws Failure ErrCompile.
   void next();

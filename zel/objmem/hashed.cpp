@@ -135,7 +135,8 @@ class Hashing {
     const std::uint8_t traits = classTraits(memory_, oop);
     if ((traits & AsksEquality) != 0 && depth != deepestHash) return answerFor(oop);
     if (object->holdsBytes()) {
-      return mix(hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
+      return mix(
+          hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
     }
     if ((traits & ByContent) == 0) return mix(oop);
     const std::span<const OopType> content = contentOf(*object);
