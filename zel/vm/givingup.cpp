@@ -10,8 +10,7 @@ namespace zel {
 namespace {
 
 bool owesBlocks(const ProcessState& process) {
-  const auto end = process.frames.begin() + process.depth;
-  return std::any_of(process.frames.begin(), end, owesBlock);
+  return std::ranges::any_of(std::span(process.frames).first(process.depth), owesBlock);
 }
 
 }  // namespace
@@ -63,7 +62,7 @@ void Machine::giveUp(OopType processOop) {
   }
 }
 
-void Machine::forgetFailed() {
+void Machine::forgetFailed() const {
   names->failedProcess = 0;
   names->failedOwes = false;
 }

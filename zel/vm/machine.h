@@ -138,7 +138,7 @@ class Machine {
   [[noreturn]] void putAside(Failure failure);
   void giveUp(OopType process);
   void giveUpFailed();
-  void forgetFailed();
+  void forgetFailed() const;
   void runLeftBlocks();
 
   void markRoots();

@@ -59,7 +59,8 @@ OopType directly(Machine& machine, OopType receiver, const OopType* args) {
   const OopType result =
       withRoom(machine.memory, [&] { return direct(machine.memory, receiver, args); });
   if (result != undecided && result != absent) return result;
-  return sendInstead(machine, result == absent ? whenAbsent : whenUndecided);
+  constexpr const char* messages[] = {whenUndecided, whenAbsent};
+  return sendInstead(machine, messages[result == absent ? 1 : 0]);
 }
 
 // The elements of an argument that must be a collection of objects.
