@@ -49,7 +49,7 @@ constexpr ClassSpec classSpecs[] = {
     {OrderedCollectionClass, "OrderedCollection", SequenceClass, indexedPointers},
     {SortedCollectionClass, "SortedCollection", OrderedCollectionClass, indexedPointers,
      "sortBlock"},
-    {IntervalClass, "Interval", SequenceClass, asPointers, "start bound step"},
+    {IntervalClass, "Interval", SequenceClass, asPointers, "start step count"},
     {ByteArrayClass, "ByteArray", SequenceClass, growingBytes},
     {StringKindClassOop, "CharacterCollection", SequenceClass, growingBytes},
     {StringClassOop, "String", StringKindClassOop, growingBytes},

@@ -306,7 +306,8 @@ void Machine::activateBlock(std::size_t argumentCount) {
   const BlockCode& body = bodyOf(code, *object);
   if (body.argumentCount != argumentCount) {
     throw Failure(ErrBadMessageParts,
-                  "the block takes " + std::to_string(body.argumentCount) + " arguments, not " +
+                  "the block takes " + std::to_string(body.argumentCount) +
+                      (body.argumentCount == 1 ? " argument, not " : " arguments, not ") +
                       std::to_string(argumentCount),
                   {block});
   }

@@ -183,13 +183,13 @@ OopType floorRemainder(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 OopType truncatedQuotient(Memory& memory, OopType receiver, const OopType* args) {
-  requireInteger(memory, args[0]);
+  if (!areIntegers(memory, receiver, args[0])) return undecided;
   return divideIntegers<truncated, &Division::quotient>(memory, receiver, args[0],
                                                         IntegerOperation::quotient);
 }
 
 OopType truncatedRemainder(Memory& memory, OopType receiver, const OopType* args) {
-  requireInteger(memory, args[0]);
+  if (!areIntegers(memory, receiver, args[0])) return undecided;
   return divideIntegers<truncated, &Division::remainder>(memory, receiver, args[0],
                                                          IntegerOperation::remainder);
 }
@@ -247,7 +247,10 @@ OopType rounding(Memory& memory, OopType receiver, const OopType*) {
 OopType raisedTo(Memory& memory, OopType receiver, const OopType* args) {
   if (!areIntegers(memory, receiver, args[0]) ||
       compareIntegers(memory, args[0], smallIntOop(0)) < 0) {
-    return floatOop(memory, std::pow(numberValue(memory, receiver), numberValue(memory, args[0])));
+    const double base = numberValue(memory, receiver);
+    const double exponent = numberValue(memory, args[0]);
+    if (base == 0 && exponent < 0) zeroDivide(receiver);
+    return floatOop(memory, std::pow(base, exponent));
   }
   return integerPower(memory, receiver, args[0]);
 }
@@ -303,6 +306,9 @@ OopType isNaN(Memory& memory, OopType receiver, const OopType*) {
   return booleanOop(std::isnan(floatValue(memory, receiver)));
 }
 
+constexpr char truncatedQuo[] = "truncatedQuo:";
+constexpr char truncatedRem[] = "truncatedRem:";
+
 constexpr Primitive numberMessages[] = {
     {"+", arithmetic<Add>},
     {"-", arithmetic<Subtract>},
@@ -329,10 +335,10 @@ constexpr Primitive numberMessages[] = {
     {"asInteger", rounding<std::trunc>},
     {"raisedTo:", raisedTo},
     {"asFloat", asFloat},
+    {"quo:", directly<truncatedQuotient, truncatedQuo>},
+    {"rem:", directly<truncatedRemainder, truncatedRem>},
 };
 constexpr Primitive integerMessages[] = {
-    {"quo:", truncatedQuotient},
-    {"rem:", truncatedRemainder},
     {"bitAnd:", bits<IntegerOperation::bitAnd>},
     {"bitOr:", bits<IntegerOperation::bitOr>},
     {"bitXor:", bits<IntegerOperation::bitXor>},

@@ -148,6 +148,7 @@ class Printer {
     const Object& object = memory_.at(oop);
     text += withArticle(nameOf(memory_, object.classOop)) + "(";
     const bool dictionary = inheritsFrom(memory_, object.classOop, DictionaryClass);
+    if (inheritsFrom(memory_, object.classOop, BagClass)) printOccurrences(object.slots[0], depth);
     for (std::uint32_t i = object.namedSize; i < object.size; ++i) {
       if (isFull()) {
         text += " ...";
@@ -164,6 +165,23 @@ class Printer {
       printElement(object.slots[++i], depth);
     }
     text += " )";
+  }
+
+  // A bag's elements, each as often as its dictionary of counts says.
+  void printOccurrences(OopType counts, int depth) {
+    if (!inheritsFrom(memory_, classOf(memory_, counts), DictionaryClass)) return;
+    const Object& object = memory_.at(counts);
+    for (std::uint32_t i = object.namedSize; i + 1 < object.size; i += 2) {
+      const OopType count = object.slots[i + 1];
+      for (std::int32_t n = isSmallInt(count) ? smallIntValue(count) : 1; n > 0; --n) {
+        if (isFull()) {
+          text += " ...";
+          return;
+        }
+        text += ' ';
+        printElement(object.slots[i], depth);
+      }
+    }
   }
 
   Memory& memory_;
