@@ -173,7 +173,7 @@ class Printer {
     const Object& object = memory_.at(counts);
     for (std::uint32_t i = object.namedSize; i + 1 < object.size; i += 2) {
       const OopType count = object.slots[i + 1];
-      for (std::int32_t n = isSmallInt(count) ? smallIntValue(count) : 1; n > 0; --n) {
+      for (std::int32_t n = isSmallInt(count) ? smallIntValue(count) : INT32_MAX; n > 0; --n) {
         if (isFull()) {
           text += " ...";
           return;
