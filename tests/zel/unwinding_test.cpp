@@ -109,6 +109,41 @@ TEST_F(Unwinding, WhatIsOwedHasASecond) {
   EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
 }
 
+// A break while what is owed runs before a text is the text's: a hard one ends what is owed, a soft
+// one leaves it for the next time.
+TEST_F(Unwinding, ABreakInWhatIsOwedReachesTheTextThatWaits) {
+  const auto owe = [&](const std::string& broken) {
+    ASSERT_EQ(2010, errorOf("L size: 0. [[nil foo] ensure: [L add: 1. nil " + broken +
+                            ". L add: 2]] ensure: [L add: 3]"));
+  };
+  owe("stop");
+  EXPECT_EQ(6004, errorOf("L add: 9"));
+  EXPECT_EQ("an OrderedCollection( 1 )", show("L copy"));
+  owe("interrupt");
+  EXPECT_EQ(6003, errorOf("L add: 9. L copy"));
+  database().memory.collect(true);
+  EXPECT_EQ("an OrderedCollection( 1 )", logged());
+  EXPECT_EQ("an OrderedCollection( 1 2 3 9 )",
+            shown(zel->ZelContinueWith(error.context, 1, 0, nullptr)));
+  owe("interrupt");
+  EXPECT_EQ(6003, errorOf("L add: 9"));
+  EXPECT_EQ("an OrderedCollection( 1 2 3 )", show("L copy"));
+  run("Object compile: 'own ^L copy'");
+  owe("interrupt");
+  EXPECT_EQ(6003, (zel->ZelPerform(31, "own", nullptr, 0), errorNumber()));
+  EXPECT_EQ("an OrderedCollection( 1 2 3 )",
+            shown(zel->ZelContinueWith(error.context, 1, 0, nullptr)));
+}
+
+TEST(BreakRequests, KeepTheHarderUntilTheyAreTaken) {
+  zel::BreakRequest request;
+  request.beginRun();
+  request.make(zel::BreakRequest::hard);
+  request.make(zel::BreakRequest::soft);
+  EXPECT_EQ(zel::BreakRequest::hard, request.take());
+  EXPECT_EQ(zel::BreakRequest::none, request.take());
+}
+
 // A soft break anywhere changes nothing in what a program does.
 TEST_F(Unwinding, InterruptedProgramsGoOn) {
   run("Object compile: 'leave: l [[nil interrupt. ^l] ensure: [nil interrupt. l add: 1]] "

@@ -63,6 +63,7 @@ enum class FailureKind : std::uint8_t {
   suspension,  // the program asked for it and can be continued with a value
   softBreak,   // the program can be continued as if nothing had happened
   stop,        // the program is given up
+  timeUp,      // the same, of what programs that were given up still do
 };
 
 // A place in a text: lines and characters, both from 1; no place when the line is 0.

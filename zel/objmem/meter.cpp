@@ -20,9 +20,8 @@ void Meter::end() {
 }
 
 void Meter::check() {
-  const BreakRequest::Kind request = request_.made();
+  const BreakRequest::Kind request = request_.take();
   if (request != BreakRequest::none) {
-    request_.answered();
     countdown = 0;
     if (request == BreakRequest::soft) {
       throw Failure(ErrSoftBreak, "the program was interrupted", {}, FailureKind::softBreak);
@@ -30,7 +29,7 @@ void Meter::check() {
     throw Failure(ErrHardBreak, "the program was stopped", {}, FailureKind::stop);
   }
   if (deadline_ != Clock::time_point::max() && Clock::now() >= deadline_) {
-    throw Failure(ErrHardBreak, "the program had its time", {}, FailureKind::stop);
+    throw Failure(ErrHardBreak, "the program had its time", {}, FailureKind::timeUp);
   }
   if (left_ == 0) {
     throw Failure(ErrStepLimit,

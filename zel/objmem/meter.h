@@ -16,9 +16,11 @@ class BreakRequest {
  public:
   enum Kind : std::uint32_t { none, soft, hard };
 
+  // A soft one takes nothing from a hard one that waits already.
   void make(Kind kind) {
     std::uint32_t seen = word_.load();
-    while (seen >= firstRun && !word_.compare_exchange_weak(seen, (seen & ~3U) | kind)) {
+    while (seen >= firstRun && (seen & 3U) < kind &&
+           !word_.compare_exchange_weak(seen, (seen & ~3U) | kind)) {
     }
   }
   void beginRun() {
@@ -27,9 +29,11 @@ class BreakRequest {
     word_.store(lastRun_);
   }
   void endRun() { word_.store(none); }
-  Kind made() const { return Kind(word_.load(std::memory_order_relaxed) & 3U); }
-  // Takes the request, which was seen, back.
-  void answered() { word_.fetch_and(~3U); }
+  // The request that was made since the last call, which it is the answer to.
+  Kind take() {
+    const bool isMade = (word_.load(std::memory_order_relaxed) & 3U) != none;
+    return isMade ? Kind(word_.fetch_and(~3U) & 3U) : none;
+  }
 
  private:
   static constexpr std::uint32_t firstRun = 4;
@@ -72,8 +76,8 @@ class Meter {
   Clock::time_point deadline_ = Clock::time_point::max();
 };
 
-// What programs that are given up still do: it has a second in all, after which check throws a hard
-// break, and steps of its own.
+// What programs that are given up still do: it has a second in all, after which check throws a
+// failure of the kind timeUp, and steps of its own.
 class Respite {
  public:
   explicit Respite(Meter& meter) : meter_(meter), countdown_(meter.countdown), left_(meter.left_) {

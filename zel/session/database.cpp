@@ -56,6 +56,7 @@ void markSession(Memory& memory, const Session& session) {
     memory.mark(value);
   }
   if (session.names.failedOwes) memory.mark(session.names.failedProcess);
+  for (const OopType owed : session.names.left) memory.mark(owed);
   if (!session.error.set) return;
   const ZelErrSType& record = session.error.record;
   memory.mark(record.context);

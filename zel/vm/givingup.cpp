@@ -3,6 +3,7 @@
 
 #include "lang/compiler.h"
 #include "machine.h"
+#include "objmem/classes.h"
 #include "tracing.h"
 
 namespace zel {
@@ -55,10 +56,11 @@ void Machine::giveUp(OopType processOop) {
   memory.recount(processOop);
   if (count == 0) return;
   blocks.resize(count);
-  if (leftBlocks_.empty()) {
-    leftBlocks_ = std::move(blocks);
+  std::vector<OopType>& left = names->left;
+  if (left.empty()) {
+    left = std::move(blocks);
   } else {
-    leftBlocks_.insert(leftBlocks_.end(), blocks.begin(), blocks.end());
+    left.insert(left.end(), blocks.begin(), blocks.end());
   }
 }
 
@@ -76,36 +78,69 @@ void Machine::giveUpFailed() {
   forgetFailed();
 }
 
-void Machine::settleFailed() {
-  if (!names->failedOwes) return;
-  giveUpFailed();
-  runLeftBlocks();
+std::optional<Failure> Machine::settleFailed() {
+  if (names->failedOwes) giveUpFailed();
+  return runLeftBlocks();
 }
 
-// Runs the blocks that programs owed which were given up, each as a program of its own. Their
-// failures are dropped; what they owe in turn comes next. A hard break, or the end of the time that
-// they have, ends them all.
-void Machine::runLeftBlocks() {
-  if (leftBlocks_.empty()) return;
+// Runs what programs owed which were given up, each block as a program of its own. Their failures
+// are dropped; what they owe in turn comes next. A break that came meanwhile is answered: a hard
+// one ends them all, as the end of the time that they have does, a soft one leaves them for later.
+std::optional<Failure> Machine::runLeftBlocks() {
+  std::vector<OopType>& left = names->left;
+  if (left.empty()) return {};
   const InRoom room(memory, Room::library);
   Respite respite(memory.meter);
+  std::optional<Failure> broken;
   settling_ = true;
-  while (!leftBlocks_.empty()) {
-    const OopType block = leftBlocks_.back();
+  while (!left.empty() && !broken) {
+    const OopType next = left.back();
+    OopType process = classOf(memory, next) == ProcessClass ? next : 0;
     try {
-      const OopType process =
-          withRoom(memory, [&] { return newProcess(compileMessage(memory, block, "value", {})); });
-      leftBlocks_.pop_back();
+      if (process == 0) {
+        process =
+            withRoom(memory, [&] { return newProcess(compileMessage(memory, next, "value", {})); });
+      }
+      left.pop_back();
       respite.next();
       carryOut(process, nullptr, false);
     } catch (const Failure& failure) {
-      if (failure.number == ErrHardBreak) break;
+      if (failure.kind == FailureKind::softBreak) {
+        // In the place that its block had.
+        if (process != 0) left.push_back(process);
+        broken = failure;
+      } else if (failure.kind == FailureKind::timeUp || failure.number == ErrHardBreak) {
+        left = std::vector<OopType>();
+        if (failure.kind != FailureKind::timeUp) broken = failure;
+      }
     } catch (const std::bad_alloc&) {
-      if (!leftBlocks_.empty() && leftBlocks_.back() == block) leftBlocks_.pop_back();
+      if (!left.empty() && left.back() == next) left.pop_back();
     }
   }
-  leftBlocks_ = std::vector<OopType>();
+  if (left.empty()) left = std::vector<OopType>();
   settling_ = false;
+  return broken;
+}
+
+// What is owed comes before the program. A break that comes meanwhile is the program's.
+void Machine::settleBefore(OopType process) {
+  waiting_ = process;
+  const bool goesOn = process == names->failedProcess;
+  const std::optional<Failure> broken = goesOn ? runLeftBlocks() : settleFailed();
+  waiting_ = 0;
+  if (broken) suspendBefore(process, *broken);
+}
+
+void Machine::suspendBefore(OopType process, const Failure& failure) {
+  if (failure.kind != FailureKind::softBreak) throw Failure(failure);
+  ProcessState& state = *memory.at(process).extra->process;
+  state.suspended = true;
+  state.place = noPlace;
+  state.failure = names->failure = ++lastFailure_;
+  names->failedProcess = process;
+  Failure interrupted = failure;
+  interrupted.context = process;
+  throw Failure(interrupted);
 }
 
 }  // namespace zel

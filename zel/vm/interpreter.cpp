@@ -150,7 +150,6 @@ Machine::Machine(Memory& memoryToUse, Database& owner) : memory(memoryToUse), da
 void Machine::markRoots() {
   memory.mark(running_);
   memory.mark(waiting_);
-  for (const OopType block : leftBlocks_) memory.mark(block);
   for (const Failure* failure : {inFlight_, settled_}) {
     if (failure == nullptr) continue;
     for (const OopType oop : failure->args) memory.mark(oop);
@@ -783,9 +782,11 @@ OopType Machine::newProcess(OopType method) {
 }
 
 OopType Machine::execute(std::string_view source) {
-  settleFailed();
+  const std::optional<Failure> broken = settleFailed();
   const InRoom room(memory, Room::library);
-  return run(withRoom(memory, [&] { return newProcess(compileText(memory, source)); }));
+  const OopType process = withRoom(memory, [&] { return newProcess(compileText(memory, source)); });
+  if (broken) suspendBefore(process, *broken);
+  return run(process);
 }
 
 OopType Machine::perform(OopType receiver, std::string_view selector,
@@ -801,11 +802,7 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const Routine* routine = method != 0 ? memory.at(method).extra->routine.get() : nullptr;
   const bool briefly = routine != nullptr && routine->primitive != nullptr;
   const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
-  if (!briefly && !ofKernel) {
-    waiting_ = process;
-    settleFailed();
-    waiting_ = 0;
-  }
+  if (!briefly && !ofKernel) settleBefore(process);
   return run(process, nullptr, briefly);
 }
 
@@ -830,6 +827,7 @@ OopType Machine::continueWithValue(OopType process, OopType value) {
     state.top = state.place + 1;
     state.sendNext = 0;
   }
+  settleBefore(process);
   return run(process);
 }
 

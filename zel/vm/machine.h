@@ -8,6 +8,7 @@
 // frames and goes back to the one loop.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -26,6 +27,9 @@ struct Names {
   OopType failedProcess = 0;
   std::uint64_t failure = 0;
   bool failedOwes = false;  // blocks of ensure: or ifCurtailed:, and therefore stays
+  // What programs that were given up owe: blocks, innermost last, and instead of one that a soft
+  // break interrupted the program that carries it out.
+  std::vector<OopType> left;
 };
 
 // What happens where an unwinding ends, in a frame that becomes the active one.
@@ -56,8 +60,9 @@ class Machine {
   OopType continueWithValue(OopType process, OopType value);
   OopType continueWithFailure(OopType process, const Failure& failure);
   // Gives the session's program that failed last up, if it owes blocks of ensure: or ifCurtailed:.
-  // They run now, whatever becomes of them.
-  void settleFailed();
+  // They run now, whatever becomes of them. Answers the break that came meanwhile, if one did: a
+  // hard one has ended them, after a soft one those that are left run the next time.
+  std::optional<Failure> settleFailed();
 
   // For control primitives, which find receiver and arguments on top of the stack, change it
   // through these and answer frameChanged.
@@ -139,7 +144,9 @@ class Machine {
   void giveUp(OopType process);
   void giveUpFailed();
   void forgetFailed() const;
-  void runLeftBlocks();
+  std::optional<Failure> runLeftBlocks();
+  void settleBefore(OopType process);
+  [[noreturn]] void suspendBefore(OopType process, const Failure& failure);
 
   void markRoots();
 
@@ -153,11 +160,10 @@ class Machine {
   ProcessState* process_ = nullptr;    // its state
   InRoom* briefly_ = nullptr;          // of a message from outside that the library carries out
   const Failure* inFlight_ = nullptr;  // whose objects a collection must not take
-  // While programs that were given up run what they owed: the failure that ended one, the program
-  // that begins afterwards, and the blocks, innermost last.
+  // While programs that were given up run what they owed: the failure that ended one, and the
+  // program that begins afterwards.
   const Failure* settled_ = nullptr;
   OopType waiting_ = 0;
-  std::vector<OopType> leftBlocks_;
   bool settling_ = false;
 };
 

@@ -282,7 +282,7 @@ void Machine::handleOrThrow(const Failure& failure) {
   if (current.kind == FailureKind::softBreak) {
     if (process.sendNext == 0) --process.frames[process.depth - 1].pc;
     process.place = noPlace;
-    if (settling_) return;
+    if (settling_) throw Failure(current);
   } else if (process.sendNext != 0) {
     process.place = process.top - process.sendNextCount - 1;
   }
