@@ -28,5 +28,9 @@ void installRoutine(Memory& memory, OopType owner, std::string_view selector, bo
 
 // How many arguments the selector takes, by its form; -1 when it is no selector.
 int argumentCountOf(std::string_view selector);
+// That many arguments, in words.
+inline std::string argumentsText(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " argument" : " arguments");
+}
 
 }  // namespace zel

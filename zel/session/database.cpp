@@ -83,6 +83,7 @@ Database::Database(BreakRequest& breaks) : memory(breaks), machine(memory, *this
   installPrimitives(memory);
   installPrimitives(memory, systemPrimitives);
   compileKernel(memory);
+  machine.keepOwn();
   readLimits(*this);
   memory.addRoots(this, [](void* owner, Memory& marked) {
     for (const auto& [id, session] : static_cast<Database*>(owner)->sessions) {

@@ -92,8 +92,8 @@ OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
     database.memory.requireValue(receiver);
     if (argumentCountOf(selector) < 0 ||
         static_cast<ArraySizeType>(argumentCountOf(selector)) != count) {
-      throw Failure(ErrBadMessageParts, "'" + std::string(selector) + "' is no message with " +
-                                            std::to_string(count) + " arguments");
+      throw Failure(ErrBadMessageParts,
+                    "'" + std::string(selector) + "' is no message with " + argumentsText(count));
     }
     if (count > mostArguments) throw Failure(ErrBadMessageParts, "too many arguments");
     for (ArraySizeType i = 0; i < count; ++i) database.memory.requireValue(args[i]);

@@ -150,6 +150,10 @@ Machine::Machine(Memory& memoryToUse, Database& owner) : memory(memoryToUse), da
 void Machine::markRoots() {
   memory.mark(running_);
   memory.mark(waiting_);
+  for (const auto& [selector, method] : own_) {
+    memory.mark(selector);
+    memory.mark(method);
+  }
   for (const Failure* failure : {inFlight_, settled_}) {
     if (failure == nullptr) continue;
     for (const OopType oop : failure->args) memory.mark(oop);
@@ -188,8 +192,10 @@ const Routine& Machine::findSuper(const Code& code, OopType selector, std::size_
 }
 
 void Machine::findFor(Site& site, const Code& code, OopType receiver, OopType key) {
-  site.routine = site.toSuper ? &findSuper(code, site.selector, site.argumentCount)
-                              : &find(receiver, key, site.selector, site.argumentCount);
+  const Routine* own = code.kernel ? ownRoutine(site.selector) : nullptr;
+  site.routine = own != nullptr ? own
+                 : site.toSuper ? &findSuper(code, site.selector, site.argumentCount)
+                                : &find(receiver, key, site.selector, site.argumentCount);
   site.key = key;
   site.epoch = memory.lookupEpoch();
 }

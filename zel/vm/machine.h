@@ -51,6 +51,9 @@ class Machine {
   Names* names = nullptr;           // of the current session
   std::size_t mostFrames = 20'000;  // activations at a time
 
+  // To be called when the kernel is compiled: what its methods for blocks and exceptions need of
+  // the machine, named with a _ at its front, is theirs from now on whatever programs compile.
+  void keepOwn();
   // Compiles and runs a text and answers its value. Throws the Failure that no handler took.
   OopType execute(std::string_view source);
   // Sends a message from outside, in the same way.
@@ -129,7 +132,8 @@ class Machine {
   bool startHandler(const Failure& failure);
   bool askDefaultAction(const Failure& failure);
   void beginHandling(std::size_t handler, bool resumable);
-  void enterOfKernel(OopType owner, std::string_view selector, FrameMark mark);
+  void enterOwn(std::string_view selector, FrameMark mark);
+  const Routine* ownRoutine(OopType selector) const;
   std::size_t handlerDepth(OopType exceptionClass, std::size_t depth) const;
   std::size_t handlingDepth(OopType exception) const;
   std::size_t handlerOf(const Frame& handling) const;
@@ -153,6 +157,7 @@ class Machine {
   static constexpr std::size_t cacheSize = 1024;
   CachedLookup cache_[cacheSize];
   std::uint32_t cacheEpoch_ = 0;
+  std::vector<std::pair<OopType, OopType>> own_;  // selectors and methods, see keepOwn
   std::uint64_t lastActivation_ = 0;
   std::uint64_t lastFailure_ = 0;
   OopType fresh_ = 0;                  // the float that arithmetic made last, unless answered since

@@ -56,13 +56,19 @@ OopType unwindFurther(Machine& machine, OopType, const OopType*) {
   return Machine::frameChanged;
 }
 
+// Carries a handler out, which takes the exception or nothing.
+OopType valueFor(Machine& machine, OopType receiver, const OopType*) {
+  const std::size_t count = blockArguments(machine.memory, receiver);
+  if (count == 0) machine.replaceArguments(1, {});
+  machine.activateBlock(count);
+  return Machine::frameChanged;
+}
+
 OopType requireSelector(Memory& memory, OopType name, std::size_t argumentCount) {
   const std::string text = utf8Argument(memory, name);
   if (argumentCountOf(text) != static_cast<int>(argumentCount)) {
     throw Failure(ErrBadMessageParts,
-                  "'" + std::string(text) + "' is no message with " +
-                      std::to_string(argumentCount) + " arguments",
-                  {name});
+                  "'" + text + "' is no message with " + argumentsText(argumentCount), {name});
   }
   return withRoom(memory, [&] { return symbolOop(memory, text); });
 }
@@ -84,14 +90,27 @@ OopType performWithArguments(Machine& machine, OopType, const OopType* args) {
   return Machine::frameChanged;
 }
 
-// A program cannot pass its error off as a break or a suspension, which nothing handles.
-std::int32_t numberOf(const Memory& memory, OopType exception) {
-  const OopType number = memory.at(exception).slots[ExceptionNumber];
-  if (!isSmallInt(number)) return ErrUser;
-  const std::int32_t value = smallIntValue(number);
-  const bool reserved =
-      value == ErrSoftBreak || value == ErrHardBreak || value == ErrSuspended || value == 0;
-  return reserved ? std::int32_t{ErrUser} : value;
+// A program cannot pass its error off as what nothing handles.
+bool isForPrograms(std::int64_t number) {
+  constexpr std::int32_t reserved[] = {ErrSoftBreak, ErrHardBreak, ErrSuspended, ErrStepLimit};
+  return number > 0 && std::ranges::find(reserved, number) == std::end(reserved);
+}
+
+OopType setNumber(Memory& memory, OopType receiver, const OopType* args) {
+  const std::int64_t number = integerArgument(memory, args[0], 1, smallIntMax);
+  if (!isForPrograms(number)) {
+    throw Failure(ErrBadSubscript,
+                  "the number " + std::to_string(number) + " is no program's to signal", {args[0]});
+  }
+  storeNamed(memory, receiver, ExceptionNumber, args[0]);
+  return receiver;
+}
+
+// A text, or nil.
+OopType setText(Memory& memory, OopType receiver, const OopType* args) {
+  if (args[0] != NilOop) textArgument(memory, args[0]);
+  storeNamed(memory, receiver, ExceptionText, args[0]);
+  return receiver;
 }
 
 template <bool outward>
@@ -102,8 +121,7 @@ OopType signal(Machine& machine, OopType receiver, const OopType*) {
 
 OopType signalText(Machine& machine, OopType receiver, const OopType* args) {
   Memory& memory = machine.memory;
-  textArgument(memory, args[0]);
-  withRoom(memory, [&] { storeNamed(memory, receiver, ExceptionText, args[0]); });
+  withRoom(memory, [&] { setText(memory, receiver, args); });
   return signal<false>(machine, receiver, args);
 }
 
@@ -122,11 +140,13 @@ OopType errorText(Machine& machine, OopType, const OopType* args) {
   return classSignalText(machine, ErrorClass, args);
 }
 
-// Ends the program with the exception, which nothing handled, and the text.
+// Ends the program with the exception, which nothing handled. Text and number are what its class
+// answers for them.
 OopType failWith(Memory& memory, OopType receiver, const OopType* args) {
-  Failure failure(numberOf(memory, receiver), isText(memory, args[0])
-                                                  ? utf8(textOf(memory, args[0]))
-                                                  : nameOf(memory, classOf(memory, receiver)));
+  const bool isNumber = isSmallInt(args[1]) && isForPrograms(smallIntValue(args[1]));
+  Failure failure(isNumber ? smallIntValue(args[1]) : std::int32_t{ErrUser},
+                  isText(memory, args[0]) ? utf8Argument(memory, args[0])
+                                          : nameOf(memory, classOf(memory, receiver)));
   failure.kind = FailureKind::unhandled;
   throw failure.signalledBy(receiver);
 }
@@ -187,11 +207,12 @@ constexpr Primitive blockMessages[] = {
     {"value:value:value:value:value:value:", blockValue<6>, Routine::Kind::block},
     {"valueWithArguments:", blockValueWithArguments},
     {"numArgs", numArgs},
-    {"valueHandled", valueProtected<FrameMark::handler>},
-    {"valueBeforeBlock", valueProtected<FrameMark::ensured>},
-    {"valueUnlessCurtailed", valueProtected<FrameMark::ifCurtailed>},
-    {"valueEnsured", valueEnsured},
-    {"unwindFurther", unwindFurther},
+    {"_valueHandled", valueProtected<FrameMark::handler>},
+    {"_valueBeforeBlock", valueProtected<FrameMark::ensured>},
+    {"_valueUnlessCurtailed", valueProtected<FrameMark::ifCurtailed>},
+    {"_valueEnsured", valueEnsured},
+    {"_valueFor:", valueFor},
+    {"_unwindFurther", unwindFurther},
 };
 constexpr Primitive objectMessages[] = {
     {"perform:", perform<0>},
@@ -205,9 +226,10 @@ constexpr Primitive processMessages[] = {
     {"stack", processStack},
 };
 constexpr Primitive exceptionMessages[] = {
-    {"signal", signal<false>},   {"signal:", signalText},      {"outer", signal<true>},
-    {"failWith:", failWith},     {"return:", returnValue},     {"retry", retry},
-    {"retryUsing:", retryUsing}, {"resumeUnchecked:", resume},
+    {"signal", signal<false>},   {"signal:", signalText},   {"outer", signal<true>},
+    {"messageText:", setText},   {"number:", setNumber},    {"_failWith:number:", failWith},
+    {"return:", returnValue},    {"_return:", returnValue}, {"retry", retry},
+    {"retryUsing:", retryUsing}, {"_resume:", resume},
 };
 constexpr Primitive exceptionClassMessages[] = {
     {"signal", classSignal},

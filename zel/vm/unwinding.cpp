@@ -1,12 +1,12 @@
 // Exceptions, and how programs are unwound.
 //
 // A handler runs on top of the activation that signalled the exception, in an activation of
-// Exception>>handledBy:at:resumable: that is marked `handling`. When that answers, its value
+// Exception>>_handledBy:at:resumable: that is marked `handling`. When that answers, its value
 // becomes that of the message that signalled. Everything else that a handler can do unwinds: to the
 // on:do:, or to the handling activation itself for resume:.
 //
 // Unwinding cuts the stack down to the innermost frame that owes a block, replaces that frame by
-// one of Block>>unwindTo:then:with:, which runs the block and then goes on with the unwinding, and
+// one of Block>>_unwindTo:then:with:, which runs the block and then goes on with the unwinding, and
 // so forth to the target. Frames are named by their depth: whoever names one lies above it.
 #include <algorithm>
 
@@ -127,11 +127,29 @@ std::size_t Machine::handlingDepth(OopType exception) const {
   throw Failure(ErrDeadReturn, "the exception is not being handled", {exception});
 }
 
-// Begins an activation of a method of the kernel's; receiver and arguments are on the stack. Spare
-// values are used before the stack grows, so that this cannot fail while the program is unwound.
-void Machine::enterOfKernel(OopType owner, std::string_view selector, FrameMark mark) {
-  const OopType method = lookupMethod(memory, owner, symbolOop(memory, selector), false);
-  const Code& code = *memory.at(method).extra->routine->code;
+void Machine::keepOwn() {
+  for (const OopType owner : {BlockClass, ExceptionClass}) {
+    const Object& methods = memory.at(memory.at(owner).slots[ClassMethods - 1]);
+    for (std::uint32_t i = 0; i + 1 < methods.size; i += 2) {
+      if (bytesOf(memory, methods.slots[i]).starts_with('_')) {
+        own_.emplace_back(methods.slots[i], methods.slots[i + 1]);
+      }
+    }
+  }
+}
+
+const Routine* Machine::ownRoutine(OopType selector) const {
+  for (const auto& [name, method] : own_) {
+    if (name == selector) return memory.at(method).extra->routine.get();
+  }
+  return nullptr;
+}
+
+// Begins an activation of one of the machine's own methods; receiver and arguments are on the
+// stack. Spare values are used before the stack grows, so that this cannot fail while the program
+// is unwound.
+void Machine::enterOwn(std::string_view selector, FrameMark mark) {
+  const Code& code = *ownRoutine(symbolOop(memory, selector))->code;
   enterCode(code, code.argumentCount(), true);
   process_->frames[process_->depth - 1].mark = mark;
 }
@@ -144,7 +162,7 @@ void Machine::beginHandling(std::size_t handler, bool resumable) {
   push(process_->stack[process_->frames[handler].base + 1]);
   push(depthOop(handler));
   push(booleanOop(resumable));
-  enterOfKernel(ExceptionClass, "handledBy:at:resumable:", FrameMark::handling);
+  enterOwn("_handledBy:at:resumable:", FrameMark::handling);
 }
 
 void Machine::signal(OopType exception, bool outward) {
@@ -194,7 +212,7 @@ void Machine::unwind(std::size_t target, Arrival arrival, OopType value) {
     push(depthOop(target));
     push(depthOop(static_cast<std::size_t>(arrival)));
     push(value);
-    return enterOfKernel(BlockClass, "unwindTo:then:with:", FrameMark::unwinding);
+    return enterOwn("_unwindTo:then:with:", FrameMark::unwinding);
   }
   arrive(target, arrival, value);
 }
