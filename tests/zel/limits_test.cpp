@@ -146,6 +146,52 @@ TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
   }
 }
 
+// Primitives count steps by the bytes that they go through, so that a break that comes while they
+// are repeated is seen soon.
+TEST_F(Limits, RepeatedLongPrimitivesCountTheirBytes) {
+  run("s := String new: 3000000. d := s asDoubleByteString. a := Array new: 750000. b := a copy. "
+      "o := a asOrderedCollection. y := s asByteArray. k := Dictionary new. System commit");
+  for (const std::string turn : {"s hash",
+                                 "d hash",
+                                 "y hash",
+                                 "k at: s ifAbsent: [0]",
+                                 "s asDoubleByteString",
+                                 "d asString",
+                                 "s indexOfString: 'x'",
+                                 "d indexOfString: 'x'",
+                                 "s includesSubstring: 'x'",
+                                 "s copy",
+                                 "a copy",
+                                 "s copyFrom: 1 to: 3000000",
+                                 "a copyFrom: 1 to: 750000",
+                                 "s , 'x'",
+                                 "'x' , d",
+                                 "a , b",
+                                 "a = b",
+                                 "s = d",
+                                 "o add: 1 beforeIndex: 2",
+                                 "o removeAtIndex: 2",
+                                 "a asArray",
+                                 "y asString",
+                                 "s asByteArray",
+                                 "Array new: 750000",
+                                 "s printString",
+                                 "a printString",
+                                 "s asLowercase",
+                                 "s trimmed",
+                                 "'x' subStrings: s",
+                                 "s asSymbol",
+                                 "s copyReplaceAll: 'x' with: 'y'",
+                                 "[nil perform: s] on: Error do: [:e | 0]",
+                                 "System collectGarbage",
+                                 "s at: 1 put: $a. System commit"}) {
+    database().memory.meter.limit = 100'000;
+    EXPECT_EQ(2522, errorOf("n := 0. [" + turn + ". n := n + 1] repeat")) << turn;
+    database().memory.meter.limit = 0;
+    EXPECT_EQ("true", show("n between: 0 and: 150")) << turn << " " << show("n");
+  }
+}
+
 // Two databases in one process know nothing of each other.
 TEST(Databases, AreIndependent) {
   zel::BreakRequest breaks[2];

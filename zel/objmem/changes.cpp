@@ -15,6 +15,7 @@ void keepImage(Memory& memory, Client& client, OopType oop) {
   Image image;
   const std::size_t slots = object.holdsBytes() ? 0 : object.size;
   const std::size_t bytes = object.holdsBytes() ? object.size : 0;
+  memory.meter.chargeCopy(slots * sizeof(OopType) + bytes);
   memory.reserve(slots * sizeof(OopType) + bytes);
   image.slots.assign(object.slots, object.slots + slots);
   image.bytes.assign(object.bytes, object.bytes + bytes);

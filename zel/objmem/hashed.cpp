@@ -58,8 +58,8 @@ class Comparison {
     while (!open_.empty()) {
       const auto [left, right] = open_.back();
       open_.pop_back();
-      memory_.meter.charge(1);
       const std::span<const OopType> content = contentOf(memory_.at(left));
+      memory_.meter.charge(1 + content.size() / 16);
       const std::span<const OopType> other = contentOf(memory_.at(right));
       for (std::size_t i = 0; i < content.size(); ++i) {
         if (!accept(content[i], other[i], AsksEquality)) return false;
@@ -135,6 +135,7 @@ class Hashing {
     const std::uint8_t traits = classTraits(memory_, oop);
     if ((traits & AsksEquality) != 0 && depth != deepestHash) return answerFor(oop);
     if (object->holdsBytes()) {
+      if (depth == deepestHash) memory_.meter.chargeRead(object->size);
       return mix(
           hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
     }

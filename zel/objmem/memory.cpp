@@ -170,6 +170,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text) {
   // Room to spare only for what is not appended to for the first time.
   const std::size_t capacity = first.shared ? std::min(size + size / 2, largestObjectBytes) : size;
   const std::size_t added = fits ? 0 : sizeof(SharedBytes) + capacity;
+  meter.chargeCopy(fits ? text.size() : size);
   reserve(added + objectOverhead);
   const std::uint32_t index = freeIndex();
   void* block = newBlock(0);

@@ -60,6 +60,10 @@ class Meter {
     }
     if ((countdown -= static_cast<std::int32_t>(steps)) < 0) check();
   }
+  // The same for bytes that are copied or compared as a whole, and for those that are looked at one
+  // by one.
+  void chargeCopy(std::size_t bytes) { charge(bytes / 4096); }
+  void chargeRead(std::size_t bytes) { charge(bytes / 128); }
   // To be called when the countdown has gone below 0: throws as above, or sets it anew.
   void check();
   // Makes the countdown end at the next step.

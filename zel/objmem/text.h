@@ -74,7 +74,9 @@ Text textArgument(const Memory& memory, OopType oop);
 // The text in UTF-8; bytes of a single-byte string stay as they are.
 std::string utf8(const Text& text);
 inline std::string utf8Argument(const Memory& memory, OopType oop) {
-  return utf8(textArgument(memory, oop));
+  const Text text = textArgument(memory, oop);
+  memory.meter.chargeRead(text.bytes.size());
+  return utf8(text);
 }
 // The text in the one form that equal texts share: proper UTF-8, surrogates without a partner in
 // three bytes.

@@ -42,6 +42,7 @@ OopType version(Memory& memory, OopType, const OopType*) {
 }
 OopType collectGarbage(Machine& machine, OopType receiver, const OopType*) {
   machine.memory.collect();
+  machine.memory.meter.charge(machine.memory.statistics().objects);
   return receiver;
 }
 OopType objectCount(Memory& memory, OopType, const OopType*) {
@@ -67,7 +68,6 @@ OopType writeTranscript(Machine& machine, OopType receiver, const OopType* args)
   Memory& memory = machine.memory;
   withRoom(memory, [&] {
     const std::string text = utf8Argument(memory, args[0]);
-    memory.meter.charge(text.size() / 4096);
     write(memory, machine.database.current->transcript, text);
   });
   return receiver;

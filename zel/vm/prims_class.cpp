@@ -22,6 +22,7 @@ OopType newSize(Memory& memory, OopType receiver, const OopType* args) {
     return newInstance(memory, receiver);
   }
   const std::int64_t count = integerArgument(memory, args[0], 0, std::int64_t{largestObjectBytes});
+  memory.meter.chargeCopy(static_cast<std::size_t>(count) * sizeof(OopType));
   return newInstance(memory, receiver, static_cast<std::size_t>(count) * unit);
 }
 

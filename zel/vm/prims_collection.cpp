@@ -159,14 +159,22 @@ OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
                   {receiver});
   }
   const std::size_t size = sizeForElements(memory, receiver, count);
+  memory.meter.chargeCopy(size);
   prepareWrite(memory, receiver);
   memory.resize(receiver, size);
   return receiver;
 }
 
+// Counts steps for the elements from the index on, unless they stay as they are.
+void chargeMove(Memory& memory, OopType oop, std::size_t index) {
+  if (index == 0) return;
+  memory.meter.chargeCopy((memory.at(oop).indexedSize() - index) * sizeof(OopType));
+}
+
 OopType removeAtIndex(Memory& memory, OopType receiver, const OopType* args) {
   const std::size_t index =
       checkedIndex(memory, receiver, args[0], memory.at(receiver).indexedSize());
+  chargeMove(memory, receiver, index);
   prepareWrite(memory, receiver);
   Object& object = memory.at(receiver);
   const OopType removed = object.indexed()[index];
@@ -189,6 +197,7 @@ OopType addBeforeIndex(Memory& memory, OopType receiver, const OopType* args) {
   const std::size_t count = memory.at(receiver).indexedSize();
   const std::size_t index = checkedIndex(memory, receiver, args[1], count + 1);
   if (index == 0) return addFirst(memory, receiver, args);
+  chargeMove(memory, receiver, index);
   prepareWrite(memory, receiver);
   Object& object = memory.resize(receiver, memory.at(receiver).size + 1);
   OopType* place = object.indexed() + index;
@@ -208,6 +217,7 @@ OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
     from = offsetOf(memory, receiver, from);
     end = offsetOf(memory, receiver, end);
   }
+  memory.meter.chargeCopy((end - from) * sizeof(OopType));
   const OopType classOop = isSymbol(memory, receiver) ? StringClassOop : classOf(memory, receiver);
   const OopType oop = newInstance(memory, classOop, end - from);
   Object& part = memory.at(oop);
@@ -232,6 +242,7 @@ std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
   }
   const std::size_t step = inheritsFrom(memory, object.classOop, DictionaryClass) ? 2 : 1;
   const std::size_t count = object.indexedSize();
+  memory.meter.chargeRead(count);
   elements.reserve(count / step);
   for (std::size_t i = step - 1; i < count; i += step) elements.push_back(elementAt(object, i));
   return elements;
@@ -243,6 +254,7 @@ OopType joined(Memory& memory, OopType receiver, const OopType* args) {
   const std::vector<OopType> added = elementsOf(memory, args[0]);
   const Object& left = memory.at(receiver);
   const std::size_t count = left.indexedSize();
+  memory.meter.chargeCopy((count + added.size()) * sizeof(OopType));
   const OopType oop = newInstance(memory, left.classOop, count + added.size());
   Object& both = memory.at(oop);
   if (!left.holdsBytes()) {
@@ -421,6 +433,7 @@ OopType putKnown(Memory& memory, OopType receiver, const OopType* args) {
 OopType dictionaryKeys(Memory& memory, OopType receiver, const OopType*) {
   const Object& object = memory.at(receiver);
   std::vector<OopType> keys;
+  memory.meter.chargeRead(object.indexedSize());
   keys.reserve(object.indexedSize() / 2);
   for (std::uint32_t i = 0; i + 1 < object.indexedSize(); i += 2) {
     keys.push_back(object.indexed()[i]);

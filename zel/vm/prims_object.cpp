@@ -105,6 +105,7 @@ OopType respondsTo(Memory& memory, OopType receiver, const OopType* args) {
 OopType copy(Memory& memory, OopType receiver, const OopType*) {
   if (!copiesAreChangeable(memory, receiver)) return receiver;
   const Object* object = memory.find(receiver);
+  memory.meter.chargeCopy(object->size * (object->holdsBytes() ? 1 : sizeof(OopType)));
   const OopType oop = memory.allocate(object->classOop, object->impl, object->namedSize,
                                       object->indexedSize(), object->indexable);
   Object& twin = memory.at(oop);

@@ -20,14 +20,18 @@ namespace {
 
 // A new string of the receiver's kind from a part of it, or from what was made of it.
 OopType likeReceiver(Memory& memory, OopType receiver, std::string_view bytes) {
+  memory.meter.chargeCopy(bytes.size());
   return textOop(memory, {bytes, textOf(memory, receiver).doubleByte});
 }
 
-std::string inForm(const Text& text, bool doubleByte) {
+std::string inForm(Memory& memory, const Text& text, bool doubleByte) {
   std::string bytes;
+  memory.meter.chargeCopy(text.bytes.size());
   if (text.doubleByte == doubleByte) return bytes.assign(text.bytes);
   bytes.reserve(text.bytes.size());
-  for (Reader reader(text); !reader.atEnd();) append(bytes, reader.next(), doubleByte);
+  for (Reader reader(text, &memory.meter); !reader.atEnd();) {
+    append(bytes, reader.next(), doubleByte);
+  }
   return bytes;
 }
 
@@ -40,7 +44,7 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
     if (memory.at(receiver).width != Width::unknown) continueText(memory, receiver, both);
     return both;
   }
-  return doubleByteStringOop(memory, inForm(left, true) + inForm(right, true));
+  return doubleByteStringOop(memory, inForm(memory, left, true) + inForm(memory, right, true));
 }
 
 template <typename Comparison>
@@ -83,8 +87,8 @@ OopType reversed(Memory& memory, OopType receiver, const OopType*) {
 // Finds a text in others, in linear time, in whatever forms they are.
 class Search {
  public:
-  explicit Search(const Text& part) {
-    for (Reader reader(part); !reader.atEnd();) codes_.push_back(reader.next());
+  Search(const Text& part, Meter& meter) : meter_(meter) {
+    for (Reader reader(part, &meter); !reader.atEnd();) codes_.push_back(reader.next());
     // In single-byte texts these stand for themselves.
     if (std::all_of(codes_.begin(), codes_.end(),
                     [](std::uint32_t code) { return code > 0 && code < 0x80; })) {
@@ -122,6 +126,9 @@ class Search {
     const char* from = text.bytes.data() + reader.offset;
     const void* found =
         memmem(from, text.bytes.size() - reader.offset, ascii_.data(), ascii_.size());
+    const auto end = found != nullptr ? static_cast<const char*>(found)
+                                      : from + text.bytes.size() - reader.offset;
+    meter_.chargeCopy(static_cast<std::size_t>(end - from));
     reader.offset = text.bytes.size();
     if (found == nullptr) return std::string_view::npos;
     const auto begin =
@@ -130,6 +137,7 @@ class Search {
     return begin;
   }
 
+  Meter& meter_;
   std::vector<std::uint32_t> codes_;
   std::string ascii_;
   std::vector<std::size_t> fallbacks_;   // how much of the part its own end repeats, at each place
@@ -141,7 +149,7 @@ OopType indexOfString(Memory& memory, OopType receiver, const OopType* args) {
   const Text part = textArgument(memory, args[0]);
   if (part.bytes.empty()) return smallIntOop(1);
   Reader reader(text, &memory.meter);
-  const std::size_t begin = Search(part).find(text, reader);
+  const std::size_t begin = Search(part, memory.meter).find(text, reader);
   if (begin == std::string_view::npos) return smallIntOop(0);
   Reader before({text.bytes.substr(0, begin), text.doubleByte}, &memory.meter);
   while (!before.atEnd()) before.next();
@@ -179,7 +187,7 @@ OopType trimmed(Memory& memory, OopType receiver, const OopType*) {
 
 OopType subStrings(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<std::uint32_t> separators;
-  for (Reader reader(textArgument(memory, args[0])); !reader.atEnd();) {
+  for (Reader reader(textArgument(memory, args[0]), &memory.meter); !reader.atEnd();) {
     separators.push_back(reader.next());
   }
   std::sort(separators.begin(), separators.end());
@@ -195,12 +203,12 @@ OopType subStrings(Memory& memory, OopType receiver, const OopType* args) {
 OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
   const Text text = textOf(memory, receiver);
   const Text from = textArgument(memory, args[0]);
-  const std::string to = inForm(textArgument(memory, args[1]), text.doubleByte);
+  const std::string to = inForm(memory, textArgument(memory, args[1]), text.doubleByte);
   if (from.bytes.empty()) {
     throw Failure(ErrBadArgumentKind, "the text to replace is empty", {args[0]});
   }
   std::string result;
-  Search search(from);
+  Search search(from, memory.meter);
   Reader reader(text, &memory.meter);
   std::size_t at = 0;
   for (std::size_t begin = 0; (begin = search.find(text, reader)) != std::string_view::npos;) {
@@ -214,15 +222,15 @@ OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
 }
 
 OopType asSymbol(Memory& memory, OopType receiver, const OopType*) {
-  return symbolOop(memory, utf8(textOf(memory, receiver)));
+  return symbolOop(memory, utf8Argument(memory, receiver));
 }
 OopType asString(Memory& memory, OopType receiver, const OopType*) {
   if (classOf(memory, receiver) == StringClassOop) return receiver;
-  return stringOop(memory, utf8(textOf(memory, receiver)));
+  return stringOop(memory, utf8Argument(memory, receiver));
 }
 OopType asDoubleByteString(Memory& memory, OopType receiver, const OopType*) {
   if (isDoubleByteString(memory, receiver)) return receiver;
-  return doubleByteStringOop(memory, inForm(textOf(memory, receiver), true));
+  return doubleByteStringOop(memory, inForm(memory, textOf(memory, receiver), true));
 }
 
 OopType byteSize(Memory& memory, OopType receiver, const OopType*) {
@@ -246,6 +254,7 @@ OopType asByteArray(Memory& memory, OopType receiver, const OopType*) {
   return array;
 }
 OopType byteArrayAsString(Memory& memory, OopType receiver, const OopType*) {
+  memory.meter.chargeCopy(memory.at(receiver).size);
   return stringOop(memory, bytesOf(memory, receiver));
 }
 
@@ -256,7 +265,7 @@ OopType largeNumber(Memory& memory, const Lexer& lexer) {
 }
 
 OopType asNumber(Memory& memory, OopType receiver, const OopType*) {
-  const std::string text = utf8(textOf(memory, receiver));
+  const std::string text = utf8Argument(memory, receiver);
   try {
     Lexer lexer(text);
     const OopType number = lexer.token == Token::integer    ? integerOop(memory, lexer.integerValue)

@@ -88,7 +88,7 @@ class Printer {
     } else if (isSymbol(memory_, oop)) {
       printSymbol(bytesOf(memory_, oop));
     } else if (isText(memory_, oop)) {
-      const std::string characters = utf8(textOf(memory_, oop));
+      const std::string characters = utf8Argument(memory_, oop);
       text += display_ ? characters : quoted(characters);
     } else if (inheritsFrom(memory_, classOop, DateTimeClassOop)) {
       text += printDateTime(dateTimeValue(memory_, oop));
@@ -154,6 +154,7 @@ class Printer {
         text += " ...";
         break;
       }
+      memory_.meter.charge(1);
       text += ' ';
       if (object.holdsBytes()) {
         text += std::to_string(object.bytes[i]);
