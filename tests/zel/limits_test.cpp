@@ -185,10 +185,10 @@ TEST_F(Limits, RepeatedLongPrimitivesCountTheirBytes) {
                                  "[nil perform: s] on: Error do: [:e | 0]",
                                  "System collectGarbage",
                                  "s at: 1 put: $a. System commit"}) {
-    database().memory.meter.limit = 100'000;
+    database().memory.meter.limit = 20'000;
     EXPECT_EQ(2522, errorOf("n := 0. [" + turn + ". n := n + 1] repeat")) << turn;
     database().memory.meter.limit = 0;
-    EXPECT_EQ("true", show("n between: 0 and: 150")) << turn << " " << show("n");
+    EXPECT_EQ("true", show("n between: 0 and: 30")) << turn << " " << show("n");
   }
 }
 

@@ -10,6 +10,7 @@
 // so forth to the target. Frames are named by their depth: whoever names one lies above it.
 #include <algorithm>
 
+#include "lang/compiler.h"
 #include "machine.h"
 #include "objmem/classes.h"
 #include "objmem/values.h"
@@ -42,10 +43,9 @@ void requireBlock(const Memory& memory, OopType oop, std::uint32_t mostParameter
   if (classOf(memory, oop) != BlockClass) wrongKind(memory, "a block", oop);
   const std::uint32_t takes = blockArguments(memory, oop);
   if (takes <= mostParameters) return;
-  throw Failure(ErrBadMessageParts,
-                "the block takes " + std::to_string(takes) + " arguments, not " +
-                    std::to_string(mostParameters),
-                {oop});
+  throw Failure(
+      ErrBadMessageParts,
+      "the block takes " + argumentsText(takes) + ", not " + std::to_string(mostParameters), {oop});
 }
 
 }  // namespace
