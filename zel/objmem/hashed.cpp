@@ -108,6 +108,15 @@ std::uint32_t mix(std::uint64_t value) {
   return static_cast<std::uint32_t>(value >> 32) >> (32 - hashBits);
 }
 
+// As far from linear as a sum of them needs, in which else 1 and 4 are what 2 and 3 are.
+std::uint32_t scatter(std::uint64_t value) {
+  for (int round = 0; round < 2; ++round) {
+    value ^= value >> 32;
+    value *= 0xD6E8FEB86659FD93ULL;
+  }
+  return static_cast<std::uint32_t>(value >> 32);
+}
+
 // Computes the hash of a value, up to a depth and a number of elements. Elements whose classes have
 // a hash of their own are given it from `answers`, in the order in which they are met; those beyond
 // are noted.
@@ -318,6 +327,32 @@ void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint
   index.hashes[index.allKnownBelow] = hash;
   --index.unknown;
   insertNumber(index, hash, index.allKnownBelow);
+}
+
+OopType hashOfKey(Memory& memory, OopType oop, Stride stride, std::size_t number) {
+  const std::uint32_t hash = indexOf(memory, oop, stride).hashes[number];
+  return hash == unknownHash ? NilOop : smallIntOop(static_cast<std::int32_t>(hash));
+}
+
+OopType hashOfEntries(Memory& memory, OopType oop, Stride stride,
+                      std::span<const OopType> valueHashes) {
+  const HashIndex& index = indexOf(memory, oop, stride);
+  if (index.unknown != 0) return NilOop;
+  const Object& object = memory.at(oop);
+  const std::size_t count = index.hashes.size();
+  std::uint32_t sum = mix(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    memory.meter.charge(1);
+    std::uint64_t entry = index.hashes[i];
+    if (stride == dictionaryStride) {
+      const std::uint32_t ofValue =
+          valueHashes.empty() ? hashToFind(memory, object.indexed()[i * stride + 1], false)
+                              : givenHash(memory, valueHashes[i]);
+      entry = entry << hashBits | (ofValue == unknownHash ? 0 : ofValue);
+    }
+    sum += scatter(entry + 1);
+  }
+  return smallIntOop(static_cast<std::int32_t>(sum % (1U << hashBits)));
 }
 
 KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash,

@@ -51,6 +51,14 @@ KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, 
 // it answered, and passes over a key that is not the one to be noted.
 OopType unknownKey(Memory& memory, OopType oop, Stride stride);
 void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash);
+// The hash of the key with the number (from 0), nil while that is unknown.
+OopType hashOfKey(Memory& memory, OopType oop, Stride stride, std::size_t number);
+// A hash that collections of equal keys and values share, in whatever order they have them: the
+// keys' hashes are those that they were found to have, a dictionary's values' are given in the
+// order of the slots, or where there are none are what no method of the program has a say in. nil
+// while there are keys of unknown hash.
+OopType hashOfEntries(Memory& memory, OopType oop, Stride stride,
+                      std::span<const OopType> valueHashes);
 
 // What was found. The caller of those that change something has prepared the object for writing.
 OopType foundKey(const Memory& memory, OopType oop, Stride stride, const KeyPlace& place);

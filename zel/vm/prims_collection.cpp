@@ -375,6 +375,49 @@ OopType noteKeyHash(Memory& memory, OopType receiver, const OopType* args) {
   return receiver;
 }
 
+// The receiver's hash; nil while some keys have an unknown one. The argument are the hashes of a
+// dictionary's values, or none.
+template <Stride stride>
+OopType entriesHash(Memory& memory, OopType receiver, const OopType* args) {
+  const std::span<const OopType> hashes = elementsArgument(memory, args[0]);
+  if (!hashes.empty() && hashes.size() != memory.at(receiver).indexedSize() / stride) return NilOop;
+  for (const OopType each : hashes) hashArgument(memory, each);
+  return hashOfEntries(memory, receiver, stride, hashes);
+}
+
+// What programs' methods have to say when this collection is compared with another of its class and
+// size: nil when the two differ whatever they say, else an array of two, of values to be compared,
+// two by two, and of keys to be looked up, each with its hash, or nil, and its value.
+template <Stride stride>
+OopType leftToCompare(Memory& memory, OopType receiver, const OopType* args) {
+  constexpr bool hasValues = stride == dictionaryStride;
+  if (!isKindOf(memory, args[0], hasValues ? DictionaryClass : SetClass)) {
+    wrongKind(memory, hasValues ? "a dictionary" : "a set", args[0]);
+  }
+  std::vector<OopType> values;
+  std::vector<OopType> keys;
+  const std::size_t count = memory.at(receiver).indexedSize() / stride;
+  for (std::size_t i = 0; i < count; ++i) {
+    memory.meter.charge(1);
+    const OopType* entry = memory.at(receiver).indexed() + i * stride;
+    const OopType value = hasValues ? entry[1] : NilOop;
+    const KeyPlace place = findKey(memory, args[0], entry[0], stride);
+    if (place.kind == KeyPlace::absent) return NilOop;
+    if (place.kind == KeyPlace::undecided) {
+      keys.insert(keys.end(), {entry[0], hashOfKey(memory, receiver, stride, i), value});
+    } else if (hasValues) {
+      const OopType other = valueAt(memory, args[0], place);
+      if ((classTraits(memory, value) & AsksEquality) == 0) {
+        if (!compareOops(memory, value, other, values)) return NilOop;
+      } else if (value != other) {
+        values.insert(values.end(), {value, other});
+      }
+    }
+  }
+  const OopType toCompare = arrayOop(memory, values);
+  return arrayOop(memory, {toCompare, arrayOop(memory, keys)});
+}
+
 // The keys that may equal this one; nil while some have an unknown hash.
 template <Stride stride>
 OopType candidates(Memory& memory, OopType receiver, const OopType* args) {
@@ -475,6 +518,8 @@ constexpr Primitive setMessages[] = {
     {"keyOfUnknownHash", keyOfUnknownHash<setStride>},
     {"note:hash:", noteKeyHash<setStride>},
     {"candidates:hash:", candidates<setStride>},
+    {"hashOfEntries:", entriesHash<setStride>},
+    {"leftToCompareWith:", leftToCompare<setStride>},
     {"entryOf:hash:", entryOfKnown<setStride>},
     {"removeEntryOf:hash:", removeKnown<setStride>},
     {"put:hash:candidates:", putKnown<setStride>},
@@ -490,6 +535,8 @@ constexpr Primitive dictionaryMessages[] = {
     {"keyOfUnknownHash", keyOfUnknownHash<dictionaryStride>},
     {"note:hash:", noteKeyHash<dictionaryStride>},
     {"candidates:hash:", candidates<dictionaryStride>},
+    {"hashOfEntries:", entriesHash<dictionaryStride>},
+    {"leftToCompareWith:", leftToCompare<dictionaryStride>},
     {"entryOf:hash:", entryOfKnown<dictionaryStride>},
     {"removeEntryOf:hash:", removeKnown<dictionaryStride>},
     {"put:hash:candidates:value:", putKnown<dictionaryStride>},
