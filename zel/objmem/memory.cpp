@@ -52,9 +52,10 @@ void clear(Object& object, std::size_t first) {
   }
 }
 
-[[noreturn]] void tooLarge() {
-  throw Failure(ErrNoMemory,
-                "an object may have at most " + std::to_string(largestObjectBytes) + " bytes");
+[[noreturn]] void tooLarge(Impl impl) {
+  const std::string most = impl == Impl::bytes ? std::to_string(largestObjectBytes) + " bytes"
+                                               : std::to_string(largestObjectSlots) + " slots";
+  throw Failure(ErrNoMemory, "an object may have at most " + most);
 }
 
 std::size_t extraBytes(const Extra& extra) {
@@ -132,9 +133,9 @@ inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size
 
 OopType Memory::allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
                          bool indexable) {
-  if (named > UINT16_MAX || indexed > largestObjectBytes) tooLarge();
+  if (named > UINT16_MAX || indexed > largestObjectBytes) tooLarge(impl);
   const std::size_t bytes = (named + indexed) * (impl == Impl::bytes ? 1 : sizeof(OopType));
-  if (bytes > largestObjectBytes) tooLarge();
+  if (bytes > largestObjectBytes) tooLarge(impl);
   reserve(bytes + objectOverhead);
   const std::uint32_t index = freeIndex();
   Object* object = place(newBlock(bytes), classOop, impl, named, named + indexed, indexable);
@@ -158,7 +159,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text) {
   constexpr std::size_t least = 512;  // below, a copy costs less than the sharing
   const Object& first = at(left);
   const std::size_t size = first.size + text.size();
-  if (size > largestObjectBytes) tooLarge();
+  if (size > largestObjectBytes) tooLarge(Impl::bytes);
   if (size < least) {
     const OopType oop = allocate(StringClassOop, Impl::bytes, 0, size, true);
     std::copy_n(first.bytes, first.size, at(oop).bytes);
@@ -273,7 +274,7 @@ void Memory::releaseShare(Object& object) {
 Object& Memory::resize(OopType oop, std::size_t size) {
   unshare(oop);
   Object* object = &at(oop);
-  if (size > largestObjectBytes / unitOf(*object)) tooLarge();
+  if (size > largestObjectBytes / unitOf(*object)) tooLarge(object->impl);
   if (size > object->capacity) object = &enlarge(oop, size);
   const std::uint32_t before = object->size;
   object->size = static_cast<std::uint32_t>(size);
@@ -284,7 +285,7 @@ Object& Memory::resize(OopType oop, std::size_t size) {
 
 Object& Memory::insertFirst(OopType oop) {
   Object* object = &at(oop);
-  if (object->size + 1U > largestObjectBytes / sizeof(OopType)) tooLarge();
+  if (object->size + 1U > largestObjectSlots) tooLarge(object->impl);
   if (gapBytes(*object) == 0)
     object = &moveBody(oop, object->size / 2 + leastCapacity, object->size);
   --object->slots;

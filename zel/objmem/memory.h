@@ -21,6 +21,7 @@ namespace zel {
 struct Client;
 
 constexpr std::size_t largestObjectBytes = 64U << 20;
+constexpr std::size_t largestObjectSlots = largestObjectBytes / sizeof(OopType);
 constexpr std::size_t defaultMemoryLimit = 256U << 20;
 
 // Whose needs an allocation serves. The last part of the memory is kept back, so that a full one

@@ -48,6 +48,15 @@ std::span<const OopType> elementsArgument(const Memory& memory, OopType oop) {
   return {object->indexed(), object->indexedSize()};
 }
 
+std::size_t countArgument(const Memory& memory, OopType oop, Impl impl) {
+  std::int64_t count = 0;
+  if (!toInt64(memory, oop, count) || count < 0 || count > std::int64_t{largestObjectBytes}) {
+    const std::size_t most = impl == Impl::bytes ? largestObjectBytes : largestObjectSlots;
+    integerArgument(memory, oop, 0, static_cast<std::int64_t>(most));
+  }
+  return static_cast<std::size_t>(count);  // the allocation says what is still too many
+}
+
 void storeNamed(Memory& memory, OopType oop, std::size_t index, OopType value) {
   prepareWrite(memory, oop);
   memory.at(oop).slots[index] = value;

@@ -66,6 +66,9 @@ OopType directly(Machine& machine, OopType receiver, const OopType* args) {
 // The elements of an argument that must be a collection of objects.
 std::span<const OopType> elementsArgument(const Memory& memory, OopType oop);
 
+// An argument that must be a number of elements for an object of that kind.
+std::size_t countArgument(const Memory& memory, OopType oop, Impl impl);
+
 // Stores a value into a named slot (from 0) of an object, as every change goes: checked, noted.
 void storeNamed(Memory& memory, OopType oop, std::size_t index, OopType value);
 

@@ -21,9 +21,10 @@ OopType newSize(Memory& memory, OopType receiver, const OopType* args) {
     integerArgument(memory, args[0], 0, smallIntMax);  // a hint of the size to come
     return newInstance(memory, receiver);
   }
-  const std::int64_t count = integerArgument(memory, args[0], 0, std::int64_t{largestObjectBytes});
-  memory.meter.chargeCopy(static_cast<std::size_t>(count) * sizeof(OopType));
-  return newInstance(memory, receiver, static_cast<std::size_t>(count) * unit);
+  const auto impl = static_cast<Impl>(formatOf(memory, receiver) & FormatImpl);
+  const std::size_t count = countArgument(memory, args[0], impl);
+  memory.meter.chargeCopy(count * sizeof(OopType));
+  return newInstance(memory, receiver, count * unit);
 }
 
 template <ClassSlot slot>

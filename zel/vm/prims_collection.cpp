@@ -152,8 +152,7 @@ std::size_t sizeForElements(Memory& memory, OopType oop, std::size_t count) {
 }
 
 OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
-  const auto count = static_cast<std::size_t>(
-      integerArgument(memory, args[0], 0, std::int64_t{largestObjectBytes}));
+  const std::size_t count = countArgument(memory, args[0], memory.at(receiver).impl);
   if (!memory.at(receiver).indexable) {
     throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " has no indexed part",
                   {receiver});

@@ -160,9 +160,10 @@ OopType floorQuotient(Memory& memory, OopType receiver, const OopType* args) {
     return divideIntegers<floored, &Division::quotient>(memory, receiver, args[0],
                                                         IntegerOperation::floorQuotient);
   }
-  const double quotient = floatDivision(memory, receiver, args[0]).quotient;
   const double a = numberValue(memory, receiver);
   const double b = numberValue(memory, args[0]);
+  if (std::isinf(a) && b != 0) return integerFrom(memory, a, receiver);
+  const double quotient = floatDivision(memory, receiver, args[0]).quotient;
   if (std::abs(quotient) < exactQuotients || !std::isfinite(a) || !std::isfinite(b)) {
     return integerFrom(memory, quotient, receiver);
   }

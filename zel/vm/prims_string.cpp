@@ -267,7 +267,8 @@ OopType largeNumber(Memory& memory, const Lexer& lexer) {
 OopType asNumber(Memory& memory, OopType receiver, const OopType*) {
   const std::string text = utf8Argument(memory, receiver);
   try {
-    Lexer lexer(text);
+    const bool hasComment = text.find('"') != std::string::npos;
+    Lexer lexer(hasComment ? std::string_view() : text);
     const OopType number = lexer.token == Token::integer    ? integerOop(memory, lexer.integerValue)
                            : lexer.token == Token::floating ? floatOop(memory, lexer.floatValue)
                            : lexer.token == Token::largeInteger ? largeNumber(memory, lexer)
