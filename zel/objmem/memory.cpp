@@ -155,13 +155,13 @@ OopType Memory::allocateNumber(OopType classOop, std::uint64_t bits) {
   return fixedOop(index);
 }
 
-OopType Memory::allocateJoined(OopType left, std::string_view text) {
+OopType Memory::allocateJoined(OopType left, std::string_view text, OopType classOop) {
   constexpr std::size_t least = 512;  // below, a copy costs less than the sharing
   const Object& first = at(left);
   const std::size_t size = first.size + text.size();
   if (size > largestObjectBytes) tooLarge(Impl::bytes);
   if (size < least) {
-    const OopType oop = allocate(StringClassOop, Impl::bytes, 0, size, true);
+    const OopType oop = allocate(classOop, Impl::bytes, 0, size, true);
     std::copy_n(first.bytes, first.size, at(oop).bytes);
     std::copy_n(text.data(), text.size(), at(oop).bytes + first.size);
     return oop;
@@ -185,7 +185,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text) {
     std::copy_n(first.bytes, first.size, reinterpret_cast<ByteType*>(bytes + 1));
     used_ += added;
   }
-  Object* object = place(block, StringClassOop, Impl::bytes, 0, 0, true);
+  Object* object = place(block, classOop, Impl::bytes, 0, 0, true);
   object->bytes = reinterpret_cast<ByteType*>(bytes + 1);
   object->shared = true;
   std::copy_n(text.data(), text.size(), object->bytes + first.size);

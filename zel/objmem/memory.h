@@ -61,9 +61,9 @@ class Memory {
                    bool indexable);
   // Creates a number: a fixed-size object of 8 bytes.
   OopType allocateNumber(OopType classOop, std::uint64_t bits);
-  // Creates a string of the bytes of the one followed by the text; appending again and again takes
-  // linear time.
-  OopType allocateJoined(OopType left, std::string_view text);
+  // Creates a String, or whatever class of strings is named, of the bytes of the one followed by
+  // the text in the same form; appending again and again takes linear time.
+  OopType allocateJoined(OopType left, std::string_view text, OopType classOop);
   // Creates the object with the fixed oop `oop`, which must be free.
   Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
                         bool indexable);

@@ -105,6 +105,13 @@ bool arePlain(std::string_view bytes, bool doubleByte) {
   return true;
 }
 
+// The surrogate of three bytes that begins there; 0 where there is none.
+std::uint32_t surrogateAt(std::string_view bytes, std::size_t at) {
+  if (at > bytes.size() || bytes.size() - at < 3 || byteAt(bytes, at) != 0xED) return 0;
+  const std::uint32_t code = sequenceAt(bytes, at).code;
+  return isSurrogate(code) ? code : 0;
+}
+
 // The last place up to the offset at which a character begins whatever comes before it.
 std::size_t beginningBefore(const Text& text, std::size_t at) {
   if (!text.doubleByte) {
@@ -211,6 +218,27 @@ Character decodeWide(const Text& text, std::size_t at) {
 void append(std::string& bytes, std::uint32_t code, bool doubleByte) {
   const Encoded encoded(code, doubleByte);
   bytes.append(encoded.bytes, encoded.length);
+}
+
+bool meetAsPair(std::string_view left, std::string_view right) {
+  return left.size() >= 3 && isHighSurrogate(surrogateAt(left, left.size() - 3)) &&
+         isLowSurrogate(surrogateAt(right, 0));
+}
+
+std::string withPairsJoined(std::string bytes) {
+  std::string joined;
+  std::size_t copied = 0;
+  for (std::size_t at = 0; (at = bytes.find('\xED', at)) != std::string::npos; ++at) {
+    const std::uint32_t high = surrogateAt(bytes, at);
+    const std::uint32_t low = surrogateAt(bytes, at + 3);
+    if (!isHighSurrogate(high) || !isLowSurrogate(low)) continue;
+    joined.append(bytes, copied, at - copied);
+    append(joined, joinedPair(high, low), false);
+    copied = at + 6;
+    at += 5;
+  }
+  if (copied == 0) return bytes;
+  return joined.append(bytes, copied);
 }
 
 bool isAscii(std::string_view bytes) {
@@ -326,8 +354,21 @@ std::size_t offsetOf(Memory& memory, OopType string, std::size_t index) {
 
 void replaceCharacter(Memory& memory, OopType string, std::size_t offset, std::uint32_t code) {
   const Text text = textOf(memory, string);
+  std::size_t replaced = decode(text, offset).length;
+  const bool isHalf = isSurrogate(code);
+  if (!text.doubleByte && isHalf) {
+    const std::uint32_t next = surrogateAt(text.bytes, offset + replaced);
+    const std::uint32_t former = offset >= 3 ? surrogateAt(text.bytes, offset - 3) : 0;
+    if (isHighSurrogate(code) && isLowSurrogate(next)) {
+      code = joinedPair(code, next);
+      replaced += 3;
+    } else if (isLowSurrogate(code) && isHighSurrogate(former)) {
+      code = joinedPair(former, code);
+      offset -= 3;
+      replaced += 3;
+    }
+  }
   const Encoded encoded(code, text.doubleByte);
-  const std::size_t replaced = decode(text, offset).length;
   const std::size_t size = memory.at(string).size;
   const std::size_t tail = size - offset - replaced;
   const Width before = memory.at(string).width;
@@ -348,12 +389,20 @@ void replaceCharacter(Memory& memory, OopType string, std::size_t offset, std::u
   setWidth(memory, string, plain ? Width::uniform : Width::mixed);
   TextIndex* index = indexIn(object);
   if (plain || index == nullptr) return;
-  if (encoded.length != replaced || isSurrogate(code)) forgetFrom(*index, offset);
-  if (isSurrogate(code)) index->characters = TextIndex::notCounted;
+  if (encoded.length != replaced || isHalf) forgetFrom(*index, offset);
+  if (isHalf) index->characters = TextIndex::notCounted;
 }
 
 void appendCharacter(Memory& memory, OopType string, std::uint32_t code) {
   const Text text = textOf(memory, string);
+  if (!text.doubleByte && isLowSurrogate(code) && text.bytes.size() >= 3 &&
+      isHighSurrogate(surrogateAt(text.bytes, text.bytes.size() - 3))) {
+    replaceCharacter(memory, string, text.bytes.size() - 3,
+                     joinedPair(surrogateAt(text.bytes, text.bytes.size() - 3), code));
+    TextIndex* index = indexIn(memory.at(string));
+    if (index != nullptr) index->characters = TextIndex::notCounted;
+    return;
+  }
   const Encoded encoded(code, text.doubleByte);
   const std::size_t size = text.bytes.size();
   const Width before = memory.at(string).width;
@@ -372,7 +421,8 @@ void appendCharacter(Memory& memory, OopType string, std::uint32_t code) {
 void continueText(Memory& memory, OopType string, OopType longer) {
   Object& first = memory.at(string);
   const std::size_t size = first.size;
-  if (first.width == Width::uniform && isAscii(memory.at(longer).text().substr(size))) {
+  if (first.width == Width::uniform &&
+      arePlain(memory.at(longer).text().substr(size), textOf(memory, string).doubleByte)) {
     memory.at(longer).width = Width::uniform;
   } else if (first.width == Width::mixed && indexIn(first) != nullptr) {
     std::unique_ptr<TextIndex>& index = memory.extraOf(longer).text;

@@ -65,6 +65,11 @@ class Reader {
   Meter* meter_;
 };
 
+// Single-byte texts that programs make hold a pair in four bytes. Whether one surrogate ends the
+// first and its partner begins the second; the bytes with all pairs so.
+bool meetAsPair(std::string_view left, std::string_view right);
+std::string withPairsJoined(std::string bytes);
+
 // Whether the object is a string of either kind, or a symbol.
 bool isText(const Memory& memory, OopType oop);
 // What such an object holds.

@@ -39,12 +39,20 @@ std::string inForm(Memory& memory, const Text& text, bool doubleByte) {
 OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   const Text left = textOf(memory, receiver);
   const Text right = textArgument(memory, args[0]);
-  if (!left.doubleByte && !right.doubleByte) {
-    const OopType both = memory.allocateJoined(receiver, right.bytes);
-    if (memory.at(receiver).width != Width::unknown) continueText(memory, receiver, both);
-    return both;
+  const bool wholeUnits = left.bytes.size() == memory.at(receiver).size;
+  if (left.doubleByte < right.doubleByte || !wholeUnits) {
+    return doubleByteStringOop(memory, inForm(memory, left, true) + inForm(memory, right, true));
   }
-  return doubleByteStringOop(memory, inForm(memory, left, true) + inForm(memory, right, true));
+  if (!left.doubleByte && meetAsPair(left.bytes, right.bytes)) {
+    return stringOop(memory, withPairsJoined(std::string(left.bytes) + std::string(right.bytes)));
+  }
+  std::string converted;
+  if (left.doubleByte != right.doubleByte) converted = inForm(memory, right, true);
+  const std::string_view added = left.doubleByte != right.doubleByte ? converted : right.bytes;
+  const OopType both = memory.allocateJoined(
+      receiver, added, left.doubleByte ? DoubleByteStringClassOop : StringClassOop);
+  if (memory.at(receiver).width != Width::unknown) continueText(memory, receiver, both);
+  return both;
 }
 
 template <typename Comparison>
@@ -81,6 +89,7 @@ OopType reversed(Memory& memory, OopType receiver, const OopType*) {
     reader.next();
     text.bytes.copy(bytes.data() + bytes.size() - reader.offset, reader.offset - begin, begin);
   }
+  if (!text.doubleByte) bytes = withPairsJoined(std::move(bytes));
   return likeReceiver(memory, receiver, bytes);
 }
 
@@ -218,6 +227,7 @@ OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
     if (result.size() > largestObjectBytes) throw Failure(ErrNoMemory, "the result is too large");
   }
   result.append(text.bytes.substr(at));
+  if (!text.doubleByte) result = withPairsJoined(std::move(result));
   return likeReceiver(memory, receiver, result);
 }
 
