@@ -47,11 +47,11 @@ class Python {
     from_ = fdopen(up[0], "r");
   }
   double seconds(const char* name, int calls) {
-    double taken = 0;
     std::fprintf(to_, "%s %d\n", name, calls);
     std::fflush(to_);
-    if (std::fscanf(from_, "%lf", &taken) != 1) fail("python3 does not answer");
-    return taken;
+    char line[64];
+    if (std::fgets(line, sizeof line, from_) == nullptr) fail("python3 does not answer");
+    return std::strtod(line, nullptr);
   }
 
  private:
