@@ -65,47 +65,42 @@ double secondsOf(const std::string& text, int calls) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-void beside(benchmark::State& state, const char* name, const std::string& text, double turns,
-            double bound) {
+// Work of ours and, under the name, of python3's.
+struct Work {
+  const char* name;
+  const char* python;
+  const char* text;
+  double turns;
+  double bound;
+  int iterations = 51;
+};
+constexpr Work works[] = {
+    {"BM_Sends", "sends", "| o | o := Thing new. 1 to: 100000 do: [:i | o itself]", 1e5, 1.0},
+    {"BM_Additions", "additions", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1]. n", 1e5, 1.0},
+    {"BM_LargeSums", "sums", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1000000000]. n", 1e5,
+     0},
+    {"BM_BlockCalls", "blocks", "| b | b := [:x | x]. 1 to: 100000 do: [:i | b value: i]", 1e5,
+     1.0},
+    {"BM_Fib20", "fib20", "Thing new fib: 20", 21891, 1.0},
+    {"BM_Fib27", "fib27", "Thing new fib: 27", 832040, 1.0, 7},
+    {"BM_Floats", "floats", "| x | x := 0.5. 1 to: 100000 do: [:i | x := x * 1.0001 + 0.25]. x",
+     1e5, 1.5},
+    {"BM_AtPut", "stores",
+     "| a | a := Array new: 1000. 1 to: 100000 do: [:i | a at: i \\\\ 1000 + 1 put: i]", 1e5, 1.5},
+    {"BM_SortByBlock", "sort",
+     "| a s | s := 42. a := Array new: 300000. 1 to: 300000 do: [:i | "
+     "s := s * 1309 + 13849 \\\\ 65536. a at: i put: s]. a sort: [:x :y | x <= y]",
+     3e5, 2.0, 3},
+};
+
+void beside(benchmark::State& state, const Work& work) {
   static Python python;
   compareTimed(
-      state, [&](int calls) { return secondsOf(text, calls); },
-      [&](int calls) { return python.seconds(name, calls); }, {.units = turns, .bound = bound});
+      state, [&](int calls) { return secondsOf(work.text, calls); },
+      [&](int calls) { return python.seconds(work.python, calls); },
+      {.units = work.turns, .bound = work.bound});
 }
 
-void BM_Sends(benchmark::State& state) {
-  beside(state, "sends", "| o | o := Thing new. 1 to: 100000 do: [:i | o itself]", 1e5, 1.0);
-}
-void BM_Additions(benchmark::State& state) {
-  beside(state, "additions", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1]. n", 1e5, 1.0);
-}
-void BM_LargeSums(benchmark::State& state) {
-  beside(state, "sums", "| n | n := 0. 1 to: 100000 do: [:i | n := n + 1000000000]. n", 1e5, 0);
-}
-void BM_BlockCalls(benchmark::State& state) {
-  beside(state, "blocks", "| b | b := [:x | x]. 1 to: 100000 do: [:i | b value: i]", 1e5, 1.0);
-}
-void BM_Fib20(benchmark::State& state) {
-  beside(state, "fib20", "Thing new fib: 20", 21891, 1.0);
-}
-void BM_Fib27(benchmark::State& state) {
-  beside(state, "fib27", "Thing new fib: 27", 832040, 1.0);
-}
-void BM_Floats(benchmark::State& state) {
-  beside(state, "floats", "| x | x := 0.5. 1 to: 100000 do: [:i | x := x * 1.0001 + 0.25]. x", 1e5,
-         1.5);
-}
-void BM_AtPut(benchmark::State& state) {
-  beside(state, "stores",
-         "| a | a := Array new: 1000. 1 to: 100000 do: [:i | a at: i \\\\ 1000 + 1 put: i]", 1e5,
-         1.5);
-}
-void BM_SortByBlock(benchmark::State& state) {
-  beside(state, "sort",
-         "| a s | s := 42. a := Array new: 300000. 1 to: 300000 do: [:i | "
-         "s := s * 1309 + 13849 \\\\ 65536. a at: i put: s]. a sort: [:x :y | x <= y]",
-         3e5, 2.0);
-}
 // Ten times the text takes about ten times as long, not a hundred times.
 void BM_StringBuilding(benchmark::State& state) {
   const auto building = [](const char* turns) {
@@ -116,20 +111,16 @@ void BM_StringBuilding(benchmark::State& state) {
       [&](int calls) { return secondsOf(building("10000"), calls); },
       {.units = 1e5, .otherUnits = 1e4, .bound = 3.0});
 }
-BENCHMARK(BM_Sends)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_Additions)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_LargeSums)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_BlockCalls)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_Fib20)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_Fib27)->Iterations(7)->UseManualTime();
-BENCHMARK(BM_Floats)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_AtPut)->Iterations(51)->UseManualTime();
-BENCHMARK(BM_SortByBlock)->Iterations(3)->UseManualTime();
 BENCHMARK(BM_StringBuilding)->Iterations(11)->UseManualTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  for (const Work& work : works) {
+    benchmark::RegisterBenchmark(work.name, beside, work)
+        ->Iterations(work.iterations)
+        ->UseManualTime();
+  }
   benchmark::Initialize(&argc, argv);
   zel->ZelInit();
   zel->ZelLogin("SystemUser", "swordfish");

@@ -509,42 +509,40 @@ constexpr Primitive orderedCollectionMessages[] = {
     {"addFirst:", addFirst},
     {"add:beforeIndex:", addBeforeIndex},
 };
+// What the methods of hashed.zel ask of both.
+template <Stride stride>
+constexpr Primitive hashedMessages[] = {
+    {"size", hashedSize<stride>},
+    {"keyOfUnknownHash", keyOfUnknownHash<stride>},
+    {"note:hash:", noteKeyHash<stride>},
+    {"candidates:hash:", candidates<stride>},
+    {"hashOfEntries:", entriesHash<stride>},
+    {"leftToCompareWith:", leftToCompare<stride>},
+    {"entryOf:hash:", entryOfKnown<stride>},
+    {"removeEntryOf:hash:", removeKnown<stride>},
+};
 constexpr Primitive setMessages[] = {
-    {"size", hashedSize<setStride>},
     {"add:", directly<addElement, askingAdd>},
     {"includes:", directly<includesKey<setStride>, askingIncludes>},
     {"remove:ifAbsent:", directly<removeAtKey<setStride>, askingRemove, absentDo>},
-    {"keyOfUnknownHash", keyOfUnknownHash<setStride>},
-    {"note:hash:", noteKeyHash<setStride>},
-    {"candidates:hash:", candidates<setStride>},
-    {"hashOfEntries:", entriesHash<setStride>},
-    {"leftToCompareWith:", leftToCompare<setStride>},
-    {"entryOf:hash:", entryOfKnown<setStride>},
-    {"removeEntryOf:hash:", removeKnown<setStride>},
     {"put:hash:candidates:", putKnown<setStride>},
 };
 constexpr Primitive dictionaryMessages[] = {
-    {"size", hashedSize<dictionaryStride>},
     {"at:", directly<valueAtKey, askingAt, keyIsMissing>},
     {"at:ifAbsent:", directly<valueAtKey, askingAtIfAbsent, absentDo>},
     {"at:put:", directly<storeAtKey, askingAtPut>},
     {"includesKey:", directly<includesKey<dictionaryStride>, askingIncludes>},
     {"removeKey:ifAbsent:", directly<removeAtKey<dictionaryStride>, askingRemove, absentDo>},
     {"keys", dictionaryKeys},
-    {"keyOfUnknownHash", keyOfUnknownHash<dictionaryStride>},
-    {"note:hash:", noteKeyHash<dictionaryStride>},
-    {"candidates:hash:", candidates<dictionaryStride>},
-    {"hashOfEntries:", entriesHash<dictionaryStride>},
-    {"leftToCompareWith:", leftToCompare<dictionaryStride>},
-    {"entryOf:hash:", entryOfKnown<dictionaryStride>},
-    {"removeEntryOf:hash:", removeKnown<dictionaryStride>},
     {"put:hash:candidates:value:", putKnown<dictionaryStride>},
 };
 constexpr ClassPrimitives families[] = {
     {CollectionClass, collectionMessages},
     {SequenceClass, sequenceMessages},
     {OrderedCollectionClass, orderedCollectionMessages},
+    {SetClass, hashedMessages<setStride>},
     {SetClass, setMessages},
+    {DictionaryClass, hashedMessages<dictionaryStride>},
     {DictionaryClass, dictionaryMessages},
 };
 
