@@ -411,13 +411,20 @@ class Emitter {
     emitTurn(body, copied ? &counter : nullptr);
     emitPop();
     position_ = send.position;
+    emitStep(counter, step);
+    emit(OpCode::jumpBack, top);
+    land(toEnd);
+  }
+
+  void emitStep(const Variable& counter, std::int32_t step) {
+    if (!counter.captured && static_cast<std::int8_t>(step) == step) {
+      emit(OpCode::count, counter.place, static_cast<std::uint8_t>(step));
+    }
     load(counter);
     pushLiteral(smallIntOop(step));
     emitSend(OpCode::add, "+", 1);
     store(counter);
     emitPop();
-    emit(OpCode::jumpBack, top);
-    land(toEnd);
   }
 
   // The number of turns is on the stack and stays there as the value of the whole.

@@ -36,6 +36,7 @@ enum class OpCode : std::uint8_t {
   atLeast,
   equal,
   jump,          // a: target
+  count,         // a: place of a loop's counter, b: a signed step; see countedOps
   jumpBack,      // a: target; counts as a step
   jumpIfFalse,   // a; takes a Boolean
   jumpIfTrue,    // a; takes a Boolean
@@ -58,6 +59,10 @@ struct Op {
   std::uint16_t a;
 };
 static_assert(sizeof(Op) == 4);
+
+// A small integer that `count` can add its step to needs no more, and goes on behind the ops that
+// follow for every other counter: at a jumpBack.
+constexpr std::ptrdiff_t countedOps = 4;
 
 constexpr std::size_t mostOps = 65535;
 constexpr std::size_t mostLiterals = 65535;

@@ -105,27 +105,30 @@ void Memory::growTable() {
   cursor_ = static_cast<std::uint32_t>(entries);
 }
 
-inline void Memory::noBlock() {
-  ballast_.reset();
+void Memory::noRoom() {
   throw MemoryFull();
+}
+
+void Memory::noBlock() {
+  ballast_.reset();
+  noRoom();
 }
 
 // Makes an object whose body is still to be filled.
 inline Object* Memory::place(void* block, OopType classOop, Impl impl, std::size_t named,
-                             std::size_t size, bool indexable) {
-  auto* object = new (block) Object;
-  object->classOop = classOop;
-  object->bytes = startOfBody(*object);
-  object->size = object->capacity = static_cast<std::uint32_t>(size);
-  object->createdIn = current != nullptr ? current->transaction.serial : 0;
-  object->writer = 0;
-  object->exports = 0;
-  object->namedSize = static_cast<std::uint16_t>(named);
-  object->impl = impl;
-  object->indexable = indexable;
-  object->fixedSize = object->invariant = object->marked = object->shared = false;
-  object->width = Width::unknown;
-  object->extra = nullptr;
+                             std::size_t size, bool indexable, bool fixedSize, bool invariant) {
+  auto* object = new (block) Object{
+      .classOop = classOop,
+      .bytes = static_cast<ByteType*>(block) + sizeof(Object),
+      .size = static_cast<std::uint32_t>(size),
+      .capacity = static_cast<std::uint32_t>(size),
+      .createdIn = current != nullptr ? current->transaction.serial : 0,
+      .namedSize = static_cast<std::uint16_t>(named),
+      .impl = impl,
+      .indexable = indexable,
+      .fixedSize = fixedSize,
+      .invariant = invariant,
+  };
   used_ += objectOverhead + size * unitOf(*object);
   ++objects_;
   return object;
@@ -144,15 +147,22 @@ OopType Memory::allocate(OopType classOop, Impl impl, std::size_t named, std::si
   return fixedOop(index);
 }
 
-OopType Memory::allocateNumber(OopType classOop, std::uint64_t bits) {
+OopType Memory::tryNumber(OopType classOop, std::uint64_t bits) try {
   reserve(objectOverhead + sizeof bits);
   const std::uint32_t index = freeIndex();
-  Object* object = place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false);
+  Object* object = place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false, true,
+                         classOop == LargeIntegerClass);
   std::memcpy(object->bytes, &bits, sizeof bits);
-  object->fixedSize = true;
-  object->invariant = classOop == LargeIntegerClass;
   table_[index] = object;
   return fixedOop(index);
+} catch (const std::bad_alloc&) {
+  return 0;
+}
+
+OopType Memory::allocateNumber(OopType classOop, std::uint64_t bits) {
+  const OopType oop = tryNumber(classOop, bits);
+  if (oop == 0) noRoom();
+  return oop;
 }
 
 OopType Memory::allocateJoined(OopType left, std::string_view text, OopType classOop) {
@@ -373,28 +383,33 @@ std::size_t Memory::markReachable() {
   return bytes;
 }
 
+void Memory::releaseRest(Object& object) {
+  if (object.shared) releaseShare(object);
+  if (object.extra == nullptr) return;
+  used_ -= object.extra->accounted;
+  delete object.extra;
+}
+
+inline void Memory::release(Object* object) {
+  const std::size_t bytes = bodyBytes(*object);
+  used_ -= objectOverhead + bytes;
+  if (object->shared || object->extra != nullptr) releaseRest(*object);
+  blocks_.release(object, sizeof *object + bytes);
+}
+
 void Memory::sweep() {
+  std::size_t swept = 0;
   for (Object*& object : table_) {
     if (object == nullptr) continue;
     if (object->marked) {
       object->marked = false;
-    } else {
-      release(object);
-      object = nullptr;
-      --objects_;
+      continue;
     }
+    release(object);
+    object = nullptr;
+    ++swept;
   }
-}
-
-void Memory::release(Object* object) {
-  const std::size_t bytes = bodyBytes(*object);
-  used_ -= objectOverhead + bytes;
-  if (object->shared) releaseShare(*object);
-  if (object->extra != nullptr) {
-    used_ -= object->extra->accounted;
-    delete object->extra;
-  }
-  blocks_.release(object, sizeof *object + bytes);
+  objects_ -= swept;
 }
 
 void Memory::collect(bool pressed) {

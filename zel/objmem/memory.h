@@ -61,6 +61,8 @@ class Memory {
                    bool indexable);
   // Creates a number: a fixed-size object of 8 bytes.
   OopType allocateNumber(OopType classOop, std::uint64_t bits);
+  // The same, but answers 0 where that throws MemoryFull.
+  OopType tryNumber(OopType classOop, std::uint64_t bits);
   // Creates a String, or whatever class of strings is named, of the bytes of the one followed by
   // the text in the same form; appending again and again takes linear time.
   OopType allocateJoined(OopType left, std::string_view text, OopType classOop);
@@ -81,7 +83,7 @@ class Memory {
   void recount(OopType oop);
   // Throws MemoryFull unless there is room for so many more bytes.
   void reserve(std::size_t bytes) {
-    if (bytes > ceiling_ || used_ > ceiling_ - bytes) throw MemoryFull();
+    if (bytes > ceiling_ || used_ > ceiling_ - bytes) noRoom();
     if (used_ + bytes >= dueAt_) meter.hurry();
   }
   // Tells the memory that something beside the objects (a before-image) grew by `bytes`, which it
@@ -176,16 +178,17 @@ class Memory {
     if (block == nullptr) noBlock();
     return block;
   }
+  [[noreturn]] static void noRoom();
   [[noreturn]] void noBlock();
   Object* place(void* block, OopType classOop, Impl impl, std::size_t named, std::size_t size,
-                bool indexable);
+                bool indexable, bool fixedSize = false, bool invariant = false);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
   Object& enlarge(OopType oop, std::size_t size);
   Object& closeGap(OopType oop) const;
   void markContents(const Object& object);
-  void markHeld(bool pressed);
   void sweep();
   void release(Object* object);
+  void releaseRest(Object& object);
   void releaseShare(Object& object);
 
   Blocks blocks_;

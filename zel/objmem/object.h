@@ -88,20 +88,22 @@ struct Object {
     OopType* slots;  // named slots first
     ByteType* bytes;
   };
-  std::uint32_t size;       // slots, or bytes of byte objects
-  std::uint32_t capacity;   // the same unit, from the first slot on
-  std::uint32_t createdIn;  // serial of the transaction that created it
-  std::uint16_t writer;     // session that has an uncommitted change of it
-  std::uint16_t exports;    // export sets that hold it
+  std::uint32_t size;         // slots, or bytes of byte objects
+  std::uint32_t capacity;     // the same unit, from the first slot on
+  std::uint32_t createdIn;    // serial of the transaction that created it
+  std::uint16_t writer = 0;   // session that has an uncommitted change of it
+  std::uint16_t exports = 0;  // export sets that hold it
   std::uint16_t namedSize;
   Impl impl;
   bool indexable : 1;
   bool fixedSize : 1;  // bytes can be replaced, never added
   bool invariant : 1;
-  bool marked : 1;
-  bool shared : 1;  // its bytes are a SharedBytes' first ones, and must be copied to be changed
-  Width width : 2;  // of a string's characters; whoever changes its bytes makes it unknown
-  Extra* extra;
+  bool marked : 1 = false;
+  bool shared : 1 =
+      false;  // its bytes are a SharedBytes' first ones, and must be copied to be changed
+  Width width : 2 =
+      Width::unknown;  // of a string's characters; whoever changes its bytes makes it unknown
+  Extra* extra = nullptr;
 
   bool holdsBytes() const { return impl == Impl::bytes; }
   std::uint32_t indexedSize() const { return size - namedSize; }

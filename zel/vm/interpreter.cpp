@@ -38,15 +38,9 @@ std::int32_t asSigned(OopType oop) {
   return static_cast<std::int32_t>(oop);
 }
 
-// The value of a float or a small integer; false for anything else.
-[[gnu::always_inline]] inline bool toFloat(const Memory& memory, OopType oop, double& value) {
-  if (isSmallInt(oop)) {
-    value = smallIntValue(oop);
-    return true;
-  }
-  if ((oop & 3) != 1 || memory.at(oop).classOop != FloatClassOop) return false;
-  value = floatValue(memory, oop);
-  return true;
+// The same as isFloat, for an oop that is known to be a value or to name an object.
+bool isFloatObject(const Memory& memory, OopType oop) {
+  return (oop & 3) == 1 && memory.at(oop).classOop == FloatClassOop;
 }
 
 std::uint64_t homeOf(const Object& block) {
@@ -217,48 +211,47 @@ OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const O
   return withRoom(memory, [&] { return routine.primitive(memory, receiver, arguments); });
 }
 
-// A temporary that arithmetic made last is known to nothing else: it can become the result.
-inline OopType Machine::floatResult(Op op, OopType left, OopType right, double value) {
+// A temporary that arithmetic made last is known to nothing else: it can become the result. 0 when
+// there is no room: the message that follows collects.
+[[gnu::always_inline]] inline OopType Machine::floatResult(Op op, OopType left, OopType right,
+                                                           double value) {
   const OopType spent = (op.b & temporaryReceiver) != 0 ? left : right;
-  if (op.b == noTemporary || spent != fresh_) return fresh_ = newFloat(value);
+  if (op.b == noTemporary || spent != fresh_) {
+    return fresh_ = memory.tryNumber(FloatClassOop, std::bit_cast<std::uint64_t>(value));
+  }
   std::memcpy(memory.at(spent).bytes, &value, sizeof value);
   return spent;
 }
 
-// 0 when there is no room: the message that follows collects.
-OopType Machine::newFloat(double value) {
-  try {
-    return floatOop(memory, value);
-  } catch (const std::bad_alloc&) {
-    return 0;
-  }
+[[gnu::always_inline]] inline OopType Machine::calculate(Op op, OopType left, OopType right,
+                                                         double a, double b) {
+  if (op.code == OpCode::add) return floatResult(op, left, right, a + b);
+  if (op.code == OpCode::subtract) return floatResult(op, left, right, a - b);
+  if (op.code == OpCode::multiply) return floatResult(op, left, right, a * b);
+  if (op.code == OpCode::less) return booleanOop(a < b);
+  if (op.code == OpCode::greater) return booleanOop(a > b);
+  if (op.code == OpCode::atMost) return booleanOop(a <= b);
+  if (op.code == OpCode::atLeast) return booleanOop(a >= b);
+  return booleanOop(a == b);
 }
 
 // What the operation answers when both are numbers and one is a float, else 0: integers of more
 // than 30 bits, and results that find no room, are left to the message.
 OopType Machine::floatArithmetic(Op op, OopType left, OopType right) {
-  double a = 0;
-  double b = 0;
-  if (areSmallInts(left, right) || !toFloat(memory, left, a) || !toFloat(memory, right, b)) {
-    return 0;
+  if (!isFloatObject(memory, left) || !isFloatObject(memory, right)) {
+    return mixedArithmetic(op, left, right);
   }
-  switch (op.code) {
-    case OpCode::add:
-    case OpCode::subtract:
-      return floatResult(op, left, right, op.code == OpCode::add ? a + b : a - b);
-    case OpCode::multiply:
-      return floatResult(op, left, right, a * b);
-    case OpCode::less:
-      return booleanOop(a < b);
-    case OpCode::greater:
-      return booleanOop(a > b);
-    case OpCode::atMost:
-      return booleanOop(a <= b);
-    case OpCode::atLeast:
-      return booleanOop(a >= b);
-    default:
-      return booleanOop(a == b);
+  return calculate(op, left, right, floatValue(memory, left), floatValue(memory, right));
+}
+
+OopType Machine::mixedArithmetic(Op op, OopType left, OopType right) {
+  if (isSmallInt(left) && isFloatObject(memory, right)) {
+    return calculate(op, left, right, smallIntValue(left), floatValue(memory, right));
   }
+  if (isFloatObject(memory, left) && isSmallInt(right)) {
+    return calculate(op, left, right, floatValue(memory, left), smallIntValue(right));
+  }
+  return 0;
 }
 
 // Makes room for one more frame and `need` more values.
@@ -523,6 +516,16 @@ OopType Machine::interpret() {
       case OpCode::jump:
         at.jump();
         continue;
+      case OpCode::count: {
+        OopType& counter = at.locals[at.pc->a];
+        std::int32_t next = 0;
+        const std::int32_t step = static_cast<std::int8_t>(at.pc->b) * (1 << 2);
+        if (!isSmallInt(counter) || __builtin_add_overflow(asSigned(counter), step, &next))
+          continue;
+        counter = static_cast<OopType>(next);
+        at.pc += countedOps + 1;
+        [[fallthrough]];
+      }
       case OpCode::jumpBack:
         if (--memory.meter.countdown < 0) {
           at.store(*process_);

@@ -113,7 +113,8 @@ class Machine {
   void findFor(Site& site, const Code& code, OopType receiver, OopType key);
   [[noreturn]] void doesNotUnderstand(OopType selector, std::size_t argumentCount);
   OopType floatArithmetic(Op op, OopType left, OopType right);
-  OopType newFloat(double value);
+  OopType mixedArithmetic(Op op, OopType left, OopType right);
+  OopType calculate(Op op, OopType left, OopType right, double a, double b);
   OopType floatResult(Op op, OopType left, OopType right, double value);
   OopType callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments);
   void growStacks(std::size_t need);
