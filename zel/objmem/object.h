@@ -99,10 +99,10 @@ struct Object {
   bool fixedSize : 1;  // bytes can be replaced, never added
   bool invariant : 1;
   bool marked : 1 = false;
-  bool shared : 1 =
-      false;  // its bytes are a SharedBytes' first ones, and must be copied to be changed
-  Width width : 2 =
-      Width::unknown;  // of a string's characters; whoever changes its bytes makes it unknown
+  // Its bytes are a SharedBytes' first ones, and must be copied to be changed.
+  bool shared : 1 = false;
+  // Of a string's characters; whoever changes its bytes makes it unknown.
+  Width width : 2 = Width::unknown;
   Extra* extra = nullptr;
 
   bool holdsBytes() const { return impl == Impl::bytes; }
