@@ -32,14 +32,15 @@ void drop(Client& client, OopType oop, std::uint8_t bits) {
 
 // Drops the entries of objects that were released since, and double ones.
 void compactChanged(Client& client) {
-  std::vector<OopType> kept;
-  for (std::size_t i = client.firstUnreported; i < client.changed.size(); ++i) {
-    if ((markOf(client, client.changed[i]) & Changed) == 0) continue;
-    kept.push_back(client.changed[i]);
-    drop(client, client.changed[i], Changed);
+  std::vector<OopType>& changed = client.changed;
+  std::size_t kept = 0;
+  for (std::size_t i = client.firstUnreported; i < changed.size(); ++i) {
+    if ((markOf(client, changed[i]) & Changed) == 0) continue;
+    drop(client, changed[i], Changed);
+    changed[kept++] = changed[i];
   }
-  for (const OopType oop : kept) markAt(client, oop) |= Changed;
-  client.changed = std::move(kept);
+  changed.resize(kept);
+  for (const OopType oop : changed) client.marks[oop >> 2] |= Changed;
   client.firstUnreported = 0;
 }
 

@@ -445,10 +445,14 @@ void Memory::forgetLookups() {
   }
 }
 
-Failure memoryFailure(const Memory& memory) {
-  return Failure(ErrNoMemory,
-                 "the object memory is full (" + std::to_string(memory.limit()) + " bytes)", {},
-                 FailureKind::noRoom);
+Failure memoryFailure(const Memory& memory) noexcept {
+  Failure failure(ErrNoMemory, "memory is full", {}, FailureKind::noRoom);
+  try {
+    failure.message = "the object memory is full (" + std::to_string(memory.limit()) + " bytes)";
+  } catch (const std::bad_alloc&) {
+    // The short text needs none.
+  }
+  return failure;
 }
 
 }  // namespace zel

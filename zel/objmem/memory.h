@@ -234,7 +234,7 @@ auto withRoom(Memory& memory, Operation operation) {
   return operation();
 }
 
-// The error that a second MemoryFull becomes.
-Failure memoryFailure(const Memory& memory);
+// The error that a second MemoryFull becomes, whatever memory is left.
+Failure memoryFailure(const Memory& memory) noexcept;
 
 }  // namespace zel

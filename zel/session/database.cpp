@@ -133,6 +133,8 @@ void logout(Database& database) {
   withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
   releaseAllObjects(database.memory, session.client);
   clear(database.memory, session.transcript);
+  database.memory.account(
+      -static_cast<std::ptrdiff_t>(session.names.variables.size() * Names::variableBytes));
   std::erase(database.memory.clients, &session.client);
   makeCurrent(database, nullptr);
   database.sessions.erase(session.id);

@@ -41,6 +41,26 @@ OopType execute(std::string_view source, OopType symbolList) {
   return handOut(database, database.machine.execute(source));
 }
 
+// Keeps what a client names from collections, until its program does.
+class Given {
+ public:
+  Given(Memory& memory, OopType first, std::span<const OopType> others)
+      : memory_(memory), first_(first), others_(others) {
+    memory.addRoots(this, [](void* given, Memory& marked) {
+      marked.mark(static_cast<Given*>(given)->first_);
+      for (const OopType oop : static_cast<Given*>(given)->others_) marked.mark(oop);
+    });
+  }
+  ~Given() { memory_.forgetRoots(this); }
+  Given(const Given&) = delete;
+  Given& operator=(const Given&) = delete;
+
+ private:
+  Memory& memory_;
+  OopType first_;
+  std::span<const OopType> others_;
+};
+
 // The failure that an array of a message and a stack text stands for.
 Failure failureFrom(Memory& memory, OopType message, OopType stack) {
   const OopType exception = newInstance(memory, ErrorClass);
@@ -61,6 +81,7 @@ OopType continueWith(Database& database, OopType process, OopType replacement) {
   const OopType first = array.slots[0];
   if (array.size == 1) return database.machine.continueWithValue(process, first);
   const OopType stack = array.slots[1];
+  const Given given(memory, replacement, {&process, 1});
   return database.machine.continueWithFailure(
       process, withRoom(memory, [&] { return failureFrom(memory, first, stack); }));
 }
@@ -97,6 +118,7 @@ OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
     }
     if (count > mostArguments) throw Failure(ErrBadMessageParts, "too many arguments");
     for (ArraySizeType i = 0; i < count; ++i) database.memory.requireValue(args[i]);
+    const Given given(database.memory, receiver, {args, count});
     const Run run(database.memory.meter);
     return handOut(database, database.machine.perform(receiver, selector, {args, count}));
   });

@@ -33,7 +33,7 @@ void Machine::putAside(Failure failure) {
     giveUp(running_);
   }
   if (failure.kind == FailureKind::suspension) failure.args.insert(failure.args.begin(), running_);
-  throw Failure(failure);
+  throw Failure(std::move(failure));
 }
 
 // Ends a program for good. Blocks that it owes are left over, see runLeftBlocks.
@@ -57,10 +57,12 @@ void Machine::giveUp(OopType processOop) {
   if (count == 0) return;
   blocks.resize(count);
   std::vector<OopType>& left = names->left;
-  if (left.empty()) {
-    left = std::move(blocks);
-  } else {
+  if (left.capacity() - left.size() >= count) {
     left.insert(left.end(), blocks.begin(), blocks.end());
+  } else {
+    // The stack had room for more, which may be all the memory that there is.
+    blocks.insert(blocks.begin(), left.begin(), left.end());
+    left = std::move(blocks);
   }
 }
 
@@ -92,7 +94,7 @@ std::optional<Failure> Machine::runLeftBlocks() {
   const InRoom room(memory, Room::library);
   Respite respite(memory.meter);
   std::optional<Failure> broken;
-  settling_ = true;
+  const Meanwhile<bool> settling(settling_, true);
   while (!left.empty() && !broken) {
     const OopType next = left.back();
     OopType process = classOf(memory, next) == ProcessClass ? next : 0;
@@ -104,43 +106,43 @@ std::optional<Failure> Machine::runLeftBlocks() {
       left.pop_back();
       respite.next();
       carryOut(process, nullptr, false);
-    } catch (const Failure& failure) {
+    } catch (Failure& failure) {
       if (failure.kind == FailureKind::softBreak) {
         // In the place that its block had.
         if (process != 0) left.push_back(process);
-        broken = failure;
+        broken = std::move(failure);
       } else if (failure.kind == FailureKind::timeUp || failure.number == ErrHardBreak) {
         left = std::vector<OopType>();
-        if (failure.kind != FailureKind::timeUp) broken = failure;
+        if (failure.kind != FailureKind::timeUp) broken = std::move(failure);
       }
     } catch (const std::bad_alloc&) {
       if (!left.empty() && left.back() == next) left.pop_back();
     }
   }
   if (left.empty()) left = std::vector<OopType>();
-  settling_ = false;
   return broken;
 }
 
 // What is owed comes before the program. A break that comes meanwhile is the program's.
 void Machine::settleBefore(OopType process) {
-  waiting_ = process;
-  const bool goesOn = process == names->failedProcess;
-  const std::optional<Failure> broken = goesOn ? runLeftBlocks() : settleFailed();
-  waiting_ = 0;
-  if (broken) suspendBefore(process, *broken);
+  std::optional<Failure> broken;
+  {
+    const Meanwhile waiting(waiting_, process);
+    const bool goesOn = process == names->failedProcess;
+    broken = goesOn ? runLeftBlocks() : settleFailed();
+  }
+  if (broken) suspendBefore(process, *std::move(broken));
 }
 
-void Machine::suspendBefore(OopType process, const Failure& failure) {
-  if (failure.kind != FailureKind::softBreak) throw Failure(failure);
+void Machine::suspendBefore(OopType process, Failure failure) {
+  if (failure.kind != FailureKind::softBreak) throw Failure(std::move(failure));
   ProcessState& state = *memory.at(process).extra->process;
   state.suspended = true;
   state.place = noPlace;
   state.failure = names->failure = ++lastFailure_;
   names->failedProcess = process;
-  Failure interrupted = failure;
-  interrupted.context = process;
-  throw Failure(interrupted);
+  failure.context = process;
+  throw Failure(std::move(failure));
 }
 
 }  // namespace zel

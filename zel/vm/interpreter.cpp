@@ -371,8 +371,6 @@ OopType Machine::readGlobal(OopType name) {
 }
 
 void Machine::writeGlobal(OopType name, OopType value) {
-  // A node of the map, and its share of the buckets.
-  constexpr std::size_t variableBytes = sizeof(std::pair<OopType, OopType>) + 16;
   const auto variable = names->variables.find(name);
   if (variable != names->variables.end()) {
     variable->second = value;
@@ -388,10 +386,10 @@ void Machine::writeGlobal(OopType name, OopType value) {
     throw Failure(ErrNoMemory, "the session has too many variables");
   }
   withRoom(memory, [&] {
-    memory.reserve(variableBytes);
+    memory.reserve(Names::variableBytes);
     names->variables.emplace(name, value);
   });
-  memory.account(variableBytes);
+  memory.account(Names::variableBytes);
 }
 
 OopType Machine::makeBlock(std::uint32_t number) {
@@ -717,18 +715,17 @@ OopType Machine::interpret() {
 }
 
 // `briefly` is for what keeps nothing of what it makes.
-OopType Machine::run(OopType processOop, const Failure* failure, bool briefly) {
+OopType Machine::run(OopType processOop, Failure* failure, bool briefly) {
   try {
     return carryOut(processOop, failure, briefly);
   } catch (const Failure& raised) {
-    settled_ = &raised;
+    const Meanwhile<const Failure*> settled(settled_, &raised);
     runLeftBlocks();
-    settled_ = nullptr;
     throw;
   }
 }
 
-OopType Machine::carryOut(OopType processOop, const Failure* failure, bool briefly) {
+OopType Machine::carryOut(OopType processOop, Failure* failure, bool briefly) {
   struct Running {
     Machine& machine;
     ~Running() {
@@ -748,14 +745,14 @@ OopType Machine::carryOut(OopType processOop, const Failure* failure, bool brief
   if (memory.roomToRun() != Room::programs) memory.collect(true);
   InRoom room(memory, briefly ? Room::library : memory.roomToRun());
   if (briefly) briefly_ = &room;
-  if (failure != nullptr) handleOrThrow(*failure);
+  if (failure != nullptr) handleOrThrow(std::move(*failure));
   while (true) {
     try {
       const OopType value = interpret();
       giveUp(processOop);
       return value;
-    } catch (const Failure& raised) {
-      handleOrThrow(raised);
+    } catch (Failure& raised) {
+      handleOrThrow(std::move(raised));
     } catch (const std::bad_alloc&) {
       process_->place = noPlace;
       handleOrThrow(memoryFailure(memory));
@@ -791,10 +788,10 @@ OopType Machine::newProcess(OopType method) {
 }
 
 OopType Machine::execute(std::string_view source) {
-  const std::optional<Failure> broken = settleFailed();
+  std::optional<Failure> broken = settleFailed();
   const InRoom room(memory, Room::library);
   const OopType process = withRoom(memory, [&] { return newProcess(compileText(memory, source)); });
-  if (broken) suspendBefore(process, *broken);
+  if (broken) suspendBefore(process, *std::move(broken));
   return run(process);
 }
 
@@ -840,7 +837,7 @@ OopType Machine::continueWithValue(OopType process, OopType value) {
   return run(process);
 }
 
-OopType Machine::continueWithFailure(OopType process, const Failure& failure) {
+OopType Machine::continueWithFailure(OopType process, Failure failure) {
   return run(suspendedProcess(process), &failure);
 }
 

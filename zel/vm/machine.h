@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "objmem/memory.h"
 
@@ -20,6 +21,9 @@ struct Database;
 
 // Names that belong to a session, and which session that is.
 struct Names {
+  // What the memory counts for a variable: a node of the map, and its share of the buckets.
+  static constexpr std::size_t variableBytes = sizeof(std::pair<OopType, OopType>) + 16;
+
   std::int32_t sessionId = 0;
   std::unordered_map<OopType, OopType> variables;  // Symbol to value
   // The program of the session that failed last, while its object lives: only that one can be
@@ -30,6 +34,21 @@ struct Names {
   // What programs that were given up owe: blocks, innermost last, and instead of one that a soft
   // break interrupted the program that carries it out.
   std::vector<OopType> left;
+};
+
+// Gives a variable another value for as long as it lives.
+template <typename Value>
+class Meanwhile {
+ public:
+  Meanwhile(Value& variable, Value value)
+      : variable_(variable), before_(std::exchange(variable, value)) {}
+  ~Meanwhile() { variable_ = before_; }
+  Meanwhile(const Meanwhile&) = delete;
+  Meanwhile& operator=(const Meanwhile&) = delete;
+
+ private:
+  Value& variable_;
+  Value before_;
 };
 
 // What happens where an unwinding ends, in a frame that becomes the active one.
@@ -61,7 +80,7 @@ class Machine {
   // Continues a suspended process: with the value of the message it waits for, or with a failure
   // in place of it. Throws ErrNotSuspended, and ErrBadSession for another session's.
   OopType continueWithValue(OopType process, OopType value);
-  OopType continueWithFailure(OopType process, const Failure& failure);
+  OopType continueWithFailure(OopType process, Failure failure);
   // Gives the session's program that failed last up, if it owes blocks of ensure: or ifCurtailed:.
   // They run now, whatever becomes of them. Answers the break that came meanwhile, if one did: a
   // hard one has ended them, after a soft one those that are left run the next time.
@@ -102,8 +121,8 @@ class Machine {
   };
 
   OopType newProcess(OopType method);
-  OopType run(OopType process, const Failure* failure = nullptr, bool briefly = false);
-  OopType carryOut(OopType process, const Failure* failure, bool briefly);
+  OopType run(OopType process, Failure* failure = nullptr, bool briefly = false);
+  OopType carryOut(OopType process, Failure* failure, bool briefly);
   OopType suspendedProcess(OopType process) const;
   OopType interpret();
   void poll();
@@ -129,7 +148,7 @@ class Machine {
 
   // What happens when a running program fails: a handler takes over, or the process is put aside
   // and the failure is thrown.
-  void handleOrThrow(const Failure& failure);
+  void handleOrThrow(Failure failure);
   bool startHandler(const Failure& failure);
   bool askDefaultAction(const Failure& failure);
   void beginHandling(std::size_t handler, bool resumable);
@@ -151,7 +170,7 @@ class Machine {
   void forgetFailed() const;
   std::optional<Failure> runLeftBlocks();
   void settleBefore(OopType process);
-  [[noreturn]] void suspendBefore(OopType process, const Failure& failure);
+  [[noreturn]] void suspendBefore(OopType process, Failure failure);
 
   void markRoots();
 

@@ -288,36 +288,31 @@ bool Machine::askDefaultAction(const Failure& failure) {
 }
 
 // A break makes the message or turn that saw it begin once more when the program is continued.
-void Machine::handleOrThrow(const Failure& failure) {
+void Machine::handleOrThrow(Failure failure) {
   const InRoom room(memory, Room::library);
-  Failure current = failure;
-  const struct InFlight {
-    const Failure*& slot;
-    ~InFlight() { slot = nullptr; }
-  } inFlight{inFlight_};
-  inFlight_ = &current;
+  const Meanwhile<const Failure*> inFlight(inFlight_, &failure);
   ProcessState& process = *process_;
-  if (current.kind == FailureKind::softBreak) {
+  if (failure.kind == FailureKind::softBreak) {
     if (process.sendNext == 0) --process.frames[process.depth - 1].pc;
     process.place = noPlace;
-    if (settling_) throw Failure(current);
+    if (settling_) throw Failure(std::move(failure));
   } else if (process.sendNext != 0) {
     process.place = process.top - process.sendNextCount - 1;
   }
   while (true) {
-    const bool last = current.kind == FailureKind::noRoom;
+    const bool last = failure.kind == FailureKind::noRoom;
     try {
-      if (startHandler(current)) return;
+      if (startHandler(failure)) return;
       break;
-    } catch (const Failure& inStart) {
+    } catch (Failure& inStart) {
       if (last) break;
-      current = inStart;
+      failure = std::move(inStart);
     } catch (const std::bad_alloc&) {
       if (last) break;
-      current = memoryFailure(memory);
+      failure = memoryFailure(memory);
     }
   }
-  putAside(current);
+  putAside(std::move(failure));
 }
 
 }  // namespace zel
