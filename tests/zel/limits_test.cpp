@@ -1,4 +1,7 @@
 // Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include "session_fixture.h"
 #include "vm/printing.h"
 
@@ -116,6 +119,7 @@ TEST_F(Limits, AFullMemoryCanBeEmptied) {
 TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
   database().memory.setLimit(64U << 20);
   const std::size_t before = (objects(), database().memory.statistics().bytes);
+  zel->ZelSetSessionId(zel->ZelGetSessionId());  // and never again
   for (int i = 0; i < 20; ++i) {
     ASSERT_EQ(2010, errorOf("| a | a := (1 to: 50000) collect: [:k | k printString]. a foo: 1"));
   }
@@ -125,6 +129,24 @@ TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
   EXPECT_EQ(2510, (zel->ZelContinueWith(process, 1, 0, nullptr), errorNumber()));
   for (int i = 0; i < 20'000; ++i) ASSERT_EQ(2010, errorOf("nil foo: 3"));
   EXPECT_LE((objects(), database().memory.statistics().bytes), before + (1U << 20));
+}
+
+// What the process itself has no memory for, whatever the limit says.
+TEST_F(Limits, SmallTextsRunInAProcessWithoutMemory) {
+  const auto fillAndEmpty = [&](const char* filling) {
+    const rlimit room{200U << 20, 200U << 20};
+    setrlimit(RLIMIT_AS, &room);
+    run("h := OrderedCollection new");
+    for (int i = 0; i < 3; ++i) {
+      if (errorOf(filling) != 2208 || show("3 + 4") != "7" || errorOf("nil foo") != 2010) _exit(1);
+    }
+    run("h := nil");
+    _exit(errorOf("(1 to: 1000) collect: [:i | Array new: 1000]") == 0 ? 0 : 2);
+  };
+  for (const char* filling : {"[h add: (Array new: 20)] repeat", "[h add: (String new: 9)] repeat",
+                              "[h add: 1 -> (Dictionary new at: 1 put: 2; yourself)] repeat"}) {
+    EXPECT_EXIT(fillAndEmpty(filling), testing::ExitedWithCode(0), "") << filling;
+  }
 }
 
 // Marking takes neither C++ stack nor memory, however deep a structure is.

@@ -65,9 +65,11 @@ TEST_F(Unwinding, AFailedProgramOwesItsBlocksUntilItIsGivenUp) {
   EXPECT_EQ("an OrderedCollection( 0 2 3 )", logged());
   EXPECT_EQ(2510, (zel->ZelContinueWith(error.context, 1, 0, nullptr), errorNumber()));
 
-  ASSERT_EQ(2010, errorOf(owing));
-  zel->ZelReleaseOops(&error.context, 1);
-  EXPECT_EQ("an OrderedCollection( 0 2 3 )", logged());
+  for (const bool all : {false, true}) {
+    ASSERT_EQ(2010, errorOf(owing));
+    all ? zel->ZelReleaseAllOops() : zel->ZelReleaseOops(&error.context, 1);
+    EXPECT_EQ("an OrderedCollection( 0 2 3 )", logged());
+  }
 
   ASSERT_EQ(2502, errorOf("L size: 0. [System suspend: 1] ensure: [L add: 1. System commit]"));
   const ZelSessionIdType first = zel->ZelGetSessionId();

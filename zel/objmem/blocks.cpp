@@ -5,12 +5,15 @@
 namespace zel {
 
 Blocks::~Blocks() {
-  for (Chunk* chunk : open_) {
-    while (chunk != nullptr) {
-      Chunk* next = chunk->next;
-      std::free(chunk);
-      chunk = next;
-    }
+  for (Chunk* chunk : open_) freeAll(chunk);
+  freeAll(spares_);
+}
+
+void Blocks::freeAll(Chunk* chunk) {
+  while (chunk != nullptr) {
+    Chunk* next = chunk->next;
+    std::free(chunk);
+    chunk = next;
   }
 }
 
@@ -38,20 +41,48 @@ void* Blocks::allocateSlowly(std::size_t kind) {
   if (open_[kind] == nullptr) {
     void* memory = std::aligned_alloc(chunkBytes, chunkBytes);
     if (memory == nullptr) return nullptr;
-    auto* chunk = static_cast<Chunk*>(memory);
-    *chunk = {nullptr, nullptr, nullptr, 0, static_cast<std::uint32_t>(kind)};
-    const std::size_t size = kind * grain;
-    char* first = static_cast<char*>(memory) + (sizeof(Chunk) + grain - 1) / grain * grain;
-    char* block = static_cast<char*>(memory) + chunkBytes;
-    do {
-      block -= size;
-      auto* free = reinterpret_cast<Free*>(block);
-      free->next = chunk->free;
-      chunk->free = free;
-    } while (block - size >= first);
-    link(*chunk);
+    cut(static_cast<Chunk*>(memory), kind);
   }
   return take(*open_[kind]);
+}
+
+void Blocks::cut(Chunk* chunk, std::size_t kind) {
+  *chunk = {nullptr, nullptr, nullptr, 0, static_cast<std::uint32_t>(kind)};
+  const std::size_t size = kind * grain;
+  char* start = reinterpret_cast<char*>(chunk);
+  char* first = start + (sizeof(Chunk) + grain - 1) / grain * grain;
+  char* block = start + chunkBytes;
+  do {
+    block -= size;
+    auto* free = reinterpret_cast<Free*>(block);
+    free->next = chunk->free;
+    chunk->free = free;
+  } while (block - size >= first);
+  link(*chunk);
+}
+
+void* Blocks::allocateSpare(std::size_t size) {
+  if (size > largest) return allocateLarge(size);
+  if (spares_ == nullptr) return nullptr;
+  Chunk* chunk = spares_;
+  spares_ = chunk->next;
+  --spareCount_;
+  cut(chunk, kindOf(size));
+  return take(*chunk);
+}
+
+void Blocks::keepSpare(Chunk* chunk) {
+  chunk->next = spares_;
+  spares_ = chunk;
+  ++spareCount_;
+}
+
+void Blocks::refillSpares() {
+  while (spareCount_ < mostSpares) {
+    void* memory = std::aligned_alloc(chunkBytes, chunkBytes);
+    if (memory == nullptr) return;
+    keepSpare(static_cast<Chunk*>(memory));
+  }
 }
 
 void Blocks::releaseLarge(void* block) {
@@ -64,7 +95,7 @@ void Blocks::reconsider(Chunk& chunk) {
   if (chunk.free->next == nullptr && open_[chunk.kind] != &chunk) link(chunk);
   if (chunk.used == 0 && (chunk.before != nullptr || chunk.next != nullptr)) {
     unlink(chunk);
-    std::free(&chunk);
+    spareCount_ < mostSpares ? keepSpare(&chunk) : std::free(&chunk);
   }
 }
 

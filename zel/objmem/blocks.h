@@ -1,5 +1,6 @@
 // Blocks of memory for small objects, which come and go by the million: chunks cut into blocks of
-// one size, each with a list of its free ones. A chunk that is free as a whole goes back.
+// one size, each with a list of its free ones. A chunk that is free as a whole goes back, but for a
+// few that are kept for when the process has no memory left.
 #pragma once
 
 #include <cstddef>
@@ -21,6 +22,10 @@ class Blocks {
     if (chunk == nullptr || chunk->free == nullptr) return allocateSlowly(kindOf(size));
     return take(*chunk);
   }
+  // The same from the spare chunks.
+  void* allocateSpare(std::size_t size);
+  // Has as many spare chunks as there is memory for, at most all.
+  void refillSpares();
   // Takes a block back, whose size must be given as it was.
   void release(void* block, std::size_t size) {
     if (size > largest) return releaseLarge(block);
@@ -49,6 +54,7 @@ class Blocks {
   static constexpr std::size_t grain = 8;
   static constexpr std::size_t chunkBytes = 32U << 10;
   static constexpr std::size_t kinds = largest / grain + 1;
+  static constexpr std::uint32_t mostSpares = 8;
   static std::size_t kindOf(std::size_t size) { return (size + grain - 1) / grain; }
 
   static void* take(Chunk& chunk) {
@@ -60,11 +66,16 @@ class Blocks {
   static void* allocateLarge(std::size_t size);
   static void releaseLarge(void* block);
   void* allocateSlowly(std::size_t kind);
+  void cut(Chunk* chunk, std::size_t kind);
+  void keepSpare(Chunk* chunk);
+  static void freeAll(Chunk* chunk);
   void reconsider(Chunk& chunk);
   void link(Chunk& chunk);
   void unlink(Chunk& chunk);
 
   Chunk* open_[kinds] = {};  // those with free blocks; the first may have become full
+  Chunk* spares_ = nullptr;
+  std::uint32_t spareCount_ = 0;
 };
 
 }  // namespace zel

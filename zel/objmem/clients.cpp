@@ -16,18 +16,15 @@ constexpr std::uint8_t HandedOut = 4;
 constexpr std::uint8_t Seen = 8;  // while the list of what was handed out is walked
 
 std::uint8_t markOf(const Client& client, OopType oop) {
-  const std::size_t index = oop >> 2;
-  return index < client.marks.size() ? client.marks[index] : std::uint8_t{0};
+  return client.marks.get(oop >> 2);
 }
 
 std::uint8_t& markAt(Client& client, OopType oop) {
-  const std::size_t index = oop >> 2;
-  if (index >= client.marks.size()) client.marks.resize(index + 1 + index / 2);
-  return client.marks[index];
+  return client.marks.at(oop >> 2);
 }
 
 void drop(Client& client, OopType oop, std::uint8_t bits) {
-  client.marks[oop >> 2] &= static_cast<std::uint8_t>(~bits);
+  client.marks.at(oop >> 2) &= static_cast<std::uint8_t>(~bits);
 }
 
 // Drops the entries of objects that were released since, and double ones.
@@ -40,7 +37,7 @@ void compactChanged(Client& client) {
     changed[kept++] = changed[i];
   }
   changed.resize(kept);
-  for (const OopType oop : changed) client.marks[oop >> 2] |= Changed;
+  for (const OopType oop : changed) client.marks.at(oop >> 2) |= Changed;
   client.firstUnreported = 0;
 }
 
@@ -54,7 +51,7 @@ void keepIf(Client& client, Keep keep) {
     const OopType oop = *--at;
     const bool there = (markOf(client, oop) & (HandedOut | Seen)) == HandedOut;
     if (there && (now || keep(oop))) {
-      client.marks[oop >> 2] |= Seen;
+      client.marks.at(oop >> 2) |= Seen;
       *--kept = oop;
     } else {
       client.handedOutNow -= now ? 1 : 0;
@@ -85,9 +82,8 @@ void releaseObject(Memory& memory, Client& client, OopType oop) {
 }
 
 void releaseAllObjects(Memory& memory, Client& client) {
-  for (std::uint32_t index = 0; index < client.marks.size(); ++index) {
-    releaseObject(memory, client, fixedOop(index));
-  }
+  client.marks.visitAll(
+      Exported, [&](std::uint32_t index) { releaseObject(memory, client, fixedOop(index)); });
 }
 
 void noteChanged(Memory& memory, OopType oop) {
@@ -97,7 +93,7 @@ void noteChanged(Memory& memory, OopType oop) {
       continue;
     }
     client->changed.push_back(oop);
-    client->marks[oop >> 2] |= Changed;
+    client->marks.at(oop >> 2) |= Changed;
     if (client->changed.size() > 2 * client->exportCount + slack) compactChanged(*client);
   }
 }
@@ -134,13 +130,19 @@ OopType handOut(const Memory& memory, Client& client, OopType oop) {
 
 void releaseHandedOut(Client& client, OopType oop) {
   if (isReference(oop) && markOf(client, oop) != 0) drop(client, oop, HandedOut);
+  std::ranges::replace(client.failed, oop, NilOop);
+}
+
+void releaseAllHandedOut(Client& client) {
+  for (const OopType oop : client.handedOut) drop(client, oop, HandedOut);
+  client.handedOut.clear();
+  client.handedOutNow = 0;
+  client.failed.fill(NilOop);
 }
 
 void markSaved(Memory& memory, const Client& client) {
   if (client.exportCount != 0) {
-    for (std::uint32_t index = 0; index < client.marks.size(); ++index) {
-      if ((client.marks[index] & Exported) != 0) memory.mark(fixedOop(index));
-    }
+    client.marks.visitAll(Exported, [&](std::uint32_t index) { memory.mark(fixedOop(index)); });
   }
   for (const auto& [oop, image] : client.transaction.images) {
     memory.mark(oop);
@@ -153,6 +155,8 @@ void keepHandedOut(Memory& memory, Client& client, bool pressed) {
        ++i) {
     if ((markOf(client, client.handedOut[i]) & HandedOut) != 0) memory.mark(client.handedOut[i]);
   }
+  if (pressed && !client.failedNow) client.failed.fill(NilOop);
+  for (const OopType oop : client.failed) memory.mark(oop);
   std::size_t count = client.handedOutNow;
   std::size_t bytes = memory.markReachable();
   keepIf(client, [&](OopType oop) {

@@ -2,20 +2,55 @@
 // of those changed, and its transaction.
 #pragma once
 
+#include <array>
+#include <memory>
+
 #include "changes.h"
 
 namespace zel {
 
+// A byte for each entry of the object table, in pages that are made when one of theirs is set: a
+// client holds few objects of a large memory.
+class Marks {
+ public:
+  std::uint8_t get(std::size_t index) const {
+    const std::size_t page = index / pageBytes;
+    return page < pages_.size() && pages_[page] ? pages_[page][index % pageBytes] : std::uint8_t{0};
+  }
+  // Throws std::bad_alloc where get has answered 0.
+  std::uint8_t& at(std::size_t index) {
+    const std::size_t page = index / pageBytes;
+    if (page >= pages_.size()) pages_.resize(page + 1);
+    if (!pages_[page]) pages_[page] = std::make_unique<std::uint8_t[]>(pageBytes);
+    return pages_[page][index % pageBytes];
+  }
+  // Calls `visit` with the index of each byte that has one of the bits.
+  template <typename Visit>
+  void visitAll(std::uint8_t bits, Visit visit) const {
+    for (std::size_t page = 0; page < pages_.size(); ++page) {
+      for (std::size_t i = 0; pages_[page] && i < pageBytes; ++i) {
+        if ((pages_[page][i] & bits) != 0) visit(static_cast<std::uint32_t>(page * pageBytes + i));
+      }
+    }
+  }
+
+ private:
+  static constexpr std::size_t pageBytes = 4096;
+  std::vector<std::unique_ptr<std::uint8_t[]>> pages_;
+};
+
 struct Client {
   std::int32_t id = 0;
   bool tracksChanges = false;
-  std::vector<std::uint8_t> marks;  // by index of the object table, see clients.cpp
+  Marks marks;  // by index of the object table, see clients.cpp
   std::size_t exportCount = 0;
   std::vector<OopType> changed;     // exported objects, in the order of the first change
   std::size_t firstUnreported = 0;  // in `changed`
   std::size_t handedOutNow = 0;     // newest entries of handedOut, made in the current request
   std::size_t compactAt = 0;        // entries of handedOut to look for double ones at
   std::vector<OopType> handedOut;   // oldest first, perhaps more than once
+  std::array<OopType, ZelMaxErrArgs + 1> failed{};  // the objects of the last error
+  bool failedNow = false;                           // no program began since
   Transaction transaction;
 };
 
@@ -49,8 +84,11 @@ std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& c
 // it or until, in a later request, a thousand other objects were handed out after it, or four
 // mebibytes of them and of what hangs on them, and a collection comes. handOut answers `oop`
 // itself. Both pass over values without a body; releaseHandedOut also over what was not handed out.
+// What an error names is kept until the session's next one or until it is released; once another
+// program began only while there is room.
 OopType handOut(const Memory& memory, Client& client, OopType oop);
 void releaseHandedOut(Client& client, OopType oop);
+void releaseAllHandedOut(Client& client);
 // Begins a request of the client's.
 inline void beginRequest(Client& client) {
   client.handedOutNow = 0;

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t leastBytesBetweenCollections = 512U << 10;
 constexpr int mostFutileCollections = 8;
 constexpr std::size_t mostKeptBack = 1U << 20;
-constexpr std::size_t ballastBytes = 256U << 10;
+constexpr std::size_t ballastBytes = 32U << 10;  // a piece
 // A header, an entry of the table and of the mark stack, and what the allocator adds.
 constexpr std::size_t objectOverhead = sizeof(Object) + 12;
 constexpr std::uint32_t leastCapacity = 4;
@@ -71,9 +71,9 @@ std::size_t extraBytes(const Extra& extra) {
 }  // namespace
 
 Memory::Memory(BreakRequest& breaks) : meter(breaks), cursor_(firstFreeIndex) {
-  table_.resize(2 * firstFreeIndex);
+  table_.resize(firstFreeIndex + 2 * keptEntries);
   markStack_.reserve(table_.size());
-  ballast_.reset(new (std::nothrow) char[ballastBytes]);
+  takeBallast();
   setLimit(defaultMemoryLimit);
 }
 
@@ -97,21 +97,36 @@ void Memory::requireValue(OopType oop) const {
   if (!isImmediate(oop)) require(oop);
 }
 
-// The room to mark what the new entries will name comes first.
-void Memory::growTable() {
+// The room to mark what the new entries will name comes first. Fixed objects count as if they took
+// free entries: it grows a few too early.
+void Memory::growTable() try {
   const std::size_t entries = table_.size();
   markStack_.reserve(entries + entries / 2);
   table_.resize(entries + entries / 2);
   cursor_ = static_cast<std::uint32_t>(entries);
+} catch (const std::bad_alloc&) {
+  if (!forLibrary() || objects_ >= table_.size() - firstFreeIndex) noRoom();
 }
 
 void Memory::noRoom() {
   throw MemoryFull();
 }
 
-void Memory::noBlock() {
-  ballast_.reset();
-  noRoom();
+void* Memory::keptBlock(std::size_t size) {
+  void* block = nullptr;
+  if (forLibrary()) {
+    ballast_ = {};
+    block = blocks_.allocateSpare(size);
+  }
+  if (block == nullptr) noRoom();
+  return block;
+}
+
+void Memory::takeBallast() {
+  for (std::unique_ptr<char[]>& piece : ballast_) {
+    if (!piece) piece.reset(new (std::nothrow) char[ballastBytes]);
+  }
+  blocks_.refillSpares();
 }
 
 // Makes an object whose body is still to be filled.
@@ -189,7 +204,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text, OopType clas
     bytes = static_cast<SharedBytes*>(blocks_.allocate(added));
     if (bytes == nullptr) {
       blocks_.release(block, sizeof(Object));
-      noBlock();
+      noRoom();
     }
     *bytes = {0, first.size, static_cast<std::uint32_t>(capacity)};
     std::copy_n(first.bytes, first.size, reinterpret_cast<ByteType*>(bytes + 1));
@@ -422,13 +437,13 @@ void Memory::collect(bool pressed) {
   sweep();
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
   forgetLookups();
-  if (!ballast_) ballast_.reset(new (std::nothrow) char[ballastBytes]);
+  takeBallast();
 }
 
 void Memory::collectForRoom() {
   collect(true);
-  const bool forLibrary = ceiling_ == limit_;
-  if (forLibrary || used_ + limit_ / 64 <= ceiling_) return;
+  if (forLibrary()) ballast_ = {};
+  if (forLibrary() || used_ + limit_ / 64 <= ceiling_) return;
   if (++futileCollections_ > mostFutileCollections) throw MemoryFull();
 }
 

@@ -23,6 +23,8 @@ struct Client;
 constexpr std::size_t largestObjectBytes = 64U << 20;
 constexpr std::size_t largestObjectSlots = largestObjectBytes / sizeof(OopType);
 constexpr std::size_t defaultMemoryLimit = 256U << 20;
+// Of the object table, for the library's own work when the table cannot grow.
+constexpr std::size_t keptEntries = 1024;
 
 // Whose needs an allocation serves. The last part of the memory is kept back, so that a full one
 // still compiles and runs what empties it. Half of it is for programs that begin in a full memory,
@@ -163,8 +165,7 @@ class Memory {
   };
 
   std::uint32_t freeIndex() {
-    if (objects_ >= table_.size() - firstFreeIndex)
-      growTable();  // fixed ones count, too: a few too early
+    if (objects_ >= table_.size() - firstFreeIndex - keptEntries) growTable();
     while (table_[cursor_] != nullptr) {
       if (++cursor_ == table_.size()) cursor_ = firstFreeIndex;
     }
@@ -175,11 +176,12 @@ class Memory {
   std::size_t ceilingOf(Room room) const;
   void* newBlock(std::size_t bytes) {
     void* block = blocks_.allocate(sizeof(Object) + bytes);
-    if (block == nullptr) noBlock();
-    return block;
+    return block != nullptr ? block : keptBlock(sizeof(Object) + bytes);
   }
+  void takeBallast();
+  bool forLibrary() const { return ceiling_ == limit_; }
   [[noreturn]] static void noRoom();
-  [[noreturn]] void noBlock();
+  void* keptBlock(std::size_t size);
   Object* place(void* block, OopType classOop, Impl impl, std::size_t named, std::size_t size,
                 bool indexable, bool fixedSize = false, bool invariant = false);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
@@ -203,7 +205,9 @@ class Memory {
   std::size_t objects_ = 0;
   int futileCollections_ = 0;
   std::uint32_t lookupEpoch_ = 1;
-  std::unique_ptr<char[]> ballast_;  // given up when the process itself has no memory left
+  // Given up for the library's own work when the process itself has no memory left, in pieces, so
+  // that what lives on in one keeps the others from nobody.
+  std::array<std::unique_ptr<char[]>, 8> ballast_;
 };
 
 // Says for whom a block of code allocates; outside of all of them it is for programs.

@@ -7,8 +7,7 @@
 
 namespace zel {
 
-void setPendingError(PendingError& pending, const Memory* memory, Session* session,
-                     const Failure& failure) {
+void setPendingError(PendingError& pending, Session* session, const Failure& failure) {
   ZelErrSType& record = pending.record;
   record = {};
   record.category = SystemErrCategoryOop;
@@ -18,13 +17,15 @@ void setPendingError(PendingError& pending, const Memory* memory, Session* sessi
   record.context = NilOop;
   pending.set = true;
   if (session == nullptr) return;
-  if (failure.context != 0) record.context = handOut(*memory, session->client, failure.context);
-  const auto args = static_cast<std::int32_t>(
-      std::min<std::size_t>(failure.args.size(), std::size_t{ZelMaxErrArgs}));
-  for (; record.argCount < args; ++record.argCount) {
-    record.args[record.argCount] =
-        handOut(*memory, session->client, failure.args[static_cast<std::size_t>(record.argCount)]);
-  }
+  if (failure.context != 0) record.context = failure.context;
+  const std::size_t args = std::min(failure.args.size(), std::size_t{ZelMaxErrArgs});
+  std::copy_n(failure.args.begin(), args, record.args);
+  record.argCount = static_cast<std::int32_t>(args);
+  Client& client = session->client;
+  client.failed.fill(NilOop);
+  client.failed.back() = record.context;
+  std::copy_n(record.args, args, client.failed.begin());
+  client.failedNow = true;
 }
 
 bool takePendingError(PendingError& pending, ZelErrSType& error) {

@@ -25,10 +25,9 @@ struct Session {
   bool selects = false;  // its client says itself where requests begin, by selecting it
 };
 
-// Stores a failure as the pending error, in place of an earlier one. Its objects are handed out to
-// the session, null for a failure that concerns none.
-void setPendingError(PendingError& pending, const Memory* memory, Session* session,
-                     const Failure& failure);
+// Stores a failure as the pending error, in place of an earlier one. Its objects are kept for the
+// session, null for a failure that concerns none.
+void setPendingError(PendingError& pending, Session* session, const Failure& failure);
 // Takes the pending error; answers false, and leaves `error` alone, if none waits.
 bool takePendingError(PendingError& pending, ZelErrSType& error);
 

@@ -2,8 +2,9 @@
 //
 // Each reports errors the same way: it leaves a pending error that ZelErr delivers once and answers
 // 0, false or NoOop. Selecting a session begins a new request and drops an error that nobody read.
-// Indexes count from 1. Oops that a function answers stay alive until they are released; oops read
-// out of an object live as long as that object holds them.
+// Indexes count from 1. Oops that a function answers are held for the client as objmem/clients.h
+// tells: the newest ones, until they are released. Oops read out of an object live as long as that
+// object holds them.
 #pragma once
 
 #include <povzel/zeltable.h>

@@ -16,6 +16,7 @@ namespace {
 // session.
 Database& databaseToRun() {
   Database& database = sessionDatabase();
+  database.current->client.failedNow = false;
   if (!database.current->selects) beginRequest(database.current->client);
   return database;
 }

@@ -25,8 +25,8 @@ Database& sessionDatabase() {
 void leaveError(const Failure& failure) noexcept {
   Database* database = library().database.get();
   try {
-    setPendingError(library().pendingError(), database != nullptr ? &database->memory : nullptr,
-                    database != nullptr ? database->current : nullptr, failure);
+    setPendingError(library().pendingError(), database != nullptr ? database->current : nullptr,
+                    failure);
   } catch (const std::bad_alloc&) {
     leaveMemoryError();
   }
@@ -35,7 +35,7 @@ void leaveError(const Failure& failure) noexcept {
 void leaveMemoryError() noexcept {
   const Database* database = library().database.get();
   try {
-    setPendingError(library().pendingError(), nullptr, nullptr,
+    setPendingError(library().pendingError(), nullptr,
                     database != nullptr ? memoryFailure(database->memory)
                                         : Failure(ErrNoMemory, "out of memory"));
   } catch (const std::bad_alloc&) {

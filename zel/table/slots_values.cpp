@@ -7,6 +7,16 @@
 
 namespace zel::slots {
 
+namespace {
+
+// The program that failed last was released: nobody can continue it any more.
+void settleReleased(Database& database) {
+  const Run run(database.memory.meter);
+  database.machine.settleFailed();
+}
+
+}  // namespace
+
 OopType ZelLongToOop(long value) {
   if (fitsSmallInt(value)) return smallIntOop(static_cast<std::int32_t>(value));
   return inSession(NoOop, [&](Database& database) {
@@ -112,17 +122,17 @@ void ZelReleaseOops(const OopType* oops, ArraySizeType count) {
     for (ArraySizeType i = 0; i < count; ++i) {
       releaseObject(database.memory, database.current->client, oops[i]);
       releaseHandedOut(database.current->client, oops[i]);
-      if (oops[i] != database.current->names.failedProcess) continue;
-      // Nobody can continue it any more.
-      const Run run(database.memory.meter);
-      database.machine.settleFailed();
+      if (oops[i] == database.current->names.failedProcess) settleReleased(database);
     }
   });
 }
 
 void ZelReleaseAllOops() {
-  inSession(
-      [](Database& database) { releaseAllObjects(database.memory, database.current->client); });
+  inSession([](Database& database) {
+    releaseAllObjects(database.memory, database.current->client);
+    releaseAllHandedOut(database.current->client);
+    settleReleased(database);
+  });
 }
 
 void ZelDirtyObjsInit() {

@@ -198,13 +198,14 @@ void Machine::doesNotUnderstand(OopType selector, std::size_t argumentCount) {
   const InRoom room(memory, Room::library);
   const OopType* arguments = process_->stack.data() + process_->top - argumentCount;
   const OopType receiver = arguments[-1];
-  const OopType array =
-      withRoom(memory, [&] { return arrayOop(memory, std::span(arguments, argumentCount)); });
-  throw Failure(ErrDoesNotUnderstand,
-                describe(memory, receiver) + " does not understand #" +
-                    std::string(bytesOf(memory, selector)),
-                {receiver, selector, array})
-      .ofClass(MessageNotUnderstoodClass);
+  throw withRoom(memory, [&] {
+    const OopType array = arrayOop(memory, std::span(arguments, argumentCount));
+    return Failure(ErrDoesNotUnderstand,
+                   describe(memory, receiver) + " does not understand #" +
+                       std::string(bytesOf(memory, selector)),
+                   {receiver, selector, array})
+        .ofClass(MessageNotUnderstoodClass);
+  });
 }
 
 OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments) {
@@ -315,6 +316,10 @@ void Machine::activateBlock(std::size_t argumentCount) {
   registers.enter(process, code, body, object->slots[BlockReceiver],
                   object->slots[BlockEnvironment], homeOf(*object));
   registers.store(process);
+}
+
+void Machine::replaceArgument(const OopType& argument, OopType value) {
+  process_->stack[static_cast<std::size_t>(&argument - process_->stack.data())] = value;
 }
 
 void Machine::replaceArguments(std::size_t count, std::span<const OopType> arguments) {

@@ -89,7 +89,8 @@ class Machine {
   // For control primitives, which find receiver and arguments on top of the stack, change it
   // through these and answer frameChanged.
   static constexpr OopType frameChanged = 0;
-  // Replaces the arguments on top of the stack.
+  // Replaces one of the arguments on top of the stack, or so many of them.
+  void replaceArgument(const OopType& argument, OopType value);
   void replaceArguments(std::size_t count, std::span<const OopType> arguments);
   // Has a message sent to the receiver with so many arguments on top of the stack.
   void sendNext(OopType selector, std::size_t argumentCount);

@@ -1,5 +1,6 @@
 // Blocks, perform: and exceptions: messages that run program code or end it.
 #include <algorithm>
+#include <array>
 
 #include "lang/compiler.h"
 #include "objmem/classes.h"
@@ -64,27 +65,33 @@ OopType valueFor(Machine& machine, OopType receiver, const OopType*) {
   return Machine::frameChanged;
 }
 
-OopType requireSelector(Memory& memory, OopType name, std::size_t argumentCount) {
+// The symbol takes the name's place among the arguments: nothing else may refer to it.
+OopType requireSelector(Machine& machine, const OopType& name, std::size_t argumentCount) {
+  Memory& memory = machine.memory;
   const std::string text = utf8Argument(memory, name);
   if (argumentCountOf(text) != static_cast<int>(argumentCount)) {
     throw Failure(ErrBadMessageParts,
                   "'" + text + "' is no message with " + argumentsText(argumentCount), {name});
   }
-  return withRoom(memory, [&] { return symbolOop(memory, text); });
+  const OopType symbol = withRoom(memory, [&] { return symbolOop(memory, text); });
+  machine.replaceArgument(name, symbol);
+  return symbol;
 }
 
 // perform: with the selector first; what follows it are the message's arguments.
 template <std::size_t count>
 OopType perform(Machine& machine, OopType, const OopType* args) {
-  const OopType selector = requireSelector(machine.memory, args[0], count);
-  machine.replaceArguments(count + 1, std::vector(args + 1, args + 1 + count));
+  const OopType selector = requireSelector(machine, args[0], count);
+  std::array<OopType, count> arguments;
+  std::copy_n(args + 1, count, arguments.begin());
+  machine.replaceArguments(count + 1, arguments);
   machine.sendNext(selector, count);
   return Machine::frameChanged;
 }
 
 OopType performWithArguments(Machine& machine, OopType, const OopType* args) {
   const std::span<const OopType> arguments = argumentsIn(machine.memory, args[1]);
-  const OopType selector = requireSelector(machine.memory, args[0], arguments.size());
+  const OopType selector = requireSelector(machine, args[0], arguments.size());
   machine.replaceArguments(2, arguments);
   machine.sendNext(selector, arguments.size());
   return Machine::frameChanged;
