@@ -105,6 +105,23 @@ bool arePlain(std::string_view bytes, bool doubleByte) {
   return true;
 }
 
+template <std::size_t words>
+bool areAscii(const char* bytes) {
+  std::uint32_t read[words];
+  std::memcpy(read, bytes, sizeof read);
+  std::uint32_t all = 0;
+  for (const std::uint32_t word : read) all |= word;
+  return (all & 0x80808080U) == 0;
+}
+// How many ASCII characters the bytes begin with.
+std::size_t asciiLength(std::string_view bytes) {
+  std::size_t length = 0;
+  while (bytes.size() - length >= 16 && areAscii<4>(bytes.data() + length)) length += 16;
+  while (bytes.size() - length >= 4 && areAscii<1>(bytes.data() + length)) length += 4;
+  while (length < bytes.size() && byteAt(bytes, length) < 0x80) ++length;
+  return length;
+}
+
 // The surrogate of three bytes that begins there; 0 where there is none.
 std::uint32_t surrogateAt(std::string_view bytes, std::size_t at) {
   if (at > bytes.size() || bytes.size() - at < 3 || byteAt(bytes, at) != 0xED) return 0;
@@ -242,13 +259,18 @@ std::string withPairsJoined(std::string bytes) {
 }
 
 bool isAscii(std::string_view bytes) {
-  std::uint32_t words[4];
-  for (; bytes.size() >= sizeof words; bytes.remove_prefix(sizeof words)) {
-    std::memcpy(words, bytes.data(), sizeof words);
-    if (((words[0] | words[1] | words[2] | words[3]) & 0x80808080U) != 0) return false;
-  }
-  return std::all_of(bytes.begin(), bytes.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return asciiLength(bytes) == bytes.size();
+}
+
+std::string_view Reader::nextAscii() {
+  if (text_.doubleByte) return {};
+  std::string_view ascii = text_.bytes.substr(offset, bytesPerStep);
+  ascii = ascii.substr(0, asciiLength(ascii));
+  const std::size_t stepsBefore = character / charactersPerStep;
+  offset += ascii.size();
+  character += ascii.size();
+  if (meter_ != nullptr) meter_->charge(character / charactersPerStep - stepsBefore);
+  return ascii;
 }
 
 bool isText(const Memory& memory, OopType oop) {

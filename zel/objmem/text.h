@@ -58,6 +58,9 @@ class Reader {
     if (++character % charactersPerStep == 0 && meter_ != nullptr) meter_->charge(1);
     return read.code;
   }
+  // The ASCII characters of a single-byte text from here on, as far as they go, but at most 4096;
+  // none where another follows.
+  std::string_view nextAscii();
 
  private:
   static constexpr std::size_t charactersPerStep = 32;

@@ -46,9 +46,8 @@ bool isDigitCode(std::uint32_t code) {
   return code >= '0' && code <= '9';
 }
 
-std::uint32_t upperCase(std::uint32_t code) {
+std::uint32_t wideUpperCase(std::uint32_t code) {
   constexpr std::uint32_t finalSigma = 0x3C2;  // a small sigma at the end of a word
-  if (code < 0x80) return code >= 'a' && code <= 'z' ? code - ('a' - 'A') : code;
   if (code == finalSigma) ++code;
   for (const Capitals& range : capitals) {
     const std::uint32_t capital = code - static_cast<std::uint32_t>(range.distance);
@@ -58,8 +57,7 @@ std::uint32_t upperCase(std::uint32_t code) {
   return code;
 }
 
-std::uint32_t lowerCase(std::uint32_t code) {
-  if (code < 0x80) return code >= 'A' && code <= 'Z' ? code + ('a' - 'A') : code;
+std::uint32_t wideLowerCase(std::uint32_t code) {
   for (const Capitals& range : capitals) {
     if (code < range.first || code > range.last || (code - range.first) % range.step != 0) continue;
     return code + static_cast<std::uint32_t>(range.distance);

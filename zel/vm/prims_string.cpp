@@ -68,11 +68,17 @@ OopType mapCase(Memory& memory, OopType receiver, const OopType*) {
   mapped.reserve(text.bytes.size());
   for (Reader reader(text, &memory.meter); !reader.atEnd();) {
     const std::size_t begin = reader.offset;
+    const std::string_view ascii = reader.nextAscii();
+    if (!ascii.empty()) {
+      mapped += ascii;
+      std::transform(
+          ascii.begin(), ascii.end(), mapped.data() + mapped.size() - ascii.size(),
+          [](char c) { return static_cast<char>(function(static_cast<unsigned char>(c))); });
+      continue;
+    }
     const std::uint32_t code = reader.next();
     const std::uint32_t other = function(code);
-    if (code < 0x80 && !text.doubleByte) {
-      mapped += static_cast<char>(other);
-    } else if (other == code) {
+    if (other == code) {
       mapped += text.bytes.substr(begin, reader.offset - begin);
     } else {
       append(mapped, other, text.doubleByte);
@@ -86,23 +92,29 @@ OopType reversed(Memory& memory, OopType receiver, const OopType*) {
   std::string bytes(text.bytes.size(), '\0');
   for (Reader reader(text, &memory.meter); !reader.atEnd();) {
     const std::size_t begin = reader.offset;
-    reader.next();
-    text.bytes.copy(bytes.data() + bytes.size() - reader.offset, reader.offset - begin, begin);
+    const std::string_view ascii = reader.nextAscii();
+    if (ascii.empty()) reader.next();
+    char* place = bytes.data() + bytes.size() - reader.offset;
+    if (ascii.empty()) {
+      text.bytes.copy(place, reader.offset - begin, begin);
+    } else {
+      std::reverse_copy(ascii.begin(), ascii.end(), place);
+    }
   }
   if (!text.doubleByte) bytes = withPairsJoined(std::move(bytes));
   return likeReceiver(memory, receiver, bytes);
 }
 
-// Finds a text in others, in linear time, in whatever forms they are.
+// Finds a part of a text, which is not empty, in linear time, in whatever forms they are.
 class Search {
  public:
-  Search(const Text& part, Meter& meter) : meter_(meter) {
-    for (Reader reader(part, &meter); !reader.atEnd();) codes_.push_back(reader.next());
-    // In single-byte texts these stand for themselves.
-    if (std::all_of(codes_.begin(), codes_.end(),
-                    [](std::uint32_t code) { return code > 0 && code < 0x80; })) {
-      ascii_.assign(codes_.begin(), codes_.end());
+  Search(const Text& text, const Text& part, Meter& meter) : text_(text), meter_(meter) {
+    const bool singleBytes = !text.doubleByte && !part.doubleByte;
+    if (singleBytes && isAscii(part.bytes) && part.bytes.find('\0') == std::string_view::npos) {
+      ascii_ = part.bytes;
+      return;
     }
+    for (Reader reader(part, &meter); !reader.atEnd();) codes_.push_back(reader.next());
     fallbacks_.resize(codes_.size());
     for (std::size_t at = 1, matched = 0; at < codes_.size(); ++at) {
       matched = advance(matched, codes_[at]);
@@ -112,8 +124,8 @@ class Search {
   }
 
   // Moves the reader behind the next occurrence and answers where that begins, or to the end.
-  std::size_t find(const Text& text, Reader& reader) {
-    if (!ascii_.empty() && !text.doubleByte) return findBytes(text, reader);
+  std::size_t find(Reader& reader) {
+    if (!ascii_.empty()) return findBytes(reader);
     for (std::size_t matched = 0; !reader.atEnd();) {
       beginnings_[reader.character % codes_.size()] = reader.offset;
       matched = advance(matched, reader.next());
@@ -131,24 +143,25 @@ class Search {
     return codes_[matched] == code ? matched + 1 : matched;
   }
 
-  std::size_t findBytes(const Text& text, Reader& reader) const {
-    const char* from = text.bytes.data() + reader.offset;
+  std::size_t findBytes(Reader& reader) const {
+    const char* from = text_.bytes.data() + reader.offset;
     const void* found =
-        memmem(from, text.bytes.size() - reader.offset, ascii_.data(), ascii_.size());
+        memmem(from, text_.bytes.size() - reader.offset, ascii_.data(), ascii_.size());
     const auto end = found != nullptr ? static_cast<const char*>(found)
-                                      : from + text.bytes.size() - reader.offset;
+                                      : from + text_.bytes.size() - reader.offset;
     meter_.chargeCopy(static_cast<std::size_t>(end - from));
-    reader.offset = text.bytes.size();
+    reader.offset = text_.bytes.size();
     if (found == nullptr) return std::string_view::npos;
     const auto begin =
-        static_cast<std::size_t>(static_cast<const char*>(found) - text.bytes.data());
+        static_cast<std::size_t>(static_cast<const char*>(found) - text_.bytes.data());
     reader.offset = begin + ascii_.size();
     return begin;
   }
 
+  Text text_;
   Meter& meter_;
+  std::string_view ascii_;  // the part, if in the text it is these bytes and nothing else is
   std::vector<std::uint32_t> codes_;
-  std::string ascii_;
   std::vector<std::size_t> fallbacks_;   // how much of the part its own end repeats, at each place
   std::vector<std::size_t> beginnings_;  // of the characters read last
 };
@@ -158,10 +171,12 @@ OopType indexOfString(Memory& memory, OopType receiver, const OopType* args) {
   const Text part = textArgument(memory, args[0]);
   if (part.bytes.empty()) return smallIntOop(1);
   Reader reader(text, &memory.meter);
-  const std::size_t begin = Search(part, memory.meter).find(text, reader);
+  const std::size_t begin = Search(text, part, memory.meter).find(reader);
   if (begin == std::string_view::npos) return smallIntOop(0);
   Reader before({text.bytes.substr(0, begin), text.doubleByte}, &memory.meter);
-  while (!before.atEnd()) before.next();
+  while (!before.atEnd()) {
+    if (before.nextAscii().empty()) before.next();
+  }
   return smallIntOop(static_cast<std::int32_t>(before.character) + 1);
 }
 
@@ -217,10 +232,10 @@ OopType replaceAll(Memory& memory, OopType receiver, const OopType* args) {
     throw Failure(ErrBadArgumentKind, "the text to replace is empty", {args[0]});
   }
   std::string result;
-  Search search(from, memory.meter);
+  Search search(text, from, memory.meter);
   Reader reader(text, &memory.meter);
   std::size_t at = 0;
-  for (std::size_t begin = 0; (begin = search.find(text, reader)) != std::string_view::npos;) {
+  for (std::size_t begin = 0; (begin = search.find(reader)) != std::string_view::npos;) {
     memory.meter.charge(1);
     result.append(text.bytes.substr(at, begin - at)).append(to);
     at = reader.offset;
