@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <string_view>
+#include <tuple>
 #include <unordered_set>
 
 #include "classes.h"
@@ -39,10 +40,32 @@ bool equalBytes(Memory& memory, OopType a, OopType b) {
   const Object& left = memory.at(a);
   const Object& right = memory.at(b);
   if (left.classOop == FloatClassOop || right.classOop == FloatClassOop) return false;
+  const bool sameForm =
+      left.classOop == right.classOop || (isUsualText(left) && isUsualText(right));
+  if (sameForm && left.text() == right.text()) return true;
   if (isText(memory, a) && isText(memory, b)) {
     return compareTexts(memory, textOf(memory, a), textOf(memory, b)) == 0;
   }
-  return left.classOop == right.classOop && left.text() == right.text();
+  return false;
+}
+
+// What can be said of two values without a look at what they contain.
+enum class Likeness : std::uint8_t { different, equal, byContent };
+
+Likeness likenessOf(Memory& memory, OopType a, OopType b) {
+  const auto known = [](bool equal) { return equal ? Likeness::equal : Likeness::different; };
+  if (a == b || (isSmallInt(a) && isSmallInt(b))) return known(a == b);
+  if (isNumber(memory, a) && isNumber(memory, b)) return known(compareNumbers(memory, a, b) == 0);
+  const Object* left = memory.find(a);
+  const Object* right = memory.find(b);
+  if (left == nullptr || right == nullptr || left->impl != right->impl) return Likeness::different;
+  if (left->holdsBytes()) {
+    memory.meter.chargeCopy(left->size);
+    return known(equalBytes(memory, a, b));
+  }
+  const bool alike = left->classOop == right->classOop && left->size == right->size &&
+                     (classTraits(memory, a) & ByContent) != 0;
+  return alike ? Likeness::byContent : Likeness::different;
 }
 
 // Compares pair by pair, what they contain after them, so that depth costs no C++ stack. Beyond a
@@ -52,44 +75,32 @@ class Comparison {
  public:
   Comparison(Memory& memory, std::vector<OopType>& toAsk) : memory_(memory), toAsk_(toAsk) {}
 
-  // Whether the two are equal if those put into `toAsk`, two by two, are.
+  // Whether two that are alike by content are equal if those put into `toAsk`, two by two, are.
   bool equal(OopType a, OopType b) {
-    if (!accept(a, b, 0)) return false;
-    while (!open_.empty()) {
-      const auto [left, right] = open_.back();
-      open_.pop_back();
-      const std::span<const OopType> content = contentOf(memory_.at(left));
+    for (;;) {
+      const std::span<const OopType> content = contentOf(memory_.at(a));
       memory_.meter.charge(1 + content.size() / 16);
-      const std::span<const OopType> other = contentOf(memory_.at(right));
+      const std::span<const OopType> other = contentOf(memory_.at(b));
       for (std::size_t i = 0; i < content.size(); ++i) {
-        if (!accept(content[i], other[i], AsksEquality)) return false;
+        if (!accept(content[i], other[i])) return false;
       }
+      if (open_.empty()) return true;
+      std::tie(a, b) = open_.back();
+      open_.pop_back();
     }
-    return true;
   }
 
  private:
   // Whether the two may be equal; what they contain is still to be compared.
-  bool accept(OopType a, OopType b, std::uint8_t asking) {
+  bool accept(OopType a, OopType b) {
     if (a == b) return true;
-    if (isSmallInt(a) && isSmallInt(b)) return false;
-    const std::uint8_t traits = classTraits(memory_, a);
-    if ((traits & asking) != 0) {
+    if ((classTraits(memory_, a) & AsksEquality) != 0) {
       if (!isKnown(a, b)) toAsk_.insert(toAsk_.end(), {a, b});
       return true;
     }
-    if (isNumber(memory_, a) && isNumber(memory_, b)) return compareNumbers(memory_, a, b) == 0;
-    const Object* left = memory_.find(a);
-    const Object* right = memory_.find(b);
-    if (left == nullptr || right == nullptr || left->impl != right->impl) return false;
-    if (left->holdsBytes()) {
-      memory_.meter.charge(left->size / 4096);
-      return equalBytes(memory_, a, b);
-    }
-    if (left->classOop != right->classOop || left->size != right->size) return false;
-    if ((traits & ByContent) == 0) return false;
-    if (!isKnown(a, b)) open_.emplace_back(a, b);
-    return true;
+    const Likeness likeness = likenessOf(memory_, a, b);
+    if (likeness == Likeness::byContent && !isKnown(a, b)) open_.emplace_back(a, b);
+    return likeness != Likeness::different;
   }
 
   bool isKnown(OopType a, OopType b) {
@@ -122,34 +133,37 @@ std::uint32_t scatter(std::uint64_t value) {
 // are noted.
 class Hashing {
  public:
-  explicit Hashing(Memory& memory, std::span<const OopType> answers = {})
-      : memory_(memory), answers_(answers) {}
+  Hashing(Memory& memory, std::vector<OopType>& toAsk, std::span<const OopType> answers = {})
+      : memory_(memory), toAsk_(toAsk), answers_(answers) {}
 
   std::uint32_t of(OopType oop) { return of(oop, deepestHash); }
   std::size_t steps() const { return static_cast<std::size_t>(mostHashed - budget_) / 8; }
 
-  std::vector<OopType> toAsk;
-
  private:
   std::uint32_t of(OopType oop, int depth) {
-    if (isInteger(memory_, oop)) return mix(foldInteger(memory_, oop));
+    if (isSmallInt(oop)) return mix(foldInteger(memory_, oop));
     const Object* object = memory_.find(oop);
-    if (object == nullptr) return mix(oop);
-    if (object->classOop == FloatClassOop) {
+    return object == nullptr ? mix(oop) : ofObject(*object, oop, depth);
+  }
+
+  std::uint32_t ofObject(const Object& object, OopType oop, int depth) {
+    if (object.classOop == LargeIntegerClass) return mix(foldInteger(memory_, oop));
+    if (object.classOop == FloatClassOop) {
       const double value = floatValue(memory_, oop);
       return mix(value == std::floor(value) && std::isfinite(value)
                      ? foldIntegral(value)
                      : std::bit_cast<std::uint64_t>(value));
     }
-    const std::uint8_t traits = classTraits(memory_, oop);
-    if ((traits & AsksEquality) != 0 && depth != deepestHash) return answerFor(oop);
-    if (object->holdsBytes()) {
-      if (depth == deepestHash) memory_.meter.chargeRead(object->size);
+    if (depth != deepestHash && (classTraits(memory_, oop) & AsksEquality) != 0) {
+      return answerFor(oop);
+    }
+    if (object.holdsBytes()) {
+      if (depth == deepestHash) memory_.meter.chargeRead(object.size);
       return mix(
           hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
     }
-    if ((traits & ByContent) == 0) return mix(oop);
-    const std::span<const OopType> content = contentOf(*object);
+    if ((classTraits(memory_, oop) & ByContent) == 0) return mix(oop);
+    const std::span<const OopType> content = contentOf(object);
     std::uint32_t hash = mix(content.size());
     if (depth == 0) return hash;
     const std::size_t most = depth == deepestHash ? hashedElements : hashedInnerElements;
@@ -162,7 +176,7 @@ class Hashing {
 
   std::uint32_t answerFor(OopType oop) {
     if (answers_.empty()) {
-      toAsk.push_back(oop);
+      toAsk_.push_back(oop);
       return 0;
     }
     const OopType answer = answers_.front();
@@ -171,6 +185,7 @@ class Hashing {
   }
 
   Memory& memory_;
+  std::vector<OopType>& toAsk_;
   std::span<const OopType> answers_;
   int budget_ = mostHashed;
 };
@@ -195,10 +210,11 @@ std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
   if (identity) return mix(key);
   if (isSmallInt(key)) return mix(foldInteger(memory, key));
   if ((classTraits(memory, key) & AsksEquality) != 0) return unknownHash;
-  Hashing hashing(memory);
+  std::vector<OopType> toAsk;
+  Hashing hashing(memory, toAsk);
   const std::uint32_t hash = hashing.of(key);
   memory.meter.charge(hashing.steps());
-  return hashing.toAsk.empty() ? hash : unknownHash;
+  return toAsk.empty() ? hash : unknownHash;
 }
 
 void insertNumber(HashIndex& index, std::uint32_t hash, std::size_t number) {
@@ -277,21 +293,22 @@ bool equalOops(Memory& memory, OopType a, OopType b) {
 }
 
 bool compareOops(Memory& memory, OopType a, OopType b, std::vector<OopType>& toAsk) {
-  return a == b || Comparison(memory, toAsk).equal(a, b);
+  const Likeness likeness = likenessOf(memory, a, b);
+  if (likeness != Likeness::byContent) return likeness == Likeness::equal;
+  return Comparison(memory, toAsk).equal(a, b);
 }
 
 std::uint32_t hashOop(Memory& memory, OopType oop, std::span<const OopType> answers,
                       std::vector<OopType>& toAsk) {
-  Hashing hashing(memory, answers);
-  const std::uint32_t hash = hashing.of(oop);
-  toAsk = std::move(hashing.toAsk);
-  return hash;
+  return Hashing(memory, toAsk, answers).of(oop);
 }
 
 std::uint32_t givenHash(Memory& memory, OopType answer) {
   const bool asItIs =
       isSmallInt(answer) && smallIntValue(answer) >= 0 && smallIntValue(answer) < 1 << hashBits;
-  return asItIs ? static_cast<std::uint32_t>(smallIntValue(answer)) : Hashing(memory).of(answer);
+  if (asItIs) return static_cast<std::uint32_t>(smallIntValue(answer));
+  std::vector<OopType> toAsk;
+  return Hashing(memory, toAsk).of(answer);
 }
 
 KeyPlace findKey(Memory& memory, OopType oop, OopType key, Stride stride) {

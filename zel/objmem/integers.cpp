@@ -146,10 +146,6 @@ Leading leadingBits(const Integer& value) {
 
 std::uint64_t fold(const Words& words) {
   std::uint64_t value = 0;
-  if (words.size == 2) {
-    std::memcpy(&value, words.bytes(), sizeof value);
-    return value;
-  }
   for (std::size_t i = 0; i < words.size; ++i) value = value * 0x9E3779B97F4A7C15ULL + words[i];
   return value;
 }
@@ -317,11 +313,13 @@ int compareWithDouble(const Memory& memory, OopType a, double b) {
 }
 
 std::uint64_t foldInteger(const Memory& memory, OopType oop) {
-  return fold(Words(memory, oop));
+  std::int64_t value = 0;
+  return toInt64(memory, oop, value) ? static_cast<std::uint64_t>(value) : fold(Words(memory, oop));
 }
 
 std::uint64_t foldIntegral(double value) {
-  return fold(Words(value));
+  return fitsInteger(value) ? static_cast<std::uint64_t>(static_cast<std::int64_t>(value))
+                            : fold(Words(value));
 }
 
 double nearestDouble(const Memory& memory, OopType integer) {

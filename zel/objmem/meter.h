@@ -54,11 +54,8 @@ class Meter {
   void end();
   // Counts steps inside a primitive or the compiler. Throws the break, or ErrStepLimit.
   void charge(std::size_t steps) {
-    while (steps > stride) {
-      charge(stride);
-      steps -= stride;
-    }
-    if ((countdown -= static_cast<std::int32_t>(steps)) < 0) check();
+    for (; steps > stride; steps -= stride) count(stride);
+    count(static_cast<std::int32_t>(steps));
   }
   // The same for bytes that are copied or compared as a whole, and for those that are looked at one
   // by one.
@@ -73,6 +70,9 @@ class Meter {
   friend class Respite;
   using Clock = std::chrono::steady_clock;
 
+  void count(std::int32_t steps) {
+    if ((countdown -= steps) < 0) check();
+  }
   void grant();
   static constexpr std::int32_t stride = 10'000;
   BreakRequest& request_;

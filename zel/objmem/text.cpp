@@ -273,17 +273,13 @@ std::string_view Reader::nextAscii() {
   return ascii;
 }
 
-bool isText(const Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
-  return object != nullptr && object->holdsBytes() &&
-         (object->classOop == StringClassOop ||
-          inheritsFrom(memory, object->classOop, StringKindClassOop));
+bool isOtherText(const Memory& memory, const Object& object) {
+  return object.holdsBytes() && inheritsFrom(memory, object.classOop, StringKindClassOop);
 }
 
-Text textOf(const Memory& memory, OopType oop) {
+Text otherTextOf(const Memory& memory, OopType oop) {
   const Object& object = memory.at(oop);
-  const bool usual = object.classOop == StringClassOop || object.classOop == SymbolClass;
-  if (usual || !isDoubleByteString(memory, oop)) return {object.text()};
+  if (!isDoubleByteString(memory, oop)) return {object.text()};
   return {object.text().substr(0, object.size & ~1U), true};
 }
 
@@ -336,6 +332,10 @@ int compareTexts(Memory& memory, const Text& a, const Text& b) {
 }
 
 std::uint32_t hashText(const Text& text, std::size_t mostPieces) {
+  const bool isPiece = !text.bytes.empty() && text.bytes.size() <= pieceCharacters;
+  if (isPiece && !text.doubleByte && isAscii(text.bytes)) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(text.bytes));
+  }
   std::size_t hash = 0;
   char encoded[pieceCharacters * sizeof Encoded::bytes];
   Reader reader(text);

@@ -73,10 +73,23 @@ class Reader {
 bool meetAsPair(std::string_view left, std::string_view right);
 std::string withPairsJoined(std::string bytes);
 
+// Whether the object is of the classes of nearly all texts, which hold single bytes; the others are
+// asked about more slowly.
+inline bool isUsualText(const Object& object) {
+  return object.classOop == StringClassOop || object.classOop == SymbolClass;
+}
+bool isOtherText(const Memory& memory, const Object& object);
 // Whether the object is a string of either kind, or a symbol.
-bool isText(const Memory& memory, OopType oop);
+inline bool isText(const Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  return object != nullptr && (isUsualText(*object) || isOtherText(memory, *object));
+}
+Text otherTextOf(const Memory& memory, OopType oop);
 // What such an object holds.
-Text textOf(const Memory& memory, OopType oop);
+inline Text textOf(const Memory& memory, OopType oop) {
+  const Object& object = memory.at(oop);
+  return isUsualText(object) ? Text{object.text()} : otherTextOf(memory, oop);
+}
 // The same for an argument: throws ErrBadArgumentKind if it is something else.
 Text textArgument(const Memory& memory, OopType oop);
 // The text in UTF-8; bytes of a single-byte string stay as they are.
