@@ -364,6 +364,7 @@ OopType floorQuotient(Memory& memory, double a, double b) {
 }
 
 std::string printInteger(const Memory& memory, OopType oop, int radix) {
+  if (isSmallInt(oop) && radix == 10) return std::to_string(smallIntValue(oop));
   std::string text;
   std::int64_t value = 0;
   if (toInt64(memory, oop, value)) {
