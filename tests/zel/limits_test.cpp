@@ -116,6 +116,15 @@ TEST_F(Limits, AFullMemoryCanBeEmptied) {
   EXPECT_LE((objects(), database().memory.statistics().bytes), before + (128U << 10));
 }
 
+TEST_F(Limits, AHandlerRunsOnceWhatFilledTheMemoryIsReleased) {
+  database().memory.setLimit(8U << 20);
+  for (const std::string first : {"", "e class. ", "e messageText. ", "System memoryBytes. "}) {
+    EXPECT_EQ("3", show("| x | [[x := Array with: x with: (String new: 1000)] repeat. 4] on: Error "
+                        "do: [:e | x := nil. " +
+                        first + "e return: 3]"));
+  }
+}
+
 TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
   database().memory.setLimit(64U << 20);
   const std::size_t before = (objects(), database().memory.statistics().bytes);

@@ -278,6 +278,19 @@ void makeRoom(Memory& memory, OopType oop, HashIndex& index) {
   }
 }
 
+// The value of a symbol, found without an index; 0 when it is absent.
+OopType searchedAt(Memory& memory, OopType dictionary, OopType symbol) {
+  const Object& object = memory.at(dictionary);
+  const OopType* slots = object.indexed();
+  for (std::size_t i = 0; i + 1 < object.indexedSize(); i += dictionaryStride) {
+    const bool isString = classOf(memory, slots[i]) != SymbolClass;
+    if (slots[i] == symbol || (isString && equalOops(memory, symbol, slots[i]))) {
+      return slots[i + 1];
+    }
+  }
+  return 0;
+}
+
 // Of a key that is looked for and one of the same hash.
 KeyPlace::Kind compareKeys(Memory& memory, OopType key, OopType there) {
   std::vector<OopType> toAsk;
@@ -436,8 +449,12 @@ void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place
 }
 
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key) {
-  const KeyPlace place = findKey(memory, dictionary, key, dictionaryStride);
-  return place.kind == KeyPlace::found ? valueAt(memory, dictionary, place) : 0;
+  try {
+    const KeyPlace place = findKey(memory, dictionary, key, dictionaryStride);
+    return place.kind == KeyPlace::found ? valueAt(memory, dictionary, place) : 0;
+  } catch (const std::bad_alloc&) {
+    return searchedAt(memory, dictionary, key);
+  }
 }
 
 void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value) {

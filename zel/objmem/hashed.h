@@ -69,7 +69,8 @@ void appendKey(Memory& memory, OopType oop, Stride stride, OopType key, OopType 
 void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place);
 
 // For dictionaries of the library's own, whose keys are symbols. dictionaryAt answers 0 when the
-// key is absent.
+// key is absent. It needs no room: what a program that has filled the memory still does for itself
+// begins with finding its methods.
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key);
 void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value);
 
