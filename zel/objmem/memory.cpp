@@ -188,7 +188,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text, OopType clas
   if (size < least) {
     const OopType oop = allocate(classOop, Impl::bytes, 0, size, true);
     std::copy_n(first.bytes, first.size, at(oop).bytes);
-    std::copy_n(text.data(), text.size(), at(oop).bytes + first.size);
+    std::memcpy(at(oop).bytes + first.size, text.data(), text.size());
     return oop;
   }
   SharedBytes* bytes = first.shared ? &sharedBytes(first) : nullptr;
@@ -213,7 +213,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text, OopType clas
   Object* object = place(block, classOop, Impl::bytes, 0, 0, true);
   object->bytes = reinterpret_cast<ByteType*>(bytes + 1);
   object->shared = true;
-  std::copy_n(text.data(), text.size(), object->bytes + first.size);
+  std::memcpy(object->bytes + first.size, text.data(), text.size());
   object->size = object->capacity = bytes->used = static_cast<std::uint32_t>(size);
   ++bytes->owners;
   table_[index] = object;
