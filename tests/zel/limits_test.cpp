@@ -177,6 +177,14 @@ TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
   }
 }
 
+TEST_F(Limits, TakingOneByOneIsLinear) {
+  database().memory.meter.limit = 3'000'000;
+  EXPECT_EQ("0",
+            show("s := Set withAll: (1 to: 20000). [s isEmpty] whileFalse: [s remove: s any]. "
+                 "b := Bag withAll: (1 to: 20000). [b size = 0] whileFalse: [b remove: b any]. "
+                 "t := (1 to: 3000) asOrderedCollection. t removeAll: t reversed. t size"));
+}
+
 // Primitives count steps by the bytes that they go through, so that a break that comes while they
 // are repeated is seen soon.
 TEST_F(Limits, RepeatedLongPrimitivesCountTheirBytes) {

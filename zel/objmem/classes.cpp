@@ -58,7 +58,7 @@ constexpr ClassSpec classSpecs[] = {
     {SetClass, "Set", CollectionClass, asSet | FormatIndexable},
     {IdentitySetClass, "IdentitySet", SetClass, asSet | FormatIndexable},
     {DictionaryClass, "Dictionary", CollectionClass, indexedPointers},
-    {BagClass, "Bag", CollectionClass, asPointers, "counts"},
+    {BagClass, "Bag", CollectionClass, asPointers, "counts elementCount"},
     {StreamClass, "Stream", ObjectClass, asPointers, "collection position"},
     {ReadStreamClass, "ReadStream", StreamClass, asPointers},
     {WriteStreamClass, "WriteStream", StreamClass, asPointers, "species"},

@@ -204,6 +204,24 @@ OopType addBeforeIndex(Memory& memory, OopType receiver, const OopType* args) {
   return *place = args[0];
 }
 
+// Leaves it to the kernel where a method of the program has a say: for the elements' equality, or
+// in a class of its own for what they are.
+OopType indexOfElement(Memory& memory, OopType receiver, const OopType* args) {
+  constexpr std::size_t comparisonsPerStep = 8;
+  const Object& object = memory.at(receiver);
+  const bool ownsSlots = object.classOop == ArrayClassOop ||
+                         object.classOop == OrderedCollectionClass ||
+                         object.classOop == SortedCollectionClass;
+  if (!ownsSlots || (classTraits(memory, args[0]) & AsksEquality) != 0) return undecided;
+  for (std::size_t i = 0; i < object.indexedSize(); ++i) {
+    if (i % comparisonsPerStep == 0) memory.meter.charge(1);
+    std::vector<OopType> toAsk;
+    if (!compareOops(memory, args[0], object.indexed()[i], toAsk)) continue;
+    return toAsk.empty() ? smallIntOop(static_cast<std::int32_t>(i) + 1) : undecided;
+  }
+  return smallIntOop(0);
+}
+
 OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
   const bool text = holdsCharacters(memory, memory.at(receiver));
   const auto count = static_cast<std::int64_t>(text ? characterCount(memory, receiver)
@@ -291,6 +309,13 @@ OopType asSet(Memory& memory, OopType receiver, const OopType*) {
 template <Stride stride>
 OopType hashedSize(Memory& memory, OopType receiver, const OopType*) {
   return smallIntOop(static_cast<std::int32_t>(memory.at(receiver).indexedSize() / stride));
+}
+
+// One of the keys and values: `part` says which of an entry.
+template <Stride stride, std::size_t part>
+OopType anyPart(Memory& memory, OopType receiver, const OopType*) {
+  const Object& object = memory.at(receiver);
+  return object.indexedSize() < stride ? absent : object.indexed()[part];
 }
 
 // What a search came to when it did not find the key.
@@ -492,6 +517,8 @@ constexpr char askingAtIfAbsent[] = "askingAt:ifAbsent:";
 constexpr char askingAtPut[] = "askingAt:put:";
 constexpr char keyIsMissing[] = "keyIsMissing:";
 constexpr char absentDo[] = "absent:do:";
+constexpr char isEmptyNow[] = "isEmptyNow";
+constexpr char askingIndexOf[] = "askingIndexOf:";
 
 constexpr Primitive collectionMessages[] = {
     {"asArray", asArray},
@@ -500,9 +527,10 @@ constexpr Primitive collectionMessages[] = {
     {"asSet", directly<asSet, askingAsSet>},
 };
 constexpr Primitive sequenceMessages[] = {
-    {"size", size},      {"at:", at},        {"at:put:", atPut},
-    {"add:", add},       {"size:", setSize}, {"copyFrom:to:", copyFromTo},
-    {"joined:", joined},
+    {"size", size},      {"at:", at},
+    {"at:put:", atPut},  {"add:", add},
+    {"size:", setSize},  {"copyFrom:to:", copyFromTo},
+    {"joined:", joined}, {"indexOf:", directly<indexOfElement, askingIndexOf>},
 };
 constexpr Primitive orderedCollectionMessages[] = {
     {"removeAtIndex:", removeAtIndex},
@@ -526,6 +554,7 @@ constexpr Primitive setMessages[] = {
     {"includes:", directly<includesKey<setStride>, askingIncludes>},
     {"remove:ifAbsent:", directly<removeAtKey<setStride>, askingRemove, absentDo>},
     {"put:hash:candidates:", putKnown<setStride>},
+    {"any", directly<anyPart<setStride, 0>, isEmptyNow>},
 };
 constexpr Primitive dictionaryMessages[] = {
     {"at:", directly<valueAtKey, askingAt, keyIsMissing>},
@@ -535,6 +564,8 @@ constexpr Primitive dictionaryMessages[] = {
     {"removeKey:ifAbsent:", directly<removeAtKey<dictionaryStride>, askingRemove, absentDo>},
     {"keys", dictionaryKeys},
     {"put:hash:candidates:value:", putKnown<dictionaryStride>},
+    {"any", directly<anyPart<dictionaryStride, 1>, isEmptyNow>},
+    {"anyKey", directly<anyPart<dictionaryStride, 0>, isEmptyNow>},
 };
 constexpr ClassPrimitives families[] = {
     {CollectionClass, collectionMessages},
