@@ -148,9 +148,12 @@ TEST_F(Table, ReadsAndWritesRangesOfOops) {
             errorOf(zel->ZelStoreIdxOops, both, 1, oops, 3),
             errorOf(zel->ZelStoreIdxOops, both, 1, oops, 0x80000001)));
   EXPECT_EQ("a Both( false 1 2 )", shown(both));
-  // A dictionary whose slots a client rewrites still finds its keys.
-  zel->ZelStoreIdxOops(run("d := Dictionary new. d at: 5 put: 9. d"), 1, oops, 2);
-  EXPECT_EQ("2", show("d at: 1"));
+  // What places its elements itself is not written from outside.
+  const OopType dictionary = run("d := IdentityDictionary new. d at: 5 put: 9. d");
+  const OopType sorted = run("s := #(3 1) asSortedCollection");
+  EXPECT_EQ(tuple(2506, 2506), tuple(errorOf(zel->ZelStoreIdxOops, dictionary, 1, oops, 2),
+                                     errorOf(zel->ZelStoreOop, sorted, 2, TrueOop)));
+  EXPECT_EQ("an Array( an IdentityDictionary( 5->9 ) a SortedCollection( 1 3 ) )", show("{d. s}"));
 }
 
 TEST_F(Table, SuspendsAndContinues) {

@@ -61,11 +61,19 @@ void storeOops(Memory& memory, OopType oop, std::size_t first, const OopType* oo
   std::copy(oops, oops + count, memory.at(oop).slots + first);
 }
 
-// Where the indexed part may be written: nowhere in sets, which have no order.
+// Where the indexed part may be written: nowhere in what places its elements itself.
 Object& indexedOopsObject(const Memory& memory, OopType oop) {
   Object& object = oopsObject(memory, oop);
   if (object.impl == Impl::set) {
     throw Failure(ErrBadArgumentKind, "a set has no order: use its message add:", {oop});
+  }
+  if (inheritsFrom(memory, object.classOop, DictionaryClass)) {
+    throw Failure(ErrInvariant,
+                  "a Dictionary places its keys itself: use its message at:put:", {oop});
+  }
+  if (inheritsFrom(memory, object.classOop, SortedCollectionClass)) {
+    throw Failure(ErrInvariant,
+                  "a SortedCollection places its elements itself: use its message add:", {oop});
   }
   if (!object.indexable) {
     throw Failure(ErrBadArgumentKind, "the object has no indexed part", {oop});
