@@ -74,6 +74,21 @@ TEST_F(Limits, ABreakFromAnotherThreadStopsOrSuspends) {
   EXPECT_EQ("an Object", show("Object new"));
 }
 
+TEST_F(Limits, BreaksThatKeepComingLetLongPrimitivesEnd) {
+  run("k := (1 to: 200000) asArray collect: [:i | {i}]");
+  run("System suspend: 0. (k perform: #asSet) size");
+  takeError();
+  const OopType process = error.context;
+  OopType size = 0;
+  {
+    const Breaking breaking(zel->ZelSoftBreak);
+    do {
+      size = zel->ZelContinueWith(process, 1, 0, nullptr);
+    } while (errorNumber() == 6003);
+  }
+  EXPECT_EQ("200000", shown(size));
+}
+
 TEST_F(Limits, DeepAndLongTextsEnd) {
   for (const char* open : {"(", "[", "{", "#(", "a := "}) {
     EXPECT_EQ(2501, errorOf(repeated(open, 100'000) + "1")) << open;

@@ -142,8 +142,8 @@ TEST(BreakRequests, KeepTheHarderUntilTheyAreTaken) {
   request.beginRun();
   request.make(zel::BreakRequest::hard);
   request.make(zel::BreakRequest::soft);
-  EXPECT_EQ(zel::BreakRequest::hard, request.take());
-  EXPECT_EQ(zel::BreakRequest::none, request.take());
+  EXPECT_EQ(zel::BreakRequest::hard, request.take(zel::BreakRequest::hard));
+  EXPECT_EQ(zel::BreakRequest::none, request.take(zel::BreakRequest::soft));
 }
 
 // A soft break anywhere changes nothing in what a program does.

@@ -29,9 +29,10 @@ class BreakRequest {
     word_.store(lastRun_);
   }
   void endRun() { word_.store(none); }
-  // The request that was made since the last call, which it is the answer to.
-  Kind take() {
-    const bool isMade = (word_.load(std::memory_order_relaxed) & 3U) != none;
+  // The request that was made since the last call, which it is the answer to. One of a lesser kind
+  // waits.
+  Kind take(Kind least) {
+    const bool isMade = (word_.load(std::memory_order_relaxed) & 3U) >= least;
     return isMade ? Kind(word_.fetch_and(~3U) & 3U) : none;
   }
 
@@ -65,6 +66,10 @@ class Meter {
   void check();
   // Makes the countdown end at the next step.
   void hurry();
+  // Has soft breaks wait while so many steps are counted, or until they are heeded again. Until
+  // then the countdown ends at every step but the first.
+  void deferSoftBreaks(std::uint64_t steps);
+  void heedSoftBreaks() { deferred_ = 0; }
 
  private:
   friend class Respite;
@@ -77,6 +82,7 @@ class Meter {
   static constexpr std::int32_t stride = 10'000;
   BreakRequest& request_;
   std::uint64_t left_ = UINT64_MAX;  // of the limit, beyond the countdown
+  std::uint64_t deferred_ = 0;       // steps for which soft breaks wait
   Clock::time_point deadline_ = Clock::time_point::max();
 };
 

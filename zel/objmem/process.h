@@ -54,6 +54,9 @@ struct ProcessState {
   // A message that is sent before the next op, 0 if none: receiver and arguments are on the stack.
   OopType sendNext = 0;
   std::uint32_t sendNextCount = 0;
+  // Steps for which the next message does not look at soft breaks: one that had to begin once more
+  // is to end, however often breaks come.
+  std::uint64_t patience = 0;
   std::string stackText;  // of its activations, once it is given up
 
   std::size_t bytes() const {

@@ -157,8 +157,10 @@ void Machine::markRoots() {
   }
 }
 
-// Called when the countdown has ended.
+// Called when the countdown has ended, which it has soon after a message that soft breaks wait for.
 void Machine::poll() {
+  process_->patience = 0;
+  memory.meter.heedSoftBreaks();
   memory.meter.check();
   memory.collectIfDue();
 }
@@ -358,7 +360,12 @@ void Machine::sendPending() {
     if (routine.kind == Routine::Kind::code) {
       enterCode(*routine.code, count);
     } else {
-      result = routine.control(*this, receiver, arguments);
+      try {
+        result = routine.control(*this, receiver, arguments);
+      } catch (const Failure& failure) {
+        if (failure.kind == FailureKind::softBreak) process.sendNext = selector;
+        throw;
+      }
     }
   }
   if (result == frameChanged) return;
@@ -751,6 +758,7 @@ OopType Machine::carryOut(OopType processOop, Failure* failure, bool briefly) {
   InRoom room(memory, briefly ? Room::library : memory.roomToRun());
   if (briefly) briefly_ = &room;
   if (failure != nullptr) handleOrThrow(std::move(*failure));
+  if (process_->patience != 0) memory.meter.deferSoftBreaks(process_->patience);
   while (true) {
     try {
       const OopType value = interpret();

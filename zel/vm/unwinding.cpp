@@ -20,6 +20,7 @@ namespace zel {
 namespace {
 
 constexpr std::size_t notFound = SIZE_MAX;
+constexpr std::uint64_t leastPatience = 100'000;
 
 // Arguments of the two activations above, from the frame's base on.
 enum HandlingArgument { HandlingBlock, HandlingHandler, HandlingResumable };
@@ -287,13 +288,16 @@ bool Machine::askDefaultAction(const Failure& failure) {
   return true;
 }
 
-// A break makes the message or turn that saw it begin once more when the program is continued.
+// A break makes the message or turn that saw it begin once more when the program is continued. What
+// a message has done by then is lost.
 void Machine::handleOrThrow(Failure failure) {
   const InRoom room(memory, Room::library);
   const Meanwhile<const Failure*> inFlight(inFlight_, &failure);
   ProcessState& process = *process_;
   if (failure.kind == FailureKind::softBreak) {
     if (process.sendNext == 0) --process.frames[process.depth - 1].pc;
+    const bool inMessage = process.place != noPlace;
+    process.patience = inMessage ? std::max(leastPatience, 2 * process.patience) : 0;
     process.place = noPlace;
     if (settling_) throw Failure(std::move(failure));
   } else if (process.sendNext != 0) {
