@@ -151,12 +151,14 @@ std::size_t sizeForElements(Memory& memory, OopType oop, std::size_t count) {
   return text.bytes.size() + (count - characters) * text.unit();
 }
 
+void requireIndexed(const Memory& memory, OopType oop) {
+  if (memory.at(oop).indexable) return;
+  throw Failure(ErrBadArgumentKind, describe(memory, oop) + " has no indexed part", {oop});
+}
+
 OopType setSize(Memory& memory, OopType receiver, const OopType* args) {
   const std::size_t count = countArgument(memory, args[0], memory.at(receiver).impl);
-  if (!memory.at(receiver).indexable) {
-    throw Failure(ErrBadArgumentKind, describe(memory, receiver) + " has no indexed part",
-                  {receiver});
-  }
+  requireIndexed(memory, receiver);
   const std::size_t size = sizeForElements(memory, receiver, count);
   memory.meter.chargeCopy(size);
   prepareWrite(memory, receiver);
@@ -263,6 +265,45 @@ std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
   elements.reserve(count / step);
   for (std::size_t i = step - 1; i < count; i += step) elements.push_back(elementAt(object, i));
   return elements;
+}
+
+// Replaces all elements, or fails and leaves them as they are.
+OopType setElements(Memory& memory, OopType receiver, const OopType* args) {
+  requireIndexed(memory, receiver);
+  if (memory.find(args[0]) == nullptr) wrongKind(memory, "a collection", args[0]);
+  const std::vector<OopType> elements = elementsOf(memory, args[0]);
+  if (!memory.at(receiver).holdsBytes()) {
+    memory.meter.chargeCopy(elements.size() * sizeof(OopType));
+    prepareWrite(memory, receiver);
+    Object& object = memory.resize(receiver, memory.at(receiver).namedSize + elements.size());
+    std::copy(elements.begin(), elements.end(), object.indexed());
+    return receiver;
+  }
+  std::string bytes;
+  const bool characters = holdsCharacters(memory, memory.at(receiver));
+  const bool doubleByte = characters && textOf(memory, receiver).doubleByte;
+  for (const OopType element : elements) {
+    if (characters) {
+      append(bytes, codeFor(memory, element), doubleByte);
+    } else {
+      bytes += static_cast<char>(byteFor(memory, element));
+    }
+  }
+  if (characters && !doubleByte) bytes = withPairsJoined(std::move(bytes));
+  memory.meter.chargeRead(bytes.size());
+  prepareWrite(memory, receiver);
+  Object& object = memory.resize(receiver, bytes.size());
+  std::copy(bytes.begin(), bytes.end(), object.bytes);
+  object.width = Width::unknown;
+  return receiver;
+}
+
+// The same with the receiver's own elements in another order, where at:put: is not the program's.
+OopType setSorted(Memory& memory, OopType receiver, const OopType* args) {
+  const OopType method =
+      lookupMethod(memory, classOf(memory, receiver), symbolOop(memory, "at:put:"), false);
+  const bool stores = memory.at(method).extra->routine->primitive == atPut;
+  return stores ? setElements(memory, receiver, args) : undecided;
 }
 
 // The receiver's elements and the other sequence's, in a collection of the receiver's class.
@@ -515,6 +556,7 @@ constexpr char askingRemove[] = "askingRemove:ifAbsent:";
 constexpr char askingAt[] = "askingAt:";
 constexpr char askingAtIfAbsent[] = "askingAt:ifAbsent:";
 constexpr char askingAtPut[] = "askingAt:put:";
+constexpr char setEach[] = "setEach:";
 constexpr char keyIsMissing[] = "keyIsMissing:";
 constexpr char absentDo[] = "absent:do:";
 constexpr char isEmptyNow[] = "isEmptyNow";
@@ -527,10 +569,16 @@ constexpr Primitive collectionMessages[] = {
     {"asSet", directly<asSet, askingAsSet>},
 };
 constexpr Primitive sequenceMessages[] = {
-    {"size", size},      {"at:", at},
-    {"at:put:", atPut},  {"add:", add},
-    {"size:", setSize},  {"copyFrom:to:", copyFromTo},
-    {"joined:", joined}, {"indexOf:", directly<indexOfElement, askingIndexOf>},
+    {"size", size},
+    {"at:", at},
+    {"at:put:", atPut},
+    {"add:", add},
+    {"size:", setSize},
+    {"copyFrom:to:", copyFromTo},
+    {"joined:", joined},
+    {"indexOf:", directly<indexOfElement, askingIndexOf>},
+    {"setElements:", setElements},
+    {"setSorted:", directly<setSorted, setEach>},
 };
 constexpr Primitive orderedCollectionMessages[] = {
     {"removeAtIndex:", removeAtIndex},
