@@ -40,6 +40,7 @@ constexpr int growthOf(OpCode code) {
     case OpCode::popFrame:
     case OpCode::pop:
     case OpCode::add:
+    case OpCode::advance:
     case OpCode::subtract:
     case OpCode::multiply:
     case OpCode::less:
@@ -388,8 +389,9 @@ class Emitter {
     pushLiteral(NilOop);
   }
 
-  // The start is on the stack and stays there as the value of the whole. Blocks that keep the
-  // body's parameter must not see it change: it is then a copy of the counter.
+  // The start is on the stack and stays there as the value of the whole, below the number of turns
+  // where it may be a float. Blocks that keep the body's parameter must not see it change: it is
+  // then a copy of the counter.
   void emitCount(const Node& send, std::int32_t step, const Node& body) {
     const Variable* parameter = body.parameters.empty() ? nullptr : body.inlineVariables[0];
     const bool copied = parameter != nullptr && parameter->captured;
@@ -403,6 +405,10 @@ class Emitter {
       emitPop();
       position_ = send.position;
     }
+    const Node& start = *send.receiver;
+    const bool startsWhole = start.kind == NodeKind::literal && isSmallInt(start.literal);
+    const bool mayRound = parameter != nullptr && !startsWhole;
+    if (mayRound) pushLiteral(smallIntOop(0));
     const std::size_t top = here();
     load(counter);
     load(limit);
@@ -411,18 +417,19 @@ class Emitter {
     emitTurn(body, copied ? &counter : nullptr);
     emitPop();
     position_ = send.position;
-    emitStep(counter, step);
+    emitStep(counter, step, mayRound ? OpCode::advance : OpCode::add);
     emit(OpCode::jumpBack, top);
     land(toEnd);
+    if (mayRound) emitPop();
   }
 
-  void emitStep(const Variable& counter, std::int32_t step) {
+  void emitStep(const Variable& counter, std::int32_t step, OpCode adding) {
     if (!counter.captured && static_cast<std::int8_t>(step) == step) {
       emit(OpCode::count, counter.place, static_cast<std::uint8_t>(step));
     }
     load(counter);
     pushLiteral(smallIntOop(step));
-    emitSend(OpCode::add, "+", 1);
+    emitSend(adding, "+", 1);
     store(counter);
     emitPop();
   }

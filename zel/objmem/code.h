@@ -26,8 +26,9 @@ enum class OpCode : std::uint8_t {
   leaveEnvironment,
   pop,
   duplicate,
-  send,  // a: site
-  add,   // a: site; small integers and floats need no message for these
+  send,     // a: site
+  add,      // a: site; small integers and floats need no message for these
+  advance,  // the same for a loop's counter, to which its step is added
   subtract,
   multiply,
   less,

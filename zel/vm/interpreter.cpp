@@ -257,6 +257,20 @@ OopType Machine::mixedArithmetic(Op op, OopType left, OopType right) {
   return 0;
 }
 
+// What a loop that began with a float goes on with, 0 if it did not: rounded once, as an interval's
+// elements are. Below the counter and the step are the start and the number of turns.
+OopType Machine::nextOfFloats(OopType* top) {
+  if (!isFloatObject(memory, top[-3])) return 0;
+  const double turns = numberValue(memory, top[-2]) + 1;
+  return withRoom(memory, [&] {
+    const double next = floatValue(memory, top[-3]) + turns * smallIntValue(top[0]);
+    const OopType oop = floatOop(memory, next);
+    top[-2] = turns <= smallIntMax ? smallIntOop(static_cast<std::int32_t>(turns))
+                                   : floatOop(memory, turns);
+    return oop;
+  });
+}
+
 // Makes room for one more frame and `need` more values.
 void Machine::growStacks(std::size_t need) {
   ProcessState& process = *process_;
@@ -600,12 +614,21 @@ OopType Machine::interpret() {
         at.locals = process_->stack.data() + at.frame->base;
         continue;
       }
+      case OpCode::advance:
+        if (!areSmallInts(at.sp[-1], at.sp[0])) {
+          at.store(*process_);
+          const OopType next = nextOfFloats(at.sp);
+          if (next == 0) break;
+          *--at.sp = next;
+          continue;
+        }
+        [[fallthrough]];
       case OpCode::add:
       case OpCode::subtract:
         if (areSmallInts(at.sp[-1], at.sp[0])) {
           // The tag of one operand goes, so that the other's is the result's.
           std::int32_t result = 0;
-          const bool adds = at.pc->code == OpCode::add;
+          const bool adds = at.pc->code != OpCode::subtract;
           const std::int32_t other = asSigned(at.sp[0] & ~3U);
           if (!(adds ? __builtin_add_overflow(asSigned(at.sp[-1]), other, &result)
                      : __builtin_sub_overflow(asSigned(at.sp[-1]), other, &result))) {

@@ -132,6 +132,7 @@ class Machine {
   const Routine& findSuper(const Code& code, OopType selector, std::size_t argumentCount);
   void findFor(Site& site, const Code& code, OopType receiver, OopType key);
   [[noreturn]] void doesNotUnderstand(OopType selector, std::size_t argumentCount);
+  OopType nextOfFloats(OopType* top);
   OopType floatArithmetic(Op op, OopType left, OopType right);
   OopType mixedArithmetic(Op op, OopType left, OopType right);
   OopType calculate(Op op, OopType left, OopType right, double a, double b);
