@@ -111,7 +111,8 @@ TEST_F(Limits, AFullMemoryCanBeEmptied) {
   const std::size_t before = (objects(), database().memory.statistics().bytes);
   run("h := OrderedCollection new");
   for (const char* filling : {"[h add: (String new: 10)] repeat", "[h add: 'x' copy] repeat",
-                              "[h add: 5] repeat", "[[h add: {5}] repeat] on: Error do: [nil foo]",
+                              "[h add: h size printString asSymbol] repeat", "[h add: 5] repeat",
+                              "[[h add: {5}] repeat] on: Error do: [nil foo]",
                               "| s | s := ''. [h add: s. s := s , (String new: 1000)] repeat"}) {
     for (int i = 0; i < 20; ++i) EXPECT_NE(0, errorOf(filling)) << filling;
     EXPECT_EQ("7", show("3 + 4"));
@@ -185,9 +186,12 @@ TEST_F(Limits, DeepStructuresSurviveCollections) {
 TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
   run("k := (1 to: 20000) collect: [:i | {i}]. m := k collect: [:each | each copy]");
   database().memory.meter.limit = 10'000;
-  for (const std::string& source : {std::string("k asSet"), std::string("k = m"),
-                                    std::string("(2 raisedTo: 65000) printString"),
-                                    "#(" + repeated("a ", 20'000) + ")", repeated("3. ", 20'000)}) {
+  for (const std::string& source :
+       {std::string("k asSet"), std::string("k = m"),
+        std::string("(2 raisedTo: 65000) printString"), "#(" + repeated("a ", 20'000) + ")",
+        repeated("3. ", 20'000), "#[" + repeated("1 ", 20'000) + "]",
+        "'" + repeated("word", 500'000) + "'", repeated("word", 500'000), repeated("1234", 500'000),
+        "#" + repeated("word", 500'000)}) {
     EXPECT_EQ(2522, errorOf(source)) << source.substr(0, 60);
   }
 }

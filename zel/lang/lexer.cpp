@@ -63,6 +63,7 @@ void Lexer::locate() {
     return i < source_.size() ? static_cast<unsigned char>(source_[i]) : 0;
   };
   for (; located_ < at_; ++located_) {
+    if (located_ % bytesPerCharge == 0) meter_.chargeRead(bytesPerCharge);
     const int byte = byteAt(located_);
     const bool isSecondHalf = byte == 0xED && byteAt(located_ + 1) >= 0xB0;
     if (byte == '\n') {
@@ -82,7 +83,7 @@ void Lexer::skipBlanks() {
       if (close == std::string_view::npos) fail("the comment is not closed");
       at_ = close + 1;
     } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
-      ++at_;
+      advance();
     } else {
       return;
     }
@@ -137,7 +138,7 @@ void Lexer::next() {
 
 void Lexer::readWord() {
   const std::size_t start = at_;
-  while (isWordCharacter(peek())) ++at_;
+  while (isWordCharacter(peek())) advance();
   token = Token::identifier;
   if (peek() == ':' && peek(1) != '=') {
     ++at_;
@@ -151,7 +152,7 @@ void Lexer::readDigits(bool negative) {
   const std::size_t start = at_;
   token = Token::integer;
   integerValue = 0;
-  for (; digitValue(peek()) < radix; ++at_) {
+  for (; digitValue(peek()) < radix; advance()) {
     if (__builtin_mul_overflow(integerValue, radix, &integerValue) ||
         __builtin_sub_overflow(integerValue, digitValue(peek()), &integerValue)) {
       token = Token::largeInteger;
@@ -168,11 +169,11 @@ void Lexer::readDigits(bool negative) {
 
 void Lexer::readFraction(std::size_t start) {
   ++at_;
-  while (isDigit(peek())) ++at_;
+  while (isDigit(peek())) advance();
   const std::size_t sign = peek(1) == '-' || peek(1) == '+' ? 1 : 0;
   if ((peek() == 'e' || peek() == 'E') && isDigit(peek(1 + sign))) {
     at_ += 1 + sign;
-    while (isDigit(peek())) ++at_;
+    while (isDigit(peek())) advance();
   }
   const std::string digits(source_.substr(start, at_ - start));
   const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), floatValue);
@@ -185,7 +186,9 @@ void Lexer::readNumber() {
   if (negative) ++at_;
   const std::size_t start = at_;
   std::size_t ahead = 0;
-  while (isDigit(peek(ahead))) ++ahead;
+  while (isDigit(peek(ahead))) {
+    if (++ahead % bytesPerCharge == 0) meter_.chargeRead(bytesPerCharge);
+  }
   const std::size_t sign = peek(ahead + 1) == '-' || peek(ahead + 1) == '+' ? 1 : 0;
   const bool hasFraction = peek(ahead) == '.' && isDigit(peek(ahead + 1));
   const bool hasExponent =
@@ -213,6 +216,7 @@ void Lexer::readNumber() {
 void Lexer::readQuoted() {
   text.clear();
   for (++at_;; ++at_) {
+    meter_.charge(1);
     const std::size_t quote = source_.find('\'', at_);
     if (quote == std::string_view::npos) fail("the string is not closed");
     text += source_.substr(at_, quote - at_);
@@ -233,7 +237,7 @@ void Lexer::readHash() {
     token = Token::symbol;
   } else if (isLetter(c)) {
     const std::size_t start = at_;
-    while (isWordCharacter(peek()) || (peek() == ':' && peek(1) != '=')) ++at_;
+    while (isWordCharacter(peek()) || (peek() == ':' && peek(1) != '=')) advance();
     text = source_.substr(start, at_ - start);
     token = Token::symbol;
   } else if (isBinary(c)) {
@@ -248,7 +252,7 @@ void Lexer::readBinary() {
   const std::size_t start = at_;
   ++at_;
   // A minus sign before a digit belongs to the number: 3--4, x>-1.
-  while (isBinary(peek()) && !(peek() == '-' && isDigit(peek(1)))) ++at_;
+  while (isBinary(peek()) && !(peek() == '-' && isDigit(peek(1)))) advance();
   text = source_.substr(start, at_ - start);
   token = text == "|" ? Token::bar : Token::binary;
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "errors/failure.h"
+#include "objmem/meter.h"
 
 namespace zel {
 
@@ -38,7 +39,8 @@ enum class Token {
 
 class Lexer {
  public:
-  explicit Lexer(std::string_view source) : source_(source) { next(); }
+  // What it reads counts as steps.
+  Lexer(std::string_view source, Meter& meter) : source_(source), meter_(meter) { next(); }
 
   Token token = Token::end;
   std::string text;
@@ -56,6 +58,10 @@ class Lexer {
 
  private:
   char peek(std::size_t ahead = 0) const;
+  // Moves on by a byte of a token or of what lies between two.
+  void advance() {
+    if (++at_ % bytesPerCharge == 0) meter_.chargeRead(bytesPerCharge);
+  }
   void locate();
   void skipBlanks();
   void readWord();
@@ -67,7 +73,9 @@ class Lexer {
   void readBinary();
   bool minusStartsNumber() const;
 
+  static constexpr std::size_t bytesPerCharge = 4096;
   std::string_view source_;
+  Meter& meter_;
   std::size_t at_ = 0;
   std::size_t located_ = 0;    // where in the source `position` is
   bool afterOperand_ = false;  // a minus sign here is a message, not a number's sign

@@ -17,7 +17,7 @@ constexpr int deepestNesting = 100;
 class Parser {
  public:
   Parser(Memory& memory, std::string_view source, Tree& tree)
-      : memory_(memory), lexer_(source), tree_(tree) {}
+      : memory_(memory), lexer_(source, memory.meter), tree_(tree) {}
 
   void text() {
     tree_.body = make(NodeKind::block);
@@ -340,6 +340,7 @@ class Parser {
   OopType literalBytes() {
     std::vector<ByteType> bytes;
     while (!at(Token::closeBracket)) {
+      memory_.meter.charge(1);
       if (!at(Token::integer) || lexer_.integerValue < 0 || lexer_.integerValue > 255) {
         lexer_.fail("a byte from 0 to 255 is expected");
       }

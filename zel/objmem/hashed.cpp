@@ -158,9 +158,8 @@ class Hashing {
       return answerFor(oop);
     }
     if (object.holdsBytes()) {
-      if (depth == deepestHash) memory_.meter.chargeRead(object.size);
-      return mix(
-          hashText(textOf(memory_, oop), depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
+      return mix(hashText(memory_.meter, textOf(memory_, oop),
+                          depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
     }
     if ((classTraits(memory_, oop) & ByContent) == 0) return mix(oop);
     const std::span<const OopType> content = contentOf(object);

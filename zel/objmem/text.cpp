@@ -288,15 +288,15 @@ Text textArgument(const Memory& memory, OopType oop) {
   return textOf(memory, oop);
 }
 
-std::string utf8(const Text& text) {
-  return text.doubleByte ? canonicalUtf8(text) : std::string(text.bytes);
+std::string utf8(const Text& text, Meter* meter) {
+  return text.doubleByte ? canonicalUtf8(text, meter) : std::string(text.bytes);
 }
 
-std::string canonicalUtf8(const Text& text) {
+std::string canonicalUtf8(const Text& text, Meter* meter) {
   if (!text.doubleByte && isAscii(text.bytes)) return std::string(text.bytes);
   std::string result;
   result.reserve(text.bytes.size());
-  for (Reader reader(text); !reader.atEnd();) append(result, reader.next(), false);
+  for (Reader reader(text, meter); !reader.atEnd();) append(result, reader.next(), false);
   return result;
 }
 
@@ -331,15 +331,17 @@ int compareTexts(Memory& memory, const Text& a, const Text& b) {
   return 1;
 }
 
-std::uint32_t hashText(const Text& text, std::size_t mostPieces) {
+std::uint32_t hashText(Meter& meter, const Text& text, std::size_t mostPieces) {
   const bool isPiece = !text.bytes.empty() && text.bytes.size() <= pieceCharacters;
   if (isPiece && !text.doubleByte && isAscii(text.bytes)) {
     return static_cast<std::uint32_t>(std::hash<std::string_view>{}(text.bytes));
   }
+  constexpr std::size_t piecesPerCharge = 32;
   std::size_t hash = 0;
   char encoded[pieceCharacters * sizeof Encoded::bytes];
   Reader reader(text);
   for (; mostPieces > 0 && !reader.atEnd(); --mostPieces) {
+    if (mostPieces % piecesPerCharge == 0) meter.chargeRead(piecesPerCharge * pieceCharacters);
     std::string_view piece = text.bytes.substr(reader.offset, pieceCharacters);
     if (!text.doubleByte && isAscii(piece)) {
       reader.offset += piece.size();

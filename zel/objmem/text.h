@@ -93,23 +93,23 @@ inline Text textOf(const Memory& memory, OopType oop) {
 // The same for an argument: throws ErrBadArgumentKind if it is something else.
 Text textArgument(const Memory& memory, OopType oop);
 // The text in UTF-8; bytes of a single-byte string stay as they are.
-std::string utf8(const Text& text);
+std::string utf8(const Text& text, Meter* meter = nullptr);
 inline std::string utf8Argument(const Memory& memory, OopType oop) {
   const Text text = textArgument(memory, oop);
   memory.meter.chargeRead(text.bytes.size());
-  return utf8(text);
+  return utf8(text, &memory.meter);
 }
 // The text in the one form that equal texts share: proper UTF-8, surrogates without a partner in
 // three bytes.
-std::string canonicalUtf8(const Text& text);
+std::string canonicalUtf8(const Text& text, Meter* meter = nullptr);
 // A new String, or DoubleByteString.
 OopType textOop(Memory& memory, const Text& text);
 
 // Below, at or above 0 as the first text is less than, equal to or greater than the second, in the
 // order of code points. Counts steps.
 int compareTexts(Memory& memory, const Text& a, const Text& b);
-// A hash that equal texts share, of at most so many pieces of 64 characters.
-std::uint32_t hashText(const Text& text, std::size_t mostPieces);
+// A hash that equal texts share, of at most so many pieces of 64 characters. Counts steps.
+std::uint32_t hashText(Meter& meter, const Text& text, std::size_t mostPieces);
 
 constexpr std::size_t noOffset = SIZE_MAX;
 

@@ -2,9 +2,8 @@
 //
 // Each reports errors the same way: it leaves a pending error that ZelErr delivers once and answers
 // 0, false or NoOop. Selecting a session begins a new request and drops an error that nobody read.
-// Indexes count from 1. Oops that a function answers are held for the client as objmem/clients.h
-// tells: the newest ones, until they are released. Oops read out of an object live as long as that
-// object holds them.
+// Indexes count from 1. How long the oops that a function answers stay alive is told in
+// objmem/clients.h; oops read out of an object live as long as that object holds them.
 #pragma once
 
 #include <povzel/zeltable.h>

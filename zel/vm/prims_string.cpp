@@ -293,7 +293,7 @@ OopType asNumber(Memory& memory, OopType receiver, const OopType*) {
   const std::string text = utf8Argument(memory, receiver);
   try {
     const bool hasComment = text.find('"') != std::string::npos;
-    Lexer lexer(hasComment ? std::string_view() : text);
+    Lexer lexer(hasComment ? std::string_view() : text, memory.meter);
     const OopType number = lexer.token == Token::integer    ? integerOop(memory, lexer.integerValue)
                            : lexer.token == Token::floating ? floatOop(memory, lexer.floatValue)
                            : lexer.token == Token::largeInteger ? largeNumber(memory, lexer)

@@ -17,13 +17,14 @@ namespace {
 constexpr int deepestPrint = 8;
 constexpr std::size_t longestPrint = 1U << 20;
 
-std::string quoted(std::string_view text) {
+std::string quoted(Meter& meter, std::string_view text) {
   std::string result = "'";
-  for (const char c : text) {
-    result += c;
-    if (c == '\'') result += c;
+  for (std::size_t quote = 0; (quote = text.find('\'')) != std::string_view::npos;) {
+    meter.charge(1);
+    result.append(text.substr(0, quote + 1)) += '\'';
+    text.remove_prefix(quote + 1);
   }
-  return result + "'";
+  return result.append(text) += '\'';
 }
 
 bool isPlainSymbol(std::string_view text) {
@@ -89,7 +90,7 @@ class Printer {
       printSymbol(bytesOf(memory_, oop));
     } else if (isText(memory_, oop)) {
       const std::string characters = utf8Argument(memory_, oop);
-      text += display_ ? characters : quoted(characters);
+      text += display_ ? characters : quoted(memory_.meter, characters);
     } else if (inheritsFrom(memory_, classOop, DateTimeClassOop)) {
       text += printDateTime(dateTimeValue(memory_, oop));
     } else if (inheritsFrom(memory_, classOop, AssociationClass)) {
@@ -107,7 +108,8 @@ class Printer {
     if (display_) {
       text += symbol;
     } else {
-      text += isPlainSymbol(symbol) ? "#" + std::string(symbol) : "#" + quoted(symbol);
+      text +=
+          isPlainSymbol(symbol) ? "#" + std::string(symbol) : "#" + quoted(memory_.meter, symbol);
     }
   }
 
