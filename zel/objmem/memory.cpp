@@ -433,7 +433,8 @@ void Memory::collect(bool pressed) {
   for (const Roots& each : roots_) each.visit(each.owner, *this);
   markReachable();
   for (Client* client : clients) keepHandedOut(*this, *client, pressed && client == current);
-  std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
+  used_ -= symbolEntryBytes *
+           std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
   sweep();
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
   forgetLookups();

@@ -148,14 +148,10 @@ class Memory {
   Client* current = nullptr;
   std::uint32_t lastTransaction = 0;  // its serial
 
-  struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view text) const {
-      return std::hash<std::string_view>{}(text);
-    }
-  };
-  // The one symbol of each text; those that nothing refers to go in a collection.
-  std::unordered_map<std::string, OopType, TextHash, std::equal_to<>> symbols;
+  // The one symbol of each text, which is the symbol's own: its bytes never move. Those that
+  // nothing refers to go in a collection. Each entry takes about symbolEntryBytes.
+  std::unordered_map<std::string_view, OopType> symbols;
+  static constexpr std::size_t symbolEntryBytes = 40;
 
  private:
   friend class InRoom;

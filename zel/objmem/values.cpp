@@ -80,14 +80,16 @@ OopType stringOop(Memory& memory, std::string_view bytes) {
 
 OopType symbolOop(Memory& memory, std::string_view bytes) {
   if (!isAscii(bytes)) {
-    const std::string canonical = canonicalUtf8({bytes});
+    const std::string canonical = canonicalUtf8({bytes}, &memory.meter);
     if (canonical != bytes) return symbolOop(memory, canonical);
   }
   const auto known = memory.symbols.find(bytes);
   if (known != memory.symbols.end()) return known->second;
   const OopType oop = bytesOop(memory, SymbolClass, bytes.data(), bytes.size());
   memory.at(oop).invariant = true;
-  memory.symbols.emplace(bytes, oop);
+  memory.reserve(Memory::symbolEntryBytes);
+  memory.symbols.emplace(memory.at(oop).text(), oop);
+  memory.account(Memory::symbolEntryBytes);
   return oop;
 }
 
