@@ -18,7 +18,7 @@ public class FirstQuery {
             // Messages take values of Java and references alike.
             PovZelObject query = session.executeForObject("[:people | people keys select: [:name |"
                     + " (people at: name) > 30]]");
-            PovZelObject found = (PovZelObject) query.perform("value:", ages);
+            PovZelObject found = query.performForObject("value:", ages);
             found.list().stream().sorted()
                     .forEach(name -> System.out.println(name + " is older than 30"));
 

@@ -3,22 +3,43 @@ package com.tarvolin.povzel;
 import java.math.BigInteger;
 import java.util.Arrays;
 import java.util.HashMap;
+import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
+import java.util.function.IntFunction;
 
 /**
  * Converts between values of Java and objects of one session, where that takes natives. All methods
  * run inside {@link PovZelCalls#locked}.
  */
 final class PovZelConverter {
-    private static final int LARGEST_DEPTH = 100;
+    private static final int DOES_NOT_UNDERSTAND = 2010;
+    private static final int LARGEST_FETCH = 4096;
+    private static final String MAKE_DICTIONARY = "[:pairs | | made | made := Dictionary new."
+            + " 1 to: pairs size by: 2 do: [:i | made at: (pairs at: i) put: (pairs at: i + 1)]. made]";
 
     private final PovZelCalls calls;
-    /** Which classes of byte objects are integers too large for an oop. */
-    private final Map<Long, Boolean> integerClasses = new HashMap<>();
+    private final Map<Long, KnownClass> classes = new HashMap<>();
+    private PovZelObject dictionaryMaker;
+    private boolean truncateTimes;
+
+    /** A class whose instances the program met; the reference keeps its oop from naming another. */
+    private static final class KnownClass {
+        private final PovZelObject object;
+        private PovZelKind kind;
+        private String name;
+
+        KnownClass(PovZelObject object) {
+            this.object = object;
+        }
+    }
 
     PovZelConverter(PovZelCalls calls) {
         this.calls = calls;
+    }
+
+    void truncateTimes(boolean truncate) {
+        truncateTimes = truncate;
     }
 
     /** What a filled report describes, as {@link PovZelSession#execute(String)} returns it. */
@@ -27,17 +48,49 @@ final class PovZelConverter {
             return PovZelValues.immediate(report.oop);
         }
         Object value = simpleValue(report);
-        return value != null ? value : calls.hold(report.oop);
+        return value != null ? value : reference(report);
     }
 
-    /** The value of an object that Java has a type for; null for others. */
+    /** The same, but a reference to every object with contents. */
+    Object valueOrReference(PovZelReport report) {
+        return PovZelValues.isReference(report.oop) ? reference(report)
+                : PovZelValues.immediate(report.oop);
+    }
+
+    /** The same with everything that the object contains, as {@link PovZelObject#value()} returns it. */
+    Object wholeValue(PovZelReport report) {
+        return PovZelValues.isReference(report.oop) ? new PovZelDecoder(calls).value(report)
+                : PovZelValues.immediate(report.oop);
+    }
+
+    /** The result that a report describes, as a program asked for it. */
+    <T> T value(PovZelReport report, Class<T> type) {
+        if (type == PovZelObject.class) {
+            return PovZelValues.convert(valueOrReference(report), type);
+        }
+        Object value = value(report);
+        boolean whole = value instanceof PovZelObject && !type.isInstance(value);
+        return PovZelValues.convert(whole ? wholeValue(report) : value, type);
+    }
+
+    /** A reference to a described object. */
+    PovZelObject reference(PovZelReport report) {
+        PovZelObject object = calls.hold(report.oop);
+        KnownClass known = classes.get(report.classOop);
+        if (known != null) {
+            object.noteClassName(known.name);
+        }
+        return object;
+    }
+
+    /** The value of an object that Java has a type for, no container or bytes; null for others. */
     Object simpleValue(PovZelReport report) {
         calls.exported(report.oop);
         switch (report.valueType) {
             case PovZelValues.VALUE_FLOAT:
                 return report.valueDouble;
             case PovZelValues.VALUE_BYTES:
-                return isInteger(report) ? integer(report) : null;
+                return kindOf(report) == PovZelKind.INTEGER ? integer(report) : null;
             case PovZelValues.VALUE_STRING:
                 return PovZelValues.decodeSingleByte(bytes(report));
             case PovZelValues.VALUE_DOUBLE_BYTE_STRING:
@@ -49,26 +102,15 @@ final class PovZelConverter {
         }
     }
 
-    private boolean isInteger(PovZelReport object) {
-        Boolean known = integerClasses.get(object.classOop);
-        if (known == null) {
-            try (PovZelObject integers = calls.session().executeForObject("Integer");
-                    PovZelObject value = calls.hold(object.oop)) {
-                known = value.isKindOf(integers);
-            }
-            integerClasses.put(object.classOop, known);
-        }
-        return known;
-    }
-
     /** How the database keeps a large integer is its own affair; what it prints is not. */
     private Object integer(PovZelReport object) {
-        BigInteger value = new BigInteger(
-                (String) calls.session().perform(calls.hold(object.oop), "printString"));
+        PovZelReport printed = perform(PovZelValues.existing(object.oop), "printString");
+        BigInteger value = new BigInteger((String) simpleValue(printed));
         return value.bitLength() < Long.SIZE ? (Object) value.longValue() : value;
     }
 
-    private byte[] bytes(PovZelReport report) {
+    /** The bytes of a described byte object. */
+    byte[] bytes(PovZelReport report) {
         if (report.valueBytes.length == report.indexedSize) {
             return report.valueBytes;
         }
@@ -77,72 +119,171 @@ final class PovZelConverter {
         }
     }
 
-    /** A report by which a native takes {@code value}. */
-    PovZelReport report(Object value) {
-        return report(value, 0);
+    /** The indexed slots of a described object; the first ones came with the description. */
+    long[] indexedOops(PovZelReport object) {
+        if (object.indexedSize > Integer.MAX_VALUE) {
+            throw new IllegalArgumentException("The object " + object.oop + " has "
+                    + object.indexedSize + " elements, more than an array of Java can");
+        }
+        long[] oops = new long[(int) object.indexedSize];
+        int done = Math.max(Math.min(object.valueLongs.length - object.namedSize, oops.length), 0);
+        System.arraycopy(object.valueLongs, Math.min(object.namedSize, object.valueLongs.length),
+                oops, 0, done);
+        while (done < oops.length) {
+            int fetched = fetch(object, oops, done);
+            if (fetched == 0) {
+                return Arrays.copyOf(oops, done);
+            }
+            done += fetched;
+        }
+        return oops;
     }
 
-    /** Reports by which a native takes {@code values}. */
-    PovZelReport[] reports(List<?> values) {
-        return reports(values, 0);
+    private int fetch(PovZelReport object, long[] oops, int from) {
+        PovZelReport[] reports =
+                new PovZelReport[Math.min(LARGEST_FETCH, Math.min(oops.length - from,
+                        PovZelLibrary.oopCapacity()))];
+        Arrays.setAll(reports, i -> new PovZelReport());
+        int fetched = calls.call((id, e) -> PovZelInterface._getObjs(id,
+                PovZelValues.existing(object.oop), from + 1L, reports.length, reports, e));
+        for (int i = 0; i < fetched; i++) {
+            calls.exported(reports[i].oop);
+            oops[from + i] = reports[i].oop;
+        }
+        return fetched;
     }
 
-    /** A new array of the database. */
-    PovZelObject newArray(List<?> elements) {
-        return newArray(elements, 0);
+    /** What a described object is to Java; the database is asked once for each class. */
+    PovZelKind kindOf(PovZelReport object) {
+        if (object.classOop == PovZelValues.ARRAY_CLASS) {
+            return PovZelKind.ARRAY;
+        }
+        KnownClass known = knownClass(object.classOop);
+        if (known.kind == null) {
+            known.kind = askKind(object);
+        }
+        return known.kind;
     }
 
-    private PovZelReport[] reports(List<?> values, int depth) {
+    private PovZelKind askKind(PovZelReport object) {
+        PovZelReport named = PovZelValues.existing(object.oop);
+        if (object.objType == PovZelValues.BYTES) {
+            return answersTrue(named, "isInteger") ? PovZelKind.INTEGER : PovZelKind.OBJECT;
+        }
+        if (object.objType == PovZelValues.SET) {
+            return PovZelKind.SET;
+        }
+        if (calls.call((id, e) -> PovZelInterface._isKindOf(id, named,
+                PovZelValues.existing(PovZelValues.ARRAY_CLASS), e)) != 0) {
+            return PovZelKind.ARRAY;
+        }
+        return answersTrue(named, "isDictionary") ? PovZelKind.DICTIONARY
+                : answersTrue(named, "isSequenceable") ? PovZelKind.SEQUENCE
+                : answersTrue(named, "isCollection") ? PovZelKind.COLLECTION : PovZelKind.OBJECT;
+    }
+
+    private boolean answersTrue(PovZelReport object, String selector) {
+        try {
+            return perform(object, selector).oop == PovZelValues.TRUE;
+        } catch (PovZelException e) {
+            if (e.number == DOES_NOT_UNDERSTAND) {
+                return false;
+            }
+            throw e;
+        }
+    }
+
+    /** Refuses a described object whose elements have no order or are in no slots. */
+    void requireList(PovZelReport report, PovZelObject object) {
+        if (report.objType == PovZelValues.BYTES) {
+            throw new IllegalArgumentException(object + " holds bytes: use bytes()");
+        }
+        PovZelKind kind = kindOf(report);
+        boolean ordered = kind == PovZelKind.ARRAY || kind == PovZelKind.SEQUENCE
+                || kind == PovZelKind.OBJECT;
+        if (!ordered || !report.isCollection) {
+            throw new IllegalArgumentException(object + " is no list: use "
+                    + (kind == PovZelKind.OBJECT ? "namedSlots()" : "value()"));
+        }
+    }
+
+    /** The name of a described object's class. */
+    String className(PovZelReport object) {
+        KnownClass known = knownClass(object.classOop);
+        if (known.name == null) {
+            known.name = String.valueOf(value(perform(known.object.report(), "name")));
+        }
+        return known.name;
+    }
+
+    private KnownClass knownClass(long classOop) {
+        KnownClass known = classes.get(classOop);
+        if (known == null) {
+            calls.describe(PovZelValues.existing(classOop));
+            known = new KnownClass(calls.hold(classOop));
+            classes.put(classOop, known);
+        }
+        return known;
+    }
+
+    /** Sends a message; the answer lives until the call that is under way ends. */
+    PovZelReport perform(PovZelReport receiver, String selector, PovZelReport... arguments) {
+        PovZelReport answer = new PovZelReport();
+        calls.call((id, e) -> PovZelInterface._perform(id, receiver, selector, arguments,
+                arguments.length, answer, e));
+        calls.exported(answer.oop);
+        return answer;
+    }
+
+    /** A report by which a native takes {@code value}, of which messages speak as {@code what}. */
+    PovZelReport report(Object value, String what) {
+        PovZelReport report = known(value);
+        return report != null ? report
+                : new PovZelEncoder(calls, truncateTimes, index -> what).report(value, 0);
+    }
+
+    /** Reports by which a native takes {@code values}, elements from {@code start} on. */
+    PovZelReport[] elements(List<?> values, long start) {
+        return reports(values, index -> "element " + (start + index));
+    }
+
+    /** Reports by which a native takes {@code values}, of which messages speak as {@code places}. */
+    PovZelReport[] reports(List<?> values, IntFunction<String> places) {
         PovZelReport[] reports = new PovZelReport[values.size()];
-        Arrays.setAll(reports, i -> report(values.get(i), depth));
+        PovZelEncoder encoder = null;
+        Iterator<?> next = values.iterator();
+        for (int i = 0; i < reports.length; i++) {
+            Object value = next.next();
+            reports[i] = known(value);
+            if (reports[i] == null) {
+                encoder = encoder != null ? encoder : new PovZelEncoder(calls, truncateTimes, places);
+                reports[i] = encoder.report(value, i);
+            }
+        }
         return reports;
     }
 
-    private PovZelReport report(Object value, int depth) {
-        PovZelReport report = PovZelValues.simple(value);
-        if (report != null) {
-            return report;
-        }
-        if (value instanceof PovZelObject) {
-            if (((PovZelObject) value).session() != calls.session()) {
-                throw new IllegalArgumentException(value + " belongs to another session");
-            }
-            return ((PovZelObject) value).report();
-        }
-        if (value instanceof Long || value instanceof BigInteger) {
-            return calls.session().executeForObject(value.toString()).report();
-        }
-        if (value instanceof byte[]) {
-            return calls.session().newBytes((byte[]) value).report();
-        }
-        if (value instanceof Object[]) {
-            return newArray(Arrays.asList((Object[]) value), depth + 1).report();
-        }
-        if (value instanceof List) {
-            return newArray((List<?>) value, depth + 1).report();
-        }
-        throw new IllegalArgumentException("A value of " + value.getClass().getName()
-                + " cannot be passed to the database");
+    /** The report of a value that needs nothing to be stored before; null for others. */
+    private PovZelReport known(Object value) {
+        return value instanceof PovZelObject && ((PovZelObject) value).session() == calls.session()
+                ? ((PovZelObject) value).report() : PovZelValues.simple(value);
     }
 
-    private PovZelObject newArray(List<?> elements, int depth) {
-        if (depth > LARGEST_DEPTH) {
-            throw new IllegalArgumentException("Arrays are nested more than " + LARGEST_DEPTH
-                    + " deep, or one contains itself");
+    /** A new object that holds what a container does. */
+    PovZelObject create(Object container, String what) {
+        return calls.hold(report(container, what).oop);
+    }
+
+    /**
+     * The block that makes a dictionary of keys and values in turn. No message does that, so a session
+     * compiles a text at its first map.
+     */
+    PovZelReport dictionaryMaker() {
+        if (dictionaryMaker == null) {
+            PovZelReport block = new PovZelReport();
+            calls.call((id, e) -> PovZelInterface._executeStr(id, MAKE_DICTIONARY, block, e));
+            dictionaryMaker = calls.hold(block.oop);
         }
-        PovZelReport[] size = {PovZelValues.simple(elements.size())};
-        PovZelReport array = new PovZelReport();
-        calls.call((id, e) -> PovZelInterface._perform(id,
-                PovZelValues.existing(PovZelValues.ARRAY_CLASS), "new:", size, 1, array, e));
-        PovZelObject object = calls.hold(array.oop);
-        int chunk = PovZelLibrary.oopCapacity();
-        for (int done = 0; done < elements.size(); done += chunk) {
-            int count = Math.min(chunk, elements.size() - done);
-            PovZelReport[] reports = reports(elements.subList(done, done + count), depth);
-            long start = done + 1L;
-            calls.call((id, e) ->
-                    PovZelInterface._putObjs(id, object.report(), start, count, reports, e));
-        }
-        return object;
+        return dictionaryMaker.report();
     }
 }

@@ -15,7 +15,7 @@ final class PovZelInputStream extends InputStream {
 
     PovZelInputStream(PovZelObject object) {
         this.object = object;
-        this.size = object.size();
+        this.size = object.byteSize();
         this.chunk = new byte[(int) Math.min(Math.max(size, 1), PovZelLibrary.byteCapacity())];
     }
 

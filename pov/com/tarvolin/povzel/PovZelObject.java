@@ -4,8 +4,8 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.Collections;
 import java.util.List;
+import java.util.Objects;
 import java.util.function.LongConsumer;
 
 /**
@@ -23,6 +23,7 @@ public final class PovZelObject implements AutoCloseable {
     private final long oop;
     private final PovZelReferences.Handle handle;
     private boolean closed;
+    private String className;
 
     /** Needs the library's lock. */
     PovZelObject(PovZelSession session, long oop, PovZelReferences references) {
@@ -51,23 +52,26 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     /**
-     * Returns the object's value as Java has it: a {@code String}, {@code Double},
-     * {@code LocalDateTime}, {@code Long} or {@code java.math.BigInteger} for what the database
-     * stores as such, a {@code byte[]} for other byte objects, and a {@code List} of the elements
-     * for an object with oops, its indexed ones only.
+     * Returns the object's value as Java has it, with all that it contains: a {@code String},
+     * {@code Double}, {@code LocalDateTime}, {@code Long} or {@code java.math.BigInteger} for what the
+     * database stores as such, a {@code byte[]} for other byte objects, a {@code Map} for a dictionary, a
+     * {@code Set} for a set and a {@code List} for other collections. Anything else is this reference
+     * itself, and a reference inside of containers; so is a container where it contains itself, and an
+     * element that is equal to an earlier one only in Java.
+     *
+     * <p>The containers are new, may be changed and keep the database's order.
+     *
+     * <pre>{@code
+     * Map<?, ?> ages = (Map<?, ?>) session.executeForObject("Dictionary with: 'Ada' -> 36").value();
+     * }</pre>
      *
      * @return the value
      * @throws PovZelException if the object cannot be read
      */
     public Object value() {
         return calls.locked(() -> {
-            PovZelReport report = describe();
-            Object value = calls.converter().simpleValue(report);
-            if (value != null) {
-                return value;
-            }
-            return report.objType == PovZelValues.BYTES ? bytes(report, null)
-                    : new ArrayList<>(new PovZelList(this, report.indexedSize));
+            Object value = calls.converter().wholeValue(describe());
+            return equals(value) ? this : value;
         });
     }
 
@@ -88,17 +92,42 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if the object cannot be read
      */
     public String className() {
-        return calls.locked(() -> String.valueOf(classObject().perform("name")));
+        return calls.locked(() -> {
+            className = calls.converter().className(describe());
+            return className;
+        });
+    }
+
+    /** Notes the class's name as far as it is known, for {@link #toString}. */
+    void noteClassName(String name) {
+        className = name;
     }
 
     /**
-     * Returns how many bytes, indexed slots or elements the object has now.
+     * Returns the object's size as the database has it: the characters of a string, the elements of a
+     * collection, the entries of a dictionary.
      *
-     * @return the size
-     * @throws PovZelException if the object cannot be read
+     * @return what the object answers to {@code size}
+     * @throws PovZelException if it does not understand that, or the database reports another error
+     * @throws IllegalArgumentException if the answer is no integer
      */
     public long size() {
-        return describe().indexedSize;
+        return session.performFor(long.class, this, "size");
+    }
+
+    /**
+     * Returns how many bytes a byte object has now: those that {@link #bytes()} returns.
+     *
+     * @return the number of bytes
+     * @throws PovZelException if the object cannot be read
+     * @throws IllegalArgumentException if the object holds no bytes
+     */
+    public long byteSize() {
+        PovZelReport report = describe();
+        if (report.valueBytes == null) {
+            throw new IllegalArgumentException(this + " is no byte object: use size()");
+        }
+        return report.indexedSize;
     }
 
     /**
@@ -119,8 +148,11 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if {@code cls} is no class
      */
     public boolean isKindOf(PovZelObject cls) {
-        return calls.call((id, e) -> PovZelInterface._isKindOf(id, report(), calls.converter().report(cls), e))
-                != 0;
+        Objects.requireNonNull(cls, "The class is null");
+        return calls.locked(() -> {
+            PovZelReport of = calls.converter().report(cls, "the class");
+            return calls.call((id, e) -> PovZelInterface._isKindOf(id, report(), of, e)) != 0;
+        });
     }
 
     /**
@@ -133,6 +165,35 @@ public final class PovZelObject implements AutoCloseable {
      */
     public Object perform(String selector, Object... arguments) {
         return session.perform(this, selector, arguments);
+    }
+
+    /**
+     * Sends the object a message, and returns a reference to the answer, of whatever class it is.
+     *
+     * @param selector the message's name
+     * @param arguments the arguments, at most 20, of the types that {@link PovZelSession} lists
+     * @return a reference to the answer
+     * @throws PovZelException if the database reports an error
+     * @throws IllegalArgumentException if the answer is no object with contents: see
+     *     {@link PovZelSession#evaluate}
+     */
+    public PovZelObject performForObject(String selector, Object... arguments) {
+        return session.performForObject(this, selector, arguments);
+    }
+
+    /**
+     * Sends the object a message, and returns the answer as a value of the class that the program wants.
+     *
+     * @param <T> the class
+     * @param type the class
+     * @param selector the message's name
+     * @param arguments the arguments, at most 20, of the types that {@link PovZelSession} lists
+     * @return the answer, converted as {@link PovZelSession#executeFor} does it
+     * @throws PovZelException if the database reports an error
+     * @throws IllegalArgumentException if the answer is no such value, or not exactly
+     */
+    public <T> T performFor(Class<T> type, String selector, Object... arguments) {
+        return session.performFor(type, this, selector, arguments);
     }
 
     /**
@@ -204,6 +265,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if they cannot be stored; those reported to {@code progress} are
      */
     public void setBytes(long start, byte[] bytes, LongConsumer progress) {
+        Objects.requireNonNull(bytes, "The array of bytes is null");
         byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
         int done = 0;
         while (done < bytes.length) {
@@ -246,14 +308,15 @@ public final class PovZelObject implements AutoCloseable {
      *
      * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
      * @throws PovZelException if the object cannot be read
-     * @throws IllegalArgumentException if the object holds bytes
+     * @throws IllegalArgumentException if the object's elements have no order or no place of their own:
+     *     the message says which call reads it
      */
     public List<Object> list() {
-        PovZelReport report = describe();
-        if (report.valueLongs == null) {
-            throw new IllegalArgumentException(this + " holds no elements");
-        }
-        return new PovZelList(this, report.indexedSize);
+        return calls.locked(() -> {
+            PovZelReport report = describe();
+            calls.converter().requireList(report, this);
+            return new PovZelList(this, report.indexedSize);
+        });
     }
 
     /**
@@ -264,11 +327,13 @@ public final class PovZelObject implements AutoCloseable {
      * @throws PovZelException if they cannot be stored
      */
     public void setElements(long start, List<?> elements) {
+        Objects.requireNonNull(elements, "The list of elements is null");
         calls.locked(() -> {
             int done = 0;
             while (done < elements.size()) {
                 int count = Math.min(elements.size() - done, PovZelLibrary.oopCapacity());
-                PovZelReport[] reports = calls.converter().reports(elements.subList(done, done + count));
+                PovZelReport[] reports =
+                        calls.converter().elements(elements.subList(done, done + count), done + 1L);
                 long at = start + done;
                 calls.call((id, e) -> PovZelInterface._putObjs(id, report(), at, count, reports, e));
                 done += count;
@@ -311,7 +376,7 @@ public final class PovZelObject implements AutoCloseable {
      */
     public void setNamedSlot(int slot, Object value) {
         calls.locked(() -> {
-            PovZelReport[] reports = calls.converter().reports(Collections.singletonList(value));
+            PovZelReport[] reports = {calls.converter().report(value, "the value")};
             return calls.call((id, e) ->
                     PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
         });
@@ -344,7 +409,8 @@ public final class PovZelObject implements AutoCloseable {
 
     @Override
     public String toString() {
-        return "object " + oop + (closed ? " (closed)" : "");
+        String ofClass = className == null ? "" : " of class " + className;
+        return "object " + oop + ofClass + (closed ? " (closed)" : "");
     }
 
     /** The report that names the object to a native. */

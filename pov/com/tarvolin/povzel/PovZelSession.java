@@ -4,8 +4,11 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
+import java.util.Objects;
+import java.util.Set;
 import java.util.function.Consumer;
-import java.util.function.Supplier;
+import java.util.function.IntFunction;
 
 /**
  * A session with the database.
@@ -19,18 +22,33 @@ import java.util.function.Supplier;
  * <p>Sessions may be used from any thread; calls are made one at a time, across all sessions of the
  * process, because the native library takes no more.
  *
- * <p>These values of Java can be given to the database, as arguments and as elements: {@code null},
- * {@code Boolean}, {@code Character}, {@code Byte} to {@code Long} and {@code java.math.BigInteger}
- * as far as the database's integers go, {@code Double} and {@code Float}, {@code String} (stored in
- * one byte per character when it is plain ASCII and in two otherwise),
- * {@code java.time.LocalDateTime} in milliseconds, {@code byte[]}, {@code Object[]} and {@code List}
- * of such values, and {@link PovZelObject}. Anything else is refused with an
- * {@code IllegalArgumentException}.
+ * <p>These values of Java can be given to the database, as arguments and as elements:
+ *
+ * <ul>
+ *   <li>{@code null}, {@code Boolean}, {@code Character}, {@code Byte} to {@code Long}, {@code Double}
+ *       and {@code Float}, {@code java.math.BigInteger} of 65,536 bits at most;
+ *   <li>{@code String} and other {@code CharSequence}s, stored in one byte per character when they are
+ *       plain ASCII and in two otherwise;
+ *   <li>{@code java.time.LocalDateTime}, {@code Instant}, as its date-time in UTC, and
+ *       {@code LocalDate}, as its midnight; they are refused when they are finer than milliseconds,
+ *       unless {@link #truncateTimes} says otherwise;
+ *   <li>{@code byte[]} as a byte array; all other arrays, {@code List}s, other {@code Collection}s and
+ *       {@code Iterable}s as arrays, {@code Set}s as sets and {@code Map}s as dictionaries, with all
+ *       that they contain, however deep. A container that is met twice becomes one object, one that
+ *       contains itself is refused;
+ *   <li>{@link PovZelObject}.
+ * </ul>
+ *
+ * <p>Anything else is refused with an {@code IllegalArgumentException} that names its class and its
+ * place. A parameter may be null only where it is such a value, or where its description says so:
+ * other nulls are refused with a {@code NullPointerException} that names the parameter.
  *
  * <p>A failing call throws a {@link PovZelException}; a call after {@link #close()} throws an
  * {@code IllegalStateException}.
  */
 public final class PovZelSession implements AutoCloseable {
+    private static final IntFunction<String> ARGUMENTS = index -> "argument " + (index + 1);
+
     private final PovZelCalls calls;
     private final PovZelConverter converter;
     private final List<Consumer<PovZelObject>> listeners = new ArrayList<>();
@@ -79,6 +97,9 @@ public final class PovZelSession implements AutoCloseable {
      */
     public static PovZelSession login(String server, String kellService, String user, String password,
             String hostUser, String hostPassword) {
+        Objects.requireNonNull(server, "The server is null");
+        Objects.requireNonNull(user, "The user is null");
+        Objects.requireNonNull(password, "The password is null");
         PovZelLibrary.LOCK.lock();
         try {
             PovZelLibrary.initialize();
@@ -102,18 +123,14 @@ public final class PovZelSession implements AutoCloseable {
      * Compiles and runs a text.
      *
      * @param text the text
-     * @return its result: null, a {@code Boolean}, {@code Character}, {@code Long}, {@code Double},
-     *     {@code String} or {@code LocalDateTime} when it is such a value, a {@link PovZelObject}
-     *     otherwise
+     * @return its result: null, a {@code Boolean}, {@code Character}, {@code Long},
+     *     {@code BigInteger}, {@code Double}, {@code String} or {@code LocalDateTime} when it is such a
+     *     value, a {@link PovZelObject} otherwise
      * @throws PovZelException if it cannot be compiled or ends in an error
      */
     public Object execute(String text) {
-        requireText(text, "text");
-        return calls.locked(() -> {
-            PovZelReport result = new PovZelReport();
-            calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
-            return converter.value(result);
-        });
+        Objects.requireNonNull(text, "The text is null");
+        return calls.locked(() -> converter.value(execution(text)));
     }
 
     /**
@@ -124,9 +141,10 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be compiled or ends in an error
      */
     public Object execute(PovZelObject text) {
+        Objects.requireNonNull(text, "The text is null");
         return calls.locked(() -> {
             PovZelReport result = new PovZelReport();
-            PovZelReport source = converter.report(text);
+            PovZelReport source = converter.report(text, "the text");
             calls.call((id, e) -> PovZelInterface._executeObj(id, source, result, e));
             return converter.value(result);
         });
@@ -142,13 +160,8 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be compiled or ends in an error
      */
     public Object evaluate(String text) {
-        requireText(text, "text");
-        return calls.locked(() -> {
-            PovZelReport result = new PovZelReport();
-            calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
-            return PovZelValues.isReference(result.oop) ? calls.hold(result.oop)
-                    : PovZelValues.immediate(result.oop);
-        });
+        Objects.requireNonNull(text, "The text is null");
+        return calls.locked(() -> converter.valueOrReference(execution(text)));
     }
 
     /**
@@ -161,12 +174,42 @@ public final class PovZelSession implements AutoCloseable {
      *     {@link #evaluate}
      */
     public PovZelObject executeForObject(String text) {
-        Object result = evaluate(text);
+        return requireObject(evaluate(text), text);
+    }
+
+    private static PovZelObject requireObject(Object result, String of) {
         if (result instanceof PovZelObject) {
             return (PovZelObject) result;
         }
-        throw new IllegalArgumentException("The result " + result + " of " + text
+        throw new IllegalArgumentException("The result " + result + " of " + of
                 + " is a value, not an object to refer to");
+    }
+
+    /**
+     * Compiles and runs a text, and returns its result as a value of the class that the program wants.
+     *
+     * <p>A number becomes one of another class when that is exact, a date-time an {@code Instant} (it is
+     * taken as UTC) or, at midnight, a {@code LocalDate}; containers come with all that they contain, as
+     * {@link PovZelObject#value()} returns them. With {@code PovZelObject} the result is a reference,
+     * with {@code Object} it is as {@link #execute(String)} returns it.
+     *
+     * <pre>{@code
+     * int seven = session.executeFor(Integer.class, "3 + 4");
+     * List<?> squares = session.executeFor(List.class, "(1 to: 3) collect: [:i | i * i]");
+     * }</pre>
+     *
+     * @param <T> the class
+     * @param type the class, that of a primitive type included
+     * @param text the text
+     * @return its result, null for nil
+     * @throws PovZelException if it cannot be compiled or ends in an error
+     * @throws IllegalArgumentException if the result is no such value, or not exactly; nil is no value
+     *     of a primitive type
+     */
+    public <T> T executeFor(Class<T> type, String text) {
+        Objects.requireNonNull(type, "The type is null");
+        Objects.requireNonNull(text, "The text is null");
+        return calls.locked(() -> converter.value(execution(text), type));
     }
 
     /**
@@ -179,16 +222,59 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the database reports an error
      */
     public Object perform(Object receiver, String selector, Object... arguments) {
-        requireText(selector, "selector");
-        return calls.locked(() -> {
-            PovZelReport to = converter.report(receiver);
-            // perform(receiver, selector, null) means one argument, nil.
-            List<?> values = arguments == null ? Collections.singletonList(null) : Arrays.asList(arguments);
-            PovZelReport[] with = converter.reports(values);
-            PovZelReport result = new PovZelReport();
-            calls.call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
-            return converter.value(result);
-        });
+        Objects.requireNonNull(selector, "The selector is null");
+        return calls.locked(() -> converter.value(answer(receiver, selector, arguments)));
+    }
+
+    /**
+     * Sends a message, and returns a reference to the answer even when {@link #perform} would convert a
+     * string or another object.
+     *
+     * @param receiver the receiver, of the types listed above
+     * @param selector the message's name
+     * @param arguments the arguments, at most 20
+     * @return a reference to the answer
+     * @throws PovZelException if the database reports an error
+     * @throws IllegalArgumentException if the answer is no object with contents: see {@link #evaluate}
+     */
+    public PovZelObject performForObject(Object receiver, String selector, Object... arguments) {
+        Objects.requireNonNull(selector, "The selector is null");
+        return calls.locked(() -> requireObject(
+                converter.valueOrReference(answer(receiver, selector, arguments)), selector));
+    }
+
+    /**
+     * Sends a message, and returns the answer as a value of the class that the program wants.
+     *
+     * @param <T> the class
+     * @param type the class
+     * @param receiver the receiver, of the types listed above
+     * @param selector the message's name
+     * @param arguments the arguments, at most 20
+     * @return the answer, converted as {@link #executeFor} does it
+     * @throws PovZelException if the database reports an error
+     * @throws IllegalArgumentException if the answer is no such value, or not exactly
+     */
+    public <T> T performFor(Class<T> type, Object receiver, String selector, Object... arguments) {
+        Objects.requireNonNull(type, "The type is null");
+        Objects.requireNonNull(selector, "The selector is null");
+        return calls.locked(() -> converter.value(answer(receiver, selector, arguments), type));
+    }
+
+    private PovZelReport execution(String text) {
+        PovZelReport result = new PovZelReport();
+        calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
+        return result;
+    }
+
+    private PovZelReport answer(Object receiver, String selector, Object... arguments) {
+        PovZelReport to = converter.report(receiver, "the receiver");
+        // perform(receiver, selector, null) means one argument, nil.
+        List<?> values = arguments == null ? Collections.singletonList(null) : Arrays.asList(arguments);
+        PovZelReport[] with = converter.reports(values, ARGUMENTS);
+        PovZelReport result = new PovZelReport();
+        calls.call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
+        return result;
     }
 
     /**
@@ -200,7 +286,8 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the process ends in an error again, or cannot be resumed
      */
     public Object continueWith(PovZelException suspended, Object value) {
-        return calls.locked(() -> resume(suspended, converter.report(value), null, null));
+        Objects.requireNonNull(suspended, "The suspended error is null");
+        return calls.locked(() -> resume(suspended, converter.report(value, "the value"), null, null));
     }
 
     /**
@@ -213,8 +300,9 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the process ends in an error again, or cannot be resumed
      */
     public Object continueWithError(PovZelException suspended, String message, String stack) {
-        requireText(message, "message");
-        requireText(stack, "stack");
+        Objects.requireNonNull(suspended, "The suspended error is null");
+        Objects.requireNonNull(message, "The message is null");
+        Objects.requireNonNull(stack, "The stack is null");
         return calls.locked(() -> resume(suspended, null, message, stack));
     }
 
@@ -226,6 +314,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if the process ends in an error, or cannot be resumed
      */
     public Object continueAfterInterrupt(PovZelException suspended) {
+        Objects.requireNonNull(suspended, "The suspended error is null");
         return calls.locked(() -> resume(suspended, null, null, null));
     }
 
@@ -242,17 +331,16 @@ public final class PovZelSession implements AutoCloseable {
      * @param oop the oop
      * @return the reference
      * @throws PovZelException if there is no such object
-     * @throws IllegalArgumentException if the oop is a value, such as nil or a small integer
+     * @throws IllegalArgumentException if the oop is a value, such as nil or a small integer, or none
      */
     public PovZelObject object(long oop) {
+        PovZelValues.requireOop(oop);
         if (!PovZelValues.isReference(oop)) {
             throw new IllegalArgumentException("The oop " + oop
                     + " is a value of its own and names no object: " + PovZelValues.immediate(oop));
         }
-        return calls.locked(() -> {
-            calls.describe(PovZelValues.existing(oop));
-            return calls.hold(oop);
-        });
+        return calls.locked(() ->
+                converter.reference(calls.describe(PovZelValues.existing(oop))));
     }
 
     /**
@@ -261,11 +349,13 @@ public final class PovZelSession implements AutoCloseable {
      * @param oop the oop
      * @return the value, as {@link #execute(String)} returns it
      * @throws PovZelException if there is no such object
+     * @throws IllegalArgumentException if the number is no oop, which has 32 bits
      */
     public Object value(long oop) {
-        return PovZelValues.isReference(oop)
-                ? calls.locked(() -> converter.value(calls.describe(PovZelValues.existing(oop))))
-                : PovZelValues.immediate(oop);
+        PovZelValues.requireOop(oop);
+        return calls.locked(() -> PovZelValues.isReference(oop)
+                ? converter.value(calls.describe(PovZelValues.existing(oop)))
+                : PovZelValues.immediate(oop));
     }
 
     /**
@@ -277,7 +367,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newString(String text) {
-        requireText(text, "text");
+        Objects.requireNonNull(text, "The text is null");
         return calls.locked(() -> create(PovZelValues.string(text, false)));
     }
 
@@ -289,7 +379,7 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newDoubleByteString(String text) {
-        requireText(text, "text");
+        Objects.requireNonNull(text, "The text is null");
         return calls.locked(() -> create(PovZelValues.string(text, true)));
     }
 
@@ -301,11 +391,8 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newBytes(byte[] bytes) {
-        return calls.locked(() -> {
-            PovZelObject object = executeForObject("ByteArray new");
-            object.setBytes(bytes);
-            return object;
-        });
+        Objects.requireNonNull(bytes, "The array of bytes is null");
+        return calls.locked(() -> converter.create(bytes, "the bytes"));
     }
 
     /**
@@ -316,7 +403,49 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelException if it cannot be created
      */
     public PovZelObject newArray(List<?> elements) {
-        return calls.locked(() -> converter.newArray(elements));
+        Objects.requireNonNull(elements, "The list of elements is null");
+        return calls.locked(() -> converter.create(elements.toArray(), "the array"));
+    }
+
+    /**
+     * Creates a set.
+     *
+     * @param elements its elements, of the types listed above
+     * @return a reference to the set
+     * @throws PovZelException if it cannot be created
+     * @throws IllegalArgumentException if some of the elements are equal in the database, as 1 and 1.0
+     *     are
+     */
+    public PovZelObject newSet(Set<?> elements) {
+        Objects.requireNonNull(elements, "The set of elements is null");
+        return calls.locked(() -> converter.create(elements, "the set"));
+    }
+
+    /**
+     * Creates a dictionary. The first one of a session, or of what a session is given, compiles a short
+     * text of its own.
+     *
+     * @param entries its keys and values, of the types listed above
+     * @return a reference to the dictionary
+     * @throws PovZelException if it cannot be created
+     * @throws IllegalArgumentException if some of the keys are equal in the database, as 1 and 1.0 are
+     */
+    public PovZelObject newDictionary(Map<?, ?> entries) {
+        Objects.requireNonNull(entries, "The map of entries is null");
+        return calls.locked(() -> converter.create(entries, "the dictionary"));
+    }
+
+    /**
+     * Says what becomes of times that are finer than the database's milliseconds: they are refused,
+     * unless this lets the session cut them.
+     *
+     * @param truncate whether they are cut to the millisecond before
+     */
+    public void truncateTimes(boolean truncate) {
+        calls.locked(() -> {
+            converter.truncateTimes(truncate);
+            return null;
+        });
     }
 
     /**
@@ -325,6 +454,7 @@ public final class PovZelSession implements AutoCloseable {
      * @param listener is given a reference of its own to each object
      */
     public void onChange(Consumer<PovZelObject> listener) {
+        Objects.requireNonNull(listener, "The listener is null");
         calls.locked(() -> listeners.add(listener));
     }
 
@@ -370,18 +500,16 @@ public final class PovZelSession implements AutoCloseable {
         calls.end();
     }
 
+    @Override
+    public String toString() {
+        return "session " + id();
+    }
+
     PovZelCalls calls() {
         return calls;
     }
 
     private PovZelObject create(PovZelReport value) {
-        calls.describe(value);
-        return calls.hold(value.oop);
-    }
-
-    private static void requireText(String text, String what) {
-        if (text == null) {
-            throw new IllegalArgumentException("The " + what + " is null");
-        }
+        return converter.reference(calls.describe(value));
     }
 }

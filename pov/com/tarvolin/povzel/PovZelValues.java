@@ -1,10 +1,18 @@
 package com.tarvolin.povzel;
 
+import java.lang.invoke.MethodType;
+import java.math.BigDecimal;
 import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.time.DateTimeException;
+import java.time.Instant;
 import java.time.LocalDate;
 import java.time.LocalDateTime;
+import java.time.LocalTime;
+import java.time.ZoneOffset;
+import java.util.HashMap;
+import java.util.Map;
+import java.util.function.Function;
 
 /**
  * Values of Java as reports that the natives understand, and reports as values of Java.
@@ -19,6 +27,7 @@ final class PovZelValues {
 
     static final int NEW_VALUE = -1;
     static final int BYTES = 1;
+    static final int SET = 2;
     private static final int SPECIAL = 3;
 
     private static final int VALUE_INTEGER = 3;
@@ -28,9 +37,16 @@ final class PovZelValues {
     static final int VALUE_DOUBLE_BYTE_STRING = 8;
     static final int VALUE_DATE_TIME = 9;
 
+    /** Of an integer's magnitude. */
+    static final int LARGEST_INTEGER_BITS = 65_536;
+
     private static final int SMALLEST_IN_OOP = -(1 << 29);
     private static final int LARGEST_IN_OOP = (1 << 29) - 1;
+    private static final long LARGEST_OOP = 0xFFFFFFFFL;
     private static final long NANOS_PER_MILLI = 1_000_000;
+
+    /** Numbers of Java that a number is exactly; an ArithmeticException where it is none. */
+    private static final Map<Class<?>, Function<BigDecimal, Object>> EXACT_NUMBERS = exactNumbers();
 
     private PovZelValues() {
     }
@@ -38,6 +54,13 @@ final class PovZelValues {
     /** Whether an oop names an object with contents, rather than being a value itself. */
     static boolean isReference(long oop) {
         return oop > 1 && (oop & 2) == 0;
+    }
+
+    /** Refuses a number that no oop can be. */
+    static void requireOop(long oop) {
+        if (oop < 0 || oop > LARGEST_OOP) {
+            throw new IllegalArgumentException(oop + " is no oop, which has 32 bits");
+        }
     }
 
     /** The value that an oop is, which is no reference. */
@@ -103,9 +126,6 @@ final class PovZelValues {
             String text = value.toString();
             return string(text, !isPlain(text));
         }
-        if (value instanceof LocalDateTime) {
-            return dateTime((LocalDateTime) value);
-        }
         return null;
     }
 
@@ -128,11 +148,26 @@ final class PovZelValues {
         return report;
     }
 
-    private static PovZelReport dateTime(LocalDateTime value) {
+    /**
+     * A report of a moment: an {@code Instant} as its date-time in UTC, a {@code LocalDate} as its
+     * midnight; null for what is none.
+     */
+    static PovZelReport time(Object value, boolean truncate) {
+        if (value instanceof LocalDateTime) {
+            return dateTime((LocalDateTime) value, truncate);
+        }
+        if (value instanceof Instant) {
+            return dateTime(LocalDateTime.ofInstant((Instant) value, ZoneOffset.UTC), truncate);
+        }
+        return value instanceof LocalDate ? dateTime(((LocalDate) value).atStartOfDay(), false) : null;
+    }
+
+    private static PovZelReport dateTime(LocalDateTime value, boolean truncate) {
         long nanos = value.toLocalTime().toNanoOfDay();
-        if (nanos % NANOS_PER_MILLI != 0) {
-            throw new IllegalArgumentException("The date-time " + value + " is finer than the"
-                    + " database's milliseconds: use truncatedTo(ChronoUnit.MILLIS)");
+        if (nanos % NANOS_PER_MILLI != 0 && !truncate) {
+            throw new IllegalArgumentException("The time " + value + " is finer than the database's"
+                    + " milliseconds: use truncatedTo(ChronoUnit.MILLIS), or truncateTimes(true) of"
+                    + " the session");
         }
         PovZelReport report = newValue(VALUE_DATE_TIME);
         report.valueInt1 = value.getYear();
@@ -222,5 +257,60 @@ final class PovZelValues {
         }
         text.appendCodePoint(code);
         return length;
+    }
+
+    /** A result as a value of the class that the program asked for: numbers only when that is exact. */
+    @SuppressWarnings("unchecked")
+    static <T> T convert(Object value, Class<T> type) {
+        Class<?> boxed = MethodType.methodType(type).wrap().returnType();
+        if (boxed.isInstance(value) || value == null && !type.isPrimitive()) {
+            return (T) value;
+        }
+        Object converted = value instanceof Number ? number((Number) value, boxed)
+                : value instanceof LocalDateTime ? time((LocalDateTime) value, boxed) : null;
+        if (converted == null) {
+            throw new IllegalArgumentException("The result " + value + (value == null ? ""
+                    : " (" + value.getClass().getName() + ")") + " is no " + type.getTypeName());
+        }
+        return (T) converted;
+    }
+
+    private static Object number(Number value, Class<?> type) {
+        if (value instanceof Double && type == Float.class) {
+            float rounded = value.floatValue();
+            return Double.compare(rounded, (Double) value) == 0 ? rounded : null;
+        }
+        Function<BigDecimal, Object> exact = EXACT_NUMBERS.get(type);
+        try {
+            return exact == null ? null : exact.apply(value instanceof Double
+                    ? new BigDecimal((Double) value) : new BigDecimal(value.toString()));
+        } catch (ArithmeticException | NumberFormatException e) {
+            return null;
+        }
+    }
+
+    private static Object time(LocalDateTime value, Class<?> type) {
+        if (type == Instant.class) {
+            return value.toInstant(ZoneOffset.UTC);
+        }
+        boolean date = type == LocalDate.class && value.toLocalTime().equals(LocalTime.MIDNIGHT);
+        return date ? value.toLocalDate() : null;
+    }
+
+    private static Map<Class<?>, Function<BigDecimal, Object>> exactNumbers() {
+        Map<Class<?>, Function<BigDecimal, Object>> numbers = new HashMap<>();
+        numbers.put(Byte.class, BigDecimal::byteValueExact);
+        numbers.put(Short.class, BigDecimal::shortValueExact);
+        numbers.put(Integer.class, BigDecimal::intValueExact);
+        numbers.put(Long.class, BigDecimal::longValueExact);
+        numbers.put(BigInteger.class, BigDecimal::toBigIntegerExact);
+        numbers.put(BigDecimal.class, value -> value);
+        numbers.put(Float.class, value -> sameAs(value, value.floatValue()) ? value.floatValue() : null);
+        numbers.put(Double.class, value -> sameAs(value, value.doubleValue()) ? value.doubleValue() : null);
+        return numbers;
+    }
+
+    private static boolean sameAs(BigDecimal value, double rounded) {
+        return Double.isFinite(rounded) && new BigDecimal(rounded).compareTo(value) == 0;
     }
 }

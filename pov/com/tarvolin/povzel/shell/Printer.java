@@ -52,11 +52,20 @@ final class Printer {
             for (int i = 0; i < named.size(); i++) {
                 text.append("\n  slot ").append(i + 1).append(": ").append(withClass(named.get(i)));
             }
-            if (description.valueLongs != null) {
-                appendElements(text, object.list());
+            if (description.valueLongs != null && description.isCollection) {
+                appendElements(text, elements(object));
             }
         }
         return text.toString();
+    }
+
+    /** The elements, in the order in which the database has them; a dictionary's are its associations. */
+    private List<Object> elements(PovZelObject object) {
+        boolean dictionary = session.performFor(Boolean.class, object, "isDictionary");
+        boolean set = session.performFor(Boolean.class, object, "isCollection")
+                && !session.performFor(Boolean.class, object, "isSequenceable");
+        return dictionary ? object.performForObject("associations").list()
+                : set ? object.performForObject("asArray").list() : object.list();
     }
 
     private void appendElements(StringBuilder text, List<Object> elements) {

@@ -3,8 +3,6 @@ package com.tarvolin.povzel;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.*;
-import java.math.BigInteger;
-import java.time.LocalDateTime;
 import java.util.*;
 import java.util.stream.*;
 import org.junit.jupiter.api.*;
@@ -32,26 +30,6 @@ class SessionTest {
 
     private PovZelObject object(String text) {
         return session.executeForObject(text);
-    }
-
-    // What Java stores in an array of the database comes back as it was, or as its widest type.
-    @Test
-    void valuesSurviveTheWayThereAndBack() {
-        List<Object> values = Arrays.asList(null, true, false, 'x', '\u00e4', '\uffff', -1L,
-                536870912L, -536870913L, Long.MAX_VALUE, Long.MIN_VALUE, -2.5, Double.MAX_VALUE,
-                new BigInteger("-123456789012345678901234567890"),
-                "", "nul \0 inside", "\ud83d\ude00", "\ud83d alone", "abc\u00e4".repeat(5000),
-                LocalDateTime.of(2024, 2, 29, 23, 59, 59, 999_000_000));
-        PovZelObject array = session.newArray(values);
-        assertEquals(values, array.value());
-        values.forEach(value -> assertEquals(value, session.perform(value, "yourself")));
-        assertEquals(List.of(-7L, 300L, 1.5, 2L, "text"), session.newArray(List.of((byte) -7,
-                (short) 300, 1.5f, BigInteger.TWO, new StringBuilder("text"))).value());
-        assertFalse(array.isKindOf(object("Set")));
-
-        List<Object> nested = session.newArray(List.of(new byte[] {1, -1}, List.of(5L))).list();
-        assertArrayEquals(new byte[] {1, -1}, (byte[]) ((PovZelObject) nested.get(0)).value());
-        assertEquals(List.of(5L), ((PovZelObject) nested.get(1)).value());
     }
 
     @Test
@@ -92,24 +70,6 @@ class SessionTest {
         assertTrue(fails(() ->
                 session.perform(object("Error new"), "signal:number:", "z\u00e4hler \u20ac", 77))
                 .message.startsWith("z\u00e4hler \u20ac (Exception>>"));
-    }
-
-    @Test
-    void whatCannotBeConvertedSaysSo() {
-        List<Object> endless = new ArrayList<>();
-        endless.add(endless);
-        PovZelSession other = PovZelSession.login("DataCurator", "swordfish");
-        Map<String, Object> refused = Map.of("cannot be passed", new int[] {1}, "nested", endless,
-                "milliseconds", LocalDateTime.of(2024, 1, 1, 0, 0, 0, 1_000),
-                "another session", other.executeForObject("Array new: 1"));
-        refused.forEach((part, value) -> {
-            String message = assertThrows(IllegalArgumentException.class,
-                    () -> session.perform(null, "foo:", value)).getMessage();
-            assertTrue(message.contains(part), message);
-        });
-        other.close();
-        allThrow(IllegalArgumentException.class, () -> object("3"), () -> object("'abc'").list(),
-                () -> session.execute((String) null), () -> object("'a'").outputStream(0));
     }
 
     @Test
