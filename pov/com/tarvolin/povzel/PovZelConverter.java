@@ -126,9 +126,11 @@ final class PovZelConverter {
                     + object.indexedSize + " elements, more than an array of Java can");
         }
         long[] oops = new long[(int) object.indexedSize];
-        int done = Math.max(Math.min(object.valueLongs.length - object.namedSize, oops.length), 0);
-        System.arraycopy(object.valueLongs, Math.min(object.namedSize, object.valueLongs.length),
-                oops, 0, done);
+        int preloaded = object.valueLongs == null ? 0 : object.valueLongs.length - object.namedSize;
+        int done = Math.max(Math.min(preloaded, oops.length), 0);
+        if (done > 0) {
+            System.arraycopy(object.valueLongs, object.namedSize, oops, 0, done);
+        }
         while (done < oops.length) {
             int fetched = fetch(object, oops, done);
             if (fetched == 0) {
@@ -140,9 +142,8 @@ final class PovZelConverter {
     }
 
     private int fetch(PovZelReport object, long[] oops, int from) {
-        PovZelReport[] reports =
-                new PovZelReport[Math.min(LARGEST_FETCH, Math.min(oops.length - from,
-                        PovZelLibrary.oopCapacity()))];
+        int most = Math.min(LARGEST_FETCH, PovZelLibrary.oopCapacity());
+        PovZelReport[] reports = new PovZelReport[Math.min(most, oops.length - from)];
         Arrays.setAll(reports, i -> new PovZelReport());
         int fetched = calls.call((id, e) -> PovZelInterface._getObjs(id,
                 PovZelValues.existing(object.oop), from + 1L, reports.length, reports, e));

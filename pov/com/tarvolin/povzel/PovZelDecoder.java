@@ -34,35 +34,36 @@ final class PovZelDecoder {
         if (value != null) {
             return value;
         }
-        open(report);
+        Container top = open(report);
         while (true) {
-            Container top = open.peek();
-            if (top.next == top.oops.length) {
-                value = top.finish();
-                read.put(top.oop, value);
-                open.pop();
-                if (open.isEmpty()) {
-                    return value;
-                }
-                open.peek().add(value);
+            if (top.next < top.oops.length) {
+                top = step(top);
                 continue;
             }
-            long oop = top.oops[top.next];
-            if (!PovZelValues.isReference(oop)) {
-                top.add(PovZelValues.immediate(oop));
-            } else if (read.containsKey(oop)) {
-                Object known = read.get(oop);
-                top.add(known != null ? known : calls.hold(oop));
-            } else {
-                PovZelReport element = calls.describe(PovZelValues.existing(oop));
-                Object simple = leaf(element);
-                if (simple != null) {
-                    top.add(simple);
-                } else {
-                    open(element);
-                }
+            value = top.finish();
+            read.put(top.oop, value);
+            open.pop();
+            if (open.isEmpty()) {
+                return value;
             }
+            top = open.peek();
+            top.add(value);
         }
+    }
+
+    /** Reads the next element; returns the container to go on with, which may be that element. */
+    private Container step(Container top) {
+        long oop = top.oops[top.next];
+        if (!PovZelValues.isReference(oop)) {
+            return top.add(PovZelValues.immediate(oop));
+        }
+        if (read.containsKey(oop)) {
+            Object known = read.get(oop);
+            return top.add(known != null ? known : calls.hold(oop));
+        }
+        PovZelReport element = calls.describe(PovZelValues.existing(oop));
+        Object value = leaf(element);
+        return value != null ? top.add(value) : open(element);
     }
 
     /** The value of an object that is no container; null for one that is. */
@@ -77,9 +78,11 @@ final class PovZelDecoder {
         return converter.kindOf(report) == PovZelKind.OBJECT ? converter.reference(report) : null;
     }
 
-    private void open(PovZelReport report) {
-        open.push(new Container(report));
+    private Container open(PovZelReport report) {
+        Container container = new Container(report);
+        open.push(container);
         read.put(report.oop, null);
+        return container;
     }
 
     /** The elements of an array, or of what {@code asArray} makes of another collection. */
@@ -92,7 +95,7 @@ final class PovZelDecoder {
         return converter.perform(PovZelValues.existing(receiver.oop), selector);
     }
 
-    /** A container whose contents are being read; those of a dictionary are its keys, then its values. */
+    /** A container that is being read; the contents of a dictionary are its keys, then its values. */
     private final class Container {
         private final long oop;
         private final PovZelKind kind;
@@ -119,8 +122,9 @@ final class PovZelDecoder {
             return all;
         }
 
-        void add(Object value) {
+        Container add(Object value) {
             values[next++] = value;
+            return this;
         }
 
         Object finish() {

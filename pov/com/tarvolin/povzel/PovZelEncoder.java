@@ -24,7 +24,8 @@ final class PovZelEncoder {
     /** The most elements that one message makes an array with. */
     private static final int LARGEST_BY_MESSAGE = 4;
     private static final String WITH = "with:with:with:with:";
-    private static final int LONGEST_SHOWN = 40;
+    private static final int LONGEST_KEY_SHOWN = 40;
+    private static final int MOST_PLACES = 8;
 
     private final PovZelCalls calls;
     private final boolean truncateTimes;
@@ -101,32 +102,34 @@ final class PovZelEncoder {
     }
 
     private PovZelReport store(Object value) {
-        open(value);
+        Container top = open(value);
         while (true) {
-            Container top = open.peek();
-            if (top.next == top.size) {
-                PovZelReport report = top.finish();
-                stored.put(top.source, report);
-                open.pop();
-                if (open.isEmpty()) {
-                    return report;
+            if (top.next < top.size) {
+                Object item = top.items.apply(top.next);
+                PovZelReport report = leaf(item);
+                if (report != null) {
+                    top.add(report);
+                } else {
+                    top = open(item);
                 }
-                open.peek().add(report);
                 continue;
             }
-            Object item = top.items.apply(top.next);
-            PovZelReport report = leaf(item);
-            if (report != null) {
-                top.add(report);
-            } else {
-                open(item);
+            PovZelReport report = top.finish();
+            stored.put(top.source, report);
+            open.pop();
+            if (open.isEmpty()) {
+                return report;
             }
+            top = open.peek();
+            top.add(report);
         }
     }
 
-    private void open(Object value) {
-        open.push(container(value));
+    private Container open(Object value) {
+        Container container = container(value);
+        open.push(container);
         stored.put(value, null);
+        return container;
     }
 
     private Container container(Object value) {
@@ -156,11 +159,13 @@ final class PovZelEncoder {
     /** Where the value at hand is, from the inside out. */
     private String places() {
         StringBuilder text = new StringBuilder();
+        int shown = 0;
         for (Container container : open) {
-            if (container.next < container.size) {
+            if (container.next < container.size && shown++ < MOST_PLACES) {
                 text.append(container.place()).append(" of ");
             }
         }
+        text.append(shown > MOST_PLACES ? "... of " : "");
         return text.append(place.apply(position)).toString();
     }
 
@@ -244,7 +249,7 @@ final class PovZelEncoder {
                 return "key " + (next / 2 + 1);
             }
             Object key = items.apply(next - 1);
-            return key instanceof String && ((String) key).length() <= LONGEST_SHOWN
+            return key instanceof String && ((String) key).length() <= LONGEST_KEY_SHOWN
                     ? "the value of '" + key + "'" : "value " + (next / 2 + 1);
         }
     }

@@ -54,10 +54,10 @@ public final class PovZelObject implements AutoCloseable {
     /**
      * Returns the object's value as Java has it, with all that it contains: a {@code String},
      * {@code Double}, {@code LocalDateTime}, {@code Long} or {@code java.math.BigInteger} for what the
-     * database stores as such, a {@code byte[]} for other byte objects, a {@code Map} for a dictionary, a
-     * {@code Set} for a set and a {@code List} for other collections. Anything else is this reference
-     * itself, and a reference inside of containers; so is a container where it contains itself, and an
-     * element that is equal to an earlier one only in Java.
+     * database stores as such, a {@code byte[]} for other byte objects, a {@code Map} for a
+     * dictionary, a {@code Set} for a set and a {@code List} for other collections. Anything else is
+     * this reference itself, and a reference inside of containers; so is a container where it contains
+     * itself, and an element that is equal to an earlier one only in Java.
      *
      * <p>The containers are new, may be changed and keep the database's order.
      *
@@ -71,7 +71,11 @@ public final class PovZelObject implements AutoCloseable {
     public Object value() {
         return calls.locked(() -> {
             Object value = calls.converter().wholeValue(describe());
-            return equals(value) ? this : value;
+            if (!equals(value)) {
+                return value;
+            }
+            ((PovZelObject) value).close();
+            return this;
         });
     }
 

@@ -280,6 +280,9 @@ public final class PovZelSession implements AutoCloseable {
     /**
      * Resumes the process that an error suspended, as if what failed had returned a value.
      *
+     * <p>A {@code Set} or {@code Map} takes a program to store, before which the database gives up a
+     * process that has blocks to run at its end; all other values take none.
+     *
      * @param suspended the error
      * @param value the value, of the types listed above
      * @return the process's result, as {@link #execute(String)} returns it

@@ -10,6 +10,7 @@ import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.time.LocalTime;
 import java.time.ZoneOffset;
+import java.util.Collection;
 import java.util.HashMap;
 import java.util.Map;
 import java.util.function.Function;
@@ -43,9 +44,10 @@ final class PovZelValues {
     private static final int SMALLEST_IN_OOP = -(1 << 29);
     private static final int LARGEST_IN_OOP = (1 << 29) - 1;
     private static final long LARGEST_OOP = 0xFFFFFFFFL;
+    private static final int LONGEST_SHOWN = 60;
     private static final long NANOS_PER_MILLI = 1_000_000;
 
-    /** Numbers of Java that a number is exactly; an ArithmeticException where it is none. */
+    /** A number as one of another class; null or an ArithmeticException where that is not exact. */
     private static final Map<Class<?>, Function<BigDecimal, Object>> EXACT_NUMBERS = exactNumbers();
 
     private PovZelValues() {
@@ -153,25 +155,21 @@ final class PovZelValues {
      * midnight; null for what is none.
      */
     static PovZelReport time(Object value, boolean truncate) {
-        if (value instanceof LocalDateTime) {
-            return dateTime((LocalDateTime) value, truncate);
+        LocalDateTime time = value instanceof LocalDateTime ? (LocalDateTime) value
+                : value instanceof Instant ? LocalDateTime.ofInstant((Instant) value, ZoneOffset.UTC)
+                : value instanceof LocalDate ? ((LocalDate) value).atStartOfDay() : null;
+        if (time == null) {
+            return null;
         }
-        if (value instanceof Instant) {
-            return dateTime(LocalDateTime.ofInstant((Instant) value, ZoneOffset.UTC), truncate);
-        }
-        return value instanceof LocalDate ? dateTime(((LocalDate) value).atStartOfDay(), false) : null;
-    }
-
-    private static PovZelReport dateTime(LocalDateTime value, boolean truncate) {
-        long nanos = value.toLocalTime().toNanoOfDay();
+        long nanos = time.toLocalTime().toNanoOfDay();
         if (nanos % NANOS_PER_MILLI != 0 && !truncate) {
             throw new IllegalArgumentException("The time " + value + " is finer than the database's"
                     + " milliseconds: use truncatedTo(ChronoUnit.MILLIS), or truncateTimes(true) of"
                     + " the session");
         }
         PovZelReport report = newValue(VALUE_DATE_TIME);
-        report.valueInt1 = value.getYear();
-        report.valueInt2 = value.getDayOfYear();
+        report.valueInt1 = time.getYear();
+        report.valueInt2 = time.getDayOfYear();
         report.valueLong = nanos / NANOS_PER_MILLI;
         return report;
     }
@@ -269,10 +267,24 @@ final class PovZelValues {
         Object converted = value instanceof Number ? number((Number) value, boxed)
                 : value instanceof LocalDateTime ? time((LocalDateTime) value, boxed) : null;
         if (converted == null) {
-            throw new IllegalArgumentException("The result " + value + (value == null ? ""
-                    : " (" + value.getClass().getName() + ")") + " is no " + type.getTypeName());
+            throw new IllegalArgumentException(
+                    "The result " + shown(value) + " is no " + type.getTypeName());
         }
         return (T) converted;
+    }
+
+    /** A value for a message; a container may be too large, or too deep, to be shown. */
+    private static String shown(Object value) {
+        if (value == null) {
+            return "null";
+        }
+        String name = value.getClass().getName();
+        if (value instanceof Collection || value instanceof Map) {
+            return "of " + name;
+        }
+        String text = value.toString();
+        return (text.length() > LONGEST_SHOWN ? text.substring(0, LONGEST_SHOWN) + "..." : text) + " ("
+                + name + ")";
     }
 
     private static Object number(Number value, Class<?> type) {
@@ -305,12 +317,13 @@ final class PovZelValues {
         numbers.put(Long.class, BigDecimal::longValueExact);
         numbers.put(BigInteger.class, BigDecimal::toBigIntegerExact);
         numbers.put(BigDecimal.class, value -> value);
-        numbers.put(Float.class, value -> sameAs(value, value.floatValue()) ? value.floatValue() : null);
-        numbers.put(Double.class, value -> sameAs(value, value.doubleValue()) ? value.doubleValue() : null);
+        numbers.put(Float.class, value -> isExact(value, value.floatValue()) ? value.floatValue() : null);
+        numbers.put(Double.class,
+                value -> isExact(value, value.doubleValue()) ? value.doubleValue() : null);
         return numbers;
     }
 
-    private static boolean sameAs(BigDecimal value, double rounded) {
+    private static boolean isExact(BigDecimal value, double rounded) {
         return Double.isFinite(rounded) && new BigDecimal(rounded).compareTo(value) == 0;
     }
 }

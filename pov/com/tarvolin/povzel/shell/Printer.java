@@ -59,13 +59,14 @@ final class Printer {
         return text.toString();
     }
 
-    /** The elements, in the order in which the database has them; a dictionary's are its associations. */
-    private List<Object> elements(PovZelObject object) {
-        boolean dictionary = session.performFor(Boolean.class, object, "isDictionary");
-        boolean set = session.performFor(Boolean.class, object, "isCollection")
-                && !session.performFor(Boolean.class, object, "isSequenceable");
-        return dictionary ? object.performForObject("associations").list()
-                : set ? object.performForObject("asArray").list() : object.list();
+    /** The elements, of what has no order as the database lists them. */
+    private static List<Object> elements(PovZelObject object) {
+        try {
+            return object.list();
+        } catch (IllegalArgumentException e) {
+            boolean dictionary = object.performFor(boolean.class, "isDictionary");
+            return object.performForObject(dictionary ? "associations" : "asArray").list();
+        }
     }
 
     private void appendElements(StringBuilder text, List<Object> elements) {

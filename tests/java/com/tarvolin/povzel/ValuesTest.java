@@ -17,7 +17,6 @@ import org.junit.jupiter.api.function.Executable;
 class ValuesTest {
     private static final LocalDateTime NOON = LocalDateTime.of(2024, 2, 29, 12, 0, 0, 250_000_000);
     private static final Object NOT_PASSED = new Object();
-
     private final PovZelSession session = PovZelSession.login("DataCurator", "swordfish");
     private final long seed = Long.getLong("povzel.test.seed", 20_240_229L);
     private final Random random = new Random(seed);
@@ -30,7 +29,6 @@ class ValuesTest {
     private PovZelObject object(String text) {
         return session.executeForObject(text);
     }
-
     private Object stored(Object value) {
         return session.newArray(Collections.singletonList(value)).value();
     }
@@ -44,40 +42,32 @@ class ValuesTest {
     }
 
     private Object simple() {
-        return switch (random.nextInt(11)) {
-            case 0 -> null;
-            case 1 -> random.nextBoolean();
-            case 2 -> (char) random.nextInt(1 << 16);
-            case 3 -> (long) random.nextInt(100);
-            case 4 -> random.nextLong() >> random.nextInt(64);
-            case 5 -> BigInteger.TWO.pow(64 + random.nextInt(300)).add(BigInteger.valueOf(random.nextLong()));
-            case 6 -> Double.longBitsToDouble(random.nextLong());
-            case 7 -> List.of(Double.NaN, -0.0, 0.5, Long.MIN_VALUE, Long.MAX_VALUE, 1L << 62, 1L << 29,
-                    "\0", "\ud83d\ude00", "\ude00\ud83d", "a\ud83d", "").get(random.nextInt(12));
-            case 8 -> random.ints(random.nextInt(9), 0, random.nextBoolean() ? 128 : 1 << 16)
+        List<Object> edges = Arrays.asList(null, true, Double.NaN, -0.0, 0.5, Long.MIN_VALUE, 1L << 62,
+                1L << 29, -1L, "\0", "\ud83d\ude00", "\ude00\ud83d", "a\ud83d", "", '\uffff', 'x');
+        return switch (random.nextInt(6)) {
+            case 0 -> edges.get(random.nextInt(edges.size()));
+            case 1 -> random.nextLong() >> random.nextInt(64);
+            case 2 -> BigInteger.valueOf(random.nextLong()).pow(9).setBit(64);
+            case 3 -> Double.longBitsToDouble(random.nextLong());
+            case 4 -> random.ints(random.nextInt(9), 0, random.nextBoolean() ? 128 : 1 << 16)
                     .mapToObj(c -> String.valueOf((char) c)).collect(Collectors.joining());
-            case 9 -> "key" + random.nextInt(50);
             default -> NOON.plus(random.nextInt(), ChronoUnit.MILLIS);
         };
     }
 
     private Object nested(int depth) {
         int size = random.nextInt(random.nextInt(20) == 0 ? 600 : 7);
-        Stream<Object> parts = Stream.generate(() -> depth == 0 ? simple() : nested(random.nextInt(depth)))
-                .limit(size);
-        // Text, of which the database takes none for equal, and lists of it.
+        List<Object> parts = Stream.generate(() -> depth == 0 ? 0L : nested(random.nextInt(depth)))
+                .limit(size).collect(Collectors.toCollection(ArrayList::new));
+        // Of keys that differ in Java, the database takes none for equal.
         Supplier<Object> key = () -> random.nextInt(4) > 0 ? "k" + random.nextInt()
                 : listOf("k" + random.nextInt(), null, "\u20ac");
         return switch (depth == 0 ? 0 : random.nextInt(4)) {
             case 0 -> simple();
-            case 1 -> parts.collect(Collectors.toCollection(ArrayList::new));
+            case 1 -> parts;
             case 2 -> Stream.generate(key).limit(size).collect(Collectors.toSet());
-            default -> {
-                Map<Object, Object> map = new HashMap<>();
-                parts.forEach(value -> map.put(key.get(), value));
-                map.put(null, null);
-                yield map;
-            }
+            default -> parts.stream().collect(HashMap::new, (map, part) -> map.put(key.get(), part),
+                    HashMap::putAll);
         };
     }
 
@@ -98,8 +88,7 @@ class ValuesTest {
                 listOf('a', 'b'), listOf(0L), listOf(1.5), listOf(listOf()), "text", listOf(7L),
                 listOf(0L, 1L, 2L, 3L, 4L))), stored(kinds));
         assertArrayEquals(new byte[] {1, -1}, (byte[]) ((List<?>) stored(new byte[] {1, -1})).get(0));
-        List<Integer> many = IntStream.range(0, 40_000).boxed().toList();
-        assertEquals(many.toString(), session.newArray(many).value().toString());
+        assertEquals(Collections.nCopies(40_000, 2L), session.newArray(Collections.nCopies(40_000, 2)).value());
         BigInteger largest = BigInteger.ONE.shiftLeft(65_536).subtract(BigInteger.ONE);
         assertEquals(listOf(listOf(largest, largest.negate())), stored(listOf(largest, largest.negate())));
     }
@@ -112,8 +101,8 @@ class ValuesTest {
         assertEquals(instant, session.performFor(Instant.class, NOON, "yourself"));
         assertEquals(NOON.toLocalDate(), session.performFor(LocalDate.class, NOON.toLocalDate(), "yourself"));
         for (Object fine : List.of(NOON.plusNanos(1), instant.minusNanos(1))) {
-            String message = refused(IllegalArgumentException.class, () -> stored(fine));
-            assertTrue(message.contains(fine.toString().substring(0, 20)) && message.contains("truncatedTo"));
+            assertTrue(refused(IllegalArgumentException.class, () -> stored(fine))
+                    .contains(fine + " is finer than the database's milliseconds: use truncatedTo"));
         }
         session.truncateTimes(true);
         assertEquals(listOf(NOON.minus(1, ChronoUnit.MILLIS)), stored(instant.minusNanos(1)));
@@ -148,44 +137,33 @@ class ValuesTest {
 
     @Test
     void collectionsOfTheDatabase() {
-        Map<String, Object> values = Map.of("Dictionary with: 'a' -> 1 with: nil -> #[1 2]", Map.of(),
-                "Set with: 3 with: nil", new HashSet<>(listOf(3L, null)), "(1 to: 9 by: 4)",
-                listOf(1L, 5L, 9L), "#(3 1) asSortedCollection: [:a :b | a > b]", listOf(3L, 1L),
-                "OrderedCollection new add: 2; addFirst: #(1); yourself", listOf(listOf(1L), 2L),
-                "Bag with: 'x' with: 'x'", listOf("x", "x"), "(1 to: 1000) asSet",
-                LongStream.range(1, 1001).boxed().collect(Collectors.toSet()),
-                "Array subclass: 'Row'. Row withAll: #(1 2)", listOf(1L, 2L), "IdentityDictionary new",
-                Map.of());
+        Map<String, Object> values = Map.of("Set with: 3 with: nil", new HashSet<>(listOf(3L, null)),
+                "(1 to: 9 by: 4)", listOf(1L, 5L, 9L), "#(3 1) asSortedCollection: [:a :b | a > b]",
+                listOf(3L, 1L), "OrderedCollection new add: 2; addFirst: #(1); yourself",
+                listOf(listOf(1L), 2L), "Bag with: 'x' with: 'x'", listOf("x", "x"),
+                "Array subclass: 'Row'. Row withAll: #(1 2)", listOf(1L, 2L), "(1 to: 9999) asSet",
+                LongStream.range(1, 10_000).boxed().collect(Collectors.toSet()),
+                "IdentityDictionary new", Map.of(), "Dictionary with: 'a' -> $b", Map.of("a", 'b'));
         values.forEach((text, value) -> {
             PovZelObject object = object(text);
+            assertEquals(value, object.value(), text);
             assertEquals(session.perform(object, "size"), object.size(), text);
-            if (text.contains("'a'")) {
-                Map<?, ?> map = (Map<?, ?>) object.value();
-                assertEquals(1L, map.get("a"));
-                assertArrayEquals(new byte[] {1, 2}, (byte[]) map.get(null));
-            } else {
-                assertEquals(value, object.value(), text);
-            }
         });
         // Two keys that Java would take for one.
         Map<?, ?> twins = (Map<?, ?>) object("IdentityDictionary new at: 'k' put: 1; at: 'k' copy put: 2;"
                 + " yourself").value();
         assertEquals(List.of(1L, 2L), List.copyOf(twins.values()));
-
         PovZelObject text = session.newString("\u00fc\ud83d\ude00");
         assertEquals(List.of(2L, 8L), List.of(text.size(), text.byteSize()));
         PovZelObject pair = object("3 -> 4");
         assertSame(pair, pair.value());
-        Map.of("Set new", "value()", "Dictionary new", "value()", "Bag new", "value()", "1 to: 3",
-                "value()", "3 -> 4", "namedSlots()", "#[1]", "bytes()").forEach((of, hint) ->
-                        assertTrue(refused(IllegalArgumentException.class, () -> object(of).list())
-                                .endsWith(hint), of));
+        Map.of("Set new", "value()", "Dictionary new", "value()", "1 to: 3", "value()", "3 -> 4",
+                "namedSlots()", "#[1]", "bytes()").forEach((of, hint) -> assertTrue(
+                        refused(IllegalArgumentException.class, () -> object(of).list()).endsWith(hint)));
         assertTrue(refused(IllegalArgumentException.class, () -> object("#(1)").byteSize()).contains("size()"));
-        String unnamed = pair.toString();
-        assertEquals("Association", pair.className());
-        assertEquals(List.of(unnamed + " of class Association", "session " + session.id()),
-                List.of(pair.toString(), session.toString()));
-        assertTrue(object("5 -> 6").toString().endsWith(" of class Association"));
+        assertEquals(List.of("object " + pair.oop(), "session " + session.id(), "Association",
+                "object " + pair.oop() + " of class Association"), List.of(pair.toString(),
+                        session.toString(), pair.className(), pair.toString()));
     }
 
     @Test
@@ -199,7 +177,7 @@ class ValuesTest {
         messages.put(new Object[] {new BigDecimal("1.5")}, "java.math.BigDecimal .*doubleValue.*element 1");
         messages.put(endless, "contains itself.*element 1 of element 2 of argument 2");
         messages.put(BigInteger.ONE.shiftLeft(65_536), "65537 bits");
-        messages.put(Path.of("x"), "Path.*argument 2");
+        messages.put(Path.of("x"), "Path cannot.*argument 2");
         messages.put(new HashSet<>(listOf(1, 1.0)), "HashSet has 2 elements.*equal");
         messages.put(Map.of(0.0, 1, -0.0, 2), "2 keys.*equal");
         messages.forEach((value, pattern) -> {
@@ -217,10 +195,8 @@ class ValuesTest {
         closed.close();
         refused(IllegalStateException.class, () -> stored(listOf(closed)));
         session.close();
-        for (Executable call : List.<Executable>of(() -> session.value(7), () -> session.newSet(Set.of()),
-                () -> session.executeFor(Long.class, "3"), () -> session.truncateTimes(true))) {
-            refused(IllegalStateException.class, call);
-        }
+        List.<Executable>of(() -> session.value(7), () -> session.newSet(Set.of()), () ->
+                session.executeFor(Long.class, "3")).forEach(c -> refused(IllegalStateException.class, c));
     }
 
     @Test
@@ -230,21 +206,17 @@ class ValuesTest {
                 session.executeFor(Short.class, "7"), session.executeFor(Double.class, "7"),
                 session.executeFor(Float.class, "0.5"), session.executeFor(Long.class, "3.0"),
                 session.executeFor(BigDecimal.class, "2.5")));
-        assertEquals(Float.NaN, session.executeFor(Float.class, "Float nan"));
-        assertNull(session.executeFor(String.class, "nil"));
-        assertEquals(Map.of(1L, List.of(2L)),
-                session.executeFor(Map.class, "Dictionary with: 1 -> #(2)"));
+        assertEquals(Arrays.asList(null, Float.NaN), Arrays.asList(
+                session.executeFor(String.class, "nil"), session.executeFor(Float.class, "Float nan")));
+        assertEquals(Map.of(1L, List.of()), session.executeFor(Map.class, "Dictionary with: 1 -> #()"));
         assertEquals("abc", session.executeFor(PovZelObject.class, "'abc'").value());
         assertEquals("an Array( 1 )", session.performForObject(listOf(1), "printString").value());
         assertEquals(3, object("'abc'").performFor(Integer.class, "size"));
         Map.of(Integer.class, "16r80000000", Byte.class, "128", Long.class, "2.5", Double.class,
                 "9007199254740993", Float.class, "0.1", String.class, "3", List.class, "3 -> 4",
                 BigInteger.class, "Float infinity", int.class, "nil", PovZelObject.class, "3")
-                .forEach((type, text) -> {
-                    String message = refused(IllegalArgumentException.class,
-                            () -> session.executeFor(type, text));
-                    assertTrue(message.endsWith("is no " + type.getTypeName()), message);
-                });
+                .forEach((type, text) -> assertTrue(refused(IllegalArgumentException.class,
+                        () -> session.executeFor(type, text)).endsWith("is no " + type.getTypeName()), text));
         refused(IllegalArgumentException.class, () -> session.performForObject(3, "+", 4));
         for (long oop : new long[] {-1, 1L << 40}) {
             refused(IllegalArgumentException.class, () -> session.value(oop));
