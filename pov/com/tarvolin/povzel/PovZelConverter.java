@@ -236,7 +236,12 @@ final class PovZelConverter {
         return answer;
     }
 
-    /** A report by which a native takes {@code value}, of which messages speak as {@code what}. */
+    /** A report by which a native takes {@code value}. */
+    PovZelReport report(Object value) {
+        return report(value, "the value");
+    }
+
+    /** The same of a value of which messages speak as {@code what}. */
     PovZelReport report(Object value, String what) {
         PovZelReport report = known(value);
         return report != null ? report

@@ -380,7 +380,7 @@ public final class PovZelObject implements AutoCloseable {
      */
     public void setNamedSlot(int slot, Object value) {
         calls.locked(() -> {
-            PovZelReport[] reports = {calls.converter().report(value, "the value")};
+            PovZelReport[] reports = {calls.converter().report(value)};
             return calls.call((id, e) ->
                     PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
         });

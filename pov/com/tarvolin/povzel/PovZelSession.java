@@ -290,7 +290,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object continueWith(PovZelException suspended, Object value) {
         Objects.requireNonNull(suspended, "The suspended error is null");
-        return calls.locked(() -> resume(suspended, converter.report(value, "the value"), null, null));
+        return calls.locked(() -> resume(suspended, converter.report(value), null, null));
     }
 
     /**
