@@ -21,7 +21,7 @@ final class PovZelConverter {
     private final PovZelCalls calls;
     private final Map<Long, KnownClass> classes = new HashMap<>();
     private PovZelObject dictionaryMaker;
-    private boolean truncateTimes;
+    private volatile boolean truncateTimes;
 
     /** A class whose instances the program met; the reference keeps its oop from naming another. */
     private static final class KnownClass {
@@ -38,6 +38,7 @@ final class PovZelConverter {
         this.calls = calls;
     }
 
+    /** From any thread, without the lock. */
     void truncateTimes(boolean truncate) {
         truncateTimes = truncate;
     }
@@ -69,8 +70,11 @@ final class PovZelConverter {
             return PovZelValues.convert(valueOrReference(report), type);
         }
         Object value = value(report);
-        boolean whole = value instanceof PovZelObject && !type.isInstance(value);
-        return PovZelValues.convert(whole ? wholeValue(report) : value, type);
+        if (value instanceof PovZelObject && !type.isInstance(value)) {
+            ((PovZelObject) value).close();
+            value = wholeValue(report);
+        }
+        return PovZelValues.convert(value, type);
     }
 
     /** A reference to a described object. */

@@ -440,15 +440,12 @@ public final class PovZelSession implements AutoCloseable {
 
     /**
      * Says what becomes of times that are finer than the database's milliseconds: they are refused,
-     * unless this lets the session cut them.
+     * unless this lets the session cut them. Takes effect with the next call, and waits for none.
      *
      * @param truncate whether they are cut to the millisecond before
      */
     public void truncateTimes(boolean truncate) {
-        calls.locked(() -> {
-            converter.truncateTimes(truncate);
-            return null;
-        });
+        converter.truncateTimes(truncate);
     }
 
     /**
