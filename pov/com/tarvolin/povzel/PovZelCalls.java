@@ -11,7 +11,7 @@ final class PovZelCalls {
     private final int id;
     private final PovZelReferences references = new PovZelReferences();
     private final PovZelConverter converter = new PovZelConverter(this);
-    private boolean open = true;
+    private volatile boolean open = true;
 
     PovZelCalls(PovZelSession session, int id) {
         this.session = session;
@@ -34,6 +34,10 @@ final class PovZelCalls {
 
     PovZelSession session() {
         return session;
+    }
+
+    boolean isOpen() {
+        return open;
     }
 
     /** Ends the session, unless it has ended. */

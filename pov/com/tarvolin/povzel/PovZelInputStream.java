@@ -3,20 +3,26 @@ package com.tarvolin.povzel;
 import java.io.IOException;
 import java.io.InputStream;
 
-/** Reads a byte object from its first byte on, one transfer buffer at a time. */
+/**
+ * Reads a byte object from its first byte on, one transfer buffer at a time. What came with the
+ * object's description is not fetched again.
+ */
 final class PovZelInputStream extends InputStream {
     private final PovZelObject object;
     private final long size;
-    private final byte[] chunk;
-    /** What {@link #chunk} holds begins {@link #next} bytes before the position. */
-    private long position;
+    /** What is in hand: {@link #next} bytes from before {@link #position}, the others behind it. */
+    private byte[] chunk;
     private int next;
     private int filled;
+    private long position;
+    private volatile boolean closed;
 
     PovZelInputStream(PovZelObject object) {
+        PovZelReport report = object.describeBytes();
         this.object = object;
-        this.size = object.byteSize();
-        this.chunk = new byte[(int) Math.min(Math.max(size, 1), PovZelLibrary.byteCapacity())];
+        this.size = report.indexedSize;
+        this.chunk = report.valueBytes;
+        this.filled = chunk.length;
     }
 
     @Override
@@ -29,6 +35,7 @@ final class PovZelInputStream extends InputStream {
         if (offset < 0 || length < 0 || length > bytes.length - offset) {
             throw new IndexOutOfBoundsException(offset + " and " + length + " of " + bytes.length);
         }
+        requireOpen();
         if (length == 0) {
             return 0;
         }
@@ -41,7 +48,8 @@ final class PovZelInputStream extends InputStream {
     }
 
     @Override
-    public long skip(long count) {
+    public long skip(long count) throws IOException {
+        requireOpen();
         long skipped = Math.max(0, Math.min(count, size - position));
         if (skipped < filled - next) {
             take((int) skipped);
@@ -53,9 +61,16 @@ final class PovZelInputStream extends InputStream {
         return skipped;
     }
 
+    /** All that is left, as of a file: readers of packed data take 0 for the end. */
     @Override
-    public int available() {
-        return filled - next;
+    public int available() throws IOException {
+        requireOpen();
+        return (int) Math.min(size - position, Integer.MAX_VALUE);
+    }
+
+    @Override
+    public void close() {
+        closed = true;
     }
 
     private int take(int count) {
@@ -65,24 +80,37 @@ final class PovZelInputStream extends InputStream {
         return from;
     }
 
-    /** Whether there is a byte at the position; fetches it when it is not in the chunk. */
+    /** Whether there is a byte at the position; fetches it when it is not in hand. */
     private boolean fill() throws IOException {
+        requireOpen();
         if (next < filled) {
             return true;
         }
-        int count = (int) Math.min(size - position, chunk.length);
+        int count = (int) Math.min(size - position, PovZelLibrary.byteCapacity());
         next = 0;
         filled = 0;
         if (count == 0) {
             return false;
         }
+        if (chunk.length < count) {
+            chunk = new byte[count];
+        }
         try {
             object.fetch(position + 1, count, chunk);
-        } catch (PovZelException e) {
+        } catch (PovZelException | IllegalStateException e) {
             throw new IOException("Cannot read " + object + " from byte " + (position + 1) + " on: "
                     + e.getMessage(), e);
         }
         filled = count;
         return true;
+    }
+
+    private void requireOpen() throws IOException {
+        if (closed) {
+            throw new IOException("The stream is closed");
+        }
+        if (!object.isUsable()) {
+            throw new IOException("Cannot read " + object + ": its reference or session is closed");
+        }
     }
 }

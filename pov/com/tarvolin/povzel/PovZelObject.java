@@ -22,7 +22,7 @@ public final class PovZelObject implements AutoCloseable {
     private final PovZelCalls calls;
     private final long oop;
     private final PovZelReferences.Handle handle;
-    private boolean closed;
+    private volatile boolean closed;
     private String className;
 
     /** Needs the library's lock. */
@@ -127,11 +127,7 @@ public final class PovZelObject implements AutoCloseable {
      * @throws IllegalArgumentException if the object holds no bytes
      */
     public long byteSize() {
-        PovZelReport report = describe();
-        if (report.valueBytes == null) {
-            throw new IllegalArgumentException(this + " is no byte object: use size()");
-        }
-        return report.indexedSize;
+        return describeBytes().indexedSize;
     }
 
     /**
@@ -223,9 +219,7 @@ public final class PovZelObject implements AutoCloseable {
 
     /** The bytes of the object that {@code report} describes: the first ones came with it. */
     byte[] bytes(PovZelReport report, LongConsumer progress) {
-        if (report.valueBytes == null) {
-            throw new IllegalArgumentException(this + " is no byte object");
-        }
+        requireBytes(report);
         if (report.indexedSize > Integer.MAX_VALUE) {
             throw new IllegalArgumentException(this + " has " + report.indexedSize
                     + " bytes, more than an array of Java: use inputStream()");
@@ -250,6 +244,19 @@ public final class PovZelObject implements AutoCloseable {
         }
     }
 
+    /** Describes an object of which only bytes are asked for. */
+    PovZelReport describeBytes() {
+        PovZelReport report = describe();
+        requireBytes(report);
+        return report;
+    }
+
+    private void requireBytes(PovZelReport report) {
+        if (report.valueBytes == null) {
+            throw new IllegalArgumentException(this + " is no byte object: see size() and value()");
+        }
+    }
+
     /**
      * Stores bytes from the first byte on. The object grows as needed and keeps what it has beyond.
      *
@@ -261,7 +268,8 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     /**
-     * Stores bytes at a place, and reports the progress.
+     * Stores bytes at a place, and reports the progress. The object grows as needed: zeros fill the
+     * room between its end and a place beyond.
      *
      * @param start the index of the first byte, from 1
      * @param bytes the bytes
@@ -270,6 +278,9 @@ public final class PovZelObject implements AutoCloseable {
      */
     public void setBytes(long start, byte[] bytes, LongConsumer progress) {
         Objects.requireNonNull(bytes, "The array of bytes is null");
+        if (bytes.length > 0 && start > 1) {
+            growTo(start - 1);
+        }
         byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
         int done = 0;
         while (done < bytes.length) {
@@ -282,10 +293,65 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     /**
-     * Returns a stream of the bytes that the object has now. It reads ahead by one transfer buffer.
+     * Cuts the object or makes it longer. New elements are nil, new bytes zero.
+     *
+     * @param size how many indexed slots it is to have; of a byte object, strings included, how many
+     *     bytes
+     * @throws PovZelException if it cannot have that size, such as an object without indexed slots
+     * @throws IllegalArgumentException if the size is negative, or odd for a double-byte string
+     */
+    public void setSize(long size) {
+        if (size < 0) {
+            throw new IllegalArgumentException("The size " + size + " is negative");
+        }
+        calls.locked(() -> {
+            PovZelReport report = describe();
+            long count = report.isString ? charactersFor(size, report) : size;
+            // The answer is the object, whose value nobody wants: it may be a long text.
+            return calls.converter().perform(report(), "size:", calls.converter().report(count));
+        });
+    }
+
+    /** How many characters a string of so many bytes has, once those behind them are of one unit each. */
+    private long charactersFor(long size, PovZelReport report) {
+        int unit = report.isDBString ? 2 : 1;
+        if (size % unit != 0) {
+            throw new IllegalArgumentException("The size " + size
+                    + " is odd, and a double-byte string has two bytes for each character");
+        }
+        long units = (size - report.indexedSize) / unit;
+        long characters = size();
+        if (units < 0 && characters != report.indexedSize / unit) {
+            clear(size, report.indexedSize);
+            characters = size();
+        }
+        return characters + units;
+    }
+
+    private void clear(long from, long to) {
+        byte[] zeros = new byte[(int) Math.min(to - from, PovZelLibrary.byteCapacity())];
+        for (long done = from; done < to; done += zeros.length) {
+            store(done + 1, (int) Math.min(zeros.length, to - done), zeros);
+        }
+    }
+
+    /** Makes the object longer if it is shorter than that. */
+    void growTo(long size) {
+        calls.locked(() -> {
+            if (describe().indexedSize < size) {
+                setSize(size);
+            }
+            return null;
+        });
+    }
+
+    /**
+     * Returns a stream of the bytes that the object has now. It reads ahead by one transfer buffer,
+     * and throws an {@code IOException} when the reference or its session is closed.
      *
      * @return the stream
      * @throws PovZelException if the object cannot be read
+     * @throws IllegalArgumentException if the object holds no bytes
      */
     public InputStream inputStream() {
         return new PovZelInputStream(this);
@@ -293,15 +359,16 @@ public final class PovZelObject implements AutoCloseable {
 
     /**
      * Returns a stream that stores bytes from a place on, one transfer buffer at a time, and what is
-     * left when it is flushed or closed. The object grows as needed.
+     * left when it is flushed or closed. The object grows as needed: zeros fill the room between its
+     * end and a place beyond. {@link #setSize} cuts what it holds behind. A write or flush that fails
+     * can be repeated; when {@code close} fails, its exception says which bytes were not stored.
      *
      * @param start the index of the first byte, from 1
      * @return the stream
+     * @throws PovZelException if the object cannot be read
+     * @throws IllegalArgumentException if the object holds no bytes
      */
     public OutputStream outputStream(long start) {
-        if (start < 1) {
-            throw new IllegalArgumentException("Bytes count from 1, not " + start);
-        }
         return new PovZelOutputStream(this, start);
     }
 
@@ -324,23 +391,52 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     /**
-     * Stores elements at a place, in chunks. The object grows as needed.
+     * Stores elements at a place, in chunks. The object grows as needed: nil fills the room between
+     * its end and a place beyond.
      *
      * @param start the index of the first one, from 1
      * @param elements the elements, of the types that {@link PovZelSession} lists
-     * @throws PovZelException if they cannot be stored
+     * @throws PovZelException if they cannot be stored; those of the chunks before are
      */
     public void setElements(long start, List<?> elements) {
         Objects.requireNonNull(elements, "The list of elements is null");
         calls.locked(() -> {
+            if (start > 1 && !elements.isEmpty()) {
+                growTo(start - 1);
+            }
             int done = 0;
             while (done < elements.size()) {
                 int count = Math.min(elements.size() - done, PovZelLibrary.oopCapacity());
                 PovZelReport[] reports =
                         calls.converter().elements(elements.subList(done, done + count), done + 1L);
-                long at = start + done;
-                calls.call((id, e) -> PovZelInterface._putObjs(id, report(), at, count, reports, e));
+                storeElements(start + done, reports);
                 done += count;
+            }
+            return null;
+        });
+    }
+
+    /**
+     * Stores one value, which is one object, in all indexed slots, in chunks.
+     *
+     * @param value the value, of the types that {@link PovZelSession} lists
+     * @throws PovZelException if it cannot be stored
+     * @throws IllegalArgumentException if the object holds bytes
+     */
+    public void fill(Object value) {
+        calls.locked(() -> {
+            PovZelReport report = describe();
+            calls.converter().requireList(report, this);
+            PovZelReport element = calls.converter().report(value);
+            if (element.objType == PovZelValues.NEW_VALUE) {
+                element = PovZelValues.existing(calls.describe(element).oop);
+            }
+            PovZelReport[] chunk =
+                    new PovZelReport[(int) Math.min(report.indexedSize, PovZelLibrary.oopCapacity())];
+            Arrays.fill(chunk, element);
+            for (long done = 0; done < report.indexedSize; done += chunk.length) {
+                int count = (int) Math.min(chunk.length, report.indexedSize - done);
+                storeElements(done + 1, Arrays.copyOf(chunk, count));
             }
             return null;
         });
@@ -423,6 +519,16 @@ public final class PovZelObject implements AutoCloseable {
             throw new IllegalStateException("The reference to the object " + oop + " is closed");
         }
         return PovZelValues.existing(oop);
+    }
+
+    /** Whether neither the reference nor its session is closed, as far as is known without a native. */
+    boolean isUsable() {
+        return !closed && calls.isOpen();
+    }
+
+    void storeElements(long start, PovZelReport... elements) {
+        calls.call((id, e) ->
+                PovZelInterface._putObjs(id, report(), start, elements.length, elements, e));
     }
 
     void fetch(long start, int count, byte[] into) {

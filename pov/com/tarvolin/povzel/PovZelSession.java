@@ -1,6 +1,5 @@
 package com.tarvolin.povzel;
 
-import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
@@ -51,11 +50,13 @@ public final class PovZelSession implements AutoCloseable {
 
     private final PovZelCalls calls;
     private final PovZelConverter converter;
-    private final List<Consumer<PovZelObject>> listeners = new ArrayList<>();
+    private final PovZelChanges changes;
 
     private PovZelSession(int id) {
         calls = new PovZelCalls(this, id);
         converter = calls.converter();
+        changes = new PovZelChanges(calls, oops ->
+                calls.call((session, e) -> PovZelInterface._changedOops(session, oops, oops.length, e)));
     }
 
     /**
@@ -449,45 +450,33 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Adds a listener that {@link #pollChanges()} tells of changed objects.
+     * Adds a listener that {@link #pollChanges()} tells of changed objects. One that is added by a
+     * listener, while changes are being told, is told from the next poll on.
      *
-     * @param listener is given a reference of its own to each object
+     * @param listener is given a reference of its own to each object, and may close it
+     * @return closed to be told no more: from then on no call of the listener begins, those of a poll
+     *     under way included; a program that keeps the listener for good need not keep it
      */
-    public void onChange(Consumer<PovZelObject> listener) {
+    public PovZelRegistration onChange(Consumer<PovZelObject> listener) {
         Objects.requireNonNull(listener, "The listener is null");
-        calls.locked(() -> listeners.add(listener));
+        if (!calls.isOpen()) {
+            throw new IllegalStateException("The session is closed");
+        }
+        return changes.add(listener);
     }
 
     /**
      * Asks the database which objects that the program refers to have been changed since it was asked
-     * last, and tells the listeners, on this thread.
+     * last, and tells the listeners, on this thread: all of them of all changes, each once. What a
+     * listener throws is thrown when everything has been told, the first exception with the others as
+     * suppressed ones. Nothing is lost then, nor when the database fails half way: the next poll
+     * returns what this one could not, and tells the listeners what they were not told.
      *
      * @return the changed objects
      * @throws PovZelException if the database reports an error
      */
     public List<PovZelObject> pollChanges() {
-        List<Consumer<PovZelObject>> told = new ArrayList<>();
-        List<PovZelObject> changed = calls.locked(() -> {
-            told.addAll(listeners);
-            return changedObjects();
-        });
-        for (Consumer<PovZelObject> listener : told) {
-            changed.forEach(listener);
-        }
-        return changed;
-    }
-
-    private List<PovZelObject> changedObjects() {
-        List<PovZelObject> changed = new ArrayList<>();
-        long[] oops = new long[Math.min(1024, PovZelLibrary.oopCapacity())];
-        int count;
-        do {
-            count = calls.call((id, e) -> PovZelInterface._changedOops(id, oops, oops.length, e));
-            for (int i = 0; i < count; i++) {
-                changed.add(calls.hold(oops[i]));
-            }
-        } while (count == oops.length);
-        return changed;
+        return changes.poll();
     }
 
     /**

@@ -2,14 +2,12 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
-import java.io.*;
 import java.util.*;
 import java.util.stream.*;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 
-// Logging in, running texts, values both ways, long contents, references and changes, errors,
-// threads, closing.
+// Logging in, running texts, texts, bytes, references, errors, threads, closing.
 class SessionTest {
     private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
 
@@ -114,37 +112,6 @@ class SessionTest {
     }
 
     @Test
-    void streamsReadAndWrite() throws IOException {
-        byte[] bytes = random(3 * BUFFER + 11);
-        PovZelObject object = session.newBytes(new byte[0]);
-        try (OutputStream out = object.outputStream(1)) {
-            out.write(bytes[0]);
-            out.write(bytes, 1, bytes.length - 1);
-        }
-        try (InputStream in = object.inputStream()) {
-            assertEquals(bytes[0] & 0xFF, in.read());
-            assertEquals(BUFFER, in.skip(BUFFER));
-            assertArrayEquals(Arrays.copyOfRange(bytes, BUFFER + 1, bytes.length),
-                    in.readAllBytes());
-        }
-        OutputStream wrong = object("Array new: 1").outputStream(1);
-        wrong.write(1);
-        assertThrows(IOException.class, wrong::flush);
-    }
-
-    @Test
-    void listsOfAHundredThousandElements() {
-        List<Object> elements = LongStream.range(0, 100_000)
-                .mapToObj(i -> i % 10 == 0 ? "element " + i : (Object) i).toList();
-        PovZelObject array = session.newArray(elements);
-        assertEquals(elements, array.list());
-        assertEquals("element 99990", array.list().set(99_990, 'c'));
-        assertEquals('c', session.perform(array, "at:", 99_991));
-        array.setElements(2, elements.subList(0, 50_000));
-        assertEquals(elements.subList(0, 50_000), array.list().subList(1, 50_001));
-    }
-
-    @Test
     void referencesAreReleasedWhenClosedOrCollected() {
         int before = session.calls().heldObjects();
         PovZelObject kept = object("Array new: 1");
@@ -163,17 +130,6 @@ class SessionTest {
             System.gc();
             Thread.onSpinWait();
         }
-    }
-
-    @Test
-    void changedObjectsAreTold() {
-        List<PovZelObject> all = Stream.generate(() -> object("Array new: 1")).limit(3001).toList();
-        List<PovZelObject> changed = all.subList(1, all.size());
-        changed.forEach(object -> object.perform("at:put:", 1, 5));
-        Set<PovZelObject> told = new HashSet<>();
-        session.onChange(told::add);
-        session.pollChanges();
-        assertEquals(new HashSet<>(changed), told);
     }
 
     @Test
