@@ -375,7 +375,10 @@ public final class PovZelObject implements AutoCloseable {
     /**
      * Returns the elements of an array or another collection as a list that reads them from the
      * database in chunks. It has the size that the object has now and may show an element as it was
-     * when its chunk was read; {@code set} stores an element in the database at once.
+     * when its chunk was read; {@code set} stores an element in the database at once. {@code replaceAll}
+     * and {@code sort} store in batches, all or nothing: they throw a
+     * {@code ConcurrentModificationException} if an element was changed meanwhile, and put back what
+     * they stored if a later batch fails.
      *
      * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
      * @throws PovZelException if the object cannot be read

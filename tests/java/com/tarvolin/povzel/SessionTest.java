@@ -22,7 +22,7 @@ class SessionTest {
         return assertThrows(PovZelException.class, call);
     }
 
-    private static void allThrow(Class<? extends Throwable> kind, Executable... calls) {
+    static void allThrow(Class<? extends Throwable> kind, Executable... calls) {
         Stream.of(calls).forEach(call -> assertThrows(kind, call));
     }
 
@@ -93,7 +93,7 @@ class SessionTest {
         assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
     }
 
-    private static byte[] random(int size) {
+    static byte[] random(int size) {
         byte[] bytes = new byte[size];
         new Random(size).nextBytes(bytes);
         return bytes;
