@@ -319,7 +319,7 @@ public final class PovZelObject implements AutoCloseable {
             throw new IllegalArgumentException("The size " + size
                     + " is odd, and a double-byte string has two bytes for each character");
         }
-        long units = (size - report.indexedSize) / unit;
+        long units = size / unit - report.indexedSize / unit;
         long characters = size();
         if (units < 0 && characters != report.indexedSize / unit) {
             clear(size, report.indexedSize);
