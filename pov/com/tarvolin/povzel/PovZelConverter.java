@@ -182,14 +182,19 @@ final class PovZelConverter {
                 PovZelValues.existing(PovZelValues.ARRAY_CLASS), e)) != 0) {
             return PovZelKind.ARRAY;
         }
-        return answersTrue(named, "isDictionary") ? PovZelKind.DICTIONARY
-                : answersTrue(named, "isSequenceable") ? PovZelKind.SEQUENCE
-                : answersTrue(named, "isCollection") ? PovZelKind.COLLECTION : PovZelKind.OBJECT;
+        if (answersTrue(named, "isDictionary")) {
+            return PovZelKind.DICTIONARY;
+        }
+        if (answersTrue(named, "isSequenceable")) {
+            return answersTrue(named, "respondsTo:", PovZelValues.simple("sortBlock"))
+                    ? PovZelKind.SORTED : PovZelKind.SEQUENCE;
+        }
+        return answersTrue(named, "isCollection") ? PovZelKind.COLLECTION : PovZelKind.OBJECT;
     }
 
-    private boolean answersTrue(PovZelReport object, String selector) {
+    private boolean answersTrue(PovZelReport object, String selector, PovZelReport... arguments) {
         try {
-            return perform(object, selector).oop == PovZelValues.TRUE;
+            return perform(object, selector, arguments).oop == PovZelValues.TRUE;
         } catch (PovZelException e) {
             if (e.number == DOES_NOT_UNDERSTAND) {
                 return false;
@@ -204,12 +209,25 @@ final class PovZelConverter {
             throw new IllegalArgumentException(object + " holds bytes: use bytes()");
         }
         PovZelKind kind = kindOf(report);
-        boolean ordered = kind == PovZelKind.ARRAY || kind == PovZelKind.SEQUENCE
-                || kind == PovZelKind.OBJECT;
-        if (!ordered || !report.isCollection) {
+        if (!isPlaced(report) && kind != PovZelKind.SORTED) {
             throw new IllegalArgumentException(object + " is no list: use "
                     + (kind == PovZelKind.OBJECT ? "namedSlots()" : "value()"));
         }
+    }
+
+    /** Refuses a described object whose elements are not where a program puts them. */
+    void requirePlaces(PovZelReport report, PovZelObject object) {
+        if (!isPlaced(report)) {
+            throw new IllegalArgumentException(object
+                    + " has no elements to place: perform its messages, such as add:");
+        }
+    }
+
+    private boolean isPlaced(PovZelReport report) {
+        PovZelKind kind = kindOf(report);
+        return report.isCollection && report.objType != PovZelValues.BYTES
+                && (kind == PovZelKind.ARRAY || kind == PovZelKind.SEQUENCE
+                        || kind == PovZelKind.OBJECT);
     }
 
     /** The name of a described object's class. */

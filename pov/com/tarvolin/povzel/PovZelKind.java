@@ -8,6 +8,8 @@ enum PovZelKind {
     ARRAY(true),
     /** Another collection with an order. */
     SEQUENCE(false),
+    /** A collection that places its elements itself. */
+    SORTED(false),
     /** A set that the interface shows element by element. */
     SET(true),
     DICTIONARY(false),

@@ -4,6 +4,7 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Collections;
 import java.util.List;
 import java.util.Objects;
 import java.util.function.LongConsumer;
@@ -378,7 +379,8 @@ public final class PovZelObject implements AutoCloseable {
      * when its chunk was read; {@code set} stores an element in the database at once. {@code replaceAll}
      * and {@code sort} store in batches, all or nothing: they throw a
      * {@code ConcurrentModificationException} if an element was changed meanwhile, and put back what
-     * they stored if a later batch fails.
+     * they stored if a later batch fails. The list of a sorted collection, which places its elements
+     * itself, cannot be changed.
      *
      * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
      * @throws PovZelException if the object cannot be read
@@ -389,7 +391,9 @@ public final class PovZelObject implements AutoCloseable {
         return calls.locked(() -> {
             PovZelReport report = describe();
             calls.converter().requireList(report, this);
-            return new PovZelList(this, report.indexedSize);
+            List<Object> list = new PovZelList(this, report.indexedSize);
+            return calls.converter().kindOf(report) == PovZelKind.SORTED
+                    ? Collections.unmodifiableList(list) : list;
         });
     }
 
@@ -400,12 +404,16 @@ public final class PovZelObject implements AutoCloseable {
      * @param start the index of the first one, from 1
      * @param elements the elements, of the types that {@link PovZelSession} lists
      * @throws PovZelException if they cannot be stored; those of the chunks before are
+     * @throws IllegalArgumentException if the object's elements have no order or no place of their own,
+     *     such as those of a sorted collection
      */
     public void setElements(long start, List<?> elements) {
         Objects.requireNonNull(elements, "The list of elements is null");
         calls.locked(() -> {
-            if (start > 1 && !elements.isEmpty()) {
-                growTo(start - 1);
+            PovZelReport report = describe();
+            calls.converter().requirePlaces(report, this);
+            if (report.indexedSize < start - 1 && !elements.isEmpty()) {
+                setSize(start - 1);
             }
             int done = 0;
             while (done < elements.size()) {
@@ -424,12 +432,13 @@ public final class PovZelObject implements AutoCloseable {
      *
      * @param value the value, of the types that {@link PovZelSession} lists
      * @throws PovZelException if it cannot be stored
-     * @throws IllegalArgumentException if the object holds bytes
+     * @throws IllegalArgumentException if the object's elements have no order or no place of their own,
+     *     such as those of a sorted collection
      */
     public void fill(Object value) {
         calls.locked(() -> {
             PovZelReport report = describe();
-            calls.converter().requireList(report, this);
+            calls.converter().requirePlaces(report, this);
             PovZelReport element = calls.converter().report(value);
             if (element.objType == PovZelValues.NEW_VALUE) {
                 element = PovZelValues.existing(calls.describe(element).oop);

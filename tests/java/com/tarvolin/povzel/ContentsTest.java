@@ -113,6 +113,13 @@ class ContentsTest {
         assertEquals("\0\0c", text.value());
         allThrow(IllegalArgumentException.class, () -> array.setSize(-1), () -> text.fill(1),
                 () -> session.newDoubleByteString("ab").setSize(3));
+        PovZelObject sorted = object("#(3 1) asSortedCollection");
+        assertEquals(List.of(1L, 3L), sorted.list());
+        allThrow(UnsupportedOperationException.class, () -> sorted.list().set(0, 9));
+        for (PovZelObject placing : List.of(sorted, object("Dictionary new"), object("Set new"))) {
+            allThrow(IllegalArgumentException.class, () -> placing.fill(9),
+                    () -> placing.setElements(1, List.of(9)));
+        }
         allThrow(PovZelException.class, () -> object("1 -> 2").setSize(1), () -> object("#a").setSize(0),
                 () -> array.setSize(1L << 40));
     }
