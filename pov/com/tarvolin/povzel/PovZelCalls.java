@@ -2,7 +2,6 @@ package com.tarvolin.povzel;
 
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.List;
 import java.util.function.Supplier;
 
 /** How a session's natives are called: one at a time, while the session is open. */
@@ -104,21 +103,19 @@ final class PovZelCalls {
         }
     }
 
-    /** Calls a native that fills up to {@code count} reports, and returns their values. */
-    List<Object> fetch(int count, Fetch fetch) {
-        return locked(() -> {
-            PovZelReport[] reports = new PovZelReport[count];
-            Arrays.setAll(reports, i -> new PovZelReport());
-            int fetched = call((id, e) -> fetch.call(reports, id, e));
-            for (int i = 0; i < fetched; i++) {
-                references.exported(reports[i].oop);
-            }
-            List<Object> values = new ArrayList<>(fetched);
-            for (int i = 0; i < fetched; i++) {
-                values.add(session.value(reports[i].oop));
-            }
-            return values;
-        });
+    /**
+     * Calls a native that fills up to {@code count} reports, and returns the oops that they have: fewer
+     * when there are no more. What these name lives until the call that is under way ends.
+     */
+    long[] fetch(int count, Fetch fetch) {
+        PovZelReport[] reports = new PovZelReport[count];
+        Arrays.setAll(reports, i -> new PovZelReport());
+        long[] oops = new long[call((id, e) -> fetch.call(reports, id, e))];
+        for (int i = 0; i < oops.length; i++) {
+            oops[i] = reports[i].oop;
+            references.exported(oops[i]);
+        }
+        return oops;
     }
 
     /** Fills a report that holds an oop. */

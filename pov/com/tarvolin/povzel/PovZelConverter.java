@@ -135,27 +135,23 @@ final class PovZelConverter {
         if (done > 0) {
             System.arraycopy(object.valueLongs, object.namedSize, oops, 0, done);
         }
+        int most = Math.min(LARGEST_FETCH, PovZelLibrary.oopCapacity());
         while (done < oops.length) {
-            int fetched = fetch(object, oops, done);
-            if (fetched == 0) {
+            long[] some = indexedOops(PovZelValues.existing(object.oop), done + 1L,
+                    Math.min(most, oops.length - done));
+            if (some.length == 0) {
                 return Arrays.copyOf(oops, done);
             }
-            done += fetched;
+            System.arraycopy(some, 0, oops, done, some.length);
+            done += some.length;
         }
         return oops;
     }
 
-    private int fetch(PovZelReport object, long[] oops, int from) {
-        int most = Math.min(LARGEST_FETCH, PovZelLibrary.oopCapacity());
-        PovZelReport[] reports = new PovZelReport[Math.min(most, oops.length - from)];
-        Arrays.setAll(reports, i -> new PovZelReport());
-        int fetched = calls.call((id, e) -> PovZelInterface._getObjs(id,
-                PovZelValues.existing(object.oop), from + 1L, reports.length, reports, e));
-        for (int i = 0; i < fetched; i++) {
-            calls.exported(reports[i].oop);
-            oops[from + i] = reports[i].oop;
-        }
-        return fetched;
+    /** Some of an object's indexed slots, as far as it has them. */
+    long[] indexedOops(PovZelReport object, long start, int count) {
+        return calls.fetch(count, (reports, id, e) ->
+                PovZelInterface._getObjs(id, object, start, count, reports, e));
     }
 
     /** What a described object is to Java; the database is asked once for each class. */

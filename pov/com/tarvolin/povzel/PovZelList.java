@@ -231,16 +231,7 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
 
     /** The oops of elements that are still there, which the database keeps until the next call. */
     private long[] oops(int start, int count) {
-        PovZelReport[] reports = new PovZelReport[count];
-        Arrays.setAll(reports, i -> new PovZelReport());
-        int fetched = calls().call((id, e) ->
-                PovZelInterface._getObjs(id, object.report(), start + 1L, count, reports, e));
-        long[] oops = new long[fetched];
-        for (int i = 0; i < fetched; i++) {
-            oops[i] = reports[i].oop;
-            calls().exported(oops[i]);
-        }
-        return oops;
+        return calls().converter().indexedOops(object.report(), start + 1L, count);
     }
 
     /** The oops of some elements behind the first {@code done}, one at least. */

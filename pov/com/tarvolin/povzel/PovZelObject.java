@@ -468,12 +468,14 @@ public final class PovZelObject implements AutoCloseable {
             while (values.size() < count) {
                 long start = values.size() + 1;
                 int wanted = Math.min(chunk, count - values.size());
-                List<Object> some = calls.fetch(wanted, (reports, id, e) ->
+                long[] some = calls.fetch(wanted, (reports, id, e) ->
                         PovZelInterface._getNamedObjs(id, report(), start, wanted, reports, e));
-                if (some.isEmpty()) {
+                if (some.length == 0) {
                     break;
                 }
-                values.addAll(some);
+                for (long oop : some) {
+                    values.add(session.value(oop));
+                }
             }
             return values;
         });
