@@ -1,7 +1,6 @@
 package com.tarvolin.povzel;
 
 import static com.tarvolin.povzel.SessionTest.allThrow;
-import static com.tarvolin.povzel.SessionTest.random;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.*;
@@ -10,7 +9,7 @@ import java.util.function.*;
 import java.util.stream.*;
 import org.junit.jupiter.api.*;
 
-// What objects hold, read and written by streams and lists; sizes; listeners of changes.
+// What objects hold, read and written as bytes, by streams and lists; sizes; listeners of changes.
 class ContentsTest {
     private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
 
@@ -23,6 +22,24 @@ class ContentsTest {
 
     private PovZelObject object(String text) {
         return session.executeForObject(text);
+    }
+
+    private static byte[] random(int size) {
+        byte[] bytes = new byte[size];
+        new Random(size).nextBytes(bytes);
+        return bytes;
+    }
+
+    @Test
+    void bytesOfEverySizeComeBackInChunks() {
+        for (int size : new int[] {0, 1025, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
+            assertArrayEquals(random(size), session.newBytes(random(size)).bytes());
+        }
+        PovZelObject object = session.newBytes(new byte[] {1, 2, 3, 4});
+        List<Long> progress = new ArrayList<>();
+        object.setBytes(3, random(3 * BUFFER), progress::add);
+        assertEquals(List.of((long) BUFFER, 2L * BUFFER, 3L * BUFFER), progress);
+        assertEquals(3 * BUFFER + 2, object.byteSize());
     }
 
     @Test
@@ -210,7 +227,6 @@ class ContentsTest {
         session.close();
         failing.close();
         assertThrows(IllegalStateException.class, () -> session.onChange(told::add));
-        assertThrows(NullPointerException.class, () -> session.onChange(null));
     }
 
     @Test

@@ -7,10 +7,8 @@ import java.util.stream.*;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 
-// Logging in, running texts, texts, bytes, references, errors, threads, closing.
+// Logging in, running texts, strings, references, errors, threads, closing.
 class SessionTest {
-    private static final int BUFFER = PovZelLibrary.DEFAULT_BUFFER_SIZE;
-
     private final PovZelSession session = PovZelSession.login("DataCurator", "swordfish");
 
     @AfterEach
@@ -91,24 +89,6 @@ class SessionTest {
         PovZelException waiting = fails(() -> session.execute("(System suspend: 1) isNil"));
         session.execute("System collectGarbage");
         assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
-    }
-
-    static byte[] random(int size) {
-        byte[] bytes = new byte[size];
-        new Random(size).nextBytes(bytes);
-        return bytes;
-    }
-
-    @Test
-    void bytesOfEverySizeComeBackInChunks() {
-        for (int size : new int[] {0, 1025, BUFFER, BUFFER + 1, 5 * BUFFER + 7}) {
-            assertArrayEquals(random(size), session.newBytes(random(size)).bytes());
-        }
-        PovZelObject object = session.newBytes(new byte[] {1, 2, 3, 4});
-        List<Long> progress = new ArrayList<>();
-        object.setBytes(3, random(3 * BUFFER), progress::add);
-        assertEquals(List.of((long) BUFFER, 2L * BUFFER, 3L * BUFFER), progress);
-        assertEquals(3 * BUFFER + 2, object.size());
     }
 
     @Test

@@ -29,6 +29,7 @@ class ValuesTest {
     private PovZelObject object(String text) {
         return session.executeForObject(text);
     }
+
     private Object stored(Object value) {
         return session.newArray(Collections.singletonList(value)).value();
     }
