@@ -25,7 +25,7 @@ public class FirstQuery {
             try {
                 ages.perform("at:", "Nobody");
             } catch (PovZelException e) {
-                System.out.println("Nobody: error " + e.number + ", " + e.getMessage());
+                System.out.println("Nobody: error " + e.getNumber() + ", " + e.getMessage());
             }
         }
     }

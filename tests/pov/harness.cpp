@@ -48,13 +48,14 @@ jint invoke(Context& c, std::istream& words) {
 }
 
 #define ENTRY(name) std::pair(#name, &invoke<&Java_com_tarvolin_povzel_PovZelInterface__1##name>)
+#define SUPPORT(name) std::pair(#name, &invoke<&Java_com_tarvolin_povzel_PovZelSupport_##name>)
 
 const std::map<std::string, jint (*)(Context&, std::istream&)> natives = {
-    ENTRY(initialize),  ENTRY(login),      ENTRY(logout),       ENTRY(setup),
-    ENTRY(executeStr),  ENTRY(executeObj), ENTRY(perform),      ENTRY(continue),
-    ENTRY(getBytes),    ENTRY(getObjs),    ENTRY(getNamedObjs), ENTRY(isKindOf),
-    ENTRY(putBytes),    ENTRY(putObjs),    ENTRY(putNamedObjs), ENTRY(removeFromExportSet),
-    ENTRY(releaseOops), ENTRY(changedOops)};
+    ENTRY(initialize),  ENTRY(login),       ENTRY(logout),       ENTRY(setup),
+    ENTRY(executeStr),  ENTRY(executeObj),  ENTRY(perform),      ENTRY(continue),
+    ENTRY(getBytes),    ENTRY(getObjs),     ENTRY(getNamedObjs), ENTRY(isKindOf),
+    ENTRY(putBytes),    ENTRY(putObjs),     ENTRY(putNamedObjs), ENTRY(removeFromExportSet),
+    ENTRY(releaseOops), ENTRY(changedOops), SUPPORT(commit),     SUPPORT(abort)};
 
 // One word of what a scenario is given.
 void give(Context& c, const std::string& what, const std::string& value) {

@@ -9,6 +9,7 @@
 #include "jnitable.h"
 #include "jvm.h"
 #include "povzelinterface.h"
+#include "povzelsupport.h"
 #include "recorder.h"
 
 namespace harness {

@@ -26,6 +26,9 @@ login 'srv' null 'usr' 'pass' null null | Login=0
  => -1 | SetNet('srv',null,null,null)? Login('usr','pass')? | | ZelLogin failure: cause unknown
 logout | GetSessionId=9 => 0 | Logout()? GetSessionId()
  ~;7:  Logout session.;     After Logout: Session ID = 9;Logout completed.;Returning: 0
+commit | Commit=1 => 0 | Commit()? ~;7:  Commit.;Returning: 0
+commit | Commit=0 => -1 | Commit()? | | ZelCommit failure: cause unknown
+abort | Abort=0 => 0 | Abort()? ~;7:  Abort.;Returning: 0
 
 setup result | result.oop=1 => 0 | | oop=1
 setup result | result.oop=0 result.objType=3 => 0 | | oop=0 objType=3

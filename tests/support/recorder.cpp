@@ -142,6 +142,12 @@ ZelRtlJumpSType makeTable() {
   ZEL_RTL_SLOTS(TYPED, UNTYPED)
 #undef TYPED
 #undef UNTYPED
+  BoolType (*commit)() = nullptr;
+  fill<ZelCommit>(commit, "Commit");
+  made.ZelCommit = reinterpret_cast<ZelUntypedFType>(commit);
+  void (*abort)() = nullptr;
+  fill<ZelAbort>(abort, "Abort");
+  made.ZelAbort = reinterpret_cast<ZelUntypedFType>(abort);
   return made;
 }
 

@@ -16,12 +16,13 @@ class BreakRequest {
  public:
   enum Kind : std::uint32_t { none, soft, hard };
 
-  // A soft one takes nothing from a hard one that waits already.
-  void make(Kind kind) {
+  // Answers whether anything runs. A soft one takes nothing from a hard one that waits already.
+  bool make(Kind kind) {
     std::uint32_t seen = word_.load();
     while (seen >= firstRun && (seen & 3U) < kind &&
            !word_.compare_exchange_weak(seen, (seen & ~3U) | kind)) {
     }
+    return seen >= firstRun;
   }
   void beginRun() {
     lastRun_ += firstRun;

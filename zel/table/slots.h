@@ -16,12 +16,12 @@ ZEL_RTL_SLOTS(ZEL_DECLARE_TYPED, ZEL_DECLARE_UNTYPED)
 #undef ZEL_DECLARE_TYPED
 #undef ZEL_DECLARE_UNTYPED
 
-// Further functions whose use is plain: true on success; ZelAbort, ZelSoftBreak and ZelHardBreak
-// answer nothing. The breaks may be called from any thread.
+// Further functions whose use is plain: true on success; ZelAbort answers nothing. The breaks may
+// be called from any thread, and answer whether they found a program that runs.
 BoolType ZelCommit();
 void ZelAbort();
-void ZelSoftBreak();
-void ZelHardBreak();
+BoolType ZelSoftBreak();
+BoolType ZelHardBreak();
 void ZelReleaseAllOops();
 int ZelFeatureLevel();
 int ZelCompatiblityLevel();

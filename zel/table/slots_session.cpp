@@ -145,12 +145,12 @@ void ZelAbort() {
       [](Database& database) { abortTransaction(database.memory, database.current->client); });
 }
 
-void ZelSoftBreak() {
-  library().breaks.make(BreakRequest::soft);
+BoolType ZelSoftBreak() {
+  return BoolType{library().breaks.make(BreakRequest::soft)};
 }
 
-void ZelHardBreak() {
-  library().breaks.make(BreakRequest::hard);
+BoolType ZelHardBreak() {
+  return BoolType{library().breaks.make(BreakRequest::hard)};
 }
 
 int ZelFeatureLevel() {

@@ -2,15 +2,23 @@ package com.tarvolin.povzel;
 
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.Supplier;
 
 /** How a session's natives are called: one at a time, while the session is open. */
 final class PovZelCalls {
+    private static final PovZelReport[] NO_ARGUMENTS = {};
+
     private final PovZelSession session;
     private final int id;
     private final PovZelReferences references = new PovZelReferences();
     private final PovZelConverter converter = new PovZelConverter(this);
-    private volatile boolean open = true;
+    private final AtomicBoolean open = new AtomicBoolean(true);
+    private final Map<Long, String> categories = new HashMap<>();
+    private volatile long timeoutNanos;
 
     PovZelCalls(PovZelSession session, int id) {
         this.session = session;
@@ -36,71 +44,181 @@ final class PovZelCalls {
     }
 
     boolean isOpen() {
-        return open;
+        return open.get();
     }
 
-    /** Ends the session, unless it has ended. */
-    void end() {
-        PovZelLibrary.LOCK.lock();
-        try {
-            if (open) {
-                open = false;
-                PovZelLibrary.check(e -> PovZelInterface._logout(id, e));
-            }
-        } finally {
-            PovZelLibrary.LOCK.unlock();
+    void requireOpen() {
+        if (!isOpen()) {
+            throw new IllegalStateException("The session is closed");
         }
     }
 
+    /** Sets how long a call may take, 0 for as long as it likes. */
+    void setTimeout(long nanos) {
+        timeoutNanos = nanos;
+    }
+
+    long timeout() {
+        return timeoutNanos;
+    }
+
     /**
-     * Does something with the library's lock held and the session open. References that were given up
-     * are released first, and only in the outermost call: none that the work still uses can be among
-     * them.
+     * Ends the session, unless it has ended. While another thread has the library it is left to
+     * that one to log out, which the session's call that may be under way is broken for.
+     */
+    void end() {
+        if (!open.compareAndSet(true, false)) {
+            return;
+        }
+        PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.UNBREAKABLE, 0);
+        if (PovZelLibrary.LOCK.close(this, turn)) {
+            try {
+                PovZelLibrary.check(e -> PovZelInterface._logout(id, e));
+            } finally {
+                PovZelLibrary.LOCK.leave(turn);
+            }
+        }
+    }
+
+    /** Logs out on behalf of a thread that is long gone. There is nobody to tell of a failure. */
+    void logOutQuietly() {
+        PovZelInterface._logout(id, null);
+    }
+
+    /**
+     * Does something with the library's lock held and the session open. References that were given
+     * up are released first, and only in the outermost call: none that the work still uses can be
+     * among them.
      */
     <T> T locked(Supplier<T> work) {
-        PovZelLibrary.LOCK.lock();
+        return locked(PovZelTurn.Kind.CALL, timeoutNanos, work);
+    }
+
+    /** The same, as a call of another kind or with a timeout of its own, 0 for none. */
+    <T> T locked(PovZelTurn.Kind kind, long nanos, Supplier<T> work) {
+        PovZelTurn mine = PovZelLibrary.LOCK.mine();
+        if (mine != null && mine.calls == this) {
+            mine.requireUnbroken();
+            return work.get();
+        }
+        PovZelTurn turn = new PovZelTurn(this, kind, nanos);
+        PovZelLibrary.LOCK.enter(turn);
         try {
-            if (!open) {
-                throw new IllegalStateException("The session is closed");
-            }
-            if (PovZelLibrary.LOCK.getHoldCount() == 1) {
+            turn.requireUnbroken();
+            if (turn.outer == null) {
                 references.releaseUnused(id);
             }
+            turn.loud = true;
             return work.get();
         } finally {
-            PovZelLibrary.LOCK.unlock();
+            PovZelLibrary.LOCK.leave(turn);
         }
     }
 
     /** Calls a native of this session. */
     int call(Call call) {
+        return locked(() -> attempt(call));
+    }
+
+    /**
+     * Calls a native that moves contents, and may be called once more when the database had no
+     * room.
+     */
+    int transfer(Call call) {
         return locked(() -> {
             try {
-                return PovZelLibrary.check(e -> call.call(id, e));
-            } catch (PovZelException e) {
-                keepObjects(e);
-                throw e;
+                return attempt(call);
+            } catch (PovZelMemoryException e) {
+                return attempt(call);
             }
         });
     }
 
-    /** What an error names would otherwise be collected before the program looks at it. */
-    private void keepObjects(PovZelException e) {
-        e.kept = new ArrayList<>();
-        if (e.fatal) {
-            return;
-        }
-        keep(e, e.context);
-        for (int i = 0; i < e.argCount; i++) {
-            keep(e, e.args[i]);
+    private int attempt(Call call) {
+        PovZelTurn turn = PovZelLibrary.LOCK.mine();
+        turn.requireUnbroken();
+        turn.fresh = false;
+        try {
+            return PovZelLibrary.check(e -> call.call(id, e));
+        } catch (PovZelException e) {
+            PovZelLibrary.LOCK.hush(turn);
+            complete(e);
+            if (e instanceof PovZelMemoryException && !turn.collected) {
+                turn.collected = true;
+                references.collect(id);
+            }
+            turn.loud = true;
+            throw e instanceof PovZelCancelledException && turn.broken == PovZelTurn.Break.TIMEOUT
+                    ? new PovZelTimeoutException(e) : e;
         }
     }
 
-    private void keep(PovZelException e, long oop) {
-        if (PovZelValues.isReference(oop)
-                && PovZelInterface._setup(id, PovZelValues.existing(oop), new PovZelException()) == 0) {
-            e.kept.add(hold(oop));
+    /**
+     * Fetches what an error names: it would be collected before the program looks at it, or be out
+     * of reach when the session is closed. No program of the database's users runs for that, which
+     * would end the one that failed.
+     */
+    @SuppressWarnings("deprecation")
+    private void complete(PovZelException e) {
+        if (e.fatal || !isOpen()) {
+            return;
         }
+        Object process = named(e.context);
+        List<Object> arguments = new ArrayList<>(e.argCount);
+        for (int i = 0; i < e.argCount; i++) {
+            arguments.add(named(e.args[i]));
+        }
+        if (!categories.containsKey(e.category)) {
+            categories.put(e.category, answerOf(e.category, "printString"));
+        }
+        e.complete(process, arguments, categories.get(e.category), answerOf(e.context, "stack"));
+    }
+
+    /** What an oop names: a value where that takes no further native, or a reference. */
+    private Object named(long oop) {
+        if (!PovZelValues.isReference(oop)) {
+            return PovZelValues.isImmediate(oop) ? PovZelValues.immediate(oop) : "oop " + oop;
+        }
+        PovZelReport report = PovZelValues.existing(oop);
+        if (PovZelInterface._setup(id, report, null) != 0) {
+            return "oop " + oop;
+        }
+        references.exported(oop);
+        try {
+            boolean simple = report.isString ? report.valueBytes.length == report.indexedSize
+                    : report.valueType != PovZelValues.VALUE_BYTES;
+            Object value = simple ? converter.simpleValue(report) : null;
+            return value != null ? value : hold(oop);
+        } catch (IllegalArgumentException e) {
+            return hold(oop);
+        }
+    }
+
+    /** The text that an object answers to a message; null when it has no such answer. */
+    private String answerOf(long oop, String selector) {
+        PovZelReport text = new PovZelReport();
+        PovZelReport receiver = PovZelValues.existing(oop);
+        if (!PovZelValues.isReference(oop) || PovZelInterface._perform(id, receiver, selector,
+                NO_ARGUMENTS, 0, text, null) != 0) {
+            return null;
+        }
+        references.exported(text.oop);
+        if (!text.isString) {
+            return null;
+        }
+        byte[] bytes = Arrays.copyOf(text.valueBytes, (int) text.indexedSize);
+        byte[] chunk = new byte[Math.min(bytes.length - text.valueBytes.length,
+                PovZelLibrary.byteCapacity())];
+        for (int done = text.valueBytes.length, count; done < bytes.length; done += count) {
+            count = Math.min(chunk.length, bytes.length - done);
+            if (PovZelInterface._getBytes(id, PovZelValues.existing(text.oop), done + 1L, count,
+                    chunk, null) < 0) {
+                return null;
+            }
+            System.arraycopy(chunk, 0, bytes, done, count);
+        }
+        return text.isDBString ? PovZelValues.decodeDoubleByte(bytes)
+                : PovZelValues.decodeSingleByte(bytes);
     }
 
     /**
@@ -110,7 +228,7 @@ final class PovZelCalls {
     long[] fetch(int count, Fetch fetch) {
         PovZelReport[] reports = new PovZelReport[count];
         Arrays.setAll(reports, i -> new PovZelReport());
-        long[] oops = new long[call((id, e) -> fetch.call(reports, id, e))];
+        long[] oops = new long[transfer((id, e) -> fetch.call(reports, id, e))];
         for (int i = 0; i < oops.length; i++) {
             oops[i] = reports[i].oop;
             references.exported(oops[i]);
@@ -120,7 +238,7 @@ final class PovZelCalls {
 
     /** Fills a report that holds an oop. */
     PovZelReport describe(PovZelReport report) {
-        call((id, e) -> PovZelInterface._setup(id, report, e));
+        transfer((id, e) -> PovZelInterface._setup(id, report, e));
         references.exported(report.oop);
         return report;
     }

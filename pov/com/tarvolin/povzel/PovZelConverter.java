@@ -192,7 +192,7 @@ final class PovZelConverter {
         try {
             return perform(object, selector, arguments).oop == PovZelValues.TRUE;
         } catch (PovZelException e) {
-            if (e.number == DOES_NOT_UNDERSTAND) {
+            if (e.getNumber() == DOES_NOT_UNDERSTAND) {
                 return false;
             }
             throw e;

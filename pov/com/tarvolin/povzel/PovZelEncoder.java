@@ -210,7 +210,7 @@ final class PovZelEncoder {
             }
             long start = next - filled + 1L;
             int count = filled;
-            calls.call((id, e) -> PovZelInterface._putObjs(id, array, start, count, chunk, e));
+            calls.transfer((id, e) -> PovZelInterface._putObjs(id, array, start, count, chunk, e));
             filled = 0;
         }
 

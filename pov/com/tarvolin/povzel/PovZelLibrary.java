@@ -1,7 +1,6 @@
 package com.tarvolin.povzel;
 
 import java.io.File;
-import java.util.concurrent.locks.ReentrantLock;
 
 /**
  * The native library behind every session: found, loaded and initialized once per process.
@@ -45,17 +44,15 @@ public final class PovZelLibrary {
     /** Smaller buffers would make chunked transfers crawl. */
     private static final int SMALLEST_BUFFER = 256;
 
-    private static final int BRIDGE_ERROR = 2318;
-
     /** The natives allow one call at a time, in the whole process. */
-    static final ReentrantLock LOCK = new ReentrantLock();
+    static final PovZelLock LOCK = new PovZelLock();
 
     /** The library's file, once it is loaded. */
     private static volatile File loaded;
     private static String unfit;
     private static boolean initialized;
     private static int bufferSize;
-    private static PovZelException errorReport = new PovZelException();
+    private static PovZelException errorReport = PovZelException.report();
 
     private PovZelLibrary() {
     }
@@ -107,7 +104,7 @@ public final class PovZelLibrary {
                 check(e -> PovZelInterface._initialize(linked ? 1 : 0, applicationName, bufferBytes,
                         preloadBytes, debug ? 1 : 0, e));
             } catch (PovZelException e) {
-                e.message += PovZelDiagnosis.ofInterfaceLibrary(e.message, linked, loaded);
+                e.explain(PovZelDiagnosis.ofInterfaceLibrary(e.getMessage(), linked, loaded));
                 throw e;
             }
             bufferSize = bufferBytes;
@@ -162,27 +159,27 @@ public final class PovZelLibrary {
 
     /**
      * Calls a native, with the lock held by the caller, and turns its failures into exceptions. One
-     * report serves all calls until a failure is thrown with it: making an exception costs more than
-     * most natives.
+     * report serves all calls until one fails.
      */
+    @SuppressWarnings("deprecation")
     static int check(Native call) {
-        PovZelException error = errorReport;
-        int status = call.call(error);
+        PovZelException report = errorReport;
+        int status = call.call(report);
         if (status >= 0) {
             return status;
         }
-        errorReport = new PovZelException();
-        if (status != -1 || error.message == null) {
-            error.message = "The JVM could not provide a string or an array that the native needs: it is"
+        errorReport = PovZelException.report();
+        if (status != -1 || report.message == null) {
+            report.message = "The JVM could not provide a string or an array that the native needs: it is"
                     + " out of memory, or a text has no room in the transfer table (status " + status
                     + ")";
         }
-        if (error.args == null) {
-            error.args = new long[0];
-            error.argCount = 0;
-        }
-        error.fillInStackTrace();
-        throw error;
+        throw PovZelException.of(report);
+    }
+
+    /** The name of an error number; null when it has none, or the library is not there to know it. */
+    static String errorName(int number) {
+        return loaded == null ? null : PovZelSupport.errorName(number);
     }
 
     private static void load() {
@@ -236,13 +233,6 @@ public final class PovZelLibrary {
     }
 
     static PovZelException failure(String message, Throwable cause) {
-        PovZelException e = new PovZelException();
-        e.number = BRIDGE_ERROR;
-        e.category = PovZelValues.NIL;
-        e.context = PovZelValues.NIL;
-        e.args = new long[0];
-        e.message = message;
-        e.initCause(cause);
-        return e;
+        return PovZelException.failure(PovZelException.BRIDGE, message, cause);
     }
 }

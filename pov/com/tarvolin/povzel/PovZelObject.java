@@ -26,7 +26,6 @@ public final class PovZelObject implements AutoCloseable {
     private volatile boolean closed;
     private String className;
 
-    /** Needs the library's lock. */
     PovZelObject(PovZelSession session, long oop, PovZelReferences references) {
         this.session = session;
         this.calls = session.calls();
@@ -210,12 +209,13 @@ public final class PovZelObject implements AutoCloseable {
     /**
      * Returns the bytes of a byte object, and reports the progress.
      *
-     * @param progress is told after each transfer how many bytes have arrived; or null
+     * @param progress is told after each transfer how many bytes have arrived, while calls of other
+     *     threads have to wait; or null
      * @return the bytes
      * @throws PovZelException if the object cannot be read
      */
     public byte[] bytes(LongConsumer progress) {
-        return bytes(describe(), progress);
+        return calls.locked(() -> bytes(describe(), progress));
     }
 
     /** The bytes of the object that {@code report} describes: the first ones came with it. */
@@ -274,23 +274,27 @@ public final class PovZelObject implements AutoCloseable {
      *
      * @param start the index of the first byte, from 1
      * @param bytes the bytes
-     * @param progress is told after each transfer how many bytes have been stored; or null
+     * @param progress is told after each transfer how many bytes have been stored, while calls of
+     *     other threads have to wait; or null
      * @throws PovZelException if they cannot be stored; those reported to {@code progress} are
      */
     public void setBytes(long start, byte[] bytes, LongConsumer progress) {
         Objects.requireNonNull(bytes, "The array of bytes is null");
-        if (bytes.length > 0 && start > 1) {
-            growTo(start - 1);
-        }
-        byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
-        int done = 0;
-        while (done < bytes.length) {
-            int count = Math.min(chunk.length, bytes.length - done);
-            System.arraycopy(bytes, done, chunk, 0, count);
-            store(start + done, count, chunk);
-            done += count;
-            notify(progress, done);
-        }
+        calls.locked(() -> {
+            if (bytes.length > 0 && start > 1) {
+                growTo(start - 1);
+            }
+            byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
+            int done = 0;
+            while (done < bytes.length) {
+                int count = Math.min(chunk.length, bytes.length - done);
+                System.arraycopy(bytes, done, chunk, 0, count);
+                store(start + done, count, chunk);
+                done += count;
+                notify(progress, done);
+            }
+            return null;
+        });
     }
 
     /**
@@ -491,7 +495,7 @@ public final class PovZelObject implements AutoCloseable {
     public void setNamedSlot(int slot, Object value) {
         calls.locked(() -> {
             PovZelReport[] reports = {calls.converter().report(value)};
-            return calls.call((id, e) ->
+            return calls.transfer((id, e) ->
                     PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
         });
     }
@@ -499,15 +503,8 @@ public final class PovZelObject implements AutoCloseable {
     /** Gives the reference up. Does nothing when it is closed or its session is. */
     @Override
     public void close() {
-        PovZelLibrary.LOCK.lock();
-        try {
-            if (!closed) {
-                closed = true;
-                calls.release(handle);
-            }
-        } finally {
-            PovZelLibrary.LOCK.unlock();
-        }
+        closed = true;
+        calls.release(handle);
     }
 
     @Override
@@ -541,15 +538,15 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     void storeElements(long start, PovZelReport... elements) {
-        calls.call((id, e) ->
+        calls.transfer((id, e) ->
                 PovZelInterface._putObjs(id, report(), start, elements.length, elements, e));
     }
 
     void fetch(long start, int count, byte[] into) {
-        calls.call((id, e) -> PovZelInterface._getBytes(id, report(), start, count, into, e));
+        calls.transfer((id, e) -> PovZelInterface._getBytes(id, report(), start, count, into, e));
     }
 
     void store(long start, int count, byte[] from) {
-        calls.call((id, e) -> PovZelInterface._putBytes(id, report(), start, count, from, e));
+        calls.transfer((id, e) -> PovZelInterface._putBytes(id, report(), start, count, from, e));
     }
 }

@@ -3,6 +3,7 @@ package com.tarvolin.povzel;
 import java.lang.ref.PhantomReference;
 import java.lang.ref.Reference;
 import java.lang.ref.ReferenceQueue;
+import java.util.Collections;
 import java.util.HashMap;
 import java.util.HashSet;
 import java.util.Iterator;
@@ -12,16 +13,20 @@ import java.util.Set;
 
 /**
  * Which oops of a session the program still holds. The database keeps an exported object until its
- * oop is released; this does so once the last {@link PovZelObject} for it was closed or collected, in
- * batches, at the start of a later call.
+ * oop is released; this does so once the last {@link PovZelObject} for it was closed or collected,
+ * in batches, at the start of a later call.
  *
- * <p>All methods need {@link PovZelLibrary#LOCK}.
+ * <p>References may be given up at any time; what calls natives needs {@link PovZelLibrary#LOCK}.
  */
 final class PovZelReferences {
+    /** A JVM can be told not to collect when it is asked to. */
+    private static final long LONGEST_COLLECTION_MILLIS = 500;
+
     private final ReferenceQueue<PovZelObject> collected = new ReferenceQueue<>();
     private final Set<Handle> handles = new HashSet<>();
     private final Map<Long, Integer> counts = new HashMap<>();
-    private final Set<Long> unused = new LinkedHashSet<>();
+    /** What was exported or given up since the last release; some of it may be held again. */
+    private Set<Long> touched = new LinkedHashSet<>();
 
     /** What is left of a {@link PovZelObject} when it is gone. */
     static final class Handle extends PhantomReference<PovZelObject> {
@@ -34,35 +39,34 @@ final class PovZelReferences {
     }
 
     /** Notes that {@code object} holds its oop, until {@link #release} or its collection. */
-    Handle hold(PovZelObject object, long oop) {
+    synchronized Handle hold(PovZelObject object, long oop) {
         Handle handle = new Handle(object, oop, collected);
         handles.add(handle);
         counts.merge(oop, 1, Integer::sum);
-        unused.remove(oop);
         return handle;
     }
 
     /** Ends a hold; does nothing when it has ended. */
-    void release(Handle handle) {
+    synchronized void release(Handle handle) {
         if (!handles.remove(handle)) {
             return;
         }
         int left = counts.merge(handle.oop, -1, Integer::sum);
         if (left == 0) {
             counts.remove(handle.oop);
-            unused.add(handle.oop);
+            touched.add(handle.oop);
         }
     }
 
-    /** Notes that the database exported an oop that the program did not keep. */
-    void exported(long oop) {
-        if (PovZelValues.isReference(oop) && !counts.containsKey(oop)) {
-            unused.add(oop);
+    /** Notes that the database exported an oop, which the program may keep or not. */
+    synchronized void exported(long oop) {
+        if (PovZelValues.isReference(oop)) {
+            touched.add(oop);
         }
     }
 
     /** How many oops are held. */
-    int held() {
+    synchronized int held() {
         return counts.size();
     }
 
@@ -71,18 +75,63 @@ final class PovZelReferences {
      * the session's end releases it.
      */
     void releaseUnused(int sessionId) {
+        releaseAll(sessionId, takeUnused(Collections.emptySet()));
+    }
+
+    /**
+     * Has Java's collector run, and gives up what the program had forgotten. Within a call: what
+     * that itself has touched stays.
+     */
+    void collect(int sessionId) {
+        Set<Long> inUse = touched();
+        awaitCollection();
+        releaseAll(sessionId, takeUnused(inUse));
+    }
+
+    private synchronized Set<Long> touched() {
+        return new HashSet<>(touched);
+    }
+
+    private synchronized Set<Long> takeUnused(Set<Long> inUse) {
         for (Reference<? extends PovZelObject> r = collected.poll(); r != null; r = collected.poll()) {
             release((Handle) r);
         }
-        Iterator<Long> next = unused.iterator();
+        if (touched.isEmpty()) {
+            return Collections.emptySet();
+        }
+        touched.removeAll(counts.keySet());
+        Set<Long> unused = touched;
+        unused.removeAll(inUse);
+        touched = new LinkedHashSet<>(inUse);
+        return unused;
+    }
+
+    /** Returns when the collector has run and told what it found, or soon when it never does. */
+    private void awaitCollection() {
+        ReferenceQueue<Object> queue = new ReferenceQueue<>();
+        Reference<Object> found = new PhantomReference<>(new Object(), queue);
+        System.gc();
+        try {
+            queue.remove(LONGEST_COLLECTION_MILLIS);
+            // The others come along with it, in any order.
+            for (Reference<?> r = collected.remove(1); r != null; r = collected.remove(1)) {
+                release((Handle) r);
+            }
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+        found.clear();
+    }
+
+    private static void releaseAll(int sessionId, Set<Long> oops) {
+        Iterator<Long> next = oops.iterator();
         while (next.hasNext()) {
-            long[] batch = new long[Math.min(unused.size(), PovZelLibrary.oopCapacity())];
+            long[] batch = new long[Math.min(oops.size(), PovZelLibrary.oopCapacity())];
             int count = 0;
             while (count < batch.length && next.hasNext()) {
                 batch[count++] = next.next();
-                next.remove();
             }
-            PovZelInterface._releaseOops(sessionId, batch, count, new PovZelException());
+            PovZelInterface._releaseOops(sessionId, batch, count, null);
         }
     }
 }

@@ -1,11 +1,15 @@
 package com.tarvolin.povzel;
 
+import java.time.Duration;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
+import java.util.concurrent.Callable;
+import java.util.concurrent.Executors;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.Consumer;
 import java.util.function.IntFunction;
 
@@ -19,7 +23,8 @@ import java.util.function.IntFunction;
  * }</pre>
  *
  * <p>Sessions may be used from any thread; calls are made one at a time, across all sessions of the
- * process, because the native library takes no more.
+ * process, because the native library takes no more. Other threads can end a call, see {@link
+ * #interrupt()}, {@link #cancel()} and {@link #setTimeout}.
  *
  * <p>These values of Java can be given to the database, as arguments and as elements:
  *
@@ -46,11 +51,15 @@ import java.util.function.IntFunction;
  * {@code IllegalStateException}.
  */
 public final class PovZelSession implements AutoCloseable {
+    private static final Duration LONGEST_TIMEOUT = Duration.ofDays(36_500);
     private static final IntFunction<String> ARGUMENTS = index -> "argument " + (index + 1);
 
     private final PovZelCalls calls;
     private final PovZelConverter converter;
     private final PovZelChanges changes;
+    private final AtomicBoolean inTransaction = new AtomicBoolean();
+    /** The object that knows of transactions; fetched once, as a text may end a program that failed. */
+    private PovZelObject system;
 
     private PovZelSession(int id) {
         calls = new PovZelCalls(this, id);
@@ -101,13 +110,24 @@ public final class PovZelSession implements AutoCloseable {
         Objects.requireNonNull(server, "The server is null");
         Objects.requireNonNull(user, "The user is null");
         Objects.requireNonNull(password, "The password is null");
-        PovZelLibrary.LOCK.lock();
+        PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.CALL, 0);
+        PovZelLibrary.LOCK.enter(turn);
         try {
             PovZelLibrary.initialize();
-            return new PovZelSession(PovZelLibrary.check(e -> PovZelInterface._login(server, kellService,
-                    user, password, hostUser, hostPassword, e)));
+            return new PovZelSession(login(e -> PovZelInterface._login(server, kellService, user,
+                    password, hostUser, hostPassword, e)));
         } finally {
-            PovZelLibrary.LOCK.unlock();
+            PovZelLibrary.LOCK.leave(turn);
+        }
+    }
+
+    private static int login(PovZelLibrary.Native call) {
+        try {
+            return PovZelLibrary.check(call);
+        } catch (PovZelMemoryException e) {
+            throw e;
+        } catch (PovZelException e) {
+            throw new PovZelLoginException(e);
         }
     }
 
@@ -322,6 +342,7 @@ public final class PovZelSession implements AutoCloseable {
         return calls.locked(() -> resume(suspended, null, null, null));
     }
 
+    @SuppressWarnings("deprecation")
     private Object resume(PovZelException suspended, PovZelReport value, String message, String stack) {
         PovZelReport process = PovZelValues.existing(suspended.context);
         PovZelReport result = new PovZelReport();
@@ -479,8 +500,245 @@ public final class PovZelSession implements AutoCloseable {
         return changes.poll();
     }
 
+    // ---- Breaks and timeouts ----
+
     /**
-     * Ends the session. Does nothing when it has ended.
+     * Interrupts the call of this session that is under way, so that it can be continued: it throws
+     * a {@link PovZelException} with the number 6003, and {@link #continueAfterInterrupt} goes on
+     * where the program was. When none is under way, those that wait for the library throw it; a
+     * later call is never interrupted. From any thread.
+     *
+     * @return whether there was such a call
+     */
+    public boolean interrupt() {
+        return PovZelLibrary.LOCK.breakCall(calls, PovZelTurn.Break.SOFT);
+    }
+
+    /**
+     * Stops the call of this session that is under way for good: it throws a {@link
+     * PovZelCancelledException}. The program's {@code ensure:} blocks are run, for a second at
+     * most; a second call ends these, too. When no call is under way, those that wait for the
+     * library throw it; a later call is never stopped. From any thread.
+     *
+     * <p>{@link Thread#interrupt()} does the same to a thread that is in a call, or begins one. The
+     * thread stays interrupted. {@link #abort()} and {@link #close()} are made all the same.
+     *
+     * @return whether there was such a call
+     */
+    public boolean cancel() {
+        return PovZelLibrary.LOCK.breakCall(calls, PovZelTurn.Break.CANCEL);
+    }
+
+    /**
+     * Sets how long each call of this session may take from now on, the time included for which it
+     * waits for the calls of others. One that takes longer is stopped as {@link #cancel()} does,
+     * and throws a {@link PovZelTimeoutException}. A commit that has begun, an abort and the
+     * session's end take the time that they take.
+     *
+     * @param timeout the time; null or zero for as long as it takes, which is the rule
+     * @throws IllegalArgumentException if it is negative
+     * @throws IllegalStateException if the session is closed
+     */
+    public void setTimeout(Duration timeout) {
+        long nanos = nanos(timeout);
+        calls.requireOpen();
+        calls.setTimeout(nanos);
+    }
+
+    /**
+     * Tells whether the session is open and the database answers.
+     *
+     * @param timeout how long to wait for the answer, the time included in which calls of others
+     *     are under way; null or zero for as long as it takes
+     * @return whether it does, in that time
+     * @throws IllegalArgumentException if the time is negative
+     * @throws PovZelCancelledException if the thread is interrupted
+     */
+    public boolean isValid(Duration timeout) {
+        long nanos = nanos(timeout);
+        try {
+            return calls.locked(PovZelTurn.Kind.CALL, nanos, () -> {
+                perform(null, "yourself");
+                return true;
+            });
+        } catch (PovZelCancelledException e) {
+            throw e;
+        } catch (PovZelException | IllegalStateException e) {
+            return false;
+        }
+    }
+
+    private static long nanos(Duration timeout) {
+        if (timeout == null) {
+            return 0;
+        }
+        if (timeout.isNegative()) {
+            throw new IllegalArgumentException("The time " + timeout + " is negative");
+        }
+        return (timeout.compareTo(LONGEST_TIMEOUT) < 0 ? timeout : LONGEST_TIMEOUT).toNanos();
+    }
+
+    // ---- Transactions ----
+
+    /**
+     * Makes what the session has changed the database's, and shows the session what others have
+     * committed.
+     *
+     * @throws PovZelConflictException if another session has changed the same; nothing is committed
+     *     then
+     * @throws PovZelException if the database reports another error
+     */
+    public void commit() {
+        calls.locked(PovZelTurn.Kind.COMMIT, calls.timeout(),
+                () -> calls.call((id, e) -> PovZelSupport.commit(id, e)));
+    }
+
+    /**
+     * Takes back what the session has changed since its last commit, and shows it what others have
+     * committed. Nothing stops an abort.
+     *
+     * @throws PovZelException if the database reports an error
+     */
+    public void abort() {
+        calls.locked(PovZelTurn.Kind.UNBREAKABLE, 0,
+                () -> calls.call((id, e) -> PovZelSupport.abort(id, e)));
+    }
+
+    /**
+     * Tells whether the session has changed something that it has not committed.
+     *
+     * @return whether it has
+     * @throws PovZelException if the database reports an error
+     */
+    public boolean needsCommit() {
+        return calls.locked(() -> {
+            if (system == null) {
+                system = executeForObject("System");
+            }
+            return Boolean.TRUE.equals(system.perform("needsCommit"));
+        });
+    }
+
+    /**
+     * Does something and commits it; when it throws anything, or the commit fails, all is taken
+     * back.
+     *
+     * <pre>{@code
+     * session.transaction(() -> {
+     *     from.perform("withdraw:", 100);
+     *     return to.perform("deposit:", 100);
+     * });
+     * }</pre>
+     *
+     * @param <T> what the work returns
+     * @param work what to do, on this thread
+     * @return what the work returns
+     * @throws Exception what the work throws; an abort that fails thereupon is among its suppressed
+     * @throws PovZelException if the commit fails
+     * @throws IllegalStateException if a transaction is under way, or something was changed before
+     *     it that is not committed
+     */
+    public <T> T transaction(Callable<T> work) throws Exception {
+        return transaction(0, work);
+    }
+
+    /**
+     * Does something and commits it; when another session was faster, all is taken back and done
+     * once more.
+     *
+     * @param <T> what the work returns
+     * @param retries how often it may be repeated on a {@link PovZelConflictException}
+     * @param work what to do, on this thread, perhaps several times
+     * @return what the work returns
+     * @throws Exception what the work throws; an abort that fails thereupon is among its suppressed
+     * @throws PovZelException if the commit fails: the last conflict, or another error
+     * @throws IllegalStateException if a transaction is under way, or something was changed before
+     *     it that is not committed
+     */
+    public <T> T transaction(int retries, Callable<T> work) throws Exception {
+        if (retries < 0) {
+            throw new IllegalArgumentException("retries is negative: " + retries);
+        }
+        if (work == null) {
+            throw new NullPointerException("work");
+        }
+        if (!inTransaction.compareAndSet(false, true)) {
+            throw new IllegalStateException("A transaction of this session is under way");
+        }
+        try {
+            if (needsCommit()) {
+                throw new IllegalStateException(
+                        "There are changes that are not committed: commit or abort them first");
+            }
+            for (int left = retries; left > 0; left--) {
+                try {
+                    return attempt(work);
+                } catch (PovZelConflictException e) {
+                    // All was taken back.
+                }
+            }
+            return attempt(work);
+        } finally {
+            inTransaction.set(false);
+        }
+    }
+
+    /**
+     * Does something that returns nothing, and commits it, as {@link #transaction(Callable)} does.
+     *
+     * @param work what to do, on this thread
+     * @throws PovZelException if the commit fails
+     * @throws IllegalStateException if a transaction is under way, or something was changed before
+     *     it that is not committed
+     */
+    public void transaction(Runnable work) {
+        transaction(0, work);
+    }
+
+    /**
+     * Does something that returns nothing, as {@link #transaction(int, Callable)} does.
+     *
+     * @param retries how often it may be repeated on a {@link PovZelConflictException}
+     * @param work what to do, on this thread, perhaps several times
+     * @throws PovZelException if the commit fails: the last conflict, or another error
+     * @throws IllegalStateException if a transaction is under way, or something was changed before
+     *     it that is not committed
+     */
+    public void transaction(int retries, Runnable work) {
+        try {
+            transaction(retries, work == null ? null : Executors.callable(work));
+        } catch (RuntimeException e) {
+            throw e;
+        } catch (Exception e) {
+            throw new AssertionError("A Runnable threw " + e, e);
+        }
+    }
+
+    private <T> T attempt(Callable<T> work) throws Exception {
+        try {
+            T result = work.call();
+            commit();
+            return result;
+        } catch (Throwable failure) {
+            abortAfter(failure);
+            throw failure;
+        }
+    }
+
+    private void abortAfter(Throwable failure) {
+        if (calls.isOpen()) {
+            try {
+                abort();
+            } catch (RuntimeException e) {
+                failure.addSuppressed(e);
+            }
+        }
+    }
+
+    /**
+     * Ends the session. Does nothing when it has ended. While another thread has the library, this
+     * returns at once: the session is closed, its call that may be under way is stopped as {@link
+     * #cancel()} does, and the database is told when that thread's call ends.
      *
      * @throws PovZelException if the database reports an error; the session has ended all the same
      */

@@ -65,6 +65,11 @@ final class PovZelValues {
         }
     }
 
+    /** Whether {@link #immediate} knows the value that an oop is. */
+    static boolean isImmediate(long oop) {
+        return oop <= 1 || oop == NIL || (oop & 31) == FALSE || (oop & 31) == 14 || (oop & 3) == 3;
+    }
+
     /** The value that an oop is, which is no reference. */
     static Object immediate(long oop) {
         if (oop <= 1 || oop == NIL) {

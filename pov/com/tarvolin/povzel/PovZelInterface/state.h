@@ -8,7 +8,9 @@
 //              initialize.cpp sessions.cpp  the natives
 //              execution.cpp transfer.cpp
 //              sets.cpp
-// Nothing here locks: Java makes one native call at a time.
+//              support.cpp                  what the jar needs beside them
+// Nothing here locks: Java makes one native call at a time. Breaks come beside it, and touch
+// nothing of this.
 #pragma once
 
 #include <povzel/zelrtl.h>

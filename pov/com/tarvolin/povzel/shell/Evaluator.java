@@ -132,9 +132,9 @@ final class Evaluator {
     }
 
     private Outcome stack() {
-        Object process = failure == null ? null : session.value(failure.context);
-        return process == null ? Outcome.failure("no text has failed while it ran")
-                : Outcome.result(String.valueOf(session.perform(process, "stack")));
+        String stack = failure == null ? null : failure.getStack();
+        return stack == null ? Outcome.failure("no text has failed while it ran")
+                : Outcome.result(stack);
     }
 
     private Object subject(String text) {

@@ -90,9 +90,10 @@ final class Printer {
     }
 
     /** An error with everything that it came with. */
+    @SuppressWarnings("deprecation")
     String error(PovZelException e) {
-        StringBuilder text = new StringBuilder("error ").append(e.number).append(": ")
-                .append(e.message.stripTrailing());
+        StringBuilder text = new StringBuilder("error ").append(e.getNumber()).append(": ")
+                .append(e.getMessage().stripTrailing());
         text.append("\n  category ").append(argument(e.category)).append(", context ")
                 .append(argument(e.context));
         if (e.argCount > 0) {
@@ -102,7 +103,7 @@ final class Printer {
             }
             text.append(arguments);
         }
-        if (e.fatal) {
+        if (e.isFatal()) {
             text.append("\n  the session is no longer usable");
         }
         return text.toString();

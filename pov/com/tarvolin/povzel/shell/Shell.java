@@ -53,7 +53,7 @@ final class Shell {
             initialize(options);
             return run(options);
         } catch (PovZelException e) {
-            return complain(FAILED, e.message);
+            return complain(FAILED, e.getMessage());
         } catch (IOException e) {
             return complain(FAILED, e.getMessage());
         }
@@ -108,14 +108,14 @@ final class Shell {
             session = PovZelSession.login(options.server == null ? "" : options.server, options.user,
                     password);
         } catch (PovZelException e) {
-            return complain(FAILED, "cannot log in as " + options.user + ": " + e.message
+            return complain(FAILED, "cannot log in as " + options.user + ": " + e.getMessage()
                     + "\nName another user with --user, the password with --password-file, or another"
                     + " server with --server");
         }
         try (session) {
             return work.in(session);
         } catch (PovZelException e) {
-            return complain(FAILED, e.message);
+            return complain(FAILED, e.getMessage());
         }
     }
 

@@ -40,7 +40,7 @@ public class LoadingTest {
                 new ProcessBuilder("sh", "-c", locks).inheritIO().start().waitFor();
             }
         } catch (PovZelException e) {
-            System.out.println(e.number + " " + e.getMessage());
+            System.out.println(e.getNumber() + " " + e.getMessage());
         }
     }
 

@@ -52,6 +52,7 @@ class SoakTest {
     }
 
     @Test
+    @SuppressWarnings("deprecation")
     void statusAndErrorAgree() throws ReflectiveOperationException {
         PovZelLibrary.initialize();
         int done = 0;

@@ -1,0 +1,291 @@
+package com.tarvolin.povzel;
+
+import java.util.ArrayDeque;
+import java.util.Deque;
+import java.util.concurrent.locks.LockSupport;
+import java.util.concurrent.locks.ReentrantLock;
+
+/**
+ * The lock that lets one call at a time into the native library, and knows whose call that is: a
+ * break reaches the call for which it is meant, or none.
+ *
+ * <p>All of it is kept under one guard, which is held for moments only. While a call is told to
+ * end, it can neither end nor begin, and so neither can another.
+ */
+final class PovZelLock {
+    private static final long TICK_NANOS = 10_000_000;
+    private static final int IDLE_TICKS = 100;
+
+    private final ReentrantLock guard = new ReentrantLock();
+    private final Deque<PovZelTurn> waiting = new ArrayDeque<>();
+    /** Sessions that were closed while another thread had the library. */
+    private final Deque<PovZelCalls> toLogOut = new ArrayDeque<>();
+    private long begun;
+    private volatile PovZelTurn current;
+    private volatile boolean watched;
+
+    /** The innermost turn of this thread; null when it has none. */
+    PovZelTurn mine() {
+        PovZelTurn turn = current;
+        return turn != null && turn.thread == Thread.currentThread() ? turn : null;
+    }
+
+    /** Waits for the library, for work that belongs to no session. */
+    void lock() {
+        enter(new PovZelTurn(null, PovZelTurn.Kind.UNBREAKABLE, 0));
+    }
+
+    /** Ends what {@link #lock} began. */
+    void unlock() {
+        leave(mine());
+    }
+
+    /**
+     * Waits until the turn has come, at once inside of another one of the same thread, unless it is
+     * broken before. Every turn that came must {@link #leave}.
+     */
+    void enter(PovZelTurn turn) {
+        if (turn.isBreakable() && turn.thread.isInterrupted()) {
+            throw PovZelException.broken(PovZelTurn.Break.THREAD);
+        }
+        PovZelTurn outer = mine();
+        guard.lock();
+        try {
+            if (outer == null && current != null) {
+                await(turn);
+            }
+            turn.outer = outer;
+            turn.timed &= turn.kind == PovZelTurn.Kind.CALL;
+            turn.fresh = true;
+            begun++;
+            current = turn;
+        } finally {
+            guard.unlock();
+        }
+        if (!watched) {
+            startWatching();
+        }
+    }
+
+    private void await(PovZelTurn turn) {
+        turn.ready = guard.newCondition();
+        waiting.add(turn);
+        boolean came = false;
+        try {
+            while (current != null) {
+                turn.requireUnbroken();
+                sleep(turn);
+            }
+            turn.requireUnbroken();
+            came = true;
+        } finally {
+            waiting.remove(turn);
+            if (!came) {
+                wakeNext();
+            }
+        }
+    }
+
+    private static void sleep(PovZelTurn turn) {
+        if (!turn.isBreakable()) {
+            turn.ready.awaitUninterruptibly();
+            return;
+        }
+        try {
+            if (!turn.timed) {
+                turn.ready.await();
+            } else if (turn.ready.awaitNanos(turn.deadline - System.nanoTime()) <= 0) {
+                turn.note(PovZelTurn.Break.TIMEOUT);
+            }
+        } catch (InterruptedException e) {
+            turn.thread.interrupt();
+            turn.note(PovZelTurn.Break.THREAD);
+        }
+    }
+
+    private void wakeNext() {
+        PovZelTurn next = waiting.peek();
+        if (current == null && next != null) {
+            next.ready.signal();
+        }
+    }
+
+    /** Ends the turn. Sessions that were closed meanwhile are logged out first. */
+    void leave(PovZelTurn turn) {
+        for (PovZelCalls closed = handOn(turn); closed != null; closed = handOn(turn)) {
+            closed.logOutQuietly();
+        }
+    }
+
+    /** Lets the next one have the library; or returns a session to log out before. */
+    private PovZelCalls handOn(PovZelTurn turn) {
+        guard.lock();
+        try {
+            if (turn.outer == null && !toLogOut.isEmpty()) {
+                turn.loud = false;
+                return toLogOut.poll();
+            }
+            current = turn.outer;
+            wakeNext();
+            return null;
+        } finally {
+            guard.unlock();
+        }
+    }
+
+    /**
+     * Keeps breaks from the library: what this thread's turn does next is not the call's own work.
+     */
+    void hush(PovZelTurn turn) {
+        guard.lock();
+        turn.loud = false;
+        guard.unlock();
+    }
+
+    /** How many calls have the library or wait for it. */
+    int turns() {
+        guard.lock();
+        try {
+            return (current == null ? 0 : 1) + waiting.size();
+        } finally {
+            guard.unlock();
+        }
+    }
+
+    /**
+     * Ends the session's call that has the library or, when there is none, those that wait for it.
+     *
+     * @return whether there was a call
+     */
+    boolean breakCall(PovZelCalls calls, PovZelTurn.Break cause) {
+        guard.lock();
+        try {
+            return breakRunning(calls, cause) || breakWaiting(calls, cause);
+        } finally {
+            guard.unlock();
+        }
+    }
+
+    private boolean breakRunning(PovZelCalls calls, PovZelTurn.Break cause) {
+        boolean found = false;
+        for (PovZelTurn turn = current; turn != null; turn = turn.outer) {
+            if (turn.calls == calls && turn.isBreakable()) {
+                found = true;
+                turn.note(cause);
+                if (cause != PovZelTurn.Break.SOFT || turn.broken == cause) {
+                    deliver(turn);
+                }
+            }
+        }
+        return found;
+    }
+
+    private boolean breakWaiting(PovZelCalls calls, PovZelTurn.Break cause) {
+        boolean found = false;
+        for (PovZelTurn turn : waiting) {
+            if (turn.calls == calls && turn.isBreakable()) {
+                turn.note(cause);
+                turn.ready.signal();
+                found = true;
+            }
+        }
+        return found;
+    }
+
+    /**
+     * Tells the library of the turn's break, unless it is at something else than the turn's own
+     * work.
+     */
+    private void deliver(PovZelTurn turn) {
+        if (turn == current && turn.loud) {
+            turn.delivered = PovZelSupport.breakProgram(turn.broken != PovZelTurn.Break.SOFT);
+        }
+    }
+
+    /**
+     * Ends a session's calls, and sees to its logout.
+     *
+     * @param turn a turn of this thread's, to log out in when the library is free
+     * @return whether this thread logs out now: {@code turn} has come then, or an outer one is
+     *     there
+     */
+    boolean close(PovZelCalls calls, PovZelTurn turn) {
+        PovZelTurn outer = mine();
+        guard.lock();
+        try {
+            for (PovZelTurn waiter : waiting) {
+                if (waiter.calls == calls) {
+                    waiter.ready.signal();
+                }
+            }
+            if (outer == null && current != null) {
+                breakRunning(calls, PovZelTurn.Break.CLOSED);
+                toLogOut.add(calls);
+                return false;
+            }
+            turn.outer = outer;
+            current = turn;
+            return true;
+        } finally {
+            guard.unlock();
+        }
+    }
+
+    // ---- The watch ----
+
+    /**
+     * Nothing tells of an interrupted thread or of a deadline, and a break is lost to a program
+     * that has not begun: a thread looks after the call that has the library, and ends when there
+     * was none for a second. One that ends before it is looked at costs nothing.
+     */
+    private void startWatching() {
+        synchronized (waiting) {
+            if (watched) {
+                return;
+            }
+            try {
+                Thread watch = new Thread(this::watch, "povzel watch");
+                watch.setDaemon(true);
+                watch.setContextClassLoader(null);
+                watch.start();
+                watched = true;
+            } catch (OutOfMemoryError | SecurityException e) {
+                // No thread is to be had, and the call goes on without: the next one tries again.
+                watched = false;
+            }
+        }
+    }
+
+    private void watch() {
+        long seen = -1;
+        int idle = 0;
+        while (idle < IDLE_TICKS) {
+            LockSupport.parkNanos(this, TICK_NANOS);
+            guard.lock();
+            try {
+                idle = current == null && begun == seen ? idle + 1 : 0;
+                seen = begun;
+                look();
+                watched = idle < IDLE_TICKS;
+            } finally {
+                guard.unlock();
+            }
+        }
+    }
+
+    private void look() {
+        for (PovZelTurn turn = current; turn != null; turn = turn.outer) {
+            if (!turn.isBreakable()) {
+                continue;
+            }
+            if (turn.thread.isInterrupted()) {
+                turn.note(PovZelTurn.Break.THREAD);
+            } else if (turn.timed && turn.deadline - System.nanoTime() <= 0) {
+                turn.note(PovZelTurn.Break.TIMEOUT);
+            }
+            if (turn.broken != null && !turn.delivered) {
+                deliver(turn);
+            }
+        }
+    }
+}

@@ -1,0 +1,23 @@
+package com.tarvolin.povzel;
+
+/**
+ * A call that took longer than its session allows. What it ran was stopped.
+ *
+ * <pre>{@code
+ * session.setTimeout(Duration.ofSeconds(5));
+ * try {
+ *     session.execute("[true] whileTrue");
+ * } catch (PovZelTimeoutException e) {
+ *     System.out.println("It was at " + e.getStack());
+ * }
+ * }</pre>
+ *
+ * @see PovZelSession#setTimeout(java.time.Duration)
+ */
+public final class PovZelTimeoutException extends PovZelException {
+    private static final long serialVersionUID = 1L;
+
+    PovZelTimeoutException(PovZelException report) {
+        super(report);
+    }
+}
