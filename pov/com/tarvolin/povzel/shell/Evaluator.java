@@ -3,82 +3,88 @@ package com.tarvolin.povzel.shell;
 import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelObject;
 import com.tarvolin.povzel.PovZelSession;
+import com.tarvolin.povzel.shell.Entry.Place;
 import java.util.Locale;
 import java.util.function.Function;
-import java.util.function.LongSupplier;
+import java.util.function.Supplier;
 
 /** Runs what the user enters: texts, and commands that begin with a colon. */
 final class Evaluator {
-    private static final long SLOW_NANOS = 1_000_000_000L;
     /** The built-in database carries this one out without running a program. */
     private static final String TAKE_TRANSCRIPT = "System takeTranscript";
-    private static final String HELP = """
-            A text is run in the database and its result is printed. Or:
-              :inspect TEXT   shows everything that the database tells of a text's result
-              :class TEXT     shows the class of a text's result, and what that inherits from
-              :stack          shows where the text that failed last was, innermost first
-              :session        shows who is logged in and where
-              :help           shows this
-              :quit           ends; so does the end of the input
-            Without a TEXT, :inspect and :class show the last result. At a terminal, Ctrl-C drops
-            what is being entered; while a text runs, it ends the shell.""";
 
     private final PovZelSession session;
+    private final Options options;
     private final Printer printer;
-    private final String description;
     private final Function<Object, String> look;
-    private final LongSupplier clock;
-    private final boolean embedded;
     private Object last;
     private PovZelException failure;
+    private boolean timed;
+    private boolean evaluated;
     private boolean finished;
+    private boolean lost;
 
-    /** What became of an entry: what the program wrote, its result, and what else there is to say. */
+    /**
+     * What became of an entry: what the program wrote, its result, null if there is none, and what
+     * else there is to say.
+     */
     record Outcome(boolean ran, String transcript, String output, String remark) {
         private static Outcome result(String output) {
             return new Outcome(true, "", output, "");
         }
 
-        private static Outcome failure(String remark) {
-            return new Outcome(false, "", "", remark);
+        /** The same with a remark, unless it failed. */
+        private Outcome saying(String word, boolean quiet) {
+            return ran && !quiet ? new Outcome(true, transcript, output, word) : this;
         }
     }
 
-    /** Shows results with their class, or as another program would want them. */
-    Evaluator(PovZelSession session, String description, boolean withClass, boolean embedded) {
-        this(session, description, withClass, embedded, System::nanoTime);
-    }
-
-    Evaluator(PovZelSession session, String description, boolean withClass, boolean embedded,
-            LongSupplier clock) {
-        this.clock = clock;
-        this.embedded = embedded;
+    /** Shows a conversation's results with their class, others as another program would want them. */
+    Evaluator(PovZelSession session, Options options, boolean conversation) {
         this.session = session;
-        this.printer = new Printer(session);
-        this.description = description;
-        this.look = withClass ? printer::withClass : printer::plain;
+        this.options = options;
+        printer = new Printer(session);
+        look = options.inJson() ? new Json(session, printer)::result
+                : conversation ? printer::withClass : printer::plain;
     }
 
-    /** Whether the user asked to end. */
+    /** Whether the user asked to end, or the session has ended. */
     boolean finished() {
-        return finished;
+        return finished || lost;
     }
 
-    Outcome run(String entry) {
-        String text = entry.strip();
-        if (text.isEmpty()) {
-            return Outcome.result("");
+    /** Whether the session ended before the user did. */
+    boolean lost() {
+        return lost;
+    }
+
+    /** Runs what was entered in a conversation. */
+    Outcome run(String entered) {
+        return run(Entry.of(entered, null));
+    }
+
+    Outcome run(Entry entry) {
+        evaluated = false;
+        long start = System.nanoTime();
+        Outcome outcome = attempt(entry);
+        long nanos = System.nanoTime() - start;
+        if (options.commit && evaluated) {
+            outcome = settled(entry, outcome);
         }
-        long start = clock.getAsLong();
-        Outcome outcome = attempt(text);
-        long nanos = clock.getAsLong() - start;
-        String remark = nanos < SLOW_NANOS ? outcome.remark : withTime(outcome.remark, nanos);
+        String remark = timed && evaluated ? withTime(outcome.remark, nanos) : outcome.remark;
         return new Outcome(outcome.ran, transcript(), outcome.output, remark);
+    }
+
+    /** Commits what an entry changed; what one changed that failed is not for the next to commit. */
+    private Outcome settled(Entry entry, Outcome outcome) {
+        Outcome settled = guarded(entry.start(), outcome.ran ? this::commit : this::abort);
+        lost |= !outcome.ran && !settled.ran;
+        return outcome.ran && !settled.ran ? settled : outcome;
     }
 
     /** What the program wrote to the Transcript, in whole lines; no trouble with it hides the result. */
     private String transcript() {
-        if (!embedded) {
+        if (!options.embedded) {
             return "";
         }
         try {
@@ -89,18 +95,38 @@ final class Evaluator {
         }
     }
 
-    private Outcome attempt(String text) {
-        try {
-            return text.startsWith(":") ? command(text) : Outcome.result(look.apply(evaluate(text)));
-        } catch (PovZelException e) {
-            return Outcome.failure(printer.error(e));
-        } catch (IllegalArgumentException e) {
-            return Outcome.failure(e.getMessage());
+    private Outcome attempt(Entry entry) {
+        if (entry.fault() != null) {
+            return failed(entry.fault());
         }
+        if (entry.command()) {
+            return command(entry);
+        }
+        return Text.isEmpty(entry.text()) ? Outcome.result(null)
+                : guarded(entry.start(), () -> look.apply(evaluate(entry.text())));
+    }
+
+    /** The output of what the database does for an entry that begins at a place. */
+    private Outcome guarded(Place start, Supplier<String> work) {
+        try {
+            return Outcome.result(work.get());
+        } catch (PovZelException e) {
+            Trouble trouble = printer.trouble(e, start);
+            lost |= trouble.fatal();
+            return failed(trouble);
+        } catch (IllegalArgumentException e) {
+            return failed(new Trouble(start, 0, e.getMessage()));
+        }
+    }
+
+    private Outcome failed(Trouble trouble) {
+        return options.inJson() ? new Outcome(false, "", Json.error(trouble), "")
+                : new Outcome(false, "", null, trouble.text());
     }
 
     private Object evaluate(String text) {
         Object result;
+        evaluated = true;
         try {
             result = session.evaluate(text);
         } catch (PovZelException e) {
@@ -114,39 +140,67 @@ final class Evaluator {
         return result;
     }
 
-    private Outcome command(String text) {
-        String[] words = text.split("\\s+", 2);
-        String rest = words.length > 1 ? words[1] : "";
-        return switch (words[0]) {
-            case ":help" -> Outcome.result(HELP);
-            case ":inspect" -> Outcome.result(printer.inspection(subject(rest)));
-            case ":class" -> Outcome.result(lineage(printer.classOf(subject(rest))));
-            case ":stack" -> stack();
-            case ":session" -> Outcome.result("session " + session.id() + ", " + description);
-            case ":quit" -> {
+    private Outcome command(Entry entry) {
+        Command.Call call = Command.call(entry.text().strip());
+        String rest = call.rest();
+        if (call.command() == null) {
+            return failed(new Trouble(entry.start(), 0, "no command " + call.name() + "; "
+                    + Command.HELP.word() + " shows those there are"));
+        }
+        return switch (call.command()) {
+            case LOAD -> attempt(Input.file(rest, entry.start()));
+            case INSPECT -> viewed(entry, rest, printer::inspection);
+            case CLASS -> viewed(entry, rest, value -> printer.lineage(printer.classOf(value)));
+            case DESCRIBE -> viewed(entry, rest, printer::description);
+            case STACK -> guarded(entry.start(), () -> shown(stack()));
+            case COMMIT -> guarded(entry.start(), this::commit).saying("committed", options.quiet);
+            case ABORT -> guarded(entry.start(), this::abort).saying("aborted", options.quiet);
+            case TIME -> guarded(entry.start(), () -> time(rest));
+            case SESSION ->
+                    Outcome.result(shown("session " + session.id() + ", " + options.description()));
+            case HELP -> Outcome.result(shown(Command.help()));
+            case QUIT -> {
                 finished = true;
-                yield Outcome.result("");
+                yield Outcome.result(null);
             }
-            default -> Outcome.failure("no command " + words[0] + "; :help shows those there are");
         };
     }
 
-    private Outcome stack() {
+    /** A view of the result of the text behind a command's name; without one, of the last result. */
+    private Outcome viewed(Entry entry, String text, Function<Object, String> view) {
+        return text.isEmpty() ? guarded(entry.start(), () -> shown(view.apply(last)))
+                : guarded(entry.at(text), () -> shown(view.apply(evaluate(text))));
+    }
+
+    /** What a command tells, which is no result. */
+    private String shown(String text) {
+        return options.inJson() ? Json.quoted(text) : text;
+    }
+
+    private String stack() {
         String stack = failure == null ? null : failure.getStack();
-        return stack == null ? Outcome.failure("no text has failed while it ran")
-                : Outcome.result(stack);
-    }
-
-    private Object subject(String text) {
-        return text.isEmpty() ? last : evaluate(text);
-    }
-
-    private String lineage(Object cls) {
-        StringBuilder names = new StringBuilder();
-        for (Object c = cls; c != null; c = session.perform(c, "superclass")) {
-            names.append(names.length() == 0 ? "" : " < ").append(session.perform(c, "name"));
+        if (stack == null) {
+            throw new IllegalArgumentException("no text has failed while it ran");
         }
-        return names.toString();
+        return stack;
+    }
+
+    private String commit() {
+        session.commit();
+        return null;
+    }
+
+    private String abort() {
+        session.abort();
+        return null;
+    }
+
+    private String time(String wanted) {
+        if (!wanted.equals("on") && !wanted.equals("off")) {
+            throw new IllegalArgumentException("say " + Command.TIME.word() + " on or off");
+        }
+        timed = wanted.equals("on");
+        return null;
     }
 
     private static String withTime(String remark, long nanos) {

@@ -1,66 +1,74 @@
 package com.tarvolin.povzel.shell;
 
 import com.tarvolin.povzel.PovZelSession;
-import java.io.BufferedReader;
+import com.tarvolin.povzel.shell.Entry.Place;
 import java.io.IOException;
 import java.io.InputStream;
-import java.io.InputStreamReader;
 import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
-import java.util.List;
 
 /** Runs texts with nobody watching: what they write and answer on one stream, the rest on the other. */
 final class Filter {
+    private static final String STANDARD_INPUT = "<stdin>";
+
     private final Evaluator evaluator;
+    private final Options options;
     private final PrintStream out;
     private final PrintStream err;
     private boolean allRan = true;
+    private boolean unheard;
 
-    Filter(PovZelSession session, PrintStream out, PrintStream err, String description,
-            boolean embedded) {
-        this.evaluator = new Evaluator(session, description, false, embedded);
+    Filter(PovZelSession session, Options options, PrintStream out, PrintStream err) {
+        this.evaluator = new Evaluator(session, options, false);
+        this.options = options;
         this.out = out;
         this.err = err;
     }
 
-    /** Runs each text, whatever became of those before it; answers the exit status. */
-    int run(List<String> texts) {
-        for (String text : texts) {
-            if (evaluator.finished()) {
+    /** Runs what the command line names, else the input; answers the exit status. */
+    int run(InputStream input) throws IOException {
+        if (options.sources.isEmpty()) {
+            runLines(new Input(STANDARD_INPUT, input));
+        }
+        int texts = 0;
+        for (Options.Source source : options.sources) {
+            if (ended()) {
                 break;
             }
-            run(text);
-        }
-        return allRan ? 0 : 1;
-    }
-
-    int run(InputStream input) throws IOException {
-        BufferedReader lines = new BufferedReader(new InputStreamReader(input, StandardCharsets.UTF_8));
-        StringBuilder text = new StringBuilder();
-        for (String line = lines.readLine(); line != null && !evaluator.finished();
-                line = lines.readLine()) {
-            text.append(line).append('\n');
-            if (Text.isComplete(text.toString())) {
-                run(text.toString());
-                text.setLength(0);
+            if (source.text != null) {
+                run(Entry.of(source.text, new Place("<-e " + ++texts + ">", 1, 1)));
+            } else {
+                run(source.file.equals("-") ? new Input(STANDARD_INPUT, input).whole()
+                        : Input.file(source.file, null));
             }
         }
-        run(text.toString());
         return allRan ? 0 : 1;
     }
 
-    private void run(String text) {
-        Evaluator.Outcome outcome = evaluator.run(text);
-        allRan &= outcome.ran();
-        out.print(outcome.transcript());
-        print(out, outcome.output());
-        print(err, outcome.remark());
+    private void runLines(Input input) throws IOException {
+        for (Entry entry = input.next(); entry != null; entry = ended() ? null : input.next()) {
+            run(entry);
+        }
     }
 
-    private static void print(PrintStream stream, String text) {
-        if (!text.isEmpty()) {
-            stream.println(text);
-            stream.flush();
+    /** Whether nothing more is to be run: nor where nobody takes the results any longer. */
+    private boolean ended() {
+        return evaluator.finished() || unheard || options.stop && !allRan;
+    }
+
+    private void run(Entry entry) {
+        Evaluator.Outcome outcome = evaluator.run(entry);
+        allRan &= outcome.ran();
+        PrintStream transcript = options.inJson() ? err : out;
+        transcript.print(outcome.transcript());
+        if (outcome.output() != null) {
+            out.println(outcome.output());
         }
+        out.flush();
+        // What stands nowhere is a file of the command line.
+        if (!outcome.remark().isEmpty()) {
+            err.println((entry.start() == null ? "povzel: " : "") + outcome.remark());
+        }
+        err.flush();
+        unheard = out.checkError();
     }
 }

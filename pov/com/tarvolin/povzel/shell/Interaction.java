@@ -10,20 +10,20 @@ final class Interaction {
     private final Evaluator evaluator;
     private final Console console;
     private final PrintStream out;
-    private final String description;
-    private boolean allRan = true;
+    private final Options options;
 
-    Interaction(PovZelSession session, Console console, PrintStream out, String description,
-            boolean embedded) {
-        this.evaluator = new Evaluator(session, description, true, embedded);
+    Interaction(PovZelSession session, Options options, Console console, PrintStream out) {
+        this.evaluator = new Evaluator(session, options, true);
+        this.options = options;
         this.console = console;
         this.out = out;
-        this.description = description;
     }
 
-    /** Answers the exit status. */
+    /** Answers the exit status: of a text that failed the user knows. */
     int run() {
-        console.print("Logged in as " + description + ". :help shows what can be entered.");
+        if (!options.quiet) {
+            console.print("Logged in as " + options.description() + ". :help shows what can be entered.");
+        }
         while (!evaluator.finished()) {
             String text = console.readText(PROMPT);
             if (text == null) {
@@ -31,13 +31,12 @@ final class Interaction {
             }
             show(evaluator.run(text));
         }
-        return allRan ? 0 : 1;
+        return evaluator.lost() ? 1 : 0;
     }
 
     private void show(Evaluator.Outcome outcome) {
-        allRan &= outcome.ran();
-        out.print(outcome.transcript());
-        if (!outcome.output().isEmpty()) {
+        (options.inJson() ? System.err : out).print(outcome.transcript());
+        if (outcome.output() != null) {
             out.println(outcome.output());
         }
         out.flush();

@@ -4,13 +4,25 @@ import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelObject;
 import com.tarvolin.povzel.PovZelReport;
 import com.tarvolin.povzel.PovZelSession;
+import com.tarvolin.povzel.shell.Entry.Place;
+import java.util.ArrayList;
+import java.util.Collections;
 import java.util.List;
 import java.util.StringJoiner;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Collectors;
 
 /** What values, objects and errors look like. */
 final class Printer {
     private static final int LONGEST = 4000;
     private static final int ELEMENTS_SHOWN = 20;
+    private static final int WIDTH = 80;
+    /** A place in the text itself, as the database's stack has it and at the end of its message. */
+    private static final Pattern STACKED =
+            Pattern.compile("(?m)^(?:\\[\\] in )?text, line (\\d{1,9}), column (\\d{1,9})$");
+    private static final Pattern TOLD =
+            Pattern.compile(" \\(line (\\d{1,9}), column (\\d{1,9})\\)$");
 
     private final PovZelSession session;
 
@@ -37,7 +49,60 @@ final class Printer {
     }
 
     PovZelObject classOf(Object value) {
-        return (PovZelObject) session.perform(value, "class");
+        return asked(value, "class");
+    }
+
+    /** The object that another one answers to a message; methods of users may answer anything. */
+    PovZelObject asked(Object receiver, String selector) {
+        if (session.perform(receiver, selector) instanceof PovZelObject answer) {
+            return answer;
+        }
+        throw new IllegalArgumentException("the answer to " + selector + " is none of the kind that it"
+                + " has to be");
+    }
+
+    /** A class and those that it inherits from. */
+    String lineage(Object cls) {
+        StringJoiner names = new StringJoiner(" < ");
+        for (Object c = cls; c != null; c = session.perform(c, "superclass")) {
+            names.add(String.valueOf(session.perform(c, "name")));
+        }
+        return names.toString();
+    }
+
+    /** What instances of a class have, and what it adds to what they understand. */
+    String description(Object cls) {
+        if (!Boolean.TRUE.equals(session.perform(cls, "isClass"))) {
+            throw new IllegalArgumentException(shortened(printString(cls)) + " is no class");
+        }
+        List<String> variables = new ArrayList<>();
+        for (Object c = cls; c != null; c = session.perform(c, "superclass")) {
+            variables.addAll(0, texts(c, "instVarNames"));
+        }
+        List<String> selectors = texts(cls, "selectors");
+        Collections.sort(selectors);
+        return lineage(cls) + wrapped("\n  instance variables:", variables)
+                + wrapped("\n  selectors:", selectors);
+    }
+
+    private List<String> texts(Object receiver, String selector) {
+        try (PovZelObject array = asked(receiver, selector)) {
+            return array.list().stream().map(String::valueOf).collect(Collectors.toList());
+        }
+    }
+
+    private static String wrapped(String title, List<String> words) {
+        StringBuilder text = new StringBuilder(title);
+        int column = title.length();
+        for (String word : words.isEmpty() ? List.of("none") : words) {
+            if (column + word.length() >= WIDTH) {
+                text.append("\n   ");
+                column = 3;
+            }
+            text.append(' ').append(word);
+            column += 1 + word.length();
+        }
+        return text.toString();
     }
 
     /** Everything that the database tells of an object. */
@@ -89,36 +154,45 @@ final class Printer {
         };
     }
 
-    /** An error with everything that it came with. */
+    /** An error with everything that it came with, and where in the text from a place on it was. */
     @SuppressWarnings("deprecation")
-    String error(PovZelException e) {
-        StringBuilder text = new StringBuilder("error ").append(e.getNumber()).append(": ")
-                .append(e.getMessage().stripTrailing());
-        text.append("\n  category ").append(argument(e.category)).append(", context ")
-                .append(argument(e.context));
-        if (e.argCount > 0) {
-            StringJoiner arguments = new StringJoiner(", ", "\n  arguments: ", "");
-            for (int i = 0; i < e.argCount; i++) {
-                arguments.add(argument(e.args[i]));
+    Trouble trouble(PovZelException e, Place start) {
+        String message = e.getMessage().stripTrailing();
+        Place place = start;
+        if (start != null) {
+            Matcher stacked = STACKED.matcher(e.getStack() == null ? "" : e.getStack());
+            Matcher told = TOLD.matcher(message);
+            Place last = told.find() ? position(start, told) : null;
+            place = stacked.find() ? position(start, stacked) : last != null ? last : start;
+            if (place.equals(last)) {
+                message = message.substring(0, told.start());
             }
-            text.append(arguments);
         }
-        if (e.isFatal()) {
-            text.append("\n  the session is no longer usable");
+        List<String> arguments = new ArrayList<>();
+        for (int i = 0; i < e.argCount; i++) {
+            arguments.add(argument(e.args[i]));
         }
-        return text.toString();
+        String origin = "\n  category " + argument(e.category) + ", context " + argument(e.context);
+        return new Trouble(place, e.getNumber(), message, origin, arguments,
+                e.isFatal());
+    }
+
+    private static Place position(Place start, Matcher found) {
+        return start.at(Integer.parseInt(found.group(1)), Integer.parseInt(found.group(2)));
     }
 
     /** An object that an error names; when the database cannot tell more of it, its oop. */
     private String argument(long oop) {
-        try {
-            return shortened(printString(session.value(oop)));
-        } catch (PovZelException | IllegalArgumentException | IllegalStateException e) {
+        try (PovZelObject object = session.object(oop)) {
+            return shortened(printString(object));
+        } catch (IllegalArgumentException value) {
+            return printString(session.value(oop));
+        } catch (PovZelException | IllegalStateException e) {
             return "oop " + oop;
         }
     }
 
-    private String printString(Object value) {
+    String printString(Object value) {
         return String.valueOf(session.perform(value, "printString"));
     }
 

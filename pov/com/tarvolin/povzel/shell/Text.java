@@ -1,33 +1,61 @@
 package com.tarvolin.povzel.shell;
 
-/** How texts are told apart: one ends with the first line end at which nothing is left open. */
+/** How texts are told apart: one ends with the first line that leaves nothing of it open. */
 final class Text {
-    private Text() {
+    private static final char NONE = 0;
+    private static final char VERTICAL_TAB = 0x0B;
+
+    private char quote = NONE;
+    private boolean behindDollar;
+    private int brackets;
+    private boolean code;
+
+    /** Takes what comes next; answers whether every string, comment and bracket is closed then. */
+    boolean add(String part) {
+        int at = 0;
+        while (at < part.length()) {
+            if (quote == NONE) {
+                take(part.charAt(at++));
+            } else {
+                int close = part.indexOf(quote, at);
+                quote = close < 0 ? quote : NONE;
+                at = close < 0 ? part.length() : close + 1;
+            }
+        }
+        // Too many closing brackets are the compiler's to complain about.
+        return quote == NONE && brackets <= 0;
+    }
+
+    private void take(char c) {
+        if (behindDollar) {
+            // A character literal is no quote or bracket.
+            behindDollar = false;
+            return;
+        }
+        switch (c) {
+            case ' ', '\t', '\n', '\f', '\r', VERTICAL_TAB -> { }
+            case '"' -> quote = c;
+            default -> {
+                code = true;
+                switch (c) {
+                    case '\'' -> quote = c;
+                    case '$' -> behindDollar = true;
+                    case '(', '[', '{' -> brackets++;
+                    case ')', ']', '}' -> brackets--;
+                    default -> { }
+                }
+            }
+        }
     }
 
     /** Whether every string, comment and bracket that a text opens is closed. */
     static boolean isComplete(String text) {
-        int open = 0;
-        int i = 0;
-        while (i < text.length()) {
-            char c = text.charAt(i);
-            if (c == '\'' || c == '"') {
-                int end = text.indexOf(c, i + 1);
-                if (end < 0) {
-                    return false;
-                }
-                i = end;
-            } else if (c == '$') {
-                // A character literal: what follows is no quote or bracket.
-                i++;
-            } else if ("([{".indexOf(c) >= 0) {
-                open++;
-            } else if (")]}".indexOf(c) >= 0) {
-                open--;
-            }
-            i++;
-        }
-        // Too many closing brackets are the compiler's to complain about.
-        return open <= 0;
+        return new Text().add(text);
+    }
+
+    /** Whether a text is nothing but blanks and comments. */
+    static boolean isEmpty(String text) {
+        Text all = new Text();
+        return all.add(text) && !all.code;
     }
 }
