@@ -660,7 +660,7 @@ public final class PovZelSession implements AutoCloseable {
             throw new IllegalArgumentException("retries is negative: " + retries);
         }
         if (work == null) {
-            throw new NullPointerException("work");
+            throw new NullPointerException("The work is null");
         }
         if (!inTransaction.compareAndSet(false, true)) {
             throw new IllegalStateException("A transaction of this session is under way");
