@@ -33,7 +33,9 @@ bool strikes() {
   if (now == Trouble::failures) return true;
   trouble = Trouble::none;
   if (now == Trouble::failure) return true;
-  (now == Trouble::softBreak ? table->ZelSoftBreak : table->ZelHardBreak)();
+  const ZelUntypedFType slot =
+      now == Trouble::softBreak ? table->ZelSoftBreak : table->ZelHardBreak;
+  reinterpret_cast<BoolType (*)()>(slot)();
   zel::Meter& meter = zel::library().database->memory.meter;
   meter.hurry();
   meter.countdown = stepsBefore;

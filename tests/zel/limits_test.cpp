@@ -159,15 +159,22 @@ TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
 #ifndef POVZEL_SANITIZE  // whose shadow needs more room
 // What the process itself has no memory for, whatever the limit says.
 TEST_F(Limits, SmallTextsRunInAProcessWithoutMemory) {
+  // Allocates nothing itself.
+  const auto numberAfter = [&](const char* source) {
+    zel->ZelExecuteStr(source, NilOop);
+    return errorNumber();
+  };
   const auto fillAndEmpty = [&](const char* filling) {
     const rlimit room{200U << 20, 200U << 20};
     setrlimit(RLIMIT_AS, &room);
-    run("h := OrderedCollection new");
+    numberAfter("h := OrderedCollection new");
     for (int i = 0; i < 3; ++i) {
-      if (errorOf(filling) != 2208 || show("3 + 4") != "7" || errorOf("nil foo") != 2010) _exit(1);
+      if (numberAfter(filling) != 2208) _exit(1);
+      if (zel->ZelExecuteStr("3 + 4", NilOop) != zel::smallIntOop(7)) _exit(2);
+      if (numberAfter("nil foo") != 2010) _exit(3);
     }
-    run("h := nil");
-    _exit(errorOf("(1 to: 1000) collect: [:i | Array new: 1000]") == 0 ? 0 : 2);
+    numberAfter("h := nil");
+    _exit(numberAfter("(1 to: 1000) collect: [:i | Array new: 1000]") == 0 ? 0 : 4);
   };
   for (const char* filling : {"[h add: (Array new: 20)] repeat", "[h add: (String new: 9)] repeat",
                               "[h add: 1 -> (Dictionary new at: 1 put: 2; yourself)] repeat"}) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 
 #include "kernel/methods.h"
@@ -129,8 +130,9 @@ Session& login(Database& database, std::string_view user, std::string_view passw
 
 void logout(Database& database) {
   Session& session = requireSession(database);
-  // What a soft break leaves for the next time has none.
-  while (database.machine.settleFailed()) continue;
+  // What a soft break leaves for the next time has none, but no more time than it has in one piece.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (database.machine.settleFailed() && std::chrono::steady_clock::now() < end) continue;
   withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
   releaseAllObjects(database.memory, session.client);
   clear(database.memory, session.transcript);

@@ -270,7 +270,10 @@ std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
 // Replaces all elements, or fails and leaves them as they are.
 OopType setElements(Memory& memory, OopType receiver, const OopType* args) {
   requireIndexed(memory, receiver);
-  if (memory.find(args[0]) == nullptr) wrongKind(memory, "a collection", args[0]);
+  const Object* given = memory.find(args[0]);
+  if (given == nullptr || (given->impl == Impl::pointers && !given->indexable)) {
+    wrongKind(memory, "an array", args[0]);
+  }
   const std::vector<OopType> elements = elementsOf(memory, args[0]);
   if (!memory.at(receiver).holdsBytes()) {
     memory.meter.chargeCopy(elements.size() * sizeof(OopType));
