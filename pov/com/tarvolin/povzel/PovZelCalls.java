@@ -15,6 +15,7 @@ final class PovZelCalls {
     private final PovZelSession session;
     private final int id;
     private final PovZelReferences references = new PovZelReferences();
+    private final PovZelLogins.Login login;
     private final PovZelConverter converter = new PovZelConverter(this);
     private final AtomicBoolean open = new AtomicBoolean(true);
     private final Map<Long, String> categories = new HashMap<>();
@@ -23,6 +24,7 @@ final class PovZelCalls {
     PovZelCalls(PovZelSession session, int id) {
         this.session = session;
         this.id = id;
+        login = PovZelLogins.add(session, id, references);
     }
 
     /** A native of this session. */
@@ -41,6 +43,14 @@ final class PovZelCalls {
 
     PovZelSession session() {
         return session;
+    }
+
+    PovZelReferences references() {
+        return references;
+    }
+
+    PovZelLogins.Login login() {
+        return login;
     }
 
     boolean isOpen() {
@@ -64,12 +74,25 @@ final class PovZelCalls {
 
     /**
      * Ends the session, unless it has ended. While another thread has the library it is left to
-     * that one to log out, which the session's call that may be under way is broken for.
+     * that one to log out, which the session's call that may be under way is broken for. A session of
+     * a pool is given back to it.
      */
     void end() {
         if (!open.compareAndSet(true, false)) {
             return;
         }
+        PovZelLogins.remove(login);
+        try {
+            logOut();
+        } finally {
+            PovZelPool pool = login.pool();
+            if (pool != null) {
+                pool.giveBack();
+            }
+        }
+    }
+
+    private void logOut() {
         PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.UNBREAKABLE, 0);
         if (PovZelLibrary.LOCK.close(this, turn)) {
             try {
@@ -78,11 +101,6 @@ final class PovZelCalls {
                 PovZelLibrary.LOCK.leave(turn);
             }
         }
-    }
-
-    /** Logs out on behalf of a thread that is long gone. There is nobody to tell of a failure. */
-    void logOutQuietly() {
-        PovZelInterface._logout(id, null);
     }
 
     /**
@@ -145,7 +163,7 @@ final class PovZelCalls {
             complete(e);
             if (e instanceof PovZelMemoryException && !turn.collected) {
                 turn.collected = true;
-                references.collect(id);
+                PovZelLogins.collect();
             }
             turn.loud = true;
             throw e instanceof PovZelCancelledException && turn.broken == PovZelTurn.Break.TIMEOUT

@@ -155,7 +155,7 @@ public class PovZelException extends RuntimeException {
             case SOFT:
                 return failure(SOFT_BREAK, "The call was interrupted", null);
             case TIMEOUT:
-                return new PovZelTimeoutException(cancelled("The call took too long"));
+                return timedOut("The call took too long");
             case THREAD:
                 return cancelled("The call was cancelled: its thread is interrupted");
             case CLOSED:
@@ -163,6 +163,10 @@ public class PovZelException extends RuntimeException {
             default:
                 return cancelled("The call was cancelled");
         }
+    }
+
+    static PovZelTimeoutException timedOut(String message) {
+        return new PovZelTimeoutException(cancelled(message));
     }
 
     private static PovZelException cancelled(String message) {

@@ -19,7 +19,7 @@ final class PovZelLock {
     private final ReentrantLock guard = new ReentrantLock();
     private final Deque<PovZelTurn> waiting = new ArrayDeque<>();
     /** Sessions that were closed while another thread had the library. */
-    private final Deque<PovZelCalls> toLogOut = new ArrayDeque<>();
+    private final Deque<Integer> toLogOut = new ArrayDeque<>();
     private long begun;
     private volatile PovZelTurn current;
     private volatile boolean watched;
@@ -112,13 +112,13 @@ final class PovZelLock {
 
     /** Ends the turn. Sessions that were closed meanwhile are logged out first. */
     void leave(PovZelTurn turn) {
-        for (PovZelCalls closed = handOn(turn); closed != null; closed = handOn(turn)) {
-            closed.logOutQuietly();
+        for (Integer closed = handOn(turn); closed != null; closed = handOn(turn)) {
+            logOutQuietly(closed);
         }
     }
 
     /** Lets the next one have the library; or returns a session to log out before. */
-    private PovZelCalls handOn(PovZelTurn turn) {
+    private Integer handOn(PovZelTurn turn) {
         guard.lock();
         try {
             if (turn.outer == null && !toLogOut.isEmpty()) {
@@ -128,6 +128,43 @@ final class PovZelLock {
             current = turn.outer;
             wakeNext();
             return null;
+        } finally {
+            guard.unlock();
+        }
+    }
+
+    /** Logs out on behalf of a thread that is long gone. There is nobody to tell of a failure. */
+    private static void logOutQuietly(int sessionId) {
+        PovZelInterface._logout(sessionId, null);
+    }
+
+    /** Logs a session out that has no call: now, or at the end of the call that has the library. */
+    void logOut(int sessionId) {
+        PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.UNBREAKABLE, 0);
+        guard.lock();
+        try {
+            toLogOut.add(sessionId);
+            if (current != null) {
+                return;
+            }
+            current = turn;
+        } finally {
+            guard.unlock();
+        }
+        leave(turn);
+    }
+
+    /** Logs out, before this thread's outermost turn ends, what was closed since it began. */
+    void logOutClosed() {
+        for (Integer closed = nextClosed(); closed != null; closed = nextClosed()) {
+            logOutQuietly(closed);
+        }
+    }
+
+    private Integer nextClosed() {
+        guard.lock();
+        try {
+            return toLogOut.poll();
         } finally {
             guard.unlock();
         }
@@ -220,7 +257,7 @@ final class PovZelLock {
             }
             if (outer == null && current != null) {
                 breakRunning(calls, PovZelTurn.Break.CLOSED);
-                toLogOut.add(calls);
+                toLogOut.add(calls.sessionId());
                 return false;
             }
             turn.outer = outer;

@@ -19,9 +19,6 @@ import java.util.Set;
  * <p>References may be given up at any time; what calls natives needs {@link PovZelLibrary#LOCK}.
  */
 final class PovZelReferences {
-    /** A JVM can be told not to collect when it is asked to. */
-    private static final long LONGEST_COLLECTION_MILLIS = 500;
-
     private final ReferenceQueue<PovZelObject> collected = new ReferenceQueue<>();
     private final Set<Handle> handles = new HashSet<>();
     private final Map<Long, Integer> counts = new HashMap<>();
@@ -79,16 +76,23 @@ final class PovZelReferences {
     }
 
     /**
-     * Has Java's collector run, and gives up what the program had forgotten. Within a call: what
-     * that itself has touched stays.
+     * Gives up what Java's collector has found, which has just run. Within a call: what that itself
+     * has touched, {@code inUse}, stays.
      */
-    void collect(int sessionId) {
-        Set<Long> inUse = touched();
-        awaitCollection();
+    void releaseCollected(int sessionId, Set<Long> inUse) {
+        try {
+            // The collector's finds come one by one.
+            for (Reference<?> r = collected.remove(1); r != null; r = collected.remove(1)) {
+                release((Handle) r);
+            }
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
         releaseAll(sessionId, takeUnused(inUse));
     }
 
-    private synchronized Set<Long> touched() {
+    /** What was exported or given up since the last release. */
+    synchronized Set<Long> touched() {
         return new HashSet<>(touched);
     }
 
@@ -104,23 +108,6 @@ final class PovZelReferences {
         unused.removeAll(inUse);
         touched = new LinkedHashSet<>(inUse);
         return unused;
-    }
-
-    /** Returns when the collector has run and told what it found, or soon when it never does. */
-    private void awaitCollection() {
-        ReferenceQueue<Object> queue = new ReferenceQueue<>();
-        Reference<Object> found = new PhantomReference<>(new Object(), queue);
-        System.gc();
-        try {
-            queue.remove(LONGEST_COLLECTION_MILLIS);
-            // The others come along with it, in any order.
-            for (Reference<?> r = collected.remove(1); r != null; r = collected.remove(1)) {
-                release((Handle) r);
-            }
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-        }
-        found.clear();
     }
 
     private static void releaseAll(int sessionId, Set<Long> oops) {

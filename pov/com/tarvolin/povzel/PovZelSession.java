@@ -51,6 +51,7 @@ import java.util.function.IntFunction;
  * {@code IllegalStateException}.
  */
 public final class PovZelSession implements AutoCloseable {
+    private static final int TOO_MANY_SESSIONS = 2512;
     private static final Duration LONGEST_TIMEOUT = Duration.ofDays(36_500);
     private static final IntFunction<String> ARGUMENTS = index -> "argument " + (index + 1);
 
@@ -107,10 +108,63 @@ public final class PovZelSession implements AutoCloseable {
      */
     public static PovZelSession login(String server, String kellService, String user, String password,
             String hostUser, String hostPassword) {
+        return login(server, kellService, user, password, hostUser, hostPassword, 0);
+    }
+
+    /**
+     * Logs in to the database that needs no server's name, such as the embedded one.
+     *
+     * @param user the database user
+     * @param password the user's password, left untouched. What the library is given is a copy, which
+     *     is gone when Java's collector has run
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String user, char[] password) {
+        return login("", user, password);
+    }
+
+    /**
+     * Logs in to the database of a server.
+     *
+     * @param server the server's name
+     * @param user the database user
+     * @param password the user's password, as in {@link #login(String, char[])}
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String server, String user, char[] password) {
+        return login(server, null, user, password, null, null);
+    }
+
+    /**
+     * Logs in to the database of a server on another host.
+     *
+     * @param server the server's name
+     * @param kellService the name of the Kell service on that host, or null
+     * @param user the database user
+     * @param password the user's password, as in {@link #login(String, char[])}
+     * @param hostUser the user on that host, or null
+     * @param hostPassword the password of that user, left untouched, or null
+     * @return the session
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     */
+    public static PovZelSession login(String server, String kellService, String user, char[] password,
+            String hostUser, char[] hostPassword) {
+        return login(server, kellService, user, text(password), hostUser, text(hostPassword), 0);
+    }
+
+    private static String text(char[] password) {
+        return password == null ? null : new String(password);
+    }
+
+    /** The same, with a time to wait for the library, 0 for as long as it takes. */
+    static PovZelSession login(String server, String kellService, String user, String password,
+            String hostUser, String hostPassword, long nanos) {
         Objects.requireNonNull(server, "The server is null");
         Objects.requireNonNull(user, "The user is null");
         Objects.requireNonNull(password, "The password is null");
-        PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.CALL, 0);
+        PovZelTurn turn = new PovZelTurn(null, PovZelTurn.Kind.CALL, nanos);
         PovZelLibrary.LOCK.enter(turn);
         try {
             PovZelLibrary.initialize();
@@ -121,7 +175,20 @@ public final class PovZelSession implements AutoCloseable {
         }
     }
 
+    /** Logs in; once more, when what the program forgot may have been in the way. */
     private static int login(PovZelLibrary.Native call) {
+        try {
+            return attemptLogin(call);
+        } catch (PovZelException e) {
+            if (e.getNumber() != TOO_MANY_SESSIONS && !(e instanceof PovZelMemoryException)) {
+                throw e;
+            }
+        }
+        PovZelLogins.collect();
+        return attemptLogin(call);
+    }
+
+    private static int attemptLogin(PovZelLibrary.Native call) {
         try {
             return PovZelLibrary.check(call);
         } catch (PovZelMemoryException e) {
@@ -568,7 +635,8 @@ public final class PovZelSession implements AutoCloseable {
         }
     }
 
-    private static long nanos(Duration timeout) {
+    /** A time as the locks take it, 0 for none. */
+    static long nanos(Duration timeout) {
         if (timeout == null) {
             return 0;
         }
@@ -739,6 +807,10 @@ public final class PovZelSession implements AutoCloseable {
      * Ends the session. Does nothing when it has ended. While another thread has the library, this
      * returns at once: the session is closed, its call that may be under way is stopped as {@link
      * #cancel()} does, and the database is told when that thread's call ends.
+     *
+     * <p>A session that is forgotten without this is logged out after Java's collector found it, and a
+     * warning to the log {@code com.tarvolin.povzel} of java.util.logging shows where it was logged in.
+     * One that comes from a {@link PovZelPool} is given back to it.
      *
      * @throws PovZelException if the database reports an error; the session has ended all the same
      */

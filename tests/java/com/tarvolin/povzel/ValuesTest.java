@@ -236,7 +236,7 @@ class ValuesTest {
                 Map.entry("type", () -> session.performFor(null, 1, "size")),
                 Map.entry("selector", () -> array.perform(null)),
                 Map.entry("user", () -> PovZelSession.login(null, "swordfish")),
-                Map.entry("password", () -> PovZelSession.login("DataCurator", null)),
+                Map.entry("password", () -> PovZelSession.login("DataCurator", (String) null)),
                 Map.entry("suspended error", () -> session.continueWith(null, 3)),
                 Map.entry("array of bytes", () -> session.newBytes(null)),
                 Map.entry("list of elements", () -> session.newArray(null)),

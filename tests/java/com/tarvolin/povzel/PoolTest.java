@@ -1,0 +1,183 @@
+package com.tarvolin.povzel;
+
+import static org.junit.jupiter.api.Assertions.*;
+
+import java.time.Duration;
+import java.time.LocalDateTime;
+import java.util.*;
+import java.util.concurrent.*;
+import java.util.logging.*;
+import org.junit.jupiter.api.*;
+
+// Pools, and sessions that the program forgot.
+class PoolTest {
+    private static final char[] PASSWORD = "swordfish".toCharArray();
+    private static final Logger LOG = Logger.getLogger("com.tarvolin.povzel");
+
+    private final PovZelSession watch = PovZelSession.login("DataCurator", PASSWORD);
+    private final BlockingQueue<LogRecord> warnings = new LinkedBlockingQueue<>();
+    private final ExecutorService threads = Executors.newCachedThreadPool();
+    private final Handler handler = new Handler() {
+        @Override
+        public void publish(LogRecord warning) {
+            warnings.add(warning);
+            throw new IllegalStateException("from a handler");
+        }
+
+        @Override
+        public void flush() {}
+
+        @Override
+        public void close() {}
+    };
+
+    @BeforeEach
+    void listen() {
+        LOG.addHandler(handler);
+        LOG.setUseParentHandlers(false);
+    }
+
+    @AfterEach
+    void logOut() {
+        LOG.removeHandler(handler);
+        assertEquals(1L, watch.execute("System sessionCount"));
+        watch.close();
+        threads.shutdownNow();
+    }
+
+    private static PovZelPool.Builder builder(int size) {
+        return PovZelPool.builder("", "DataCurator", PASSWORD).size(size);
+    }
+
+    // Takes a session on a thread of its own; returns when that waits or has it.
+    private Future<PovZelSession> taking(PovZelPool pool, BlockingQueue<Thread> takers) throws Exception {
+        Future<PovZelSession> session = threads.submit(() -> {
+            takers.add(Thread.currentThread());
+            return pool.session();
+        });
+        Thread taker = takers.take();
+        takers.add(taker);
+        while (taker.getState() != Thread.State.TIMED_WAITING && !session.isDone()) {
+            Thread.onSpinWait();
+        }
+        return session;
+    }
+
+    private static Throwable failure(Future<?> call) {
+        return assertThrows(ExecutionException.class, () -> call.get(60, TimeUnit.SECONDS)).getCause();
+    }
+
+    // The warning that a forgotten session brings.
+    private LogRecord warning() throws InterruptedException {
+        LogRecord warning = null;
+        while (warning == null) {
+            System.gc();
+            warning = warnings.poll(10, TimeUnit.MILLISECONDS);
+        }
+        return warning;
+    }
+
+    @Test
+    void nothingOfASessionIsLeftToTheNext() {
+        char[] password = PASSWORD.clone();
+        try (PovZelPool pool = PovZelPool.builder("", "DataCurator", password).size(1)
+                .maxWait(Duration.ofMillis(1)).build()) {
+            Arrays.fill(password, 'x');
+            PovZelSession first = pool.session();
+            PovZelObject array = first.executeForObject("left := 2. Globals at: #Left put: (Array new: 1)");
+            first.truncateTimes(true);
+            first.onChange(object -> fail("told of another's changes"));
+            first.setTimeout(Duration.ofNanos(1));
+            assertThrows(PovZelTimeoutException.class, pool::session);
+            first.close();
+            try (PovZelSession next = pool.session()) {
+                first.close();
+                assertFalse(next.needsCommit() || first.cancel() || first.isValid(null));
+                SessionTest.allThrow(IllegalStateException.class, () -> first.execute("3"),
+                        () -> array.perform("size"));
+                for (String text : List.of("left", "Left")) {
+                    assertThrows(PovZelException.class, () -> next.execute(text), text);
+                }
+                next.executeForObject("Late := Array new: 1").perform("at:put:", 1, 2);
+                next.pollChanges();
+                assertThrows(IllegalArgumentException.class, () ->
+                        next.perform(LocalDateTime.of(2024, 2, 29, 0, 0, 0, 1), "yourself"));
+                assertThrows(PovZelTimeoutException.class, pool::session, "a second close gave a place");
+            }
+        }
+    }
+
+    @Test
+    void thoseWhoWaitGetSessionsInTheirOrder() throws Exception {
+        PovZelPool pool = builder(1).build();
+        PovZelSession out = pool.session();
+        BlockingQueue<Thread> takers = new LinkedBlockingQueue<>();
+        Future<PovZelSession> interrupted = taking(pool, takers);
+        takers.take().interrupt();
+        assertInstanceOf(PovZelCancelledException.class, failure(interrupted));
+        Future<PovZelSession> early = taking(pool, new LinkedBlockingQueue<>());
+        List<Future<PovZelSession>> late = List.of(taking(pool, new LinkedBlockingQueue<>()),
+                taking(pool, new LinkedBlockingQueue<>()));
+
+        // Giving back waits for no call, of the session or another.
+        Future<?> running = threads.submit(() -> watch.execute("[true] whileTrue"));
+        while (PovZelLibrary.LOCK.turns() == 0) {
+            Thread.onSpinWait();
+        }
+        assertTimeout(Duration.ofSeconds(1), out::close);
+        assertFalse(running.isDone());
+        assertTrue(watch.cancel());
+        failure(running);
+        PovZelSession session = early.get(60, TimeUnit.SECONDS);
+        assertFalse(late.get(0).isDone() || late.get(1).isDone());
+        pool.close();
+        late.forEach(each -> assertInstanceOf(IllegalStateException.class, failure(each)));
+        assertThrows(IllegalStateException.class, pool::session);
+        assertEquals(7L, session.execute("3 + 4"), "what is out goes on");
+        session.close();
+        pool.close();
+    }
+
+    @Test
+    void sessionsThatDiedAreReplaced() {
+        try (PovZelPool pool = builder(1).validateAfter(Duration.ZERO).build()) {
+            PovZelSession first = pool.session();
+            first.close();
+            assertEquals(0, PovZelInterface._logout(first.id() + 1, null), "the one that waits");
+            PovZelSession next = pool.session();
+            assertEquals(7L, next.execute("3 + 4"));
+            assertEquals(0, PovZelInterface._logout(next.id(), null));
+            assertThrows(PovZelException.class, next::close);
+            pool.session().close();
+            assertThrows(PovZelLoginException.class, PovZelPool.builder("", "Nobody", "x").build()::session);
+        }
+    }
+
+    @Test
+    void forgottenSessionsAreLoggedOutAndTheirPlacesTold() throws Exception {
+        PovZelSession.login("DataCurator", "swordfish").execute("Globals at: #Mine put: 1");
+        LogRecord login = warning();
+        try (PovZelPool pool = builder(1).build()) {
+            pool.session().execute("3");
+            LogRecord leak = warning();
+            pool.session().close();
+            for (LogRecord each : List.of(login, leak)) {
+                assertEquals(Level.WARNING, each.getLevel());
+                assertTrue(Arrays.stream(each.getThrown().getStackTrace()).anyMatch(frame ->
+                        frame.getMethodName().equals("forgottenSessionsAreLoggedOutAndTheirPlacesTold")));
+            }
+            assertTrue(leak.getMessage().contains("pool") && !login.getMessage().contains("pool"));
+        }
+    }
+
+    // There is room for 64, and Java has no reason to collect.
+    @Test
+    void aLoginFindsTheRoomOfForgottenSessions() throws Exception {
+        for (int i = 0; i < 200; i++) {
+            PovZelSession.login("DataCurator", "swordfish");
+        }
+        for (int i = 0; i < 200; i++) {
+            assertNotNull(warning());
+        }
+    }
+}
