@@ -3,6 +3,14 @@ package com.tarvolin.povzel;
 /**
  * The natives of {@code libpovzel30}, as they are. Programs use {@link PovZelSession} instead.
  *
+ * <pre>{@code
+ * PovZelReport result = new PovZelReport();
+ * PovZelException error = new PovZelException();
+ * if (PovZelInterface._executeStr(session.id(), "3 + 4", result, error) < 0) {
+ *     System.out.println(error.getNumber() + ": " + error.getMessage());
+ * }
+ * }</pre>
+ *
  * <p>The library must be loaded ({@link System#load}) before the first call, and {@link #_initialize}
  * must be that call. The natives share state without a lock: a program makes at most one call at a
  * time, whatever the session.

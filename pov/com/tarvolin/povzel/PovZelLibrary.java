@@ -9,6 +9,14 @@ import java.io.File;
  * program that wants others calls {@link #initialize(boolean, String, int, int, boolean)} before its
  * first login.
  *
+ * <pre>{@code
+ * if (PovZelLibrary.isAvailable()) {
+ *     PovZelLibrary.initialize(false, "reports", 1 << 20, 4096, false);
+ * } else {
+ *     System.out.println(PovZelLibrary.unavailabilityCause().getMessage());
+ * }
+ * }</pre>
+ *
  * <p>The library is the file that the system property {@value #LIBRARY_PROPERTY} names or
  * {@value #FILE_NAME} in the {@code lib} of the installation that {@value #HOME_PROPERTY} names. When
  * neither is set, it is the first one in {@code $TARVOLIN/lib}, in a directory of

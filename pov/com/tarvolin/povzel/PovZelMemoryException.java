@@ -1,8 +1,8 @@
 package com.tarvolin.povzel;
 
 /**
- * The database has no room for what was asked of it. The references that the program has forgotten
- * were given up before this was thrown, so that the next call may find room.
+ * The database has no room for what was asked of it. The references and sessions that the
+ * program has forgotten were given up before this was thrown, so that the next call may find room.
  *
  * <pre>{@code
  * try {

@@ -12,6 +12,13 @@ import java.util.function.LongConsumer;
 /**
  * A reference to an object of the database.
  *
+ * <pre>{@code
+ * try (PovZelObject set = session.executeForObject("Set new")) {
+ *     set.perform("add:", "once");
+ *     System.out.println(set.className() + ": " + set.value());
+ * }
+ * }</pre>
+ *
  * <p>The database keeps the object for the session while a reference to it exists. {@link #close()}
  * gives it up at once; a reference that the program merely forgets is given up some time after it was
  * garbage-collected, at one of the session's next calls. Indexes count from 1, as in the database.

@@ -3,6 +3,14 @@ package com.tarvolin.povzel;
 /**
  * Names one database object, and describes it as far as the call that filled the report did.
  *
+ * <pre>{@code
+ * PovZelReport report = new PovZelReport();
+ * report.oop = object.oop();
+ * if (PovZelInterface._setup(session.id(), report, new PovZelException()) == 0) {
+ *     System.out.println(report.namedSize + " named slots, " + report.indexedSize + " others");
+ * }
+ * }</pre>
+ *
  * <p>A native fills a report with an object's oop, its class, its sizes and the first part of its
  * contents. A report given to a native names the object whose oop it holds or, when {@link #objType}
  * is -1, a new value that the native creates in the database first: {@link #valueType} says which of

@@ -1,7 +1,8 @@
 package com.tarvolin.povzel;
 
 /**
- * A call that took longer than its session allows. What it ran was stopped.
+ * A call that took longer than its session allows. What it ran was stopped. Or a pool had no session
+ * to give in the time that it may take.
  *
  * <pre>{@code
  * session.setTimeout(Duration.ofSeconds(5));
@@ -13,6 +14,7 @@ package com.tarvolin.povzel;
  * }</pre>
  *
  * @see PovZelSession#setTimeout(java.time.Duration)
+ * @see PovZelPool.Builder#maxWait(java.time.Duration)
  */
 public final class PovZelTimeoutException extends PovZelException {
     private static final long serialVersionUID = 1L;

@@ -31,6 +31,19 @@ class DocumentTest {
             }
             """;
 
+    private static final String EXAMPLE = """
+            import com.tarvolin.povzel.*;
+            import java.time.*;
+            import java.util.*;
+            abstract class %s {
+                PovZelSession session;
+                PovZelObject object, account, from, to;
+                void show() throws Exception {
+            %s
+                }
+            }
+            """;
+
     @TempDir
     private static Path directory;
 
@@ -60,6 +73,26 @@ class DocumentTest {
                 () -> of + "\nprinted:\n" + output + "\nnot:\n" + expected);
     }
 
+    // Each public class shows in its documentation how it is used.
+    private void extractJavadoc() throws IOException {
+        Path classes = SOURCES.resolve("pov/com/tarvolin/povzel");
+        try (DirectoryStream<Path> sources = Files.newDirectoryStream(classes, "*.java")) {
+            for (Path source : sources) {
+                String text = Files.readString(source);
+                Matcher example = matcher("<pre>\\{@code\n(.*?)}</pre>", text);
+                boolean found = false;
+                while (example.find()) {
+                    found |= text.lastIndexOf("\npublic ") > example.start();
+                    String name = "Example" + source.getFileName().toString().replace(".java", "_")
+                            + example.start();
+                    Files.writeString(directory.resolve(name + ".java"), String.format(EXAMPLE, name,
+                            example.group(1).replaceAll("(?m)^ *\\*", "")));
+                }
+                assertTrue(found || !text.contains("\npublic "), source + " has no example");
+            }
+        }
+    }
+
     // Compiles the examples and the document's Java, each piece of which has its output behind it.
     @BeforeAll
     void compile() throws IOException {
@@ -75,6 +108,7 @@ class DocumentTest {
                 outputs.put(name, block.group(3));
             }
         }
+        extractJavadoc();
         assertEquals("", run("javac --release 8 -encoding UTF-8 -Xlint:all,-try -Werror -cp " + JAR
                 + " -d . *.java " + SOURCES + "/examples/*.java"));
     }
