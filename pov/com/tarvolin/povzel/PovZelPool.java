@@ -25,8 +25,8 @@ import java.util.concurrent.TimeUnit;
  * changes, variables, references, listeners or settings. One that does not answer any more is replaced
  * in the same way.
  *
- * <p>The library takes one call at a time, whatever the sessions: a pool keeps the work of threads apart,
- * and lets none of them wait for a login, but their calls take turns.
+ * <p>The library takes one call at a time, whatever the sessions: a pool keeps the work of threads apart
+ * and spares most of them the login, but their calls take turns.
  *
  * <p>A session that is forgotten instead of being given back is logged out after Java's collector
  * found it, and has its place in the pool again; a warning to the log {@code com.tarvolin.povzel} of

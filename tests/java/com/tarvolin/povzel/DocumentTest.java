@@ -124,6 +124,9 @@ class DocumentTest {
 
     @Test
     void commandsPrintWhatTheDocumentSays() throws IOException {
+        Matcher setting = matcher("```sh\n(.*?)```", document);
+        assertTrue(setting.find());
+        assertEquals("", run("cd " + SOURCES + "\n" + setting.group(1) + "test -x $JAVA32 || echo $JAVA32"));
         Matcher command = matcher("^\\$ ([^\n]*)\n((?:(?!\\$ |```)[^\n]*\n)*)", document);
         while (command.find()) {
             assertLike(command.group(2), run(command.group(1)), command.group(1));
