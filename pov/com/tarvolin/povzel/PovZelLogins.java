@@ -88,6 +88,23 @@ final class PovZelLogins {
         }
     }
 
+    /** Where the sessions were taken that programs have of a pool. */
+    static List<Throwable> places(PovZelPool pool) {
+        List<Throwable> places = new ArrayList<>();
+        for (Login each : open()) {
+            if (each.pool == pool) {
+                places.add(each.place);
+            }
+        }
+        return places;
+    }
+
+    private static List<Login> open() {
+        synchronized (OPEN) {
+            return new ArrayList<>(OPEN);
+        }
+    }
+
     /**
      * Has Java's collector run, and gives up what the program had forgotten: sessions, and references
      * of every session. Within a call: what the calls of this thread have touched stays.
@@ -104,11 +121,7 @@ final class PovZelLogins {
         if (mine.outer == null) {
             PovZelLibrary.LOCK.logOutClosed();
         }
-        List<Login> open;
-        synchronized (OPEN) {
-            open = new ArrayList<>(OPEN);
-        }
-        for (Login each : open) {
+        for (Login each : open()) {
             each.references.releaseCollected(each.id,
                     inUse.getOrDefault(each.references, Collections.emptySet()));
         }

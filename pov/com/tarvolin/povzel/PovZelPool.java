@@ -172,7 +172,7 @@ public final class PovZelPool implements AutoCloseable {
      *
      * @return the session, which nobody has used before; {@link PovZelSession#close()} gives it back
      * @throws PovZelTimeoutException if none was to be had in the time that {@link Builder#maxWait}
-     *     allows
+     *     allows. The suppressed exceptions show where those were taken that others have
      * @throws PovZelCancelledException if the thread is interrupted, which it still is then
      * @throws PovZelLoginException if the database refuses a login
      * @throws IllegalStateException if the pool is closed, or was while this waited
@@ -198,8 +198,7 @@ public final class PovZelPool implements AutoCloseable {
             if (maxWaitNanos == 0) {
                 places.acquire();
             } else if (!places.tryAcquire(maxWaitNanos, TimeUnit.NANOSECONDS)) {
-                throw PovZelException.timedOut("No session was given back to the pool within "
-                        + Duration.ofNanos(maxWaitNanos) + ": all " + size + " are taken");
+                throw allTaken();
             }
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
@@ -210,6 +209,14 @@ public final class PovZelPool implements AutoCloseable {
             places.release();
             throw closedFailure();
         }
+    }
+
+    private PovZelTimeoutException allTaken() {
+        PovZelTimeoutException failure = PovZelException.timedOut(
+                "No session was given back to the pool within " + Duration.ofNanos(maxWaitNanos)
+                + ": all " + size + " are taken");
+        PovZelLogins.places(this).forEach(failure::addSuppressed);
+        return failure;
     }
 
     private static IllegalStateException closedFailure() {

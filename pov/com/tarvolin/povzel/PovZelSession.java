@@ -168,10 +168,19 @@ public final class PovZelSession implements AutoCloseable {
         PovZelLibrary.LOCK.enter(turn);
         try {
             PovZelLibrary.initialize();
-            return new PovZelSession(login(e -> PovZelInterface._login(server, kellService, user,
-                    password, hostUser, hostPassword, e)));
+            return open(login(e -> PovZelInterface._login(server, kellService, user, password,
+                    hostUser, hostPassword, e)));
         } finally {
             PovZelLibrary.LOCK.leave(turn);
+        }
+    }
+
+    private static PovZelSession open(int id) {
+        try {
+            return new PovZelSession(id);
+        } catch (OutOfMemoryError e) {
+            PovZelInterface._logout(id, null);
+            throw e;
         }
     }
 

@@ -77,6 +77,10 @@ class PoolTest {
         return warning;
     }
 
+    private static boolean tellsOf(String method, Throwable place) {
+        return Arrays.stream(place.getStackTrace()).anyMatch(each -> each.getMethodName().equals(method));
+    }
+
     @Test
     void nothingOfASessionIsLeftToTheNext() {
         char[] password = PASSWORD.clone();
@@ -88,7 +92,8 @@ class PoolTest {
             first.truncateTimes(true);
             first.onChange(object -> fail("told of another's changes"));
             first.setTimeout(Duration.ofNanos(1));
-            assertThrows(PovZelTimeoutException.class, pool::session);
+            Throwable late = assertThrows(PovZelTimeoutException.class, pool::session);
+            assertTrue(tellsOf("nothingOfASessionIsLeftToTheNext", late.getSuppressed()[0]));
             first.close();
             try (PovZelSession next = pool.session()) {
                 first.close();
@@ -163,8 +168,7 @@ class PoolTest {
             pool.session().close();
             for (LogRecord each : List.of(login, leak)) {
                 assertEquals(Level.WARNING, each.getLevel());
-                assertTrue(Arrays.stream(each.getThrown().getStackTrace()).anyMatch(frame ->
-                        frame.getMethodName().equals("forgottenSessionsAreLoggedOutAndTheirPlacesTold")));
+                assertTrue(tellsOf("forgottenSessionsAreLoggedOutAndTheirPlacesTold", each.getThrown()));
             }
             assertTrue(leak.getMessage().contains("pool") && !login.getMessage().contains("pool"));
         }
