@@ -247,8 +247,14 @@ class CallsTest {
     @Test
     void aFullDatabaseGetsRoom() {
         byte[] bytes = new byte[12_000_000];
-        for (int i = 0; i < 70; i++) {
-            (i < 20 ? other : session).newBytes(bytes);
+        List<PovZelObject> forgotten = new ArrayList<>();
+        for (int i = 0; i < 13; i++) {
+            forgotten.add(other.newBytes(bytes));
+        }
+        forgotten.clear();
+        session.newBytes(new byte[4 * bytes.length]).close();
+        for (int i = 0; i < 50; i++) {
+            session.newBytes(bytes);
         }
         int failures = 0;
         for (int i = 0; i < 50; i++) {
