@@ -31,19 +31,6 @@ class DocumentTest {
             }
             """;
 
-    private static final String EXAMPLE = """
-            import com.tarvolin.povzel.*;
-            import java.time.*;
-            import java.util.*;
-            abstract class %s {
-                PovZelSession session;
-                PovZelObject object, account, from, to;
-                void show() throws Exception {
-            %s
-                }
-            }
-            """;
-
     @TempDir
     private static Path directory;
 
@@ -75,20 +62,16 @@ class DocumentTest {
 
     // Each public class shows in its documentation how it is used.
     private void extractJavadoc() throws IOException {
-        Path classes = SOURCES.resolve("pov/com/tarvolin/povzel");
-        try (DirectoryStream<Path> sources = Files.newDirectoryStream(classes, "*.java")) {
-            for (Path source : sources) {
-                String text = Files.readString(source);
-                Matcher example = matcher("<pre>\\{@code\n(.*?)}</pre>", text);
-                boolean found = false;
-                while (example.find()) {
-                    found |= text.lastIndexOf("\npublic ") > example.start();
-                    String name = "Example" + source.getFileName().toString().replace(".java", "_")
-                            + example.start();
-                    Files.writeString(directory.resolve(name + ".java"), String.format(EXAMPLE, name,
-                            example.group(1).replaceAll("(?m)^ *\\*", "")));
-                }
-                assertTrue(found || !text.contains("\npublic "), source + " has no example");
+        for (File source : SOURCES.resolve("pov/com/tarvolin/povzel").toFile().listFiles(File::isFile)) {
+            String text = Files.readString(source.toPath());
+            int declared = text.lastIndexOf("\npublic ");
+            Matcher example = matcher("<pre>\\{@code\n(.*?)}</pre>", text);
+            assertTrue(declared < 0 || example.find() && example.start() < declared, source.toString());
+            for (example.reset(); example.find();) {
+                String name = source.getName().replace(".java", "Example") + example.start();
+                Files.writeString(directory.resolve(name + ".java"), String.format(FRAGMENT, name,
+                        "new Object() { PovZelObject object, account, from, to; void show() throws Exception {"
+                        + example.group(1).replaceAll("(?m)^ *\\*", "") + "}};"));
             }
         }
     }
