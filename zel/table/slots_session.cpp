@@ -4,9 +4,10 @@
 
 namespace zel {
 
+// Never destroyed: when the process ends by exit, other threads may still run programs.
 Library& library() {
-  static Library loaded;
-  return loaded;
+  static Library* const loaded = new Library;
+  return *loaded;
 }
 
 Database& openDatabase() {
