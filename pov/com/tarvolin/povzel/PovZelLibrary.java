@@ -240,6 +240,23 @@ public final class PovZelLibrary {
                 : null;
     }
 
+    /**
+     * Starts a thread that keeps neither the JVM nor a class loader of the program's.
+     *
+     * @return whether there was a thread to be had
+     */
+    static boolean startDaemon(String name, Runnable work) {
+        try {
+            Thread thread = new Thread(work, name);
+            thread.setDaemon(true);
+            thread.setContextClassLoader(null);
+            thread.start();
+            return true;
+        } catch (OutOfMemoryError | SecurityException e) {
+            return false;
+        }
+    }
+
     static PovZelException failure(String message, Throwable cause) {
         return PovZelException.failure(PovZelException.BRIDGE, message, cause);
     }

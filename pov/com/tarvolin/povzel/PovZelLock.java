@@ -277,19 +277,8 @@ final class PovZelLock {
      */
     private void startWatching() {
         synchronized (waiting) {
-            if (watched) {
-                return;
-            }
-            try {
-                Thread watch = new Thread(this::watch, "povzel watch");
-                watch.setDaemon(true);
-                watch.setContextClassLoader(null);
-                watch.start();
-                watched = true;
-            } catch (OutOfMemoryError | SecurityException e) {
-                // No thread is to be had, and the call goes on without: the next one tries again.
-                watched = false;
-            }
+            // When no thread is to be had the call goes on without, and the next one tries again.
+            watched = watched || PovZelLibrary.startDaemon("povzel watch", this::watch);
         }
     }
 

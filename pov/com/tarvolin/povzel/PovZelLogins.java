@@ -143,19 +143,9 @@ final class PovZelLogins {
     }
 
     private static void startWatching() {
-        if (watched) {
-            return;
-        }
-        try {
-            Thread watch = new Thread(PovZelLogins::watch, "povzel forgotten sessions");
-            watch.setDaemon(true);
-            watch.setContextClassLoader(null);
-            watch.start();
-            watched = true;
-        } catch (OutOfMemoryError | SecurityException e) {
-            // No thread is to be had: the next login tries again.
-            watched = false;
-        }
+        // When no thread is to be had the next login tries again.
+        watched = watched
+                || PovZelLibrary.startDaemon("povzel forgotten sessions", PovZelLogins::watch);
     }
 
     private static void watch() {
