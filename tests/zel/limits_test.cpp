@@ -1,4 +1,5 @@
 // Limits: what never ends, grows or nests too far becomes an error, and memory comes back.
+#include <dlfcn.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -180,6 +181,27 @@ TEST_F(Limits, SmallTextsRunInAProcessWithoutMemory) {
                               "[h add: 1 -> (Dictionary new at: 1 put: 2; yourself)] repeat"}) {
     EXPECT_EXIT(fillAndEmpty(filling), testing::ExitedWithCode(0), "") << filling;
   }
+}
+
+// The library as it is loaded: what the C++ runtime keeps for a thread is there before it throws.
+TEST(LoadedLibrary, AThreadsFirstErrorNeedsNoMemory) {
+  const auto failWithoutMemory = [] {
+    const auto getTable = reinterpret_cast<const ZelRtlJumpSType* (*)()>(
+        dlsym(dlopen(ZEL_LIBRARY, RTLD_NOW | RTLD_LOCAL), "ZelGetRtlTable"));
+    const ZelRtlJumpSType* loaded = getTable();
+    loaded->ZelInit();
+    loaded->ZelLogin("SystemUser", "swordfish");
+    std::thread([loaded] {
+      const rlimit room{100U << 20, 100U << 20};
+      setrlimit(RLIMIT_AS, &room);
+      while (std::malloc(8) != nullptr) {
+      }
+      ZelErrSType error{};
+      loaded->ZelExecuteStr("nil foo", NilOop);
+      _exit(loaded->ZelErr(&error) != 0 && (error.number == 2010 || error.number == 2208) ? 0 : 1);
+    }).join();
+  };
+  EXPECT_EXIT(failWithoutMemory(), testing::ExitedWithCode(0), "");
 }
 #endif
 

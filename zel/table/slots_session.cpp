@@ -6,7 +6,8 @@ namespace zel {
 
 // Never destroyed: when the process ends by exit, other threads may still run programs.
 Library& library() {
-  static Library* const loaded = new Library;
+  alignas(Library) static std::byte storage[sizeof(Library)];
+  static Library* const loaded = new (storage) Library;
   return *loaded;
 }
 
