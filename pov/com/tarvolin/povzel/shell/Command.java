@@ -11,6 +11,7 @@ enum Command {
     CLASS("TEXT", "shows the class of a text's result, and what that inherits from"),
     DESCRIBE("CLASS", "shows what instances of a class have and understand"),
     STACK("", "shows where the text that failed last was, innermost first"),
+    CONTINUE("", "goes on with the text that Ctrl-C interrupted last"),
     COMMIT("", "makes the changes of the session permanent and seen by all"),
     ABORT("", "takes the changes back that are not committed"),
     TIME("on|off", "shows how long each text ran, or no longer"),

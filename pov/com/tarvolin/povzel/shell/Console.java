@@ -1,38 +1,53 @@
 package com.tarvolin.povzel.shell;
 
+import java.io.BufferedInputStream;
+import java.io.ByteArrayOutputStream;
 import java.io.Closeable;
-import java.io.IOError;
+import java.io.File;
+import java.io.FileInputStream;
 import java.io.IOException;
-import java.nio.charset.CharacterCodingException;
+import java.io.InputStream;
+import java.io.OutputStream;
+import java.io.UncheckedIOException;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
-import java.nio.file.Path;
 import java.util.logging.Level;
 import java.util.logging.Logger;
-import org.jline.reader.EOFError;
-import org.jline.reader.EndOfFileException;
-import org.jline.reader.LineReader;
-import org.jline.reader.LineReaderBuilder;
-import org.jline.reader.ParsedLine;
 import org.jline.reader.UserInterruptException;
-import org.jline.reader.impl.DefaultParser;
+import org.jline.terminal.Attributes;
+import org.jline.terminal.Attributes.LocalFlag;
+import org.jline.terminal.Size;
 import org.jline.terminal.Terminal;
 import org.jline.terminal.impl.ExecPty;
 import org.jline.terminal.impl.PosixSysTerminal;
+import org.jline.utils.InfoCmp;
+import org.jline.utils.InfoCmp.Capability;
 
-/** The user's terminal: line editing, history, and passwords that are not shown. */
+/** The user's terminal: lines, which can be edited if it can move its cursor, and passwords. */
 final class Console implements Closeable {
     private static final String DEVICE = "/dev/tty";
-    private static final int MOST_FAILURES = 3;
-    /** What users name as the history when they want none. */
-    private static final Path NOWHERE = Path.of("/dev/null");
+    private static final String PAGER = "less -RFX";
+    private static final boolean PAGED = Boolean.getBoolean("povzel.paged");
+    private static final int UNKNOWN_PROGRAM = 127;
+    private static final int COLUMNS = 80;
+    private static final int ROWS = 24;
+    private static final int INTERRUPTED = 128 + 2;
+    /** A terminal that can do nothing, and the one that most others are like. */
+    private static final String LEAST = "dumb";
+    private static final String USUAL = "xterm";
 
     /** The line reader's log, whose entries are traces of Java. A logger lives as long as it is kept. */
     private static final Logger LOG = Logger.getLogger("org.jline");
 
     private final Terminal terminal;
-    private LineReader reader;
-    private int failures;
+    private final InputStream device;
+    private final Editor editor;
+    private volatile Runnable interruption = () -> System.exit(INTERRUPTED);
+    /** Without an editor: whether a line is being typed, and whether Ctrl-C dropped what was before it. */
+    private volatile boolean typing;
+    private volatile boolean dropped;
+    private volatile String firstPrompt = "";
+    private String kept;
+    private boolean told;
 
     /** The terminal itself, wherever the standard descriptors lead. */
     private static final class Device extends ExecPty {
@@ -41,120 +56,188 @@ final class Console implements Closeable {
         }
     }
 
-    /** Asks for another line while something is open. */
-    private static final class TextParser extends DefaultParser {
+    /** A terminal that nobody gave a size has the usual one. */
+    private static final class Sized extends PosixSysTerminal {
+        Sized(String type) throws IOException {
+            super("povzel", type, new Device(), StandardCharsets.UTF_8.name(), false, SignalHandler.SIG_DFL);
+        }
+
         @Override
-        public ParsedLine parse(String line, int cursor, ParseContext context) {
-            if (context == ParseContext.ACCEPT_LINE && !Text.isComplete(line)) {
-                throw new EOFError(-1, -1, "The text is not complete");
-            }
-            return super.parse(line, cursor, context);
+        public Size getSize() {
+            Size size = super.getSize();
+            return size.getColumns() > 0 && size.getRows() > 0 ? size : new Size(COLUMNS, ROWS);
         }
     }
 
     Console() throws IOException {
         LOG.setLevel(Level.OFF);
-        String type = System.getenv().getOrDefault("TERM", "dumb");
-        terminal = new PosixSysTerminal("povzel", type, new Device(), StandardCharsets.UTF_8.name(), true,
-                Terminal.SignalHandler.SIG_DFL);
+        terminal = new Sized(type());
+        terminal.handle(Terminal.Signal.INT, signal -> interrupt());
+        device = new BufferedInputStream(new FileInputStream(DEVICE));
+        editor = terminal.getStringCapability(Capability.cursor_left) == null ? null : new Editor(terminal);
+    }
+
+    /** The kind of terminal, of which something is known. */
+    private static String type() throws IOException {
+        String named = System.getenv("TERM");
+        if (named == null || named.isEmpty()) {
+            return LEAST;
+        }
+        try {
+            // What is no description has no line of capabilities.
+            return InfoCmp.getInfoCmp(named).contains("\n\t") ? named : USUAL;
+        } catch (IOException e) {
+            return named.equals(LEAST) ? LEAST : USUAL;
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            throw new IOException("interrupted", e);
+        }
+    }
+
+    /** Says what Ctrl-C does while no line is read; at first it ends the process. */
+    void onInterrupt(Runnable interruption) {
+        this.interruption = interruption;
+    }
+
+    private void interrupt() {
+        if (typing) {
+            // The terminal itself has dropped the line.
+            dropped = true;
+            write("\n" + firstPrompt);
+        } else {
+            interruption.run();
+        }
+    }
+
+    /** Shows a line in the place of the last one, if the terminal can do that, and only the first otherwise. */
+    void showStatus(String line) {
+        if (editor != null) {
+            write("\r" + line);
+        } else if (!told) {
+            print(line);
+        }
+        told = true;
+    }
+
+    void clearStatus() {
+        told = false;
+        if (editor != null) {
+            terminal.puts(Capability.carriage_return);
+            terminal.puts(Capability.clr_eol);
+            terminal.flush();
+        }
+    }
+
+    /** Notes what was entered, for the user to come back to. */
+    void keep(String entry) {
+        if (editor != null) {
+            editor.keep(entry);
+        }
+    }
+
+    /** Shows what may be longer than the screen; answers whether it was, and the user's pager showed it. */
+    boolean page(String text) {
+        String pager = System.getenv().getOrDefault("PAGER", PAGER);
+        if (pager.isBlank() || !PAGED || fits(text)) {
+            return false;
+        }
+        try {
+            Process process = new ProcessBuilder("sh", "-c", pager).redirectOutput(new File(DEVICE))
+                    .redirectError(new File(DEVICE)).start();
+            try (OutputStream to = process.getOutputStream()) {
+                to.write((text + "\n").getBytes(StandardCharsets.UTF_8));
+            } catch (IOException e) {
+                // The user has seen enough, or there is no such pager.
+            }
+            return process.waitFor() != UNKNOWN_PROGRAM;
+        } catch (IOException e) {
+            return false;
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            return true;
+        }
+    }
+
+    private boolean fits(String text) {
+        Size size = terminal.getSize();
+        int rows = 0;
+        for (int at = 0; at < text.length() && rows < size.getRows(); rows++) {
+            int end = text.indexOf('\n', at);
+            int length = (end < 0 ? text.length() : end) - at;
+            rows += Math.max(0, length - 1) / size.getColumns();
+            at += length + 1;
+        }
+        return rows < size.getRows();
     }
 
     /** Reads a password, or null when the user declines. */
     String readPassword(String prompt) {
-        LineReader unseen = LineReaderBuilder.builder().terminal(terminal)
-                .variable(LineReader.DISABLE_HISTORY, true).build();
+        Attributes shown = terminal.getAttributes();
+        Attributes hidden = new Attributes(shown);
+        hidden.setLocalFlag(LocalFlag.ECHO, false);
+        terminal.setAttributes(hidden);
         try {
-            return unseen.readLine(prompt, '\0');
-        } catch (EndOfFileException | UserInterruptException e) {
-            return null;
+            write(prompt);
+            String line = readBytes();
+            return line == null ? null : line.stripTrailing();
         } finally {
+            terminal.setAttributes(shown);
             // Neither is the end of the line shown.
             print("");
         }
     }
 
-    /** Reads a text, null at the end of the input; one that the user interrupts is empty. */
-    String readText(String prompt) {
-        try {
-            String text = reader().readLine(prompt);
-            failures = 0;
-            return text;
-        } catch (UserInterruptException e) {
-            return "";
-        } catch (EndOfFileException e) {
-            return null;
-        } catch (IOError e) {
-            // An interrupt also ends the stty that prepares the terminal. Lasting trouble is another thing.
-            if (++failures > MOST_FAILURES) {
-                throw e;
-            }
-            Thread.interrupted();
-            return "";
-        }
+    /**
+     * Reads a line with its end, null at the end of the input.
+     *
+     * @throws UserInterruptException if the user drops it and what it goes on with
+     */
+    String readLine(String prompt, boolean goesOn) {
+        return editor != null ? editor.readLine(prompt) : readPlainly(prompt, goesOn);
     }
 
-    void print(String text) {
-        terminal.writer().println(text);
+    private String readPlainly(String prompt, boolean goesOn) {
+        String line = kept;
+        kept = null;
+        if (line != null) {
+            return line;
+        }
+        firstPrompt = goesOn ? firstPrompt : prompt;
+        dropped = false;
+        typing = true;
+        write(prompt);
+        line = readBytes();
+        typing = false;
+        if (dropped && goesOn) {
+            kept = line;
+            throw new UserInterruptException("");
+        }
+        return line;
+    }
+
+    private String readBytes() {
+        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+        try {
+            int next;
+            do {
+                next = device.read();
+                if (next >= 0) {
+                    bytes.write(next);
+                }
+            } while (next >= 0 && next != '\n');
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
+        return bytes.size() == 0 ? null : bytes.toString(StandardCharsets.UTF_8);
+    }
+
+    private void write(String text) {
+        terminal.writer().print(text);
         terminal.writer().flush();
     }
 
-    private LineReader reader() {
-        if (reader == null) {
-            TextParser parser = new TextParser();
-            parser.setQuoteChars(new char[0]);
-            parser.setEscapeChars(new char[0]);
-            LineReaderBuilder builder = LineReaderBuilder.builder().terminal(terminal)
-                    .appName("povzel").parser(parser)
-                    .variable(LineReader.SECONDARY_PROMPT_PATTERN, "....... ");
-            keepHistory(builder, historyFile());
-            reader = builder.build();
-            // Texts may hold exclamation marks, and blanks matter to nobody.
-            reader.setOpt(LineReader.Option.DISABLE_EVENT_EXPANSION);
-            reader.unsetOpt(LineReader.Option.INSERT_TAB);
-        }
-        return reader;
-    }
-
-    private static Path historyFile() {
-        String named = System.getenv("POVZEL_HISTORY");
-        return named != null && !named.isEmpty() ? Path.of(named)
-                : Path.of(System.getProperty("user.home"), ".povzel_history");
-    }
-
-    /** The conversation goes on without a history where there cannot be one. */
-    private void keepHistory(LineReaderBuilder builder, Path file) {
-        String obstacle = obstacle(file);
-        if (obstacle == null) {
-            builder.variable(LineReader.HISTORY_FILE, file);
-        } else {
-            print("povzel: no history is kept in " + file + ": " + obstacle
-                    + "\nName another file with POVZEL_HISTORY");
-        }
-    }
-
-    /** What the line reader would fail at; null if nothing. */
-    private static String obstacle(Path file) {
-        try {
-            if (!Files.exists(file)) {
-                Path folder = Files.createDirectories(file.toAbsolutePath().getParent());
-                return Files.isWritable(folder) ? null : "its folder cannot be written";
-            }
-            if (file.equals(NOWHERE)) {
-                return null;
-            }
-            if (!Files.isRegularFile(file)) {
-                return Files.isDirectory(file) ? "it is a folder" : "it is not a regular file";
-            }
-            if (!Files.isReadable(file) || !Files.isWritable(file)) {
-                return "it cannot be read and written";
-            }
-            Files.readString(file);
-            return null;
-        } catch (CharacterCodingException e) {
-            return "it holds what is no UTF-8";
-        } catch (IOException e) {
-            return "its folder cannot be made";
-        }
+    void print(String text) {
+        write(text + "\n");
     }
 
     @Override

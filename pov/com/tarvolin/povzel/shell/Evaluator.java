@@ -12,6 +12,7 @@ import java.util.function.Supplier;
 final class Evaluator {
     /** The built-in database carries this one out without running a program. */
     private static final String TAKE_TRANSCRIPT = "System takeTranscript";
+    private static final int INTERRUPTED = 6003;
 
     private final PovZelSession session;
     private final Options options;
@@ -21,6 +22,7 @@ final class Evaluator {
     private PovZelException failure;
     private boolean timed;
     private boolean evaluated;
+    private boolean interrupted;
     private boolean finished;
     private boolean lost;
 
@@ -45,7 +47,7 @@ final class Evaluator {
         this.options = options;
         printer = new Printer(session);
         look = options.inJson() ? new Json(session, printer)::result
-                : conversation ? printer::withClass : printer::plain;
+                : conversation ? printer::whole : printer::plain;
     }
 
     /** Whether the user asked to end, or the session has ended. */
@@ -58,17 +60,19 @@ final class Evaluator {
         return lost;
     }
 
-    /** Runs what was entered in a conversation. */
-    Outcome run(String entered) {
-        return run(Entry.of(entered, null));
+    /** Takes it back that the user asked to end. */
+    void goOn() {
+        finished = false;
     }
 
     Outcome run(Entry entry) {
         evaluated = false;
+        interrupted = false;
         long start = System.nanoTime();
         Outcome outcome = attempt(entry);
         long nanos = System.nanoTime() - start;
-        if (options.commit && evaluated) {
+        // A text that was interrupted may go on, with what it has changed so far.
+        if (options.commit && evaluated && !interrupted) {
             outcome = settled(entry, outcome);
         }
         String remark = timed && evaluated ? withTime(outcome.remark, nanos) : outcome.remark;
@@ -103,7 +107,7 @@ final class Evaluator {
             return command(entry);
         }
         return Text.isEmpty(entry.text()) ? Outcome.result(null)
-                : guarded(entry.start(), () -> look.apply(evaluate(entry.text())));
+                : guarded(entry.start(), () -> look.apply(evaluate(() -> session.evaluate(entry.text()))));
     }
 
     /** The output of what the database does for an entry that begins at a place. */
@@ -113,6 +117,7 @@ final class Evaluator {
         } catch (PovZelException e) {
             Trouble trouble = printer.trouble(e, start);
             lost |= trouble.fatal();
+            interrupted = e.getNumber() == INTERRUPTED;
             return failed(trouble);
         } catch (IllegalArgumentException e) {
             return failed(new Trouble(start, 0, e.getMessage()));
@@ -124,11 +129,12 @@ final class Evaluator {
                 : new Outcome(false, "", null, trouble.text());
     }
 
-    private Object evaluate(String text) {
+    /** The result of a text that is run, or goes on. */
+    private Object evaluate(Supplier<Object> run) {
         Object result;
         evaluated = true;
         try {
-            result = session.evaluate(text);
+            result = run.get();
         } catch (PovZelException e) {
             failure = e;
             throw e;
@@ -152,6 +158,7 @@ final class Evaluator {
             case INSPECT -> viewed(entry, rest, printer::inspection);
             case CLASS -> viewed(entry, rest, value -> printer.lineage(printer.classOf(value)));
             case DESCRIBE -> viewed(entry, rest, printer::description);
+            case CONTINUE -> guarded(entry.start(), () -> look.apply(evaluate(continuation())));
             case STACK -> guarded(entry.start(), () -> shown(stack()));
             case COMMIT -> guarded(entry.start(), this::commit).saying("committed", options.quiet);
             case ABORT -> guarded(entry.start(), this::abort).saying("aborted", options.quiet);
@@ -169,7 +176,7 @@ final class Evaluator {
     /** A view of the result of the text behind a command's name; without one, of the last result. */
     private Outcome viewed(Entry entry, String text, Function<Object, String> view) {
         return text.isEmpty() ? guarded(entry.start(), () -> shown(view.apply(last)))
-                : guarded(entry.at(text), () -> shown(view.apply(evaluate(text))));
+                : guarded(entry.at(text), () -> shown(view.apply(evaluate(() -> session.evaluate(text)))));
     }
 
     /** What a command tells, which is no result. */
@@ -183,6 +190,14 @@ final class Evaluator {
             throw new IllegalArgumentException("no text has failed while it ran");
         }
         return stack;
+    }
+
+    private Supplier<Object> continuation() {
+        PovZelException interruption = failure;
+        if (interruption == null || interruption.getNumber() != INTERRUPTED) {
+            throw new IllegalArgumentException("no text has been interrupted, or another failed since");
+        }
+        return () -> session.continueAfterInterrupt(interruption);
     }
 
     private String commit() {

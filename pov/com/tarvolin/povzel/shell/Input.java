@@ -24,6 +24,7 @@ final class Input {
 
     private final String name;
     private final InputStream stream;
+    private final Lines typed;
     private final byte[] buffer = new byte[1 << 16];
     private int at;
     private int end;
@@ -31,9 +32,23 @@ final class Input {
     /** What is wrong with the entry that is being read. */
     private Trouble fault;
 
+    /** Where lines are typed. */
+    interface Lines {
+        /** The next line, with its end; null behind the last one. A text may go on in it. */
+        String next(boolean goesOn);
+    }
+
     Input(String name, InputStream stream) {
         this.name = name;
         this.stream = stream;
+        this.typed = null;
+    }
+
+    /** A conversation's input, in which nothing has a place. */
+    Input(Lines typed) {
+        this.name = null;
+        this.stream = null;
+        this.typed = typed;
     }
 
     /** The text in a file, which was named in a place; null stands for the command line. */
@@ -70,7 +85,7 @@ final class Input {
      */
     Entry next() throws IOException {
         fault = null;
-        String line = line();
+        String line = line(false);
         if (line == null) {
             return null;
         }
@@ -85,7 +100,7 @@ final class Input {
         Text text = new Text();
         StringBuilder all = new StringBuilder();
         append(all, line, start);
-        while (!text.add(line) && goesOn && (line = line()) != null) {
+        while (!text.add(line) && goesOn && (line = line(true)) != null) {
             append(all, line, start);
         }
         return new Entry(all.toString(), command, start, fault);
@@ -96,7 +111,7 @@ final class Input {
         Place start = place(lines + 1);
         StringBuilder all = new StringBuilder();
         String line;
-        while ((line = line()) != null && !line.strip().equals(CLOSING)) {
+        while ((line = line(true)) != null && !line.strip().equals(CLOSING)) {
             append(all, line, start);
         }
         if (line == null) {
@@ -115,7 +130,7 @@ final class Input {
     }
 
     private Place place(int line) {
-        return new Place(name, line, 1);
+        return name == null ? null : new Place(name, line, 1);
     }
 
     private static Trouble tooLarge(Place start) {
@@ -124,7 +139,10 @@ final class Input {
     }
 
     /** The next line with its end; null behind the last one. */
-    private String line() throws IOException {
+    private String line(boolean goesOn) throws IOException {
+        if (typed != null) {
+            return typed.next(goesOn);
+        }
         ByteArrayOutputStream line = new ByteArrayOutputStream();
         boolean ended = false;
         while (!ended && fill()) {

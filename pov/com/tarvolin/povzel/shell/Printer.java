@@ -39,7 +39,12 @@ final class Printer {
         return printString(result);
     }
 
-    /** A result for a person to read, with its class. */
+    /** A result for a person to read, with its class, however long it is. */
+    String whole(Object result) {
+        return printString(result) + "   (" + className(result) + ")";
+    }
+
+    /** What is one of several to be shown. */
     String withClass(Object result) {
         return shortened(printString(result)) + "   (" + className(result) + ")";
     }

@@ -77,7 +77,7 @@ public class LoadingTest {
             shell(functions + refusals.get(i), 1, refusals.get(i + 1));
         }
         shell("PATH= LC_ALL=C $T/bin/povzel -e \"'\"$'\\xc3\\xbc'\"' byteSize\"", 0, "2\n");
-        shell("POVZEL_HISTORY=/tmp script -qec $T/bin/povzel x <<<:quit", 0, "Name another file with");
+        shell("TERM=xterm POVZEL_HISTORY=/tmp script -qec $T/bin/povzel x <<<:quit", 0, "Name another file with");
     }
 
     @Test

@@ -1,0 +1,75 @@
+package com.tarvolin.povzel.shell;
+
+import java.io.IOException;
+import java.nio.charset.CharacterCodingException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.attribute.FileAttribute;
+import java.nio.file.attribute.PosixFilePermission;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.time.Instant;
+import java.util.Locale;
+import java.util.Set;
+import java.util.regex.Pattern;
+import org.jline.reader.impl.history.DefaultHistory;
+
+/** What was entered in this conversation and earlier ones, in a file for nobody else to read. */
+final class History extends DefaultHistory {
+    private static final FileAttribute<Set<PosixFilePermission>> OWN_FOLDER =
+            PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rwx------"));
+    private static final Set<PosixFilePermission> OWN = PosixFilePermissions.fromString("rw-------");
+    /** What users name when they want no file. */
+    private static final Set<String> NONE = Set.of("", "none", "/dev/null");
+    private static final Pattern ENTRY = Pattern.compile("\\d{1,15}:.*");
+
+    /** The file that the user wants; null if none is. */
+    static Path file() {
+        String named = System.getenv("POVZEL_HISTORY");
+        if (named != null) {
+            return NONE.contains(named) ? null : Path.of(named).toAbsolutePath();
+        }
+        String state = System.getenv("XDG_STATE_HOME");
+        String home = System.getenv("HOME");
+        Path folder = state != null && state.startsWith("/") ? Path.of(state)
+                : Path.of(home != null ? home : System.getProperty("user.home"), ".local", "state");
+        return folder.resolve("povzel").resolve("history").toAbsolutePath();
+    }
+
+    /** Makes the file ready, for its owner alone; answers why that cannot be, null if it can. */
+    static String obstacle(Path file) {
+        try {
+            if (!Files.exists(file)) {
+                Files.createDirectories(file.getParent(), OWN_FOLDER);
+                Files.createFile(file, PosixFilePermissions.asFileAttribute(OWN));
+            }
+            if (!Files.isRegularFile(file)) {
+                return Files.isDirectory(file) ? "it is a folder" : "it is not a regular file";
+            }
+            if (!Files.isReadable(file) || !Files.isWritable(file)) {
+                return "it cannot be read and written";
+            }
+            if (!Files.getPosixFilePermissions(file).equals(OWN)) {
+                Files.setPosixFilePermissions(file, OWN);
+            }
+            return Files.readAllLines(file).stream().allMatch(line -> ENTRY.matcher(line).matches()) ? null
+                    : "it holds something else";
+        } catch (CharacterCodingException e) {
+            return "it holds what is no UTF-8";
+        } catch (IOException e) {
+            return "it cannot be made, or kept from others";
+        }
+    }
+
+    /** Lines are no entries: a text may have several. */
+    @Override
+    public void add(Instant time, String line) {
+    }
+
+    /** Keeps a text or a command, unless the user hides it or it may hold a password. */
+    void keep(String entry) {
+        boolean secret = entry.toLowerCase(Locale.ROOT).contains("password");
+        if (!entry.isBlank() && !Character.isWhitespace(entry.charAt(0)) && !secret) {
+            super.add(Instant.now(), entry.stripTrailing());
+        }
+    }
+}
