@@ -206,12 +206,14 @@ TEST_F(Table, CommitsAndAborts) {
   EXPECT_EQ("1", showIn(first, "Shared at: 1"));
 }
 
-// Taking the transcript is no program: what failed can be continued, and what it holds is counted.
+// Taking the transcript is no program, nor is asking for names: what failed can be continued. What
+// the transcript holds is counted.
 TEST_F(Table, TakesTheTranscriptBetweenPrograms) {
   const std::size_t before = database().memory.statistics().bytes;
   ASSERT_EQ("error 2010", show("Transcript show: 'so'. (nil foo) + 1").substr(0, 10));
   const OopType process = error.context;
   EXPECT_EQ("'so'", show("System takeTranscript"));
+  EXPECT_NE(std::string::npos, show("System names").find("\nWriteStream\n"));
   EXPECT_EQ("8", shown(zel->ZelContinueWith(process, run("{7}"), 0, nullptr)));
   show("1 to: 300000 do: [:i | Transcript show: i]");
   EXPECT_LE(before + (1U << 20), database().memory.statistics().bytes);

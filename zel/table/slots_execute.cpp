@@ -1,5 +1,6 @@
 // Running programs.
 #include <cstring>
+#include <set>
 
 #include "frame.h"
 #include "lang/compiler.h"
@@ -33,9 +34,43 @@ OopType takeTranscript() {
                  }));
 }
 
+// Nor is it one when a client asks what its user may be about to write: the names of globals and of
+// the session's variables, and the selectors of the classes among the globals, one a line.
+constexpr std::string_view namesText = "System names";
+
+void addKeys(const Memory& memory, OopType dictionary, std::set<std::string>& names) {
+  const Object& entries = memory.at(dictionary);
+  for (std::uint32_t i = 0; i + 1 < entries.size; i += 2) {
+    const OopType key = entries.slots[i];
+    if (isSymbol(memory, key)) names.insert(utf8Argument(memory, key));
+  }
+}
+
+OopType allNames() {
+  Database& database = sessionDatabase();
+  Memory& memory = database.memory;
+  std::set<std::string> names;
+  for (const auto& [name, value] : database.current->names.variables) {
+    names.insert(utf8Argument(memory, name));
+  }
+  addKeys(memory, GlobalsOop, names);
+  const Object& globals = memory.at(GlobalsOop);
+  for (std::uint32_t i = 1; i < globals.size; i += 2) {
+    if (!isClass(memory, globals.slots[i])) continue;
+    const OopType* slots = memory.at(globals.slots[i]).slots;
+    addKeys(memory, slots[ClassMethods - 1], names);
+    addKeys(memory, slots[ClassClassMethods - 1], names);
+  }
+  std::string lines;
+  for (const std::string& name : names) lines += name + '\n';
+  const InRoom room(memory, memory.roomToRun());
+  return handOut(database, withRoom(memory, [&] { return stringOop(memory, lines); }));
+}
+
 // The symbol list of a session is always the globals; the argument only has to be an object.
 OopType execute(std::string_view source, OopType symbolList) {
   if (source == transcriptText) return takeTranscript();
+  if (source == namesText) return allNames();
   Database& database = databaseToRun();
   database.memory.requireValue(symbolList);
   const Run run(database.memory.meter);

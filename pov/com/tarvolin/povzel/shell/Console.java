@@ -10,6 +10,8 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.io.UncheckedIOException;
 import java.nio.charset.StandardCharsets;
+import java.util.List;
+import java.util.function.Supplier;
 import java.util.logging.Level;
 import java.util.logging.Logger;
 import org.jline.reader.UserInterruptException;
@@ -125,6 +127,13 @@ final class Console implements Closeable {
             terminal.puts(Capability.carriage_return);
             terminal.puts(Capability.clr_eol);
             terminal.flush();
+        }
+    }
+
+    /** Says which names there are to complete; asked for each time. */
+    void setNames(Supplier<List<String>> names) {
+        if (editor != null) {
+            editor.setNames(names);
         }
     }
 

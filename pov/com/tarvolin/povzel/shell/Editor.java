@@ -3,14 +3,15 @@ package com.tarvolin.povzel.shell;
 import java.io.IOError;
 import java.io.IOException;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.Map;
+import java.util.function.Supplier;
 import org.jline.keymap.KeyMap;
 import org.jline.reader.Binding;
 import org.jline.reader.EndOfFileException;
 import org.jline.reader.LineReader;
 import org.jline.reader.Reference;
 import org.jline.reader.UserInterruptException;
-import org.jline.reader.impl.DefaultParser;
 import org.jline.reader.impl.LineReaderImpl;
 import org.jline.terminal.Terminal;
 
@@ -31,16 +32,15 @@ final class Editor {
 
     private final Terminal terminal;
     private final LineReaderImpl reader;
+    private final Completion completion = new Completion();
     private final History history = new History();
     private int failures;
 
     Editor(Terminal terminal) throws IOException {
         this.terminal = terminal;
         reader = new LineReaderImpl(terminal, "povzel");
-        DefaultParser parser = new DefaultParser();
-        parser.setQuoteChars(new char[0]);
-        parser.setEscapeChars(new char[0]);
-        reader.setParser(parser);
+        reader.setParser(completion);
+        reader.setCompleter(completion);
         reader.setVariable(LineReader.SECONDARY_PROMPT_PATTERN, "....... ");
         // Texts may hold exclamation marks, and blanks matter to nobody.
         reader.setOpt(LineReader.Option.DISABLE_EVENT_EXPANSION);
@@ -64,6 +64,11 @@ final class Editor {
             reader.setVariable(LineReader.HISTORY_FILE, file);
         }
         reader.setHistory(history);
+    }
+
+    /** Says which names there are to complete; asked for each time. */
+    void setNames(Supplier<List<String>> names) {
+        completion.setNames(names);
     }
 
     /** Notes what was entered. */

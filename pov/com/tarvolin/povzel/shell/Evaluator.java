@@ -4,14 +4,17 @@ import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelObject;
 import com.tarvolin.povzel.PovZelSession;
 import com.tarvolin.povzel.shell.Entry.Place;
+import java.util.List;
 import java.util.Locale;
 import java.util.function.Function;
 import java.util.function.Supplier;
+import java.util.stream.Collectors;
 
 /** Runs what the user enters: texts, and commands that begin with a colon. */
 final class Evaluator {
-    /** The built-in database carries this one out without running a program. */
+    /** The built-in database carries these out without running a program. */
     private static final String TAKE_TRANSCRIPT = "System takeTranscript";
+    private static final String NAMES = "System names";
     private static final int INTERRUPTED = 6003;
 
     private final PovZelSession session;
@@ -99,6 +102,18 @@ final class Evaluator {
         }
     }
 
+    /** What globals, variables and selectors are called, as far as the database tells. */
+    List<String> names() {
+        if (!options.embedded) {
+            return List.of();
+        }
+        try {
+            return ((String) session.execute(NAMES)).lines().collect(Collectors.toList());
+        } catch (PovZelException | IllegalStateException e) {
+            return List.of();
+        }
+    }
+
     private Outcome attempt(Entry entry) {
         if (entry.fault() != null) {
             return failed(entry.fault());
@@ -118,7 +133,9 @@ final class Evaluator {
             Trouble trouble = printer.trouble(e, start);
             lost |= trouble.fatal();
             interrupted = e.getNumber() == INTERRUPTED;
-            return failed(trouble);
+            Outcome outcome = failed(trouble);
+            return interrupted && e == failure && !options.inJson() ? new Outcome(false, "", null,
+                    outcome.remark + "\n  " + Command.CONTINUE.word() + " goes on with it") : outcome;
         } catch (IllegalArgumentException e) {
             return failed(new Trouble(start, 0, e.getMessage()));
         }

@@ -4,6 +4,7 @@ import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelSession;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.util.List;
 import java.util.Locale;
 import org.jline.reader.UserInterruptException;
 
@@ -18,6 +19,7 @@ final class Interaction {
     private final Console console;
     private final PrintStream out;
     private final Options options;
+    private List<String> names;
     private boolean running;
     /** Whether the user interrupted what was entered before it was run. */
     private boolean tooEarly;
@@ -38,6 +40,7 @@ final class Interaction {
             console.print("Logged in as " + options.description() + ". :help shows what can be entered.");
         }
         console.onInterrupt(this::interrupt);
+        console.setNames(this::names);
         Input input = new Input(this::line);
         do {
             evaluator.goOn();
@@ -65,7 +68,16 @@ final class Interaction {
 
     private String line(boolean goesOn) {
         setRunning(false);
+        names = null;
         return console.readLine(goesOn ? CONTINUED : uncommitted() ? CHANGED : PROMPT, goesOn);
+    }
+
+    /** The names that the database knows, as of this prompt. */
+    private List<String> names() {
+        if (names == null) {
+            names = evaluator.names();
+        }
+        return names;
     }
 
     private boolean uncommitted() {

@@ -78,6 +78,17 @@ class TerminalTest {
         end(":quit\r", 0);
     }
 
+    @Test
+    void namesAreCompletedAndNothingRuns() throws Exception {
+        start("", "");
+        until(PROMPT);
+        answer("variable := 7. System compileClassMethod: 'names ^Globals at: #variable put: 8'\r", "#names", "povzel*> ");
+        answer("#(3) includesK\t3\r", "#includesKey:", "povzel*> ");
+        answer("vari\t+ (OrderedC\twith: 3) size\r", "8   (SmallInteger)", "povzel*> ");
+        answer(":abo\t\r", "aborted", PROMPT);
+        end("\004", 0);
+    }
+
     // With an editor or without, one text of many lines, and keys that a terminal may not tell of.
     @ParameterizedTest
     @ValueSource(strings = {"xterm", "", "dumb", "no-such", "unknown"})
