@@ -1,7 +1,5 @@
 package com.tarvolin.povzel.shell;
 
-import java.io.BufferedInputStream;
-import java.io.ByteArrayOutputStream;
 import java.io.Closeable;
 import java.io.File;
 import java.io.FileInputStream;
@@ -10,10 +8,12 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.io.UncheckedIOException;
 import java.nio.charset.StandardCharsets;
+import java.util.Arrays;
 import java.util.List;
 import java.util.function.Supplier;
 import java.util.logging.Level;
 import java.util.logging.Logger;
+import java.util.regex.Pattern;
 import org.jline.reader.UserInterruptException;
 import org.jline.terminal.Attributes;
 import org.jline.terminal.Attributes.LocalFlag;
@@ -36,11 +36,13 @@ final class Console implements Closeable {
     /** A terminal that can do nothing, and the one that most others are like. */
     private static final String LEAST = "dumb";
     private static final String USUAL = "xterm";
+    private static final Pattern CAPABILITIES = Pattern.compile("\n[ \t]");
 
     /** The line reader's log, whose entries are traces of Java. A logger lives as long as it is kept. */
     private static final Logger LOG = Logger.getLogger("org.jline");
 
     private final Terminal terminal;
+    /** Without a buffer: nothing of a password stays behind. */
     private final InputStream device;
     private final Editor editor;
     private volatile Runnable interruption = () -> System.exit(INTERRUPTED);
@@ -48,7 +50,7 @@ final class Console implements Closeable {
     private volatile boolean typing;
     private volatile boolean dropped;
     private volatile String firstPrompt = "";
-    private String kept;
+    private byte[] kept;
     private boolean told;
 
     /** The terminal itself, wherever the standard descriptors lead. */
@@ -75,21 +77,21 @@ final class Console implements Closeable {
         LOG.setLevel(Level.OFF);
         terminal = new Sized(type());
         terminal.handle(Terminal.Signal.INT, signal -> interrupt());
-        device = new BufferedInputStream(new FileInputStream(DEVICE));
+        device = new FileInputStream(DEVICE);
         editor = terminal.getStringCapability(Capability.cursor_left) == null ? null : new Editor(terminal);
     }
 
     /** The kind of terminal, of which something is known. */
     private static String type() throws IOException {
         String named = System.getenv("TERM");
-        if (named == null || named.isEmpty()) {
+        if (named == null || named.isEmpty() || named.equals(LEAST)) {
             return LEAST;
         }
         try {
-            // What is no description has no line of capabilities.
-            return InfoCmp.getInfoCmp(named).contains("\n\t") ? named : USUAL;
+            // What is no description has no indented line of capabilities.
+            return CAPABILITIES.matcher(InfoCmp.getInfoCmp(named)).find() ? named : USUAL;
         } catch (IOException e) {
-            return named.equals(LEAST) ? LEAST : USUAL;
+            return USUAL;
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
             throw new IOException("interrupted", e);
@@ -179,17 +181,23 @@ final class Console implements Closeable {
         return rows < size.getRows();
     }
 
-    /** Reads a password, or null when the user declines. */
-    String readPassword(String prompt) {
+    /** Reads a password, for the caller to clear, or null when the user declines. */
+    char[] readPassword(String prompt) throws IOException {
         Attributes shown = terminal.getAttributes();
         Attributes hidden = new Attributes(shown);
         hidden.setLocalFlag(LocalFlag.ECHO, false);
         terminal.setAttributes(hidden);
+        // The user's shell sets what it likes while this one is stopped.
+        Terminal.SignalHandler usual = terminal.handle(Terminal.Signal.CONT, signal -> {
+            terminal.setAttributes(hidden);
+            write(prompt);
+        });
         try {
             write(prompt);
-            String line = readBytes();
-            return line == null ? null : line.stripTrailing();
+            byte[] line = readBytes();
+            return line == null ? null : Passwords.firstLine(line, line.length);
         } finally {
+            terminal.handle(Terminal.Signal.CONT, usual);
             terminal.setAttributes(shown);
             // Neither is the end of the line shown.
             print("");
@@ -197,16 +205,20 @@ final class Console implements Closeable {
     }
 
     /**
-     * Reads a line with its end, null at the end of the input.
+     * Reads a line with its end, in UTF-8 if the terminal sends that; null at the end of the input.
      *
      * @throws UserInterruptException if the user drops it and what it goes on with
      */
-    String readLine(String prompt, boolean goesOn) {
-        return editor != null ? editor.readLine(prompt) : readPlainly(prompt, goesOn);
+    byte[] readLine(String prompt, boolean goesOn) {
+        if (editor == null) {
+            return readPlainly(prompt, goesOn);
+        }
+        String line = editor.readLine(prompt);
+        return line == null ? null : line.getBytes(StandardCharsets.UTF_8);
     }
 
-    private String readPlainly(String prompt, boolean goesOn) {
-        String line = kept;
+    private byte[] readPlainly(String prompt, boolean goesOn) {
+        byte[] line = kept;
         kept = null;
         if (line != null) {
             return line;
@@ -224,20 +236,29 @@ final class Console implements Closeable {
         return line;
     }
 
-    private String readBytes() {
-        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+    private byte[] readBytes() {
+        byte[] bytes = new byte[Passwords.LONGEST];
+        int size = 0;
         try {
             int next;
             do {
                 next = device.read();
                 if (next >= 0) {
-                    bytes.write(next);
+                    bytes = size < bytes.length ? bytes : moved(bytes, size, 2 * size);
+                    bytes[size++] = (byte) next;
                 }
             } while (next >= 0 && next != '\n');
         } catch (IOException e) {
             throw new UncheckedIOException(e);
         }
-        return bytes.size() == 0 ? null : bytes.toString(StandardCharsets.UTF_8);
+        return size == 0 ? null : moved(bytes, size, size);
+    }
+
+    /** The first bytes in an array of another length; they may be a password's, and stay nowhere else. */
+    private static byte[] moved(byte[] bytes, int size, int length) {
+        byte[] moved = Arrays.copyOf(bytes, length);
+        Arrays.fill(bytes, 0, size, (byte) 0);
+        return moved;
     }
 
     private void write(String text) {

@@ -16,16 +16,21 @@ final class Evaluator {
     private static final String TAKE_TRANSCRIPT = "System takeTranscript";
     private static final String NAMES = "System names";
     private static final int INTERRUPTED = 6003;
+    private static final long NIL = 10;
 
     private final PovZelSession session;
     private final Options options;
     private final Printer printer;
     private final Function<Object, String> look;
     private Object last;
+    /** Of the text that failed last, or whose result could not be shown. */
     private PovZelException failure;
+    /** Of the text that can go on; null if none can. */
+    private PovZelException interruption;
     private boolean timed;
     private boolean evaluated;
-    private boolean interrupted;
+    /** Whether the text that was run last came to its end, whatever became of its result. */
+    private boolean ran;
     private boolean finished;
     private boolean lost;
 
@@ -69,13 +74,19 @@ final class Evaluator {
     }
 
     Outcome run(Entry entry) {
+        return run(entry, () -> { });
+    }
+
+    /** Runs an entry, and tells when all is done that may be interrupted. */
+    Outcome run(Entry entry, Runnable attempted) {
         evaluated = false;
-        interrupted = false;
+        ran = false;
         long start = System.nanoTime();
         Outcome outcome = attempt(entry);
         long nanos = System.nanoTime() - start;
+        attempted.run();
         // A text that was interrupted may go on, with what it has changed so far.
-        if (options.commit && evaluated && !interrupted) {
+        if (options.commit && evaluated && (ran || interruption == null)) {
             outcome = settled(entry, outcome);
         }
         String remark = timed && evaluated ? withTime(outcome.remark, nanos) : outcome.remark;
@@ -84,8 +95,8 @@ final class Evaluator {
 
     /** Commits what an entry changed; what one changed that failed is not for the next to commit. */
     private Outcome settled(Entry entry, Outcome outcome) {
-        Outcome settled = guarded(entry.start(), outcome.ran ? this::commit : this::abort);
-        lost |= !outcome.ran && !settled.ran;
+        Outcome settled = guarded(entry.start(), ran ? this::commit : this::abort);
+        lost |= !ran && !settled.ran;
         return outcome.ran && !settled.ran ? settled : outcome;
     }
 
@@ -122,7 +133,7 @@ final class Evaluator {
             return command(entry);
         }
         return Text.isEmpty(entry.text()) ? Outcome.result(null)
-                : guarded(entry.start(), () -> look.apply(evaluate(() -> session.evaluate(entry.text()))));
+                : guarded(entry.start(), () -> shown(look, evaluate(() -> session.evaluate(entry.text()))));
     }
 
     /** The output of what the database does for an entry that begins at a place. */
@@ -132,18 +143,20 @@ final class Evaluator {
         } catch (PovZelException e) {
             Trouble trouble = printer.trouble(e, start);
             lost |= trouble.fatal();
-            interrupted = e.getNumber() == INTERRUPTED;
-            Outcome outcome = failed(trouble);
-            return interrupted && e == failure && !options.inJson() ? new Outcome(false, "", null,
-                    outcome.remark + "\n  " + Command.CONTINUE.word() + " goes on with it") : outcome;
+            return failed(trouble, e == interruption ? "\n  " + Command.CONTINUE.word() + " goes on with it"
+                    : e == failure && ran ? "\n  the text ran, but its result cannot be shown" : "");
         } catch (IllegalArgumentException e) {
             return failed(new Trouble(start, 0, e.getMessage()));
         }
     }
 
     private Outcome failed(Trouble trouble) {
+        return failed(trouble, "");
+    }
+
+    private Outcome failed(Trouble trouble, String more) {
         return options.inJson() ? new Outcome(false, "", Json.error(trouble), "")
-                : new Outcome(false, "", null, trouble.text());
+                : new Outcome(false, "", null, trouble.text() + more);
     }
 
     /** The result of a text that is run, or goes on. */
@@ -152,8 +165,10 @@ final class Evaluator {
         evaluated = true;
         try {
             result = run.get();
+            ran = true;
         } catch (PovZelException e) {
             failure = e;
+            interruption = isContinuable(e) ? e : null;
             throw e;
         }
         if (last instanceof PovZelObject former) {
@@ -161,6 +176,12 @@ final class Evaluator {
         }
         last = result;
         return result;
+    }
+
+    /** Whether Ctrl-C reached a program, rather than its compilation or the fetching of its result. */
+    @SuppressWarnings("deprecation")
+    private static boolean isContinuable(PovZelException e) {
+        return e.getNumber() == INTERRUPTED && e.context != NIL;
     }
 
     private Outcome command(Entry entry) {
@@ -175,14 +196,14 @@ final class Evaluator {
             case INSPECT -> viewed(entry, rest, printer::inspection);
             case CLASS -> viewed(entry, rest, value -> printer.lineage(printer.classOf(value)));
             case DESCRIBE -> viewed(entry, rest, printer::description);
-            case CONTINUE -> guarded(entry.start(), () -> look.apply(evaluate(continuation())));
-            case STACK -> guarded(entry.start(), () -> shown(stack()));
+            case CONTINUE -> guarded(entry.start(), () -> shown(look, evaluate(continuation())));
+            case STACK -> guarded(entry.start(), () -> told(stack()));
             case COMMIT -> guarded(entry.start(), this::commit).saying("committed", options.quiet);
             case ABORT -> guarded(entry.start(), this::abort).saying("aborted", options.quiet);
             case TIME -> guarded(entry.start(), () -> time(rest));
             case SESSION ->
-                    Outcome.result(shown("session " + session.id() + ", " + options.description()));
-            case HELP -> Outcome.result(shown(Command.help()));
+                    Outcome.result(told("session " + session.id() + ", " + options.description()));
+            case HELP -> Outcome.result(told(Command.help()));
             case QUIT -> {
                 finished = true;
                 yield Outcome.result(null);
@@ -192,12 +213,23 @@ final class Evaluator {
 
     /** A view of the result of the text behind a command's name; without one, of the last result. */
     private Outcome viewed(Entry entry, String text, Function<Object, String> view) {
-        return text.isEmpty() ? guarded(entry.start(), () -> shown(view.apply(last)))
-                : guarded(entry.at(text), () -> shown(view.apply(evaluate(() -> session.evaluate(text)))));
+        return text.isEmpty() ? guarded(entry.start(), () -> told(shown(view, last)))
+                : guarded(entry.at(text), () -> told(shown(view, evaluate(() -> session.evaluate(text)))));
+    }
+
+    /** What a result looks like. Finding that out runs programs, after which no former one can go on. */
+    private String shown(Function<Object, String> view, Object result) {
+        try {
+            return view.apply(result);
+        } catch (PovZelException e) {
+            failure = e;
+            interruption = null;
+            throw e;
+        }
     }
 
     /** What a command tells, which is no result. */
-    private String shown(String text) {
+    private String told(String text) {
         return options.inJson() ? Json.quoted(text) : text;
     }
 
@@ -210,11 +242,12 @@ final class Evaluator {
     }
 
     private Supplier<Object> continuation() {
-        PovZelException interruption = failure;
-        if (interruption == null || interruption.getNumber() != INTERRUPTED) {
-            throw new IllegalArgumentException("no text has been interrupted, or another failed since");
+        PovZelException suspended = interruption;
+        if (suspended == null) {
+            throw new IllegalArgumentException("there is no interrupted text, or another failed since");
         }
-        return () -> session.continueAfterInterrupt(interruption);
+        interruption = null;
+        return () -> session.continueAfterInterrupt(suspended);
     }
 
     private String commit() {

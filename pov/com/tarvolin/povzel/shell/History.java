@@ -3,6 +3,7 @@ package com.tarvolin.povzel.shell;
 import java.io.IOException;
 import java.nio.charset.CharacterCodingException;
 import java.nio.file.Files;
+import java.nio.file.LinkOption;
 import java.nio.file.Path;
 import java.nio.file.attribute.FileAttribute;
 import java.nio.file.attribute.PosixFilePermission;
@@ -22,6 +23,9 @@ final class History extends DefaultHistory {
     private static final Set<String> NONE = Set.of("", "none", "/dev/null");
     private static final Pattern ENTRY = Pattern.compile("\\d{1,15}:.*");
 
+    /** Where entries were kept first. */
+    private static final String FORMER = ".povzel_history";
+
     /** The file that the user wants; null if none is. */
     static Path file() {
         String named = System.getenv("POVZEL_HISTORY");
@@ -29,10 +33,14 @@ final class History extends DefaultHistory {
             return NONE.contains(named) ? null : Path.of(named).toAbsolutePath();
         }
         String state = System.getenv("XDG_STATE_HOME");
-        String home = System.getenv("HOME");
         Path folder = state != null && state.startsWith("/") ? Path.of(state)
-                : Path.of(home != null ? home : System.getProperty("user.home"), ".local", "state");
+                : home().resolve(".local").resolve("state");
         return folder.resolve("povzel").resolve("history").toAbsolutePath();
+    }
+
+    private static Path home() {
+        String home = System.getenv("HOME");
+        return Path.of(home != null ? home : System.getProperty("user.home"));
     }
 
     /** Makes the file ready, for its owner alone; answers why that cannot be, null if it can. */
@@ -40,7 +48,7 @@ final class History extends DefaultHistory {
         try {
             if (!Files.exists(file)) {
                 Files.createDirectories(file.getParent(), OWN_FOLDER);
-                Files.createFile(file, PosixFilePermissions.asFileAttribute(OWN));
+                make(file);
             }
             if (!Files.isRegularFile(file)) {
                 return Files.isDirectory(file) ? "it is a folder" : "it is not a regular file";
@@ -51,13 +59,38 @@ final class History extends DefaultHistory {
             if (!Files.getPosixFilePermissions(file).equals(OWN)) {
                 Files.setPosixFilePermissions(file, OWN);
             }
-            return Files.readAllLines(file).stream().allMatch(line -> ENTRY.matcher(line).matches()) ? null
-                    : "it holds something else";
+            return hasEntries(file) ? null : "it holds something else";
         } catch (CharacterCodingException e) {
             return "it holds what is no UTF-8";
         } catch (IOException e) {
             return "it cannot be made, or kept from others";
         }
+    }
+
+    /** What the first versions kept is taken along, unless the user named a file. */
+    private static void make(Path file) throws IOException {
+        Path former = home().resolve(FORMER);
+        if (System.getenv("POVZEL_HISTORY") == null && canTake(former)) {
+            Files.move(former, file);
+        } else {
+            Files.createFile(file, PosixFilePermissions.asFileAttribute(OWN));
+        }
+    }
+
+    private static boolean canTake(Path former) {
+        try {
+            boolean found = Files.isRegularFile(former, LinkOption.NOFOLLOW_LINKS) && hasEntries(former);
+            if (found) {
+                Files.setPosixFilePermissions(former, OWN);
+            }
+            return found;
+        } catch (IOException e) {
+            return false;
+        }
+    }
+
+    private static boolean hasEntries(Path file) throws IOException {
+        return Files.readAllLines(file).stream().allMatch(line -> ENTRY.matcher(line).matches());
     }
 
     /** Lines are no entries: a text may have several. */

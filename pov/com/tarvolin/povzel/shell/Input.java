@@ -34,8 +34,8 @@ final class Input {
 
     /** Where lines are typed. */
     interface Lines {
-        /** The next line, with its end; null behind the last one. A text may go on in it. */
-        String next(boolean goesOn);
+        /** The next line's bytes, with its end; null behind the last one. A text may go on in it. */
+        byte[] next(boolean goesOn);
     }
 
     Input(String name, InputStream stream) {
@@ -85,6 +85,7 @@ final class Input {
      */
     Entry next() throws IOException {
         fault = null;
+        lines = typed != null ? 0 : lines;
         String line = line(false);
         if (line == null) {
             return null;
@@ -140,9 +141,15 @@ final class Input {
 
     /** The next line with its end; null behind the last one. */
     private String line(boolean goesOn) throws IOException {
-        if (typed != null) {
-            return typed.next(goesOn);
+        byte[] line = typed != null ? typed.next(goesOn) : nextBytes();
+        if (line == null) {
+            return null;
         }
+        lines++;
+        return decoded(line);
+    }
+
+    private byte[] nextBytes() throws IOException {
         ByteArrayOutputStream line = new ByteArrayOutputStream();
         boolean ended = false;
         while (!ended && fill()) {
@@ -155,11 +162,7 @@ final class Input {
             line.write(buffer, at, Math.min(next - at, LONGEST + 1 - line.size()));
             at = next;
         }
-        if (line.size() == 0) {
-            return null;
-        }
-        lines++;
-        return decoded(line.toByteArray());
+        return line.size() == 0 ? null : line.toByteArray();
     }
 
     private boolean fill() throws IOException {
@@ -174,7 +177,8 @@ final class Input {
     private String decoded(byte[] all) {
         byte[] bytes = all;
         int mark = BYTE_ORDER_MARK.length;
-        if (lines == 1 && Arrays.equals(Arrays.copyOf(all, mark), BYTE_ORDER_MARK)) {
+        boolean first = typed == null && lines == 1;
+        if (first && Arrays.equals(Arrays.copyOf(all, mark), BYTE_ORDER_MARK)) {
             bytes = Arrays.copyOfRange(all, mark, all.length);
         }
         String text = new String(bytes, StandardCharsets.UTF_8);
@@ -183,7 +187,7 @@ final class Input {
         } else if (fault == null && text.indexOf('\uFFFD') >= 0) {
             fault = undecodable(bytes);
         }
-        return lines == 1 && text.startsWith("#!") ? text.replaceFirst("[^\n]*", "") : text;
+        return first && text.startsWith("#!") ? text.replaceFirst("[^\n]*", "") : text;
     }
 
     /** The first of the bytes that is no UTF-8; null if there is none. */
@@ -196,7 +200,10 @@ final class Input {
         String before = to.flip().toString();
         int line = 1 + (int) before.chars().filter(c -> c == '\n').count();
         int column = 1 + before.codePointCount(before.lastIndexOf('\n') + 1, before.length());
-        return new Trouble(place(lines).at(line, column), COMPILE_ERROR,
-                String.format("the byte %02X is no UTF-8", from.get()));
+        String message = String.format("the byte %02X is no UTF-8", from.get());
+        Place start = place(lines);
+        return start != null ? new Trouble(start.at(line, column), COMPILE_ERROR, message)
+                : new Trouble(null, COMPILE_ERROR,
+                        String.format("%s (line %d, column %d)", message, lines + line - 1, column));
     }
 }

@@ -4,6 +4,7 @@ import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.PovZelSession;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.util.List;
 import java.util.Locale;
 import org.jline.reader.UserInterruptException;
@@ -20,14 +21,11 @@ final class Interaction {
     private final PrintStream out;
     private final Options options;
     private List<String> names;
-    private boolean running;
-    /** Whether the user interrupted what was entered before it was run. */
-    private boolean tooEarly;
-    /** Whether the entry that is run was told to stop, and did not yet. */
-    private boolean broken;
+    private final Interrupts interrupts;
 
     Interaction(PovZelSession session, Options options, Console console, PrintStream out) {
         this.session = session;
+        this.interrupts = new Interrupts(session);
         this.evaluator = new Evaluator(session, options, true);
         this.options = options;
         this.console = console;
@@ -39,7 +37,7 @@ final class Interaction {
         if (!options.quiet) {
             console.print("Logged in as " + options.description() + ". :help shows what can be entered.");
         }
-        console.onInterrupt(this::interrupt);
+        console.onInterrupt(interrupts::interrupt);
         console.setNames(this::names);
         Input input = new Input(this::line);
         do {
@@ -57,7 +55,7 @@ final class Interaction {
                     return;
                 }
                 console.keep(entry.text());
-                if (setRunning(true)) {
+                if (interrupts.begin()) {
                     show(run(entry));
                 }
             } catch (UserInterruptException e) {
@@ -66,8 +64,8 @@ final class Interaction {
         }
     }
 
-    private String line(boolean goesOn) {
-        setRunning(false);
+    private byte[] line(boolean goesOn) {
+        interrupts.end();
         names = null;
         return console.readLine(goesOn ? CONTINUED : uncommitted() ? CHANGED : PROMPT, goesOn);
     }
@@ -94,8 +92,9 @@ final class Interaction {
             return true;
         }
         try {
-            String answer = console.readLine("End without the changes that are not committed? [y/N] ", false);
-            return answer == null || answer.strip().toLowerCase(Locale.ROOT).startsWith("y");
+            byte[] answer = console.readLine("End without the changes that are not committed? [y/N] ", false);
+            return answer == null || new String(answer, StandardCharsets.UTF_8).strip()
+                    .toLowerCase(Locale.ROOT).startsWith("y");
         } catch (UserInterruptException e) {
             return false;
         }
@@ -104,29 +103,9 @@ final class Interaction {
     private Evaluator.Outcome run(Entry entry) {
         Progress progress = Progress.on(console, !options.quiet);
         try {
-            return evaluator.run(entry);
+            return evaluator.run(entry, interrupts::end);
         } finally {
             progress.close();
-            setRunning(false);
-        }
-    }
-
-    /** Begins or ends a run; one that was interrupted before it began does not begin. */
-    private synchronized boolean setRunning(boolean running) {
-        this.running = running && !tooEarly;
-        tooEarly = false;
-        broken = false;
-        return this.running;
-    }
-
-    /** Stops what runs so that it can go on; for good if that has not stopped it. From any thread. */
-    private synchronized void interrupt() {
-        if (broken) {
-            session.cancel();
-        } else if (running) {
-            broken = session.interrupt();
-        } else {
-            tooEarly = true;
         }
     }
 

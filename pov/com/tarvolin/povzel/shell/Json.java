@@ -47,6 +47,7 @@ final class Json {
     static String error(Trouble trouble) {
         StringBuilder json = new StringBuilder("{\"error\": {\"number\": ")
                 .append(trouble.number() == 0 ? "null" : trouble.number())
+                .append(", \"name\": ").append(trouble.name() == null ? "null" : quoted(trouble.name()))
                 .append(", \"message\": ").append(quoted(trouble.message()));
         if (trouble.place() != null) {
             json.append(", \"file\": ").append(quoted(trouble.place().source()))

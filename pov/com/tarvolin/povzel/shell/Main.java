@@ -1,6 +1,5 @@
 package com.tarvolin.povzel.shell;
 
-import java.io.BufferedInputStream;
 import java.io.FileDescriptor;
 import java.io.FileInputStream;
 import java.io.FileOutputStream;
@@ -82,7 +81,7 @@ public final class Main {
     }
 
     static InputStream inputStream(int descriptor) {
-        return new BufferedInputStream(new FileInputStream(descriptor(descriptor)));
+        return new FileInputStream(descriptor(descriptor));
     }
 
     static PrintStream printStream(FileDescriptor descriptor) {

@@ -1,19 +1,23 @@
 package com.tarvolin.povzel.shell;
 
+import java.io.FileInputStream;
 import java.io.IOException;
 import java.io.InputStream;
 import java.nio.ByteBuffer;
+import java.nio.CharBuffer;
 import java.nio.charset.CharacterCodingException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
 
-/** The passwords that nobody has to be asked for. */
+/** The passwords that nobody has to be asked for. They are in arrays, for their callers to clear. */
 final class Passwords {
+    /** The most bytes of one. */
+    static final int LONGEST = 4096;
+
     /** From which the launcher gives what it took out of the environment, if anything. */
     private static final Integer DESCRIPTOR = Integer.getInteger("povzel.password");
-    private static final int LONGEST = 4096;
     private static final int OF_OTHERS = 077;
     private static final String WELL_KNOWN = "swordfish";
 
@@ -21,36 +25,45 @@ final class Passwords {
     }
 
     /** The password to log in with; null when the user has to be asked. */
-    static String known(Options options) throws IOException {
-        String inEnvironment = inEnvironment();
+    static char[] known(Options options) throws IOException {
+        char[] inEnvironment = inEnvironment();
         if (options.passwordFile != null) {
+            clear(inEnvironment);
             return inFile(options.passwordFile);
         }
         boolean wellKnown = options.embedded && options.server == null
                 && options.user.equals(Options.DEFAULT_USER);
-        return inEnvironment != null ? inEnvironment : wellKnown ? WELL_KNOWN : null;
+        return inEnvironment != null ? inEnvironment : wellKnown ? WELL_KNOWN.toCharArray() : null;
     }
 
-    private static String inEnvironment() throws IOException {
+    static void clear(char[] password) {
+        if (password != null) {
+            Arrays.fill(password, '\0');
+        }
+    }
+
+    private static char[] inEnvironment() throws IOException {
         if (DESCRIPTOR == null) {
             return null;
         }
+        byte[] bytes = new byte[LONGEST];
         try (InputStream stream = Main.inputStream(DESCRIPTOR)) {
-            return decoded(stream.readAllBytes());
+            return decoded(bytes, stream.readNBytes(bytes, 0, LONGEST));
         } catch (CharacterCodingException e) {
             throw new IOException("the password in POVZEL_PASSWORD is no text in UTF-8", e);
         }
     }
 
-    private static String inFile(Path file) throws IOException {
+    private static char[] inFile(Path file) throws IOException {
         // What is no file, such as a pipe, keeps nothing for others to read.
         if (Files.isRegularFile(file)
                 && ((int) Files.getAttribute(file, "unix:mode") & OF_OTHERS) != 0) {
             throw new IOException("others than you can use the password file " + file
                     + "\nTake that from them: chmod 600 " + file);
         }
-        try (InputStream stream = Files.newInputStream(file)) {
-            return firstLine(stream);
+        byte[] bytes = new byte[LONGEST + 1];
+        try (InputStream stream = new FileInputStream(file.toFile())) {
+            return firstLine(bytes, stream.readNBytes(bytes, 0, bytes.length));
         } catch (IOException e) {
             String reason = e instanceof CharacterCodingException ? "it is no text in UTF-8"
                     : e.getMessage();
@@ -59,19 +72,24 @@ final class Passwords {
         }
     }
 
-    private static String firstLine(InputStream stream) throws IOException {
-        byte[] bytes = stream.readNBytes(LONGEST + 1);
+    /** The first line of some bytes, without its end. They are cleared. */
+    static char[] firstLine(byte[] bytes, int size) throws IOException {
         int end = 0;
-        while (end < bytes.length && bytes[end] != '\n') {
+        while (end < size && bytes[end] != '\n') {
             end++;
         }
         if (end > LONGEST) {
             throw new IOException("its first line has more than " + LONGEST + " bytes");
         }
-        return decoded(Arrays.copyOf(bytes, end > 0 && bytes[end - 1] == '\r' ? end - 1 : end));
+        return decoded(bytes, end > 0 && bytes[end - 1] == '\r' ? end - 1 : end);
     }
 
-    private static String decoded(byte[] bytes) throws CharacterCodingException {
-        return StandardCharsets.UTF_8.newDecoder().decode(ByteBuffer.wrap(bytes)).toString();
+    private static char[] decoded(byte[] bytes, int size) throws CharacterCodingException {
+        CharBuffer text = StandardCharsets.UTF_8.newDecoder().decode(ByteBuffer.wrap(bytes, 0, size));
+        char[] password = new char[text.length()];
+        text.get(password);
+        clear(text.array());
+        Arrays.fill(bytes, (byte) 0);
+        return password;
     }
 }

@@ -67,7 +67,7 @@ final class Shell {
     }
 
     private int run(Options options) throws IOException {
-        String password = Passwords.known(options);
+        char[] password = Passwords.known(options);
         if (interactive && (password == null || options.sources.isEmpty())) {
             try (Console console = new Console()) {
                 return run(options, password, console);
@@ -80,8 +80,8 @@ final class Shell {
         return loggedIn(options, password, session -> runTexts(options, session));
     }
 
-    private int run(Options options, String known, Console console) throws IOException {
-        String password = known != null ? known
+    private int run(Options options, char[] known, Console console) throws IOException {
+        char[] password = known != null ? known
                 : console.readPassword("Password of " + options.user + ": ");
         if (password == null) {
             return complain(FAILED, "no password given\nType it, or name a file with --password-file");
@@ -96,7 +96,7 @@ final class Shell {
         int in(PovZelSession session) throws IOException;
     }
 
-    private int loggedIn(Options options, String password, Work work) throws IOException {
+    private int loggedIn(Options options, char[] password, Work work) throws IOException {
         PovZelSession session;
         try {
             session = PovZelSession.login(options.server == null ? "" : options.server, options.user,
@@ -105,6 +105,8 @@ final class Shell {
             return complain(FAILED, "cannot log in as " + options.user + ": " + e.getMessage()
                     + "\nName another user with --user, the password with --password-file or"
                     + " POVZEL_PASSWORD, or another server with --server");
+        } finally {
+            Passwords.clear(password);
         }
         try (session) {
             return work.in(session);

@@ -1,5 +1,6 @@
 package com.tarvolin.povzel.shell;
 
+import com.tarvolin.povzel.PovZelException;
 import com.tarvolin.povzel.shell.Entry.Place;
 import java.util.List;
 
@@ -8,6 +9,14 @@ record Trouble(Place place, int number, String message, String origin, List<Stri
         boolean fatal) {
     Trouble(Place place, int number, String message) {
         this(place, number, message, "", List.of(), false);
+    }
+
+    /** The name by which the number is known; null if there is none. */
+    @SuppressWarnings("deprecation")
+    String name() {
+        PovZelException error = new PovZelException();
+        error.number = number;
+        return number == 0 ? null : error.getName();
     }
 
     /** Everything there is to say. */

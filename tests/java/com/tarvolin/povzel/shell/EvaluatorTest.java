@@ -2,7 +2,7 @@ package com.tarvolin.povzel.shell;
 
 import static org.junit.jupiter.api.Assertions.*;
 
-import com.tarvolin.povzel.PovZelSession;
+import com.tarvolin.povzel.*;
 import java.io.*;
 import java.lang.management.*;
 import java.nio.charset.StandardCharsets;
@@ -102,13 +102,16 @@ class EvaluatorTest {
         "q @ :commit~:abort~:time on~3       @ 0 @ 3~                              @ \\(0\\.\\d{3} s\\)~",
         "cq@ Globals at: #E put: (Array with: 1)~E at: 1 put: 7. 3 foo~E~E at: 1 put: 5~:abort~E @ 1 "
                 + "@ an Array( 1 )~an Array( 1 )~5~an Array( 5 )~ @ .*2010.*",
+        "cq@ Globals at: #E put: (Array with: 1). Object subclass: 'U'~U compile: 'printString ^nil foo'"
+                + "~E at: 1 put: 7. U new~:stack~:abort~E @ 1 @ U~printString~U>>printString, line 1, column 18~an Array( 7 )~ "
+                + "@ .*:3:1: error 2010: .*~  the text ran, but its result cannot be shown~",
         "j @ Transcript show: 'x'. 3~:class 3~3 foo~:no~nil~:{ @ 1 "
                 + "@ 3~\"SmallInteger < Integer < Number < Magnitude < Object\"~{\"error\": {\"number\": 2010, "
-                + "\"message\": \"a SmallInteger does not understand #foo\", \"file\": \"<stdin>\", \"line\": 3, "
+                + "\"name\": \"rtErrDoesNotUnderstand\", \"message\": \"a SmallInteger does not understand #foo\", \"file\": \"<stdin>\", \"line\": 3, "
                 + "\"column\": 3, \"arguments\": [\"3\", \"#foo\", \"an Array( )\"], \"fatal\": false}}~{\"error\": "
-                + "{\"number\": null, \"message\": \"no command :no; :help shows those there are\", \"file\": "
+                + "{\"number\": null, \"name\": null, \"message\": \"no command :no; :help shows those there are\", \"file\": "
                 + "\"<stdin>\", \"line\": 4, \"column\": 1, \"arguments\": [], \"fatal\": false}}~null~{\"error\": "
-                + "{\"number\": 2501, \"message\": \"the :{ is not closed by a line :}\", \"file\": \"<stdin>\", "
+                + "{\"number\": 2501, \"name\": null, \"message\": \"the :{ is not closed by a line :}\", \"file\": \"<stdin>\", "
                 + "\"line\": 6, \"column\": 1, \"arguments\": [], \"fatal\": false}}~ @ x~",
     })
     void filtersPrintResultsAloneAndTellWhetherAllRan(String flags, String input, int status, String printed,
@@ -167,6 +170,32 @@ class EvaluatorTest {
         assertEquals(1, filter("", bytes(":{~" + "x := 3.~".repeat(100_000) + ":}~5")));
         assertTrue(lines(err).startsWith("<stdin>:32769:6: error 2501: the text is too large"), lines(err));
         assertTrue(processor.getCurrentThreadCpuTime() - start < 5_000_000_000L);
+    }
+
+    // An interrupt that finds no call waits for one; the next one stops all that the entry still does.
+    @Test
+    void theSecondInterruptIsForGood() throws Exception {
+        Interrupts interrupts = new Interrupts(session);
+        Runnable forever = () -> session.execute("[true] whileTrue");
+        for (boolean twice : List.of(false, true)) {
+            assertTrue(interrupts.begin());
+            Thread first = new Thread(interrupts::interrupt);
+            first.start();
+            while (first.getState() != Thread.State.TIMED_WAITING) {
+                Thread.onSpinWait();
+            }
+            if (twice) {
+                interrupts.interrupt();
+            }
+            int number = assertThrows(PovZelException.class, forever::run).getNumber();
+            assertEquals(twice ? 6004 : 6003, number);
+            assertEquals(twice, Thread.currentThread().isInterrupted());
+            interrupts.end();
+            first.join();
+            assertEquals(3L, session.execute("3"));
+        }
+        interrupts.interrupt();
+        assertFalse(interrupts.begin());
     }
 
     // As when the reader of a pipe went away.

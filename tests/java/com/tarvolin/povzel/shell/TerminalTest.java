@@ -73,6 +73,11 @@ class TerminalTest {
         answer("n > 0\r", "true   (Boolean)", PROMPT);
         answer("done := true\r", "true", PROMPT);
         answer(":continue\r", "-9   (SmallInteger)", PROMPT);
+        answer("[true] whileTrue\r", "running for");
+        answer(INTERRUPT, "error 6003", ":continue goes on", PROMPT);
+        answer("Object subclass: #Slow. Slow compile: 'printString [true] whileTrue'. Slow new\r", "running for");
+        answer(INTERRUPT, "error 6003", "the text ran, but its result cannot be shown", PROMPT);
+        answer(":continue\r", "there is no interrupted text", PROMPT);
         answer("(1 +\r", OPEN);
         answer("x" + INTERRUPT, PROMPT);
         end(":quit\r", 0);
@@ -106,6 +111,10 @@ class TerminalTest {
             answer("8 +\033\r3\r", "11   (SmallInteger)", PROMPT);
             answer("\033[A\033OD1\r", "21   (SmallInteger)", PROMPT);
             answer("\033OA\033[D1\r", "121   (SmallInteger)", PROMPT);
+        } else if (!type.equals("unknown")) {
+            answer("{1.\r", OPEN);
+            keys.write(0xFC);
+            answer("}\r", "error 2501: the byte FC is no UTF-8 (line 2, column 1)", PROMPT);
         }
         end("\004", 0);
     }
@@ -127,15 +136,18 @@ class TerminalTest {
 
     @Test
     void historyIsKeptForTheUserAlone() throws Exception {
+        Path former = Files.writeString(home.resolve(".povzel_history"), "1:7 + 7\n");
         start("", "");
         until(PROMPT);
+        answer("\033[A\r", "14 ", PROMPT);
+        assertFalse(Files.exists(former));
         answer("(5 +\r", OPEN);
         answer("1)\r", "6 ", PROMPT);
         answer("'password'\r", "(String)", PROMPT);
         answer(" 8\r", "8 ", PROMPT);
         end("\004", 0);
         Path file = home.resolve(".local/state/povzel/history");
-        assertTrue(Files.readString(file).matches("\\d+:\\(5 \\+\\\\n1\\)\n"), Files.readString(file));
+        assertTrue(Files.readString(file).matches("1:7 \\+ 7\n\\d+:\\(5 \\+\\\\n1\\)\n"), Files.readString(file));
         assertEquals("rwx------", PosixFilePermissions.toString(Files.getPosixFilePermissions(file.getParent())));
         Files.setPosixFilePermissions(file, PosixFilePermissions.fromString("rw-r--r--"));
         start("POVZEL_HISTORY=" + file, "");
