@@ -844,7 +844,10 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const Routine* routine = method != 0 ? memory.at(method).extra->routine.get() : nullptr;
   const bool briefly = routine != nullptr && routine->primitive != nullptr;
   const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
-  if (!briefly && !ofKernel) settleBefore(process);
+  // What is asked of the system runs nothing of the session's.
+  const bool ofSystem =
+      receiver == SystemClass && routine != nullptr && routine->control != nullptr;
+  if (!briefly && !ofKernel && !ofSystem) settleBefore(process);
   return run(process, nullptr, briefly);
 }
 

@@ -22,6 +22,7 @@ final class Evaluator {
     private final Options options;
     private final Printer printer;
     private final Function<Object, String> look;
+    private Runnable attempted;
     private Object last;
     /** Of the text that failed last, or whose result could not be shown. */
     private PovZelException failure;
@@ -79,6 +80,7 @@ final class Evaluator {
 
     /** Runs an entry, and tells when all is done that may be interrupted. */
     Outcome run(Entry entry, Runnable attempted) {
+        this.attempted = attempted;
         evaluated = false;
         ran = false;
         long start = System.nanoTime();
@@ -141,6 +143,8 @@ final class Evaluator {
         try {
             return Outcome.result(work.get());
         } catch (PovZelException e) {
+            // An interrupt has had its effect, and is not for what tells of it.
+            attempted.run();
             Trouble trouble = printer.trouble(e, start);
             lost |= trouble.fatal();
             return failed(trouble, e == interruption ? "\n  " + Command.CONTINUE.word() + " goes on with it"

@@ -57,6 +57,9 @@ final class Interaction {
                 console.keep(entry.text());
                 if (interrupts.begin()) {
                     show(run(entry));
+                    if (out.checkError()) {
+                        return;
+                    }
                 }
             } catch (UserInterruptException e) {
                 // What was typed is dropped.

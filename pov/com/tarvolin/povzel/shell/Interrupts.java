@@ -7,8 +7,8 @@ import com.tarvolin.povzel.PovZelSession;
  * go on, the next, while it has not stopped, for good.
  */
 final class Interrupts {
-    /** How soon to try again while the entry is between two calls of the database. */
-    private static final long RETRY_MILLIS = 1;
+    /** How soon to try again: an interrupt is lost between two calls, and to one about to end. */
+    private static final long RETRY_MILLIS = 10;
 
     private final PovZelSession session;
     /** Who runs the entry; null while nobody does. */
@@ -41,12 +41,13 @@ final class Interrupts {
     synchronized void interrupt() {
         wanted++;
         if (runner != null && wanted > 1) {
-            session.cancel();
-            // If that came between two calls, the next does not begin.
+            // Between two calls there is none to cancel, and the next does not begin.
             runner.interrupt();
+            session.cancel();
         }
         try {
-            while (runner != null && wanted == 1 && !session.interrupt()) {
+            while (runner != null && wanted == 1) {
+                session.interrupt();
                 wait(RETRY_MILLIS);
             }
         } catch (InterruptedException e) {

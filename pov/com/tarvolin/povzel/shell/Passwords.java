@@ -49,8 +49,6 @@ final class Passwords {
         byte[] bytes = new byte[LONGEST];
         try (InputStream stream = Main.inputStream(DESCRIPTOR)) {
             return decoded(bytes, stream.readNBytes(bytes, 0, LONGEST));
-        } catch (CharacterCodingException e) {
-            throw new IOException("the password in POVZEL_PASSWORD is no text in UTF-8", e);
         }
     }
 
@@ -65,10 +63,8 @@ final class Passwords {
         try (InputStream stream = new FileInputStream(file.toFile())) {
             return firstLine(bytes, stream.readNBytes(bytes, 0, bytes.length));
         } catch (IOException e) {
-            String reason = e instanceof CharacterCodingException ? "it is no text in UTF-8"
-                    : e.getMessage();
             throw new IOException("cannot read the password file " + file + ": "
-                    + Input.obstacle(file, reason) + "\nName a file that has the password in its first line", e);
+                    + Input.obstacle(file, e.getMessage()) + "\nName a file that has the password in its first line", e);
         }
     }
 
@@ -84,12 +80,17 @@ final class Passwords {
         return decoded(bytes, end > 0 && bytes[end - 1] == '\r' ? end - 1 : end);
     }
 
-    private static char[] decoded(byte[] bytes, int size) throws CharacterCodingException {
-        CharBuffer text = StandardCharsets.UTF_8.newDecoder().decode(ByteBuffer.wrap(bytes, 0, size));
-        char[] password = new char[text.length()];
-        text.get(password);
-        clear(text.array());
-        Arrays.fill(bytes, (byte) 0);
-        return password;
+    private static char[] decoded(byte[] bytes, int size) throws IOException {
+        try {
+            CharBuffer text = StandardCharsets.UTF_8.newDecoder().decode(ByteBuffer.wrap(bytes, 0, size));
+            char[] password = new char[text.length()];
+            text.get(password);
+            clear(text.array());
+            return password;
+        } catch (CharacterCodingException e) {
+            throw new IOException("the password is no text in UTF-8", e);
+        } finally {
+            Arrays.fill(bytes, (byte) 0);
+        }
     }
 }

@@ -73,7 +73,9 @@ class TerminalTest {
         answer("n > 0\r", "true   (Boolean)", PROMPT);
         answer("done := true\r", "true", PROMPT);
         answer(":continue\r", "-9   (SmallInteger)", PROMPT);
-        answer("[true] whileTrue\r", "running for");
+        answer("[[true] whileTrue] ensure: [n]\r", "running for");
+        answer(INTERRUPT, "error 6003", ":continue goes on", PROMPT);
+        answer(":continue\r", "running for");
         answer(INTERRUPT, "error 6003", ":continue goes on", PROMPT);
         answer("Object subclass: #Slow. Slow compile: 'printString [true] whileTrue'. Slow new\r", "running for");
         answer(INTERRUPT, "error 6003", "the text ran, but its result cannot be shown", PROMPT);
