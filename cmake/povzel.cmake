@@ -2,6 +2,15 @@
 
 # Compiler and linker
 
+# A machine's compiler cache is used: what another clone has compiled is not compiled again.
+find_program(POVZEL_CCACHE ccache)
+mark_as_advanced(POVZEL_CCACHE)
+if(POVZEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}
+                                CCACHE_NOHASHDIR=1 ${POVZEL_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
+endif()
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
