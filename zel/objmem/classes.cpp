@@ -188,6 +188,24 @@ void bootstrapClasses(Memory& memory) {
   dictionaryPut(memory, GlobalsOop, symbolOop(memory, "Globals"), GlobalsOop);
 }
 
+void requireChangeableSlot(const Memory& memory, OopType oop, std::size_t slot) {
+  constexpr struct {
+    OopType classOop;
+    const char* why;
+  } keepers[] = {
+      {BagClass, "a Bag counts its elements itself: use its messages"},
+      {SortedCollectionClass, "a SortedCollection places its elements itself: use sortBlock:"},
+      {IntervalClass, "an Interval does not change"},
+  };
+  for (const auto& keeper : keepers) {
+    if (!inheritsFrom(memory, classOf(memory, oop), keeper.classOop)) continue;
+    const OopType count = slotOf(memory, keeper.classOop, ClassInstVarCount);
+    if (slot < static_cast<std::size_t>(smallIntValue(count))) {
+      throw Failure(ErrInvariant, keeper.why, {oop});
+    }
+  }
+}
+
 bool isClass(const Memory& memory, OopType oop) {
   const Object* object = memory.find(oop);
   return object != nullptr && object->classOop == ClassClass;

@@ -62,6 +62,10 @@ bool inheritsFrom(const Memory& memory, OopType classOop, OopType ancestor);
 // Whether the value or object is an instance of the class or of one below it.
 bool isKindOf(const Memory& memory, OopType oop, OopType classOop);
 
+// Throws ErrInvariant where the kernel's methods rely on what the named slot (from 0) holds, and
+// nobody else may change it.
+void requireChangeableSlot(const Memory& memory, OopType oop, std::size_t slot);
+
 // Whether a copy of the object is an object of its own that can be changed, as one of a literal is.
 bool copiesAreChangeable(const Memory& memory, OopType oop);
 

@@ -217,6 +217,7 @@ void ZelStoreNamedOops(OopType oop, long start, const OopType* oops, ArraySizeTy
       throw Failure(ErrBadOffset, "the object has " + std::to_string(named) + " named slots",
                     {oop});
     }
+    if (count != 0) requireChangeableSlot(memory, oop, first);
     storeOops(memory, oop, first, oops, count);
   });
 }
@@ -227,7 +228,7 @@ void ZelStoreOop(OopType oop, long index, OopType value) {
     const Object& object = oopsObject(memory, oop);
     const std::size_t first = offsetOf(oop, index, object.size);
     const bool named = first < object.namedSize;
-    if (!named) indexedOopsObject(memory, oop);
+    named ? requireChangeableSlot(memory, oop, first) : void(indexedOopsObject(memory, oop));
     storeOops(memory, oop, first, &value, 1);
   });
 }

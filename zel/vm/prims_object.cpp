@@ -134,6 +134,7 @@ OopType instVarAt(Memory& memory, OopType receiver, const OopType* args) {
 }
 OopType instVarAtPut(Memory& memory, OopType receiver, const OopType* args) {
   const std::size_t index = namedIndex(memory, receiver, args[0]);
+  requireChangeableSlot(memory, receiver, index);
   prepareWrite(memory, receiver);
   return memory.at(receiver).slots[index] = args[1];
 }
