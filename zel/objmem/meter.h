@@ -1,6 +1,7 @@
 // What running programs are measured and stopped by: steps, the limit on them, and breaks.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -47,6 +48,8 @@ class BreakRequest {
 // the turn of a loop; a primitive charges about as many as the messages that its time is worth.
 class Meter {
  public:
+  using Clock = std::chrono::steady_clock;
+
   explicit Meter(BreakRequest& request) : request_(request) {}
 
   std::int32_t countdown = 0;
@@ -74,7 +77,6 @@ class Meter {
 
  private:
   friend class Respite;
-  using Clock = std::chrono::steady_clock;
 
   void count(std::int32_t steps) {
     if ((countdown -= steps) < 0) check();
@@ -87,14 +89,16 @@ class Meter {
   Clock::time_point deadline_ = Clock::time_point::max();
 };
 
-// What programs that are given up still do: it has a second in all, after which check throws a
-// failure of the kind timeUp, and steps of its own.
+// What programs that are given up still do: it has so much time, which grows less meanwhile, after
+// which check throws a failure of the kind timeUp, and steps of its own.
 class Respite {
  public:
-  explicit Respite(Meter& meter) : meter_(meter), countdown_(meter.countdown), left_(meter.left_) {
-    meter_.deadline_ = Meter::Clock::now() + std::chrono::seconds(1);
+  Respite(Meter& meter, Meter::Clock::duration& time)
+      : meter_(meter), time_(time), countdown_(meter.countdown), left_(meter.left_) {
+    meter_.deadline_ = Meter::Clock::now() + time;
   }
   ~Respite() {
+    time_ = std::max(meter_.deadline_ - Meter::Clock::now(), Meter::Clock::duration::zero());
     meter_.deadline_ = Meter::Clock::time_point::max();
     meter_.countdown = countdown_;
     meter_.left_ = left_;
@@ -107,6 +111,7 @@ class Respite {
 
  private:
   Meter& meter_;
+  Meter::Clock::duration& time_;
   std::int32_t countdown_;
   std::uint64_t left_;
 };

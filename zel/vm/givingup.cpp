@@ -55,6 +55,7 @@ void Machine::giveUp(OopType processOop) {
   process.frames = std::vector<Frame>();
   memory.recount(processOop);
   if (count == 0) return;
+  if (!settling_) names->timeLeft = std::chrono::seconds(1);
   blocks.resize(count);
   std::vector<OopType>& left = names->left;
   if (left.capacity() - left.size() >= count) {
@@ -92,7 +93,7 @@ std::optional<Failure> Machine::runLeftBlocks() {
   std::vector<OopType>& left = names->left;
   if (left.empty()) return {};
   const InRoom room(memory, Room::library);
-  Respite respite(memory.meter);
+  Respite respite(memory.meter, names->timeLeft);
   std::optional<Failure> broken;
   const Meanwhile<bool> settling(settling_, true);
   while (!left.empty() && !broken) {

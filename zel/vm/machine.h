@@ -34,6 +34,8 @@ struct Names {
   // What programs that were given up owe: blocks, innermost last, and instead of one that a soft
   // break interrupted the program that carries it out.
   std::vector<OopType> left;
+  // That they have, however many texts they keep waiting.
+  Meter::Clock::duration timeLeft{};
 };
 
 // Gives a variable another value for as long as it lives.
