@@ -98,6 +98,17 @@ TEST_F(Limits, DeepAndLongTextsEnd) {
   EXPECT_EQ("20001", show("1" + repeated(" + 1", 20'000)));
 }
 
+TEST_F(Limits, TextsThatAreCompiledAreWeighed) {
+  database().memory.setLimit(8U << 20);
+  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  for (const char* part : {"a. ", "[:a | a]. ", "#(a) "}) {
+    const int number = errorOf((part[0] == '#' ? "#(" : "") + repeated(part, 60'000));
+    EXPECT_TRUE(number == 2208 || number == 2501) << part << number;
+  }
+  EXPECT_EQ(2208, errorOf(repeated("a foo. ", 30'000)));
+  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (64U << 10));
+}
+
 TEST_F(Limits, MemoryIsBoundedAndComesBack) {
   database().memory.setLimit(16U << 20);
   EXPECT_EQ(2208, errorOf("k := OrderedCollection new. [k add: (Array new: 1000)] repeat"));
@@ -173,12 +184,19 @@ TEST_F(Limits, SmallTextsRunInAProcessWithoutMemory) {
       if (numberAfter(filling) != 2208) _exit(1);
       if (zel->ZelExecuteStr("3 + 4", NilOop) != zel::smallIntOop(7)) _exit(2);
       if (numberAfter("nil foo") != 2010) _exit(3);
+      for (const char* small : {"'abc' , 'def'", "[nil foo] on: Error do: [:e | e messageText]",
+                                "#(3 1 2) asOrderedCollection sort: [:a :b | a <= b]",
+                                "'abcd' reversed asSymbol", "500 factorial printString"}) {
+        if (numberAfter(small) != 0) _exit(5);
+      }
+      numberAfter("h size: 0");
     }
     numberAfter("h := nil");
     _exit(numberAfter("(1 to: 1000) collect: [:i | Array new: 1000]") == 0 ? 0 : 4);
   };
-  for (const char* filling : {"[h add: (Array new: 20)] repeat", "[h add: (String new: 9)] repeat",
-                              "[h add: 1 -> (Dictionary new at: 1 put: 2; yourself)] repeat"}) {
+  for (const char* filling :
+       {"[h add: (Array new: 20)] repeat", "[h add: (String new: 300)] repeat",
+        "[h add: 1 -> (Dictionary new at: 1 put: 2; yourself)] repeat"}) {
     EXPECT_EXIT(fillAndEmpty(filling), testing::ExitedWithCode(0), "") << filling;
   }
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "errors/failure.h"
+#include "objmem/memory.h"
 
 namespace zel {
 
@@ -81,7 +81,17 @@ struct Node {
   Control control = Control::none;         // send: its form, once names are resolved
 };
 
+// What counts as taken while the tree is there: a node, its place in a list, and the op and the
+// site that are made of it; a variable with its declaration, and what finds it by its name; an
+// element of a literal.
+constexpr std::size_t nodeBytes = sizeof(Node) + 2 * (sizeof(Node*) + sizeof(Op) + sizeof(Site));
+constexpr std::size_t variableBytes = sizeof(Variable) + 2 * sizeof(Declaration) + 64;
+constexpr std::size_t elementBytes = 2 * sizeof(OopType);
+
 struct Tree {
+  explicit Tree(Memory& memory) : weight(memory) {}
+
+  Weight weight;
   std::deque<Node> nodes;
   std::deque<Variable> variables;
   std::deque<Scope> scopes;
@@ -89,6 +99,7 @@ struct Tree {
   Node* body = nullptr;  // a block node
 
   Node* make(NodeKind kind, Position position) {
+    weight.add(nodeBytes + (kind == NodeKind::block ? sizeof(Scope) : 0));
     Node& node = nodes.emplace_back();
     node.kind = kind;
     node.position = position;

@@ -544,7 +544,7 @@ std::vector<std::string> instVarNamesOf(const Memory& memory, OopType owner) {
 }  // namespace
 
 OopType compileText(Memory& memory, std::string_view source) {
-  Tree tree;
+  Tree tree(memory);
   parseText(memory, source, tree);
   Routine routine;
   routine.code = generate(memory, tree, 0, false, {});
@@ -572,7 +572,7 @@ OopType compileMessage(Memory& memory, OopType receiver, std::string_view select
 OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide,
                       bool kernel) {
   if (!isClass(memory, owner)) wrongKind(memory, "a class", owner);
-  Tree tree;
+  Tree tree(memory);
   const std::vector<std::string> none;
   Routine routine;
   try {

@@ -17,7 +17,9 @@ constexpr int deepestNesting = 100;
 class Parser {
  public:
   Parser(Memory& memory, std::string_view source, Tree& tree)
-      : memory_(memory), lexer_(source, memory.meter), tree_(tree) {}
+      : memory_(memory), lexer_(source, memory.meter), tree_(tree) {
+    tree.weight.add(source.size());  // for the names in it
+  }
 
   void text() {
     tree_.body = make(NodeKind::block);
@@ -66,6 +68,7 @@ class Parser {
   void declare(std::vector<Declaration>& names, const char* what) {
     if (++declared_ > mostOps) lexer_.fail("the text is too large: too many variables");
     const Position position = lexer_.position;
+    tree_.weight.add(variableBytes);
     names.push_back({takeName(what), position});
   }
 
@@ -304,6 +307,7 @@ class Parser {
 
   OopType literalElement() {
     memory_.meter.charge(1);
+    tree_.weight.add(elementBytes);
     if (accept(Token::openParen)) return literalArray();
     if (accept(Token::openBracket)) return literalBytes();
     if (at(Token::identifier) || at(Token::keyword) || atBinary()) {

@@ -39,11 +39,17 @@ void* Blocks::allocateSlowly(std::size_t kind) {
   // A full one leaves the list here, and comes back with its first free block.
   while (open_[kind] != nullptr && open_[kind]->free == nullptr) unlink(*open_[kind]);
   if (open_[kind] == nullptr) {
-    void* memory = std::aligned_alloc(chunkBytes, chunkBytes);
-    if (memory == nullptr) return nullptr;
-    cut(static_cast<Chunk*>(memory), kind);
+    Chunk* chunk = newChunk();
+    if (chunk == nullptr) return nullptr;
+    cut(chunk, kind);
   }
   return take(*open_[kind]);
+}
+
+Blocks::Chunk* Blocks::newChunk() {
+  void* memory = nullptr;
+  return posix_memalign(&memory, chunkBytes, usedBytes) == 0 ? static_cast<Chunk*>(memory)
+                                                             : nullptr;
 }
 
 void Blocks::cut(Chunk* chunk, std::size_t kind) {
@@ -51,7 +57,7 @@ void Blocks::cut(Chunk* chunk, std::size_t kind) {
   const std::size_t size = kind * grain;
   char* start = reinterpret_cast<char*>(chunk);
   char* first = start + (sizeof(Chunk) + grain - 1) / grain * grain;
-  char* block = start + chunkBytes;
+  char* block = start + usedBytes / grain * grain;
   do {
     block -= size;
     auto* free = reinterpret_cast<Free*>(block);
@@ -61,14 +67,28 @@ void Blocks::cut(Chunk* chunk, std::size_t kind) {
   link(*chunk);
 }
 
-void* Blocks::allocateSpare(std::size_t size) {
-  if (size > largest) return allocateLarge(size);
-  if (spares_ == nullptr) return nullptr;
+void* Blocks::allocateSpare(std::size_t size, std::size_t staying) {
+  while (spareCount_ > staying) {
+    Chunk* chunk = takeSpare();
+    if (size <= largest) {
+      cut(chunk, kindOf(size));
+      return take(*chunk);
+    }
+    std::free(chunk);
+    if (void* block = allocateLarge(size)) return block;
+  }
+  return nullptr;
+}
+
+void Blocks::giveSpares(std::size_t staying) {
+  while (spareCount_ > staying) std::free(takeSpare());
+}
+
+Blocks::Chunk* Blocks::takeSpare() {
   Chunk* chunk = spares_;
   spares_ = chunk->next;
   --spareCount_;
-  cut(chunk, kindOf(size));
-  return take(*chunk);
+  return chunk;
 }
 
 void Blocks::keepSpare(Chunk* chunk) {
@@ -77,12 +97,13 @@ void Blocks::keepSpare(Chunk* chunk) {
   ++spareCount_;
 }
 
-void Blocks::refillSpares() {
-  while (spareCount_ < mostSpares) {
-    void* memory = std::aligned_alloc(chunkBytes, chunkBytes);
-    if (memory == nullptr) return;
-    keepSpare(static_cast<Chunk*>(memory));
+bool Blocks::fillSpares(std::size_t count) {
+  while (spareCount_ < count) {
+    Chunk* chunk = newChunk();
+    if (chunk == nullptr) return false;
+    keepSpare(chunk);
   }
+  return true;
 }
 
 void Blocks::releaseLarge(void* block) {

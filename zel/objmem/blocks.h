@@ -15,6 +15,8 @@ class Blocks {
   Blocks(const Blocks&) = delete;
   Blocks& operator=(const Blocks&) = delete;
 
+  static constexpr std::size_t mostSpares = 32;
+
   // A block of the size, null when the process has no memory left. Larger ones are malloc's.
   void* allocate(std::size_t size) {
     if (size > largest) return allocateLarge(size);
@@ -22,10 +24,13 @@ class Blocks {
     if (chunk == nullptr || chunk->free == nullptr) return allocateSlowly(kindOf(size));
     return take(*chunk);
   }
-  // The same from the spare chunks.
-  void* allocateSpare(std::size_t size);
-  // Has as many spare chunks as there is memory for, at most all.
-  void refillSpares();
+  // The same from the spare chunks, of which so many stay.
+  void* allocateSpare(std::size_t size, std::size_t staying);
+  // Gives all but so many of the spare chunks to malloc.
+  void giveSpares(std::size_t staying);
+  // Has so many spare chunks, or as many as there is memory for; answers whether it has them all.
+  bool fillSpares(std::size_t count);
+  std::size_t spares() const { return spareCount_; }
   // Takes a block back, whose size must be given as it was.
   void release(void* block, std::size_t size) {
     if (size > largest) return releaseLarge(block);
@@ -53,8 +58,9 @@ class Blocks {
   static constexpr std::size_t largest = 128;
   static constexpr std::size_t grain = 8;
   static constexpr std::size_t chunkBytes = 32U << 10;
+  // Less what malloc keeps beside it, so that chunks lie side by side.
+  static constexpr std::size_t usedBytes = chunkBytes - 16;
   static constexpr std::size_t kinds = largest / grain + 1;
-  static constexpr std::uint32_t mostSpares = 8;
   static std::size_t kindOf(std::size_t size) { return (size + grain - 1) / grain; }
 
   static void* take(Chunk& chunk) {
@@ -66,8 +72,10 @@ class Blocks {
   static void* allocateLarge(std::size_t size);
   static void releaseLarge(void* block);
   void* allocateSlowly(std::size_t kind);
+  static Chunk* newChunk();
   void cut(Chunk* chunk, std::size_t kind);
   void keepSpare(Chunk* chunk);
+  Chunk* takeSpare();
   static void freeAll(Chunk* chunk);
   void reconsider(Chunk& chunk);
   void link(Chunk& chunk);
@@ -75,7 +83,7 @@ class Blocks {
 
   Chunk* open_[kinds] = {};  // those with free blocks; the first may have become full
   Chunk* spares_ = nullptr;
-  std::uint32_t spareCount_ = 0;
+  std::size_t spareCount_ = 0;
 };
 
 }  // namespace zel

@@ -12,10 +12,11 @@ namespace {
 constexpr std::size_t leastBytesBetweenCollections = 512U << 10;
 constexpr int mostFutileCollections = 8;
 constexpr std::size_t mostKeptBack = 1U << 20;
-constexpr std::size_t ballastBytes = 32U << 10;  // a piece
 // A header, an entry of the table and of the mark stack, and what the allocator adds.
 constexpr std::size_t objectOverhead = sizeof(Object) + 12;
 constexpr std::uint32_t leastCapacity = 4;
+constexpr std::size_t symbolEntryBytes = 32;
+constexpr std::size_t symbolPlaceBytes = sizeof(void*);
 
 std::size_t unitOf(const Object& object) {
   return object.holdsBytes() ? 1 : sizeof(OopType);
@@ -73,7 +74,7 @@ std::size_t extraBytes(const Extra& extra) {
 Memory::Memory(BreakRequest& breaks) : meter(breaks), cursor_(firstFreeIndex) {
   table_.resize(firstFreeIndex + 2 * keptEntries);
   markStack_.reserve(table_.size());
-  takeBallast();
+  blocks_.fillSpares(Blocks::mostSpares);
   setLimit(defaultMemoryLimit);
 }
 
@@ -105,28 +106,17 @@ void Memory::growTable() try {
   table_.resize(entries + entries / 2);
   cursor_ = static_cast<std::uint32_t>(entries);
 } catch (const std::bad_alloc&) {
-  if (!forLibrary() || objects_ >= table_.size() - firstFreeIndex) noRoom();
+  if (freeEntries() <= bounds_.entries) noRoom();
 }
 
 void Memory::noRoom() {
   throw MemoryFull();
 }
 
-void* Memory::keptBlock(std::size_t size) {
-  void* block = nullptr;
-  if (forLibrary()) {
-    ballast_ = {};
-    block = blocks_.allocateSpare(size);
-  }
+void* Memory::spareBlock(std::size_t size) {
+  void* block = blocks_.allocateSpare(size, bounds_.spares);
   if (block == nullptr) noRoom();
   return block;
-}
-
-void Memory::takeBallast() {
-  for (std::unique_ptr<char[]>& piece : ballast_) {
-    if (!piece) piece.reset(new (std::nothrow) char[ballastBytes]);
-  }
-  blocks_.refillSpares();
 }
 
 // Makes an object whose body is still to be filled.
@@ -201,11 +191,13 @@ OopType Memory::allocateJoined(OopType left, std::string_view text, OopType clas
   const std::uint32_t index = freeIndex();
   void* block = newBlock(0);
   if (!fits) {
-    bytes = static_cast<SharedBytes*>(blocks_.allocate(added));
-    if (bytes == nullptr) {
+    void* shared = blocks_.allocate(added);
+    if (shared == nullptr) shared = blocks_.allocateSpare(added, bounds_.spares);
+    if (shared == nullptr) {
       blocks_.release(block, sizeof(Object));
       noRoom();
     }
+    bytes = static_cast<SharedBytes*>(shared);
     *bytes = {0, first.size, static_cast<std::uint32_t>(capacity)};
     std::copy_n(first.bytes, first.size, reinterpret_cast<ByteType*>(bytes + 1));
     used_ += added;
@@ -344,7 +336,7 @@ void Memory::recount(OopType oop) {
 
 void Memory::setLimit(std::size_t bytes) {
   limit_ = bytes;
-  ceiling_ = ceilingOf(Room::programs);
+  bounds_ = boundsOf(Room::programs);
   dueAt_ = used_ + leastBytesBetweenCollections;
 }
 
@@ -352,15 +344,22 @@ std::size_t Memory::keptBack() const {
   return std::min(mostKeptBack, limit_ / 16);
 }
 
-std::size_t Memory::ceilingOf(Room room) const {
-  if (room == Room::library) return limit_;
-  if (room == Room::programs) return limit_ - keptBack();
+Bounds Memory::boundsOf(Room room) const {
+  if (room == Room::library) return {limit_, 0, 0};
+  if (room == Room::programs) return {limit_ - keptBack(), keptEntries, Blocks::mostSpares};
+  // Half of what is left above the library's half.
+  const auto staying = [](std::size_t left, std::size_t kept) {
+    return kept / 2 + (std::clamp(left, kept / 2, kept) - kept / 2) / 2;
+  };
   const std::size_t top = limit_ - keptBack() / 2;
-  return used_ + (top - std::min(used_, top)) / 2;
+  return {used_ + (top - std::min(used_, top)) / 2, staying(freeEntries(), keptEntries),
+          staying(blocks_.spares(), Blocks::mostSpares)};
 }
 
 Room Memory::roomToRun() const {
-  return used_ > limit_ - 2 * keptBack() ? Room::rescue : Room::programs;
+  const bool full =
+      processIsFull_ || freeEntries() <= keptEntries || used_ > limit_ - 2 * keptBack();
+  return full ? Room::rescue : Room::programs;
 }
 
 void Memory::markContents(const Object& object) {
@@ -412,6 +411,36 @@ inline void Memory::release(Object* object) {
   blocks_.release(object, sizeof *object + bytes);
 }
 
+// Entries share the places where there is no memory for more of them.
+void Memory::addSymbol(OopType oop) {
+  const std::size_t places = symbols.bucket_count();
+  const float share = symbols.max_load_factor();
+  const bool grows = static_cast<float>(symbols.size() + 1) > static_cast<float>(places) * share;
+  try {
+    reserve(symbolEntryBytes + (grows ? 2 * places * symbolPlaceBytes : 0));
+    symbols.emplace(at(oop).text(), oop);
+  } catch (const std::bad_alloc&) {
+    if (!grows) throw;
+    reserve(symbolEntryBytes);
+    symbols.max_load_factor(2 * share);
+    symbols.emplace(at(oop).text(), oop);
+  }
+  used_ += symbolEntryBytes + (symbols.bucket_count() - places) * symbolPlaceBytes;
+}
+
+void Memory::dropSymbols() {
+  const std::size_t dropped =
+      std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
+  const std::size_t places = symbols.bucket_count();
+  if (symbols.size() <= places) symbols.max_load_factor(1);
+  try {
+    if (symbols.size() < places / 4) symbols.rehash(0);
+  } catch (const std::bad_alloc&) {
+    // The larger array serves as well.
+  }
+  used_ -= dropped * symbolEntryBytes + (places - symbols.bucket_count()) * symbolPlaceBytes;
+}
+
 void Memory::sweep() {
   std::size_t swept = 0;
   for (Object*& object : table_) {
@@ -433,19 +462,26 @@ void Memory::collect(bool pressed) {
   for (const Roots& each : roots_) each.visit(each.owner, *this);
   markReachable();
   for (Client* client : clients) keepHandedOut(*this, *client, pressed && client == current);
-  used_ -= symbolEntryBytes *
-           std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
+  dropSymbols();
   sweep();
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
+  usedBefore_ = used_;
   forgetLookups();
-  takeBallast();
+  const bool hasSpares = blocks_.fillSpares(Blocks::mostSpares);
+  if (pressed || !hasSpares) {
+    processIsFull_ = !blocks_.fillSpares(2 * Blocks::mostSpares);
+    blocks_.giveSpares(Blocks::mostSpares);
+  }
 }
 
 void Memory::collectForRoom() {
+  const bool worthIt = used_ >= usedBefore_ + limit_ / 64;
   collect(true);
-  if (forLibrary()) ballast_ = {};
-  if (forLibrary() || used_ + limit_ / 64 <= ceiling_) return;
-  if (++futileCollections_ > mostFutileCollections) throw MemoryFull();
+  futileCollections_ = worthIt ? 0 : futileCollections_ + 1;
+  const bool forLibrary = bounds_.bytes == limit_;
+  if (!forLibrary && futileCollections_ > mostFutileCollections) throw MemoryFull();
+  // What found no room need not have been an object.
+  blocks_.giveSpares(bounds_.spares);
 }
 
 void Memory::forgetLookups() {

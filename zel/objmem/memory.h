@@ -23,14 +23,22 @@ struct Client;
 constexpr std::size_t largestObjectBytes = 64U << 20;
 constexpr std::size_t largestObjectSlots = largestObjectBytes / sizeof(OopType);
 constexpr std::size_t defaultMemoryLimit = 256U << 20;
-// Of the object table, for the library's own work when the table cannot grow.
-constexpr std::size_t keptEntries = 1024;
+// Of the object table, for when it cannot grow.
+constexpr std::size_t keptEntries = 2048;
 
 // Whose needs an allocation serves. The last part of the memory is kept back, so that a full one
 // still compiles and runs what empties it. Half of it is for programs that begin in a full memory,
 // each of which may take half of what the former ones left; half is for the library alone, which
-// gives back what it takes.
+// gives back what it takes. So it is with what is kept back for the case that the process itself
+// has no memory left: entries of the object table, and spare chunks.
 enum class Room : std::uint8_t { programs, rescue, library };
+
+// How far allocations may go.
+struct Bounds {
+  std::size_t bytes;    // that are used at most
+  std::size_t entries;  // of the object table that stay free
+  std::size_t spares;   // chunks that stay
+};
 
 struct MemoryStatistics {
   std::size_t objects;
@@ -85,7 +93,7 @@ class Memory {
   void recount(OopType oop);
   // Throws MemoryFull unless there is room for so many more bytes.
   void reserve(std::size_t bytes) {
-    if (bytes > ceiling_ || used_ > ceiling_ - bytes) noRoom();
+    if (bytes > bounds_.bytes || used_ > bounds_.bytes - bytes) noRoom();
     if (used_ + bytes >= dueAt_) meter.hurry();
   }
   // Tells the memory that something beside the objects (a before-image) grew by `bytes`, which it
@@ -149,9 +157,10 @@ class Memory {
   std::uint32_t lastTransaction = 0;  // its serial
 
   // The one symbol of each text, which is the symbol's own: its bytes never move. Those that
-  // nothing refers to go in a collection. Each entry takes about symbolEntryBytes.
+  // nothing refers to go in a collection.
   std::unordered_map<std::string_view, OopType> symbols;
-  static constexpr std::size_t symbolEntryBytes = 40;
+  // Adds a new one. Throws std::bad_alloc.
+  void addSymbol(OopType oop);
 
  private:
   friend class InRoom;
@@ -161,29 +170,30 @@ class Memory {
   };
 
   std::uint32_t freeIndex() {
-    if (objects_ >= table_.size() - firstFreeIndex - keptEntries) growTable();
+    if (freeEntries() <= keptEntries) growTable();
     while (table_[cursor_] != nullptr) {
       if (++cursor_ == table_.size()) cursor_ = firstFreeIndex;
     }
     return cursor_;
   }
   void growTable();
+  std::size_t freeEntries() const { return table_.size() - firstFreeIndex - objects_; }
   std::size_t keptBack() const;
-  std::size_t ceilingOf(Room room) const;
+  Bounds boundsOf(Room room) const;
+  // For an object with a body of so many bytes.
   void* newBlock(std::size_t bytes) {
     void* block = blocks_.allocate(sizeof(Object) + bytes);
-    return block != nullptr ? block : keptBlock(sizeof(Object) + bytes);
+    return block != nullptr ? block : spareBlock(sizeof(Object) + bytes);
   }
-  void takeBallast();
-  bool forLibrary() const { return ceiling_ == limit_; }
+  void* spareBlock(std::size_t size);
   [[noreturn]] static void noRoom();
-  void* keptBlock(std::size_t size);
   Object* place(void* block, OopType classOop, Impl impl, std::size_t named, std::size_t size,
                 bool indexable, bool fixedSize = false, bool invariant = false);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
   Object& enlarge(OopType oop, std::size_t size);
   Object& closeGap(OopType oop) const;
   void markContents(const Object& object);
+  void dropSymbols();
   void sweep();
   void release(Object* object);
   void releaseRest(Object& object);
@@ -195,31 +205,50 @@ class Memory {
   std::vector<Roots> roots_;
   std::uint32_t cursor_;  // where the search for a free entry goes on
   std::size_t limit_ = 0;
-  std::size_t ceiling_ = 0;  // of the room in use
+  Bounds bounds_{};  // of the room in use
   std::size_t used_ = 0;
+  std::size_t usedBefore_ = 0;  // at the end of the last collection
+  bool processIsFull_ = false;  // it hardly had memory left then
   std::size_t dueAt_ = 0;
   std::size_t objects_ = 0;
   int futileCollections_ = 0;
   std::uint32_t lookupEpoch_ = 1;
-  // Given up for the library's own work when the process itself has no memory left, in pieces, so
-  // that what lives on in one keeps the others from nobody.
-  std::array<std::unique_ptr<char[]>, 8> ballast_;
+};
+
+// What work in progress takes beside the objects, until it ends.
+class Weight {
+ public:
+  explicit Weight(Memory& memory) : memory_(memory) {}
+  ~Weight() { memory_.account(-static_cast<std::ptrdiff_t>(bytes_)); }
+  Weight(const Weight&) = delete;
+  Weight& operator=(const Weight&) = delete;
+
+  // Throws MemoryFull.
+  void add(std::size_t bytes) {
+    memory_.reserve(bytes);
+    memory_.account(static_cast<std::ptrdiff_t>(bytes));
+    bytes_ += bytes;
+  }
+
+ private:
+  Memory& memory_;
+  std::size_t bytes_ = 0;
 };
 
 // Says for whom a block of code allocates; outside of all of them it is for programs.
 class InRoom {
  public:
-  InRoom(Memory& memory, Room room) : memory_(memory), before_(memory.ceiling_) {
-    memory.ceiling_ = memory.ceilingOf(room);
+  InRoom(Memory& memory, Room room) : memory_(memory), before_(memory.bounds_) {
+    memory.bounds_ = memory.boundsOf(room);
   }
-  ~InRoom() { memory_.ceiling_ = before_; }
-  void become(Room room) { memory_.ceiling_ = memory_.ceilingOf(room); }
+  ~InRoom() { memory_.bounds_ = before_; }
+  void become(Room room) { memory_.bounds_ = memory_.boundsOf(room); }
   InRoom(const InRoom&) = delete;
   InRoom& operator=(const InRoom&) = delete;
 
  private:
   Memory& memory_;
-  std::size_t before_;
+  Bounds before_;
 };
 
 // Carries `operation` out, and once more after a collection if it finds no room. For operations

@@ -87,9 +87,7 @@ OopType symbolOop(Memory& memory, std::string_view bytes) {
   if (known != memory.symbols.end()) return known->second;
   const OopType oop = bytesOop(memory, SymbolClass, bytes.data(), bytes.size());
   memory.at(oop).invariant = true;
-  memory.reserve(Memory::symbolEntryBytes);
-  memory.symbols.emplace(memory.at(oop).text(), oop);
-  memory.account(Memory::symbolEntryBytes);
+  memory.addSymbol(oop);
   return oop;
 }
 

@@ -2,6 +2,8 @@
 // pending error, and the function then answers what it was told to.
 #pragma once
 
+#include <span>
+
 #include "session/database.h"
 
 namespace zel {
@@ -69,9 +71,37 @@ void inSession(Body body) noexcept {
   });
 }
 
-// Keeps the value for the current session's client and answers it.
+// Keeps what a client names from collections, until its program does.
+class Given {
+ public:
+  Given(Memory& memory, OopType first, std::span<const OopType> others)
+      : memory_(memory), first_(first), others_(others) {
+    memory.addRoots(this, [](void* given, Memory& marked) {
+      marked.mark(static_cast<Given*>(given)->first_);
+      for (const OopType oop : static_cast<Given*>(given)->others_) marked.mark(oop);
+    });
+  }
+  ~Given() { memory_.forgetRoots(this); }
+  Given(const Given&) = delete;
+  Given& operator=(const Given&) = delete;
+
+ private:
+  Memory& memory_;
+  OopType first_;
+  std::span<const OopType> others_;
+};
+
+// Keeps the value for the current session's client and answers it. What a program has answered is
+// not to be lost for want of room.
 inline OopType handOut(Database& database, OopType oop) {
-  return handOut(database.memory, database.current->client, oop);
+  Client& client = database.current->client;
+  try {
+    return handOut(database.memory, client, oop);
+  } catch (const std::bad_alloc&) {
+  }
+  const Given given(database.memory, oop, {});
+  const InRoom room(database.memory, Room::library);
+  return withRoom(database.memory, [&] { return handOut(database.memory, client, oop); });
 }
 
 // Throws ErrBadArgument unless `pointer` is there or `count` is 0.

@@ -77,26 +77,6 @@ OopType execute(std::string_view source, OopType symbolList) {
   return handOut(database, database.machine.execute(source));
 }
 
-// Keeps what a client names from collections, until its program does.
-class Given {
- public:
-  Given(Memory& memory, OopType first, std::span<const OopType> others)
-      : memory_(memory), first_(first), others_(others) {
-    memory.addRoots(this, [](void* given, Memory& marked) {
-      marked.mark(static_cast<Given*>(given)->first_);
-      for (const OopType oop : static_cast<Given*>(given)->others_) marked.mark(oop);
-    });
-  }
-  ~Given() { memory_.forgetRoots(this); }
-  Given(const Given&) = delete;
-  Given& operator=(const Given&) = delete;
-
- private:
-  Memory& memory_;
-  OopType first_;
-  std::span<const OopType> others_;
-};
-
 // The failure that an array of a message and a stack text stands for.
 Failure failureFrom(Memory& memory, OopType message, OopType stack) {
   const OopType exception = newInstance(memory, ErrorClass);
