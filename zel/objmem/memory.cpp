@@ -15,8 +15,8 @@ constexpr std::size_t mostKeptBack = 1U << 20;
 // A header, an entry of the table and of the mark stack, and what the allocator adds.
 constexpr std::size_t objectOverhead = sizeof(Object) + 12;
 constexpr std::uint32_t leastCapacity = 4;
-constexpr std::size_t symbolEntryBytes = 32;
-constexpr std::size_t symbolPlaceBytes = sizeof(void*);
+// An entry of the map of symbols, and its share of the array that finds it.
+constexpr std::size_t symbolEntryBytes = 32 + 2 * sizeof(void*);
 
 std::size_t unitOf(const Object& object) {
   return object.holdsBytes() ? 1 : sizeof(OopType);
@@ -417,7 +417,7 @@ void Memory::addSymbol(OopType oop) {
   const float share = symbols.max_load_factor();
   const bool grows = static_cast<float>(symbols.size() + 1) > static_cast<float>(places) * share;
   try {
-    reserve(symbolEntryBytes + (grows ? 2 * places * symbolPlaceBytes : 0));
+    reserve(symbolEntryBytes + (grows ? 2 * places * sizeof(void*) : 0));
     symbols.emplace(at(oop).text(), oop);
   } catch (const std::bad_alloc&) {
     if (!grows) throw;
@@ -425,12 +425,12 @@ void Memory::addSymbol(OopType oop) {
     symbols.max_load_factor(2 * share);
     symbols.emplace(at(oop).text(), oop);
   }
-  used_ += symbolEntryBytes + (symbols.bucket_count() - places) * symbolPlaceBytes;
+  used_ += symbolEntryBytes;
 }
 
 void Memory::dropSymbols() {
-  const std::size_t dropped =
-      std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
+  used_ -= symbolEntryBytes *
+           std::erase_if(symbols, [&](const auto& symbol) { return !at(symbol.second).marked; });
   const std::size_t places = symbols.bucket_count();
   if (symbols.size() <= places) symbols.max_load_factor(1);
   try {
@@ -438,7 +438,6 @@ void Memory::dropSymbols() {
   } catch (const std::bad_alloc&) {
     // The larger array serves as well.
   }
-  used_ -= dropped * symbolEntryBytes + (places - symbols.bucket_count()) * symbolPlaceBytes;
 }
 
 void Memory::sweep() {
