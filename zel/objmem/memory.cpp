@@ -345,15 +345,17 @@ std::size_t Memory::keptBack() const {
 }
 
 Bounds Memory::boundsOf(Room room) const {
-  if (room == Room::library) return {limit_, 0, 0};
-  if (room == Room::programs) return {limit_ - keptBack(), keptEntries, Blocks::mostSpares};
+  if (room == Room::library) return {limit_, 0, 0, room};
+  if (room == Room::programs) {
+    return {limit_ - keptBack(), keptEntries, Blocks::mostSpares, room};
+  }
   // Half of what is left above the library's half.
   const auto staying = [](std::size_t left, std::size_t kept) {
     return kept / 2 + (std::clamp(left, kept / 2, kept) - kept / 2) / 2;
   };
   const std::size_t top = limit_ - keptBack() / 2;
   return {used_ + (top - std::min(used_, top)) / 2, staying(freeEntries(), keptEntries),
-          staying(blocks_.spares(), Blocks::mostSpares)};
+          staying(blocks_.spares(), Blocks::mostSpares), room};
 }
 
 Room Memory::roomToRun() const {
@@ -473,12 +475,19 @@ void Memory::collect(bool pressed) {
   }
 }
 
+void Memory::beginProgram() {
+  futileCollections_ = 0;
+  if (roomToRun() != Room::programs && used_ >= usedBefore_ + keptBack() / 8) collect(true);
+}
+
 void Memory::collectForRoom() {
   const bool worthIt = used_ >= usedBefore_ + limit_ / 64;
   collect(true);
   futileCollections_ = worthIt ? 0 : futileCollections_ + 1;
-  const bool forLibrary = bounds_.bytes == limit_;
-  if (!forLibrary && futileCollections_ > mostFutileCollections) throw MemoryFull();
+  if (bounds_.room == Room::rescue && roomToRun() == Room::programs) {
+    bounds_ = boundsOf(Room::programs);
+  }
+  if (bounds_.room != Room::library && futileCollections_ > mostFutileCollections) throw MemoryFull();
   // What found no room need not have been an object.
   blocks_.giveSpares(bounds_.spares);
 }

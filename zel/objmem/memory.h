@@ -38,6 +38,7 @@ struct Bounds {
   std::size_t bytes;    // that are used at most
   std::size_t entries;  // of the object table that stay free
   std::size_t spares;   // chunks that stay
+  Room room;
 };
 
 struct MemoryStatistics {
@@ -115,8 +116,9 @@ class Memory {
   // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
   // again and again for next to nothing: better an early end than one that takes for ever.
   void collectForRoom();
-  // Begins a program's account of that.
-  void beginProgram() { futileCollections_ = 0; }
+  // Begins a program's account of that. In a full memory it collects, unless next to nothing was
+  // allocated since that was last done: a program that needs more than is left does it itself.
+  void beginProgram();
   // Marks the oop during a collection, immediate values and 0 allowed.
   void mark(OopType oop) {
     Object* object = find(oop);

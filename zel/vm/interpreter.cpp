@@ -777,7 +777,6 @@ OopType Machine::carryOut(OopType processOop, Failure* failure, bool briefly) {
   fresh_ = 0;
   memory.beginProgram();
   inFlight_ = failure;
-  if (memory.roomToRun() != Room::programs) memory.collect(true);
   InRoom room(memory, briefly ? Room::library : memory.roomToRun());
   if (briefly) briefly_ = &room;
   if (failure != nullptr) handleOrThrow(std::move(*failure));
