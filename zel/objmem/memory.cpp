@@ -487,7 +487,8 @@ void Memory::collectForRoom() {
   if (bounds_.room == Room::rescue && roomToRun() == Room::programs) {
     bounds_ = boundsOf(Room::programs);
   }
-  if (bounds_.room != Room::library && futileCollections_ > mostFutileCollections) throw MemoryFull();
+  if (bounds_.room != Room::library && futileCollections_ > mostFutileCollections)
+    throw MemoryFull();
   // What found no room need not have been an object.
   blocks_.giveSpares(bounds_.spares);
 }

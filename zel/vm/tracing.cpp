@@ -25,6 +25,13 @@ std::string shortened(std::string_view text, std::size_t most) {
   return std::string(text.substr(0, end)).append(mark);
 }
 
+// As clients can be told it: to them a NUL ends a text.
+std::string printable(std::string_view text) {
+  std::string result;
+  for (const char c : text) c == '\0' ? result.append("\u2400") : result.append(1, c);
+  return result;
+}
+
 // After a break the innermost activation begins the op in which it came again.
 bool beginsOpAgain(const ProcessState& process, std::uint32_t depth) {
   return depth + 1 == process.depth && process.suspended && process.place == noPlace &&
@@ -59,11 +66,12 @@ void appendLine(const Memory& memory, const ProcessState& process, std::uint32_t
 }  // namespace
 
 std::string errorText(const Failure& failure, std::size_t most) {
-  if (failure.position.line == 0) return shortened(failure.message, most);
+  const std::string message = printable(std::string_view(failure.message).substr(0, most + 1));
+  if (failure.position.line == 0) return shortened(message, most);
   std::string place = placeText(failure.position) + ")";
   if (!failure.method.empty()) place = shortened(failure.method, longestName) + ", " + place;
   place = " (" + place;
-  return shortened(failure.message, most - place.size()) + place;
+  return shortened(message, most - place.size()) + place;
 }
 
 void locate(const Memory& memory, const ProcessState& process, Failure& failure) noexcept {
