@@ -78,6 +78,7 @@ final class PovZelCalls {
      * a pool is given back to it.
      */
     void end() {
+        PovZelLock.requireStack();
         if (!open.compareAndSet(true, false)) {
             return;
         }

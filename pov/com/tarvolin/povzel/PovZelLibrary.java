@@ -252,7 +252,7 @@ public final class PovZelLibrary {
             thread.setContextClassLoader(null);
             thread.start();
             return true;
-        } catch (OutOfMemoryError | SecurityException e) {
+        } catch (VirtualMachineError | SecurityException e) {
             return false;
         }
     }

@@ -15,11 +15,14 @@ import java.util.concurrent.locks.ReentrantLock;
 final class PovZelLock {
     private static final long TICK_NANOS = 10_000_000;
     private static final int IDLE_TICKS = 100;
+    /** A multiple of the frames that the end of a turn needs, interpreted or compiled. */
+    private static final int PROBED_FRAMES = 48;
 
     private final ReentrantLock guard = new ReentrantLock();
     private final Deque<PovZelTurn> waiting = new ArrayDeque<>();
     /** Sessions that were closed while another thread had the library. */
     private final Deque<Integer> toLogOut = new ArrayDeque<>();
+    private final Runnable watch = this::watch;
     private long begun;
     private volatile PovZelTurn current;
     private volatile boolean watched;
@@ -42,9 +45,10 @@ final class PovZelLock {
 
     /**
      * Waits until the turn has come, at once inside of another one of the same thread, unless it is
-     * broken before. Every turn that came must {@link #leave}.
+     * broken before. Every turn that came must {@link #leave}. What throws, does so before it has come.
      */
     void enter(PovZelTurn turn) {
+        requireStack();
         if (turn.isBreakable() && turn.thread.isInterrupted()) {
             throw PovZelException.broken(PovZelTurn.Break.THREAD);
         }
@@ -65,6 +69,19 @@ final class PovZelLock {
         if (!watched) {
             startWatching();
         }
+    }
+
+    /**
+     * Throws a StackOverflowError where the stack has no room to end a turn in: one that does not end
+     * locks the library for good.
+     */
+    static void requireStack() {
+        probe(PROBED_FRAMES, 0, 0, 0, 0, 0, 0);
+    }
+
+    /** The arguments make the frame large, compiled as well. */
+    private static long probe(int frames, long a, long b, long c, long d, long e, long f) {
+        return frames == 0 ? a + b + c : probe(frames - 1, b, c, d, e, f, a + frames) + f;
     }
 
     private void await(PovZelTurn turn) {
@@ -119,7 +136,7 @@ final class PovZelLock {
 
     /** Lets the next one have the library; or returns a session to log out before. */
     private Integer handOn(PovZelTurn turn) {
-        guard.lock();
+        lockGuard();
         try {
             if (turn.outer == null && !toLogOut.isEmpty()) {
                 turn.loud = false;
@@ -130,6 +147,18 @@ final class PovZelLock {
             return null;
         } finally {
             guard.unlock();
+        }
+    }
+
+    /** Takes the guard, and does not fail: to wait for it takes memory, which there may be none of. */
+    private void lockGuard() {
+        while (!guard.tryLock()) {
+            try {
+                guard.lock();
+                return;
+            } catch (OutOfMemoryError e) {
+                Thread.yield();
+            }
         }
     }
 
@@ -278,7 +307,7 @@ final class PovZelLock {
     private void startWatching() {
         synchronized (waiting) {
             // When no thread is to be had the call goes on without, and the next one tries again.
-            watched = watched || PovZelLibrary.startDaemon("povzel watch", this::watch);
+            watched = watched || PovZelLibrary.startDaemon("povzel watch", watch);
         }
     }
 

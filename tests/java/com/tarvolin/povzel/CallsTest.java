@@ -76,6 +76,23 @@ class CallsTest {
         }
     }
 
+    // A thread that runs out of stack anywhere in a call leaves the library to the others.
+    @Test
+    void aFullStackLocksNobodyOut() throws Exception {
+        for (int i = 0; i < 12; i++) {
+            int depth = i;
+            Thread deep = new Thread(null, () -> assertThrows(StackOverflowError.class, () -> dive(depth)),
+                    "deep", 300_000);
+            deep.start();
+            deep.join();
+            assertEquals(7L, threads.submit(() -> other.execute("3 + 4")).get(60, TimeUnit.SECONDS));
+        }
+    }
+
+    private long dive(int depth) {
+        return depth > 0 ? 1 + dive(depth - 1) : dive(0) + (Long) session.execute("3 + 4");
+    }
+
     @Test
     void breaksReachWhatWaits() throws Exception {
         Future<Throwable> running = failing(1, () -> other.execute(ENDLESS));
