@@ -113,10 +113,14 @@ final class PovZelCalls {
         return locked(PovZelTurn.Kind.CALL, timeoutNanos, work);
     }
 
-    /** The same, as a call of another kind or with a timeout of its own, 0 for none. */
+    /**
+     * The same, as a call of another kind or with a timeout of its own, 0 for none. Within a call of
+     * the same session it is a part of that, unless it is one that nothing ends.
+     */
     <T> T locked(PovZelTurn.Kind kind, long nanos, Supplier<T> work) {
         PovZelTurn mine = PovZelLibrary.LOCK.mine();
-        if (mine != null && mine.calls == this) {
+        if (mine != null && mine.calls == this
+                && (kind != PovZelTurn.Kind.UNBREAKABLE || mine.kind == kind)) {
             mine.requireUnbroken();
             return work.get();
         }
@@ -139,6 +143,30 @@ final class PovZelCalls {
         return locked(() -> attempt(call));
     }
 
+    /** Does something that nothing ends, a broken call around it included. */
+    void unbroken(Runnable work) {
+        locked(PovZelTurn.Kind.UNBREAKABLE, 0, () -> {
+            work.run();
+            return null;
+        });
+    }
+
+    /**
+     * Does something with what the native answers that a call is made for. That native alone can be
+     * interrupted: before it the call can be made again, behind it there is nothing to continue.
+     */
+    <T> T ask(Call call, Supplier<T> behind) {
+        attempt(call, true);
+        PovZelTurn turn = PovZelLibrary.LOCK.mine();
+        boolean nested = turn.answered;
+        turn.answered = true;
+        try {
+            return behind.get();
+        } finally {
+            turn.answered = nested;
+        }
+    }
+
     /**
      * Calls a native that moves contents, and may be called once more when the database had no
      * room.
@@ -154,19 +182,32 @@ final class PovZelCalls {
     }
 
     private int attempt(Call call) {
+        return attempt(call, false);
+    }
+
+    private int attempt(Call call, boolean asked) {
         PovZelTurn turn = PovZelLibrary.LOCK.mine();
         turn.requireUnbroken();
         turn.fresh = false;
+        if (asked) {
+            turn.softly = true;
+        } else if (turn.softly) {
+            PovZelLibrary.LOCK.hushSoftly(turn);
+        }
         try {
             return PovZelLibrary.check(e -> call.call(id, e));
         } catch (PovZelException e) {
             PovZelLibrary.LOCK.hush(turn);
-            complete(e);
-            if (e instanceof PovZelMemoryException && !turn.collected) {
-                turn.collected = true;
-                PovZelLogins.collect();
+            e.noteSession(id);
+            try {
+                complete(e);
+                if (e instanceof PovZelMemoryException && !turn.collected) {
+                    turn.collected = true;
+                    PovZelLogins.collect();
+                }
+            } finally {
+                turn.loud = true;
             }
-            turn.loud = true;
             throw e instanceof PovZelCancelledException && turn.broken == PovZelTurn.Break.TIMEOUT
                     ? new PovZelTimeoutException(e) : e;
         }

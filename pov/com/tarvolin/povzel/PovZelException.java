@@ -97,6 +97,8 @@ public class PovZelException extends RuntimeException {
      */
     private transient List<Object> arguments = new ArrayList<>();
     private transient Object process;
+    /** That of the call which threw this; -1 when none did. */
+    private transient int sessionId = -1;
     /** See {@link #getCategory()}. */
     private String categoryText;
     /** See {@link #getStack()}. */
@@ -118,6 +120,7 @@ public class PovZelException extends RuntimeException {
         args = filled.args == null ? new long[0] : filled.args;
         arguments = filled.arguments;
         process = filled.process;
+        sessionId = filled.sessionId;
         categoryText = filled.categoryText;
         stack = filled.stack;
         if (filled.getCause() != null) {
@@ -203,6 +206,20 @@ public class PovZelException extends RuntimeException {
         arguments = values;
         categoryText = categoryName;
         stack = stackText;
+    }
+
+    /** Notes which session's call throws this. */
+    void noteSession(int id) {
+        sessionId = id;
+    }
+
+    int sessionId() {
+        return sessionId;
+    }
+
+    /** Whether this is a call that was broken, which says nothing of the session. */
+    boolean isBreak() {
+        return getNumber() == SOFT_BREAK || this instanceof PovZelCancelledException;
     }
 
     /**

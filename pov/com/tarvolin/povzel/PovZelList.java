@@ -278,12 +278,15 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
         });
     }
 
+    /** Whatever ended the call, which could end this, too. */
     private void putBack(Element[] before, int end, Throwable reason) {
         try {
-            int done = 0;
-            while (done < end) {
-                done += putBatch(done, end, i -> PovZelValues.existing(before[i].oop));
-            }
+            calls().unbroken(() -> {
+                int done = 0;
+                while (done < end) {
+                    done += putBatch(done, end, i -> PovZelValues.existing(before[i].oop));
+                }
+            });
         } catch (RuntimeException e) {
             reason.addSuppressed(e);
         }

@@ -208,6 +208,13 @@ final class PovZelLock {
         guard.unlock();
     }
 
+    /** Keeps soft breaks from the library: what comes next is none that could be continued. */
+    void hushSoftly(PovZelTurn turn) {
+        guard.lock();
+        turn.softly = false;
+        guard.unlock();
+    }
+
     /** How many calls have the library or wait for it. */
     int turns() {
         guard.lock();
@@ -235,7 +242,7 @@ final class PovZelLock {
     private boolean breakRunning(PovZelCalls calls, PovZelTurn.Break cause) {
         boolean found = false;
         for (PovZelTurn turn = current; turn != null; turn = turn.outer) {
-            if (turn.calls == calls && turn.isBreakable()) {
+            if (turn.calls == calls && turn.isBreakable(cause)) {
                 found = true;
                 turn.note(cause);
                 if (cause != PovZelTurn.Break.SOFT || turn.broken == cause) {
@@ -258,12 +265,9 @@ final class PovZelLock {
         return found;
     }
 
-    /**
-     * Tells the library of the turn's break, unless it is at something else than the turn's own
-     * work.
-     */
+    /** Tells the library of the turn's break, unless it is at something that the break is not for. */
     private void deliver(PovZelTurn turn) {
-        if (turn == current && turn.loud) {
+        if (turn == current && turn.isHeard()) {
             turn.delivered = PovZelSupport.breakProgram(turn.broken != PovZelTurn.Break.SOFT);
         }
     }

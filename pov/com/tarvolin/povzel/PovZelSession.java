@@ -11,6 +11,7 @@ import java.util.concurrent.Callable;
 import java.util.concurrent.Executors;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.Consumer;
+import java.util.function.Function;
 import java.util.function.IntFunction;
 
 /**
@@ -227,7 +228,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object execute(String text) {
         Objects.requireNonNull(text, "The text is null");
-        return calls.locked(() -> converter.value(execution(text)));
+        return calls.locked(() -> executed(text, converter::value));
     }
 
     /**
@@ -242,8 +243,8 @@ public final class PovZelSession implements AutoCloseable {
         return calls.locked(() -> {
             PovZelReport result = new PovZelReport();
             PovZelReport source = converter.report(text, "the text");
-            calls.call((id, e) -> PovZelInterface._executeObj(id, source, result, e));
-            return converter.value(result);
+            return calls.ask((id, e) -> PovZelInterface._executeObj(id, source, result, e),
+                    () -> converter.value(result));
         });
     }
 
@@ -258,7 +259,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object evaluate(String text) {
         Objects.requireNonNull(text, "The text is null");
-        return calls.locked(() -> converter.valueOrReference(execution(text)));
+        return calls.locked(() -> executed(text, converter::valueOrReference));
     }
 
     /**
@@ -306,7 +307,7 @@ public final class PovZelSession implements AutoCloseable {
     public <T> T executeFor(Class<T> type, String text) {
         Objects.requireNonNull(type, "The type is null");
         Objects.requireNonNull(text, "The text is null");
-        return calls.locked(() -> converter.value(execution(text), type));
+        return calls.locked(() -> executed(text, result -> converter.value(result, type)));
     }
 
     /**
@@ -320,7 +321,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public Object perform(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "The selector is null");
-        return calls.locked(() -> converter.value(answer(receiver, selector, arguments)));
+        return calls.locked(() -> answered(receiver, selector, arguments, converter::value));
     }
 
     /**
@@ -336,8 +337,8 @@ public final class PovZelSession implements AutoCloseable {
      */
     public PovZelObject performForObject(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "The selector is null");
-        return calls.locked(() -> requireObject(
-                converter.valueOrReference(answer(receiver, selector, arguments)), selector));
+        return requireObject(calls.locked(() -> answered(receiver, selector, arguments,
+                converter::valueOrReference)), selector);
     }
 
     /**
@@ -355,23 +356,26 @@ public final class PovZelSession implements AutoCloseable {
     public <T> T performFor(Class<T> type, Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(type, "The type is null");
         Objects.requireNonNull(selector, "The selector is null");
-        return calls.locked(() -> converter.value(answer(receiver, selector, arguments), type));
+        return calls.locked(() -> answered(receiver, selector, arguments,
+                result -> converter.value(result, type)));
     }
 
-    private PovZelReport execution(String text) {
+    private <T> T executed(String text, Function<PovZelReport, T> conversion) {
         PovZelReport result = new PovZelReport();
-        calls.call((id, e) -> PovZelInterface._executeStr(id, text, result, e));
-        return result;
+        return calls.ask((id, e) -> PovZelInterface._executeStr(id, text, result, e),
+                () -> conversion.apply(result));
     }
 
-    private PovZelReport answer(Object receiver, String selector, Object... arguments) {
+    private <T> T answered(Object receiver, String selector, Object[] arguments,
+            Function<PovZelReport, T> conversion) {
         PovZelReport to = converter.report(receiver, "the receiver");
         // perform(receiver, selector, null) means one argument, nil.
         List<?> values = arguments == null ? Collections.singletonList(null) : Arrays.asList(arguments);
         PovZelReport[] with = converter.reports(values, ARGUMENTS);
         PovZelReport result = new PovZelReport();
-        calls.call((id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e));
-        return result;
+        return calls.ask(
+                (id, e) -> PovZelInterface._perform(id, to, selector, with, with.length, result, e),
+                () -> conversion.apply(result));
     }
 
     /**
@@ -384,6 +388,8 @@ public final class PovZelSession implements AutoCloseable {
      * @param value the value, of the types listed above
      * @return the process's result, as {@link #execute(String)} returns it
      * @throws PovZelException if the process ends in an error again, or cannot be resumed
+     * @throws IllegalArgumentException if the error has no process, as of a text that was not compiled,
+     *     or of a call that was broken before a program of its own ran
      */
     public Object continueWith(PovZelException suspended, Object value) {
         Objects.requireNonNull(suspended, "The suspended error is null");
@@ -398,6 +404,8 @@ public final class PovZelSession implements AutoCloseable {
      * @param stack a description of where it came from
      * @return the process's result, as {@link #execute(String)} returns it
      * @throws PovZelException if the process ends in an error again, or cannot be resumed
+     * @throws IllegalArgumentException if the error has no process, as of a text that was not compiled,
+     *     or of a call that was broken before a program of its own ran
      */
     public Object continueWithError(PovZelException suspended, String message, String stack) {
         Objects.requireNonNull(suspended, "The suspended error is null");
@@ -412,6 +420,8 @@ public final class PovZelSession implements AutoCloseable {
      * @param suspended the error that reported the interrupt
      * @return the process's result, as {@link #execute(String)} returns it
      * @throws PovZelException if the process ends in an error, or cannot be resumed
+     * @throws IllegalArgumentException if the error has no process: the call was interrupted before a
+     *     program of its own ran, and can be made again
      */
     public Object continueAfterInterrupt(PovZelException suspended) {
         Objects.requireNonNull(suspended, "The suspended error is null");
@@ -420,10 +430,14 @@ public final class PovZelSession implements AutoCloseable {
 
     @SuppressWarnings("deprecation")
     private Object resume(PovZelException suspended, PovZelReport value, String message, String stack) {
+        if (!PovZelValues.isReference(suspended.context)) {
+            throw new IllegalArgumentException("The error has no process to go on with: " + suspended);
+        }
         PovZelReport process = PovZelValues.existing(suspended.context);
         PovZelReport result = new PovZelReport();
-        calls.call((id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e));
-        return converter.value(result);
+        return calls.ask(
+                (id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e),
+                () -> converter.value(result));
     }
 
     /**
@@ -584,6 +598,11 @@ public final class PovZelSession implements AutoCloseable {
      * where the program was. When none is under way, those that wait for the library throw it; a
      * later call is never interrupted. From any thread.
      *
+     * <p>Only the text or message of an execute, perform or continue can be continued. While its
+     * arguments are stored, and in calls that have no program of their own, such as {@link
+     * PovZelObject#value()}, the exception comes without a process; while the result is read, the call
+     * goes on.
+     *
      * @return whether there was such a call
      */
     public boolean interrupt() {
@@ -597,7 +616,8 @@ public final class PovZelSession implements AutoCloseable {
      * library throw it; a later call is never stopped. From any thread.
      *
      * <p>{@link Thread#interrupt()} does the same to a thread that is in a call, or begins one. The
-     * thread stays interrupted. {@link #abort()} and {@link #close()} are made all the same.
+     * thread stays interrupted. {@link #abort()} and {@link #close()} are made all the same, within a
+     * call that is stopped, too.
      *
      * @return whether there was such a call
      */
@@ -628,18 +648,27 @@ public final class PovZelSession implements AutoCloseable {
      *     are under way; null or zero for as long as it takes
      * @return whether it does, in that time
      * @throws IllegalArgumentException if the time is negative
-     * @throws PovZelCancelledException if the thread is interrupted
+     * @throws PovZelCancelledException if the call is cancelled, or its thread interrupted
+     * @throws PovZelException with the number 6003 if the call is interrupted
      */
     public boolean isValid(Duration timeout) {
-        long nanos = nanos(timeout);
+        return isValid(nanos(timeout), () -> { });
+    }
+
+    /** The same, which tells when it has the library. */
+    boolean isValid(long nanos, Runnable hasTurn) {
         try {
             return calls.locked(PovZelTurn.Kind.CALL, nanos, () -> {
+                hasTurn.run();
                 perform(null, "yourself");
                 return true;
             });
-        } catch (PovZelCancelledException e) {
-            throw e;
-        } catch (PovZelException | IllegalStateException e) {
+        } catch (PovZelException e) {
+            if (calls.isOpen() && e.isBreak()) {
+                throw e;
+            }
+            return false;
+        } catch (IllegalStateException e) {
             return false;
         }
     }

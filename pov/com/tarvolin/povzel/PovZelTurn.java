@@ -45,6 +45,13 @@ final class PovZelTurn {
      * the thread itself, cleared under the guard.
      */
     volatile boolean loud;
+    /**
+     * Whether soft breaks are the library's to see, too: the native runs that the call was made for,
+     * whose program can be continued. Set by the thread itself, cleared under the guard.
+     */
+    volatile boolean softly;
+    /** Whether that native has answered: what is done with it cannot be continued, so it goes on. */
+    volatile boolean answered;
     /** For the thread itself: whether the turn has come and no native was called in it yet. */
     boolean fresh;
     /** For the thread itself: whether Java's collector was had to run for the call. */
@@ -62,6 +69,16 @@ final class PovZelTurn {
         return kind != Kind.UNBREAKABLE;
     }
 
+    /** Whether a break of the kind can end the call before its time. */
+    boolean isBreakable(Break cause) {
+        return isBreakable() && !(cause == Break.SOFT && answered);
+    }
+
+    /** Whether the break is for the library to see. */
+    boolean isHeard() {
+        return loud && (broken != Break.SOFT || softly);
+    }
+
     /**
      * Notes a break. A harder one takes the place of a soft one; of the hard ones the first counts.
      */
@@ -73,12 +90,12 @@ final class PovZelTurn {
     }
 
     /**
-     * Throws what ends the call, if something does. A soft break waits for the call's first
-     * program, so that there is one to continue.
+     * Throws what ends the call, if something does. A soft break waits for the call's own program
+     * where nothing else is run before, so that there is one to continue, and is none behind it.
      */
     void requireUnbroken() {
         Break cause = broken;
-        if (cause != null && !(cause == Break.SOFT && fresh)) {
+        if (cause != null && !(cause == Break.SOFT && (fresh || answered))) {
             throw PovZelException.broken(cause);
         }
         if (calls != null) {

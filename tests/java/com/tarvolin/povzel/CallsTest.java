@@ -67,12 +67,43 @@ class CallsTest {
         } while (Objects.equals(0L, session.execute("left")));
         assertEquals(1L, session.execute("left"), "what a program owes is not cut off");
 
-        // A call of many natives, none of which runs a program.
+        // A call of many natives, none of which runs a program. What it broke is taken back within it.
         PovZelObject bytes = session.newBytes(new byte[1 << 20]);
         for (boolean hard : new boolean[] {true, false}) {
-            PovZelException ended = assertThrows(PovZelException.class, () -> bytes.bytes(
-                    done -> assertTrue(hard ? session.cancel() : session.interrupt())));
+            session.execute("Globals at: #Cell put: 1");
+            PovZelException ended = assertThrows(PovZelException.class, () -> bytes.bytes(done -> {
+                assertTrue(hard ? session.cancel() : session.interrupt());
+                session.abort();
+            }));
             assertEquals(hard ? 6004 : 6003, ended.getNumber());
+            assertFalse(session.needsCommit());
+        }
+    }
+
+    // While arguments are stored nothing was sent, and what was answered is read to its end.
+    @Test
+    void softBreaksAreForTheCallsOwnProgram() throws Exception {
+        session.execute("Object subclass: 'Slow'. Slow compile: 'hash 3000000 timesRepeat: []. ^1'."
+                + " OrderedCollection subclass: 'SlowList'. SlowList compile: 'asArray ^#(1 2)'");
+        PovZelObject slow = session.executeForObject("Slow new");
+        PovZelObject log = session.executeForObject("OrderedCollection new");
+        Future<Throwable> storing = failing(1, () -> log.perform("add:", Set.of(slow)));
+        assertTrue(session.interrupt());
+        PovZelException early = is(PovZelException.class, storing);
+        assertEquals(List.of(6003, 0L), List.of(early.getNumber(), log.size()));
+        assertThrows(IllegalArgumentException.class, () -> session.continueAfterInterrupt(early));
+        for (int i = 0; i < 20; i++) {
+            Future<Object> reading = threads.submit(() -> {
+                try {
+                    return session.executeFor(List.class, "SlowList new add: 1; yourself");
+                } catch (PovZelException e) {
+                    return ((PovZelObject) session.continueAfterInterrupt(e)).className();
+                }
+            });
+            while (!session.interrupt() && !reading.isDone()) {
+                Thread.onSpinWait();
+            }
+            assertTrue(List.of(List.of(1L, 2L), "SlowList").contains(reading.get()));
         }
     }
 
@@ -97,6 +128,9 @@ class CallsTest {
     void breaksReachWhatWaits() throws Exception {
         Future<Throwable> running = failing(1, () -> other.execute(ENDLESS));
         Future<Throwable> waiting = failing(2, () -> session.execute("3"));
+        assertTrue(session.interrupt());
+        assertEquals(6003, is(PovZelException.class, waiting).getNumber());
+        waiting = failing(2, () -> session.isValid(null));
         assertTrue(session.interrupt());
         assertEquals(6003, is(PovZelException.class, waiting).getNumber());
         waiting = failing(2, () -> session.execute("3"));

@@ -84,6 +84,8 @@ class SessionTest {
         assertTrue(raised.getMessage().contains("no such luck"), raised.getMessage());
         assertEquals(42L, session.continueWith(raised, 42));
 
+        allThrow(IllegalArgumentException.class, () ->
+                session.continueWith(fails(() -> session.execute("3 +")), 3));
         PovZelException waiting = fails(() -> session.execute("(System suspend: 1) isNil"));
         session.execute("System collectGarbage");
         assertEquals(true, session.continueAfterInterrupt(waiting), "the process was kept");
