@@ -243,7 +243,7 @@ final class PovZelCalls {
         if (PovZelInterface._setup(id, report, null) != 0) {
             return "oop " + oop;
         }
-        references.exported(oop);
+        references.touch(oop);
         try {
             boolean simple = report.isString ? report.valueBytes.length == report.indexedSize
                     : report.valueType != PovZelValues.VALUE_BYTES;
@@ -262,7 +262,7 @@ final class PovZelCalls {
                 NO_ARGUMENTS, 0, text, null) != 0) {
             return null;
         }
-        references.exported(text.oop);
+        references.touch(text.oop);
         if (!text.isString) {
             return null;
         }
@@ -291,7 +291,7 @@ final class PovZelCalls {
         long[] oops = new long[transfer((id, e) -> fetch.call(reports, id, e))];
         for (int i = 0; i < oops.length; i++) {
             oops[i] = reports[i].oop;
-            references.exported(oops[i]);
+            references.touch(oops[i]);
         }
         return oops;
     }
@@ -299,7 +299,7 @@ final class PovZelCalls {
     /** Fills a report that holds an oop. */
     PovZelReport describe(PovZelReport report) {
         transfer((id, e) -> PovZelInterface._setup(id, report, e));
-        references.exported(report.oop);
+        references.touch(report.oop);
         return report;
     }
 
@@ -312,9 +312,9 @@ final class PovZelCalls {
         references.release(handle);
     }
 
-    /** Notes that the database exported an object to which the program got no reference. */
-    void exported(long oop) {
-        references.exported(oop);
+    /** Keeps what an oop names until the call that is under way ends. */
+    void touch(long oop) {
+        references.touch(oop);
     }
 
     PovZelConverter converter() {

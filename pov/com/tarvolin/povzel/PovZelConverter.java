@@ -89,7 +89,7 @@ final class PovZelConverter {
 
     /** The value of an object that Java has a type for, no container or bytes; null for others. */
     Object simpleValue(PovZelReport report) {
-        calls.exported(report.oop);
+        calls.touch(report.oop);
         switch (report.valueType) {
             case PovZelValues.VALUE_FLOAT:
                 return report.valueDouble;
@@ -250,7 +250,7 @@ final class PovZelConverter {
         PovZelReport answer = new PovZelReport();
         calls.call((id, e) -> PovZelInterface._perform(id, receiver, selector, arguments,
                 arguments.length, answer, e));
-        calls.exported(answer.oop);
+        calls.touch(answer.oop);
         return answer;
     }
 

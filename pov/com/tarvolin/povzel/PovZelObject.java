@@ -531,11 +531,12 @@ public final class PovZelObject implements AutoCloseable {
         return "object " + oop + ofClass + (closed ? " (closed)" : "");
     }
 
-    /** The report that names the object to a native. */
+    /** The report that names the object to a native, within a call: it is there until that ends. */
     PovZelReport report() {
         if (closed) {
             throw new IllegalStateException("The reference to the object " + oop + " is closed");
         }
+        calls.touch(oop);
         return PovZelValues.existing(oop);
     }
 

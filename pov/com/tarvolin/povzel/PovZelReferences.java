@@ -22,7 +22,7 @@ final class PovZelReferences {
     private final ReferenceQueue<PovZelObject> collected = new ReferenceQueue<>();
     private final Set<Handle> handles = new HashSet<>();
     private final Map<Long, Integer> counts = new HashMap<>();
-    /** What was exported or given up since the last release; some of it may be held again. */
+    /** What was exported, used or given up since the last release; some of it may be held. */
     private Set<Long> touched = new LinkedHashSet<>();
 
     /** What is left of a {@link PovZelObject} when it is gone. */
@@ -55,8 +55,11 @@ final class PovZelReferences {
         }
     }
 
-    /** Notes that the database exported an oop, which the program may keep or not. */
-    synchronized void exported(long oop) {
+    /**
+     * Notes that the call under way deals with an oop: one that the database exported, which the program
+     * may keep or not, or one that it may forget before the call ends.
+     */
+    synchronized void touch(long oop) {
         if (PovZelValues.isReference(oop)) {
             touched.add(oop);
         }
@@ -91,7 +94,7 @@ final class PovZelReferences {
         releaseAll(sessionId, takeUnused(inUse));
     }
 
-    /** What was exported or given up since the last release. */
+    /** What was exported, used or given up since the last release. */
     synchronized Set<Long> touched() {
         return new HashSet<>(touched);
     }
@@ -104,8 +107,11 @@ final class PovZelReferences {
             return Collections.emptySet();
         }
         touched.removeAll(counts.keySet());
+        touched.removeAll(inUse);
+        if (touched.isEmpty() && inUse.isEmpty()) {
+            return Collections.emptySet();
+        }
         Set<Long> unused = touched;
-        unused.removeAll(inUse);
         touched = new LinkedHashSet<>(inUse);
         return unused;
     }

@@ -434,6 +434,7 @@ public final class PovZelSession implements AutoCloseable {
             throw new IllegalArgumentException("The error has no process to go on with: " + suspended);
         }
         PovZelReport process = PovZelValues.existing(suspended.context);
+        calls.touch(process.oop);
         PovZelReport result = new PovZelReport();
         return calls.ask(
                 (id, e) -> PovZelInterface._continue(id, process, value, result, message, stack, e),

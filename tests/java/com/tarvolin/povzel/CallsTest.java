@@ -293,6 +293,21 @@ class CallsTest {
                 PovZelSession.login("DataCurator", "guess")).getNumber());
     }
 
+    // A receiver that the program has forgotten is there until its call ends.
+    @Test
+    void aCollectionSparesWhatTheCallUses() {
+        PovZelObject[] forgotten = {session.executeForObject("Array new: 3")};
+        session.execute("3");
+        assertEquals(3L, session.calls().<Object>locked(() -> {
+            PovZelReport receiver = forgotten[0].report();
+            forgotten[0] = null;
+            PovZelLogins.collect();
+            session.execute("System collectGarbage");
+            PovZelConverter converter = session.calls().converter();
+            return converter.value(converter.perform(receiver, "size"));
+        }));
+    }
+
     // What the program forgot fills the memory, while Java has no reason to collect. Only a transfer is
     // made once more.
     @Test
