@@ -21,8 +21,9 @@ OopType abortMessage(Machine& machine, OopType receiver, const OopType*) {
   abortTransaction(machine.memory, client(machine));
   return receiver;
 }
-OopType needsCommit(Machine& machine, OopType, const OopType*) {
-  return booleanOop(!client(machine).transaction.images.empty());
+// Ends no program that failed, as what needs the machine does.
+OopType needsCommit(Memory& memory, OopType, const OopType*) {
+  return booleanOop(!memory.current->transaction.images.empty());
 }
 OopType suspend(Machine&, OopType, const OopType* args) {
   throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);

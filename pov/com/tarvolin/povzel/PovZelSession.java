@@ -60,7 +60,7 @@ public final class PovZelSession implements AutoCloseable {
     private final PovZelConverter converter;
     private final PovZelChanges changes;
     private final AtomicBoolean inTransaction = new AtomicBoolean();
-    /** The object that knows of transactions; fetched once, as a text may end a program that failed. */
+    /** The object that knows of transactions; fetched early, as a text may end a program that failed. */
     private PovZelObject system;
 
     private PovZelSession(int id) {
@@ -177,12 +177,15 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     private static PovZelSession open(int id) {
+        PovZelSession session;
         try {
-            return new PovZelSession(id);
-        } catch (OutOfMemoryError e) {
+            session = new PovZelSession(id);
+        } catch (VirtualMachineError e) {
             PovZelInterface._logout(id, null);
             throw e;
         }
+        session.fetchSystem();
+        return session;
     }
 
     /** Logs in; once more, when what the program forgot may have been in the way. */
@@ -724,6 +727,15 @@ public final class PovZelSession implements AutoCloseable {
             }
             return Boolean.TRUE.equals(system.perform("needsCommit"));
         });
+    }
+
+    /** Where that fails, whoever needs the object tries again and is told. */
+    private void fetchSystem() {
+        try {
+            calls.unbroken(() -> system = executeForObject("System"));
+        } catch (PovZelException | IllegalArgumentException | VirtualMachineError e) {
+            system = null;
+        }
     }
 
     /**

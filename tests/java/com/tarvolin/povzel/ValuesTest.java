@@ -254,6 +254,7 @@ class ValuesTest {
     void passingValuesRunsNoText() {
         PovZelException failed = assertThrows(PovZelException.class,
                 () -> session.execute("[3 doubled size] ensure: []"));
+        assertFalse(session.needsCommit());
         assertEquals(3L, session.continueWith(failed,
                 List.of(Long.MAX_VALUE, new byte[] {1}, BigInteger.ONE.shiftLeft(99))));
     }
