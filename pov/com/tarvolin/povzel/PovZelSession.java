@@ -763,7 +763,8 @@ public final class PovZelSession implements AutoCloseable {
 
     /**
      * Does something and commits it; when another session was faster, all is taken back and done
-     * once more.
+     * once more. A conflict of another session, and one whose changes cannot be taken back, is thrown
+     * at once.
      *
      * @param <T> what the work returns
      * @param retries how often it may be repeated on a {@link PovZelConflictException}
@@ -789,14 +790,17 @@ public final class PovZelSession implements AutoCloseable {
                 throw new IllegalStateException(
                         "There are changes that are not committed: commit or abort them first");
             }
-            for (int left = retries; left > 0; left--) {
+            for (int left = retries; ; left--) {
                 try {
-                    return attempt(work);
-                } catch (PovZelConflictException e) {
-                    // All was taken back.
+                    T result = work.call();
+                    commit();
+                    return result;
+                } catch (Throwable failure) {
+                    if (!abortAfter(failure) || left == 0 || !isConflict(failure)) {
+                        throw failure;
+                    }
                 }
             }
-            return attempt(work);
         } finally {
             inTransaction.set(false);
         }
@@ -833,24 +837,24 @@ public final class PovZelSession implements AutoCloseable {
         }
     }
 
-    private <T> T attempt(Callable<T> work) throws Exception {
-        try {
-            T result = work.call();
-            commit();
-            return result;
-        } catch (Throwable failure) {
-            abortAfter(failure);
-            throw failure;
-        }
+    private boolean isConflict(Throwable failure) {
+        return failure instanceof PovZelConflictException
+                && ((PovZelConflictException) failure).sessionId() == id();
     }
 
-    private void abortAfter(Throwable failure) {
-        if (calls.isOpen()) {
-            try {
-                abort();
-            } catch (RuntimeException e) {
+    /** Takes all back; answers whether that was done. */
+    private boolean abortAfter(Throwable failure) {
+        if (!calls.isOpen()) {
+            return false;
+        }
+        try {
+            abort();
+            return true;
+        } catch (Throwable e) {
+            if (e != failure) {
                 failure.addSuppressed(e);
             }
+            return false;
         }
     }
 

@@ -270,7 +270,27 @@ class CallsTest {
         assertThrows(PovZelConflictException.class, () -> session.transaction(1, work));
         assertEquals(2, tries.getAndSet(0));
         session.transaction(2, work);
-        assertEquals(List.of(3, 4L), List.of(tries.get(), cell.perform("at:", 1)));
+        assertEquals(List.of(3, 4L), List.of(tries.getAndSet(0), cell.perform("at:", 1)));
+
+        // Neither a conflict of another session is repeated, nor one after which nothing is taken back.
+        other.execute("System abort. Cell at: 1 put: 9");
+        try (PovZelSession third = login()) {
+            PovZelConflictException conflict = assertThrows(PovZelConflictException.class, () ->
+                    session.transaction(2, () -> {
+                        tries.incrementAndGet();
+                        third.execute("Cell at: 1 put: 5");
+                    }));
+            assertEquals(List.of(1, 0), List.of(tries.get(), conflict.getSuppressed().length));
+            conflict = assertThrows(PovZelConflictException.class, () -> third.transaction(2, () -> {
+                PovZelException failure = assertThrows(PovZelConflictException.class, () ->
+                        third.execute("Cell at: 1 put: 5"));
+                PovZelInterface._logout(third.id(), null);
+                throw failure;
+            }));
+            assertEquals(1, conflict.getSuppressed().length);
+            assertThrows(PovZelException.class, third::close);
+        }
+        other.abort();
         session.transaction(() -> session.execute("Globals removeKey: #Cell"));
     }
 
