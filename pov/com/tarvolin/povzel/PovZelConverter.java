@@ -261,9 +261,14 @@ final class PovZelConverter {
 
     /** The same of a value of which messages speak as {@code what}. */
     PovZelReport report(Object value, String what) {
+        return report(value, 0, index -> what);
+    }
+
+    /** The same of a value with an index, of which messages speak as {@code place}. */
+    PovZelReport report(Object value, int index, IntFunction<String> place) {
         PovZelReport report = known(value);
         return report != null ? report
-                : new PovZelEncoder(calls, truncateTimes, index -> what).report(value, 0);
+                : new PovZelEncoder(calls, truncateTimes, place).report(value, index);
     }
 
     /** Reports by which a native takes {@code values}, elements from {@code start} on. */

@@ -3,9 +3,11 @@ package com.tarvolin.povzel;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.BitSet;
 import java.util.Collection;
 import java.util.Deque;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
@@ -17,10 +19,14 @@ import java.util.Set;
  * value, or, where it contains itself, a reference. Keeps a stack of its own, as the encoder does.
  */
 final class PovZelDecoder {
+    /** Java hashes a container with all that it contains, again wherever that is met, and recursively. */
+    private static final int LARGEST_HASHED = 10_000;
+    private static final int DEEPEST_HASHED = 64;
+
     private final PovZelCalls calls;
     private final PovZelConverter converter;
     /** The containers that were met, by their oops; those that are under way have no value yet. */
-    private final Map<Long, Object> read = new HashMap<>();
+    private final Map<Long, Container> met = new HashMap<>();
     private final Deque<Container> open = new ArrayDeque<>();
 
     PovZelDecoder(PovZelCalls calls) {
@@ -40,14 +46,13 @@ final class PovZelDecoder {
                 top = step(top);
                 continue;
             }
-            value = top.finish();
-            read.put(top.oop, value);
-            open.pop();
+            Container read = open.pop();
+            read.finish();
             if (open.isEmpty()) {
-                return value;
+                return read.value;
             }
             top = open.peek();
-            top.add(value);
+            top.addContainer(read);
         }
     }
 
@@ -57,9 +62,9 @@ final class PovZelDecoder {
         if (!PovZelValues.isReference(oop)) {
             return top.add(PovZelValues.immediate(oop));
         }
-        if (read.containsKey(oop)) {
-            Object known = read.get(oop);
-            return top.add(known != null ? known : calls.hold(oop));
+        Container known = met.get(oop);
+        if (known != null) {
+            return known.value != null ? top.addContainer(known) : top.add(calls.hold(oop));
         }
         PovZelReport element = calls.describe(PovZelValues.existing(oop));
         Object value = leaf(element);
@@ -81,7 +86,7 @@ final class PovZelDecoder {
     private Container open(PovZelReport report) {
         Container container = new Container(report);
         open.push(container);
-        read.put(report.oop, null);
+        met.put(report.oop, container);
         return container;
     }
 
@@ -99,9 +104,15 @@ final class PovZelDecoder {
     private final class Container {
         private final long oop;
         private final PovZelKind kind;
-        private final long[] oops;
-        private final Object[] values;
+        private long[] oops;
+        private Object[] values;
         private int next;
+        private Object value;
+        /** How many values it shows with all that it contains, those that are shared each time. */
+        private int size = 1;
+        private int depth = 1;
+        /** The elements that are too large or too deep to be hashed. */
+        private BitSet unhashed;
 
         Container(PovZelReport report) {
             oop = report.oop;
@@ -122,24 +133,50 @@ final class PovZelDecoder {
             return all;
         }
 
-        Container add(Object value) {
-            values[next++] = value;
+        Container add(Object element) {
+            values[next++] = element;
+            size = sum(size, 1);
             return this;
         }
 
-        Object finish() {
+        Container addContainer(Container element) {
+            if (element.size > LARGEST_HASHED || element.depth > DEEPEST_HASHED) {
+                unhashed = unhashed != null ? unhashed : new BitSet();
+                unhashed.set(next);
+            }
+            values[next++] = element.value;
+            size = sum(size, element.size);
+            depth = Math.max(depth, sum(element.depth, 1));
+            return this;
+        }
+
+        private int sum(int left, int right) {
+            return (int) Math.min((long) left + right, Integer.MAX_VALUE);
+        }
+
+        /** Makes the value of what was read, which is needed no more. */
+        void finish() {
+            value = made();
+            oops = null;
+            values = null;
+            unhashed = null;
+        }
+
+        private Object made() {
             switch (kind) {
                 case DICTIONARY:
                     int count = values.length / 2;
+                    Set<Object> keys = characters(count);
                     Map<Object, Object> map = new LinkedHashMap<>(capacity(count));
                     for (int i = 0; i < count; i++) {
-                        map.put(distinct(i, map.keySet()), values[count + i]);
+                        map.put(distinct(i, map.keySet(), keys), values[count + i]);
                     }
                     return map;
                 case SET:
                     Set<Object> set = new LinkedHashSet<>(capacity(values.length));
+                    Set<Object> elements = characters(values.length);
                     for (int i = 0; i < values.length; i++) {
-                        set.add(distinct(i, set));
+                        set.add(distinct(i, set, elements));
                     }
                     return set;
                 default:
@@ -151,11 +188,29 @@ final class PovZelDecoder {
             return (int) Math.min(Integer.MAX_VALUE, count / 3 * 4L + 4);
         }
 
-        /** The database tells apart what is equal in Java: of such values the later are references. */
-        private Object distinct(int index, Collection<Object> others) {
+        /** The characters that are texts in Java, where a text may be equal to them. */
+        private Set<Object> characters(int count) {
+            Set<Object> characters = new HashSet<>();
+            for (int i = 0; i < count; i++) {
+                if (values[i] instanceof String && !PovZelValues.isReference(oops[i])) {
+                    characters.add(values[i]);
+                }
+            }
+            return characters;
+        }
+
+        /**
+         * A key or an element: a reference where Java has no way to hash the value, or takes it for
+         * another one that the database tells apart.
+         */
+        private Object distinct(int index, Collection<Object> others, Set<Object> characters) {
             Object value = values[index];
-            return PovZelValues.isReference(oops[index]) && others.contains(value)
-                    ? calls.hold(oops[index]) : value;
+            if (!PovZelValues.isReference(oops[index])) {
+                return value;
+            }
+            boolean hashed = unhashed == null || !unhashed.get(index);
+            return hashed && !others.contains(value) && !characters.contains(value) ? value
+                    : calls.hold(oops[index]);
         }
     }
 }

@@ -84,9 +84,9 @@ final class PovZelEncoder {
     }
 
     private PovZelReport integer(Number value) {
-        if (value instanceof BigInteger
-                && ((BigInteger) value).abs().bitLength() > PovZelValues.LARGEST_INTEGER_BITS) {
-            throw new IllegalArgumentException("An integer of " + ((BigInteger) value).bitLength()
+        int bits = value instanceof BigInteger ? ((BigInteger) value).abs().bitLength() : Long.SIZE;
+        if (bits > PovZelValues.LARGEST_INTEGER_BITS) {
+            throw new IllegalArgumentException("An integer of " + bits
                     + " bits is larger than the database's, which have "
                     + PovZelValues.LARGEST_INTEGER_BITS + " at most");
         }

@@ -101,13 +101,17 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
         return calls().locked(() -> {
             int at = offset + index;
             Object former = element(at);
-            PovZelReport report = calls().converter().report(element);
+            PovZelReport report = report(element, index);
             object.storeElements(at + 1L, report);
             if (chunk.has(at)) {  // the element was perhaps a part of this list, and read by now
                 chunk.values[at - chunk.start] = stored(element, report.oop);
             }
             return former;
         });
+    }
+
+    private PovZelReport report(Object element, int index) {
+        return calls().converter().report(element, index, i -> "the element at index " + i);
     }
 
     /** What {@link #get} returns of an element that was stored as {@code oop}. */
@@ -169,7 +173,7 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
         Object[] after = new Object[before.length];
         Arrays.setAll(after, i -> operator.apply(before[i].value));
         replace(before, i -> after[i] == before[i].value ? PovZelValues.existing(before[i].oop)
-                : calls().converter().report(after[i]));
+                : report(after[i], i));
     }
 
     /**

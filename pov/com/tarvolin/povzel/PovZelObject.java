@@ -64,7 +64,8 @@ public final class PovZelObject implements AutoCloseable {
      * database stores as such, a {@code byte[]} for other byte objects, a {@code Map} for a
      * dictionary, a {@code Set} for a set and a {@code List} for other collections. Anything else is
      * this reference itself, and a reference inside of containers; so is a container where it contains
-     * itself, and an element that is equal to an earlier one only in Java.
+     * itself, and a key or an element of a set that is equal to another one only in Java, or that shows
+     * more than 10,000 values or 64 levels of containers, which Java would hash again and again.
      *
      * <p>The containers are new, may be changed and keep the database's order.
      *

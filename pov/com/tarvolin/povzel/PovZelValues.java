@@ -44,8 +44,12 @@ final class PovZelValues {
     private static final int SMALLEST_IN_OOP = -(1 << 29);
     private static final int LARGEST_IN_OOP = (1 << 29) - 1;
     private static final long LARGEST_OOP = 0xFFFFFFFFL;
+    /** The numbers up to it name nothing. */
+    private static final long LARGEST_UNUSED = 1;
     private static final int LONGEST_SHOWN = 60;
     private static final long NANOS_PER_MILLI = 1_000_000;
+    private static final int FARTHEST_YEAR = 999_999;
+    private static final Double NEGATIVE_ZERO = -0.0;
 
     /** A number as one of another class; null or an ArithmeticException where that is not exact. */
     private static final Map<Class<?>, Function<BigDecimal, Object>> EXACT_NUMBERS = exactNumbers();
@@ -55,24 +59,25 @@ final class PovZelValues {
 
     /** Whether an oop names an object with contents, rather than being a value itself. */
     static boolean isReference(long oop) {
-        return oop > 1 && (oop & 2) == 0;
+        return oop > LARGEST_UNUSED && (oop & 2) == 0;
     }
 
     /** Refuses a number that no oop can be. */
     static void requireOop(long oop) {
-        if (oop < 0 || oop > LARGEST_OOP) {
-            throw new IllegalArgumentException(oop + " is no oop, which has 32 bits");
+        if (oop <= LARGEST_UNUSED || oop > LARGEST_OOP) {
+            throw new IllegalArgumentException(oop + " is no oop, which has 32 bits and is neither"
+                    + " 0 nor 1");
         }
     }
 
     /** Whether {@link #immediate} knows the value that an oop is. */
     static boolean isImmediate(long oop) {
-        return oop <= 1 || oop == NIL || (oop & 31) == FALSE || (oop & 31) == 14 || (oop & 3) == 3;
+        return oop <= LARGEST_UNUSED || oop == NIL || (oop & 31) == FALSE || (oop & 31) == 14 || (oop & 3) == 3;
     }
 
     /** The value that an oop is, which is no reference. */
     static Object immediate(long oop) {
-        if (oop <= 1 || oop == NIL) {
+        if (oop <= LARGEST_UNUSED || oop == NIL) {
             return null;
         }
         if ((oop & 31) == FALSE) {
@@ -161,10 +166,15 @@ final class PovZelValues {
      */
     static PovZelReport time(Object value, boolean truncate) {
         LocalDateTime time = value instanceof LocalDateTime ? (LocalDateTime) value
-                : value instanceof Instant ? LocalDateTime.ofInstant((Instant) value, ZoneOffset.UTC)
+                : value instanceof Instant ? inUtc((Instant) value)
                 : value instanceof LocalDate ? ((LocalDate) value).atStartOfDay() : null;
         if (time == null) {
             return null;
+        }
+        if (Math.abs(time.getYear()) > FARTHEST_YEAR) {
+            throw new IllegalArgumentException("The " + value.getClass().getName() + " " + value
+                    + " is not within the years " + -FARTHEST_YEAR + " to " + FARTHEST_YEAR
+                    + " of the database");
         }
         long nanos = time.toLocalTime().toNanoOfDay();
         if (nanos % NANOS_PER_MILLI != 0 && !truncate) {
@@ -177,6 +187,15 @@ final class PovZelValues {
         report.valueInt2 = time.getDayOfYear();
         report.valueLong = nanos / NANOS_PER_MILLI;
         return report;
+    }
+
+    /** The date-time in UTC, or one as far away where Java has none for the instant. */
+    private static LocalDateTime inUtc(Instant instant) {
+        try {
+            return LocalDateTime.ofInstant(instant, ZoneOffset.UTC);
+        } catch (DateTimeException e) {
+            return instant.getEpochSecond() < 0 ? LocalDateTime.MIN : LocalDateTime.MAX;
+        }
     }
 
     private static PovZelReport newValue(int valueType) {
@@ -296,6 +315,9 @@ final class PovZelValues {
         if (value instanceof Double && type == Float.class) {
             float rounded = value.floatValue();
             return Double.compare(rounded, (Double) value) == 0 ? rounded : null;
+        }
+        if (value.equals(NEGATIVE_ZERO)) {
+            return null;
         }
         Function<BigDecimal, Object> exact = EXACT_NUMBERS.get(type);
         try {

@@ -105,6 +105,10 @@ class ValuesTest {
             assertTrue(refused(IllegalArgumentException.class, () -> stored(fine))
                     .contains(fine + " is finer than the database's milliseconds: use truncatedTo"));
         }
+        for (Object far : List.of(Instant.MAX, Instant.MIN, LocalDate.MAX, LocalDateTime.MIN)) {
+            assertTrue(refused(IllegalArgumentException.class, () -> stored(far)).matches("The java.time."
+                    + far.getClass().getSimpleName() + " \\Q" + far + "\\E is not .*element 1 of the array.*"));
+        }
         session.truncateTimes(true);
         assertEquals(listOf(NOON.minus(1, ChronoUnit.MILLIS)), stored(instant.minusNanos(1)));
     }
@@ -128,6 +132,12 @@ class ValuesTest {
         List<?> shared = (List<?>) session.newArray(wide).value();
         assertSame(shared.get(0), shared.get(1));
 
+        // Java would hash these for ever, or until its stack is full.
+        for (String grow : List.of("5000 timesRepeat: [x := Array with: x]",
+                "40 timesRepeat: [x := Array with: x with: x]")) {
+            PovZelObject set = object("| x | x := Array with: 1. " + grow + ". IdentitySet with: x");
+            assertInstanceOf(PovZelObject.class, ((Set<?>) set.value()).iterator().next());
+        }
         PovZelObject cyclic = object("| a d | a := Array new: 3. d := Dictionary new. a at: 1 put: d."
                 + " d at: #self put: a. a at: 2 put: 3 -> 4. a at: 3 put: #(7). a");
         List<?> value = (List<?>) cyclic.value();
@@ -154,6 +164,9 @@ class ValuesTest {
         Map<?, ?> twins = (Map<?, ?>) object("IdentityDictionary new at: 'k' put: 1; at: 'k' copy put: 2;"
                 + " yourself").value();
         assertEquals(List.of(1L, 2L), List.copyOf(twins.values()));
+        twins = (Map<?, ?>) object("Dictionary with: '\ud83d\ude00' -> 1 with: (Character value: 128512) -> 2")
+                .value();
+        assertEquals(List.of(2, 2L), List.of(twins.size(), twins.get("\ud83d\ude00")));
         PovZelObject text = session.newString("\u00fc\ud83d\ude00");
         assertEquals(List.of(2L, 8L), List.of(text.size(), text.byteSize()));
         PovZelObject pair = object("3 -> 4");
@@ -177,7 +190,7 @@ class ValuesTest {
         messages.put(Collections.singletonMap(NOT_PASSED, 1), "key 1 of argument 2");
         messages.put(new Object[] {new BigDecimal("1.5")}, "java.math.BigDecimal .*doubleValue.*element 1");
         messages.put(endless, "contains itself.*element 1 of element 2 of argument 2");
-        messages.put(BigInteger.ONE.shiftLeft(65_536), "65537 bits");
+        messages.put(BigInteger.ONE.shiftLeft(65_536).negate(), "65537 bits");
         messages.put(Path.of("x"), "Path cannot.*argument 2");
         messages.put(new HashSet<>(listOf(1, 1.0)), "HashSet has 2 elements.*equal");
         messages.put(Map.of(0.0, 1, -0.0, 2), "2 keys.*equal");
@@ -219,7 +232,8 @@ class ValuesTest {
                 .forEach((type, text) -> assertTrue(refused(IllegalArgumentException.class,
                         () -> session.executeFor(type, text)).endsWith("is no " + type.getTypeName()), text));
         refused(IllegalArgumentException.class, () -> session.performForObject(3, "+", 4));
-        for (long oop : new long[] {-1, 1L << 40}) {
+        refused(IllegalArgumentException.class, () -> session.executeFor(Integer.class, "-0.0"));
+        for (long oop : new long[] {-1, 0, 1, 1L << 40}) {
             refused(IllegalArgumentException.class, () -> session.value(oop));
             refused(IllegalArgumentException.class, () -> session.object(oop));
         }
