@@ -316,7 +316,9 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
         }
     }
 
+    /** Iterators of this list take it for what it is, rather than for the list's end. */
     private IndexOutOfBoundsException shrunk(int index) {
+        modCount++;
         return new IndexOutOfBoundsException(object + " has no element " + (index + 1) + " any more");
     }
 

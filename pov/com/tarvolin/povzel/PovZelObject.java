@@ -270,7 +270,7 @@ public final class PovZelObject implements AutoCloseable {
      * Stores bytes from the first byte on. The object grows as needed and keeps what it has beyond.
      *
      * @param bytes the bytes
-     * @throws PovZelException if they cannot be stored
+     * @throws PovZelException if they cannot be stored; those of the transfers before may be
      */
     public void setBytes(byte[] bytes) {
         setBytes(1, bytes, null);
@@ -285,11 +285,14 @@ public final class PovZelObject implements AutoCloseable {
      * @param progress is told after each transfer how many bytes have been stored, while calls of
      *     other threads have to wait; or null
      * @throws PovZelException if they cannot be stored; those reported to {@code progress} are
+     * @throws IllegalArgumentException if the object holds no bytes and there are none to store
      */
     public void setBytes(long start, byte[] bytes, LongConsumer progress) {
         Objects.requireNonNull(bytes, "The array of bytes is null");
         calls.locked(() -> {
-            if (bytes.length > 0 && start > 1) {
+            if (bytes.length == 0) {
+                describeBytes();
+            } else if (start > 1) {
                 growTo(start - 1);
             }
             byte[] chunk = new byte[Math.min(bytes.length, PovZelLibrary.byteCapacity())];
@@ -348,11 +351,12 @@ public final class PovZelObject implements AutoCloseable {
         }
     }
 
-    /** Makes the object longer if it is shorter than that. */
+    /** Makes the object longer if it is shorter than that, by whole characters. */
     void growTo(long size) {
         calls.locked(() -> {
-            if (describe().indexedSize < size) {
-                setSize(size);
+            PovZelReport report = describe();
+            if (report.indexedSize < size) {
+                setSize(report.isDBString ? size + size % 2 : size);
             }
             return null;
         });
@@ -388,10 +392,11 @@ public final class PovZelObject implements AutoCloseable {
     /**
      * Returns the elements of an array or another collection as a list that reads them from the
      * database in chunks. It has the size that the object has now and may show an element as it was
-     * when its chunk was read; {@code set} stores an element in the database at once. {@code replaceAll}
-     * and {@code sort} store in batches, all or nothing: they throw a
+     * when its chunk was read, and its iterators throw a {@code ConcurrentModificationException} when
+     * the object became shorter; {@code set} stores an element in the database at once. {@code
+     * replaceAll} and {@code sort} store in batches, all or nothing: they throw a
      * {@code ConcurrentModificationException} if an element was changed meanwhile, and put back what
-     * they stored if a later batch fails. The list of a sorted collection, which places its elements
+     * they stored if a later batch fails or the call is broken. The list of a sorted collection, which places its elements
      * itself, cannot be changed.
      *
      * @return the list; elements are as {@link PovZelSession#execute(String)} returns them
@@ -417,21 +422,22 @@ public final class PovZelObject implements AutoCloseable {
      * @param elements the elements, of the types that {@link PovZelSession} lists
      * @throws PovZelException if they cannot be stored; those of the chunks before are
      * @throws IllegalArgumentException if the object's elements have no order or no place of their own,
-     *     such as those of a sorted collection
+     *     such as those of a sorted collection; or if one cannot be passed: when it is of the first
+     *     chunk, of a quarter of the transfer buffer's size, nothing is stored, else the chunks before are
      */
     public void setElements(long start, List<?> elements) {
         Objects.requireNonNull(elements, "The list of elements is null");
         calls.locked(() -> {
             PovZelReport report = describe();
             calls.converter().requirePlaces(report, this);
-            if (report.indexedSize < start - 1 && !elements.isEmpty()) {
-                setSize(start - 1);
-            }
             int done = 0;
             while (done < elements.size()) {
                 int count = Math.min(elements.size() - done, PovZelLibrary.oopCapacity());
                 PovZelReport[] reports =
                         calls.converter().elements(elements.subList(done, done + count), done + 1L);
+                if (done == 0 && report.indexedSize < start - 1) {
+                    setSize(start - 1);
+                }
                 storeElements(start + done, reports);
                 done += count;
             }
@@ -443,7 +449,7 @@ public final class PovZelObject implements AutoCloseable {
      * Stores one value, which is one object, in all indexed slots, in chunks.
      *
      * @param value the value, of the types that {@link PovZelSession} lists
-     * @throws PovZelException if it cannot be stored
+     * @throws PovZelException if it cannot be stored; in the slots of the chunks before it is
      * @throws IllegalArgumentException if the object's elements have no order or no place of their own,
      *     such as those of a sorted collection
      */

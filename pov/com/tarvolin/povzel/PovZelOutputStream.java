@@ -103,7 +103,7 @@ final class PovZelOutputStream extends OutputStream {
                 object.growTo(position - 1);
             }
             object.store(position, filled, chunk);
-        } catch (PovZelException | IllegalStateException e) {
+        } catch (PovZelException | IllegalStateException | IllegalArgumentException e) {
             throw new IOException("Cannot write " + object + ": " + filled + " bytes from byte "
                     + position + " on were not stored: " + e.getMessage(), e);
         }

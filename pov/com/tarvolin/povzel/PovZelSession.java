@@ -559,8 +559,10 @@ public final class PovZelSession implements AutoCloseable {
      * unless this lets the session cut them. Takes effect with the next call, and waits for none.
      *
      * @param truncate whether they are cut to the millisecond before
+     * @throws IllegalStateException if the session is closed
      */
     public void truncateTimes(boolean truncate) {
+        calls.requireOpen();
         converter.truncateTimes(truncate);
     }
 
@@ -574,9 +576,7 @@ public final class PovZelSession implements AutoCloseable {
      */
     public PovZelRegistration onChange(Consumer<PovZelObject> listener) {
         Objects.requireNonNull(listener, "The listener is null");
-        if (!calls.isOpen()) {
-            throw new IllegalStateException("The session is closed");
-        }
+        calls.requireOpen();
         return changes.add(listener);
     }
 

@@ -58,13 +58,24 @@ class ContentsTest {
                 () -> in.skip(1), () -> out.write(1), out::flush);
 
         PovZelObject array = object("Array new: 1");
-        allThrow(IllegalArgumentException.class, array::inputStream, () -> array.outputStream(1));
+        allThrow(IllegalArgumentException.class, array::inputStream, () -> array.outputStream(1),
+                () -> array.setBytes(new byte[0]), () -> array.setElements(9, List.of(new Object())));
+        assertEquals(1, array.size());
+        PovZelObject wide = session.newDoubleByteString("ab");
+        for (int at : new int[] {10, 14}) {
+            OutputStream odd = wide.outputStream(at);
+            odd.write(1);
+            odd.close();
+            wide.setBytes(at + 2, new byte[] {1}, null);
+            assertEquals(at + 2, wide.byteSize());
+        }
         InputStream orphan = object.inputStream();
         OutputStream empty = object.outputStream(1);
         OutputStream full = object.outputStream(1);
         full.write(1);
         object.close();
-        allThrow(IllegalStateException.class, object::inputStream, () -> object.outputStream(1));
+        allThrow(IllegalStateException.class, object::inputStream, () -> object.outputStream(1),
+                () -> object.setBytes(new byte[0]));
         allThrow(IOException.class, orphan::read, full::flush, full::close, () -> empty.write(1));
         empty.close();
     }
@@ -196,6 +207,20 @@ class ContentsTest {
         allThrow(IllegalArgumentException.class,
                 () -> list.replaceAll(each -> results.hasNext() ? results.next() : new Object()));
         assertEquals("SmallInteger Array", ends.perform("value:", array), "all or nothing");
+        Iterable<Object> breaking = () -> {
+            assertTrue(session.cancel());
+            return Collections.emptyIterator();
+        };
+        list.set(19_999, "last");
+        allThrow(PovZelCancelledException.class,
+                () -> list.replaceAll(each -> each.equals("last") ? breaking : (Object) 7));
+        assertEquals("SmallInteger String", ends.perform("value:", array), "whatever ends the call");
+        assertTrue(assertThrows(IllegalArgumentException.class, () -> list.set(7, new Object()))
+                .getMessage().contains("index 7"));
+        Iterator<Object> cut = list.iterator();
+        cut.next();
+        array.setSize(1);
+        allThrow(ConcurrentModificationException.class, cut::next);
         array.close();
         allThrow(IllegalStateException.class, () -> list.get(19_999), () -> list.sort(null));
     }

@@ -77,6 +77,7 @@ class PoolTest {
                 first.close();
                 assertFalse(next.needsCommit() || first.cancel() || first.isValid(null));
                 SessionTest.allThrow(IllegalStateException.class, () -> first.execute("3"),
+                        () -> first.truncateTimes(false),
                         () -> array.perform("size"));
                 for (String text : List.of("left", "Left")) {
                     assertThrows(PovZelException.class, () -> next.execute(text), text);
