@@ -7,6 +7,7 @@ import java.util.Deque;
 import java.util.Objects;
 import java.util.concurrent.Semaphore;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicBoolean;
 
 /**
  * A number of sessions of one user, which threads take and give back.
@@ -59,7 +60,17 @@ public final class PovZelPool implements AutoCloseable {
         }
     }
 
-    /** What a pool is to be like. */
+    /**
+     * What a pool is to be like.
+     *
+     * <pre>{@code
+     * PovZelPool.Builder builder = PovZelPool.builder("", "DataCurator", "swordfish").size(2)
+     *         .maxWait(Duration.ofSeconds(5)).validateAfter(Duration.ofMinutes(1));
+     * try (PovZelPool pool = builder.build(); PovZelSession session = pool.session()) {
+     *     System.out.println(session.execute("3 + 4"));
+     * }
+     * }</pre>
+     */
     public static final class Builder {
         private final String server;
         private final String user;
@@ -172,7 +183,8 @@ public final class PovZelPool implements AutoCloseable {
      *
      * @return the session, which nobody has used before; {@link PovZelSession#close()} gives it back
      * @throws PovZelTimeoutException if none was to be had in the time that {@link Builder#maxWait}
-     *     allows. The suppressed exceptions show where those were taken that others have
+     *     allows, or the library was busy with a call in that time, as the message tells. The suppressed
+     *     exceptions show where those were taken that others have
      * @throws PovZelCancelledException if the thread is interrupted, which it still is then
      * @throws PovZelLoginException if the database refuses a login
      * @throws IllegalStateException if the pool is closed, or was while this waited
@@ -212,9 +224,17 @@ public final class PovZelPool implements AutoCloseable {
     }
 
     private PovZelTimeoutException allTaken() {
-        PovZelTimeoutException failure = PovZelException.timedOut(
-                "No session was given back to the pool within " + Duration.ofNanos(maxWaitNanos)
-                + ": all " + size + " are taken");
+        return timedOut("No session was given back to the pool within "
+                + Duration.ofNanos(maxWaitNanos) + ": all " + size + " are taken");
+    }
+
+    private PovZelTimeoutException busy() {
+        return timedOut("The library was busy with another call for the pool's "
+                + Duration.ofNanos(maxWaitNanos) + ": a session could not be made ready");
+    }
+
+    private PovZelTimeoutException timedOut(String message) {
+        PovZelTimeoutException failure = PovZelException.timedOut(message);
         PovZelLogins.places(this).forEach(failure::addSuppressed);
         return failure;
     }
@@ -229,7 +249,11 @@ public final class PovZelPool implements AutoCloseable {
                 return each.session;
             }
         }
-        return login(nanosLeft(begun));
+        try {
+            return login(nanosLeft(begun));
+        } catch (PovZelTimeoutException e) {
+            throw busy();
+        }
     }
 
     private Idle nextIdle() {
@@ -242,13 +266,21 @@ public final class PovZelPool implements AutoCloseable {
         if (System.nanoTime() - each.since < validateNanos) {
             return true;
         }
-        boolean good = false;
+        AtomicBoolean asked = new AtomicBoolean();
+        boolean told = false;
         try {
-            good = each.session.isValid(Duration.ofNanos(nanosLeft(begun)));
-            return good;
-        } finally {
+            boolean good = each.session.isValid(nanosLeft(begun), () -> asked.set(true));
+            told = good || asked.get();
+            if (!told) {
+                throw busy();
+            }
             if (!good) {
                 endQuietly(each.session);
+            }
+            return good;
+        } finally {
+            if (!told) {
+                addIdle(each);
             }
         }
     }
@@ -272,7 +304,7 @@ public final class PovZelPool implements AutoCloseable {
     /** A session of the pool has ended: logs in for the next one, unless that has to wait. */
     void giveBack() {
         try {
-            addIdle(login(AT_ONCE_NANOS));
+            addIdle(new Idle(login(AT_ONCE_NANOS)));
         } catch (PovZelException | IllegalStateException e) {
             // Who takes a session next logs in, and is told what is in the way.
         } finally {
@@ -280,14 +312,14 @@ public final class PovZelPool implements AutoCloseable {
         }
     }
 
-    private void addIdle(PovZelSession fresh) {
+    private void addIdle(Idle unused) {
         synchronized (idle) {
             if (!closed) {
-                idle.addFirst(new Idle(fresh));
+                idle.addFirst(unused);
                 return;
             }
         }
-        endQuietly(fresh);
+        endQuietly(unused.session);
     }
 
     /** A session of the pool was forgotten, and has been logged out. */

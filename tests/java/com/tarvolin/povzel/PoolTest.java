@@ -45,6 +45,20 @@ class PoolTest {
         return session;
     }
 
+    private void whileBusy(Runnable work) {
+        FutureTask<?> running = new FutureTask<>(() -> watch.execute("[true] whileTrue"));
+        new Thread(running).start();
+        while (PovZelLibrary.LOCK.turns() == 0) {
+            Thread.onSpinWait();
+        }
+        try {
+            work.run();
+        } finally {
+            assertTrue(watch.cancel());
+        }
+        assertInstanceOf(PovZelCancelledException.class, failure(running));
+    }
+
     private static Throwable failure(Future<?> call) {
         return assertThrows(ExecutionException.class, () -> call.get(60, TimeUnit.SECONDS)).getCause();
     }
@@ -102,14 +116,7 @@ class PoolTest {
         List<Future<PovZelSession>> late = List.of(taking(pool), taking(pool));
 
         // Giving back waits for no call.
-        FutureTask<?> running = new FutureTask<>(() -> watch.execute("[true] whileTrue"));
-        new Thread(running).start();
-        while (PovZelLibrary.LOCK.turns() == 0) {
-            Thread.onSpinWait();
-        }
-        assertTimeout(Duration.ofSeconds(1), out::close);
-        assertTrue(watch.cancel());
-        assertInstanceOf(PovZelCancelledException.class, failure(running));
+        whileBusy(() -> assertTimeout(Duration.ofSeconds(1), out::close));
         PovZelSession session = early.get(60, TimeUnit.SECONDS);
         assertFalse(late.get(0).isDone() || late.get(1).isDone());
         pool.close();
@@ -131,6 +138,26 @@ class PoolTest {
             assertEquals(0, PovZelInterface._logout(next.id(), null));
             assertThrows(PovZelException.class, next::close);
             pool.session().close();
+        }
+    }
+
+    // That says nothing of the session that waits, nor of those that are taken.
+    @Test
+    void aBusyLibraryEndsNoSession() {
+        try (PovZelPool pool = builder().size(2).maxWait(Duration.ofMillis(50)).validateAfter(Duration.ZERO)
+                .build(); PovZelSession taken = pool.session()) {
+            PovZelSession first = pool.session();
+            first.close();
+            whileBusy(() -> {
+                Throwable late = assertThrows(PovZelTimeoutException.class, pool::session);
+                assertTrue(late.getMessage().contains("busy") && late.getSuppressed().length == 1);
+            });
+            try (PovZelSession next = pool.session()) {
+                assertEquals(first.id() + 1, next.id(), "the one that waited");
+                whileBusy(taken::close);
+                whileBusy(() -> assertTrue(assertThrows(PovZelTimeoutException.class, pool::session)
+                        .getMessage().contains("busy"), "at the login"));
+            }
         }
     }
 
