@@ -19,7 +19,8 @@ import java.util.List;
  * <p>What programs tell apart has a class of its own: {@link PovZelLoginException}, {@link
  * PovZelConflictException}, {@link PovZelTimeoutException}, {@link PovZelCancelledException} and
  * {@link PovZelMemoryException}. What an exception says is fetched when it is thrown, so it can be
- * read after the session was closed.
+ * read after the session was closed. It refers to objects of the session: while it is kept, a session
+ * that the program forgot is not logged out.
  *
  * <p>The natives of {@link PovZelInterface} never throw: they fill the fields of the instance they
  * are given and return a negative status. {@link PovZelSession} throws an exception for it.

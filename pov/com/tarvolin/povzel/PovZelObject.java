@@ -176,7 +176,8 @@ public final class PovZelObject implements AutoCloseable {
     }
 
     /**
-     * Sends the object a message, and returns a reference to the answer, of whatever class it is.
+     * Sends the object a message, and returns a reference to the answer even when {@link #perform} would
+     * convert a string or another object.
      *
      * @param selector the message's name
      * @param arguments the arguments, at most 20, of the types that {@link PovZelSession} lists

@@ -266,13 +266,14 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Compiles and runs a text, and returns a reference to its result.
+     * Compiles and runs a text, and returns a reference to its result even when {@link #execute(String)}
+     * would convert a string or another object.
      *
      * @param text the text
      * @return a reference to the result
      * @throws PovZelException if it cannot be compiled or ends in an error
-     * @throws IllegalArgumentException if the result is no object with contents: see
-     *     {@link #evaluate}
+     * @throws IllegalArgumentException if the result is no object with contents, but nil, a boolean, a
+     *     character or a small integer: see {@link #evaluate}
      */
     public PovZelObject executeForObject(String text) {
         return requireObject(evaluate(text), text);
@@ -865,7 +866,7 @@ public final class PovZelSession implements AutoCloseable {
      *
      * <p>A session that is forgotten without this is logged out after Java's collector found it, and a
      * warning to the log {@code com.tarvolin.povzel} of java.util.logging shows where it was logged in.
-     * One that comes from a {@link PovZelPool} is given back to it.
+     * Its references keep it, and so do the exceptions of its calls, which have some. One that comes from a {@link PovZelPool} is given back to it.
      *
      * @throws PovZelException if the database reports an error; the session has ended all the same
      */
