@@ -72,8 +72,8 @@ final class PovZelLock {
     }
 
     /**
-     * Throws a StackOverflowError where the stack has no room to end a turn in: one that does not end
-     * locks the library for good.
+     * Throws a StackOverflowError where the stack has no room to end a turn in, or to give the guard
+     * back: one that is not ended, or not given back, locks the library for good.
      */
     static void requireStack() {
         probe(PROBED_FRAMES, 0, 0, 0, 0, 0, 0);
@@ -191,6 +191,7 @@ final class PovZelLock {
     }
 
     private Integer nextClosed() {
+        requireStack();
         guard.lock();
         try {
             return toLogOut.poll();
@@ -203,6 +204,7 @@ final class PovZelLock {
      * Keeps breaks from the library: what this thread's turn does next is not the call's own work.
      */
     void hush(PovZelTurn turn) {
+        requireStack();
         guard.lock();
         turn.loud = false;
         guard.unlock();
@@ -210,6 +212,7 @@ final class PovZelLock {
 
     /** Keeps soft breaks from the library: what comes next is none that could be continued. */
     void hushSoftly(PovZelTurn turn) {
+        requireStack();
         guard.lock();
         turn.softly = false;
         guard.unlock();
@@ -231,6 +234,7 @@ final class PovZelLock {
      * @return whether there was a call
      */
     boolean breakCall(PovZelCalls calls, PovZelTurn.Break cause) {
+        requireStack();
         guard.lock();
         try {
             return breakRunning(calls, cause) || breakWaiting(calls, cause);
@@ -324,11 +328,20 @@ final class PovZelLock {
             try {
                 idle = current == null && begun == seen ? idle + 1 : 0;
                 seen = begun;
+                freeAbandoned();
                 look();
                 watched = idle < IDLE_TICKS;
             } finally {
                 guard.unlock();
             }
+        }
+    }
+
+    /** A thread that ended has no call, whatever kept it from ending its turn. */
+    private void freeAbandoned() {
+        if (current != null && !current.thread.isAlive()) {
+            current = null;
+            wakeNext();
         }
     }
 
