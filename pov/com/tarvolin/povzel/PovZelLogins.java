@@ -128,7 +128,7 @@ final class PovZelLogins {
     }
 
     /** Returns when the collector has run and told what it found, or soon when it never does. */
-    private static void awaitCollection() {
+    static void awaitCollection() {
         synchronized (OPEN) {
             startWatching();
         }

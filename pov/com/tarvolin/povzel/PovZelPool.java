@@ -30,7 +30,8 @@ import java.util.concurrent.atomic.AtomicBoolean;
  * and spares most of them the login, but their calls take turns.
  *
  * <p>A session that is forgotten instead of being given back is logged out after Java's collector
- * found it, and has its place in the pool again; a warning to the log {@code com.tarvolin.povzel} of
+ * found it, and has its place in the pool again, at the latest when somebody has waited in vain for a
+ * session; a warning to the log {@code com.tarvolin.povzel} of
  * java.util.logging shows where it was taken.
  *
  * <p>A pool may be used from any thread.
@@ -38,6 +39,8 @@ import java.util.concurrent.atomic.AtomicBoolean;
 public final class PovZelPool implements AutoCloseable {
     /** A turn with so little time comes at once or not at all. */
     private static final long AT_ONCE_NANOS = 1;
+    /** After what time a wait without an end looks for forgotten sessions. */
+    private static final long PATIENCE_NANOS = TimeUnit.SECONDS.toNanos(30);
 
     private final String server;
     private final String user;
@@ -192,10 +195,10 @@ public final class PovZelPool implements AutoCloseable {
     public PovZelSession session() {
         long begun = System.nanoTime();
         Throwable place = new Throwable("taken here");
-        await();
+        boolean late = await();
         PovZelSession taken = null;
         try {
-            taken = take(begun);
+            taken = take(late ? System.nanoTime() : begun);
             taken.calls().login().lend(this, place);
             return taken;
         } finally {
@@ -205,12 +208,19 @@ public final class PovZelPool implements AutoCloseable {
         }
     }
 
-    private void await() {
+    /** Waits for a place; answers whether it came only when those of forgotten sessions were looked for. */
+    private boolean await() {
+        boolean late;
         try {
-            if (maxWaitNanos == 0) {
-                places.acquire();
-            } else if (!places.tryAcquire(maxWaitNanos, TimeUnit.NANOSECONDS)) {
-                throw allTaken();
+            late = !places.tryAcquire(maxWaitNanos == 0 ? PATIENCE_NANOS : maxWaitNanos,
+                    TimeUnit.NANOSECONDS);
+            if (late) {
+                PovZelLogins.awaitCollection();
+                if (maxWaitNanos == 0) {
+                    places.acquire();
+                } else if (!places.tryAcquire()) {
+                    throw allTaken();
+                }
             }
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
@@ -221,6 +231,7 @@ public final class PovZelPool implements AutoCloseable {
             places.release();
             throw closedFailure();
         }
+        return late;
     }
 
     private PovZelTimeoutException allTaken() {

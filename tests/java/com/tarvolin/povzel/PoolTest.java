@@ -171,10 +171,10 @@ class PoolTest {
         for (int i = 1; i < 200; i++) {
             warning();
         }
-        try (PovZelPool pool = builder().build()) {
+        try (PovZelPool pool = builder().maxWait(Duration.ofMillis(100)).build()) {
             pool.session().execute("3");
-            LogRecord leak = warning();
             pool.session().close();
+            LogRecord leak = warning();
             for (LogRecord each : List.of(login, leak)) {
                 assertTrue(each.getLevel() == Level.WARNING && tellsOf("forgottenSessionsAreLoggedOutAndTheirPlacesTold", each.getThrown()));
             }
