@@ -1,7 +1,8 @@
 package com.tarvolin.povzel;
 
 /**
- * Another session changed what this one is changing. Once this one has aborted, it may try again.
+ * Another session changed what this one is changing. Once this one has aborted, it may try again. An
+ * error that a program raises with the number 2508 or 2513 is one, too.
  *
  * <pre>{@code
  * try {

@@ -213,9 +213,13 @@ final class PovZelConverter {
 
     /** Refuses a described object whose elements are not where a program puts them. */
     void requirePlaces(PovZelReport report, PovZelObject object) {
+        if (report.objType == PovZelValues.BYTES) {
+            throw new IllegalArgumentException(object + " holds bytes: use setBytes()");
+        }
         if (!isPlaced(report)) {
-            throw new IllegalArgumentException(object
-                    + " has no elements to place: perform its messages, such as add:");
+            throw new IllegalArgumentException(object + " has no elements to place: "
+                    + (kindOf(report) == PovZelKind.OBJECT ? "use setNamedSlot()"
+                    : "perform its messages, such as add:"));
         }
     }
 

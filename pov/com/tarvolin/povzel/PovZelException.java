@@ -1,5 +1,8 @@
 package com.tarvolin.povzel;
 
+import java.io.IOException;
+import java.io.ObjectInputStream;
+import java.io.ObjectOutputStream;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
@@ -26,7 +29,7 @@ import java.util.List;
  * are given and return a negative status. {@link PovZelSession} throws an exception for it.
  */
 public class PovZelException extends RuntimeException {
-    private static final long serialVersionUID = 2L;
+    private static final long serialVersionUID = 3L;
 
     /** The number of the bridge's own errors. */
     static final int BRIDGE = 2318;
@@ -209,6 +212,33 @@ public class PovZelException extends RuntimeException {
         stack = stackText;
     }
 
+    /**
+     * Writes descriptions in the places of references, which mean nothing elsewhere.
+     *
+     * @param out where to
+     * @throws IOException if it cannot be written
+     */
+    private void writeObject(ObjectOutputStream out) throws IOException {
+        out.defaultWriteObject();
+        List<Object> written = new ArrayList<>(getArguments());
+        written.replaceAll(each -> each instanceof PovZelObject ? each.toString() : each);
+        out.writeObject(written);
+    }
+
+    /**
+     * Reads what {@code writeObject} wrote.
+     *
+     * @param in where from
+     * @throws IOException if it cannot be read
+     * @throws ClassNotFoundException if it has a value of an unknown class
+     */
+    @SuppressWarnings("unchecked")
+    private void readObject(ObjectInputStream in) throws IOException, ClassNotFoundException {
+        in.defaultReadObject();
+        arguments = (List<Object>) in.readObject();
+        sessionId = -1;
+    }
+
     /** Notes which session's call throws this. */
     void noteSession(int id) {
         sessionId = id;
@@ -267,7 +297,8 @@ public class PovZelException extends RuntimeException {
      * not understood.
      *
      * @return the values, as {@link PovZelSession#execute(String)} returns them. References are
-     *     closed when their session is; long texts are references
+     *     closed when their session is; long texts are references. An exception that was serialized
+     *     has descriptions in their places
      */
     public List<Object> getArguments() {
         return arguments == null ? Collections.emptyList()

@@ -17,6 +17,8 @@ import java.util.function.UnaryOperator;
  */
 final class PovZelList extends AbstractList<Object> implements RandomAccess {
     private static final int LARGEST_CHUNK = 1024;
+    private static final int BAD_SUBSCRIPT = 2004;
+    private static final int BAD_OFFSET = 2110;
 
     private final PovZelObject object;
     private final Chunk chunk;
@@ -102,7 +104,11 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
             int at = offset + index;
             Object former = element(at);
             PovZelReport report = report(element, index);
-            object.storeElements(at + 1L, report);
+            try {
+                object.storeElements(at + 1L, report);
+            } catch (PovZelException e) {
+                throw isBeyond(e) ? shrunk(at) : e;
+            }
             if (chunk.has(at)) {  // the element was perhaps a part of this list, and read by now
                 chunk.values[at - chunk.start] = stored(element, report.oop);
             }
@@ -235,7 +241,18 @@ final class PovZelList extends AbstractList<Object> implements RandomAccess {
 
     /** The oops of elements that are still there, which the database keeps until the next call. */
     private long[] oops(int start, int count) {
-        return calls().converter().indexedOops(object.report(), start + 1L, count);
+        try {
+            return calls().converter().indexedOops(object.report(), start + 1L, count);
+        } catch (PovZelException e) {
+            if (isBeyond(e)) {
+                return new long[0];
+            }
+            throw e;
+        }
+    }
+
+    private static boolean isBeyond(PovZelException e) {
+        return e.getNumber() == BAD_SUBSCRIPT || e.getNumber() == BAD_OFFSET;
     }
 
     /** The oops of some elements behind the first {@code done}, one at least. */

@@ -286,10 +286,12 @@ public final class PovZelObject implements AutoCloseable {
      * @param progress is told after each transfer how many bytes have been stored, while calls of
      *     other threads have to wait; or null
      * @throws PovZelException if they cannot be stored; those reported to {@code progress} are
-     * @throws IllegalArgumentException if the object holds no bytes and there are none to store
+     * @throws IllegalArgumentException if the place is less than 1, or the object holds no bytes and
+     *     there are none to store
      */
     public void setBytes(long start, byte[] bytes, LongConsumer progress) {
         Objects.requireNonNull(bytes, "The array of bytes is null");
+        requireIndex(start, "Bytes");
         calls.locked(() -> {
             if (bytes.length == 0) {
                 describeBytes();
@@ -423,11 +425,13 @@ public final class PovZelObject implements AutoCloseable {
      * @param elements the elements, of the types that {@link PovZelSession} lists
      * @throws PovZelException if they cannot be stored; those of the chunks before are
      * @throws IllegalArgumentException if the object's elements have no order or no place of their own,
-     *     such as those of a sorted collection; or if one cannot be passed: when it is of the first
+     *     such as those of a sorted collection; if the place is less than 1; or if one cannot be passed:
+     *     when it is of the first
      *     chunk, of a quarter of the transfer buffer's size, nothing is stored, else the chunks before are
      */
     public void setElements(long start, List<?> elements) {
         Objects.requireNonNull(elements, "The list of elements is null");
+        requireIndex(start, "Elements");
         calls.locked(() -> {
             PovZelReport report = describe();
             calls.converter().requirePlaces(report, this);
@@ -506,13 +510,21 @@ public final class PovZelObject implements AutoCloseable {
      * @param slot the slot's index, from 1
      * @param value the value, of the types that {@link PovZelSession} lists
      * @throws PovZelException if it cannot be stored
+     * @throws IllegalArgumentException if the index is less than 1, or the value cannot be passed
      */
     public void setNamedSlot(int slot, Object value) {
+        requireIndex(slot, "Slots");
         calls.locked(() -> {
             PovZelReport[] reports = {calls.converter().report(value)};
             return calls.transfer((id, e) ->
                     PovZelInterface._putNamedObjs(id, report(), slot, 1, reports, e));
         });
+    }
+
+    static void requireIndex(long index, String of) {
+        if (index < 1) {
+            throw new IllegalArgumentException(of + " count from 1, not " + index);
+        }
     }
 
     /** Gives the reference up. Does nothing when it is closed or its session is. */

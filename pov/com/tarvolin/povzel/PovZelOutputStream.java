@@ -23,9 +23,7 @@ final class PovZelOutputStream extends OutputStream {
     private volatile boolean closed;
 
     PovZelOutputStream(PovZelObject object, long position) {
-        if (position < 1) {
-            throw new IllegalArgumentException("Bytes count from 1, not " + position);
-        }
+        PovZelObject.requireIndex(position, "Bytes");
         this.object = object;
         this.size = object.describeBytes().indexedSize;
         this.position = position;

@@ -54,6 +54,7 @@ import java.util.function.IntFunction;
 public final class PovZelSession implements AutoCloseable {
     private static final int TOO_MANY_SESSIONS = 2512;
     private static final Duration LONGEST_TIMEOUT = Duration.ofDays(36_500);
+    private static final int MOST_ARGUMENTS = 20;
     private static final IntFunction<String> ARGUMENTS = index -> "argument " + (index + 1);
 
     private final PovZelCalls calls;
@@ -322,6 +323,7 @@ public final class PovZelSession implements AutoCloseable {
      * @param arguments the arguments, at most 20
      * @return the answer, as {@link #execute(String)} returns it
      * @throws PovZelException if the database reports an error
+     * @throws IllegalArgumentException if there are more arguments, or one cannot be passed
      */
     public Object perform(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "The selector is null");
@@ -375,6 +377,10 @@ public final class PovZelSession implements AutoCloseable {
         PovZelReport to = converter.report(receiver, "the receiver");
         // perform(receiver, selector, null) means one argument, nil.
         List<?> values = arguments == null ? Collections.singletonList(null) : Arrays.asList(arguments);
+        if (values.size() > MOST_ARGUMENTS) {
+            throw new IllegalArgumentException("A message has " + MOST_ARGUMENTS
+                    + " arguments at most, not " + values.size());
+        }
         PovZelReport[] with = converter.reports(values, ARGUMENTS);
         PovZelReport result = new PovZelReport();
         return calls.ask(
@@ -620,6 +626,8 @@ public final class PovZelSession implements AutoCloseable {
      * most; a second call ends these, too. When no call is under way, those that wait for the
      * library throw it; a later call is never stopped. From any thread.
      *
+     * <p>A call that ends by itself before it is told to returns as if nothing had been.
+     *
      * <p>{@link Thread#interrupt()} does the same to a thread that is in a call, or begins one. The
      * thread stays interrupted. {@link #abort()} and {@link #close()} are made all the same, within a
      * call that is stopped, too.
@@ -698,8 +706,21 @@ public final class PovZelSession implements AutoCloseable {
      * @throws PovZelConflictException if another session has changed the same; nothing is committed
      *     then
      * @throws PovZelException if the database reports another error
+     * @throws IllegalStateException within {@link #transaction(Callable)}, which commits by itself
      */
     public void commit() {
+        requireNoTransaction();
+        makeCommit();
+    }
+
+    private void requireNoTransaction() {
+        if (inTransaction.get()) {
+            throw new IllegalStateException(
+                    "A transaction of this session is under way, which commits or aborts by itself");
+        }
+    }
+
+    private void makeCommit() {
         calls.locked(PovZelTurn.Kind.COMMIT, calls.timeout(),
                 () -> calls.call((id, e) -> PovZelSupport.commit(id, e)));
     }
@@ -709,8 +730,15 @@ public final class PovZelSession implements AutoCloseable {
      * committed. Nothing stops an abort.
      *
      * @throws PovZelException if the database reports an error
+     * @throws IllegalStateException within {@link #transaction(Callable)}, which aborts when its work
+     *     throws something
      */
     public void abort() {
+        requireNoTransaction();
+        makeAbort();
+    }
+
+    private void makeAbort() {
         calls.locked(PovZelTurn.Kind.UNBREAKABLE, 0,
                 () -> calls.call((id, e) -> PovZelSupport.abort(id, e)));
     }
@@ -794,7 +822,7 @@ public final class PovZelSession implements AutoCloseable {
             for (int left = retries; ; left--) {
                 try {
                     T result = work.call();
-                    commit();
+                    makeCommit();
                     return result;
                 } catch (Throwable failure) {
                     if (!abortAfter(failure) || left == 0 || !isConflict(failure)) {
@@ -849,7 +877,7 @@ public final class PovZelSession implements AutoCloseable {
             return false;
         }
         try {
-            abort();
+            makeAbort();
             return true;
         } catch (Throwable e) {
             if (e != failure) {

@@ -249,7 +249,8 @@ class CallsTest {
         session.commit();
         assertEquals("done", session.transaction(() -> {
             cell.perform("at:put:", 1, 2);
-            assertThrows(IllegalStateException.class, () -> session.transaction(() -> { }));
+            SessionTest.allThrow(IllegalStateException.class, () -> session.transaction(() -> { }),
+                    session::commit, session::abort);
             return "done";
         }));
         assertFalse(session.needsCommit());

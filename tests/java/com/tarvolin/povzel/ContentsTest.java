@@ -221,6 +221,7 @@ class ContentsTest {
         cut.next();
         array.setSize(1);
         allThrow(ConcurrentModificationException.class, cut::next);
+        allThrow(IndexOutOfBoundsException.class, () -> list.get(9), () -> list.set(9, 1));
         array.close();
         allThrow(IllegalStateException.class, () -> list.get(19_999), () -> list.sort(null));
     }

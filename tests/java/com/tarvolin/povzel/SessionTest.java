@@ -70,9 +70,12 @@ class SessionTest {
 
     @Test
     void errorsCarryTheirFields() {
-        assertEquals(2318, fails(() -> session.perform(3, "foo", new Object[21])).getNumber());
+        allThrow(IllegalArgumentException.class, () -> session.perform(3, "foo", new Object[21]),
+                () -> object("1 -> 2").setNamedSlot(0, 1), () -> object("1 -> 2").fill(1),
+                () -> object("#[1]").setBytes(0, new byte[1], null),
+                () -> object("#(1)").setElements(-1, List.of()));
         allThrow(PovZelException.class, () -> session.object(3999999997L),
-                () -> object("1 -> 2").setNamedSlot(0, 1));
+                () -> object("1 -> 2").setNamedSlot(3, 1));
         assertEquals(7L, session.execute("3 + 4"), "the session survives its errors");
     }
 
