@@ -97,6 +97,22 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
+     * Logs in to the database of a server, unless the library is busy for too long.
+     *
+     * @param server the server's name; empty for the database that needs none, such as the embedded one
+     * @param user the database user
+     * @param password the user's password
+     * @param wait how long this may wait for the calls of others; null or zero for as long as it takes
+     * @return the session
+     * @throws PovZelTimeoutException if the library was busy all the time
+     * @throws PovZelException if the library cannot be loaded or the login is refused
+     * @throws IllegalArgumentException if the time is negative
+     */
+    public static PovZelSession login(String server, String user, String password, Duration wait) {
+        return login(server, null, user, password, null, null, nanos(wait));
+    }
+
+    /**
      * Logs in to the database of a server on another host.
      *
      * @param server the server's name
