@@ -226,9 +226,19 @@ final class PovZelEncoder {
                         : answer(arrays, WITH.substring(0, 5 * size), chunk);
             }
             if (source instanceof Map) {
-                return hashed(answer(calls.converter().dictionaryMaker(), "value:", array), size / 2);
+                return hashed(dictionary(), size / 2);
             }
             return source instanceof Set ? hashed(answer(array, "asSet"), size) : array;
+        }
+
+        /** The place that an error has is one in a text which the program does not know. */
+        private PovZelReport dictionary() {
+            try {
+                return answer(calls.converter().dictionaryMaker(), "value:", array);
+            } catch (PovZelException e) {
+                e.explain(" while storing a Map");
+                throw e;
+            }
         }
 
         /** Java tells apart what is equal in the database, such as 1 and 1.0. */
