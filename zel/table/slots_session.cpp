@@ -6,9 +6,12 @@ namespace zel {
 
 // Never destroyed: when the process ends by exit, other threads may still run programs.
 Library& library() {
-  alignas(Library) static std::byte storage[sizeof(Library)];
-  static Library* const loaded = new (storage) Library;
-  return *loaded;
+  static union Loaded {
+    Loaded() : library() {}
+    ~Loaded() {}
+    Library library;
+  } loaded;
+  return loaded.library;
 }
 
 Database& openDatabase() {
