@@ -84,7 +84,7 @@ struct Node {
 // What counts as taken while the tree is there: a node, its place in a list, and the op and the
 // site that are made of it; a variable with its declaration, and what finds it by its name; an
 // element of a literal.
-constexpr std::size_t nodeBytes = sizeof(Node) + 2 * (sizeof(Node*) + sizeof(Op) + sizeof(Site));
+constexpr std::size_t nodeBytes = sizeof(Node) + 2 * (sizeof(void*) + sizeof(Op) + sizeof(Site));
 constexpr std::size_t variableBytes = sizeof(Variable) + 2 * sizeof(Declaration) + 64;
 constexpr std::size_t elementBytes = 2 * sizeof(OopType);
 
