@@ -6,7 +6,6 @@ import java.io.FileInputStream;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
-import java.io.UncheckedIOException;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.List;
@@ -19,19 +18,14 @@ import org.jline.terminal.Attributes;
 import org.jline.terminal.Attributes.LocalFlag;
 import org.jline.terminal.Size;
 import org.jline.terminal.Terminal;
-import org.jline.terminal.impl.ExecPty;
-import org.jline.terminal.impl.PosixSysTerminal;
 import org.jline.utils.InfoCmp;
 import org.jline.utils.InfoCmp.Capability;
 
 /** The user's terminal: lines, which can be edited if it can move its cursor, and passwords. */
 final class Console implements Closeable {
-    private static final String DEVICE = "/dev/tty";
     private static final String PAGER = "less -RFX";
     private static final boolean PAGED = Boolean.getBoolean("povzel.paged");
     private static final int UNKNOWN_PROGRAM = 127;
-    private static final int COLUMNS = 80;
-    private static final int ROWS = 24;
     private static final int INTERRUPTED = 128 + 2;
     /** A terminal that can do nothing, and the one that most others are like. */
     private static final String LEAST = "dumb";
@@ -41,7 +35,7 @@ final class Console implements Closeable {
     /** The line reader's log, whose entries are traces of Java. A logger lives as long as it is kept. */
     private static final Logger LOG = Logger.getLogger("org.jline");
 
-    private final Terminal terminal;
+    private final Screen terminal;
     /** Without a buffer: nothing of a password stays behind. */
     private final InputStream device;
     private final Editor editor;
@@ -53,31 +47,11 @@ final class Console implements Closeable {
     private byte[] kept;
     private boolean told;
 
-    /** The terminal itself, wherever the standard descriptors lead. */
-    private static final class Device extends ExecPty {
-        Device() {
-            super(DEVICE, false);
-        }
-    }
-
-    /** A terminal that nobody gave a size has the usual one. */
-    private static final class Sized extends PosixSysTerminal {
-        Sized(String type) throws IOException {
-            super("povzel", type, new Device(), StandardCharsets.UTF_8.name(), false, SignalHandler.SIG_DFL);
-        }
-
-        @Override
-        public Size getSize() {
-            Size size = super.getSize();
-            return size.getColumns() > 0 && size.getRows() > 0 ? size : new Size(COLUMNS, ROWS);
-        }
-    }
-
     Console() throws IOException {
         LOG.setLevel(Level.OFF);
-        terminal = new Sized(type());
-        terminal.handle(Terminal.Signal.INT, signal -> interrupt());
-        device = new FileInputStream(DEVICE);
+        terminal = new Screen(type());
+        terminal.onInterrupt(this::interrupt);
+        device = new FileInputStream(Screen.DEVICE);
         editor = terminal.getStringCapability(Capability.cursor_left) == null ? null : new Editor(terminal);
     }
 
@@ -107,7 +81,7 @@ final class Console implements Closeable {
         if (typing) {
             // The terminal itself has dropped the line.
             dropped = true;
-            write("\n" + firstPrompt);
+            terminal.write("\n" + firstPrompt);
         } else {
             interruption.run();
         }
@@ -116,7 +90,7 @@ final class Console implements Closeable {
     /** Shows a line in the place of the last one, if the terminal can do that, and only the first otherwise. */
     void showStatus(String line) {
         if (editor != null) {
-            write("\r" + line);
+            terminal.write("\r" + line);
         } else if (!told) {
             print(line);
         }
@@ -146,21 +120,26 @@ final class Console implements Closeable {
         }
     }
 
-    /** Shows what may be longer than the screen; answers whether it was, and the user's pager showed it. */
+    /** Shows lines that may be more than the screen has; answers whether they were, and the user saw them. */
     boolean page(String text) {
         String pager = System.getenv().getOrDefault("PAGER", PAGER);
         if (pager.isBlank() || !PAGED || fits(text)) {
             return false;
         }
         try {
-            Process process = new ProcessBuilder("sh", "-c", pager).redirectOutput(new File(DEVICE))
-                    .redirectError(new File(DEVICE)).start();
+            terminal.leave();
+            Process process = new ProcessBuilder("sh", "-c", pager).redirectOutput(new File(Screen.DEVICE))
+                    .redirectError(new File(Screen.DEVICE)).start();
             try (OutputStream to = process.getOutputStream()) {
-                to.write((text + "\n").getBytes(StandardCharsets.UTF_8));
+                to.write(text.getBytes(StandardCharsets.UTF_8));
             } catch (IOException e) {
-                // The user has seen enough, or there is no such pager.
+                // The user has seen enough, or the pager's status tells.
             }
-            return process.waitFor() != UNKNOWN_PROGRAM;
+            int status = process.waitFor();
+            if (status > 0 && status < UNKNOWN_PROGRAM - 1) {
+                print("povzel: the pager failed: " + pager + " ended with " + status);
+            }
+            return status == 0 || status > UNKNOWN_PROGRAM;
         } catch (IOException e) {
             return false;
         } catch (InterruptedException e) {
@@ -190,10 +169,10 @@ final class Console implements Closeable {
         // The user's shell sets what it likes while this one is stopped.
         Terminal.SignalHandler usual = terminal.handle(Terminal.Signal.CONT, signal -> {
             terminal.setAttributes(hidden);
-            write(prompt);
+            terminal.write(prompt);
         });
         try {
-            write(prompt);
+            terminal.write(prompt);
             byte[] line = readBytes();
             return line == null ? null : Passwords.firstLine(line, line.length);
         } finally {
@@ -226,7 +205,7 @@ final class Console implements Closeable {
         firstPrompt = goesOn ? firstPrompt : prompt;
         dropped = false;
         typing = true;
-        write(prompt);
+        terminal.write(prompt);
         line = readBytes();
         typing = false;
         if (dropped && goesOn) {
@@ -249,7 +228,8 @@ final class Console implements Closeable {
                 }
             } while (next >= 0 && next != '\n');
         } catch (IOException e) {
-            throw new UncheckedIOException(e);
+            // There is no more to come from a terminal that is gone.
+            size = 0;
         }
         return size == 0 ? null : moved(bytes, size, size);
     }
@@ -261,17 +241,12 @@ final class Console implements Closeable {
         return moved;
     }
 
-    private void write(String text) {
-        terminal.writer().print(text);
-        terminal.writer().flush();
-    }
-
     void print(String text) {
-        write(text + "\n");
+        terminal.write(text + "\n");
     }
 
     @Override
-    public void close() throws IOException {
+    public void close() {
         terminal.close();
     }
 }

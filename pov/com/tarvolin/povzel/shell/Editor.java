@@ -13,13 +13,9 @@ import org.jline.reader.LineReader;
 import org.jline.reader.Reference;
 import org.jline.reader.UserInterruptException;
 import org.jline.reader.impl.LineReaderImpl;
-import org.jline.terminal.Terminal;
 
 /** Lines that are edited, with a history. A pasted block and Alt-Enter make one of several. */
 final class Editor {
-    private static final int MOST_FAILURES = 3;
-    private static final String PASTES_TOLD = "\033[?2004h";
-    private static final String PASTES_UNTOLD = "\033[?2004l";
     private static final String PASTE = "\033[200~";
     private static final String PASTE_END = "\033[201~";
     private static final String PASTE_WIDGET = "paste";
@@ -30,13 +26,12 @@ final class Editor {
             "C", LineReader.FORWARD_CHAR, "D", LineReader.BACKWARD_CHAR,
             "H", LineReader.BEGINNING_OF_LINE, "F", LineReader.END_OF_LINE);
 
-    private final Terminal terminal;
+    private final Screen terminal;
     private final LineReaderImpl reader;
     private final Completion completion = new Completion();
     private final History history = new History();
-    private int failures;
 
-    Editor(Terminal terminal) throws IOException {
+    Editor(Screen terminal) throws IOException {
         this.terminal = terminal;
         reader = new LineReaderImpl(terminal, "povzel");
         reader.setParser(completion);
@@ -58,7 +53,7 @@ final class Editor {
         Path file = History.file();
         String obstacle = file == null ? null : History.obstacle(file);
         if (obstacle != null) {
-            write("povzel: no history is kept in " + file + ": " + obstacle
+            terminal.write("povzel: no history is kept in " + file + ": " + obstacle
                     + ". Name another file with POVZEL_HISTORY\n");
         } else if (file != null) {
             reader.setVariable(LineReader.HISTORY_FILE, file);
@@ -79,24 +74,19 @@ final class Editor {
     /** Reads lines that were entered as one, with their end; null at the end of the input. */
     String readLine(String prompt) {
         try {
-            write(PASTES_TOLD);
+            terminal.edit();
             String line = reader.readLine(prompt);
-            failures = 0;
             if (Thread.interrupted()) {
                 throw new UserInterruptException(line);
             }
             return line + "\n";
-        } catch (EndOfFileException e) {
+        } catch (EndOfFileException | IOError e) {
+            // There is no more to come from a terminal that is gone.
             return null;
-        } catch (IOError e) {
-            // An interrupt also ends the stty that prepares the terminal. Lasting trouble is another thing.
-            if (++failures > MOST_FAILURES) {
-                throw e;
-            }
-            Thread.interrupted();
-            throw new UserInterruptException("");
         } finally {
-            write(PASTES_UNTOLD);
+            // The reader does so as well, unless it fails; an interrupt of the line is not for what follows.
+            terminal.listen();
+            Thread.interrupted();
         }
     }
 
@@ -113,10 +103,5 @@ final class Editor {
         text.setLength(text.length() - PASTE_END.length());
         reader.getBuffer().write(text);
         return true;
-    }
-
-    private void write(String text) {
-        terminal.writer().print(text);
-        terminal.writer().flush();
     }
 }

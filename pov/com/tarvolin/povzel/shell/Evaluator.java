@@ -16,10 +16,13 @@ final class Evaluator {
     private static final String TAKE_TRANSCRIPT = "System takeTranscript";
     private static final String NAMES = "System names";
     private static final int INTERRUPTED = 6003;
+    /** Of a program that is to go on and is not there any longer. */
+    private static final int ENDED = 2510;
     private static final long NIL = 10;
 
     private final PovZelSession session;
     private final Options options;
+    private final Interrupts interrupts;
     private final Printer printer;
     private final Function<Object, String> look;
     private Runnable attempted;
@@ -50,13 +53,18 @@ final class Evaluator {
         }
     }
 
-    /** Shows a conversation's results with their class, others as another program would want them. */
-    Evaluator(PovZelSession session, Options options, boolean conversation) {
+    /**
+     * Shows a conversation's results with their class, others as another program would want them.
+     *
+     * @param interrupts those of the conversation; null if there is none
+     */
+    Evaluator(PovZelSession session, Options options, Interrupts interrupts) {
         this.session = session;
+        this.interrupts = interrupts;
         this.options = options;
         printer = new Printer(session);
         look = options.inJson() ? new Json(session, printer)::result
-                : conversation ? printer::whole : printer::plain;
+                : interrupts != null ? printer::whole : printer::plain;
     }
 
     /** Whether the user asked to end, or the session has ended. */
@@ -148,6 +156,7 @@ final class Evaluator {
             Trouble trouble = printer.trouble(e, start);
             lost |= trouble.fatal();
             return failed(trouble, e == interruption ? "\n  " + Command.CONTINUE.word() + " goes on with it"
+                    : e.getNumber() == ENDED ? "\n  a later text ended what was interrupted"
                     : e == failure && ran ? "\n  the text ran, but its result cannot be shown" : "");
         } catch (IllegalArgumentException e) {
             return failed(new Trouble(start, 0, e.getMessage()));
@@ -172,7 +181,7 @@ final class Evaluator {
             ran = true;
         } catch (PovZelException e) {
             failure = e;
-            interruption = isContinuable(e) ? e : null;
+            interruption = isContinuable(e) ? e : hasRun(e) ? null : interruption;
             throw e;
         }
         if (last instanceof PovZelObject former) {
@@ -188,6 +197,12 @@ final class Evaluator {
         return e.getNumber() == INTERRUPTED && e.context != NIL;
     }
 
+    /** Whether a program ran, rather than that the text is none. */
+    @SuppressWarnings("deprecation")
+    private static boolean hasRun(PovZelException e) {
+        return e.getNumber() != Input.COMPILE_ERROR || e.context != NIL;
+    }
+
     private Outcome command(Entry entry) {
         Command.Call call = Command.call(entry.text().strip());
         String rest = call.rest();
@@ -196,10 +211,10 @@ final class Evaluator {
                     + Command.HELP.word() + " shows those there are"));
         }
         return switch (call.command()) {
-            case LOAD -> attempt(Input.file(rest, entry.start()));
+            case LOAD -> attempt(loaded(rest, entry.start()));
             case INSPECT -> viewed(entry, rest, printer::inspection);
             case CLASS -> viewed(entry, rest, value -> printer.lineage(printer.classOf(value)));
-            case DESCRIBE -> viewed(entry, rest, printer::description);
+            case DESCRIBE -> viewed(entry, rest, rest.isEmpty() ? this::lastDescription : printer::description);
             case CONTINUE -> guarded(entry.start(), () -> shown(look, evaluate(continuation())));
             case STACK -> guarded(entry.start(), () -> told(stack()));
             case COMMIT -> guarded(entry.start(), this::commit).saying("committed", options.quiet);
@@ -215,10 +230,30 @@ final class Evaluator {
         };
     }
 
+    /** The text in a file, for which the user of a conversation need not wait. */
+    private Entry loaded(String name, Place start) {
+        if (name.isEmpty()) {
+            return new Entry("", false, start, new Trouble(start, 0, "name the file that is to be loaded"));
+        }
+        Entry read = interrupts == null ? Input.file(name, start)
+                : interrupts.aside(() -> Input.file(name, start));
+        return read != null ? read
+                : new Entry("", false, start, new Trouble(start, 0, "interrupted before " + name + " was read"));
+    }
+
     /** A view of the result of the text behind a command's name; without one, of the last result. */
     private Outcome viewed(Entry entry, String text, Function<Object, String> view) {
         return text.isEmpty() ? guarded(entry.start(), () -> told(shown(view, last)))
                 : guarded(entry.at(text), () -> told(shown(view, evaluate(() -> session.evaluate(text)))));
+    }
+
+    private String lastDescription(Object result) {
+        try {
+            return printer.description(result);
+        } catch (IllegalArgumentException e) {
+            throw new IllegalArgumentException(e.getMessage() + "; name one, as in "
+                    + Command.DESCRIBE.word() + " Object", e);
+        }
     }
 
     /** What a result looks like. Finding that out runs programs, after which no former one can go on. */

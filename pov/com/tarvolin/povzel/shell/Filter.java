@@ -18,7 +18,7 @@ final class Filter {
     private boolean unheard;
 
     Filter(PovZelSession session, Options options, PrintStream out, PrintStream err) {
-        this.evaluator = new Evaluator(session, options, false);
+        this.evaluator = new Evaluator(session, options, null);
         this.options = options;
         this.out = out;
         this.err = err;

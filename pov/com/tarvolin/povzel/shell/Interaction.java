@@ -15,6 +15,9 @@ final class Interaction {
     private static final String CHANGED = "povzel*> ";
     private static final String CONTINUED = "....... ";
 
+    /** How many characters are shown at once. */
+    private static final int PIECE = 1024;
+
     private final PovZelSession session;
     private final Evaluator evaluator;
     private final Console console;
@@ -26,7 +29,7 @@ final class Interaction {
     Interaction(PovZelSession session, Options options, Console console, PrintStream out) {
         this.session = session;
         this.interrupts = new Interrupts(session);
-        this.evaluator = new Evaluator(session, options, true);
+        this.evaluator = new Evaluator(session, options, interrupts);
         this.options = options;
         this.console = console;
         this.out = out;
@@ -60,6 +63,8 @@ final class Interaction {
                     if (out.checkError()) {
                         return;
                     }
+                } else {
+                    console.print("interrupted before it ran");
                 }
             } catch (UserInterruptException e) {
                 // What was typed is dropped.
@@ -70,7 +75,10 @@ final class Interaction {
     private byte[] line(boolean goesOn) {
         interrupts.end();
         names = null;
-        return console.readLine(goesOn ? CONTINUED : uncommitted() ? CHANGED : PROMPT, goesOn);
+        byte[] line = console.readLine(goesOn ? CONTINUED : uncommitted() ? CHANGED : PROMPT, goesOn);
+        // The user saw what earlier interrupts did before entering this.
+        interrupts.end();
+        return line;
     }
 
     /** The names that the database knows, as of this prompt. */
@@ -95,7 +103,8 @@ final class Interaction {
             return true;
         }
         try {
-            byte[] answer = console.readLine("End without the changes that are not committed? [y/N] ", false);
+            // Ctrl-C is a no also where it drops a line of a text.
+            byte[] answer = console.readLine("End without the changes that are not committed? [y/N] ", true);
             return answer == null || new String(answer, StandardCharsets.UTF_8).strip()
                     .toLowerCase(Locale.ROOT).startsWith("y");
         } catch (UserInterruptException e) {
@@ -113,14 +122,34 @@ final class Interaction {
     }
 
     private void show(Evaluator.Outcome outcome) {
-        (options.inJson() ? System.err : out).print(outcome.transcript());
-        out.flush();
-        if (outcome.output() != null && (options.inJson() || !console.page(outcome.output()))) {
-            out.println(outcome.output());
+        write(options.inJson() ? System.err : out, Printer.visible(outcome.transcript()));
+        if (outcome.output() != null) {
+            showOutput(outcome.output());
         }
-        out.flush();
         if (!outcome.remark().isEmpty()) {
-            console.print(outcome.remark());
+            console.print(Printer.visible(outcome.remark()));
+        }
+        if (interrupts.pending()) {
+            console.print("\ninterrupted: not all is shown");
+        }
+    }
+
+    private void showOutput(String output) {
+        if (options.inJson()) {
+            write(out, output + "\n");
+            return;
+        }
+        String text = Printer.visible(output) + "\n";
+        if (!console.page(text)) {
+            write(out, text);
+        }
+    }
+
+    /** Writes a text until the user has seen enough. */
+    private void write(PrintStream to, String text) {
+        for (int at = 0; at < text.length() && !interrupts.pending(); at += PIECE) {
+            to.print(text.substring(at, Math.min(at + PIECE, text.length())));
+            to.flush();
         }
     }
 }

@@ -69,7 +69,7 @@ final class Json {
                 json.append('\\').append(c);
             } else if (c == '\n') {
                 json.append("\\n");
-            } else if (c < ' ' || c == 0x7F || isAlone(text, i)) {
+            } else if (Character.isISOControl(c) || isAlone(text, i)) {
                 json.append(String.format("\\u%04x", (int) c));
             } else {
                 json.append(c);
@@ -125,7 +125,8 @@ final class Json {
         if (keys.size() != values.size()) {
             throw new IllegalArgumentException("the dictionary answers other numbers of keys and values");
         }
-        if (keys.stream().allMatch(String.class::isInstance)) {
+        // A symbol and a string may be spelt alike.
+        if (keys.stream().allMatch(String.class::isInstance) && new HashSet<>(keys).size() == keys.size()) {
             appendAll('{', keys.size(), i -> {
                 json.append(quoted((String) keys.get(i))).append(": ");
                 appendPart(values.get(i));

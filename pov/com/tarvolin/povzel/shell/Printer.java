@@ -201,6 +201,20 @@ final class Printer {
         return String.valueOf(session.perform(value, "printString"));
     }
 
+    /** A text in which nothing but the ends of lines and tabs means something to a terminal. */
+    static String visible(String text) {
+        StringBuilder shown = new StringBuilder(text.length());
+        for (int i = 0; i < text.length(); i++) {
+            char c = text.charAt(i);
+            if (Character.isISOControl(c) && c != '\n' && c != '\t') {
+                shown.append(String.format("\\x%02X", (int) c));
+            } else {
+                shown.append(c);
+            }
+        }
+        return shown.toString();
+    }
+
     private static String shortened(String text) {
         return text.length() <= LONGEST ? text
                 : text.substring(0, LONGEST) + "... (" + text.length() + " characters)";

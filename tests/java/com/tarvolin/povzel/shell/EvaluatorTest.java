@@ -131,6 +131,7 @@ class EvaluatorTest {
                 + "{\"class\": \"DateTime\", \"text\": \"2012-060 00:00:00.000\"}]",
         "Dictionary new at: #a put: (Dictionary with: 3 -> #(nil)); at: 'ü\"' put: 'b\\'; yourself "
                 + "@ {\"a\": [[3, [null]]], \"ü\\\"\": \"b\\\\\"}",
+        "IdentityDictionary new at: #a put: 1; at: 'a' put: 2; yourself @ [[\"a\", 1], [\"a\", 2]]",
         "String with: (Character value: 10) with: (Character value: 1) @ \"\\n\\u0001\"",
         "| a | a := Array new: 1. a at: 1 put: a. {a. 1} "
                 + "@ [[{\"class\": \"Array\", \"text\": \"an Array( an Array( an Array( an Array( an Array( an Array( "

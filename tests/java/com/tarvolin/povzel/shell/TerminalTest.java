@@ -85,6 +85,29 @@ class TerminalTest {
         end(":quit\r", 0);
     }
 
+    // However many there are, each is for the line, file or text that it comes to.
+    @Test
+    void interruptsOfLinesAreNotForTexts() throws Exception {
+        String fifo = home.resolve("fifo").toString();
+        assertEquals(0, new ProcessBuilder("mkfifo", fifo).start().waitFor());
+        start("PAGER=", "");
+        until(PROMPT);
+        for (int i = 0; i < 30; i++) {
+            answer(INTERRUPT + INTERRUPT, PROMPT);
+        }
+        answer("\r7 * 7\r", "49   (SmallInteger)", PROMPT);
+        answer("done := nil. [done isNil] whileTrue: []. 8\r", "running for");
+        answer(INTERRUPT, "error 6003", ":continue goes on", PROMPT);
+        answer("3 + ]\r", "error 2501", PROMPT);
+        answer(":load " + fifo + "\r", "running for");
+        answer(INTERRUPT, "interrupted before ", PROMPT);
+        answer("done := 1\r", "1   (SmallInteger)", PROMPT);
+        answer(":continue\r", "8   (SmallInteger)", PROMPT);
+        answer("(String new: 9999999) copyReplaceAll: (String with: (Character value: 0)) with: 'ab'\r", "abababab");
+        answer(INTERRUPT, "interrupted: not all is shown", PROMPT);
+        end(":quit\r", 0);
+    }
+
     @Test
     void namesAreCompletedAndNothingRuns() throws Exception {
         start("", "");
@@ -134,6 +157,16 @@ class TerminalTest {
         answer(INTERRUPT, "\033[K", "error 6003", PROMPT);
         answer("Globals at: #Seen put: 6\r", "povzel*> ");
         end(":quit\ry\r", 0);
+    }
+
+    // What the terminal or the pager cannot show as it is.
+    @Test
+    void resultsAreShownWhateverTheyHold() throws Exception {
+        start("PAGER=\"false\"", "-q");
+        until(PROMPT);
+        answer("String with: (Character value: 27) with: (Character value: 155)\r", "'\\x1B\\x9B'   (String)", PROMPT);
+        answer("'\\' , (String new: 9999)\r", "the pager failed: false ended with 1", "(String)", PROMPT);
+        end(":quit\r", 0);
     }
 
     @Test
