@@ -17,6 +17,8 @@ TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
        "<-e 2>:1:1: error 2189: "},
       {"./p --stop nothing -e 3", 1, "", "povzel: cannot read nothing: it is not there\n"},
       {"./p --format yaml -e 3", 2, "", "expected one of [TEXT, JSON] (case-insensitive)"},
+      {"./p --help --foo", 2, "", "povzel: unknown: --foo\nTry: povzel --help\n"},
+      {"./p --password-file ''" + use, 1, "", "povzel: no password file is named\n"},
       {"./p -e 3 >/dev/full", 1, "", "povzel: standard output cannot be written\n"},
       {"yes 3 | (./p; echo $? >&2) | head -1", 0, "3\n", "141\n"},
       {"head -c 70000000 /dev/zero | ./p", 1, "",

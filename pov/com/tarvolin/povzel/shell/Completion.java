@@ -30,8 +30,8 @@ final class Completion implements Completer, Parser {
             return List.of(word);
         }
 
-        boolean isFirst() {
-            return line.substring(0, cursor - word.length()).isBlank();
+        String before() {
+            return line.substring(0, cursor - word.length());
         }
     }
 
@@ -54,12 +54,24 @@ final class Completion implements Completer, Parser {
 
     @Override
     public void complete(LineReader reader, ParsedLine line, List<Candidate> candidates) {
-        boolean command = Command.isMeant(line.word());
-        if (command && line instanceof Word word && word.isFirst()) {
-            Arrays.stream(Command.values()).map(Command::word).map(Candidate::new).forEach(candidates::add);
-        } else if (!command && !line.word().isEmpty()) {
-            names.get().stream().filter(name -> name.startsWith(line.word())).map(Candidate::new)
-                    .forEach(candidates::add);
+        Word word = (Word) line;
+        if (Command.isMeant(word.word)) {
+            if (word.before().isBlank()) {
+                Arrays.stream(Command.values()).map(Command::word).map(Candidate::new).forEach(candidates::add);
+            }
+        } else if (!word.word.isEmpty() && Text.takesName(word.before())) {
+            // What follows a keyword without a blank is a word of its own, unless the keyword goes on.
+            add(word.word, "", candidates);
+            int keyword = word.word.lastIndexOf(':') + 1;
+            if (candidates.isEmpty() && keyword < word.word.length()) {
+                add(word.word.substring(keyword), word.word.substring(0, keyword), candidates);
+            }
         }
+    }
+
+    private void add(String begin, String before, List<Candidate> candidates) {
+        names.get().stream().filter(name -> name.startsWith(begin))
+                .map(name -> new Candidate(before + name, name, null, null, null, null, true))
+                .forEach(candidates::add);
     }
 }

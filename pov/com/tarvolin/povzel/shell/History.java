@@ -1,10 +1,12 @@
 package com.tarvolin.povzel.shell;
 
 import java.io.IOException;
+import java.nio.channels.FileChannel;
 import java.nio.charset.CharacterCodingException;
 import java.nio.file.Files;
 import java.nio.file.LinkOption;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.FileAttribute;
 import java.nio.file.attribute.PosixFilePermission;
 import java.nio.file.attribute.PosixFilePermissions;
@@ -21,7 +23,7 @@ final class History extends DefaultHistory {
     private static final Set<PosixFilePermission> OWN = PosixFilePermissions.fromString("rw-------");
     /** What users name when they want no file. */
     private static final Set<String> NONE = Set.of("", "none", "/dev/null");
-    private static final Pattern ENTRY = Pattern.compile("\\d{1,15}:.*");
+    private static final Pattern ENTRY = Pattern.compile("\\d{1,15}:.*", Pattern.DOTALL);
 
     /** Where entries were kept first. */
     private static final String FORMER = ".povzel_history";
@@ -40,7 +42,7 @@ final class History extends DefaultHistory {
 
     private static Path home() {
         String home = System.getenv("HOME");
-        return Path.of(home != null ? home : System.getProperty("user.home"));
+        return Path.of(home != null && home.startsWith("/") ? home : System.getProperty("user.home"));
     }
 
     /** Makes the file ready, for its owner alone; answers why that cannot be, null if it can. */
@@ -56,10 +58,14 @@ final class History extends DefaultHistory {
             if (!Files.isReadable(file) || !Files.isWritable(file)) {
                 return "it cannot be read and written";
             }
+            // Another file's rights are not the shell's to change.
+            if (!hasEntries(file)) {
+                return "it holds something else";
+            }
             if (!Files.getPosixFilePermissions(file).equals(OWN)) {
                 Files.setPosixFilePermissions(file, OWN);
             }
-            return hasEntries(file) ? null : "it holds something else";
+            return null;
         } catch (CharacterCodingException e) {
             return "it holds what is no UTF-8";
         } catch (IOException e) {
@@ -102,7 +108,21 @@ final class History extends DefaultHistory {
     void keep(String entry) {
         boolean secret = entry.toLowerCase(Locale.ROOT).contains("password");
         if (!entry.isBlank() && !Character.isWhitespace(entry.charAt(0)) && !secret) {
-            super.add(Instant.now(), entry.stripTrailing());
+            // The file's lines end with either.
+            super.add(Instant.now(), entry.stripTrailing().replace('\r', '\n'));
+        }
+    }
+
+    /** Adds what was kept to a file, or nothing of it. */
+    void saveTo(Path file) throws IOException {
+        long size = Files.size(file);
+        try {
+            save();
+        } catch (IOException e) {
+            try (FileChannel channel = FileChannel.open(file, StandardOpenOption.WRITE)) {
+                channel.truncate(size);
+            }
+            throw e;
         }
     }
 }

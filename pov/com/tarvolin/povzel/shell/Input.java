@@ -195,7 +195,9 @@ final class Input {
         ByteBuffer from = ByteBuffer.wrap(bytes);
         CharBuffer to = CharBuffer.allocate(bytes.length);
         if (!StandardCharsets.UTF_8.newDecoder().decode(from, to, true).isError()) {
-            return null;
+            // An editor has put it in the place of such bytes.
+            return typed == null ? null : new Trouble(null, COMPILE_ERROR,
+                    "U+FFFD stands there, as for what is no UTF-8; a program may have it as Character value: 65533");
         }
         String before = to.flip().toString();
         int line = 1 + (int) before.chars().filter(c -> c == '\n').count();

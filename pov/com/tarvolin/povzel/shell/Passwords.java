@@ -53,6 +53,9 @@ final class Passwords {
     }
 
     private static char[] inFile(Path file) throws IOException {
+        if (file.toString().isEmpty()) {
+            throw new IOException("no password file is named\nName one with --password-file");
+        }
         // What is no file, such as a pipe, keeps nothing for others to read.
         if (Files.isRegularFile(file)
                 && ((int) Files.getAttribute(file, "unix:mode") & OF_OTHERS) != 0) {

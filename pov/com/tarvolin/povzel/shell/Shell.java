@@ -32,6 +32,10 @@ final class Shell {
                 .setCaseInsensitiveEnumValuesAllowed(true);
         try {
             ParseResult parsed = commandLine.parseArgs(arguments);
+            if (!parsed.unmatched().isEmpty()) {
+                return complain(MISUSED, "unknown: " + String.join(", ", parsed.unmatched())
+                        + "\nTry: povzel --help");
+            }
             if (parsed.isUsageHelpRequested()) {
                 commandLine.usage(out);
                 return 0;

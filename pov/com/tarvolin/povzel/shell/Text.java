@@ -53,6 +53,13 @@ final class Text {
         return new Text().add(text);
     }
 
+    /** Whether a name may stand behind a text, rather than a string, comment or character go on. */
+    static boolean takesName(String text) {
+        Text all = new Text();
+        all.add(text);
+        return all.quote == NONE && !all.behindDollar;
+    }
+
     /** Whether a text is nothing but blanks and comments. */
     static boolean isEmpty(String text) {
         Text all = new Text();
