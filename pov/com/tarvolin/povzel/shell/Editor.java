@@ -2,7 +2,6 @@ package com.tarvolin.povzel.shell;
 
 import java.io.IOError;
 import java.io.IOException;
-import java.io.InterruptedIOException;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
@@ -37,7 +36,7 @@ final class Editor {
     /** Where the history is kept; null if nowhere. */
     private Path file;
 
-    /** Takes much at once: what is typed ahead is shown when all of it is there. */
+    /** Lines of a bounded length, of which no more is kept than that needs. */
     private static final class Reader extends LineReaderImpl {
         private static final int LONGEST = 1 << 15;
         private static final int LONGEST_UNDONE = 1000;
@@ -62,22 +61,6 @@ final class Editor {
         protected boolean selfInsert() {
             full |= buf.length() >= LONGEST;
             return !full && super.selfInsert();
-        }
-
-        @Override
-        public boolean redisplay() {
-            return isMoreTyped() || super.redisplay();
-        }
-
-        private boolean isMoreTyped() {
-            try {
-                return terminal.reader().peek(1) >= 0;
-            } catch (InterruptedIOException e) {
-                Thread.currentThread().interrupt();
-                return false;
-            } catch (IOException e) {
-                return false;
-            }
         }
 
         /** Reads a line; null if it is longer than one may be. */
