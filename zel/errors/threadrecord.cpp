@@ -63,7 +63,8 @@ namespace __cxxabiv1 {
 
 extern "C" __cxa_eh_globals* __cxa_get_globals() noexcept {
   if (Exceptions* record = recordOfThread()) return record;
-  static thread_local Exceptions elsewhere;  // for a process that has used up its keys
+  // For a process that has used up its keys or has still more threads.
+  static thread_local Exceptions elsewhere;
   return &elsewhere;
 }
 

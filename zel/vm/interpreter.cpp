@@ -843,10 +843,7 @@ OopType Machine::perform(OopType receiver, std::string_view selector,
   const Routine* routine = method != 0 ? memory.at(method).extra->routine.get() : nullptr;
   const bool briefly = routine != nullptr && routine->primitive != nullptr;
   const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
-  // What is asked of the system runs nothing of the session's.
-  const bool ofSystem =
-      receiver == SystemClass && routine != nullptr && routine->control != nullptr;
-  if (!briefly && !ofKernel && !ofSystem) settleBefore(process);
+  if (!briefly && !ofKernel) settleBefore(process);
   return run(process, nullptr, briefly);
 }
 

@@ -910,7 +910,8 @@ public final class PovZelSession implements AutoCloseable {
      *
      * <p>A session that is forgotten without this is logged out after Java's collector found it, and a
      * warning to the log {@code com.tarvolin.povzel} of java.util.logging shows where it was logged in.
-     * Its references keep it, and so do the exceptions of its calls, which have some. One that comes from a {@link PovZelPool} is given back to it.
+     * Its references keep it, and so do the exceptions of its calls, which have some. One that comes
+     * from a {@link PovZelPool} is given back to it.
      *
      * @throws PovZelException if the database reports an error; the session has ended all the same
      */
