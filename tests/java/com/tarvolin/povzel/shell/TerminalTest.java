@@ -26,7 +26,8 @@ class TerminalTest {
 
     // Starts the shell in a terminal; settings are variables, as for env(1).
     private void start(String settings, String arguments) throws IOException {
-        String command = "env -u TARVOLIN -u XDG_STATE_HOME -u POVZEL_HISTORY HOME=" + home + " TERM=xterm "
+        // In place of the shell that script(1) starts: some would take the interrupts as theirs too.
+        String command = "exec env -u TARVOLIN -u XDG_STATE_HOME -u POVZEL_HISTORY HOME=" + home + " TERM=xterm "
                 + settings + " " + System.getenv("TARVOLIN") + "/bin/povzel " + arguments;
         shell = new ProcessBuilder("script", "-qec", command, "/dev/null").redirectErrorStream(true).start();
         keys = shell.getOutputStream();
