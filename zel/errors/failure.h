@@ -46,14 +46,25 @@ enum ErrorNumber : std::int32_t {
   ErrNotSuspended,
   ErrDeadReturn,
   ErrTooManySessions,
-  ErrStepLimit = 2522,
+  ErrCommitConflict,
+  ErrStoreBusy,
+  ErrDamaged,
+  ErrNewerStore,
+  ErrReadOnly,
+  ErrStoreFull,
+  ErrConnectionLost,
+  ErrOutcomeUnknown,
+  ErrNotPermitted,
+  ErrStepLimit,
+  ErrInUseElsewhere,
   ErrLoginDenied = 4051,
   ErrBadSession = 4100,
   ErrBadArgument = 5065,
   ErrSoftBreak = 6003,
   ErrHardBreak,
 };
-static_assert(ErrNotCharacter == 2164 && ErrTooManySessions == 2512 && ErrHardBreak == 6004);
+static_assert(ErrNotCharacter == 2164 && ErrTooManySessions == 2512 && ErrStepLimit == 2522 &&
+              ErrHardBreak == 6004);
 
 // What becomes of a program in which a failure happens. Only the first two go to its handlers.
 enum class FailureKind : std::uint8_t {
