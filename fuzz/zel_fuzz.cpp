@@ -12,11 +12,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Inputs share a database for a while, so that one can build on another's objects.
     zel->ZelShutdown();
     zel->ZelInit();
-    zel::Database& database = *zel::library().database;
-    database.memory.setLimit(32U << 20);
-    database.memory.meter.limit = 20'000;
-    database.machine.mostFrames = 500;
     zel->ZelLogin("SystemUser", "swordfish");
+    zel::Session& session = *zel::library().database->current;
+    session.memory.setLimit(32U << 20);
+    session.memory.meter.limit = 20'000;
+    session.machine.mostFrames = 500;
     zel->ZelDirtyObjsInit();
   }
   zel->ZelSetSessionId(zel->ZelGetSessionId());

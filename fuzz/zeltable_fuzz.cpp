@@ -36,7 +36,7 @@ bool strikes() {
   const ZelUntypedFType slot =
       now == Trouble::softBreak ? table->ZelSoftBreak : table->ZelHardBreak;
   reinterpret_cast<BoolType (*)()>(slot)();
-  zel::Meter& meter = zel::library().database->memory.meter;
+  zel::Meter& meter = zel::library().database->current->memory.meter;
   meter.hurry();
   meter.countdown = stepsBefore;
   return false;
@@ -126,7 +126,7 @@ ZelObjInfoSType info;
 ArraySizeType count = 8;
 
 zel::Memory& memory() {
-  return zel::library().database->memory;
+  return zel::library().database->current->memory;
 }
 
 // Takes the error that waits, if one does; answers its number.
@@ -196,19 +196,15 @@ constexpr void (*actions[])(std::uint8_t argument) = {
     },
 };
 
-// Forgets what sessions have made common. Answers what is left without any session: objects, and
-// bytes beside those of indexes, which come back when they are needed.
-std::pair<std::size_t, std::size_t> withoutSessions() {
+// Forgets what sessions have made common. Answers what is left without any session: objects of the
+// store, and bytes of what stands for them.
+std::pair<std::uint64_t, std::size_t> withoutSessions() {
   require(table->ZelLogin("SystemUser", "swordfish") != 0);
   execute("#(G C) do: [:name | Globals removeKey: name ifAbsent: [nil]]. System commit");
   require(takeError() == 0);
   table->ZelLogout();
-  zel::MemoryStatistics left = memory().statistics();
-  for (std::uint32_t index = 0; index < left.tableSize; ++index) {
-    const zel::Object* object = memory().find(zel::fixedOop(index));
-    if (object != nullptr && object->extra != nullptr) left.bytes -= object->extra->accounted;
-  }
-  return {left.objects, left.bytes};
+  zel::Repository& repository = zel::library().database->repository;
+  return {repository.store->statistics().objects, repository.identities.bytes()};
 }
 
 // Arms what befalls the next call.
@@ -232,13 +228,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   require(table->ZelInit() != 0);
   const auto before = withoutSessions();
-  memory().setLimit((2U + data[1] % 8) << 19);
+  zel::library().database->memoryLimit = (4U + data[1] % 8) << 19;
   for (Party& each : parties) {
     party = &each;
     logIn();
   }
   memory().meter.limit = stepLimit;
-  zel::library().database->machine.mostFrames = 500;
+  zel::library().database->current->machine.mostFrames = 500;
   last = context = NilOop;
   bool disturbed = false;
   for (std::size_t i = 2; i + 1 < size && i < 200; i += 2) {

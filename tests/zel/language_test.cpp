@@ -41,7 +41,7 @@ TEST_F(Language, AnswersAsTheTableSays) {
 TEST_F(Language, FailedProcessesTellTheirStack) {
   const auto stack = [&](OopType process) {
     const OopType text = zel->ZelPerform(process, "stack", nullptr, 0);
-    return std::string(zel::bytesOf(database().memory, text));
+    return std::string(zel::bytesOf(session().memory, text));
   };
   run("Object compile: 'deep: n\n  ^n = 0 ifTrue: [nil zork] ifFalse: [[:k |\n"
       "    self deep: n - k] value: 1]'. Object compile: 'endless ^self endless'");

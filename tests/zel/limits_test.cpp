@@ -14,8 +14,8 @@ class Limits : public ZelSession {
  protected:
   int errorOf(const std::string& source) { return run(source), errorNumber(); }
   std::size_t objects() {
-    database().memory.collect();
-    return database().memory.statistics().objects;
+    session().memory.collect();
+    return session().memory.statistics().objects;
   }
 };
 
@@ -26,8 +26,8 @@ std::string repeated(const std::string& text, int times) {
 }
 
 TEST_F(Limits, RunawayProgramsEnd) {
-  database().memory.meter.limit = 100'000;
-  database().machine.mostFrames = 2'000;
+  session().memory.meter.limit = 100'000;
+  session().machine.mostFrames = 2'000;
   for (const char* endless : {"[true] whileTrue: []", "[[] repeat] on: Exception do: [1]"}) {
     EXPECT_EQ(2522, errorOf(endless)) << endless;
     EXPECT_EQ("7", show("3 + 4"));
@@ -37,8 +37,8 @@ TEST_F(Limits, RunawayProgramsEnd) {
                           "nil perform: #perform:withArguments: withArguments: a"));
   EXPECT_EQ(2138, errorOf("Object compile: 'deep ^self deep'. nil deep"));
   EXPECT_EQ(2138, errorOf("f := nil. f := [f value]. f value"));
-  database().memory.meter.limit = 0;
-  database().machine.mostFrames = 20'000;
+  session().memory.meter.limit = 0;
+  session().machine.mostFrames = 20'000;
   EXPECT_EQ(2138, errorOf("f value"));
 }
 
@@ -101,18 +101,18 @@ TEST_F(Limits, DeepAndLongTextsEnd) {
 }
 
 TEST_F(Limits, TextsThatAreCompiledAreWeighed) {
-  database().memory.setLimit(8U << 20);
-  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  session().memory.setLimit(8U << 20);
+  const std::size_t before = (objects(), session().memory.statistics().bytes);
   for (const char* part : {"a. ", "[:a | a]. ", "#(a) "}) {
     const int number = errorOf((part[0] == '#' ? "#(" : "") + repeated(part, 60'000));
     EXPECT_TRUE(number == 2208 || number == 2501) << part << number;
   }
   EXPECT_EQ(2208, errorOf(repeated("a foo. ", 30'000)));
-  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (64U << 10));
+  EXPECT_LE((objects(), session().memory.statistics().bytes), before + (64U << 10));
 }
 
 TEST_F(Limits, MemoryIsBoundedAndComesBack) {
-  database().memory.setLimit(16U << 20);
+  session().memory.setLimit(16U << 20);
   EXPECT_EQ(2208, errorOf("k := OrderedCollection new. [k add: (Array new: 1000)] repeat"));
   EXPECT_EQ("7", show("k := nil. System collectGarbage. 3 + 4"));
   // Garbage alone never fills it.
@@ -121,8 +121,8 @@ TEST_F(Limits, MemoryIsBoundedAndComesBack) {
 
 // However often programs fill the memory, small ones run, and what was given up comes back.
 TEST_F(Limits, AFullMemoryCanBeEmptied) {
-  database().memory.setLimit(16U << 20);
-  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  session().memory.setLimit(16U << 20);
+  const std::size_t before = (objects(), session().memory.statistics().bytes);
   run("h := OrderedCollection new");
   for (const char* filling : {"[h add: (String new: 10)] repeat", "[h add: 'x' copy] repeat",
                               "[h add: h size printString asSymbol] repeat", "[h add: 5] repeat",
@@ -143,11 +143,11 @@ TEST_F(Limits, AFullMemoryCanBeEmptied) {
     zel->ZelSetSessionId(first);
     run("'x' copy");
   }
-  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (128U << 10));
+  EXPECT_LE((objects(), session().memory.statistics().bytes), before + (128U << 10));
 }
 
 TEST_F(Limits, AHandlerRunsOnceWhatFilledTheMemoryIsReleased) {
-  database().memory.setLimit(8U << 20);
+  session().memory.setLimit(8U << 20);
   for (const std::string first : {"", "e class. ", "e messageText. ", "System memoryBytes. "}) {
     EXPECT_EQ("3", show("| x | [[x := Array with: x with: (String new: 1000)] repeat. 4] on: Error "
                         "do: [:e | x := nil. " +
@@ -156,8 +156,8 @@ TEST_F(Limits, AHandlerRunsOnceWhatFilledTheMemoryIsReleased) {
 }
 
 TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
-  database().memory.setLimit(64U << 20);
-  const std::size_t before = (objects(), database().memory.statistics().bytes);
+  session().memory.setLimit(64U << 20);
+  const std::size_t before = (objects(), session().memory.statistics().bytes);
   zel->ZelSetSessionId(zel->ZelGetSessionId());  // and never again
   for (int i = 0; i < 20; ++i) {
     ASSERT_EQ(2010, errorOf("| a | a := (1 to: 50000) collect: [:k | k printString]. a foo: 1"));
@@ -167,7 +167,7 @@ TEST_F(Limits, FailedProgramsLeaveNothingBehind) {
   ASSERT_EQ(2010, errorOf("nil foo"));
   EXPECT_EQ(2510, (zel->ZelContinueWith(process, 1, 0, nullptr), errorNumber()));
   for (int i = 0; i < 20'000; ++i) ASSERT_EQ(2010, errorOf("nil foo: 3"));
-  EXPECT_LE((objects(), database().memory.statistics().bytes), before + (1U << 20));
+  EXPECT_LE((objects(), session().memory.statistics().bytes), before + (1U << 20));
 }
 
 #ifndef POVZEL_SANITIZE  // whose shadow needs more room
@@ -239,7 +239,7 @@ TEST_F(Limits, DeepStructuresSurviveCollections) {
 // What takes long without a message counts steps, too, and is seen by breaks as often.
 TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
   run("k := (1 to: 20000) collect: [:i | {i}]. m := k collect: [:each | each copy]");
-  database().memory.meter.limit = 10'000;
+  session().memory.meter.limit = 10'000;
   for (const std::string& source :
        {std::string("k asSet"), std::string("k = m"),
         std::string("(2 raisedTo: 65000) printString"), "#(" + repeated("a ", 20'000) + ")",
@@ -251,7 +251,7 @@ TEST_F(Limits, LongPrimitivesAndTextsCountSteps) {
 }
 
 TEST_F(Limits, TakingOneByOneIsLinear) {
-  database().memory.meter.limit = 3'000'000;
+  session().memory.meter.limit = 3'000'000;
   EXPECT_EQ("0",
             show("s := Set withAll: (1 to: 20000). [s isEmpty] whileFalse: [s remove: s any]. "
                  "b := Bag withAll: (1 to: 20000). [b size = 0] whileFalse: [b remove: b any]. "
@@ -297,9 +297,9 @@ TEST_F(Limits, RepeatedLongPrimitivesCountTheirBytes) {
                                  "[nil perform: s] on: Error do: [:e | 0]",
                                  "System collectGarbage",
                                  "s at: 1 put: $a. System commit"}) {
-    database().memory.meter.limit = 20'000;
+    session().memory.meter.limit = 20'000;
     EXPECT_EQ(2522, errorOf("n := 0. [" + turn + ". n := n + 1] repeat")) << turn;
-    database().memory.meter.limit = 0;
+    session().memory.meter.limit = 0;
     EXPECT_EQ("true", show("n between: 0 and: 30")) << turn << " " << show("n");
   }
 }
@@ -311,14 +311,14 @@ TEST(Databases, AreIndependent) {
   zel::Database second(breaks[1]);
   for (zel::Database* database : {&first, &second}) {
     login(*database, "SystemUser", "swordfish");
-    database->machine.execute("Object subclass: 'Only'. x := 3");
+    database->current->machine.execute("Object subclass: 'Only'. x := 3");
   }
-  first.machine.execute("Only compile: 'answer ^42'. x := Only new answer");
+  first.current->machine.execute("Only compile: 'answer ^42'. x := Only new answer");
   const auto shown = [](zel::Database& database, const char* source) {
-    return zel::printString(database.memory, database.machine.execute(source));
+    return zel::printString(database.current->memory, database.current->machine.execute(source));
   };
   EXPECT_EQ("42 3", shown(first, "x") + " " + shown(second, "x"));
-  EXPECT_THROW(second.machine.execute("Only new answer"), zel::Failure);
+  EXPECT_THROW(second.current->machine.execute("Only new answer"), zel::Failure);
 }
 
 TEST(Environment, SetsLimits) {
@@ -334,7 +334,7 @@ TEST(Environment, SetsLimits) {
     return std::string(error.message);
   };
   const auto limits = [] {
-    const zel::Memory& memory = zel::library().database->memory;
+    const zel::Memory& memory = zel::library().database->current->memory;
     return std::pair(memory.limit(), memory.meter.limit);
   };
   EXPECT_EQ("", loginWith("POVZEL_MEMORY", "16M"));
@@ -365,9 +365,9 @@ TEST_F(Limits, GarbageGoesAndWhatIsHeldStays) {
   EXPECT_LE(objects(), before + 8);
   EXPECT_EQ(2507, (zel->ZelFetchBytes(held, 1, nullptr, 0), errorNumber()));
   // The oops of what went are given out again.
-  const std::size_t entries = database().memory.statistics().tableSize;
+  const std::size_t entries = session().memory.statistics().tableSize;
   for (int i = 0; i < 20; ++i) run("1 to: 1000 do: [:i | 'garbage' copy]. System collectGarbage");
-  EXPECT_EQ(entries, database().memory.statistics().tableSize);
+  EXPECT_EQ(entries, session().memory.statistics().tableSize);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ class ZelSession : public testing::Test {
   }
   void TearDown() override { zel->ZelShutdown(); }
 
-  ::zel::Database& database() { return *::zel::library().database; }
+  ::zel::Session& session() { return *::zel::library().database->current; }
 
   OopType run(const std::string& source) { return zel->ZelExecuteStr(source.c_str(), NilOop); }
 
@@ -32,7 +32,7 @@ class ZelSession : public testing::Test {
     if (std::string failure = takeError(); !failure.empty()) return failure;
     const OopType text = zel->ZelPerform(oop, "printString", nullptr, 0);
     if (std::string failure = takeError(); !failure.empty()) return failure;
-    return std::string(::zel::bytesOf(database().memory, text));
+    return std::string(::zel::bytesOf(session().memory, text));
   }
 
   // The pending error as text, empty if there is none; its record stays in `error`.

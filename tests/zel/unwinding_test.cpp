@@ -32,7 +32,7 @@ class Unwinding : public ZelSession {
     log = run("Globals at: #L put: OrderedCollection new. System commit. L");
   }
   void install(const char* selector, zel::PrimitiveFType primitive) {
-    zel::installRoutine(database().memory, zel::ObjectClass, selector, false,
+    zel::installRoutine(session().memory, zel::ObjectClass, selector, false,
                         {zel::Routine::Kind::primitive, nullptr, primitive});
   }
   // What the log has, after a message that is no text.
@@ -60,7 +60,7 @@ TEST_F(Unwinding, AFailedProgramOwesItsBlocksUntilItIsGivenUp) {
   EXPECT_EQ("an OrderedCollection( 0 1 2 3 )", show("L copy"));
 
   ASSERT_EQ(2010, errorOf(owing));
-  database().memory.collect(true);
+  session().memory.collect(true);
   EXPECT_EQ("7", show("3 + 4"));
   EXPECT_EQ("an OrderedCollection( 0 2 3 )", logged());
   EXPECT_EQ(2510, (zel->ZelContinueWith(error.context, 1, 0, nullptr), errorNumber()));
@@ -79,11 +79,11 @@ TEST_F(Unwinding, AFailedProgramOwesItsBlocksUntilItIsGivenUp) {
   zel->ZelSetSessionId(first);
   zel->ZelLogout();
   zel->ZelSetSessionId(second);
-  EXPECT_EQ("an OrderedCollection( 1 )", show("L copy"));
+  EXPECT_EQ("an OrderedCollection( 1 )", show("System abort. L copy"));
 }
 
 TEST_F(Unwinding, WhatCannotGoOnRunsItsBlocksAtOnce) {
-  database().memory.setLimit(16U << 20);
+  session().memory.setLimit(16U << 20);
   const std::string ensured = "] ensure: [L add: ({1} collect: [:x | x printString])]";
   const auto logOf = [&](int number, const std::string& protectedText, const std::string& more) {
     run("L size: 0. System commit");
@@ -97,7 +97,7 @@ TEST_F(Unwinding, WhatCannotGoOnRunsItsBlocksAtOnce) {
   EXPECT_EQ(both, logOf(2138, "f := nil. f := [f value]. f value", further));
   EXPECT_EQ("an OrderedCollection( an Array( '1' ) 3 )",
             logOf(6004, "nil stop. nil foo", "] ensure: [L add: 3. nil stop. L add: 4. nil foo]"));
-  database().memory.meter.limit = 20'000;
+  session().memory.meter.limit = 20'000;
   EXPECT_EQ(both, logOf(2522, "[true] whileTrue", further));
   // A block that never ends meets the limit again, and those further out still run.
   EXPECT_EQ("an OrderedCollection( an Array( '1' ) 4 )",
@@ -132,7 +132,7 @@ TEST_F(Unwinding, ABreakInWhatIsOwedReachesTheTextThatWaits) {
   EXPECT_EQ("an OrderedCollection( 1 )", show("L copy"));
   owe("interrupt");
   EXPECT_EQ(6003, errorOf("L add: 9. L copy"));
-  database().memory.collect(true);
+  session().memory.collect(true);
   EXPECT_EQ("an OrderedCollection( 1 )", logged());
   EXPECT_EQ("an OrderedCollection( 1 2 3 9 )",
             shown(zel->ZelContinueWith(error.context, 1, 0, nullptr)));
@@ -189,8 +189,8 @@ TEST_F(Unwinding, ManyExceptionsLeaveNothing) {
   const std::string handled =
       "1 to: 100000 do: [:i | [[1 / 0] ensure: [3]] on: Error do: [:e | e retryUsing: [4]]]";
   const auto bytes = [&] {
-    database().memory.collect(true);
-    return database().memory.statistics().bytes;
+    session().memory.collect(true);
+    return session().memory.statistics().bytes;
   };
   run(handled);
   const std::size_t before = bytes();
@@ -200,7 +200,7 @@ TEST_F(Unwinding, ManyExceptionsLeaveNothing) {
   EXPECT_EQ(2138, errorOf("f := nil. f := [[1 / 0] on: Error do: [:e | f value]]. f value"));
   EXPECT_EQ("1", show("f := nil. n := 0. f := [[f value] ensure: [n := n + 1]]. "
                       "[f value] on: Error do: [:e | n > 1000 ifTrue: [1]]"));
-  database().memory.meter.limit = 100'000;
+  session().memory.meter.limit = 100'000;
   EXPECT_EQ(2522, errorOf("[1 / 0] on: Error do: [:e | e retry]"));
 }
 

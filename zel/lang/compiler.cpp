@@ -6,6 +6,7 @@
 
 #include "objmem/changes.h"
 #include "objmem/classes.h"
+#include "objmem/clients.h"
 #include "objmem/hashed.h"
 #include "objmem/names.h"
 #include "objmem/values.h"
@@ -505,6 +506,16 @@ std::unique_ptr<Code> generate(Memory& memory, Tree& tree, OopType owner, bool c
   return code;
 }
 
+void giveRoutine(Memory& memory, OopType method, Routine routine, bool classSide) {
+  if (routine.code) {
+    routine.code->method = method;
+    memory.reserve(routine.code->bytes());
+  }
+  routine.classSide = classSide;
+  memory.extraOf(method).routine = std::make_unique<Routine>(std::move(routine));
+  memory.recount(method);
+}
+
 OopType methodObject(Memory& memory, OopType selector, OopType owner, OopType source,
                      Routine routine) {
   const OopType oop = memory.allocate(MethodClass, Impl::pointers, 3, 0, false);
@@ -513,19 +524,16 @@ OopType methodObject(Memory& memory, OopType selector, OopType owner, OopType so
   object.slots[MethodOwner] = owner;
   object.slots[MethodSource] = source;
   object.invariant = true;
-  if (routine.code) {
-    routine.code->method = oop;
-    memory.reserve(routine.code->bytes());
-  }
-  memory.extraOf(oop).routine = std::make_unique<Routine>(std::move(routine));
-  memory.recount(oop);
+  giveRoutine(memory, oop, std::move(routine), false);
   return oop;
 }
 
 void install(Memory& memory, OopType owner, OopType selector, bool classSide, OopType method) {
   const OopType dictionary =
       memory.at(owner).slots[(classSide ? ClassClassMethods : ClassMethods) - 1];
+  memory.at(method).extra->routine->classSide = classSide;
   const ChangeOfInvariant change(memory, dictionary);
+  prepareKeyWrite(memory, dictionary, hashOfSymbol(memory, selector));
   dictionaryPut(memory, dictionary, selector, method);
   memory.forgetLookups();
   const std::string_view name = bytesOf(memory, selector);
@@ -548,7 +556,9 @@ OopType compileText(Memory& memory, std::string_view source) {
   parseText(memory, source, tree);
   Routine routine;
   routine.code = generate(memory, tree, 0, false, {});
-  return methodObject(memory, NilOop, NilOop, NilOop, std::move(routine));
+  const bool hasBlocks = routine.code->blocks.size() > 1;  // which may outlive it
+  const OopType text = hasBlocks ? stringOop(memory, source) : NilOop;
+  return methodObject(memory, NilOop, NilOop, text, std::move(routine));
 }
 
 OopType compileMessage(Memory& memory, OopType receiver, std::string_view selector,
@@ -598,6 +608,24 @@ void installRoutine(Memory& memory, OopType owner, std::string_view selector, bo
   const OopType symbol = symbolOop(memory, selector);
   install(memory, owner, symbol, classSide,
           methodObject(memory, symbol, owner, NilOop, std::move(routine)));
+}
+
+void compileAgain(Memory& memory, OopType method, bool classSide) {
+  const OopType* slots = memory.at(method).slots;
+  const OopType owner = slots[MethodOwner];
+  const std::string source(bytesOf(memory, slots[MethodSource]));
+  Tree tree(memory);
+  Routine routine;
+  if (owner == NilOop) {
+    parseText(memory, source, tree);
+    routine.code = generate(memory, tree, 0, false, {});
+  } else {
+    parseMethod(memory, source, tree);
+    const std::vector<std::string> none;
+    routine.code =
+        generate(memory, tree, owner, classSide, classSide ? none : instVarNamesOf(memory, owner));
+  }
+  giveRoutine(memory, method, std::move(routine), classSide);
 }
 
 int argumentCountOf(std::string_view selector) {

@@ -22,6 +22,10 @@ OopType compileMessage(Memory& memory, OopType receiver, std::string_view select
 OopType compileMethod(Memory& memory, OopType owner, std::string_view source, bool classSide,
                       bool kernel = false);
 
+// Gives a CompiledMethod that was loaded its code, from its source: of a method, or of a text that
+// has blocks.
+void compileAgain(Memory& memory, OopType method, bool classSide);
+
 // Installs a method that the library itself carries out.
 void installRoutine(Memory& memory, OopType owner, std::string_view selector, bool classSide,
                     Routine routine);

@@ -22,12 +22,12 @@ void keepImage(Memory& memory, Client& client, OopType oop) {
   const auto weight = static_cast<std::ptrdiff_t>(image.weight());
   client.transaction.images.emplace(oop, std::move(image));
   memory.account(weight);
-  object.writer = static_cast<std::uint16_t>(client.id);
+  object.dirty = true;
 }
 
 void forget(Memory& memory, OopType oop, const Image& image) {
   memory.account(-static_cast<std::ptrdiff_t>(image.weight()));
-  memory.at(oop).writer = 0;
+  memory.at(oop).dirty = false;
 }
 
 [[noreturn]] void refuseChange(const Memory& memory, OopType oop) {
@@ -49,50 +49,88 @@ void putBack(Memory& memory, OopType oop, const Image& image) {
   std::copy(image.slots.begin(), image.slots.end(), object.slots);
   std::copy(image.bytes.begin(), image.bytes.end(), object.bytes);
   object.width = Width::unknown;
-  if (object.exports != 0) noteChanged(memory, oop);
+  if (object.exported) noteChanged(memory, oop);
   forget(memory, oop, image);
+}
+
+constexpr std::size_t weightOfObject = 64;
+constexpr std::size_t weightOfHash = 20;
+
+bool goesByOtherHashes(const Object& object) {
+  const HashIndex* index = object.extra != nullptr ? object.extra->index.get() : nullptr;
+  return index == nullptr || index->rehashed || index->unknown != 0;
+}
+
+void weigh(Memory& memory, std::size_t bytes) {
+  memory.current->transaction.weight += bytes;
+  memory.account(static_cast<std::ptrdiff_t>(bytes));
+}
+
+Written& writtenOf(Memory& memory, OopType oop) {
+  memory.reserve(weightOfObject + weightOfHash);
+  const auto [place, isNew] = memory.current->transaction.written.try_emplace(oop);
+  if (isNew) weigh(memory, weightOfObject);
+  return place->second;
+}
+
+void noteRead(Memory& memory, Place place) {
+  if (memory.current == nullptr) return;
+  memory.reserve(weightOfHash);
+  if (memory.current->transaction.keysRead.insert(place).second) weigh(memory, weightOfHash);
 }
 
 }  // namespace
 
 void prepareFirstWrite(Memory& memory, OopType oop) {
   if (memory.require(oop).shared) memory.unshare(oop);
-  const Object& object = memory.at(oop);
+  Object& object = memory.at(oop);
   Client* client = memory.current;
   if (object.invariant) refuseChange(memory, oop);
-  if (object.writer != 0 && (client == nullptr || object.writer != client->id)) {
-    throw Failure(ErrConflict,
-                  "session " + std::to_string(object.writer) +
-                      " has changed the object and not committed yet",
-                  {oop});
+  if (client != nullptr && !object.dirty) {
+    if (object.stored) {
+      writtenOf(memory, oop).itself = true;
+      object.dirty = true;
+    } else if (object.createdIn != client->transaction.serial) {
+      keepImage(memory, *client, oop);
+    }
   }
-  if (client != nullptr && object.createdIn != client->transaction.serial && object.writer == 0) {
-    keepImage(memory, *client, oop);
-  }
-  if (object.exports != 0) noteChanged(memory, oop);
+  if (object.exported) noteChanged(memory, oop);
 }
 
-ChangeOfInvariant::ChangeOfInvariant(Memory& memory, OopType oop) : memory_(memory), oop_(oop) {
-  memory.require(oop).invariant = false;
-  try {
-    prepareWrite(memory, oop);
-  } catch (...) {
-    memory.at(oop).invariant = true;
-    throw;
-  }
+void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
+  Object& object = memory.require(oop);
+  if (!object.stored || memory.current == nullptr) return prepareWrite(memory, oop);
+  if (object.invariant) refuseChange(memory, oop);
+  Written& written = writtenOf(memory, oop);
+  if (goesByOtherHashes(object)) written.elements = true;
+  if (written.hashes.insert(hash).second) weigh(memory, weightOfHash);
+  object.dirtyKeys = true;
+  if (object.exported) noteChanged(memory, oop);
+}
+
+void noteKeyRead(Memory& memory, OopType oop, std::uint32_t hash) {
+  const Object& object = memory.at(oop);
+  if (!object.stored || object.invariant) return;
+  noteRead(memory, {memory.identities.idOf(oop >> 2),
+                    goesByOtherHashes(object) ? Place::any : Place::ofHash(hash)});
+}
+
+void noteElementsRead(Memory& memory, OopType oop) {
+  const Object* object = memory.find(oop);
+  if (object == nullptr || !object->stored || object->invariant || !isHashed(memory, oop)) return;
+  noteRead(memory, {memory.identities.idOf(oop >> 2), Place::any});
 }
 
 void beginTransaction(Memory& memory, Client& client) {
   client.transaction.serial = ++memory.lastTransaction;
 }
 
-void commitTransaction(Memory& memory, Client& client) {
+void keepChanges(Memory& memory, Client& client) {
   for (const auto& [oop, image] : client.transaction.images) forget(memory, oop, image);
   client.transaction.images.clear();
-  beginTransaction(memory, client);
 }
 
-void abortTransaction(Memory& memory, Client& client) {
+void undoChanges(Memory& memory, Client& client) {
   // One by one, so that a failure leaves what is still to be taken back.
   const InRoom room(memory, Room::library);
   std::unordered_map<OopType, Image>& images = client.transaction.images;
@@ -101,8 +139,14 @@ void abortTransaction(Memory& memory, Client& client) {
     putBack(memory, first->first, first->second);
     images.erase(first);
   }
-  memory.forgetLookups();
-  beginTransaction(memory, client);
+}
+
+void forgetAccesses(Memory& memory, Client& client) {
+  Transaction& transaction = client.transaction;
+  memory.account(-static_cast<std::ptrdiff_t>(transaction.weight));
+  transaction.weight = 0;
+  transaction.written.clear();
+  transaction.keysRead.clear();
 }
 
 }  // namespace zel

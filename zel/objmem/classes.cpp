@@ -144,6 +144,7 @@ void recordInHistory(Memory& memory, OopType oop, OopType replaced) {
   if (replaced != 0) {
     history = slotOf(memory, replaced, ClassHistory);
     const ChangeOfInvariant change(memory, history);
+    prepareWrite(memory, history);
     const std::uint32_t versions = memory.at(history).size;
     memory.resize(history, versions + 1).slots[versions] = oop;
   } else {
@@ -207,13 +208,13 @@ void requireChangeableSlot(const Memory& memory, OopType oop, std::size_t slot) 
 }
 
 bool isClass(const Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   return object != nullptr && object->classOop == ClassClass;
 }
 
 OopType classOf(const Memory& memory, OopType oop) {
   if (isSmallInt(oop)) return SmallIntegerClass;
-  if (const Object* object = memory.find(oop)) return object->classOop;
+  if (const Object* object = memory.look(oop)) return object->classOop;
   if (isBoolean(oop)) return BooleanClass;
   if (isCharacter(oop)) return CharacterClass;
   return UndefinedObjectClass;
@@ -267,7 +268,7 @@ bool isKindOf(const Memory& memory, OopType oop, OopType classOop) {
 }
 
 bool copiesAreChangeable(const Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   return object != nullptr && object->classOop != ClassClass &&
          (formatOf(memory, object->classOop) & FormatInvariant) == 0;
 }
@@ -286,7 +287,7 @@ std::uint8_t findTraits(Memory& memory, OopType oop, OopType key) {
       {"displayString", AsksDisplay},
   };
   const bool classSide = (key & 2) != 0;
-  const OopType classOop = memory.at(oop).classOop;
+  const OopType classOop = memory.lookAt(oop).classOop;
   std::uint8_t traits = 0;
   for (const Message& each : messages) {
     const OopType selector = symbolOop(memory, each.selector);
@@ -349,7 +350,7 @@ OopType makeSubclass(Memory& memory, OopType superclass, std::string_view name,
   if (known != 0 && (!isClass(memory, known) || known >> 2 < firstFreeIndex)) {
     throw Failure(ErrBadArgumentKind, "the name " + std::string(name) + " is taken", {known});
   }
-  prepareWrite(memory, GlobalsOop);
+  prepareKeyWrite(memory, GlobalsOop, hashOfSymbol(memory, symbol));
   const OopType oop = memory.allocate(ClassClass, Impl::pointers, classSlotCount, 0, false);
   describeClass(memory, oop, name, superclass, format, instVarNames);
   recordInHistory(memory, oop, known);

@@ -83,7 +83,7 @@ std::uint8_t findTraits(Memory& memory, OopType oop, OopType key);
 // The traits of the value's class, for a class itself those of its class side. Numbers, characters,
 // strings, byte arrays, booleans and nil are never asked: the library relies on them.
 inline std::uint8_t classTraits(Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   if (object == nullptr) return 0;
   if (object->holdsBytes() && object->classOop >> 2 < firstFreeIndex) return 0;
   const OopType key = object->classOop == ClassClass ? oop | 2 : object->classOop;

@@ -66,19 +66,23 @@ void keepIf(Client& client, Keep keep) {
 }  // namespace
 
 void exportObject(Memory& memory, Client& client, OopType oop) {
-  Object& object = memory.require(oop);
+  if (!memory.exists(oop)) memory.require(oop);
   std::uint8_t& mark = markAt(client, oop);
   if ((mark & Exported) != 0) return;
   mark |= Exported;
   ++client.exportCount;
-  ++object.exports;
+  if (Object* object = memory.loaded(oop >> 2); object != nullptr) object->exported = true;
+}
+
+bool isExported(const Client& client, OopType oop) {
+  return (markOf(client, oop) & Exported) != 0;
 }
 
 void releaseObject(Memory& memory, Client& client, OopType oop) {
   if (!isReference(oop) || (markOf(client, oop) & Exported) == 0) return;
   drop(client, oop, Exported | Changed);
   --client.exportCount;
-  --memory.at(oop).exports;
+  if (Object* object = memory.loaded(oop >> 2); object != nullptr) object->exported = false;
 }
 
 void releaseAllObjects(Memory& memory, Client& client) {
@@ -118,7 +122,7 @@ std::size_t takeChanged(Client& client, OopType* oops, std::size_t room, bool& c
 }
 
 OopType handOut(const Memory& memory, Client& client, OopType oop) {
-  if (memory.find(oop) == nullptr || oop >> 2 < firstFreeIndex) return oop;
+  if (!memory.exists(oop) || oop >> 2 < firstFreeIndex) return oop;
   if (client.handedOut.size() >= client.compactAt) {
     keepIf(client, [left = handedOutKept](OopType) mutable { return left != 0 && left-- != 0; });
   }
@@ -144,6 +148,7 @@ void markSaved(Memory& memory, const Client& client) {
   if (client.exportCount != 0) {
     client.marks.visitAll(Exported, [&](std::uint32_t index) { memory.mark(fixedOop(index)); });
   }
+  for (const auto& [oop, written] : client.transaction.written) memory.mark(oop);
   for (const auto& [oop, image] : client.transaction.images) {
     memory.mark(oop);
     for (const OopType slot : image.slots) memory.mark(slot);

@@ -57,21 +57,22 @@ struct Client {
 // What prepareWrite does the first time in a transaction, and for objects that need more.
 void prepareFirstWrite(Memory& memory, OopType oop);
 // To be called before any change of an object's contents. Throws ErrInvariant for objects that
-// never change and ErrConflict for those that another client has changed and not committed. Marks
-// the object as changed for the clients that have exported it and track changes.
+// never change. Marks the object as changed for the client, if it has exported it and tracks
+// changes.
 inline void prepareWrite(Memory& memory, OopType oop) {
   const Object& object = memory.at(oop);
   const Client* client = memory.current;
-  const bool ready = client != nullptr && !object.invariant && !object.shared &&
-                     object.exports == 0 &&
-                     (object.writer != 0 ? object.writer == client->id
-                                         : object.createdIn == client->transaction.serial);
+  const bool ready = client != nullptr && !object.invariant && !object.shared && !object.exported &&
+                     (object.dirty || object.createdIn == client->transaction.serial);
   if (!ready) prepareFirstWrite(memory, oop);
 }
+// The same before a change of a set's or dictionary's elements of that hash.
+void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash);
 
 // The export set: oops that stay alive for the client whatever happens. Exporting throws
 // ErrNoSuchObject for what has no body; exporting and releasing twice is no error.
 void exportObject(Memory& memory, Client& client, OopType oop);
+bool isExported(const Client& client, OopType oop);
 void releaseObject(Memory& memory, Client& client, OopType oop);
 void releaseAllObjects(Memory& memory, Client& client);
 // Tells every client that has exported the object and tracks changes that it changed.

@@ -75,6 +75,13 @@ constexpr std::uint32_t spareValues = 8;
 // Slots of a method's object; the selector of a text is nil.
 enum MethodSlot { MethodSelector, MethodOwner, MethodSource };
 
+// A block's slots; in the last two lies the number of the activation that ^ returns from.
+enum BlockSlot { BlockEnvironment, BlockReceiver, BlockMethod, BlockNumber, BlockHome };
+constexpr std::size_t blockSlots = 6;
+constexpr bool isHomeOfBlock(std::size_t slot) {
+  return slot >= BlockHome;
+}
+
 struct BlockCode {
   std::uint32_t entry;  // first op
   std::uint32_t argumentCount;

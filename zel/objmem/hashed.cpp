@@ -7,6 +7,7 @@
 #include <tuple>
 #include <unordered_set>
 
+#include "changes.h"
 #include "classes.h"
 #include "errors/failure.h"
 #include "integers.h"
@@ -161,7 +162,7 @@ class Hashing {
       return mix(hashText(memory_.meter, textOf(memory_, oop),
                           depth == deepestHash ? SIZE_MAX : hashedInnerPieces));
     }
-    if ((classTraits(memory_, oop) & ByContent) == 0) return mix(oop);
+    if ((classTraits(memory_, oop) & ByContent) == 0) return memory_.identityHashOf(oop);
     const std::span<const OopType> content = contentOf(object);
     std::uint32_t hash = mix(content.size());
     if (depth == 0) return hash;
@@ -206,7 +207,7 @@ bool findsByIdentity(const Memory& memory, OopType oop) {
 
 // unknownHash where a method of the program has a say in it.
 std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
-  if (identity) return mix(key);
+  if (identity) return memory.identityHashOf(key);
   if (isSmallInt(key)) return mix(foldInteger(memory, key));
   if ((classTraits(memory, key) & AsksEquality) != 0) return unknownHash;
   std::vector<OopType> toAsk;
@@ -244,6 +245,7 @@ void buildIndex(Memory& memory, OopType oop, Stride stride) {
   auto index = std::make_unique<HashIndex>();
   index->identity = findsByIdentity(memory, oop);
   index->epoch = memory.equalityEpoch;
+  index->rehashed = object.stored;
   index->hashes.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
     memory.meter.charge(1);
@@ -354,6 +356,7 @@ void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint
   if (index.unknown == 0) return;
   makeRoom(memory, oop, index);
   index.hashes[index.allKnownBelow] = hash;
+  index.rehashed |= memory.at(oop).stored;
   --index.unknown;
   insertNumber(index, hash, index.allKnownBelow);
 }
@@ -421,7 +424,11 @@ void appendKey(Memory& memory, OopType oop, Stride stride, OopType key, OopType 
   object.indexed()[number * stride] = key;
   if (stride == dictionaryStride) object.indexed()[number * stride + 1] = value;
   index.hashes.push_back(hash);
-  insertNumber(index, hash, number);
+  if (hash != unknownHash) {
+    insertNumber(index, hash, number);
+  } else if (index.unknown++ == 0) {
+    index.allKnownBelow = static_cast<std::uint32_t>(number);
+  }
 }
 
 // The last one moves into the place that becomes free.
@@ -447,6 +454,10 @@ void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place
   memory.resize(oop, object.namedSize + last * stride);
 }
 
+std::uint32_t hashOfSymbol(Memory& memory, OopType symbol) {
+  return hashToFind(memory, symbol, false);
+}
+
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key) {
   try {
     const KeyPlace place = findKey(memory, dictionary, key, dictionaryStride);
@@ -462,6 +473,88 @@ void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType valu
     valueAt(memory, dictionary, place) = value;
   } else {
     appendKey(memory, dictionary, dictionaryStride, key, value, place.hash);
+  }
+}
+
+bool isHashed(const Memory& memory, OopType oop) {
+  const Object* object = memory.look(oop);
+  return object != nullptr && !object->holdsBytes() &&
+         (object->impl == Impl::set || inheritsFrom(memory, object->classOop, DictionaryClass));
+}
+
+Stride strideOf(const Memory& memory, OopType oop) {
+  return memory.look(oop)->impl == Impl::set ? setStride : dictionaryStride;
+}
+
+std::vector<std::uint32_t> hashesOf(Memory& memory, OopType oop, Stride stride) {
+  std::vector<std::uint32_t> hashes = indexOf(memory, oop, stride).hashes;
+  std::ranges::replace(hashes, unknownHash, unknownHashes);
+  std::ranges::sort(hashes);
+  const auto rest = std::ranges::unique(hashes);
+  hashes.erase(rest.begin(), rest.end());
+  return hashes;
+}
+
+std::vector<OopType> elementsOfHash(Memory& memory, OopType oop, Stride stride,
+                                    std::uint32_t hash) {
+  const HashIndex& index = indexOf(memory, oop, stride);
+  const Object& object = memory.at(oop);
+  std::vector<OopType> slots;
+  const auto add = [&](std::size_t number) {
+    const OopType* entry = object.indexed() + number * stride;
+    slots.insert(slots.end(), entry, entry + stride);
+  };
+  if (hash == unknownHashes) {
+    for (std::size_t number = 0; number < index.hashes.size(); ++number) {
+      if (index.hashes[number] == unknownHash) add(number);
+    }
+    return slots;
+  }
+  const std::size_t mask = index.table.size() - 1;
+  for (std::size_t at = placeIn(index, hash); index.table[at] != freeEntry; at = (at + 1) & mask) {
+    if (index.table[at] == removedEntry) continue;
+    const std::size_t number = index.table[at] - firstNumber;
+    if (index.hashes[number] == hash) add(number);
+  }
+  return slots;
+}
+
+void replaceElements(Memory& memory, OopType oop, Stride stride, std::uint32_t hash,
+                     std::span<const OopType> slots) {
+  const std::vector<OopType> old = elementsOfHash(memory, oop, stride, hash);
+  for (std::size_t i = 0; i < old.size(); i += stride) {
+    std::vector<OopType> others;
+    const KeyPlace place = findIdentical(memory, oop, stride, old[i], hash, others);
+    if (place.kind == KeyPlace::found) removeKey(memory, oop, stride, place);
+  }
+  appendLoaded(memory, oop, stride, hash, slots);
+}
+
+bool asksHash(Memory& memory, OopType oop, OopType key) {
+  const HashIndex& index = *memory.at(oop).extra->index;
+  return !index.identity && hashToFind(memory, key, false) == unknownHash;
+}
+
+void becomeRehashed(const Memory& memory, OopType oop) {
+  memory.at(oop).extra->index->rehashed = true;
+}
+
+void startElements(Memory& memory, OopType oop, Stride stride) {
+  indexOf(memory, oop, stride).rehashed = false;
+}
+
+void appendLoaded(Memory& memory, OopType oop, Stride stride, std::uint32_t hash,
+                  std::span<const OopType> slots) {
+  for (std::size_t i = 0; i + stride <= slots.size(); i += stride) {
+    appendKey(memory, oop, stride, slots[i], stride == dictionaryStride ? slots[i + 1] : NilOop,
+              hash == unknownHashes ? unknownHash : hash);
+  }
+}
+
+void notRehashed(const Memory& memory, OopType oop) noexcept {
+  const Object* object = memory.loaded(oop >> 2);
+  if (object != nullptr && object->extra != nullptr && object->extra->index) {
+    object->extra->index->rehashed = false;
   }
 }
 

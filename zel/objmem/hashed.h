@@ -71,8 +71,31 @@ void removeKey(Memory& memory, OopType oop, Stride stride, const KeyPlace& place
 // For dictionaries of the library's own, whose keys are symbols. dictionaryAt answers 0 when the
 // key is absent. It needs no room: what a program that has filled the memory still does for itself
 // begins with finding its methods.
+// hashOfSymbol is what these go by.
+std::uint32_t hashOfSymbol(Memory& memory, OopType symbol);
 OopType dictionaryAt(Memory& memory, OopType dictionary, OopType key);
 void dictionaryPut(Memory& memory, OopType dictionary, OopType key, OopType value);
+
+// Whether the object is a set or a dictionary, and its slots per key; any object.
+bool isHashed(const Memory& memory, OopType oop);
+Stride strideOf(const Memory& memory, OopType oop);
+
+// Rows of the store. The hashes that its elements have, each once, unknownHashes for those that are
+// not known; the slots of the elements of one; and their replacement by others.
+std::vector<std::uint32_t> hashesOf(Memory& memory, OopType oop, Stride stride);
+std::vector<OopType> elementsOfHash(Memory& memory, OopType oop, Stride stride, std::uint32_t hash);
+void replaceElements(Memory& memory, OopType oop, Stride stride, std::uint32_t hash,
+                     std::span<const OopType> slots);
+// Whether a program's method has a say in the hash of the key.
+bool asksHash(Memory& memory, OopType oop, OopType key);
+// Begins an object that is loaded, to which appendLoaded adds the elements of each hash.
+void startElements(Memory& memory, OopType oop, Stride stride);
+void appendLoaded(Memory& memory, OopType oop, Stride stride, std::uint32_t hash,
+                  std::span<const OopType> slots);
+// The rows of the object go by the hashes that it has.
+void notRehashed(const Memory& memory, OopType oop) noexcept;
+// They do not.
+void becomeRehashed(const Memory& memory, OopType oop);
 
 // To be called when slots were changed in another way than through these functions.
 void dropIndex(Memory& memory, OopType oop);

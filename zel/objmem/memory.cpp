@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <chrono>
+#include <utility>
 
 #include "clients.h"
 
@@ -12,6 +14,7 @@ namespace {
 constexpr std::size_t leastBytesBetweenCollections = 512U << 10;
 constexpr int mostFutileCollections = 8;
 constexpr std::size_t mostKeptBack = 1U << 20;
+constexpr std::size_t leastOfItsOwn = 4U << 20;
 // A header, an entry of the table and of the mark stack, and what the allocator adds.
 constexpr std::size_t objectOverhead = sizeof(Object) + 12;
 constexpr std::uint32_t leastCapacity = 4;
@@ -69,19 +72,37 @@ std::size_t extraBytes(const Extra& extra) {
   return bytes;
 }
 
+// Nothing refers to it but through its object.
+bool isLoadedWhole(const Extra& extra) {
+  return !extra.routine && !extra.process;
+}
+
+// As FNV has it, in 28 bits.
+std::uint32_t hashOfText(std::string_view text) {
+  std::uint32_t hash = 2166136261U;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  return hash >> 4 ^ (hash & 15);
+}
+
 }  // namespace
 
-Memory::Memory(BreakRequest& breaks) : meter(breaks), cursor_(firstFreeIndex) {
-  table_.resize(firstFreeIndex + 2 * keptEntries);
-  markStack_.reserve(table_.size());
+Memory::Memory(BreakRequest& breaks, Identities& identitiesToUse)
+    : identities(identitiesToUse), meter(breaks), cursor_(firstFreeIndex) {
+  widen(kernelEnd);
+  for (std::uint32_t index = firstFreeIndex; index < kernelEnd; ++index) freeEntry(index);
+  // Others draw from elsewhere in the same sequence.
+  lastIdentityHash_ =
+      static_cast<std::uint32_t>(std::chrono::steady_clock::now().time_since_epoch().count());
   blocks_.fillSpares(Blocks::mostSpares);
   setLimit(defaultMemoryLimit);
 }
 
 Memory::~Memory() {
-  for (Object* object : table_) {
-    if (object != nullptr) release(object);
+  for (std::uint32_t index = 0; index < table_.size(); ++index) {
+    if (Object* object = loaded(index); object != nullptr) release(object);
+    if ((flags_[index] & Known) != 0) identities.drop(index);
   }
+  identities.returnPages(*this);
 }
 
 Object& Memory::require(OopType oop) const {
@@ -95,18 +116,127 @@ Object& Memory::require(OopType oop) const {
 }
 
 void Memory::requireValue(OopType oop) const {
-  if (!isImmediate(oop)) require(oop);
+  if (!isImmediate(oop) && !exists(oop)) require(oop);
 }
 
-// The room to mark what the new entries will name comes first. Fixed objects count as if they took
-// free entries: it grows a few too early.
+// The room to mark what the entries will name comes first.
+void Memory::widen(std::size_t entries) {
+  if (entries <= table_.size()) return;
+  const auto grow = [&](std::size_t room) {
+    markStack_.reserve(room);
+    table_.reserve(room);
+    resting_.reserve(room);
+    flags_.reserve(room);
+  };
+  if (entries > flags_.capacity()) {
+    try {
+      grow(entries + entries / 2);
+    } catch (const std::bad_alloc&) {
+      grow(entries);
+    }
+  }
+  table_.resize(entries);
+  resting_.resize(entries);
+  flags_.resize(entries);
+}
+
 void Memory::growTable() try {
-  const std::size_t entries = table_.size();
-  markStack_.reserve(entries + entries / 2);
-  table_.resize(entries + entries / 2);
-  cursor_ = static_cast<std::uint32_t>(entries);
+  if (!sealed_) return;
+  for (std::size_t wanted = pages_ / 2 + 2; wanted > 0; --wanted) {
+    const std::uint32_t first = identities.nextPage() * Identities::pageEntries;
+    widen(first + Identities::pageEntries);
+    identities.takePage(*this);
+    ++pages_;
+    for (std::uint32_t index = first; index < first + Identities::pageEntries; ++index) {
+      if (identities.idOf(index) == 0) freeEntry(index);
+    }
+    cursor_ = first;
+  }
 } catch (const std::bad_alloc&) {
-  if (freeEntries() <= bounds_.entries) noRoom();
+  if (free_ <= bounds_.entries) noRoom();
+}
+
+void Memory::sealKernel() {
+  for (std::uint32_t index = firstFreeIndex; index < kernelEnd; ++index) flags_[index] = 0;
+  free_ = 0;
+  usedByKernel_ = used_;
+  sealed_ = true;
+  growTable();
+}
+
+std::uint32_t Memory::learn(ObjectId id) {
+  std::uint32_t index = identities.indexOf(id);
+  if (index != 0 && index < kernelEnd) return index;
+  if (index == 0) {
+    index = freeIndex();
+    identities.bind(index, id);
+    flags_[index] = Known;
+    --free_;
+    return index;
+  }
+  widen(index + 1);
+  if ((flags_[index] & Known) == 0) identities.use(index);
+  flags_[index] |= Known;
+  return index;
+}
+
+Object& Memory::load(std::uint32_t index) const {
+  Memory& self = const_cast<Memory&>(*this);
+  try {
+    source.load(source.owner, self, index);
+  } catch (...) {
+    if (table_[index] != nullptr) self.unload(index);
+    throw;
+  }
+  return *(resting_[index] = std::exchange(table_[index], nullptr));
+}
+
+// The first touch in a transaction.
+Object& Memory::arrive(std::uint32_t index) const {
+  if (resting_[index] == nullptr) load(index);
+  touched_.push_back(index);
+  return *(table_[index] = std::exchange(resting_[index], nullptr));
+}
+
+void Memory::becomeStored(std::uint32_t index) noexcept {
+  table_[index]->stored = true;
+  if (index >= kernelEnd) flags_[index] |= Known;
+  touched_.push_back(index);
+}
+
+void Memory::unload(std::uint32_t index) noexcept {
+  Object* object = loaded(index);
+  if (object == nullptr) return;
+  if (table_[index] != nullptr) flags_[index] |= Read;
+  release(object);
+  table_[index] = resting_[index] = nullptr;
+  --objects_;
+}
+
+void Memory::restAll() noexcept {
+  for (const std::uint32_t index : touched_) {
+    flags_[index] &= static_cast<std::uint8_t>(~Read);
+    Object* object = table_[index];
+    if (object == nullptr || !object->stored || index < kernelEnd) continue;
+    resting_[index] = std::exchange(table_[index], nullptr);
+  }
+  touched_.clear();
+}
+
+// Symbols have that of their text; those of the kernel's objects and of values go by their oops.
+std::uint32_t Memory::identityHashOf(OopType oop) const {
+  Object* found = look(oop);
+  if (found == nullptr || (oop >> 2 < kernelEnd && found->classOop != SymbolClass)) {
+    return hashOfText({reinterpret_cast<const char*>(&oop), sizeof oop});
+  }
+  Object& object = *found;
+  if (object.identityHash == 0) {
+    lastIdentityHash_ = lastIdentityHash_ * 1664525U + 1013904223U;
+    const std::uint32_t hash =
+        object.classOop == SymbolClass ? hashOfText(object.text()) : lastIdentityHash_ >> 4;
+    object.identityHash = std::max(hash, 1U);
+  }
+  return object.identityHash;
 }
 
 void Memory::noRoom() {
@@ -148,7 +278,7 @@ OopType Memory::allocate(OopType classOop, Impl impl, std::size_t named, std::si
   const std::uint32_t index = freeIndex();
   Object* object = place(newBlock(bytes), classOop, impl, named, named + indexed, indexable);
   clear(*object, 0);
-  table_[index] = object;
+  occupy(index, object);
   return fixedOop(index);
 }
 
@@ -158,7 +288,7 @@ OopType Memory::tryNumber(OopType classOop, std::uint64_t bits) try {
   Object* object = place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false, true,
                          classOop == LargeIntegerClass);
   std::memcpy(object->bytes, &bits, sizeof bits);
-  table_[index] = object;
+  occupy(index, object);
   return fixedOop(index);
 } catch (const std::bad_alloc&) {
   return 0;
@@ -208,7 +338,7 @@ OopType Memory::allocateJoined(OopType left, std::string_view text, OopType clas
   std::memcpy(object->bytes + first.size, text.data(), text.size());
   object->size = object->capacity = bytes->used = static_cast<std::uint32_t>(size);
   ++bytes->owners;
-  table_[index] = object;
+  occupy(index, object);
   return fixedOop(index);
 }
 
@@ -218,6 +348,17 @@ Object& Memory::allocateFixed(OopType oop, OopType classOop, Impl impl, std::siz
       place(newBlock(named * sizeof(OopType)), classOop, impl, named, named, indexable);
   clear(*object, 0);
   return *(table_[oop >> 2] = object);
+}
+
+Object& Memory::placeLoaded(std::uint32_t index, OopType classOop, Impl impl, std::size_t named,
+                            std::size_t size, bool indexable) {
+  const std::size_t bytes = size * (impl == Impl::bytes ? 1 : sizeof(OopType));
+  reserve(bytes + objectOverhead);
+  Object* object = place(newBlock(bytes), classOop, impl, named, size, indexable);
+  clear(*object, 0);
+  object->createdIn = 0;
+  object->stored = true;
+  return *(table_[index] = object);
 }
 
 // Moves the body into a block with so many elements of room, of which a gap stands in front.
@@ -340,27 +481,38 @@ void Memory::setLimit(std::size_t bytes) {
   dueAt_ = used_ + leastBytesBetweenCollections;
 }
 
+void Memory::setTakenElsewhere(std::size_t bytes) {
+  if (bytes == elsewhere_) return;
+  elsewhere_ = bytes;
+  bounds_ = boundsOf(bounds_.room);
+}
+
+std::size_t Memory::mostBytes() const {
+  const std::size_t least = std::min(limit_, usedByKernel_ + leastOfItsOwn);
+  return limit_ > elsewhere_ + least ? limit_ - elsewhere_ : least;
+}
+
 std::size_t Memory::keptBack() const {
   return std::min(mostKeptBack, limit_ / 16);
 }
 
 Bounds Memory::boundsOf(Room room) const {
-  if (room == Room::library) return {limit_, 0, 0, room};
+  if (room == Room::library) return {mostBytes(), 0, 0, room};
   if (room == Room::programs) {
-    return {limit_ - keptBack(), keptEntries, Blocks::mostSpares, room};
+    return {mostBytes() - keptBack(), keptEntries, Blocks::mostSpares, room};
   }
   // Half of what is left above the library's half.
   const auto staying = [](std::size_t left, std::size_t kept) {
     return kept / 2 + (std::clamp(left, kept / 2, kept) - kept / 2) / 2;
   };
-  const std::size_t top = limit_ - keptBack() / 2;
-  return {used_ + (top - std::min(used_, top)) / 2, staying(freeEntries(), keptEntries),
+  const std::size_t top = mostBytes() - keptBack() / 2;
+  return {used_ + (top - std::min(used_, top)) / 2, staying(free_, keptEntries),
           staying(blocks_.spares(), Blocks::mostSpares), room};
 }
 
 Room Memory::roomToRun() const {
   const bool full =
-      processIsFull_ || freeEntries() <= keptEntries || used_ > limit_ - 2 * keptBack();
+      processIsFull_ || free_ <= keptEntries || used_ > mostBytes() - 2 * keptBack();
   return full ? Room::rescue : Room::programs;
 }
 
@@ -391,7 +543,7 @@ void Memory::markContents(const Object& object) {
 std::size_t Memory::markReachable() {
   std::size_t bytes = 0;
   while (!markStack_.empty()) {
-    Object& object = at(markStack_.back());
+    Object& object = *loaded(markStack_.back() >> 2);
     markStack_.pop_back();
     bytes += footprint(object) + (object.shared ? object.size : 0);
     markContents(object);
@@ -442,29 +594,52 @@ void Memory::dropSymbols() {
   }
 }
 
-void Memory::sweep() {
+// Of an object of the store, or of an entry for one: whether the memory goes on knowing it. Read
+// ones stay known while the transaction lasts; what can be loaded again goes when room is short.
+bool Memory::dropKnown(std::uint32_t index, bool pressed) {
+  Object* object = loaded(index);
+  const bool named = object != nullptr ? object->marked : (flags_[index] & Named) != 0;
+  flags_[index] &= static_cast<std::uint8_t>(~Named);
+  if (object != nullptr) object->marked = false;
+  const bool kept = named || (flags_[index] & Read) != 0 || table_[index] != nullptr;
+  const bool again = object != nullptr && !object->dirty && !object->dirtyKeys &&
+                     (object->extra == nullptr || isLoadedWhole(*object->extra));
+  if (object != nullptr && (!named || (pressed && again))) unload(index);
+  if (kept) return true;
+  flags_[index] = 0;
+  identities.drop(index);
+  return false;
+}
+
+void Memory::sweep(bool pressed) {
   std::size_t swept = 0;
-  for (Object*& object : table_) {
+  for (std::uint32_t index = 0; index < table_.size(); ++index) {
+    if ((flags_[index] & Known) != 0) {
+      dropKnown(index, pressed);
+      continue;
+    }
+    Object* object = table_[index];
     if (object == nullptr) continue;
     if (object->marked) {
       object->marked = false;
       continue;
     }
     release(object);
-    object = nullptr;
+    table_[index] = nullptr;
+    if (index >= kernelEnd) freeEntry(index);
     ++swept;
   }
   objects_ -= swept;
 }
 
 void Memory::collect(bool pressed) {
-  for (std::uint32_t index = 0; index < firstFreeIndex; ++index) mark(fixedOop(index));
+  for (std::uint32_t index = 0; index < kernelEnd; ++index) mark(fixedOop(index));
   for (const Client* client : clients) markSaved(*this, *client);
   for (const Roots& each : roots_) each.visit(each.owner, *this);
   markReachable();
   for (Client* client : clients) keepHandedOut(*this, *client, pressed && client == current);
   dropSymbols();
-  sweep();
+  sweep(pressed);
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
   usedBefore_ = used_;
   forgetLookups();
@@ -481,6 +656,7 @@ void Memory::beginProgram() {
 }
 
 void Memory::collectForRoom() {
+  if (relief.relieve != nullptr) relief.relieve(relief.owner);
   const bool worthIt = used_ >= usedBefore_ + limit_ / 64;
   collect(true);
   futileCollections_ = worthIt ? 0 : futileCollections_ + 1;
@@ -498,7 +674,8 @@ void Memory::forgetLookups() {
   // The count begins anew: nothing may remember one of long ago.
   lookupEpoch_ = 1;
   knownTraits = {};
-  for (const Object* object : table_) {
+  for (std::uint32_t index = 0; index < table_.size(); ++index) {
+    const Object* object = loaded(index);
     if (object == nullptr || object->extra == nullptr || !object->extra->routine) continue;
     Code* code = object->extra->routine->code.get();
     if (code == nullptr) continue;

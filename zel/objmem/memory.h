@@ -1,5 +1,8 @@
-// The object memory: a table from oop to object, allocation within limits, and mark-and-sweep
-// collection.
+// The object memory of a session: a table from oop to object, allocation within limits, and
+// mark-and-sweep collection.
+//
+// An object of the store is loaded when it is touched first, and again in every transaction found
+// by a slower way once, which notes that the transaction read it: until then it rests.
 //
 // A collection runs only where collectIfDue or collect is called: at the interpreter's safe points,
 // at the entry of table functions, and after an allocation that found no room, before the whole
@@ -13,6 +16,7 @@
 #include <unordered_map>
 
 #include "blocks.h"
+#include "identities.h"
 #include "meter.h"
 #include "object.h"
 
@@ -41,6 +45,19 @@ struct Bounds {
   Room room;
 };
 
+// Where objects come from that are in the store and not in the memory.
+struct ObjectSource {
+  void* owner = nullptr;
+  // Places the object of the entry. Throws Failure, or std::bad_alloc.
+  void (*load)(void* owner, Memory& memory, std::uint32_t index) = nullptr;
+};
+
+// Makes room in what others take of the limit.
+struct Relief {
+  void* owner = nullptr;
+  void (*relieve)(void* owner) = nullptr;
+};
+
 struct MemoryStatistics {
   std::size_t objects;
   std::size_t bytes;
@@ -49,18 +66,43 @@ struct MemoryStatistics {
 
 class Memory {
  public:
-  explicit Memory(BreakRequest& breaks);
+  Memory(BreakRequest& breaks, Identities& identitiesToUse);
   ~Memory();
   Memory(const Memory&) = delete;
   Memory& operator=(const Memory&) = delete;
 
-  // The object that `oop` names, or null when it is an immediate value or names nothing.
+  // The object that `oop` names, or null when it is an immediate value or names nothing. Throws
+  // what loading it does.
   Object* find(OopType oop) const {
     const std::uint32_t index = oop >> 2;
-    return (oop & 3) == 1 && index < table_.size() ? table_[index] : nullptr;
+    if ((oop & 3) != 1 || index >= table_.size()) return nullptr;
+    Object* object = table_[index];
+    return object != nullptr || (flags_[index] & Known) == 0 ? object : &arrive(index);
   }
   // The same for an oop that is known to name an object.
-  Object& at(OopType oop) const { return *table_[oop >> 2]; }
+  Object& at(OopType oop) const {
+    Object* object = table_[oop >> 2];
+    return object != nullptr ? *object : arrive(oop >> 2);
+  }
+  // Whether it names one.
+  bool exists(OopType oop) const {
+    const std::uint32_t index = oop >> 2;
+    return (oop & 3) == 1 && index < table_.size() &&
+           (loaded(index) != nullptr || (flags_[index] & Known) != 0);
+  }
+  // As `at`, null when that would take more than a look.
+  Object* atHand(OopType oop) const { return table_[oop >> 2]; }
+  // As find and at, for what never changes in an object, such as its class: that is not read.
+  Object* look(OopType oop) const {
+    const std::uint32_t index = oop >> 2;
+    if ((oop & 3) != 1 || index >= table_.size()) return nullptr;
+    Object* object = table_[index];
+    return object != nullptr || (flags_[index] & Known) == 0 ? object : &lookAt(oop);
+  }
+  Object& lookAt(OopType oop) const {
+    Object* object = loaded(oop >> 2);
+    return object != nullptr ? *object : load(oop >> 2);
+  }
   // The same, but throws ErrNoSuchObject; for oops that came from outside.
   Object& require(OopType oop) const;
   // Throws ErrNoSuchObject unless `oop` is an immediate value or names an object.
@@ -80,6 +122,9 @@ class Memory {
   // Creates the object with the fixed oop `oop`, which must be free.
   Object& allocateFixed(OopType oop, OopType classOop, Impl impl, std::size_t named,
                         bool indexable);
+  // Creates the object of the store that the entry stands for, for ObjectSource::load.
+  Object& placeLoaded(std::uint32_t index, OopType classOop, Impl impl, std::size_t named,
+                      std::size_t size, bool indexable);
   // Changes the number of slots or bytes; new ones are nil or 0. Growth by small steps is
   // amortised. Answers the object, which may have moved. Throws as allocate does and leaves the
   // object as it was.
@@ -101,8 +146,11 @@ class Memory {
   // has reserved, or shrank when negative.
   void account(std::ptrdiff_t bytes) { used_ += static_cast<std::size_t>(bytes); }
 
-  // How many bytes all objects together may take.
+  // How many bytes all objects together may take, and how many of them others take: of those some
+  // are left in any case.
   void setLimit(std::size_t bytes);
+  void setTakenElsewhere(std::size_t bytes);
+  Relief relief;
   std::size_t limit() const { return limit_; }
   // The room of a program that begins now.
   Room roomToRun() const;
@@ -111,7 +159,8 @@ class Memory {
   void collectIfDue() {
     if (used_ >= dueAt_) collect();
   }
-  // Collects now. With `pressed`, what was only handed out to the current client goes, too.
+  // Collects now. With `pressed`, what was only handed out to the current client goes, too, and what
+  // can be loaded again.
   void collect(bool pressed = false);
   // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
   // again and again for next to nothing: better an early end than one that takes for ever.
@@ -121,8 +170,14 @@ class Memory {
   void beginProgram();
   // Marks the oop during a collection, immediate values and 0 allowed.
   void mark(OopType oop) {
-    Object* object = find(oop);
-    if (object == nullptr || object->marked) return;
+    const std::uint32_t index = oop >> 2;
+    if ((oop & 3) != 1 || index >= table_.size()) return;
+    Object* object = loaded(index);
+    if (object == nullptr) {
+      flags_[index] |= (flags_[index] & Known) != 0 ? Named : 0;
+      return;
+    }
+    if (object->marked) return;
     object->marked = true;
     markStack_.push_back(oop);  // never beyond what was reserved with the table
   }
@@ -139,6 +194,39 @@ class Memory {
 
   MemoryStatistics statistics() const { return {objects_, used_, table_.size()}; }
 
+  // Ends the boot: what was made until now is the kernel's.
+  void sealKernel();
+  // The entry of an object of the store, which need not be loaded. Throws MemoryFull.
+  std::uint32_t learn(ObjectId id);
+  // Whether the memory knows the object of the store that the entry stands for.
+  bool knows(std::uint32_t index) const {
+    return index < kernelEnd || (index < flags_.size() && (flags_[index] & Known) != 0);
+  }
+  Object* loaded(std::uint32_t index) const {
+    return table_[index] != nullptr ? table_[index] : resting_[index];
+  }
+  // The object is in the store from now on, under the id that its entry is bound to.
+  void becomeStored(std::uint32_t index) noexcept;
+  // Takes the object, which must have been known, out of the memory until it is touched again.
+  void unload(std::uint32_t index) noexcept;
+  // Has every object of the store rest until it is touched again, which a new transaction begins
+  // with.
+  void restAll() noexcept;
+  // The entries of the objects of the store that were touched since, each at least once.
+  const std::vector<std::uint32_t>& touched() const { return touched_; }
+  // Makes room for becomeStored of so many. Throws std::bad_alloc.
+  void reserveTouched(std::size_t count) { touched_.reserve(touched_.size() + count); }
+  // For Identities: an entry of its own that nobody knows any more.
+  void freeEntry(std::uint32_t index) noexcept {
+    flags_[index] = Free;
+    ++free_;
+  }
+  // A number of 28 bits that stays the value's or the object's, and is the same in all sessions.
+  std::uint32_t identityHashOf(OopType oop) const;
+
+  Identities& identities;
+  ObjectSource source;
+  static constexpr std::uint32_t kernelEnd = Identities::kernelEnd;
   mutable Meter meter;  // what only looks at objects takes time, too
   // To be called when what was found for messages may have become wrong: after the installation of
   // a method or an abort. A collection does it, too.
@@ -166,20 +254,35 @@ class Memory {
 
  private:
   friend class InRoom;
+  // Of an entry.
+  enum Flag : std::uint8_t {
+    Free = 1,    // for the next object
+    Known = 2,   // of an object of the store
+    Named = 4,   // met by the collection, and not loaded
+    Read = 8,    // read in this transaction, and not loaded
+  };
   struct Roots {
     void* owner;
     void (*visit)(void* owner, Memory& memory);
   };
 
   std::uint32_t freeIndex() {
-    if (freeEntries() <= keptEntries) growTable();
-    while (table_[cursor_] != nullptr) {
-      if (++cursor_ == table_.size()) cursor_ = firstFreeIndex;
+    if (free_ <= keptEntries) growTable();
+    while (flags_[cursor_] != Free) {
+      if (++cursor_ == flags_.size()) cursor_ = firstFreeIndex;
     }
     return cursor_;
   }
+  void occupy(std::uint32_t index, Object* object) {
+    table_[index] = object;
+    flags_[index] = 0;
+    --free_;
+  }
   void growTable();
-  std::size_t freeEntries() const { return table_.size() - firstFreeIndex - objects_; }
+  void widen(std::size_t entries);
+  Object& load(std::uint32_t index) const;
+  Object& arrive(std::uint32_t index) const;
+  std::size_t mostBytes() const;
   std::size_t keptBack() const;
   Bounds boundsOf(Room room) const;
   // For an object with a body of so many bytes.
@@ -196,17 +299,27 @@ class Memory {
   Object& closeGap(OopType oop) const;
   void markContents(const Object& object);
   void dropSymbols();
-  void sweep();
+  bool dropKnown(std::uint32_t index, bool pressed);
+  void sweep(bool pressed);
   void release(Object* object);
   void releaseRest(Object& object);
   void releaseShare(Object& object);
 
   Blocks blocks_;
-  std::vector<Object*> table_;
+  mutable std::vector<Object*> table_;    // those that this transaction has touched
+  mutable std::vector<Object*> resting_;  // those that it has not
+  std::vector<std::uint8_t> flags_;
+  mutable std::vector<std::uint32_t> touched_;  // entries that rested before
+  std::size_t free_ = 0;
+  std::size_t pages_ = 0;
+  bool sealed_ = false;
+  mutable std::uint32_t lastIdentityHash_;
   std::vector<OopType> markStack_;  // has room for every entry of the table
   std::vector<Roots> roots_;
   std::uint32_t cursor_;  // where the search for a free entry goes on
   std::size_t limit_ = 0;
+  std::size_t elsewhere_ = 0;
+  std::size_t usedByKernel_ = 0;
   Bounds bounds_{};  // of the room in use
   std::size_t used_ = 0;
   std::size_t usedBefore_ = 0;  // at the end of the last collection

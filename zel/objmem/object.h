@@ -29,6 +29,7 @@ struct Routine {
   std::unique_ptr<Code> code;          // code
   PrimitiveFType primitive = nullptr;  // primitive
   ControlFType control = nullptr;      // control; block: receives the arguments of a block
+  bool classSide = false;              // of the class itself
 };
 
 // Where each element of a set, or each key of a dictionary, stands: open addressing over the
@@ -44,6 +45,7 @@ struct HashIndex {
   std::uint32_t allKnownBelow = 0;    // a number
   std::uint32_t epoch = 0;            // of the methods that it was built by
   bool identity = false;
+  bool rehashed = false;  // of an object of the store, whose rows may go by other hashes
 
   std::size_t bytes() const {
     return sizeof *this + (table.capacity() + hashes.capacity()) * sizeof(std::uint32_t);
@@ -91,8 +93,11 @@ struct Object {
   std::uint32_t size;         // slots, or bytes of byte objects
   std::uint32_t capacity;     // the same unit, from the first slot on
   std::uint32_t createdIn;    // serial of the transaction that created it
-  std::uint16_t writer = 0;   // session that has an uncommitted change of it
-  std::uint16_t exports = 0;  // export sets that hold it
+  std::uint32_t identityHash : 28 = 0;  // 0 until it is asked for
+  std::uint32_t dirty : 1 = false;      // changed in this transaction, which knows what it was
+  std::uint32_t exported : 1 = false;   // in the export set
+  std::uint32_t dirtyKeys : 1 = false;  // the same of some elements of a set or dictionary
+  std::uint32_t stored : 1 = false;     // in the store
   std::uint16_t namedSize;
   Impl impl;
   bool indexable : 1;

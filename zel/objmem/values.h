@@ -15,7 +15,7 @@ namespace zel {
 OopType integerOop(Memory& memory, std::int64_t value);
 inline bool isInteger(const Memory& memory, OopType oop) {
   if (isSmallInt(oop)) return true;
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   return object != nullptr && object->classOop == LargeIntegerClass;
 }
 // The value of an integer of at most 64 bits; false for anything else.
@@ -24,7 +24,7 @@ inline bool toInt64(const Memory& memory, OopType oop, std::int64_t& value) {
     value = smallIntValue(oop);
     return true;
   }
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   if (object == nullptr || object->classOop != LargeIntegerClass || object->size != sizeof value) {
     return false;
   }
@@ -41,7 +41,7 @@ inline OopType floatOop(Memory& memory, double value) {
   return memory.allocateNumber(FloatClassOop, std::bit_cast<std::uint64_t>(value));
 }
 inline bool isFloat(const Memory& memory, OopType oop) {
-  const Object* object = memory.find(oop);
+  const Object* object = memory.look(oop);
   return object != nullptr && object->classOop == FloatClassOop;
 }
 inline double floatValue(const Memory& memory, OopType oop) {  // the argument must be a float

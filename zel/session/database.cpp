@@ -4,11 +4,7 @@
 #include <charconv>
 #include <cstdlib>
 
-#include "kernel/methods.h"
-#include "lang/compiler.h"
-#include "objmem/classes.h"
-#include "system.h"
-#include "vm/primitives.h"
+#include "store/memorystore.h"
 
 namespace zel {
 
@@ -46,27 +42,8 @@ void readLimits(Database& database) {
         "POVZEL_MEMORY is no number of bytes from 8M to 2G (k, M and G may follow the number)";
     bytes = defaultMemoryLimit;
   }
-  database.memory.meter.limit = steps;
-  database.memory.setLimit(static_cast<std::size_t>(bytes));
-}
-
-void markSession(Memory& memory, const Session& session) {
-  for (const auto& [name, value] : session.names.variables) {
-    memory.mark(name);
-    memory.mark(value);
-  }
-  if (session.names.failedOwes) memory.mark(session.names.failedProcess);
-  for (const OopType owed : session.names.left) memory.mark(owed);
-  if (!session.error.set) return;
-  const ZelErrSType& record = session.error.record;
-  memory.mark(record.context);
-  for (std::int32_t i = 0; i < record.argCount; ++i) memory.mark(record.args[i]);
-}
-
-void makeCurrent(Database& database, Session* session) {
-  database.current = session;
-  database.memory.current = session != nullptr ? &session->client : nullptr;
-  database.machine.names = session != nullptr ? &session->names : nullptr;
+  database.stepLimit = steps;
+  database.memoryLimit = static_cast<std::size_t>(bytes);
 }
 
 std::int32_t nextFreeId(Database& database) {
@@ -76,24 +53,26 @@ std::int32_t nextFreeId(Database& database) {
   return database.lastId;
 }
 
-}  // namespace
-
-Database::Database(BreakRequest& breaks) : memory(breaks), machine(memory, *this) {
-  bootstrapClasses(memory);
-  installPrimitives(memory);
-  installPrimitives(memory, systemPrimitives);
-  compileKernel(memory);
-  machine.keepOwn();
-  readLimits(*this);
-  memory.addRoots(this, [](void* owner, Memory& marked) {
-    for (const auto& [id, session] : static_cast<Database*>(owner)->sessions) {
-      markSession(marked, session);
-    }
-  });
+void refuseCopy(const std::string&, Store&, const Progress&) {
+  throw Failure(ErrNotImplemented, "a database in memory cannot be backed up");
 }
 
-Database::~Database() {
-  memory.forgetRoots(this);
+}  // namespace
+
+Database::Database(BreakRequest& breakRequest)
+    : breaks(breakRequest), repository(std::make_unique<MemoryStore>(refuseCopy)) {
+  readLimits(*this);
+}
+
+void shareMemory(Session& session, bool pressed) {
+  if (pressed) session.repository.tidy(true);
+  std::size_t elsewhere = session.repository.bytes();
+  for (auto& [id, other] : session.database.sessions) {
+    if (&other == &session) continue;
+    if (pressed) other.memory.collect();
+    elsewhere += other.memory.statistics().bytes;
+  }
+  session.memory.setTakenElsewhere(elsewhere);
 }
 
 Session& requireSession(Database& database) {
@@ -116,30 +95,22 @@ Session& login(Database& database, std::string_view user, std::string_view passw
     throw Failure(ErrTooManySessions,
                   "login denied: " + std::to_string(mostSessions) + " sessions are open already");
   }
-  database.memory.clients.reserve(database.sessions.size() + 1);
   const std::int32_t id = nextFreeId(database);
-  Session& session = database.sessions[id];
-  session.id = session.names.sessionId = session.client.id = id;
-  session.user = user;
-  database.memory.clients.push_back(&session.client);
-  makeCurrent(database, &session);
-  beginTransaction(database.memory, session.client);
-  return session;
+  database.current = &database.sessions
+                          .try_emplace(id, database, id, user, database.repository)
+                          .first->second;
+  shareMemory(*database.current, false);
+  return *database.current;
 }
 
 void logout(Database& database) {
   Session& session = requireSession(database);
   // What a soft break leaves for the next time has none; its time runs out.
-  while (database.machine.settleFailed()) continue;
-  withRoom(database.memory, [&] { abortTransaction(database.memory, session.client); });
-  releaseAllObjects(database.memory, session.client);
-  clear(database.memory, session.transcript);
-  database.memory.account(
-      -static_cast<std::ptrdiff_t>(session.names.variables.size() * Names::variableBytes));
-  std::erase(database.memory.clients, &session.client);
-  makeCurrent(database, nullptr);
+  while (session.machine.settleFailed()) continue;
+  database.current = nullptr;
+  Repository& repository = session.repository;
   database.sessions.erase(session.id);
-  database.memory.collect();
+  repository.tidy(true);
 }
 
 void selectSession(Database& database, std::int32_t id) {
@@ -147,7 +118,9 @@ void selectSession(Database& database, std::int32_t id) {
   if (found == database.sessions.end()) {
     throw Failure(ErrBadSession, "there is no session " + std::to_string(id));
   }
-  makeCurrent(database, &found->second);
+  if (database.current == &found->second) return;
+  database.current = &found->second;
+  shareMemory(*database.current, false);
 }
 
 }  // namespace zel

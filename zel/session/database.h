@@ -1,5 +1,4 @@
-// The database as a whole: the object memory with its classes and their methods, the machine that
-// runs programs in it, and the sessions.
+// The database as a whole: the store, and the sessions.
 #pragma once
 
 #include <map>
@@ -9,20 +8,24 @@
 namespace zel {
 
 struct Database {
-  // Makes the classes, their primitives and the methods written in the language itself. The limits
-  // are those of the environment: POVZEL_STEPS, POVZEL_MEMORY.
-  explicit Database(BreakRequest& breaks);
-  ~Database();
+  // The limits are those of the environment: POVZEL_STEPS, POVZEL_MEMORY.
+  explicit Database(BreakRequest& breakRequest);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
-  Memory memory;
-  Machine machine;
+  BreakRequest& breaks;
+  Repository repository;
   std::map<std::int32_t, Session> sessions;
   Session* current = nullptr;  // null when nobody is logged in or selected
   std::int32_t lastId = 0;
+  std::uint64_t stepLimit = 0;
+  std::size_t memoryLimit = defaultMemoryLimit;
   std::string wrongSetting;  // what the environment says wrongly: nobody can log in
 };
+
+// Has the sessions' memories share the limit: tells the session how much of it the others and the
+// store take. With `pressed` they collect before.
+void shareMemory(Session& session, bool pressed);
 
 // The current session; throws ErrBadSession if there is none.
 Session& requireSession(Database& database);

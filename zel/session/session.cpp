@@ -3,9 +3,65 @@
 #include <algorithm>
 #include <cstring>
 
+#include "database.h"
+#include "kernel/methods.h"
+#include "objmem/classes.h"
+#include "system.h"
+#include "vm/primitives.h"
 #include "vm/tracing.h"
 
 namespace zel {
+
+namespace {
+
+void markSession(Memory& memory, const Session& session) {
+  for (const auto& [name, value] : session.names.variables) {
+    memory.mark(name);
+    memory.mark(value);
+  }
+  if (session.names.failedOwes) memory.mark(session.names.failedProcess);
+  for (const OopType owed : session.names.left) memory.mark(owed);
+  if (!session.error.set) return;
+  const ZelErrSType& record = session.error.record;
+  memory.mark(record.context);
+  for (std::int32_t i = 0; i < record.argCount; ++i) memory.mark(record.args[i]);
+}
+
+}  // namespace
+
+Session::Session(Database& owner, std::int32_t number, std::string_view userName,
+                 Repository& ofStore)
+    : database(owner),
+      repository(ofStore),
+      id(number),
+      user(userName),
+      memory(owner.breaks, repository.identities),
+      machine(memory, *this) {
+  names.sessionId = client.id = id;
+  machine.names = &names;
+  bootstrapClasses(memory);
+  installPrimitives(memory);
+  installPrimitives(memory, systemPrimitives);
+  compileKernel(memory);
+  machine.keepOwn();
+  memory.sealKernel();
+  memory.meter.limit = owner.stepLimit;
+  memory.setLimit(owner.memoryLimit);
+  memory.clients.push_back(&client);
+  memory.current = &client;
+  memory.relief = {this, [](void* session) {
+                     shareMemory(*static_cast<Session*>(session), true);
+                   }};
+  memory.addRoots(this, [](void* session, Memory& marked) {
+    markSession(marked, *static_cast<Session*>(session));
+  });
+  workspace = std::make_unique<Workspace>(memory, client, repository);
+  beginTransaction(memory, client);
+}
+
+Session::~Session() {
+  memory.forgetRoots(this);
+}
 
 void setPendingError(PendingError& pending, Session* session, const Failure& failure) {
   ZelErrSType& record = pending.record;

@@ -1,11 +1,14 @@
-// Sessions: who is logged in, and what each has on its own.
+// Sessions: who is logged in, and what each has on its own: an object memory, a machine that runs
+// its programs there, and a view of the store.
 #pragma once
 
-#include "objmem/clients.h"
 #include "transcript.h"
 #include "vm/machine.h"
+#include "workspace.h"
 
 namespace zel {
+
+struct Database;
 
 constexpr std::int32_t mostSessions = 64;
 
@@ -16,13 +19,25 @@ struct PendingError {
 };
 
 struct Session {
-  std::int32_t id = 0;
+  // Makes the classes, their primitives and the methods written in the language itself, and begins
+  // the first transaction.
+  Session(Database& owner, std::int32_t number, std::string_view userName, Repository& repository);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Database& database;
+  Repository& repository;
+  std::int32_t id;
   std::string user;
+  Memory memory;
+  Machine machine;
   Names names;
   Client client;
   PendingError error;
   Transcript transcript;
   bool selects = false;  // its client says itself where requests begin, by selecting it
+  std::unique_ptr<Workspace> workspace;
 };
 
 // Stores a failure as the pending error, in place of an earlier one. Its objects are kept for the

@@ -9,34 +9,42 @@ namespace zel {
 
 namespace {
 
-Client& client(Machine& machine) {
-  return machine.database.current->client;
-}
-
+// What goes on behind the end of a transaction begins the next with its first access.
 OopType commit(Machine& machine, OopType, const OopType*) {
-  commitTransaction(machine.memory, client(machine));
+  withRoom(machine.memory, [&] { machine.session.workspace->commit(); });
   return TrueOop;
 }
 OopType abortMessage(Machine& machine, OopType receiver, const OopType*) {
-  abortTransaction(machine.memory, client(machine));
+  Workspace& workspace = *machine.session.workspace;
+  withRoom(machine.memory, [&] { workspace.abort(); });
+  withRoom(machine.memory, [&] { workspace.begin(); });
   return receiver;
+}
+// Moves the session to the newest state; what it has changed would not fit there.
+OopType refresh(Machine& machine, OopType receiver, const OopType*) {
+  Workspace& workspace = *machine.session.workspace;
+  if (workspace.hasChanges()) {
+    throw Failure(ErrNotPermitted,
+                  "the session has changes that are not committed: commit or abort them first");
+  }
+  return abortMessage(machine, receiver, nullptr);
 }
 // Ends no program that failed, as what needs the machine does.
 OopType needsCommit(Memory& memory, OopType, const OopType*) {
-  return booleanOop(!memory.current->transaction.images.empty());
+  return booleanOop(!memory.current->transaction.written.empty());
 }
 OopType suspend(Machine&, OopType, const OopType* args) {
   throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);
 }
 OopType userName(Machine& machine, OopType, const OopType*) {
   return withRoom(machine.memory,
-                  [&] { return stringOop(machine.memory, machine.database.current->user); });
+                  [&] { return stringOop(machine.memory, machine.session.user); });
 }
 OopType sessionId(Machine& machine, OopType, const OopType*) {
-  return smallIntOop(machine.database.current->id);
+  return smallIntOop(machine.session.id);
 }
 OopType sessions(Machine& machine, OopType, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(machine.database.sessions.size()));
+  return smallIntOop(static_cast<std::int32_t>(machine.session.database.sessions.size()));
 }
 OopType version(Memory& memory, OopType, const OopType*) {
   return stringOop(memory, "6.7.1");
@@ -63,13 +71,13 @@ OopType stepLimit(Memory& memory, OopType, const OopType*) {
 
 OopType takeTranscript(Machine& machine, OopType, const OopType*) {
   return withRoom(machine.memory,
-                  [&] { return take(machine.memory, machine.database.current->transcript); });
+                  [&] { return take(machine.memory, machine.session.transcript); });
 }
 OopType writeTranscript(Machine& machine, OopType receiver, const OopType* args) {
   Memory& memory = machine.memory;
   withRoom(memory, [&] {
     const std::string text = utf8Argument(memory, args[0]);
-    write(memory, machine.database.current->transcript, text);
+    write(memory, machine.session.transcript, text);
   });
   return receiver;
 }
@@ -79,6 +87,7 @@ constexpr Primitive systemClassMessages[] = {
     {"commitTransaction", commit},
     {"abort", abortMessage},
     {"abortTransaction", abortMessage},
+    {"refresh", refresh},
     {"needsCommit", needsCommit},
     {"suspend:", suspend},
     {"userName", userName},

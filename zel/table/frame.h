@@ -24,8 +24,8 @@ Library& library();
 
 // Opens the database; does nothing when it is open.
 Database& openDatabase();
-// The open database. Throws ErrBadSession unless a session is current in it.
-Database& sessionDatabase();
+// The current session. Throws ErrBadSession if there is none.
+Session& currentSession();
 
 // Stores the failure as the pending error, whatever memory is left.
 void leaveError(const Failure& failure) noexcept;
@@ -53,22 +53,30 @@ void guarded(Body body) noexcept {
 }
 
 // The same for work in a session that may be done once more when it found no room the first time.
-// `body` takes the database.
+// `body` takes the session.
 template <typename Result, typename Body>
 Result inSession(Result otherwise, Body body) noexcept {
   return guarded(otherwise, [&] {
-    Database& database = sessionDatabase();
-    database.memory.collectIfDue();
-    return withRoom(database.memory, [&] { return body(database); });
+    Session& session = currentSession();
+    session.memory.collectIfDue();
+    return withRoom(session.memory, [&] {
+      session.workspace->begin();
+      return body(session);
+    });
   });
 }
 
 template <typename Body>
 void inSession(Body body) noexcept {
-  inSession(0, [&](Database& database) {
-    body(database);
+  inSession(0, [&](Session& session) {
+    body(session);
     return 0;
   });
+}
+
+// Begins what the session's transaction sees, if this is its first access.
+inline void beginAccess(Session& session) {
+  withRoom(session.memory, [&] { session.workspace->begin(); });
 }
 
 // Keeps what a client names from collections, until its program does.
@@ -93,15 +101,15 @@ class Given {
 
 // Keeps the value for the current session's client and answers it. What a program has answered is
 // not to be lost for want of room.
-inline OopType handOut(Database& database, OopType oop) {
-  Client& client = database.current->client;
+inline OopType handOut(Session& session, OopType oop) {
+  Client& client = session.client;
   try {
-    return handOut(database.memory, client, oop);
+    return handOut(session.memory, client, oop);
   } catch (const std::bad_alloc&) {
   }
-  const Given given(database.memory, oop, {});
-  const InRoom room(database.memory, Room::library);
-  return withRoom(database.memory, [&] { return handOut(database.memory, client, oop); });
+  const Given given(session.memory, oop, {});
+  const InRoom room(session.memory, Room::library);
+  return withRoom(session.memory, [&] { return handOut(session.memory, client, oop); });
 }
 
 // Throws ErrBadArgument unless `pointer` is there or `count` is 0.

@@ -15,11 +15,12 @@ namespace {
 
 // What runs a program begins a request of clients that do not begin theirs by selecting the
 // session.
-Database& databaseToRun() {
-  Database& database = sessionDatabase();
-  database.current->client.failedNow = false;
-  if (!database.current->selects) beginRequest(database.current->client);
-  return database;
+Session& sessionToRun() {
+  Session& session = currentSession();
+  session.client.failedNow = false;
+  if (!session.selects) beginRequest(session.client);
+  beginAccess(session);
+  return session;
 }
 
 // A client asks for the transcript between two programs. That is no program and no request: what
@@ -27,10 +28,10 @@ Database& databaseToRun() {
 constexpr std::string_view transcriptText = "System takeTranscript";
 
 OopType takeTranscript() {
-  Database& database = sessionDatabase();
-  const InRoom room(database.memory, database.memory.roomToRun());
-  return handOut(database, withRoom(database.memory, [&] {
-                   return take(database.memory, database.current->transcript);
+  Session& session = currentSession();
+  const InRoom room(session.memory, session.memory.roomToRun());
+  return handOut(session, withRoom(session.memory, [&] {
+                   return take(session.memory, session.transcript);
                  }));
 }
 
@@ -47,10 +48,10 @@ void addKeys(const Memory& memory, OopType dictionary, std::set<std::string>& na
 }
 
 OopType allNames() {
-  Database& database = sessionDatabase();
-  Memory& memory = database.memory;
+  Session& session = currentSession();
+  Memory& memory = session.memory;
   std::set<std::string> names;
-  for (const auto& [name, value] : database.current->names.variables) {
+  for (const auto& [name, value] : session.names.variables) {
     names.insert(utf8Argument(memory, name));
   }
   addKeys(memory, GlobalsOop, names);
@@ -64,17 +65,17 @@ OopType allNames() {
   std::string lines;
   for (const std::string& name : names) lines += name + '\n';
   const InRoom room(memory, memory.roomToRun());
-  return handOut(database, withRoom(memory, [&] { return stringOop(memory, lines); }));
+  return handOut(session, withRoom(memory, [&] { return stringOop(memory, lines); }));
 }
 
 // The symbol list of a session is always the globals; the argument only has to be an object.
 OopType execute(std::string_view source, OopType symbolList) {
   if (source == transcriptText) return takeTranscript();
   if (source == namesText) return allNames();
-  Database& database = databaseToRun();
-  database.memory.requireValue(symbolList);
-  const Run run(database.memory.meter);
-  return handOut(database, database.machine.execute(source));
+  Session& session = sessionToRun();
+  session.memory.requireValue(symbolList);
+  const Run run(session.memory.meter);
+  return handOut(session, session.machine.execute(source));
 }
 
 // The failure that an array of a message and a stack text stands for.
@@ -85,9 +86,9 @@ Failure failureFrom(Memory& memory, OopType message, OopType stack) {
   return Failure(ErrUser, utf8Argument(memory, message)).signalledBy(exception);
 }
 
-OopType continueWith(Database& database, OopType process, OopType replacement) {
-  Memory& memory = database.memory;
-  if (replacement == NoOop) return database.machine.continueWithValue(process, NilOop);
+OopType continueWith(Session& session, OopType process, OopType replacement) {
+  Memory& memory = session.memory;
+  if (replacement == NoOop) return session.machine.continueWithValue(process, NilOop);
   const Object& array = memory.require(replacement);
   if (array.impl != Impl::pointers || array.size < 1 || array.size > 2) {
     throw Failure(ErrBadArgumentKind,
@@ -95,10 +96,10 @@ OopType continueWith(Database& database, OopType process, OopType replacement) {
                   {replacement});
   }
   const OopType first = array.slots[0];
-  if (array.size == 1) return database.machine.continueWithValue(process, first);
+  if (array.size == 1) return session.machine.continueWithValue(process, first);
   const OopType stack = array.slots[1];
   const Given given(memory, replacement, {&process, 1});
-  return database.machine.continueWithFailure(
+  return session.machine.continueWithFailure(
       process, withRoom(memory, [&] { return failureFrom(memory, first, stack); }));
 }
 
@@ -113,7 +114,7 @@ OopType ZelExecuteStr(const char* source, OopType symbolList) {
 
 OopType ZelExecute(OopType source, OopType symbolList) {
   return guarded(NoOop, [&] {
-    const Memory& memory = sessionDatabase().memory;
+    const Memory& memory = currentSession().memory;
     memory.requireValue(source);
     // A copy: the source itself may go when the memory is full.
     return execute(utf8Argument(memory, source), symbolList);
@@ -123,31 +124,31 @@ OopType ZelExecute(OopType source, OopType symbolList) {
 OopType ZelPerform(OopType receiver, const char* selector, const OopType* args,
                    ArraySizeType count) {
   return guarded(NoOop, [&] {
-    Database& database = databaseToRun();
+    Session& session = sessionToRun();
     requirePointer(selector, 1, "the selector");
     requirePointer(args, count, "the argument array");
-    database.memory.requireValue(receiver);
+    session.memory.requireValue(receiver);
     if (argumentCountOf(selector) < 0 ||
         static_cast<ArraySizeType>(argumentCountOf(selector)) != count) {
       throw Failure(ErrBadMessageParts,
                     "'" + std::string(selector) + "' is no message with " + argumentsText(count));
     }
     if (count > mostArguments) throw Failure(ErrBadMessageParts, "too many arguments");
-    for (ArraySizeType i = 0; i < count; ++i) database.memory.requireValue(args[i]);
-    const Given given(database.memory, receiver, {args, count});
-    const Run run(database.memory.meter);
-    return handOut(database, database.machine.perform(receiver, selector, {args, count}));
+    for (ArraySizeType i = 0; i < count; ++i) session.memory.requireValue(args[i]);
+    const Given given(session.memory, receiver, {args, count});
+    const Run run(session.memory.meter);
+    return handOut(session, session.machine.perform(receiver, selector, {args, count}));
   });
 }
 
 OopType ZelContinueWith(OopType process, OopType replacement, long, ZelErrSType* error) {
   return guarded(NoOop, [&] {
-    Database& database = databaseToRun();
-    const Run run(database.memory.meter);
-    if (error == nullptr) return handOut(database, continueWith(database, process, replacement));
+    Session& session = sessionToRun();
+    const Run run(session.memory.meter);
+    if (error == nullptr) return handOut(session, continueWith(session, process, replacement));
     const Failure failure(
         error->number, std::string(error->message, strnlen(error->message, sizeof error->message)));
-    return handOut(database, database.machine.continueWithFailure(process, failure));
+    return handOut(session, session.machine.continueWithFailure(process, failure));
   });
 }
 

@@ -56,7 +56,7 @@ void storeOops(Memory& memory, OopType oop, std::size_t first, const OopType* oo
   for (ArraySizeType i = 0; i < count; ++i) memory.requireValue(oops[i]);
   if (count == 0) return;
   prepareWrite(memory, oop);
-  dropIndex(memory, oop);
+  if (first >= memory.at(oop).namedSize) dropIndex(memory, oop);
   if (first + count > memory.at(oop).size) memory.resize(oop, first + count);
   std::copy(oops, oops + count, memory.at(oop).slots + first);
 }
@@ -81,7 +81,8 @@ Object& indexedOopsObject(const Memory& memory, OopType oop) {
   return object;
 }
 
-void describeObject(const Memory& memory, OopType oop, ZelObjInfoSType& info) {
+void describeObject(Memory& memory, OopType oop, ZelObjInfoSType& info) {
+  noteElementsRead(memory, oop);
   info = {};
   info.objId = oop;
   info.objClass = classOf(memory, oop);
@@ -117,8 +118,8 @@ ArraySizeType copyBody(const Memory& memory, OopType oop, long start, ArraySizeT
 
 BoolType ZelFetchObjInfo(OopType oop, long start, ArraySizeType bufferSize, ZelObjInfoSType* info,
                          ByteType* buffer, ArraySizeType* count) {
-  return inSession(BoolType{0}, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(BoolType{0}, [&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(info, 1, "the information record");
     requirePointer(buffer, bufferSize, "the value buffer");
     memory.requireValue(oop);
@@ -131,8 +132,8 @@ BoolType ZelFetchObjInfo(OopType oop, long start, ArraySizeType bufferSize, ZelO
 }
 
 long ZelFetchBytes(OopType oop, long start, ByteType* buffer, ArraySizeType count) {
-  return inSession(0L, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(0L, [&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(buffer, count, "the byte buffer");
     const Object& object = bytesObject(memory, oop);
     return copyElements(object.bytes, offsetOf(oop, start, object.size), object.size, buffer,
@@ -141,18 +142,19 @@ long ZelFetchBytes(OopType oop, long start, ByteType* buffer, ArraySizeType coun
 }
 
 long ZelFetchVaryingOops(OopType oop, long start, OopType* buffer, ArraySizeType count) {
-  return inSession(0L, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(0L, [&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(buffer, count, "the oop buffer");
     const Object& object = oopsObject(memory, oop);
+    noteElementsRead(memory, oop);
     const std::size_t first = offsetOf(oop, start, object.indexedSize()) + object.namedSize;
     return copyElements(object.slots, first, object.size, buffer, count);
   });
 }
 
 OopType ZelFetchNamedOop(OopType oop, long index) {
-  return inSession(NoOop, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(NoOop, [&](Session& session) {
+    Memory& memory = session.memory;
     const Object& object = memory.require(oop);
     if (index < 1 || index > object.namedSize) {
       throw Failure(ErrBadOffset, "the object has no named slot " + std::to_string(index), {oop});
@@ -162,8 +164,8 @@ OopType ZelFetchNamedOop(OopType oop, long index) {
 }
 
 long ZelFetchNamedOops(OopType oop, long start, OopType* buffer, ArraySizeType count) {
-  return inSession(0L, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(0L, [&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(buffer, count, "the oop buffer");
     const Object& object = memory.require(oop);
     const std::size_t named = object.namedSize;
@@ -173,8 +175,8 @@ long ZelFetchNamedOops(OopType oop, long start, OopType* buffer, ArraySizeType c
 
 void ZelStoreBytesInstanceOf(OopType classOop, OopType oop, long start, const ByteType* bytes,
                              ArraySizeType count) {
-  inSession([&](Database& database) {
-    Memory& memory = database.memory;
+  inSession([&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(bytes, count, "the byte buffer");
     const Object& object = bytesObject(memory, oop);
     if (classOop != NilOop && !(isClass(memory, classOop) && isKindOf(memory, oop, classOop))) {
@@ -197,8 +199,8 @@ void ZelStoreBytesInstanceOf(OopType classOop, OopType oop, long start, const By
 }
 
 void ZelStoreIdxOops(OopType oop, long start, const OopType* oops, ArraySizeType count) {
-  inSession([&](Database& database) {
-    Memory& memory = database.memory;
+  inSession([&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(oops, count, "the oop array");
     const Object& object = indexedOopsObject(memory, oop);
     const std::size_t first = offsetOf(oop, start, object.indexedSize());
@@ -207,8 +209,8 @@ void ZelStoreIdxOops(OopType oop, long start, const OopType* oops, ArraySizeType
 }
 
 void ZelStoreNamedOops(OopType oop, long start, const OopType* oops, ArraySizeType count) {
-  inSession([&](Database& database) {
-    Memory& memory = database.memory;
+  inSession([&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(oops, count, "the oop array");
     const Object& object = oopsObject(memory, oop);
     const std::size_t named = object.namedSize;
@@ -223,8 +225,8 @@ void ZelStoreNamedOops(OopType oop, long start, const OopType* oops, ArraySizeTy
 }
 
 void ZelStoreOop(OopType oop, long index, OopType value) {
-  inSession([&](Database& database) {
-    Memory& memory = database.memory;
+  inSession([&](Session& session) {
+    Memory& memory = session.memory;
     const Object& object = oopsObject(memory, oop);
     const std::size_t first = offsetOf(oop, index, object.size);
     const bool named = first < object.namedSize;

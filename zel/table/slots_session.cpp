@@ -20,11 +20,10 @@ Database& openDatabase() {
   return *database;
 }
 
-Database& sessionDatabase() {
+Session& currentSession() {
   Library& loaded = library();
   if (!loaded.database) throw Failure(ErrBadSession, "no session is current: log in first");
-  requireSession(*loaded.database);
-  return *loaded.database;
+  return requireSession(*loaded.database);
 }
 
 void leaveError(const Failure& failure) noexcept {
@@ -39,10 +38,11 @@ void leaveError(const Failure& failure) noexcept {
 
 void leaveMemoryError() noexcept {
   const Database* database = library().database.get();
+  const Session* session = database != nullptr ? database->current : nullptr;
   try {
     setPendingError(library().pendingError(), nullptr,
-                    database != nullptr ? memoryFailure(database->memory)
-                                        : Failure(ErrNoMemory, "out of memory"));
+                    session != nullptr ? memoryFailure(session->memory)
+                                       : Failure(ErrNoMemory, "out of memory"));
   } catch (const std::bad_alloc&) {
     // Not even the text: the number alone.
     PendingError& pending = library().pendingError();
@@ -88,9 +88,9 @@ BoolType ZelLogin(const char* user, const char* password) {
 
 void ZelLogout() {
   guarded([] {
-    Database& database = sessionDatabase();
-    const Run run(database.memory.meter);
-    logout(database);
+    Session& session = currentSession();
+    const Run run(session.memory.meter);
+    logout(session.database);
   });
 }
 
@@ -107,10 +107,11 @@ void ZelSetSessionId(ZelSessionIdType id) {
     }
     selectSession(*database, id);
     // A new request begins: an error that nobody asked for belongs to an earlier one.
-    database->current->error.set = false;
-    database->current->selects = true;
-    beginRequest(database->current->client);
-    database->memory.collectIfDue();
+    Session& session = *database->current;
+    session.error.set = false;
+    session.selects = true;
+    beginRequest(session.client);
+    session.memory.collectIfDue();
   });
 }
 
@@ -139,15 +140,15 @@ void ZelUnload() {
 }
 
 BoolType ZelCommit() {
-  return inSession(BoolType{0}, [](Database& database) {
-    commitTransaction(database.memory, database.current->client);
+  return inSession(BoolType{0}, [](Session& session) {
+    session.workspace->commit();
     return BoolType{1};
   });
 }
 
 void ZelAbort() {
   inSession(
-      [](Database& database) { abortTransaction(database.memory, database.current->client); });
+      [](Session& session) { session.workspace->abort(); });
 }
 
 BoolType ZelSoftBreak() {

@@ -10,43 +10,43 @@ namespace zel::slots {
 namespace {
 
 // The program that failed last was released: nobody can continue it any more.
-void settleReleased(Database& database) {
-  const Run run(database.memory.meter);
-  database.machine.settleFailed();
+void settleReleased(Session& session) {
+  const Run run(session.memory.meter);
+  session.machine.settleFailed();
 }
 
 }  // namespace
 
 OopType ZelLongToOop(long value) {
   if (fitsSmallInt(value)) return smallIntOop(static_cast<std::int32_t>(value));
-  return inSession(NoOop, [&](Database& database) {
-    Memory& memory = database.memory;
-    return handOut(database, integerOop(memory, value));
+  return inSession(NoOop, [&](Session& session) {
+    Memory& memory = session.memory;
+    return handOut(session, integerOop(memory, value));
   });
 }
 
 OopType ZelFltToOop(double value) {
-  return inSession(NoOop, [&](Database& database) {
-    Memory& memory = database.memory;
-    return handOut(database, floatOop(memory, value));
+  return inSession(NoOop, [&](Session& session) {
+    Memory& memory = session.memory;
+    return handOut(session, floatOop(memory, value));
   });
 }
 
 OopType ZelNewOop(OopType classOop) {
-  return inSession(NoOop, [&](Database& database) {
-    Memory& memory = database.memory;
-    return handOut(database, newInstance(memory, classOop));
+  return inSession(NoOop, [&](Session& session) {
+    Memory& memory = session.memory;
+    return handOut(session, newInstance(memory, classOop));
   });
 }
 
 OopType ZelNewDateTime(OopType classOop, const ZelDateTimeSType* time) {
-  return inSession(NoOop, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(NoOop, [&](Session& session) {
+    Memory& memory = session.memory;
     requirePointer(time, 1, "the date-time record");
     if (!isClass(memory, classOop) || !inheritsFrom(memory, classOop, DateTimeClassOop)) {
       throw Failure(ErrBadArgumentKind, "a class of date-times is expected", {classOop});
     }
-    return handOut(database, dateTimeOop(memory, classOop, *time));
+    return handOut(session, dateTimeOop(memory, classOop, *time));
   });
 }
 
@@ -66,8 +66,8 @@ char ZelOopToChr(OopType oop) {
 }
 
 double ZelOopToFlt(OopType oop) {
-  return inSession(0.0, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(0.0, [&](Session& session) {
+    Memory& memory = session.memory;
     if (!isFloat(memory, oop)) throw Failure(ErrNotFloat, "a float is expected", {oop});
     return floatValue(memory, oop);
   });
@@ -75,8 +75,8 @@ double ZelOopToFlt(OopType oop) {
 
 long ZelOopToLong(OopType oop) {
   if (isSmallInt(oop)) return smallIntValue(oop);
-  return inSession(0L, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(0L, [&](Session& session) {
+    Memory& memory = session.memory;
     if (!isInteger(memory, oop)) throw Failure(ErrNotLong, "an integer is expected", {oop});
     std::int64_t value = 0;
     if (!toInt64(memory, oop, value) || value < INT32_MIN || value > INT32_MAX) {
@@ -87,8 +87,8 @@ long ZelOopToLong(OopType oop) {
 }
 
 BoolType ZelIsKindOf(OopType oop, OopType classOop) {
-  return inSession(BoolType{0}, [&](Database& database) {
-    Memory& memory = database.memory;
+  return inSession(BoolType{0}, [&](Session& session) {
+    Memory& memory = session.memory;
     memory.requireValue(oop);
     if (!isClass(memory, classOop))
       throw Failure(ErrBadArgumentKind, "a class is expected", {classOop});
@@ -99,54 +99,54 @@ BoolType ZelIsKindOf(OopType oop, OopType classOop) {
 // Immediate values need no keeping and are passed over. When an oop names no object the others
 // are saved all the same.
 void ZelSaveObjs(const OopType* oops, ArraySizeType count) {
-  inSession([&](Database& database) {
+  inSession([&](Session& session) {
     requirePointer(oops, count, "the oop array");
     OopType missing = 0;
     for (ArraySizeType i = 0; i < count; ++i) {
       if (isImmediate(oops[i])) continue;
-      if (database.memory.find(oops[i]) == nullptr) {
+      if (session.memory.find(oops[i]) == nullptr) {
         missing = oops[i];
       } else {
-        exportObject(database.memory, database.current->client, oops[i]);
+        exportObject(session.memory, session.client, oops[i]);
       }
     }
-    if (missing != 0) database.memory.require(missing);
+    if (missing != 0) session.memory.require(missing);
   });
 }
 
 // Oops that are not in the set, or name nothing any more, are passed over: releasing twice is no
 // error.
 void ZelReleaseOops(const OopType* oops, ArraySizeType count) {
-  inSession([&](Database& database) {
+  inSession([&](Session& session) {
     requirePointer(oops, count, "the oop array");
     for (ArraySizeType i = 0; i < count; ++i) {
-      releaseObject(database.memory, database.current->client, oops[i]);
-      releaseHandedOut(database.current->client, oops[i]);
-      if (oops[i] == database.current->names.failedProcess) settleReleased(database);
+      releaseObject(session.memory, session.client, oops[i]);
+      releaseHandedOut(session.client, oops[i]);
+      if (oops[i] == session.names.failedProcess) settleReleased(session);
     }
   });
 }
 
 void ZelReleaseAllOops() {
-  inSession([](Database& database) {
-    releaseAllObjects(database.memory, database.current->client);
-    releaseAllHandedOut(database.current->client);
-    settleReleased(database);
+  inSession([](Session& session) {
+    releaseAllObjects(session.memory, session.client);
+    releaseAllHandedOut(session.client);
+    settleReleased(session);
   });
 }
 
 void ZelDirtyObjsInit() {
-  inSession([](Database& database) { database.current->client.tracksChanges = true; });
+  inSession([](Session& session) { session.client.tracksChanges = true; });
 }
 
 // Answers whether the oops delivered were all there are.
 BoolType ZelDirtySaveObjs(OopType* oops, ArraySizeType* count) {
-  return inSession(BoolType{0}, [&](Database& database) {
+  return inSession(BoolType{0}, [&](Session& session) {
     requirePointer(count, 1, "the count");
     const ArraySizeType room = *count;
     *count = 0;
     requirePointer(oops, room, "the oop array");
-    Client& client = database.current->client;
+    Client& client = session.client;
     if (!client.tracksChanges) {
       throw Failure(ErrBadArgument, "changes are not tracked: call ZelDirtyObjsInit first");
     }

@@ -16,9 +16,6 @@ namespace {
 constexpr std::size_t mostStackValues = 1U << 20;
 constexpr std::size_t mostVariables = 100'000;
 
-// A block's slots.
-enum BlockSlot { BlockEnvironment, BlockReceiver, BlockMethod, BlockNumber, BlockHome };
-constexpr std::size_t blockSlots = 6;
 constexpr int homeBits = 29;  // of an activation's number in each of the two last slots
 
 // What lookups go by: the class of the receiver, or for a class itself the class with a bit more,
@@ -26,7 +23,7 @@ constexpr int homeBits = 29;  // of an activation's number in each of the two la
 OopType keyOf(const Memory& memory, OopType receiver) {
   if (isSmallInt(receiver)) return SmallIntegerClass;
   if ((receiver & 3) != 1) return classOf(memory, receiver);
-  const OopType classOop = memory.at(receiver).classOop;
+  const OopType classOop = memory.lookAt(receiver).classOop;
   return classOop == ClassClass ? receiver | 2 : classOop;
 }
 
@@ -40,7 +37,7 @@ std::int32_t asSigned(OopType oop) {
 
 // The same as isFloat, for an oop that is known to be a value or to name an object.
 bool isFloatObject(const Memory& memory, OopType oop) {
-  return (oop & 3) == 1 && memory.at(oop).classOop == FloatClassOop;
+  return (oop & 3) == 1 && memory.lookAt(oop).classOop == FloatClassOop;
 }
 
 std::uint64_t homeOf(const Object& block) {
@@ -55,13 +52,6 @@ const Code& codeOf(const Memory& memory, const Object& block) {
 
 const BlockCode& bodyOf(const Code& code, const Object& block) {
   return code.blocks[static_cast<std::size_t>(smallIntValue(block.slots[BlockNumber]))];
-}
-
-// The slot of a captured variable.
-OopType& outerPlace(const Memory& memory, const Frame& frame, Op op) {
-  OopType environment = frame.environment;
-  for (unsigned hops = op.b; hops > 0; --hops) environment = memory.at(environment).slots[0];
-  return memory.at(environment).slots[op.a + 1];
 }
 
 }  // namespace
@@ -136,7 +126,7 @@ struct Machine::Registers {
   }
 };
 
-Machine::Machine(Memory& memoryToUse, Database& owner) : memory(memoryToUse), database(owner) {
+Machine::Machine(Memory& memoryToUse, Session& owner) : memory(memoryToUse), session(owner) {
   memory.addRoots(this,
                   [](void* machine, Memory&) { static_cast<Machine*>(machine)->markRoots(); });
 }
@@ -155,6 +145,51 @@ void Machine::markRoots() {
     memory.mark(failure->exceptionClass);
     memory.mark(failure->context);
   }
+}
+
+// The object, which may have to be loaded: that can fail between two ops.
+[[gnu::always_inline]] inline Object& Machine::reach(const Registers& at, OopType oop) {
+  Object* object = memory.atHand(oop);
+  return object != nullptr ? *object : bring(at, oop);
+}
+
+Object& Machine::bring(const Registers& at, OopType oop) {
+  at.store(*process_);
+  withRoom(memory, [&] { memory.at(oop); });
+  return memory.at(oop);
+}
+
+// The same for a value whose class is asked for.
+[[gnu::always_inline]] inline void Machine::lookFor(const Registers& at, OopType oop) {
+  if ((oop & 3) != 1 || memory.atHand(oop) != nullptr) return;
+  at.store(*process_);
+  withRoom(memory, [&] { memory.lookAt(oop); });
+}
+
+// What holds a captured variable.
+[[gnu::always_inline]] inline Object& Machine::outer(const Registers& at) {
+  Object* environment = &reach(at, at.frame->environment);
+  for (unsigned hops = at.pc->b; hops > 0; --hops) {
+    environment = &reach(at, environment->slots[0]);
+  }
+  return *environment;
+}
+
+[[gnu::always_inline]] inline Object& Machine::changeable(Object& environment,
+                                                          const Registers& at) {
+  if (environment.stored && !environment.dirty) noteEnvironment(at);
+  return environment;
+}
+
+// Environments of blocks in the store are changed by their programs alone.
+void Machine::noteEnvironment(const Registers& at) {
+  at.store(*process_);
+  OopType oop = at.frame->environment;
+  for (unsigned hops = at.pc->b; hops > 0; --hops) oop = memory.at(oop).slots[0];
+  withRoom(memory, [&] {
+    const ChangeOfInvariant change(memory, oop);
+    prepareWrite(memory, oop);
+  });
 }
 
 // Called when the countdown has ended, which it has soon after a message that soft breaks wait for.
@@ -500,13 +535,13 @@ OopType Machine::interpret() {
         at.locals[at.pc->a] = *at.sp--;
         continue;
       case OpCode::pushOuter:
-        *++at.sp = outerPlace(memory, *at.frame, *at.pc);
+        *++at.sp = outer(at).slots[at.pc->a + 1];
         continue;
       case OpCode::storeOuter:
-        outerPlace(memory, *at.frame, *at.pc) = *at.sp;
+        changeable(outer(at), at).slots[at.pc->a + 1] = *at.sp;
         continue;
       case OpCode::pushInstance:
-        *++at.sp = memory.at(at.frame->receiver).slots[at.pc->a];
+        *++at.sp = reach(at, at.frame->receiver).slots[at.pc->a];
         continue;
       case OpCode::storeInstance:
         at.store(*process_);
@@ -528,7 +563,7 @@ OopType Machine::interpret() {
         at.frame->environment = makeEnvironment(at.pc->a);
         continue;
       case OpCode::leaveEnvironment:
-        at.frame->environment = memory.at(at.frame->environment).slots[0];
+        at.frame->environment = reach(at, at.frame->environment).slots[0];
         continue;
       case OpCode::pop:
         --at.sp;
@@ -676,6 +711,8 @@ OopType Machine::interpret() {
     }
 
     if (at.pc->code != OpCode::send) {
+      lookFor(at, at.sp[-1]);
+      lookFor(at, at.sp[0]);
       const OopType result = floatArithmetic(*at.pc, at.sp[-1], at.sp[0]);
       if (result != 0) {
         --at.sp;
@@ -693,6 +730,7 @@ OopType Machine::interpret() {
       poll();
     }
     OopType* receiver = at.sp - count;
+    lookFor(at, *receiver);
     const OopType key = keyOf(memory, *receiver);
     if (site.key != key || site.epoch != memory.lookupEpoch()) {
       at.storeForSend(*process_, count);
@@ -721,8 +759,8 @@ OopType Machine::interpret() {
         continue;
       }
       case Routine::Kind::block: {
-        const Object& block = memory.at(*receiver);
-        if (block.classOop == BlockClass) {
+        const Object& block = memory.lookAt(*receiver);
+        if (block.classOop == BlockClass && !block.stored) {
           const Code& called = codeOf(memory, block);
           const BlockCode& body = bodyOf(called, block);
           if (body.argumentCount == count && at.hasRoom(*process_, body)) {

@@ -17,7 +17,7 @@
 
 namespace zel {
 
-struct Database;
+struct Session;
 
 // Names that belong to a session, and which session that is.
 struct Names {
@@ -62,13 +62,13 @@ enum class Arrival : std::uint8_t {
 
 class Machine {
  public:
-  Machine(Memory& memoryToUse, Database& owner);
+  Machine(Memory& memoryToUse, Session& owner);
   ~Machine() { memory.forgetRoots(this); }
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
   Memory& memory;
-  Database& database;               // for the messages that concern sessions
+  Session& session;                 // for the messages that concern sessions
   Names* names = nullptr;           // of the current session
   std::size_t mostFrames = 20'000;  // activations at a time
 
@@ -128,6 +128,12 @@ class Machine {
   OopType carryOut(OopType process, Failure* failure, bool briefly);
   OopType suspendedProcess(OopType process) const;
   OopType interpret();
+  Object& reach(const Registers& at, OopType oop);
+  Object& bring(const Registers& at, OopType oop);
+  void lookFor(const Registers& at, OopType oop);
+  Object& outer(const Registers& at);
+  Object& changeable(Object& environment, const Registers& at);
+  void noteEnvironment(const Registers& at);
   void poll();
   void sendPending();
   const Routine& find(OopType receiver, OopType key, OopType selector, std::size_t argumentCount);

@@ -251,6 +251,7 @@ OopType copyFromTo(Memory& memory, OopType receiver, const OopType* args) {
 
 // The elements; of a dictionary the values.
 std::vector<OopType> elementsOf(Memory& memory, OopType collection) {
+  noteElementsRead(memory, collection);
   const Object& object = memory.at(collection);
   std::vector<OopType> elements;
   if (holdsCharacters(memory, object)) {
@@ -352,14 +353,30 @@ OopType asSet(Memory& memory, OopType receiver, const OopType*) {
 
 template <Stride stride>
 OopType hashedSize(Memory& memory, OopType receiver, const OopType*) {
+  noteElementsRead(memory, receiver);
   return smallIntOop(static_cast<std::int32_t>(memory.at(receiver).indexedSize() / stride));
 }
 
 // One of the keys and values: `part` says which of an entry.
 template <Stride stride, std::size_t part>
 OopType anyPart(Memory& memory, OopType receiver, const OopType*) {
+  noteElementsRead(memory, receiver);
   const Object& object = memory.at(receiver);
   return object.indexedSize() < stride ? absent : object.indexed()[part];
+}
+
+// Finds a key for a program, whose transaction has looked for it then.
+template <Stride stride>
+KeyPlace search(Memory& memory, OopType receiver, OopType key) {
+  const KeyPlace place = findKey(memory, receiver, key, stride);
+  if (place.kind != KeyPlace::undecided) noteKeyRead(memory, receiver, place.hash);
+  return place;
+}
+template <Stride stride>
+KeyPlace searchIdentical(Memory& memory, OopType receiver, OopType key, std::uint32_t hash,
+                         std::vector<OopType>& others) {
+  noteKeyRead(memory, receiver, hash);
+  return findIdentical(memory, receiver, stride, key, hash, others);
 }
 
 // What a search came to when it did not find the key.
@@ -369,19 +386,19 @@ OopType without(const KeyPlace& place) {
 
 template <Stride stride>
 OopType includesKey(Memory& memory, OopType receiver, const OopType* args) {
-  const KeyPlace place = findKey(memory, receiver, args[0], stride);
+  const KeyPlace place = search<stride>(memory, receiver, args[0]);
   if (place.kind == KeyPlace::undecided) return undecided;
   return booleanOop(place.kind == KeyPlace::found);
 }
 
 OopType valueAtKey(Memory& memory, OopType receiver, const OopType* args) {
-  const KeyPlace place = findKey(memory, receiver, args[0], dictionaryStride);
+  const KeyPlace place = search<dictionaryStride>(memory, receiver, args[0]);
   return place.kind == KeyPlace::found ? valueAt(memory, receiver, place) : without(place);
 }
 
 OopType storeAt(Memory& memory, OopType dictionary, const KeyPlace& place, OopType key,
                 OopType value) {
-  prepareWrite(memory, dictionary);
+  prepareKeyWrite(memory, dictionary, place.hash);
   if (place.kind == KeyPlace::found) {
     valueAt(memory, dictionary, place) = value;
   } else {
@@ -391,16 +408,16 @@ OopType storeAt(Memory& memory, OopType dictionary, const KeyPlace& place, OopTy
 }
 
 OopType storeAtKey(Memory& memory, OopType receiver, const OopType* args) {
-  const KeyPlace place = findKey(memory, receiver, args[0], dictionaryStride);
+  const KeyPlace place = search<dictionaryStride>(memory, receiver, args[0]);
   if (place.kind == KeyPlace::undecided) return undecided;
   return storeAt(memory, receiver, place, args[0], args[1]);
 }
 
 OopType addElement(Memory& memory, OopType receiver, const OopType* args) {
-  const KeyPlace place = findKey(memory, receiver, args[0], setStride);
+  const KeyPlace place = search<setStride>(memory, receiver, args[0]);
   if (place.kind == KeyPlace::undecided) return undecided;
   if (place.kind == KeyPlace::absent) {
-    prepareWrite(memory, receiver);
+    prepareKeyWrite(memory, receiver, place.hash);
     appendKey(memory, receiver, setStride, args[0], NilOop, place.hash);
   }
   return args[0];
@@ -411,14 +428,14 @@ template <Stride stride>
 OopType removeAt(Memory& memory, OopType receiver, const KeyPlace& place) {
   const OopType removed = stride == dictionaryStride ? valueAt(memory, receiver, place)
                                                      : foundKey(memory, receiver, stride, place);
-  prepareWrite(memory, receiver);
+  prepareKeyWrite(memory, receiver, place.hash);
   removeKey(memory, receiver, stride, place);
   return removed;
 }
 
 template <Stride stride>
 OopType removeAtKey(Memory& memory, OopType receiver, const OopType* args) {
-  const KeyPlace place = findKey(memory, receiver, args[0], stride);
+  const KeyPlace place = search<stride>(memory, receiver, args[0]);
   return place.kind == KeyPlace::found ? removeAt<stride>(memory, receiver, place) : without(place);
 }
 
@@ -447,6 +464,7 @@ OopType noteKeyHash(Memory& memory, OopType receiver, const OopType* args) {
 // dictionary's values, or none.
 template <Stride stride>
 OopType entriesHash(Memory& memory, OopType receiver, const OopType* args) {
+  noteElementsRead(memory, receiver);
   const std::span<const OopType> hashes = elementsArgument(memory, args[0]);
   if (!hashes.empty() && hashes.size() != memory.at(receiver).indexedSize() / stride) return NilOop;
   for (const OopType each : hashes) hashArgument(memory, each);
@@ -462,6 +480,8 @@ OopType leftToCompare(Memory& memory, OopType receiver, const OopType* args) {
   if (!isKindOf(memory, args[0], hasValues ? DictionaryClass : SetClass)) {
     wrongKind(memory, hasValues ? "a dictionary" : "a set", args[0]);
   }
+  noteElementsRead(memory, receiver);
+  noteElementsRead(memory, args[0]);
   std::vector<OopType> values;
   std::vector<OopType> keys;
   const std::size_t count = memory.at(receiver).indexedSize() / stride;
@@ -491,7 +511,7 @@ template <Stride stride>
 OopType candidates(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<OopType> keys;
   const std::uint32_t hash = hashArgument(memory, args[1]);
-  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, keys);
+  const KeyPlace place = searchIdentical<stride>(memory, receiver, args[0], hash, keys);
   if (place.kind == KeyPlace::undecided) return NilOop;
   if (place.kind == KeyPlace::found) return arrayOop(memory, {args[0]});
   return arrayOop(memory, keys);
@@ -502,7 +522,7 @@ template <Stride stride>
 OopType entryOfKnown(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<OopType> others;
   const std::uint32_t hash = hashArgument(memory, args[1]);
-  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, others);
+  const KeyPlace place = searchIdentical<stride>(memory, receiver, args[0], hash, others);
   if (place.kind != KeyPlace::found) return NilOop;
   return arrayOop(memory,
                   {stride == dictionaryStride ? valueAt(memory, receiver, place) : args[0]});
@@ -515,7 +535,7 @@ OopType removeKnown(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<OopType> others;
   const std::uint32_t hash = hashArgument(memory, args[1]);
   removeAt<stride>(memory, receiver,
-                   findIdentical(memory, receiver, stride, args[0], hash, others));
+                   searchIdentical<stride>(memory, receiver, args[0], hash, others));
   return entry;
 }
 
@@ -525,7 +545,7 @@ template <Stride stride>
 OopType putKnown(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<OopType> others;
   const std::uint32_t hash = hashArgument(memory, args[1]);
-  const KeyPlace place = findIdentical(memory, receiver, stride, args[0], hash, others);
+  const KeyPlace place = searchIdentical<stride>(memory, receiver, args[0], hash, others);
   if (place.kind == KeyPlace::undecided) return FalseOop;
   const std::span<const OopType> asked = elementsArgument(memory, args[2]);
   if (place.kind == KeyPlace::absent &&
@@ -535,13 +555,14 @@ OopType putKnown(Memory& memory, OopType receiver, const OopType* args) {
   if (stride == dictionaryStride) {
     storeAt(memory, receiver, place, args[0], args[3]);
   } else if (place.kind == KeyPlace::absent) {
-    prepareWrite(memory, receiver);
+    prepareKeyWrite(memory, receiver, hash);
     appendKey(memory, receiver, stride, args[0], NilOop, hash);
   }
   return TrueOop;
 }
 
 OopType dictionaryKeys(Memory& memory, OopType receiver, const OopType*) {
+  noteElementsRead(memory, receiver);
   const Object& object = memory.at(receiver);
   std::vector<OopType> keys;
   memory.meter.chargeRead(object.indexedSize());

@@ -56,8 +56,8 @@ OopType hashWith(Memory& memory, OopType receiver, const OopType* args) {
   std::vector<OopType> toAsk;
   return smallIntOop(static_cast<std::int32_t>(hashOop(memory, receiver, hashes, toAsk)));
 }
-OopType identityHash(Memory&, OopType receiver, const OopType*) {
-  return smallIntOop(static_cast<std::int32_t>(receiver >> 3));
+OopType identityHash(Memory& memory, OopType receiver, const OopType*) {
+  return smallIntOop(static_cast<std::int32_t>(memory.identityHashOf(receiver)));
 }
 
 // The receiver's text as its class and the library have it; undecided where classes inside, or the
@@ -104,6 +104,7 @@ OopType respondsTo(Memory& memory, OopType receiver, const OopType* args) {
 
 OopType copy(Memory& memory, OopType receiver, const OopType*) {
   if (!copiesAreChangeable(memory, receiver)) return receiver;
+  noteElementsRead(memory, receiver);
   const Object* object = memory.find(receiver);
   memory.meter.chargeCopy(object->size * (object->holdsBytes() ? 1 : sizeof(OopType)));
   const OopType oop = memory.allocate(object->classOop, object->impl, object->namedSize,

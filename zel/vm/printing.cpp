@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "objmem/changes.h"
 #include "objmem/integers.h"
 #include "objmem/names.h"
 #include "objmem/text.h"
@@ -72,7 +73,7 @@ class Printer {
       text += "nil";
     } else if (isBoolean(oop)) {
       text += oop == TrueOop ? "true" : "false";
-    } else if (memory_.find(oop) == nullptr) {
+    } else if (!memory_.exists(oop)) {
       text += "oop " + std::to_string(oop);
     } else {
       printObject(oop, depth);
@@ -147,6 +148,7 @@ class Printer {
   bool isFull() const { return text.size() > longestPrint || toAsk.size() >= mostToAsk_; }
 
   void printCollection(OopType oop, int depth) {
+    noteElementsRead(memory_, oop);
     const Object& object = memory_.at(oop);
     text += withArticle(nameOf(memory_, object.classOop)) + "(";
     const bool dictionary = inheritsFrom(memory_, object.classOop, DictionaryClass);
@@ -173,6 +175,7 @@ class Printer {
   // A bag's elements, each as often as its dictionary of counts says.
   void printOccurrences(OopType counts, int depth) {
     if (!inheritsFrom(memory_, classOf(memory_, counts), DictionaryClass)) return;
+    noteElementsRead(memory_, counts);
     const Object& object = memory_.at(counts);
     for (std::uint32_t i = object.namedSize; i + 1 < object.size; i += 2) {
       const OopType count = object.slots[i + 1];

@@ -1,0 +1,327 @@
+// What sessions see of each other, what commits, and what conflicts.
+#include <map>
+#include <random>
+
+#include "session_fixture.h"
+
+namespace {
+
+class Transactions : public ZelSession {
+ protected:
+  void SetUp() override {
+    ZelSession::SetUp();
+    login('A');
+  }
+
+  void login(char name) {
+    if (name == 'A') {
+      ids[name] = zel->ZelGetSessionId();
+      return;
+    }
+    ASSERT_NE(0, zel->ZelLogin("DataCurator", "swordfish"));
+    ids[name] = zel->ZelGetSessionId();
+  }
+
+  std::string in(char name, const std::string& source) {
+    if (!ids.contains(name)) login(name);
+    zel->ZelSetSessionId(ids[name]);
+    return show(source);
+  }
+
+  // Carries a conversation out: lines of a session's letter and a text, with what it answers behind
+  // ==>, where that is to be compared; `ok` and `no` are a commit that succeeds or conflicts.
+  void play(const std::string& conversation) {
+    std::istringstream lines(conversation);
+    for (std::string line; std::getline(lines, line);) {
+      const std::size_t first = line.find_first_not_of(' ');
+      if (first == std::string::npos) continue;
+      const std::size_t arrow = line.find(" ==> ");
+      std::string text = line.substr(first + 2, arrow - first - 2);
+      std::string expected = arrow != std::string::npos ? line.substr(arrow + 5) : "";
+      if (text == "ok" || text == "no") {
+        expected = text == "ok" ? "true" : "error 2513: another session has changed what this "
+                                           "transaction has read or written: abort, and do it again";
+        text = "System commit";
+      }
+      const std::string answer = in(line[first], text);
+      if (expected.empty() && answer.starts_with("error")) expected = "no error";
+      if (!expected.empty()) {
+        EXPECT_EQ(expected, answer) << line << "\nin\n" << conversation;
+      }
+    }
+    for (const auto& [name, id] : ids) in(name, "System abort. nil");
+  }
+
+  std::map<char, ZelSessionIdType> ids;
+};
+
+TEST_F(Transactions, SeeCommittedStatesWhole) {
+  play(R"(A Globals at: #X put: (Array with: 1 with: 'one')
+          A Object subclass: #Mine instVarNames: #(v)
+          A Mine compile: 'v ^v'. Mine compile: 'v: x v := x'. Mine compileClassMethod: 'two ^2'
+          A Integer compile: 'twice ^self + self'
+          B Globals includesKey: #X ==> false
+          B Mine ==> error 2189: Mine is not defined
+          B 4 twice ==> error 2010: a SmallInteger does not understand #twice
+          A ok
+          B X ==> error 2189: X is not defined
+          B System abort
+          B X ==> an Array( 1 'one' )
+          B {Mine new v: 3; v. Mine two. 4 twice} ==> an Array( 3 2 8 )
+          B X at: 1 put: 2
+          B Integer compile: 'twice ^self * 2 + 1'. 4 twice ==> 9
+          A {X at: 1. 4 twice} ==> an Array( 1 8 )
+          B System abort. {X at: 1. 4 twice} ==> an Array( 1 8 ))");
+  play(R"(A Globals at: #O put: OrderedCollection new
+          A ok
+          B O add: 3; add: 4
+          A O asArray ==> an Array( )
+          B ok
+          A O asArray ==> an Array( )
+          A System refresh
+          A O asArray ==> an Array( 3 4 ))");
+  // New objects keep their contents; nothing refers to them in the store.
+  play(R"(A x := OrderedCollection new. x add: 1. System abort. x asArray ==> an Array( 1 )
+          A Globals at: #N put: x. System abort. Globals includesKey: #N ==> false
+          A x add: 2. Globals at: #N put: x
+          A ok
+          B N asArray ==> an Array( 1 2 )
+          A x add: 3. System abort. N asArray ==> an Array( 1 2 )
+          A x == N ==> true)");
+}
+
+TEST_F(Transactions, ConflictsAreWhatWasReadOrWritten) {
+  in('A', "p := Array new: 3. Globals at: #P put: p; at: #P0 put: p; at: #Q put: (Array new: 3); at: #D put: Dictionary "
+          "new; at: #S put: Set new; at: #I put: IdentitySet new; at: #B put: Bag new. D at: 0 put: "
+          "0. Object subclass: #C. System commit");
+  struct Row {
+    const char* first;   // in A, which commits first
+    const char* second;  // in B
+    bool conflicts;
+  };
+  const Row rows[] = {
+      {"P at: 1 put: 5", "P at: 1 put: 6", true},
+      {"P at: 1 put: 5", "P at: 2 put: 6", true},
+      {"P at: 1 put: 5", "Q at: 2 put: 6", false},
+      {"P at: 1 put: 5", "Q at: 2 put: (P at: 3)", true},
+      {"P at: 1 put: 5", "Q at: 2 put: P", false},
+      {"P at: 1 put: 5", "P at: 1", false},
+      {"P at: 1 put: 5", "Q at: 1 put: P copy", true},
+      {"P at: 1 put: 5", "Q at: 1 put: P printString", true},
+      {"P at: 1 put: 5", "Q at: 1 put: P = Q", true},
+      {"D at: 1 put: 1", "D at: 2 put: 1", false},
+      {"D at: 1 put: 1", "D at: 1 put: 1", true},
+      {"D at: 1 put: 1", "D at: 1.0 put: 1", true},
+      {"D at: 'a' put: 1", "D at: #a put: 1", true},
+      {"D at: 1 put: 1", "Q at: 1 put: (D at: 1 ifAbsent: [0])", true},
+      {"D at: 1 put: 1", "Q at: 1 put: (D at: 2 ifAbsent: [0])", false},
+      {"D at: 1 put: 1", "Q at: 1 put: (D includesKey: 1)", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D size", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D keys", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D values", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D isEmpty", true},
+      {"D at: 1 put: 1", "D keysAndValuesDo: [:k :v | Q at: 1 put: v]", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D printString", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D copy", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D = Q", false},
+      {"D at: 1 put: 1", "Q at: 1 put: D = Dictionary new", true},
+      {"D at: 1 put: 1", "Q at: 1 put: D hash", true},
+      {"D removeKey: 0", "D at: 0 put: 4", true},
+      {"D removeKey: 0", "D at: 5 put: 4", false},
+      {"S add: 1", "S add: 2", false},
+      {"S add: 1", "S add: 1", true},
+      {"S add: 1", "Q at: 1 put: (S includes: 1)", true},
+      {"S add: 1", "Q at: 1 put: (S includes: 3)", false},
+      {"S add: 1", "S do: [:e | Q at: 1 put: e]. Q at: 2 put: 1", true},
+      {"S add: 1", "Q at: 1 put: S asArray", true},
+      {"S add: 1", "Q at: 1 put: (S select: [:e | false])", true},
+      {"I add: P", "I add: Q", false},
+      {"I add: P", "I add: P", true},
+      {"Globals at: #G1 put: 1", "Globals at: #G2 put: 1", false},
+      {"Globals at: #G1 put: 1", "Globals at: #G1 put: 1", true},
+      {"Globals at: #P put: Q", "Q at: 1 put: (P at: 1)", false},  // a text's global is code
+      {"Globals at: #G3 put: 1", "Q at: 1 put: (Globals includesKey: #G3)", true},
+      {"C compile: 'a ^1'", "C compile: 'b ^1'", false},
+      {"C compile: 'a ^1'", "C compile: 'a ^2'", true},
+      {"C compile: 'a ^1'", "Q at: 1 put: C new printString", false},
+      {"Object compile: 'a ^1'", "Object compile: 'b ^1'", false},
+      {"Object subclass: #E1", "Object subclass: #E2", false},
+      {"Object subclass: #E1", "Object subclass: #E1", true},
+  };
+  for (const Row& row : rows) {
+    for (const char name : {'A', 'B'}) in(name, "System abort");
+    in('A', "P at: 1 put: nil. Q at: 1 put: nil. D keys do: [:k | D removeKey: k]. D at: 0 put: 0. "
+            "S asArray do: [:e | S remove: e]. I asArray do: [:e | I remove: e]. Globals at: #P "
+            "put: P0. System commit");
+    in('B', "System abort");
+    const std::string first = in('A', row.first);
+    const std::string second = in('B', std::string(row.second) + ". nil");
+    EXPECT_EQ("true", in('A', "System commit")) << row.first << first;
+    EXPECT_EQ(row.conflicts ? "error 2513" : "true", in('B', "System commit").substr(0, 10))
+        << row.first << " // " << row.second << " " << second;
+    if (!row.conflicts) continue;
+    EXPECT_EQ("error 2513", in('B', "System commit").substr(0, 10)) << row.second;
+    EXPECT_EQ("true", in('B', "System abort. " + std::string(row.second) + ". System commit"));
+  }
+  // Write skew.
+  play(R"(A P at: 1 put: 1. Q at: 1 put: 1. System commit
+          B System abort. (P at: 1) = 1 ifTrue: [Q at: 1 put: 0]
+          A (Q at: 1) = 1 ifTrue: [P at: 1 put: 0]
+          A ok
+          B no
+          B [System commit] on: Error do: [:e | {e number. e arguments size. e arguments first == P}] ==> an Array( 2513 1 true )
+          B System abort. (P at: 1) + (Q at: 1) ==> 1)");
+}
+
+TEST_F(Transactions, MergeWhatDoesNotConflict) {
+  play(R"(A Globals at: #D put: Dictionary new; at: #S put: Set new. D at: 1 put: #one. S add: 9
+          A ok
+          B D at: 2 put: #two. S add: 7
+          A D at: 3 put: #three. D removeKey: 1. S remove: 9
+          B ok
+          A ok
+          A {D keys asSortedCollection asArray. S asArray} ==> an Array( an Array( 2 3 ) an Array( 7 ) )
+          B System abort. {D keys asSortedCollection asArray. S asArray} ==> an Array( an Array( 2 3 ) an Array( 7 ) )
+          A D at: 3 put: nil
+          B D at: 3 ==> #three
+          A System abort. D at: 3 ==> #three)");
+  // Keys with a hash and an equality of the program's.
+  play(R"(A Object subclass: #K instVarNames: #(n)
+          A K compile: 'n ^n'. K compile: 'n: x n := x'. K compile: '= x ^(x isKindOf: K) and: [n = x n]'. K compile: 'hash ^n hash'
+          A Globals at: #D put: Dictionary new. D at: (K new n: 1; yourself) put: 10
+          A ok
+          B System abort. D at: (K new n: 1; yourself) ==> 10
+          B D at: (K new n: 2; yourself) put: 20
+          A D at: (K new n: 3; yourself) put: 30
+          A ok
+          B ok
+          B D values asSortedCollection asArray ==> an Array( 10 20 30 )
+          A K compile: 'hash ^n hash + 1'
+          A (1 to: 3) collect: [:n | D at: (K new n: n; yourself) ifAbsent: [0]] ==> an Array( 10 20 30 )
+          A System refresh ==> error 2521: the session has changes that are not committed: commit or abort them first
+          A ok
+          A D at: (K new n: 1; yourself) put: 11
+          A ok
+          B System abort. D at: (K new n: 1; yourself) ==> 11)");
+  // Sets by identity, of objects and values alike, in all sessions.
+  play(R"(A o := Object new. Globals at: #O put: o; at: #I put: (IdentitySet new add: o; add: #sym; add: 5; yourself)
+          A ok
+          B System abort. {I includes: O. I includes: #sym. I includes: 5. I includes: Object new} ==> an Array( true true true false )
+          B I remove: O
+          B ok
+          A System abort. {I includes: O. I size} ==> an Array( false 2 ))");
+}
+
+TEST_F(Transactions, KeepEveryKindOfObject) {
+  play(R"(A Globals at: #W put: OrderedCollection new. W add: 'aü€'; add: $€; add: 2.5; add: (2 raisedTo: 80); add: -7; add: (2 raisedTo: 40); add: nil; add: true; add: #sym; add: Float nan
+          A W add: #(1 $a 'x' #(2)); add: (1 to: 3); add: (3->4); add: #(3 1 2) asSortedCollection; add: (#(3 1 2) asSortedCollection: [:a :b | a > b]); add: #(1 1 2) asBag; add: (ByteArray new: 3); add: Object; add: [:a | a + 1]; add: Globals; add: (Float infinity)
+          A W add: (ReadStream on: #(1 2)); add: (Error new messageText: 'm'; yourself); add: (Object methodAt: 'isNil'); add: W
+          A t := W printString. W at: 3 put: 2.5. W size ==> 25
+          A ok
+          B (W copyFrom: 1 to: 9) asArray ==> an Array( 'aü€' $€ 2.5 1208925819614629174706176 -7 1099511627776 nil true #sym )
+          B (W copyFrom: 10 to: 18) asArray ==> an Array( Float nan an Array( 1 $a 'x' an Array( 2 ) ) an Interval( 1 2 3 ) 3->4 a SortedCollection( 1 2 3 ) a SortedCollection( 3 2 1 ) a Bag( 1 1 2 ) a ByteArray( 0 0 0 ) Object )
+          B {(W at: 19) value: 4. (W at: 20) == Globals. W at: 21. (W at: 22) next. (W at: 23) messageText. (W at: 24) source isNil. (W at: 25) == W. (W at: 11) isInvariant. (W at: 1) isInvariant} ==> an Array( 5 true Float infinity 1 'm' false true true true )
+          B ((W at: 15) add: 2; yourself) asArray ==> an Array( 3 2 2 1 )
+          B (W at: 14) add: 0. W at: 1 put: (W at: 1), 'x'. #sym == (W at: 9) ==> true
+          B ok
+          A System abort. {(W at: 14) first. W at: 1} ==> an Array( 0 'aü€x' ))");
+  play(R"(A Globals at: #R put: (Array new: 1). [R at: 1 put: 1. nil foo] value ==> error 2010: nil does not understand #foo
+          A System suspend: 3 ==> error 2502: the program is suspended)");
+  // A block goes on with its own variables, in the session that runs it.
+  play(R"(A | n | n := 0. Globals at: #Count put: [n := n + 1]. Count value ==> 1
+          A ok
+          A Count value ==> 2
+          B Count value ==> 2
+          B Count value ==> 3
+          B ok
+          A Count value ==> 3
+          A no
+          A System abort. Count value ==> 4)");
+}
+
+// The same object has the same oop in all sessions, and changes are told as the view has them.
+TEST_F(Transactions, ClientsSeeOneObject) {
+  const OopType mine = (in('A', "Globals at: #X put: (Array with: 1). System commit"), run("X"));
+  in('B', "nil");
+  EXPECT_EQ(mine, run("X"));
+  zel->ZelDirtyObjsInit();
+  zel->ZelSaveObjs(&mine, 1);
+  in('A', "X at: 1 put: 2. System commit");
+  zel->ZelSetSessionId(ids['B']);
+  const auto changed = [&] {
+    OopType oops[4];
+    ArraySizeType count = 4;
+    zel->ZelDirtySaveObjs(oops, &count);
+    return static_cast<int>(count);
+  };
+  EXPECT_EQ(0, changed());
+  in('B', "System refresh");
+  EXPECT_EQ(1, changed());
+  EXPECT_EQ("2", in('B', "X at: 1"));
+}
+
+// Random transactions of four sessions: what committed has a serial order, the order of commits.
+TEST_F(Transactions, HaveASerialOrder) {
+  in('A', "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
+          "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  std::mt19937 random(7);
+  const auto roll = [&](unsigned n) { return static_cast<int>(random() % n); };
+  struct Step {
+    std::string text;
+    std::string answer;
+  };
+  std::map<char, std::vector<Step>> open;
+  std::vector<std::vector<Step>> committed;
+  const auto number = [&] { return std::to_string(1 + roll(8)); };
+  const auto text = [&]() -> std::string {
+    switch (roll(9)) {
+      case 0: return "(V at: " + number() + ") first";
+      case 1: return "(V at: " + number() + ") at: 1 put: (V at: " + number() + ") first + 1";
+      case 2: return "D at: " + number() + " ifAbsent: [0]";
+      case 3: return "D at: " + number() + " put: (V at: " + number() + ") first";
+      case 4: return "D removeKey: " + number() + " ifAbsent: [0]";
+      case 5: return "S includes: " + number();
+      case 6: return "(S add: " + number() + ") + (S includes: " + number() + ") hash - (S includes: 99) hash";
+      case 7: return "S remove: " + number() + " ifAbsent: [0]";
+      default: return "{D size. S size. (V inject: 0 into: [:a :b | a + b first])}";
+    }
+  };
+  int conflicts = 0;
+  for (int turn = 0; turn < 3000; ++turn) {
+    const char name = static_cast<char>('A' + roll(4));
+    const int kind = roll(10);
+    if (kind < 7) {
+      const std::string source = text();
+      open[name].push_back({source, in(name, source)});
+    } else if (kind == 7) {
+      in(name, "System abort");
+      open[name].clear();
+    } else if (in(name, "System needsCommit") == "false") {
+      // One that only read has its place before others.
+      EXPECT_EQ("true", in(name, "System commit"));
+      open[name].clear();
+    } else if (in(name, "System commit") == "true") {
+      committed.push_back(std::move(open[name]));
+      open[name].clear();
+    } else {
+      ++conflicts;
+      in(name, "System abort");
+      open[name].clear();
+    }
+  }
+  EXPECT_GT(conflicts, 50);
+  EXPECT_GT(committed.size(), 200U);
+  const std::string end = in('A', "System abort. {V. D keys asSortedCollection asArray. S asSortedCollection asArray}");
+  // Once more, one after the other, in a database of its own.
+  zel->ZelShutdown();
+  ids.clear();
+  Transactions::SetUp();
+  in('A', "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
+          "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  for (const std::vector<Step>& transaction : committed) {
+    for (const Step& step : transaction) EXPECT_EQ(step.answer, in('A', step.text)) << step.text;
+  }
+  EXPECT_EQ(end, in('A', "{V. D keys asSortedCollection asArray. S asSortedCollection asArray}"));
+}
+
+}  // namespace

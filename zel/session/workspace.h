@@ -1,0 +1,67 @@
+// A session's view of the store: the state as of its transaction's first access, and its own
+// changes, which a commit writes.
+//
+// The view moves to the newest state when a transaction begins: what others have changed leaves the
+// memory, and is loaded again when it is touched. The kernel's dictionaries, which never leave it,
+// are changed in place: they hold the kernel's own entries where the store has none.
+#pragma once
+
+#include "objmem/clients.h"
+#include "records.h"
+#include "repository.h"
+
+namespace zel {
+
+class Workspace {
+ public:
+  // The memory must have its kernel, which is sealed.
+  Workspace(Memory& memory, Client& client, Repository& repository);
+  ~Workspace();
+  Workspace(const Workspace&) = delete;
+  Workspace& operator=(const Workspace&) = delete;
+
+  // Begins the transaction's view, unless the transaction has read or written anything already.
+  // To be called before each request, and where a program goes on behind the end of a transaction.
+  void begin();
+  // Writes the transaction's changes and begins the next. Throws ErrCommitConflict when another
+  // session has changed what it read or wrote, and what the store throws: then nothing was written,
+  // and the transaction goes on.
+  void commit();
+  // Takes the transaction's changes back, and begins the next. A failure leaves what is still to be
+  // taken back.
+  void abort();
+  // Whether there is something to commit.
+  bool hasChanges() const { return !client_.transaction.written.empty(); }
+
+ private:
+  struct Entries {
+    OopType dictionary;
+    std::vector<OopType> slots;  // keys and values
+  };
+  class Writing;
+
+  void load(std::uint32_t index);
+  OopType kernelMethod(const KernelMethod& method) const;
+  void keepKernel();
+  std::vector<OopType> kernelEntries(OopType dictionary, std::uint32_t hash);
+  void applyToKernel(OopType dictionary, const std::vector<std::uint32_t>& hashes);
+  void moveTo(Version version);
+  void apply(std::span<const Place> changes);
+  void follow(const Changes& changes, Version version);
+  [[noreturn]] void conflict(const Outcome& outcome);
+  void endTransaction();
+  bool changesEquality(Place place);
+
+  Memory& memory_;
+  Client& client_;
+  Repository& repository_;
+  std::vector<Entries> kernel_;  // the dictionaries as the kernel has them
+  std::function<OopType(const KernelMethod&)> findKernelMethod_;
+  Version view_ = 0;  // leased
+  // The last one that changed what `=` or `hash` means, and the memory's count when this transaction
+  // began: what programs gave as a hash before may be another now.
+  Version equality_ = 0;
+  std::uint32_t equalityEpoch_ = 0;
+};
+
+}  // namespace zel
