@@ -36,7 +36,9 @@ bool strikes() {
   const ZelUntypedFType slot =
       now == Trouble::softBreak ? table->ZelSoftBreak : table->ZelHardBreak;
   reinterpret_cast<BoolType (*)()>(slot)();
-  zel::Meter& meter = zel::library().database->current->memory.meter;
+  zel::Session* session = zel::library().database->current;
+  if (session == nullptr) return false;
+  zel::Meter& meter = session->memory.meter;
   meter.hurry();
   meter.countdown = stepsBefore;
   return false;

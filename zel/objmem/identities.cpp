@@ -24,13 +24,17 @@ void Identities::returnPages(const Memory& owner) {
   }
   while (pages_.size() > firstPage && pages_.back().owner == nullptr &&
          std::ranges::all_of(pages_.back().entries, [](const Entry& entry) { return entry.id == 0; })) {
+    bytes_ -= pages_.back().entries.size() * sizeof(Entry);
     pages_.pop_back();
   }
 }
 
 void Identities::bind(std::uint32_t index, ObjectId id) {
   std::vector<Entry>& entries = pages_[index / pageEntries].entries;
-  if (entries.empty()) entries.resize(pageEntries);
+  if (entries.empty()) {
+    entries.resize(pageEntries);
+    bytes_ += pageEntries * sizeof(Entry);
+  }
   indexes_.emplace(id, index);
   entryAt(index) = {id, 1};
 }
@@ -50,7 +54,7 @@ void Identities::drop(std::uint32_t index) noexcept {
 
 std::size_t Identities::bytes() const {
   constexpr std::size_t mapped = 32;
-  return indexes_.size() * mapped + pages_.size() * pageEntries * sizeof(Entry);
+  return indexes_.size() * mapped + bytes_;
 }
 
 }  // namespace zel

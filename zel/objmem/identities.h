@@ -55,6 +55,7 @@ class Identities {
   void visitIds(Visit visit) const {
     for (const auto& [id, index] : indexes_) visit(id);
   }
+  // About how many bytes of memory it takes.
   std::size_t bytes() const;
 
  private:
@@ -69,6 +70,7 @@ class Identities {
   Entry& entryAt(std::uint32_t index) { return pages_[index / pageEntries].entries[index % pageEntries]; }
 
   std::vector<Page> pages_;
+  std::size_t bytes_ = 0;  // of their entries
   std::unordered_map<ObjectId, std::uint32_t> indexes_;
 };
 
