@@ -106,7 +106,10 @@ Session& login(Database& database, std::string_view user, std::string_view passw
 void logout(Database& database) {
   Session& session = requireSession(database);
   // What a soft break leaves for the next time has none; its time runs out.
-  while (session.machine.settleFailed()) continue;
+  {
+    const Run run(session.memory.meter);
+    while (session.machine.settleFailed()) continue;
+  }
   database.current = nullptr;
   Repository& repository = session.repository;
   database.sessions.erase(session.id);

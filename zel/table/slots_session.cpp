@@ -89,7 +89,6 @@ BoolType ZelLogin(const char* user, const char* password) {
 void ZelLogout() {
   guarded([] {
     Session& session = currentSession();
-    const Run run(session.memory.meter);
     logout(session.database);
   });
 }
