@@ -1,0 +1,75 @@
+// A database file that this process has open: its locks and tables, and the mark in it that says
+// what must be there (see filevfs.h).
+//
+// The order of the mark: "in use" stands in the file before the first commit after an opening is
+// made, and until who closes it last has moved everything into the main file. While commits are
+// moved there, "filling" stands in it, because the main file alone is a mixture then.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "store/filestore.h"
+#include "store/tables.h"
+
+namespace zel {
+
+class OpenFile {
+ public:
+  explicit OpenFile(const FileOptions& options);
+  ~OpenFile();
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  const FileCalls& calls() const { return calls_; }
+  const std::function<void()>& poll() const { return poll_; }
+
+  // Opens the file if that has not been done; answers false when it is not there. Throws in a
+  // forked child.
+  bool open();
+  bool isReadOnly() const { return readOnly_; }
+  bool isOpen() const { return locks_ != nullptr; }
+  FileLocks& locks() { return *locks_; }
+  Tables& tables() { return *tables_; }
+
+  // Takes the locks of a file that this process has just made and that has this path now.
+  void adopt(std::unique_ptr<FileLocks> locks) noexcept { locks_ = std::move(locks); }
+
+  // With the lock `write` held, before anything is written.
+  void prepareToWrite();
+  // The same, afterwards: moves commits into the main file when there are many, or in any case.
+  // Answers whether nothing is left to be moved.
+  bool fill(bool always);
+  // Closes it. Whoever is the last leaves one complete file.
+  void close() noexcept;
+  // For who holds `use` alone, and `write`: leaves one complete file and keeps the locks.
+  void closeTables();
+
+  bool isForked() const noexcept;
+  void checkProcess() const;  // throws when it is
+
+  std::uint64_t bytes();  // of the file and the write-ahead file
+
+ private:
+  bool attach();
+  void openTables(bool checked);
+  void check(const Mark& mark);
+
+  FileCalls calls_;
+  std::function<void()> poll_;
+  std::string path_;
+  int process_;
+  bool readOnly_ = false;
+  mode_t rights_ = 0600;
+  std::unique_ptr<FileLocks> locks_;
+  std::unique_ptr<Tables> tables_;
+};
+
+// The name behind all symbolic links, so that the files beside it are the same for everybody.
+std::string resolved(const std::string& path);
+// The folder that such a file is in.
+std::string folderOf(const std::string& path);
+
+}  // namespace zel
