@@ -124,7 +124,7 @@ class Workspace::Writing {
       return each.place == Place{equalityId, Place::ofHash(part)};
     };
     if (std::ranges::none_of(changes.writes, written)) {
-      changes.writes.push_back({{equalityId, Place::ofHash(part)}, 0, "", false});
+      changes.writes.push_back({{equalityId, Place::ofHash(part)}, 0, std::string(1, 0), false});
     }
     changesEquality = true;
   }
