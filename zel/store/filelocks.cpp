@@ -24,10 +24,11 @@ std::int64_t byteOf(Version version) {
 
 }  // namespace
 
-Patience::Patience(const std::function<void()>& poll) : poll_(poll), end_(now() + 5'000'000'000) {}
+Patience::Patience(const Waiting& waiting)
+    : waiting_(waiting), end_(now() + std::int64_t{waiting.milliseconds} * 1'000'000) {}
 
 bool Patience::pause() {
-  if (poll_) poll_();
+  if (waiting_.poll) waiting_.poll();
   if (now() >= end_) return false;
   const timespec time{0, nanoseconds_};
   nanosleep(&time, nullptr);
@@ -35,9 +36,9 @@ bool Patience::pause() {
   return true;
 }
 
-FileLocks::FileLocks(const FileCalls& calls, const std::function<void()>& poll, std::string path,
+FileLocks::FileLocks(const FileCalls& calls, const Waiting& waiting, std::string path,
                      Descriptor file)
-    : calls_(calls), poll_(poll), path_(std::move(path)), file_(std::move(file)) {}
+    : calls_(calls), waiting_(waiting), path_(std::move(path)), file_(std::move(file)) {}
 
 FileLocks::~FileLocks() {
   if (file_) calls_.unlock(file_.get(), base, 0);
@@ -60,7 +61,7 @@ bool FileLocks::tryLock(Byte byte, bool shared) {
 
 void FileLocks::lock(Byte byte, bool shared) {
   if (tryLock(byte, shared)) return;
-  Patience patience(poll_);
+  Patience patience(waiting_);
   do {
     if (!patience.pause()) {
       throw Failure(ErrStoreBusy, "the database " + path_ + " is busy: others use it");

@@ -18,16 +18,20 @@
 
 namespace zel {
 
-// Waiting for others: for five seconds in all, with a call of `poll`, which may throw, before each
-// short pause.
+// How others are waited for: with a call of `poll`, which may throw, before each short pause.
+struct Waiting {
+  std::function<void()> poll;
+  std::uint32_t milliseconds;  // in all
+};
+
 class Patience {
  public:
-  explicit Patience(const std::function<void()>& poll);
+  explicit Patience(const Waiting& waiting);
   // Pauses; answers false when the time is over.
   bool pause();
 
  private:
-  const std::function<void()>& poll_;
+  const Waiting& waiting_;
   std::int64_t end_;
   long nanoseconds_ = 50'000;
 };
@@ -37,8 +41,7 @@ class FileLocks {
   enum Byte : std::uint8_t { use, write, dropping };
 
   // Takes an open descriptor of the file. `path` is for messages. Both references outlive this.
-  FileLocks(const FileCalls& calls, const std::function<void()>& poll, std::string path,
-            Descriptor file);
+  FileLocks(const FileCalls& calls, const Waiting& waiting, std::string path, Descriptor file);
   ~FileLocks();  // all locks end, also those that a forked child still has the descriptor of
   FileLocks(const FileLocks&) = delete;
   FileLocks& operator=(const FileLocks&) = delete;
@@ -47,7 +50,7 @@ class FileLocks {
 
   // Answers whether it was free.
   bool tryLock(Byte byte, bool shared);
-  // Waits for it; throws ErrStoreBusy, or what poll() throws.
+  // Waits for it; throws ErrStoreBusy, or what the waiting's poll() throws.
   void lock(Byte byte, bool shared);
   void unlock(Byte byte) noexcept;
 
@@ -65,7 +68,7 @@ class FileLocks {
   void fail(const char* what) const;
 
   const FileCalls& calls_;
-  const std::function<void()>& poll_;
+  const Waiting& waiting_;
   std::string path_;
   Descriptor file_;
   std::map<Version, int> leases_;

@@ -290,6 +290,7 @@ StoreStatistics FileStore::statistics() {
 ObjectId FileStore::newIds(std::uint32_t count) {
   if (!isOpen()) return std::exchange(nextId_, nextId_ + count);
   if (endOfIds_ - nextId_ < count) {
+    file_.checkWritable();
     const Locked still(file_.locks(), FileLocks::write);
     file_.prepareToWrite();
     Transaction transaction(file_.tables(), true);
@@ -317,7 +318,7 @@ Outcome FileStore::commit(const Changes& changes) {
 }
 
 void FileStore::create(const Changes& changes) {
-  NewFile made(file_.calls(), file_.poll(), file_.path());
+  NewFile made(file_.calls(), file_.waiting(), file_.path());
   made.state.version = 1;
   made.state.tick = 1;
   made.state.nextId = nextId_;
@@ -362,6 +363,7 @@ class Dropping {
 
 Outcome FileStore::write(const Changes& changes) {
   const std::vector<const Write*> writes = sorted(changes.writes);
+  file_.checkWritable();
   FileLocks& locks = file_.locks();
   const Locked still(locks, FileLocks::write);
   file_.prepareToWrite();

@@ -25,10 +25,11 @@
 namespace zel {
 
 struct FileOptions {
-  std::string path;              // relative to the working folder at the opening
-  bool create = false;           // a file that is not there, or empty, is made by the first commit
-  std::function<void()> poll{};  // called while others are waited for; may throw to break that off
-  FailCall beforeCall{};         // of each system call
+  std::string path;               // relative to the working folder at the opening
+  bool create = false;            // a file that is not there, or empty, is made by the first commit
+  std::function<void()> poll{};   // called while others are waited for; may throw to break that off
+  std::uint32_t patience = 5000;  // milliseconds of that before ErrStoreBusy
+  FailCall beforeCall{};          // of each system call
 };
 
 // Opens a store. A file is made by the first commit, all of it at once; when somebody else has

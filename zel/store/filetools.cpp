@@ -230,7 +230,7 @@ void copyFile(OpenFile& from, const std::string& file, const Progress& progress)
     throw Failure(ErrNotPermitted, "there is a file " + path + " already");
   };
   if (::lstat64(path.c_str(), &status) == 0) refuse();
-  NewFile made(from.calls(), from.poll(), path);
+  NewFile made(from.calls(), from.waiting(), path);
   {
     const Transaction transaction(from.tables());
     const State state = from.tables().state();
@@ -263,16 +263,17 @@ Compacted compactFile(const FileOptions& options, const References& references,
                       const Progress& progress) {
   OpenFile file(options);
   openForTools(file);
+  file.checkWritable();
   const auto refuse = [&file] {
     throw Failure(ErrInUseElsewhere,
                   "the database " + file.path() + " is in use; compacting needs it alone");
   };
-  if (!file.isReadOnly() && !file.locks().tryLock(FileLocks::use, false)) refuse();
+  if (!file.locks().tryLock(FileLocks::use, false)) refuse();
   const Locked still(file.locks(), FileLocks::write);
   file.prepareToWrite();
   Compacted result;
   result.bytesBefore = file.bytes();
-  NewFile made(file.calls(), file.poll(), file.path());
+  NewFile made(file.calls(), file.waiting(), file.path());
   Tables& tables = file.tables();
   {
     const Transaction transaction(tables);

@@ -240,15 +240,19 @@ int FileVfs::read(const File& file, void* to, int amount, std::int64_t at) {
     if (count == 0) break;
     done += static_cast<int>(count);
   }
+  const bool isPage = file.isMain && amount == pageSize && at % pageSize == 0;
+  const auto isDamaged = [this, at](const char* what) {
+    std::snprintf(trouble_.data(), trouble_.size(), "page %lld is %s",
+                  static_cast<long long>(at / pageSize + 1), what);
+    return SQLITE_IOERR_DATA;
+  };
+  if (isPage && done > 0 && done < amount) return isDamaged("cut off");
   if (done < amount) {
     std::memset(bytes + done, 0, static_cast<std::size_t>(amount - done));
     return SQLITE_IOERR_SHORT_READ;
   }
-  const bool isPage = file.isMain && amount == pageSize && at % pageSize == 0;
   if (!isPage || isIntact(bytes, at)) return SQLITE_OK;
-  std::snprintf(trouble_.data(), trouble_.size(), "page %lld is not as it was written",
-                static_cast<long long>(at / pageSize + 1));
-  return SQLITE_IOERR_DATA;
+  return isDamaged("not as it was written");
 }
 
 int FileVfs::write(const File& file, const void* from, int amount, std::int64_t at) {
@@ -377,7 +381,8 @@ int FileVfs::mapShared(int region, int size, bool extend, void volatile** result
 }
 
 int FileVfs::lockShared(int offset, int count, int flags) {
-  if (!shared_) return SQLITE_IOERR_SHMLOCK;
+  // Where nobody can write there may be no shared memory.
+  if (!shared_) return readOnly_ ? SQLITE_OK : SQLITE_IOERR_SHMLOCK;
   if ((flags & SQLITE_SHM_UNLOCK) != 0) {
     calls_.unlock(shared_.get(), firstShared + offset, count);
     return SQLITE_OK;

@@ -8,15 +8,15 @@
 
 namespace zel {
 
-NewFile::NewFile(const FileCalls& calls, const std::function<void()>& poll, const std::string& path)
-    : calls_(calls), poll_(poll), path_(path), own_(path + ".new-XXXXXX") {
+NewFile::NewFile(const FileCalls& calls, const Waiting& waiting, const std::string& path)
+    : calls_(calls), waiting_(waiting), path_(path), own_(path + ".new-XXXXXX") {
   const Descriptor made(::mkostemp(own_.data(), O_CLOEXEC));
   if (!made) {
     own_.clear();
     fail("making it");
   }
   try {
-    tables_ = std::make_unique<Tables>(calls_, poll_, own_, Tables::Options{.building = true});
+    tables_ = std::make_unique<Tables>(calls_, waiting_, own_, Tables::Options{.building = true});
     tables_->make();
     transaction_.emplace(*tables_, true);
   } catch (...) {
@@ -60,7 +60,7 @@ std::unique_ptr<FileLocks> NewFile::finish() {
   Descriptor fd(calls_.open(own_.c_str(), O_RDWR));
   if (!fd) fail("opening it");
   writeMark(calls_, fd.get(), path_, {state.tick, false, 0});
-  return std::make_unique<FileLocks>(calls_, poll_, path_, std::move(fd));
+  return std::make_unique<FileLocks>(calls_, waiting_, path_, std::move(fd));
 }
 
 // From here on it is there, whatever happens.

@@ -13,7 +13,7 @@ class NewFile {
  public:
   // Begins an empty one that is to lie at `path`, readable and writable by the user alone. All
   // references outlive this.
-  NewFile(const FileCalls& calls, const std::function<void()>& poll, const std::string& path);
+  NewFile(const FileCalls& calls, const Waiting& waiting, const std::string& path);
   ~NewFile();  // removes it, unless it was published
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
@@ -35,7 +35,7 @@ class NewFile {
   void settle();
 
   const FileCalls& calls_;
-  const std::function<void()>& poll_;
+  const Waiting& waiting_;
   std::string path_;
   std::string own_;
   std::unique_ptr<Tables> tables_;

@@ -70,7 +70,7 @@ std::string folderOf(const std::string& path) {
 
 OpenFile::OpenFile(const FileOptions& options)
     : calls_(options.beforeCall),
-      poll_(options.poll),
+      waiting_{options.poll, options.patience},
       path_(resolved(options.path)),
       process_(::getpid()) {}
 
@@ -101,7 +101,7 @@ bool OpenFile::open() {
 }
 
 bool OpenFile::attach() {
-  Patience patience(poll_);
+  Patience patience(waiting_);
   for (;;) {
     struct stat64 status;
     if (calls_.status(path_.c_str(), status) != 0) {
@@ -119,7 +119,7 @@ bool OpenFile::attach() {
     struct stat64 opened;
     if (!fd || calls_.status(fd.get(), opened) != 0) refuse(path_, std::strerror(errno));
     checkHeader(calls_, fd.get(), path_);
-    auto locks = std::make_unique<FileLocks>(calls_, poll_, path_, std::move(fd));
+    auto locks = std::make_unique<FileLocks>(calls_, waiting_, path_, std::move(fd));
     locks->lock(FileLocks::use, true);
     // It may have been compacted, which puts another file in its place.
     struct stat64 named;
@@ -143,7 +143,7 @@ void OpenFile::openTables(bool checked) {
   std::optional<Locked> still;
   if (!readOnly_) still.emplace(*locks_, FileLocks::write);
   const Mark mark = readMark(calls_, locks_->descriptor(), path_);
-  auto tables = std::make_unique<Tables>(calls_, poll_, path_,
+  auto tables = std::make_unique<Tables>(calls_, waiting_, path_,
                                          Tables::Options{.readOnly = readOnly_, .rights = rights_});
   struct stat64 status;
   const std::string& frames = tables->vfs().framesPath();
@@ -176,8 +176,11 @@ void OpenFile::check(const Mark& mark) {
                                 tables_->vfs().framesPath());
 }
 
-void OpenFile::prepareToWrite() {
+void OpenFile::checkWritable() const {
   if (readOnly_) throw Failure(ErrReadOnly, "the database " + path_ + " can only be read");
+}
+
+void OpenFile::prepareToWrite() {
   struct stat64 opened;
   struct stat64 named;
   const int fd = locks_->descriptor();

@@ -24,12 +24,11 @@ class OpenFile {
 
   const std::string& path() const { return path_; }
   const FileCalls& calls() const { return calls_; }
-  const std::function<void()>& poll() const { return poll_; }
+  const Waiting& waiting() const { return waiting_; }
 
   // Opens the file if that has not been done; answers false when it is not there. Throws in a
   // forked child.
   bool open();
-  bool isReadOnly() const { return readOnly_; }
   bool isOpen() const { return locks_ != nullptr; }
   FileLocks& locks() { return *locks_; }
   Tables& tables() { return *tables_; }
@@ -37,7 +36,9 @@ class OpenFile {
   // Takes the locks of a file that this process has just made and that has this path now.
   void adopt(std::unique_ptr<FileLocks> locks) noexcept { locks_ = std::move(locks); }
 
-  // With the lock `write` held, before anything is written.
+  // Throws ErrReadOnly. Before the lock `write`, which needs the right to.
+  void checkWritable() const;
+  // With that lock held, before anything is written.
   void prepareToWrite();
   // The same, afterwards: moves commits into the main file when there are many, or in any case.
   // Answers whether nothing is left to be moved.
@@ -58,7 +59,7 @@ class OpenFile {
   void check(const Mark& mark);
 
   FileCalls calls_;
-  std::function<void()> poll_;
+  Waiting waiting_;
   std::string path_;
   int process_;
   bool readOnly_ = false;

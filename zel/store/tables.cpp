@@ -171,9 +171,8 @@ void Transaction::commit() {
 
 // Opening and closing
 
-Tables::Tables(const FileCalls& calls, const std::function<void()>& poll, std::string path,
-               Options options)
-    : poll_(poll),
+Tables::Tables(const FileCalls& calls, const Waiting& waiting, std::string path, Options options)
+    : waiting_(waiting),
       path_(std::move(path)),
       vfs_(std::make_unique<FileVfs>(calls, path_, options.rights, options.readOnly)) {
   try {
@@ -188,7 +187,7 @@ Tables::Tables(const FileCalls& calls, const std::function<void()>& poll, std::s
         [](void* self, int count) {
           auto& tables = *static_cast<Tables*>(self);
           try {
-            if (count == 0 || !tables.patience_) tables.patience_.emplace(tables.poll_);
+            if (count == 0 || !tables.patience_) tables.patience_.emplace(tables.waiting_);
             return tables.patience_->pause() ? 1 : 0;
           } catch (...) {
             tables.thrown_ = std::current_exception();
@@ -492,6 +491,10 @@ void Tables::apply(const std::vector<const Write*>& writes, State& state,
                    const std::function<void(Stored& row)>& replaced) {
   Stored object;
   Stored before;
+  const auto isSame = [](const Write* a, const Write* b) { return a->place == b->place; };
+  if (std::adjacent_find(writes.begin(), writes.end(), isSame) != writes.end()) {
+    throw Failure(ErrInternal, "a commit writes a place twice");
+  }
   for (auto next = writes.begin(); next != writes.end();) {
     const ObjectId id = (*next)->place.id;
     const Write* own = (*next)->place.part == Place::itself ? *next : nullptr;

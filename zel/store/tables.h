@@ -88,9 +88,8 @@ class Tables {
     mode_t rights = 0600;
   };
 
-  // Opens the file. All references outlive this. `poll` is called while others are waited for.
-  Tables(const FileCalls& calls, const std::function<void()>& poll, std::string path,
-         Options options);
+  // Opens the file. All references outlive this.
+  Tables(const FileCalls& calls, const Waiting& waiting, std::string path, Options options);
   ~Tables();
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
@@ -155,7 +154,7 @@ class Tables {
                   const std::optional<Version>& lastLease,
                   const std::function<void(Stored& row)>& replaced);
 
-  const std::function<void()>& poll_;
+  const Waiting& waiting_;
   std::string path_;
   std::unique_ptr<FileVfs> vfs_;
   sqlite3* db_ = nullptr;
