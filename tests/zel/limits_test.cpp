@@ -310,7 +310,7 @@ TEST(Databases, AreIndependent) {
   zel::Database first(breaks[0]);
   zel::Database second(breaks[1]);
   for (zel::Database* database : {&first, &second}) {
-    login(*database, "SystemUser", "swordfish");
+    login(*database, "", "SystemUser", "swordfish");
     database->current->machine.execute("Object subclass: 'Only'. x := 3");
   }
   first.current->machine.execute("Only compile: 'answer ^42'. x := Only new answer");

@@ -4,14 +4,12 @@
 #include <charconv>
 #include <cstdlib>
 
-#include "store/memorystore.h"
+#include "store/filestore.h"
 
 namespace zel {
 
 namespace {
 
-constexpr std::string_view userNames[] = {"SystemUser", "DataCurator"};
-constexpr std::string_view everyPassword = "swordfish";
 constexpr std::uint64_t leastMemory = 8U << 20;
 constexpr std::uint64_t mostMemory = 2U << 30;
 
@@ -53,20 +51,58 @@ std::int32_t nextFreeId(Database& database) {
   return database.lastId;
 }
 
-void refuseCopy(const std::string&, Store&, const Progress&) {
-  throw Failure(ErrNotImplemented, "a database in memory cannot be backed up");
+// The repository of a file that a session has open already is shared.
+std::shared_ptr<Repository> repositoryFor(Database& database, const ServerName& server) {
+  if (!server.isFile) return database.inMemory;
+  std::erase_if(database.files, [](const auto& file) { return file.second.expired(); });
+  std::weak_ptr<Repository>& known = database.files[server.path];
+  if (std::shared_ptr<Repository> open = known.lock()) return open;
+  std::shared_ptr<Repository> opened = openRepository(server, [&database] {
+    if (database.current != nullptr) database.current->memory.meter.check();
+  });
+  known = opened;
+  return opened;
+}
+
+// Makes a file of what the store in memory has, in one commit. It would be anybody's with the
+// well-known password.
+void copyToFile(const std::string& file, Store& from, const Progress& progress) {
+  const Lease lease(from);
+  for (const char* user : {"SystemUser", "DataCurator"}) {
+    const std::optional<std::string> hash = passwordOf(from, lease.version, true, user);
+    if (!hash || !hash->empty()) continue;
+    throw Failure(ErrNotPermitted, "a file needs other passwords than the well-known one: change "
+                                   "and commit those of SystemUser and DataCurator first");
+  }
+  const std::unique_ptr<Store> store = openFileStore({.path = file, .create = true});
+  const Lease empty(*store);
+  if (empty.version != 0) {
+    throw Failure(ErrBadArgument, file + " is there already: a backup needs a file of its own");
+  }
+  const std::uint64_t all = from.statistics().objects;
+  Changes changes{empty.version, {}, {}};
+  from.scan(lease.version, 1, UINT64_MAX, [&](const Row& row) {
+    changes.writes.push_back({row.place, row.classId, row.bytes, false});
+    if (!progress(std::min<std::uint64_t>(changes.writes.size(), all), all)) {
+      throw Failure(ErrHardBreak, "the backup was given up");
+    }
+  });
+  store->commit(changes);
 }
 
 }  // namespace
 
 Database::Database(BreakRequest& breakRequest)
-    : breaks(breakRequest), repository(std::make_unique<MemoryStore>(refuseCopy)) {
+    : breaks(breakRequest), inMemory(std::make_shared<Repository>(std::make_unique<MemoryStore>(copyToFile))) {
   readLimits(*this);
 }
 
 void shareMemory(Session& session, bool pressed) {
-  if (pressed) session.repository.tidy(true);
-  std::size_t elsewhere = session.repository.bytes();
+  if (pressed) session.repository->tidy(true);
+  std::size_t elsewhere = session.database.inMemory->bytes();
+  for (const auto& [path, file] : session.database.files) {
+    if (const std::shared_ptr<Repository> open = file.lock()) elsewhere += open->bytes();
+  }
   for (auto& [id, other] : session.database.sessions) {
     if (&other == &session) continue;
     if (pressed) other.memory.collect();
@@ -82,25 +118,31 @@ Session& requireSession(Database& database) {
   return *database.current;
 }
 
-Session& login(Database& database, std::string_view user, std::string_view password) {
+Session& login(Database& database, std::string_view server, std::string_view user,
+               std::string_view password) {
   if (!database.wrongSetting.empty()) {
     throw Failure(ErrLoginDenied, "login denied: " + database.wrongSetting);
-  }
-  const bool known =
-      std::find(std::begin(userNames), std::end(userNames), user) != std::end(userNames);
-  if (!known || password != everyPassword) {
-    throw Failure(ErrLoginDenied, "login denied: the user name or the password is wrong");
   }
   if (database.sessions.size() >= static_cast<std::size_t>(mostSessions)) {
     throw Failure(ErrTooManySessions,
                   "login denied: " + std::to_string(mostSessions) + " sessions are open already");
   }
+  const ServerName name = readServerName(server);
+  std::shared_ptr<Repository> repository = repositoryFor(database, name);
+  const bool isNew = name.create && Lease(*repository->store).version == 0;
+  UserChanges founders;
+  if (isNew) {
+    founders = creators(user, password, database.passwords);
+  } else if (!mayLogIn(*repository->store, !name.isFile, user, password, database.passwords)) {
+    throw Failure(ErrLoginDenied, "login denied: the user name or the password is wrong");
+  }
   const std::int32_t id = nextFreeId(database);
-  database.current = &database.sessions
-                          .try_emplace(id, database, id, user, database.repository)
-                          .first->second;
-  shareMemory(*database.current, false);
-  return *database.current;
+  Session& session =
+      database.sessions.try_emplace(id, database, id, user, std::move(repository)).first->second;
+  for (const auto& [founder, hash] : founders) session.workspace->changeUser(founder, hash);
+  database.current = &session;
+  shareMemory(session, false);
+  return session;
 }
 
 void logout(Database& database) {
@@ -111,9 +153,9 @@ void logout(Database& database) {
     while (session.machine.settleFailed()) continue;
   }
   database.current = nullptr;
-  Repository& repository = session.repository;
+  const std::shared_ptr<Repository> repository = session.repository;
   database.sessions.erase(session.id);
-  repository.tidy(true);
+  repository->tidy(true);
 }
 
 void selectSession(Database& database, std::int32_t id) {

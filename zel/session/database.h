@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "places.h"
 #include "session.h"
 
 namespace zel {
@@ -14,7 +15,9 @@ struct Database {
   Database& operator=(const Database&) = delete;
 
   BreakRequest& breaks;
-  Repository repository;
+  std::shared_ptr<Repository> inMemory;
+  std::map<std::string, std::weak_ptr<Repository>> files;  // that sessions have open
+  Passwords passwords;
   std::map<std::int32_t, Session> sessions;
   Session* current = nullptr;  // null when nobody is logged in or selected
   std::int32_t lastId = 0;
@@ -29,10 +32,13 @@ void shareMemory(Session& session, bool pressed);
 
 // The current session; throws ErrBadSession if there is none.
 Session& requireSession(Database& database);
-// Checks the user and makes a new session current. Throws ErrLoginDenied or ErrTooManySessions.
-Session& login(Database& database, std::string_view user, std::string_view password);
-// Ends the current session: what it did not commit is lost, and what it held goes. No session is
-// current afterwards.
+// Checks the user and makes a new session current, in the database that the server's name means,
+// see places.h. A file that is to be created is made by the session's first commit. Throws
+// ErrLoginDenied, ErrTooManySessions, and what openFileStore does.
+Session& login(Database& database, std::string_view server, std::string_view user,
+               std::string_view password);
+// Ends the current session: what it did not commit is lost, and what it held goes. The last one of a
+// file closes it. No session is current afterwards.
 void logout(Database& database);
 // Makes the session current. Throws ErrBadSession and leaves the current one as it was.
 void selectSession(Database& database, std::int32_t id);

@@ -30,12 +30,12 @@ void markSession(Memory& memory, const Session& session) {
 }  // namespace
 
 Session::Session(Database& owner, std::int32_t number, std::string_view userName,
-                 Repository& ofStore)
+                 std::shared_ptr<Repository> ofStore)
     : database(owner),
-      repository(ofStore),
+      repository(std::move(ofStore)),
       id(number),
       user(userName),
-      memory(owner.breaks, repository.identities),
+      memory(owner.breaks, repository->identities),
       machine(memory, *this) {
   names.sessionId = client.id = id;
   machine.names = &names;
@@ -55,7 +55,7 @@ Session::Session(Database& owner, std::int32_t number, std::string_view userName
   memory.addRoots(this, [](void* session, Memory& marked) {
     markSession(marked, *static_cast<Session*>(session));
   });
-  workspace = std::make_unique<Workspace>(memory, client, repository);
+  workspace = std::make_unique<Workspace>(memory, client, *repository);
   beginTransaction(memory, client);
 }
 

@@ -21,13 +21,14 @@ struct PendingError {
 struct Session {
   // Makes the classes, their primitives and the methods written in the language itself, and begins
   // the first transaction.
-  Session(Database& owner, std::int32_t number, std::string_view userName, Repository& repository);
+  Session(Database& owner, std::int32_t number, std::string_view userName,
+          std::shared_ptr<Repository> ofStore);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   Database& database;
-  Repository& repository;
+  std::shared_ptr<Repository> repository;
   std::int32_t id;
   std::string user;
   Memory memory;

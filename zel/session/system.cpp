@@ -9,6 +9,8 @@ namespace zel {
 
 namespace {
 
+constexpr std::size_t longestUserName = 64;
+
 // What goes on behind the end of a transaction begins the next with its first access.
 OopType commit(Machine& machine, OopType, const OopType*) {
   withRoom(machine.memory, [&] { machine.session.workspace->commit(); });
@@ -29,9 +31,56 @@ OopType refresh(Machine& machine, OopType receiver, const OopType*) {
   }
   return abortMessage(machine, receiver, nullptr);
 }
+// Only SystemUser changes other users; the commit makes it so.
+void requireSystemUser(Machine& machine) {
+  if (machine.session.user == "SystemUser") return;
+  throw Failure(ErrNotPermitted, "only SystemUser may do that");
+}
+OopType changePassword(Machine& machine, OopType receiver, const OopType* args) {
+  const std::string password = utf8Argument(machine.memory, args[0]);
+  machine.session.workspace->changeUser(machine.session.user,
+                                        machine.session.database.passwords.hashOf(password));
+  return receiver;
+}
+// Of a user that is there already it sets the password.
+OopType addUser(Machine& machine, OopType receiver, const OopType* args) {
+  requireSystemUser(machine);
+  const std::string name = utf8Argument(machine.memory, args[0]);
+  const std::string password = utf8Argument(machine.memory, args[1]);
+  if (name.empty() || name.size() > longestUserName || name.find('\0') != std::string::npos) {
+    throw Failure(ErrBadArgumentKind, "a user's name has 1 to " + std::to_string(longestUserName) +
+                                          " bytes and no NUL",
+                  {args[0]});
+  }
+  machine.session.workspace->changeUser(name,
+                                        machine.session.database.passwords.hashOf(password));
+  return receiver;
+}
+OopType removeUser(Machine& machine, OopType receiver, const OopType* args) {
+  requireSystemUser(machine);
+  const std::string name = utf8Argument(machine.memory, args[0]);
+  if (name == machine.session.user) {
+    throw Failure(ErrNotPermitted, "SystemUser cannot be removed");
+  }
+  if (!machine.session.workspace->passwordOf(name)) {
+    throw Failure(ErrNotInCollection, "there is no user " + name, {args[0]});
+  }
+  machine.session.workspace->changeUser(name, std::nullopt);
+  return receiver;
+}
+// The newest committed state, in a new file.
+OopType backupTo(Machine& machine, OopType receiver, const OopType* args) {
+  const std::string file = utf8Argument(machine.memory, args[0]);
+  machine.session.repository->store->backUp(file, [&](std::uint64_t, std::uint64_t) {
+    machine.memory.meter.charge(1);
+    return true;
+  });
+  return receiver;
+}
+
 // Ends no program that failed, as what needs the machine does.
-OopType needsCommit(Memory& memory, OopType, const OopType*) {
-  return booleanOop(!memory.current->transaction.written.empty());
+OopType needsCommit(Machine& machine, OopType, const OopType*) {
+  return booleanOop(machine.session.workspace->hasChanges());
 }
 OopType suspend(Machine&, OopType, const OopType* args) {
   throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);
@@ -88,6 +137,10 @@ constexpr Primitive systemClassMessages[] = {
     {"abort", abortMessage},
     {"abortTransaction", abortMessage},
     {"refresh", refresh},
+    {"changePassword:", changePassword},
+    {"addUser:password:", addUser},
+    {"removeUser:", removeUser},
+    {"backupTo:", backupTo},
     {"needsCommit", needsCommit},
     {"suspend:", suspend},
     {"userName", userName},

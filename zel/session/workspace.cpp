@@ -53,6 +53,9 @@ class Workspace::Writing {
       if (written.itself) writeObject(oop, memory_.identities.idOf(oop >> 2));
       written.elements ? writeAllElements(oop, written) : writeElements(oop, written.hashes);
     }
+    for (Write& write : writesOf(*workspace_.repository_.store, workspace_.view_, workspace_.users_)) {
+      changes.writes.push_back(std::move(write));
+    }
     // What is met while it is written is added.
     for (std::size_t i = 0; i < fresh_.size(); ++i) {
       const auto [oop, id] = fresh_[i];
@@ -329,8 +332,15 @@ void Workspace::apply(std::span<const Place> changes) {
   for (const auto& [dictionary, hashes] : ofKernel) applyToKernel(dictionary, hashes);
 }
 
+std::optional<std::string> Workspace::passwordOf(std::string_view user) {
+  const auto changed = users_.find(user);
+  return changed != users_.end() ? changed->second
+                                 : zel::passwordOf(*repository_.store, view_, repository_.inMemory != nullptr, user);
+}
+
 void Workspace::endTransaction() {
   forgetAccesses(memory_, client_);
+  users_.clear();
   equalityEpoch_ = memory_.equalityEpoch;
   memory_.restAll();
   beginTransaction(memory_, client_);

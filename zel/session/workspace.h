@@ -9,6 +9,7 @@
 #include "objmem/clients.h"
 #include "records.h"
 #include "repository.h"
+#include "users.h"
 
 namespace zel {
 
@@ -31,7 +32,13 @@ class Workspace {
   // taken back.
   void abort();
   // Whether there is something to commit.
-  bool hasChanges() const { return !client_.transaction.written.empty(); }
+  bool hasChanges() const { return !client_.transaction.written.empty() || !users_.empty(); }
+  // Has the commit give the user a password, by its hash, or remove the user.
+  void changeUser(const std::string& name, std::optional<std::string> hash) {
+    users_[name] = std::move(hash);
+  }
+  // The hash of a user's password as this transaction sees it, none when there is no such user.
+  std::optional<std::string> passwordOf(std::string_view user);
 
  private:
   struct Entries {
@@ -57,6 +64,7 @@ class Workspace {
   Repository& repository_;
   std::vector<Entries> kernel_;  // the dictionaries as the kernel has them
   std::function<OopType(const KernelMethod&)> findKernelMethod_;
+  UserChanges users_;
   Version view_ = 0;  // leased
   // The last one that changed what `=` or `hash` means, and the memory's count when this transaction
   // began: what programs gave as a hash before may be another now.

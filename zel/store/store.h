@@ -111,4 +111,15 @@ class Store {
   virtual void backUp(const std::string& file, const Progress& progress) = 0;
 };
 
+// The newest version, leased while it lives.
+struct Lease {
+  explicit Lease(Store& leased) : store(leased), version(leased.lease()) {}
+  ~Lease() { store.giveUp(version); }
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+
+  Store& store;
+  const Version version;
+};
+
 }  // namespace zel

@@ -14,6 +14,7 @@ struct Library {
   BreakRequest breaks;
   std::unique_ptr<Database> database;  // from ZelInit to ZelShutdown
   PendingError error;                  // when no session is current
+  std::string server;                  // that the next login is for
 
   PendingError& pendingError() {
     Session* session = database ? database->current : nullptr;

@@ -74,14 +74,17 @@ void ZelInitAppName(const char* name, BoolType) {
 }
 
 void ZelSetNet(const char* serverName, const char*, const char*, const char*) {
-  guarded([&] { requirePointer(serverName, 1, "the server name"); });
+  guarded([&] {
+    requirePointer(serverName, 1, "the server name");
+    library().server = serverName;
+  });
 }
 
 BoolType ZelLogin(const char* user, const char* password) {
   return guarded(BoolType{0}, [&] {
     requirePointer(user, 1, "the user name");
     requirePointer(password, 1, "the password");
-    login(openDatabase(), user, password);
+    login(openDatabase(), library().server, user, password);
     return BoolType{1};
   });
 }
@@ -140,6 +143,7 @@ void ZelUnload() {
 
 BoolType ZelCommit() {
   return inSession(BoolType{0}, [](Session& session) {
+    const Run run(session.memory.meter);  // others may have to be waited for
     session.workspace->commit();
     return BoolType{1};
   });
