@@ -17,6 +17,11 @@ constexpr ObjectId equalityId = 1;
 constexpr ObjectId firstMethodsId = 2048;
 static_assert(firstMethodsId + 2 * firstFreeIndex <= firstFreeId);
 
+// Among the system's objects that have rows.
+bool isKernelDictionary(ObjectId id) {
+  return id == GlobalsOop >> 2 || (id >= firstMethodsId && id < firstFreeId);
+}
+
 bool isCode(const Memory& memory, OopType oop) {
   const Object* object = memory.loaded(oop >> 2);
   return object != nullptr && object->invariant && object->classOop == DictionaryClass;
@@ -172,8 +177,7 @@ Workspace::Workspace(Memory& memory, Client& client, Repository& repository)
     repository_.store->scan(view_, 1, firstFreeId, [&](const Row& row) {
       const std::uint32_t index = repository_.identities.indexOf(row.place.id);
       if (row.place.id == equalityId) equality_ = std::max(equality_, row.version);
-      const bool isKernels = index != 0 && row.place.id != equalityId;
-      if (!isKernels || row.place.part == Place::itself) return;
+      if (index == 0 || !isKernelDictionary(row.place.id)) return;
       if (changed.empty() || changed.back().first != fixedOop(index)) {
         changed.push_back({fixedOop(index), {}});
       }
@@ -317,6 +321,7 @@ void Workspace::apply(std::span<const Place> changes) {
     }
     const std::uint32_t index = repository_.identities.indexOf(place.id);
     if (index == 0 || !memory_.knows(index)) continue;
+    if (place.id < firstFreeId && !isKernelDictionary(place.id)) continue;
     const OopType oop = fixedOop(index);
     if (isCode(memory_, oop)) {
       memory_.forgetLookups();
