@@ -97,9 +97,9 @@ void prepareFirstWrite(Memory& memory, OopType oop) {
   if (object.exported) noteChanged(memory, oop);
 }
 
-void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
+void prepareStoredKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
   Object& object = memory.require(oop);
-  if (!object.stored || memory.current == nullptr) return prepareWrite(memory, oop);
+  if (memory.current == nullptr) return prepareWrite(memory, oop);
   if (object.invariant) refuseChange(memory, oop);
   Written& written = writtenOf(memory, oop);
   if (goesByOtherHashes(object)) written.elements = true;
@@ -108,14 +108,14 @@ void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
   if (object.exported) noteChanged(memory, oop);
 }
 
-void noteKeyRead(Memory& memory, OopType oop, std::uint32_t hash) {
+void noteStoredKeyRead(Memory& memory, OopType oop, std::uint32_t hash) {
   const Object& object = memory.at(oop);
   if (!object.stored || object.invariant) return;
   noteRead(memory, {memory.identities.idOf(oop >> 2),
                     goesByOtherHashes(object) ? Place::any : Place::ofHash(hash)});
 }
 
-void noteElementsRead(Memory& memory, OopType oop) {
+void noteStoredElementsRead(Memory& memory, OopType oop) {
   const Object* object = memory.find(oop);
   if (object == nullptr || !object->stored || object->invariant || !isHashed(memory, oop)) return;
   noteRead(memory, {memory.identities.idOf(oop >> 2), Place::any});

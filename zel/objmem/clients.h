@@ -67,7 +67,10 @@ inline void prepareWrite(Memory& memory, OopType oop) {
   if (!ready) prepareFirstWrite(memory, oop);
 }
 // The same before a change of a set's or dictionary's elements of that hash.
-void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash);
+void prepareStoredKeyWrite(Memory& memory, OopType oop, std::uint32_t hash);
+inline void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
+  memory.at(oop).stored ? prepareStoredKeyWrite(memory, oop, hash) : prepareWrite(memory, oop);
+}
 
 // The export set: oops that stay alive for the client whatever happens. Exporting throws
 // ErrNoSuchObject for what has no body; exporting and releasing twice is no error.

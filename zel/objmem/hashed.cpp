@@ -207,7 +207,7 @@ bool findsByIdentity(const Memory& memory, OopType oop) {
 
 // unknownHash where a method of the program has a say in it.
 std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
-  if (identity) return memory.identityHashOf(key);
+  if (identity) return isImmediate(key) ? mix(key) : memory.identityHashOf(key);
   if (isSmallInt(key)) return mix(foldInteger(memory, key));
   if ((classTraits(memory, key) & AsksEquality) != 0) return unknownHash;
   std::vector<OopType> toAsk;
@@ -259,9 +259,10 @@ void buildIndex(Memory& memory, OopType oop, Stride stride) {
 
 HashIndex& indexOf(Memory& memory, OopType oop, Stride stride) {
   const Extra* extra = memory.at(oop).extra;
-  if (extra == nullptr || !extra->index || extra->index->epoch != memory.equalityEpoch) {
-    buildIndex(memory, oop, stride);
+  if (extra != nullptr && extra->index && extra->index->epoch == memory.equalityEpoch) {
+    return *extra->index;
   }
+  buildIndex(memory, oop, stride);
   return *memory.at(oop).extra->index;
 }
 
@@ -327,7 +328,7 @@ std::uint32_t givenHash(Memory& memory, OopType answer) {
 
 KeyPlace findKey(Memory& memory, OopType oop, OopType key, Stride stride) {
   const HashIndex& index = indexOf(memory, oop, stride);
-  const Object& object = memory.at(oop);
+  const Object& object = *memory.atHand(oop);
   const std::uint32_t hash = hashToFind(memory, key, index.identity);
   if (hash == unknownHash) return {KeyPlace::undecided, 0, 0};
   const std::size_t mask = index.table.size() - 1;
@@ -405,13 +406,13 @@ KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, 
 }
 
 OopType& valueAt(Memory& memory, OopType dictionary, const KeyPlace& place) {
-  Object& object = memory.at(dictionary);
+  Object& object = *memory.atHand(dictionary);
   const std::size_t number = object.extra->index->table[place.entry] - firstNumber;
   return object.indexed()[number * dictionaryStride + 1];
 }
 
 OopType foundKey(const Memory& memory, OopType oop, Stride stride, const KeyPlace& place) {
-  const Object& object = memory.at(oop);
+  const Object& object = *memory.atHand(oop);
   return keyAt(object, stride, object.extra->index->table[place.entry] - firstNumber);
 }
 

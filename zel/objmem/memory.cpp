@@ -160,6 +160,7 @@ void Memory::sealKernel() {
   for (std::uint32_t index = firstFreeIndex; index < kernelEnd; ++index) flags_[index] = 0;
   free_ = 0;
   usedByKernel_ = used_;
+  while (table_[endOfKernel_ - 1] == nullptr) --endOfKernel_;
   sealed_ = true;
   growTable();
 }
@@ -613,12 +614,17 @@ bool Memory::dropKnown(std::uint32_t index, bool pressed) {
 
 void Memory::sweep(bool pressed) {
   std::size_t swept = 0;
-  for (std::uint32_t index = 0; index < table_.size(); ++index) {
-    if ((flags_[index] & Known) != 0) {
+  for (std::uint32_t index = 0; index < endOfKernel_; ++index) {
+    if (table_[index] != nullptr) table_[index]->marked = false;
+  }
+  for (std::uint32_t index = kernelEnd; index < table_.size(); ++index) {
+    Object* object = table_[index];
+    const bool isKnown = object == nullptr ? (flags_[index] & Known) != 0
+                                           : object->stored;
+    if (isKnown) {
       dropKnown(index, pressed);
       continue;
     }
-    Object* object = table_[index];
     if (object == nullptr) continue;
     if (object->marked) {
       object->marked = false;
@@ -626,14 +632,14 @@ void Memory::sweep(bool pressed) {
     }
     release(object);
     table_[index] = nullptr;
-    if (index >= kernelEnd) freeEntry(index);
+    freeEntry(index);
     ++swept;
   }
   objects_ -= swept;
 }
 
 void Memory::collect(bool pressed) {
-  for (std::uint32_t index = 0; index < kernelEnd; ++index) mark(fixedOop(index));
+  for (std::uint32_t index = 0; index < endOfKernel_; ++index) mark(fixedOop(index));
   for (const Client* client : clients) markSaved(*this, *client);
   for (const Roots& each : roots_) each.visit(each.owner, *this);
   markReachable();

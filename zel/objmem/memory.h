@@ -320,6 +320,7 @@ class Memory {
   std::size_t limit_ = 0;
   std::size_t elsewhere_ = 0;
   std::size_t usedByKernel_ = 0;
+  std::uint32_t endOfKernel_ = kernelEnd;  // behind the last entry that it uses
   Bounds bounds_{};  // of the room in use
   std::size_t used_ = 0;
   std::size_t usedBefore_ = 0;  // at the end of the last collection

@@ -35,9 +35,12 @@ std::int32_t asSigned(OopType oop) {
   return static_cast<std::int32_t>(oop);
 }
 
-// The same as isFloat, for an oop that is known to be a value or to name an object.
+// The same as isFloat, for an oop that is known to be a value or to name an object. Floats never
+// rest.
 bool isFloatObject(const Memory& memory, OopType oop) {
-  return (oop & 3) == 1 && memory.lookAt(oop).classOop == FloatClassOop;
+  if ((oop & 3) != 1) return false;
+  const Object* object = memory.atHand(oop);
+  return object != nullptr && object->classOop == FloatClassOop;
 }
 
 std::uint64_t homeOf(const Object& block) {
@@ -147,23 +150,31 @@ void Machine::markRoots() {
   }
 }
 
-// The object, which may have to be loaded: that can fail between two ops.
+// The object, which may have to be loaded: that can fail between two ops. What is called has no
+// reference to the registers, which would not be any more then.
 [[gnu::always_inline]] inline Object& Machine::reach(const Registers& at, OopType oop) {
   Object* object = memory.atHand(oop);
-  return object != nullptr ? *object : bring(at, oop);
+  if (object != nullptr) [[likely]] return *object;
+  at.store(*process_);
+  return bring(oop);
 }
 
-Object& Machine::bring(const Registers& at, OopType oop) {
-  at.store(*process_);
+Object& Machine::bring(OopType oop) {
   withRoom(memory, [&] { memory.at(oop); });
   return memory.at(oop);
 }
 
-// The same for a value whose class is asked for.
-[[gnu::always_inline]] inline void Machine::lookFor(const Registers& at, OopType oop) {
-  if ((oop & 3) != 1 || memory.atHand(oop) != nullptr) return;
-  at.store(*process_);
-  withRoom(memory, [&] { memory.lookAt(oop); });
+// What the receiver's messages are found by.
+[[gnu::always_inline]] inline OopType Machine::keyFor(const Registers& at, OopType receiver) {
+  if (isSmallInt(receiver)) return SmallIntegerClass;
+  if ((receiver & 3) == 1) {
+    const Object* object = memory.atHand(receiver);
+    if (object != nullptr) [[likely]] {
+      return object->classOop == ClassClass ? receiver | 2 : object->classOop;
+    }
+    at.store(*process_);
+  }
+  return keyOf(memory, receiver);
 }
 
 // What holds a captured variable.
@@ -175,17 +186,9 @@ Object& Machine::bring(const Registers& at, OopType oop) {
   return *environment;
 }
 
-[[gnu::always_inline]] inline Object& Machine::changeable(Object& environment,
-                                                          const Registers& at) {
-  if (environment.stored && !environment.dirty) noteEnvironment(at);
-  return environment;
-}
-
 // Environments of blocks in the store are changed by their programs alone.
-void Machine::noteEnvironment(const Registers& at) {
-  at.store(*process_);
-  OopType oop = at.frame->environment;
-  for (unsigned hops = at.pc->b; hops > 0; --hops) oop = memory.at(oop).slots[0];
+void Machine::noteEnvironment(OopType oop, unsigned hops) {
+  for (; hops > 0; --hops) oop = memory.at(oop).slots[0];
   withRoom(memory, [&] {
     const ChangeOfInvariant change(memory, oop);
     prepareWrite(memory, oop);
@@ -538,7 +541,11 @@ OopType Machine::interpret() {
         *++at.sp = outer(at).slots[at.pc->a + 1];
         continue;
       case OpCode::storeOuter:
-        changeable(outer(at), at).slots[at.pc->a + 1] = *at.sp;
+        if (const Object& environment = outer(at); environment.stored && !environment.dirty) {
+          at.store(*process_);
+          noteEnvironment(at.frame->environment, at.pc->b);
+        }
+        outer(at).slots[at.pc->a + 1] = *at.sp;
         continue;
       case OpCode::pushInstance:
         *++at.sp = reach(at, at.frame->receiver).slots[at.pc->a];
@@ -711,8 +718,6 @@ OopType Machine::interpret() {
     }
 
     if (at.pc->code != OpCode::send) {
-      lookFor(at, at.sp[-1]);
-      lookFor(at, at.sp[0]);
       const OopType result = floatArithmetic(*at.pc, at.sp[-1], at.sp[0]);
       if (result != 0) {
         --at.sp;
@@ -730,8 +735,7 @@ OopType Machine::interpret() {
       poll();
     }
     OopType* receiver = at.sp - count;
-    lookFor(at, *receiver);
-    const OopType key = keyOf(memory, *receiver);
+    const OopType key = keyFor(at, *receiver);
     if (site.key != key || site.epoch != memory.lookupEpoch()) {
       at.storeForSend(*process_, count);
       findFor(site, code, *receiver, key);

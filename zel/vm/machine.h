@@ -129,11 +129,10 @@ class Machine {
   OopType suspendedProcess(OopType process) const;
   OopType interpret();
   Object& reach(const Registers& at, OopType oop);
-  Object& bring(const Registers& at, OopType oop);
-  void lookFor(const Registers& at, OopType oop);
+  Object& bring(OopType oop);
+  OopType keyFor(const Registers& at, OopType receiver);
   Object& outer(const Registers& at);
-  Object& changeable(Object& environment, const Registers& at);
-  void noteEnvironment(const Registers& at);
+  void noteEnvironment(OopType oop, unsigned hops);
   void poll();
   void sendPending();
   const Routine& find(OopType receiver, OopType key, OopType selector, std::size_t argumentCount);

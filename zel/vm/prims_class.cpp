@@ -15,9 +15,11 @@ OopType newMessage(Memory& memory, OopType receiver, const OopType*) {
 }
 
 OopType newSize(Memory& memory, OopType receiver, const OopType* args) {
-  const std::size_t unit = inheritsFrom(memory, receiver, DoubleByteStringClassOop) ? 2 : 1;
-  if (inheritsFrom(memory, receiver, DictionaryClass) || inheritsFrom(memory, receiver, SetClass) ||
-      inheritsFrom(memory, receiver, OrderedCollectionClass)) {
+  const bool isArray = receiver == ArrayClassOop;
+  const std::size_t unit = !isArray && inheritsFrom(memory, receiver, DoubleByteStringClassOop) ? 2 : 1;
+  if (!isArray && (inheritsFrom(memory, receiver, DictionaryClass) ||
+                   inheritsFrom(memory, receiver, SetClass) ||
+                   inheritsFrom(memory, receiver, OrderedCollectionClass))) {
     integerArgument(memory, args[0], 0, smallIntMax);  // a hint of the size to come
     return newInstance(memory, receiver);
   }
