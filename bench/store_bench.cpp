@@ -73,7 +73,7 @@ void commit(Store& store, const std::vector<Write>& writes) {
 }
 
 std::string filled(Folder& folder, const std::string& name, int count) {
-  const std::string path = folder.file(name);
+  std::string path = folder.file(name);
   const auto store = openFileStore({.path = path, .create = true});
   ObjectId next = firstFreeId;
   while (count > 0) {
@@ -147,7 +147,7 @@ class Bare {
 };
 
 std::string bareFilled(Folder& folder) {
-  const std::string path = folder.file("bare.db");
+  std::string path = folder.file("bare.db");
   Bare bare(path);
   bare.run("BEGIN");
   for (int i = 0; i < objects; ++i)

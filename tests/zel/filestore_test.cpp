@@ -114,6 +114,9 @@ References noReferences() {
 
 class FileStoreTest : public testing::Test {
  protected:
+  // Where waiting for a disk costs nothing.
+  const bool isInMemory =
+      access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 1) == 0;
   ScratchDirectory scratch;
   std::string path = scratch / "some.povzel";
   std::string frames = path + "-wal";
@@ -428,11 +431,12 @@ TEST_F(FileStoreTest, SurvivesKilledWriters) {
       const ObjectId id = store->newIds(1);
       Changes changes{store->lease(), {{dictionary, self + 1}}, {}};
       for (const Place place : {Place{firstFreeId + self}, Place{dictionary, self + 1}, Place{id}}) {
+        if (place.id == id && i % 50 != 0) continue;
         changes.writes.push_back(writing(place, std::to_string(i)));
       }
       EXPECT_THAT(store->commit(changes).conflicts, testing::IsEmpty());
       store->giveUp(changes.base);
-      told[self].newId = id;
+      if (i % 50 == 0) told[self].newId = id;
       told[self].count = i;
     }
   };
@@ -441,7 +445,7 @@ TEST_F(FileStoreTest, SurvivesKilledWriters) {
     for (unsigned self = 0; self < writers; ++self) {
       children.push_back(fork());
       if (children.back() != 0) continue;
-      _exit(numberOf([&] { write(self); }) == 0 ? 0 : (std::puts(message.c_str()), 1));
+      _exit(numberOf([&] { write(self); }) == 0 ? 0 : (std::fprintf(stderr, "%s\n", message.c_str()), 1));
     }
     usleep(random() % 40000);
     for (const pid_t child : children) {

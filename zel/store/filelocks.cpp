@@ -73,18 +73,27 @@ void FileLocks::unlock(Byte byte) noexcept {
   calls_.unlock(file_.get(), base + byte, 1);
 }
 
-// While nobody is dropping, every commit keeps what the version before it had; so the version that
-// is newest now can still be read when its lock is set.
+// While nobody is dropping, a commit keeps what the version before it had. So a version can be read
+// from now on when it is still the newest after its lock was set.
 Version FileLocks::lease(const std::function<Version()>& newest) {
   const Locked still(*this, dropping, true);
-  const Version version = newest();
-  const auto place = leases_.try_emplace(version, 0).first;
-  if (place->second == 0 && calls_.lock(file_.get(), F_RDLCK, byteOf(version), 1) != 0) {
-    leases_.erase(place);
-    fail("");
+  for (Version version = newest();;) {
+    const auto place = leases_.try_emplace(version, 0).first;
+    if (place->second == 0 && calls_.lock(file_.get(), F_RDLCK, byteOf(version), 1) != 0) {
+      leases_.erase(place);
+      fail("");
+    }
+    ++place->second;
+    try {
+      const Version again = newest();
+      if (again == version) return version;
+      giveUp(version);
+      version = again;
+    } catch (...) {
+      giveUp(version);
+      throw;
+    }
   }
-  ++place->second;
-  return version;
 }
 
 void FileLocks::giveUp(Version version) noexcept {

@@ -55,8 +55,9 @@ class Kept {
     bytes_ += size;
     return true;
   }
-  // Removes what `isNeeded` says no to.
-  void prune(const std::function<bool(Version from, Version until)>& isNeeded) noexcept {
+  // Removes what `isNeeded(from, until)` says no to.
+  template <typename IsNeeded>
+  void prune(IsNeeded isNeeded) noexcept {
     for (auto place = rows_.begin(); place != rows_.end();) {
       std::erase_if(place->second, [&](const Old& old) {
         if (isNeeded(old.row.changed, old.until)) return false;

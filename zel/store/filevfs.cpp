@@ -163,7 +163,7 @@ int fullName(sqlite3_vfs*, const char* path, int size, char* result) {
 
 }  // namespace
 
-FileVfs::FileVfs(const FileCalls& calls, const std::string& path, mode_t rights, bool readOnly)
+FileVfs::FileVfs(const FileCalls& calls, const std::string& path, FileRights rights, bool readOnly)
     : calls_(calls),
       rights_(rights),
       readOnly_(readOnly),
@@ -206,16 +206,24 @@ std::string FileVfs::takeTrouble() {
   return text;
 }
 
+// Opens one of the other files, which may be new.
+Descriptor FileVfs::openBeside(const std::string& path) const {
+  const int flags = O_NOFOLLOW | (readOnly_ ? O_RDONLY : O_RDWR | O_CREAT);
+  Descriptor fd(calls_.open(path.c_str(), flags, rights_.mode));
+  struct stat64 status;
+  if (!fd || readOnly_ || calls_.status(fd.get(), status) != 0 || status.st_size > 0) return fd;
+  // Where this fails it belongs to somebody else, who has done the same.
+  static_cast<void>(::fchmod(fd.get(), rights_.mode));
+  if (::geteuid() == 0) static_cast<void>(::fchown(fd.get(), rights_.user, rights_.group) == 0);
+  return fd;
+}
+
 int FileVfs::open(const char* path, File* file, int flags, int* outFlags) {
   if ((flags & (SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_WAL)) == 0) return SQLITE_CANTOPEN;
   const bool isMain = (flags & SQLITE_OPEN_MAIN_DB) != 0;
-  const bool make = !isMain && !readOnly_;
-  Descriptor fd(calls_.open(path, readOnly_ ? O_RDONLY : O_RDWR | (make ? O_CREAT : 0), rights_));
+  Descriptor fd = isMain ? Descriptor(calls_.open(path, readOnly_ ? O_RDONLY : O_RDWR))
+                         : openBeside(framesPath_);
   if (!fd && (!readOnly_ || isMain || errno != ENOENT)) return trouble(SQLITE_CANTOPEN, "opening");
-  struct stat64 status;
-  if (make && calls_.status(fd.get(), status) == 0 && status.st_size == 0) {
-    ::fchmod(fd.get(), rights_);
-  }
   (isMain ? mainFile_ : framesFile_) = fd.get();
   *file = {{&methods}, this, fd.release(), isMain, SQLITE_LOCK_NONE};
   if (outFlags != nullptr) *outFlags = flags;
@@ -329,7 +337,7 @@ int FileVfs::isReserved(const File& file, int* result) {
 // Who finds nobody else begins the shared memory anew.
 int FileVfs::openShared() {
   sharedReadOnly_ = readOnly_;
-  Descriptor fd(calls_.open(sharedPath_.c_str(), readOnly_ ? O_RDONLY : O_RDWR | O_CREAT, rights_));
+  Descriptor fd = openBeside(sharedPath_);
   if (!fd && readOnly_) return SQLITE_READONLY_CANTINIT;
   if (!fd) return trouble(SQLITE_CANTOPEN, "opening the -shm file");
   if (sharedReadOnly_) {
@@ -339,7 +347,6 @@ int FileVfs::openShared() {
     }
     if (found.l_type == F_UNLCK) return SQLITE_READONLY_CANTINIT;
   } else if (calls_.lock(fd.get(), F_WRLCK, aliveByte, 1) == 0) {
-    ::fchmod(fd.get(), rights_);
     if (calls_.truncate(fd.get(), 0) != 0) return trouble(SQLITE_IOERR_SHMOPEN, "opening");
   }
   if (const int result = lockResult(*this, calls_.lock(fd.get(), F_RDLCK, aliveByte, 1));

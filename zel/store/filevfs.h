@@ -23,6 +23,13 @@ namespace zel {
 constexpr int pageSize = 4096;
 constexpr int pageReserve = 8;  // bytes of each page that SQLite leaves to us
 
+// What files beside the main file get, from that.
+struct FileRights {
+  mode_t mode = 0600;
+  uid_t user = 0;  // these for the superuser's only
+  gid_t group = 0;
+};
+
 // Whatever is written to the database counts as a tick.
 struct Mark {
   std::uint64_t tick = 0;  // which the database has reached, or it was damaged
@@ -35,7 +42,7 @@ class FileVfs {
  public:
   // Of the database at `path`. `rights` are those of new files; with `readOnly` nothing is made or
   // written.
-  FileVfs(const FileCalls& calls, const std::string& path, mode_t rights, bool readOnly);
+  FileVfs(const FileCalls& calls, const std::string& path, FileRights rights, bool readOnly);
   ~FileVfs();  // after the connection's end
   FileVfs(const FileVfs&) = delete;
   FileVfs& operator=(const FileVfs&) = delete;
@@ -76,10 +83,11 @@ class FileVfs {
 
  private:
   int openShared();
+  Descriptor openBeside(const std::string& path) const;
   bool isIntact(const char* page, std::int64_t at) const;
 
   const FileCalls& calls_;
-  mode_t rights_;
+  FileRights rights_;
   bool readOnly_;
   bool sharedReadOnly_ = false;
   std::string name_;

@@ -27,7 +27,7 @@ std::uint32_t bigEndian(const unsigned char* from) {
 
 // What the header says, which is part of the first page.
 void checkHeader(const FileCalls& calls, int fd, const std::string& path) {
-  constexpr std::string_view magic("SQLite format 3", 16);
+  constexpr std::array<char, 16> magic{"SQLite format 3"};
   std::array<unsigned char, 100> header{};
   const ssize_t size = calls.read(fd, header.data(), header.size(), 0);
   if (size < 0) refuse(path, std::strerror(errno));
@@ -40,7 +40,7 @@ void checkHeader(const FileCalls& calls, int fd, const std::string& path) {
     refuse(path, "it is a file of another program that uses SQLite");
   }
   const std::uint32_t version = bigEndian(&header[60]);
-  if (version > formatVersion || version == 0) {
+  if (version > formatVersion) {
     throw Failure(ErrNewerStore,
                   "the database " + path + " has the format " + std::to_string(version) +
                       " of a newer version; this one knows " + std::to_string(formatVersion));
@@ -94,7 +94,7 @@ bool OpenFile::open() {
   if (tables_ != nullptr && tables_->vfs().missesFrames()) tables_.reset();
   if (tables_ != nullptr) return true;
   if (locks_ != nullptr) {
-    openTables(false);
+    openTables();
     return true;
   }
   return attach();
@@ -124,14 +124,14 @@ bool OpenFile::attach() {
     // It may have been compacted, which puts another file in its place.
     struct stat64 named;
     if (calls_.status(path_.c_str(), named) == 0 && named.st_ino == opened.st_ino) {
-      rights_ = opened.st_mode & 0666;
+      rights_ = {opened.st_mode & 0666, opened.st_uid, opened.st_gid};
       locks_ = std::move(locks);
       break;
     }
     if (!patience.pause()) throw Failure(ErrStoreBusy, "the database " + path_ + " is busy");
   }
   try {
-    openTables(true);
+    openTables();
   } catch (...) {
     locks_.reset();
     throw;
@@ -139,7 +139,7 @@ bool OpenFile::attach() {
   return true;
 }
 
-void OpenFile::openTables(bool checked) {
+void OpenFile::openTables() {
   std::optional<Locked> still;
   if (!readOnly_) still.emplace(*locks_, FileLocks::write);
   const Mark mark = readMark(calls_, locks_->descriptor(), path_);
@@ -151,7 +151,6 @@ void OpenFile::openTables(bool checked) {
     throw Failure(ErrDamaged, "the database " + path_ + " is damaged: " + frames + " is missing");
   }
   tables_ = std::move(tables);
-  if (!checked) return;
   try {
     check(mark);
   } catch (...) {

@@ -55,7 +55,7 @@ class OpenFile {
 
  private:
   bool attach();
-  void openTables(bool checked);
+  void openTables();
   void check(const Mark& mark);
 
   FileCalls calls_;
@@ -63,7 +63,7 @@ class OpenFile {
   std::string path_;
   int process_;
   bool readOnly_ = false;
-  mode_t rights_ = 0600;
+  FileRights rights_;
   std::unique_ptr<FileLocks> locks_;
   std::unique_ptr<Tables> tables_;
 };

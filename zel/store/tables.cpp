@@ -256,6 +256,8 @@ void Tables::fail(int result) {
       throw std::bad_alloc();
     case SQLITE_FULL:
       throw Failure(ErrStoreFull, "there is no room for " + database);
+    case SQLITE_TOOBIG:
+      throw Failure(ErrStoreFull, "a row is too large for " + database);
     case SQLITE_READONLY:
     case SQLITE_PERM:
       throw Failure(ErrReadOnly, database + " can only be read");

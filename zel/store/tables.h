@@ -85,7 +85,7 @@ class Tables {
   struct Options {
     bool readOnly = false;
     bool building = false;  // a new file that nobody else has
-    mode_t rights = 0600;
+    FileRights rights{};
   };
 
   // Opens the file. All references outlive this.
