@@ -182,14 +182,8 @@ std::uint32_t Memory::learn(ObjectId id) {
 }
 
 Object& Memory::load(std::uint32_t index) const {
-  Memory& self = const_cast<Memory&>(*this);
-  try {
-    source.load(source.owner, self, index);
-  } catch (...) {
-    if (table_[index] != nullptr) self.unload(index);
-    throw;
-  }
-  return *(resting_[index] = std::exchange(table_[index], nullptr));
+  source.load(source.owner, const_cast<Memory&>(*this), index);
+  return *resting_[index];
 }
 
 // The first touch in a transaction.

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <unordered_map>
 
 #include "blocks.h"
@@ -48,7 +49,7 @@ struct Bounds {
 // Where objects come from that are in the store and not in the memory.
 struct ObjectSource {
   void* owner = nullptr;
-  // Places the object of the entry. Throws Failure, or std::bad_alloc.
+  // Has the object of the entry rest in the memory. Throws Failure, or std::bad_alloc.
   void (*load)(void* owner, Memory& memory, std::uint32_t index) = nullptr;
 };
 
@@ -209,6 +210,10 @@ class Memory {
   void becomeStored(std::uint32_t index) noexcept;
   // Takes the object, which must have been known, out of the memory until it is touched again.
   void unload(std::uint32_t index) noexcept;
+  // Has an object that placeLoaded made rest until it is touched.
+  void rest(std::uint32_t index) noexcept {
+    resting_[index] = std::exchange(table_[index], nullptr);
+  }
   // Has every object of the store rest until it is touched again, which a new transaction begins
   // with.
   void restAll() noexcept;

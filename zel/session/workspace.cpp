@@ -257,24 +257,107 @@ void Workspace::applyToKernel(OopType dictionary, const std::vector<std::uint32_
   }
 }
 
+// Reads the object, and with it those that may be wanted next. Of them nothing is said if they
+// cannot be read.
 void Workspace::load(std::uint32_t index) {
   const ObjectId id = repository_.identities.idOf(index);
+  std::vector<ObjectId> ids = relativesOf(index);
+  ids.insert(ids.begin(), id);
   std::vector<Row> rows;
-  repository_.store->read(view_, {&id, 1}, [&](const Row& row) { rows.push_back(row); });
-  if (rows.empty()) throw Failure(ErrDamaged, "the store is damaged: an object is missing");
-  decodeObject(memory_, index, rows.front(), findKernelMethod_);
-  const OopType oop = fixedOop(index);
-  for (std::size_t i = 1; i < rows.size(); ++i) {
-    const std::vector<OopType> slots = decodeElements(memory_, rows[i], findKernelMethod_);
-    std::uint32_t hash = rows[i].place.part - Place::ofHash(0);
-    const bool isOld = rows[i].version < equality_ || equalityEpoch_ != memory_.equalityEpoch;
-    if (isOld && hash != unknownHashes && isAsked(rows[i])) {
-      hash = unknownHashes;
-      becomeRehashed(memory_, oop);
+  const auto read = [&] {
+    rows.clear();
+    repository_.store->read(view_, ids, [&](const Row& row) { rows.push_back(row); });
+  };
+  try {
+    read();
+  } catch (const Failure&) {
+    if (ids.size() == 1) throw;
+    ids.resize(1);
+    read();
+  }
+  std::vector<std::uint32_t> loaded;
+  for (std::size_t first = 0, end = 0; first < rows.size(); first = end) {
+    const ObjectId each = rows[first].place.id;
+    while (end < rows.size() && rows[end].place.id == each) ++end;
+    const std::uint32_t entry = repository_.identities.indexOf(each);
+    if (entry == 0 || memory_.loaded(entry) != nullptr) continue;
+    try {
+      place(entry, std::span(rows).subspan(first, end - first));
+      loaded.push_back(entry);
+    } catch (const std::exception&) {
+      if (each == id) throw;
+      break;
+    } catch (const Failure&) {
+      if (each == id) throw;
+      break;
     }
-    appendLoaded(memory_, oop, strideOf(memory_, oop), hash, slots);
+  }
+  if (memory_.loaded(index) == nullptr) {
+    throw Failure(ErrDamaged, "the store is damaged: object " + std::to_string(id) + " is missing");
+  }
+  noteFamily(loaded);
+}
+
+void Workspace::place(std::uint32_t index, std::span<const Row> rows) {
+  const OopType oop = fixedOop(index);
+  try {
+    decodeObject(memory_, index, rows.front(), findKernelMethod_);
+    for (const Row& row : rows.subspan(1)) {
+      const std::vector<OopType> slots = decodeElements(memory_, row, findKernelMethod_);
+      std::uint32_t hash = row.place.part - Place::ofHash(0);
+      const bool isOld = row.version < equality_ || equalityEpoch_ != memory_.equalityEpoch;
+      if (isOld && hash != unknownHashes && isAsked(row)) {
+        hash = unknownHashes;
+        becomeRehashed(memory_, oop);
+      }
+      appendLoaded(memory_, oop, strideOf(memory_, oop), hash, slots);
+    }
+  } catch (...) {
+    memory_.rest(index);
+    memory_.unload(index);
+    throw;
   }
   memory_.at(oop).exported = isExported(client_, oop);
+  memory_.rest(index);
+}
+
+void Workspace::noteFamily(std::span<const std::uint32_t> loaded) {
+  std::vector<std::uint32_t> entries;
+  for (const std::uint32_t index : loaded) {
+    const Object& object = *memory_.loaded(index);
+    if (object.holdsBytes()) continue;
+    for (const OopType slot : std::span(object.slots, object.size)) {
+      const bool isStub = isReference(slot) && memory_.knows(slot >> 2) &&
+                          memory_.loaded(slot >> 2) == nullptr;
+      if (isStub) entries.push_back(slot >> 2);
+    }
+  }
+  if (entries.size() < 2) return;
+  *std::ranges::min_element(families_, {}, &Family::lastUse) = {std::move(entries), 0, 1,
+                                                                ++lastUse_};
+}
+
+std::vector<ObjectId> Workspace::relativesOf(std::uint32_t index) {
+  constexpr std::size_t most = 512;
+  constexpr std::size_t skipped = 16;  // that are not touched, or have been
+  std::vector<ObjectId> ids;
+  for (Family& family : families_) {
+    const std::vector<std::uint32_t>& entries = family.entries;
+    const std::size_t end = std::min(family.next + skipped, entries.size());
+    std::size_t at = family.next;
+    while (at < end && entries[at] != index) ++at;
+    if (at == end) continue;
+    for (++at; at < entries.size() && ids.size() + 1 < family.count; ++at) {
+      if (memory_.knows(entries[at]) && memory_.loaded(entries[at]) == nullptr) {
+        ids.push_back(repository_.identities.idOf(entries[at]));
+      }
+    }
+    family.next = at;
+    family.lastUse = ++lastUse_;
+    family.count = std::min(2 * family.count, most);
+    break;
+  }
+  return ids;
 }
 
 void Workspace::begin() {
@@ -344,6 +427,7 @@ std::optional<std::string> Workspace::passwordOf(std::string_view user) {
 }
 
 void Workspace::endTransaction() {
+  families_ = {};
   forgetAccesses(memory_, client_);
   users_.clear();
   equalityEpoch_ = memory_.equalityEpoch;
@@ -368,6 +452,7 @@ void Workspace::commit() {
     const Outcome outcome = repository_.store->commit(writing.changes);
     if (outcome.version == 0) conflict(outcome);
     writing.keep();
+    lastCommit_ = outcome.version;
     if (writing.changesEquality) equality_ = outcome.version;
     keepChanges(memory_, client_);
     endTransaction();

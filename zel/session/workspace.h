@@ -6,6 +6,8 @@
 // are changed in place: they hold the kernel's own entries where the store has none.
 #pragma once
 
+#include <array>
+
 #include "objmem/clients.h"
 #include "records.h"
 #include "repository.h"
@@ -31,6 +33,8 @@ class Workspace {
   // Takes the transaction's changes back, and begins the next. A failure leaves what is still to be
   // taken back.
   void abort();
+  // The version that the last commit made, 0 if none did.
+  Version lastCommit() const { return lastCommit_; }
   // Whether there is something to commit.
   bool hasChanges() const { return !client_.transaction.written.empty() || !users_.empty(); }
   // Has the commit give the user a password, by its hash, or remove the user.
@@ -45,9 +49,20 @@ class Workspace {
     OopType dictionary;
     std::vector<OopType> slots;  // keys and values
   };
+  // What objects that were loaded together refer to: once one of them is touched, those behind it
+  // are read with it, ever more of them while that goes on.
+  struct Family {
+    std::vector<std::uint32_t> entries;
+    std::size_t next = 0;  // the first that was not read with others
+    std::size_t count = 1;
+    std::uint64_t lastUse = 0;
+  };
   class Writing;
 
   void load(std::uint32_t index);
+  void place(std::uint32_t index, std::span<const Row> rows);
+  void noteFamily(std::span<const std::uint32_t> loaded);
+  std::vector<ObjectId> relativesOf(std::uint32_t index);
   OopType kernelMethod(const KernelMethod& method) const;
   void keepKernel();
   std::vector<OopType> kernelEntries(OopType dictionary, std::uint32_t hash);
@@ -64,8 +79,11 @@ class Workspace {
   Repository& repository_;
   std::vector<Entries> kernel_;  // the dictionaries as the kernel has them
   std::function<OopType(const KernelMethod&)> findKernelMethod_;
+  std::array<Family, 4> families_;  // of what was loaded last
+  std::uint64_t lastUse_ = 0;
   UserChanges users_;
   Version view_ = 0;  // leased
+  Version lastCommit_ = 0;
   // The last one that changed what `=` or `hash` means, and the memory's count when this transaction
   // began: what programs gave as a hash before may be another now.
   Version equality_ = 0;
