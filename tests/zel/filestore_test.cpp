@@ -16,7 +16,9 @@ constexpr ObjectId objects = 12;
 
 using Model = std::map<Place, std::string>;  // a state: what there is
 
-std::string textOf(const Row& row) { return std::to_string(row.classId) + ":" + row.bytes; }
+std::string textOf(const Row& row) {
+  return std::to_string(row.classId) + ":" + row.bytes;
+}
 TakeRow into(Model& model) {
   return [&model](const Row& row) { model[row.place] = textOf(row); };
 }
@@ -115,8 +117,7 @@ References noReferences() {
 class FileStoreTest : public testing::Test {
  protected:
   // Where waiting for a disk costs nothing.
-  const bool isInMemory =
-      access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 1) == 0;
+  const bool isInMemory = access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 1) == 0;
   ScratchDirectory scratch;
   std::string path = scratch / "some.povzel";
   std::string frames = path + "-wal";
@@ -308,11 +309,12 @@ unsigned workedUpTo(const Model& model) {
 // was acknowledged, the one before. What then happens to the write-ahead file goes back to an
 // earlier commit, or is noticed.
 TEST_F(FileStoreTest, SurvivesTheEndAtEachCall) {
-  auto* done = static_cast<volatile unsigned*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE,
-                                                    MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  auto* done = static_cast<volatile unsigned*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   int calls = 0;
   unsigned all = 0;
-  work(path, [&](const char*) { return ++calls, 0; }, &all);
+  work(
+      path, [&](const char*) { return ++calls, 0; }, &all);
   const int step = std::max(1, calls / static_cast<int>(setting("POVZEL_STORE_ROUNDS", 40)));
   unsigned noticed = 0;
   for (int last = 1; last < calls; last += last < 60 || last > calls - 60 ? 5 : step) {
@@ -332,9 +334,8 @@ TEST_F(FileStoreTest, SurvivesTheEndAtEachCall) {
       const auto size = fs::file_size(frames);
       fs::resize_file(copy + "-wal", last % 5 == 0 ? 0 : last % 5 == 1 ? size / 2 : size * 9 / 10);
       if (last % 5 == 2) fs::remove(copy + "-wal");
-      const int number = numberOf([&] {
-        EXPECT_LE(workedUpTo(newest(*openFileStore({.path = copy}))), *done + 1);
-      });
+      const int number = numberOf(
+          [&] { EXPECT_LE(workedUpTo(newest(*openFileStore({.path = copy}))), *done + 1); });
       EXPECT_TRUE(number == 0 || number == ErrDamaged) << message;
       noticed += number != 0 ? 1 : 0;
     }
@@ -369,9 +370,7 @@ TEST_F(FileStoreTest, SurvivesAFailureOfEachCall) {
       fs::copy_file(path, copy);
       std::unique_ptr<Store> store;
       Model expected = models.back();
-      const auto open = [&] {
-        store = openFileStore({.path = copy, .beforeCall = hook});
-      };
+      const auto open = [&] { store = openFileStore({.path = copy, .beforeCall = hook}); };
       const auto change = [&] {
         const std::string text = std::to_string(last);
         Model next = expected;
@@ -430,7 +429,8 @@ TEST_F(FileStoreTest, SurvivesKilledWriters) {
     for (unsigned i = told[self].count + 1;; ++i) {
       const ObjectId id = store->newIds(1);
       Changes changes{store->lease(), {{dictionary, self + 1}}, {}};
-      for (const Place place : {Place{firstFreeId + self}, Place{dictionary, self + 1}, Place{id}}) {
+      for (const Place place :
+           {Place{firstFreeId + self}, Place{dictionary, self + 1}, Place{id}}) {
         if (place.id == id && i % 50 != 0) continue;
         changes.writes.push_back(writing(place, std::to_string(i)));
       }
@@ -445,7 +445,9 @@ TEST_F(FileStoreTest, SurvivesKilledWriters) {
     for (unsigned self = 0; self < writers; ++self) {
       children.push_back(fork());
       if (children.back() != 0) continue;
-      _exit(numberOf([&] { write(self); }) == 0 ? 0 : (std::fprintf(stderr, "%s\n", message.c_str()), 1));
+      _exit(numberOf([&] { write(self); }) == 0
+                ? 0
+                : (std::fprintf(stderr, "%s\n", message.c_str()), 1));
     }
     usleep(random() % 40000);
     for (const pid_t child : children) {
@@ -628,13 +630,15 @@ TEST_F(FileStoreTest, CopiesCompactsAndVerifies) {
   const References references = [](const Row& row, std::vector<ObjectId>& ids) {
     if (!row.bytes.empty()) ids.push_back(std::stoull(row.bytes));
   };
-  const auto refer = [](Place from, ObjectId to) { return Write{from, 0, std::to_string(to), false}; };
+  const auto refer = [](Place from, ObjectId to) {
+    return Write{from, 0, std::to_string(to), false};
+  };
   constexpr ObjectId a = firstFreeId;
   const Progress never = [](std::uint64_t, std::uint64_t) { return false; };
   auto store = openFileStore({.path = path, .create = true});
   store->newIds(10);
-  commit(*store, {refer({dictionary, 5}, a), refer({a}, a + 1), refer({a + 1}, a), refer({a + 2}, a),
-                  refer({a + 2, 9}, a + 3), refer({a + 3}, 7)});
+  commit(*store, {refer({dictionary, 5}, a), refer({a}, a + 1), refer({a + 1}, a),
+                  refer({a + 2}, a), refer({a + 2, 9}, a + 3), refer({a + 3}, 7)});
   const Model all = newest(*store);
   const std::string copy = scratch / "copy.povzel";
   EXPECT_EQ(numberOf([&] { store->backUp(copy, never); }), ErrHardBreak);
@@ -657,8 +661,9 @@ TEST_F(FileStoreTest, CopiesCompactsAndVerifies) {
   EXPECT_EQ(put(*compact, a + 1, "99999999").version, 2U);
   EXPECT_THAT(verifyFile({.path = copy}, references, nullptr),
               ElementsAre(AllOf(HasSubstr("65537"), HasSubstr("99999999"))));
-  EXPECT_EQ(numberOf([&] { compact->read(compact->lease(), std::array{a + 2}, [](const Row&) {}); }),
-            ErrDamaged);
+  EXPECT_EQ(
+      numberOf([&] { compact->read(compact->lease(), std::array{a + 2}, [](const Row&) {}); }),
+      ErrDamaged);
 }
 
 }  // namespace

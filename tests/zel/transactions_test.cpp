@@ -39,8 +39,9 @@ class Transactions : public ZelSession {
       std::string text = line.substr(first + 2, arrow - first - 2);
       std::string expected = arrow != std::string::npos ? line.substr(arrow + 5) : "";
       if (text == "ok" || text == "no") {
-        expected = text == "ok" ? "true" : "error 2513: another session has changed what this "
-                                           "transaction has read or written: abort, and do it again";
+        expected = text == "ok" ? "true"
+                                : "error 2513: another session has changed what this "
+                                  "transaction has read or written: abort, and do it again";
         text = "System commit";
       }
       const std::string answer = in(line[first], text);
@@ -91,9 +92,11 @@ TEST_F(Transactions, SeeCommittedStatesWhole) {
 }
 
 TEST_F(Transactions, ConflictsAreWhatWasReadOrWritten) {
-  in('A', "p := Array new: 3. Globals at: #P put: p; at: #P0 put: p; at: #Q put: (Array new: 3); at: #D put: Dictionary "
-          "new; at: #S put: Set new; at: #I put: IdentitySet new; at: #B put: Bag new. D at: 0 put: "
-          "0. Object subclass: #C. System commit");
+  in('A',
+     "p := Array new: 3. Globals at: #P put: p; at: #P0 put: p; at: #Q put: (Array new: 3); at: #D "
+     "put: Dictionary "
+     "new; at: #S put: Set new; at: #I put: IdentitySet new; at: #B put: Bag new. D at: 0 put: "
+     "0. Object subclass: #C. System commit");
   struct Row {
     const char* first;   // in A, which commits first
     const char* second;  // in B
@@ -150,9 +153,10 @@ TEST_F(Transactions, ConflictsAreWhatWasReadOrWritten) {
   };
   for (const Row& row : rows) {
     for (const char name : {'A', 'B'}) in(name, "System abort");
-    in('A', "P at: 1 put: nil. Q at: 1 put: nil. D keys do: [:k | D removeKey: k]. D at: 0 put: 0. "
-            "S asArray do: [:e | S remove: e]. I asArray do: [:e | I remove: e]. Globals at: #P "
-            "put: P0. System commit");
+    in('A',
+       "P at: 1 put: nil. Q at: 1 put: nil. D keys do: [:k | D removeKey: k]. D at: 0 put: 0. "
+       "S asArray do: [:e | S remove: e]. I asArray do: [:e | I remove: e]. Globals at: #P "
+       "put: P0. System commit");
     in('B', "System abort");
     const std::string first = in('A', row.first);
     const std::string second = in('B', std::string(row.second) + ". nil");
@@ -204,7 +208,8 @@ TEST_F(Transactions, MergeWhatDoesNotConflict) {
           A ok
           B System abort. D at: (K new n: 1; yourself) ==> 11)");
   // Sets by identity, of objects and values alike, in all sessions.
-  play(R"(A o := Object new. Globals at: #O put: o; at: #I put: (IdentitySet new add: o; add: #sym; add: 5; yourself)
+  play(
+      R"(A o := Object new. Globals at: #O put: o; at: #I put: (IdentitySet new add: o; add: #sym; add: 5; yourself)
           A ok
           B System abort. {I includes: O. I includes: #sym. I includes: 5. I includes: Object new} ==> an Array( true true true false )
           B I remove: O
@@ -213,7 +218,8 @@ TEST_F(Transactions, MergeWhatDoesNotConflict) {
 }
 
 TEST_F(Transactions, KeepEveryKindOfObject) {
-  play(R"(A Globals at: #W put: OrderedCollection new. W add: 'aü€'; add: $€; add: 2.5; add: (2 raisedTo: 80); add: -7; add: (2 raisedTo: 40); add: nil; add: true; add: #sym; add: Float nan
+  play(
+      R"(A Globals at: #W put: OrderedCollection new. W add: 'aü€'; add: $€; add: 2.5; add: (2 raisedTo: 80); add: -7; add: (2 raisedTo: 40); add: nil; add: true; add: #sym; add: Float nan
           A W add: #(1 $a 'x' #(2)); add: (1 to: 3); add: (3->4); add: #(3 1 2) asSortedCollection; add: (#(3 1 2) asSortedCollection: [:a :b | a > b]); add: #(1 1 2) asBag; add: (ByteArray new: 3); add: Object; add: [:a | a + 1]; add: Globals; add: (Float infinity)
           A W add: (ReadStream on: #(1 2)); add: (Error new messageText: 'm'; yourself); add: (Object methodAt: 'isNil'); add: W
           A t := W printString. W at: 3 put: 2.5. W size ==> 25
@@ -225,7 +231,8 @@ TEST_F(Transactions, KeepEveryKindOfObject) {
           B (W at: 14) add: 0. W at: 1 put: (W at: 1), 'x'. #sym == (W at: 9) ==> true
           B ok
           A System abort. {(W at: 14) first. W at: 1} ==> an Array( 0 'aü€x' ))");
-  play(R"(A Globals at: #R put: (Array new: 1). [R at: 1 put: 1. nil foo] value ==> error 2010: nil does not understand #foo
+  play(
+      R"(A Globals at: #R put: (Array new: 1). [R at: 1 put: 1. nil foo] value ==> error 2010: nil does not understand #foo
           A System suspend: 3 ==> error 2502: the program is suspended)");
   // A block goes on with its own variables, in the session that runs it.
   play(R"(A | n | n := 0. Globals at: #Count put: [n := n + 1]. Count value ==> 1
@@ -262,8 +269,9 @@ TEST_F(Transactions, ClientsSeeOneObject) {
 
 // Random transactions of four sessions: what committed has a serial order, the order of commits.
 TEST_F(Transactions, HaveASerialOrder) {
-  in('A', "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
-          "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  in('A',
+     "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
+     "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
   std::mt19937 random(7);
   const auto roll = [&](unsigned n) { return static_cast<int>(random() % n); };
   struct Step {
@@ -275,15 +283,25 @@ TEST_F(Transactions, HaveASerialOrder) {
   const auto number = [&] { return std::to_string(1 + roll(8)); };
   const auto text = [&]() -> std::string {
     switch (roll(9)) {
-      case 0: return "(V at: " + number() + ") first";
-      case 1: return "(V at: " + number() + ") at: 1 put: (V at: " + number() + ") first + 1";
-      case 2: return "D at: " + number() + " ifAbsent: [0]";
-      case 3: return "D at: " + number() + " put: (V at: " + number() + ") first";
-      case 4: return "D removeKey: " + number() + " ifAbsent: [0]";
-      case 5: return "S includes: " + number();
-      case 6: return "(S add: " + number() + ") + (S includes: " + number() + ") hash - (S includes: 99) hash";
-      case 7: return "S remove: " + number() + " ifAbsent: [0]";
-      default: return "{D size. S size. (V inject: 0 into: [:a :b | a + b first])}";
+      case 0:
+        return "(V at: " + number() + ") first";
+      case 1:
+        return "(V at: " + number() + ") at: 1 put: (V at: " + number() + ") first + 1";
+      case 2:
+        return "D at: " + number() + " ifAbsent: [0]";
+      case 3:
+        return "D at: " + number() + " put: (V at: " + number() + ") first";
+      case 4:
+        return "D removeKey: " + number() + " ifAbsent: [0]";
+      case 5:
+        return "S includes: " + number();
+      case 6:
+        return "(S add: " + number() + ") + (S includes: " + number() +
+               ") hash - (S includes: 99) hash";
+      case 7:
+        return "S remove: " + number() + " ifAbsent: [0]";
+      default:
+        return "{D size. S size. (V inject: 0 into: [:a :b | a + b first])}";
     }
   };
   int conflicts = 0;
@@ -311,13 +329,15 @@ TEST_F(Transactions, HaveASerialOrder) {
   }
   EXPECT_GT(conflicts, 50);
   EXPECT_GT(committed.size(), 200U);
-  const std::string end = in('A', "System abort. {V. D keys asSortedCollection asArray. S asSortedCollection asArray}");
+  const std::string end =
+      in('A', "System abort. {V. D keys asSortedCollection asArray. S asSortedCollection asArray}");
   // Once more, one after the other, in a database of its own.
   zel->ZelShutdown();
   ids.clear();
   Transactions::SetUp();
-  in('A', "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
-          "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  in('A',
+     "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
+     "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
   for (const std::vector<Step>& transaction : committed) {
     for (const Step& step : transaction) EXPECT_EQ(step.answer, in('A', step.text)) << step.text;
   }

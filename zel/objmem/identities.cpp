@@ -23,7 +23,8 @@ void Identities::returnPages(const Memory& owner) {
     if (page.owner == &owner) page.owner = nullptr;
   }
   while (pages_.size() > firstPage && pages_.back().owner == nullptr &&
-         std::ranges::all_of(pages_.back().entries, [](const Entry& entry) { return entry.id == 0; })) {
+         std::ranges::all_of(pages_.back().entries,
+                             [](const Entry& entry) { return entry.id == 0; })) {
     bytes_ -= pages_.back().entries.size() * sizeof(Entry);
     pages_.pop_back();
   }

@@ -1,6 +1,6 @@
-// Which object of the store each entry of the object tables stands for, in all sessions of a process:
-// an object that several of them know has the same oop in each. Entries are handed out in pages, so
-// that sessions make objects side by side, each in pages of its own.
+// Which object of the store each entry of the object tables stands for, in all sessions of a
+// process: an object that several of them know has the same oop in each. Entries are handed out in
+// pages, so that sessions make objects side by side, each in pages of its own.
 #pragma once
 
 #include <unordered_map>
@@ -67,7 +67,9 @@ class Identities {
     Memory* owner = nullptr;     // whose objects are made in it
     std::vector<Entry> entries;  // none until one of them is bound
   };
-  Entry& entryAt(std::uint32_t index) { return pages_[index / pageEntries].entries[index % pageEntries]; }
+  Entry& entryAt(std::uint32_t index) {
+    return pages_[index / pageEntries].entries[index % pageEntries];
+  }
 
   std::vector<Page> pages_;
   std::size_t bytes_ = 0;  // of their entries

@@ -1,8 +1,8 @@
 #include "memory.h"
 
 #include <algorithm>
-#include <cstring>
 #include <chrono>
+#include <cstring>
 #include <utility>
 
 #include "clients.h"
@@ -506,8 +506,7 @@ Bounds Memory::boundsOf(Room room) const {
 }
 
 Room Memory::roomToRun() const {
-  const bool full =
-      processIsFull_ || free_ <= keptEntries || used_ > mostBytes() - 2 * keptBack();
+  const bool full = processIsFull_ || free_ <= keptEntries || used_ > mostBytes() - 2 * keptBack();
   return full ? Room::rescue : Room::programs;
 }
 
@@ -613,8 +612,7 @@ void Memory::sweep(bool pressed) {
   }
   for (std::uint32_t index = kernelEnd; index < table_.size(); ++index) {
     Object* object = table_[index];
-    const bool isKnown = object == nullptr ? (flags_[index] & Known) != 0
-                                           : object->stored;
+    const bool isKnown = object == nullptr ? (flags_[index] & Known) != 0 : object->stored;
     if (isKnown) {
       dropKnown(index, pressed);
       continue;

@@ -13,8 +13,8 @@
 
 #include <array>
 #include <string>
-#include <utility>
 #include <unordered_map>
+#include <utility>
 
 #include "blocks.h"
 #include "identities.h"
@@ -160,8 +160,8 @@ class Memory {
   void collectIfDue() {
     if (used_ >= dueAt_) collect();
   }
-  // Collects now. With `pressed`, what was only handed out to the current client goes, too, and what
-  // can be loaded again.
+  // Collects now. With `pressed`, what was only handed out to the current client goes, too, and
+  // what can be loaded again.
   void collect(bool pressed = false);
   // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
   // again and again for next to nothing: better an early end than one that takes for ever.
@@ -261,10 +261,10 @@ class Memory {
   friend class InRoom;
   // Of an entry.
   enum Flag : std::uint8_t {
-    Free = 1,    // for the next object
-    Known = 2,   // of an object of the store
-    Named = 4,   // met by the collection, and not loaded
-    Read = 8,    // read in this transaction, and not loaded
+    Free = 1,   // for the next object
+    Known = 2,  // of an object of the store
+    Named = 4,  // met by the collection, and not loaded
+    Read = 8,   // read in this transaction, and not loaded
   };
   struct Roots {
     void* owner;
@@ -326,7 +326,7 @@ class Memory {
   std::size_t elsewhere_ = 0;
   std::size_t usedByKernel_ = 0;
   std::uint32_t endOfKernel_ = kernelEnd;  // behind the last entry that it uses
-  Bounds bounds_{};  // of the room in use
+  Bounds bounds_{};                        // of the room in use
   std::size_t used_ = 0;
   std::size_t usedBefore_ = 0;  // at the end of the last collection
   bool processIsFull_ = false;  // it hardly had memory left then

@@ -90,9 +90,9 @@ struct Object {
     OopType* slots;  // named slots first
     ByteType* bytes;
   };
-  std::uint32_t size;         // slots, or bytes of byte objects
-  std::uint32_t capacity;     // the same unit, from the first slot on
-  std::uint32_t createdIn;    // serial of the transaction that created it
+  std::uint32_t size;                   // slots, or bytes of byte objects
+  std::uint32_t capacity;               // the same unit, from the first slot on
+  std::uint32_t createdIn;              // serial of the transaction that created it
   std::uint32_t identityHash : 28 = 0;  // 0 until it is asked for
   std::uint32_t dirty : 1 = false;      // changed in this transaction, which knows what it was
   std::uint32_t exported : 1 = false;   // in the export set

@@ -71,8 +71,9 @@ void copyToFile(const std::string& file, Store& from, const Progress& progress) 
   for (const char* user : {"SystemUser", "DataCurator"}) {
     const std::optional<std::string> hash = passwordOf(from, lease.version, true, user);
     if (!hash || !hash->empty()) continue;
-    throw Failure(ErrNotPermitted, "a file needs other passwords than the well-known one: change "
-                                   "and commit those of SystemUser and DataCurator first");
+    throw Failure(ErrNotPermitted,
+                  "a file needs other passwords than the well-known one: change "
+                  "and commit those of SystemUser and DataCurator first");
   }
   const std::unique_ptr<Store> store = openFileStore({.path = file, .create = true});
   const Lease empty(*store);
@@ -93,7 +94,8 @@ void copyToFile(const std::string& file, Store& from, const Progress& progress) 
 }  // namespace
 
 Database::Database(BreakRequest& breakRequest)
-    : breaks(breakRequest), inMemory(std::make_shared<Repository>(std::make_unique<MemoryStore>(copyToFile))) {
+    : breaks(breakRequest),
+      inMemory(std::make_shared<Repository>(std::make_unique<MemoryStore>(copyToFile))) {
   readLimits(*this);
 }
 

@@ -37,8 +37,8 @@ Session& requireSession(Database& database);
 // ErrLoginDenied, ErrTooManySessions, and what openFileStore does.
 Session& login(Database& database, std::string_view server, std::string_view user,
                std::string_view password);
-// Ends the current session: what it did not commit is lost, and what it held goes. The last one of a
-// file closes it. No session is current afterwards.
+// Ends the current session: what it did not commit is lost, and what it held goes. The last one of
+// a file closes it. No session is current afterwards.
 void logout(Database& database);
 // Makes the session current. Throws ErrBadSession and leaves the current one as it was.
 void selectSession(Database& database, std::int32_t id);

@@ -16,8 +16,8 @@ struct ServerName {
   bool create = false;
 };
 
-// A name with a '/', or that ends in ".povzel", is that of a file, relative to the working folder; a
-// query part can follow: ?create=true. The empty name means the database in memory. Throws
+// A name with a '/', or that ends in ".povzel", is that of a file, relative to the working folder;
+// a query part can follow: ?create=true. The empty name means the database in memory. Throws
 // ErrLoginDenied for every other name.
 ServerName readServerName(std::string_view name);
 

@@ -54,7 +54,8 @@ class Writer {
     if (isSmallInt(oop)) {
       tag(Tag::smallInteger);
       const std::int32_t small = smallIntValue(oop);
-      return number(static_cast<std::uint32_t>(small) << 1 ^ static_cast<std::uint32_t>(small >> 31));
+      return number(static_cast<std::uint32_t>(small) << 1 ^
+                    static_cast<std::uint32_t>(small >> 31));
     }
     if (isCharacter(oop)) {
       tag(Tag::character);
@@ -185,8 +186,7 @@ class Decoder {
       std::memcpy(&bits, bytes.data(), sizeof bits);
       return memory_.allocateNumber(LargeIntegerClass, bits);
     }
-    const OopType oop =
-        memory_.allocate(LargeIntegerClass, Impl::bytes, 0, bytes.size(), false);
+    const OopType oop = memory_.allocate(LargeIntegerClass, Impl::bytes, 0, bytes.size(), false);
     Object& object = memory_.at(oop);
     std::copy(bytes.begin(), bytes.end(), object.bytes);
     object.fixedSize = object.invariant = true;
@@ -271,8 +271,9 @@ void decodeObject(Memory& memory, std::uint32_t index, const Row& row,
   if (object.classOop == MethodClass) compileAgain(memory, oop, (form & FormClassSide) != 0);
 }
 
-std::vector<OopType> decodeElements(Memory& memory, const Row& row,
-                                    const std::function<OopType(const KernelMethod&)>& kernelMethod) {
+std::vector<OopType> decodeElements(
+    Memory& memory, const Row& row,
+    const std::function<OopType(const KernelMethod&)>& kernelMethod) {
   Decoder decoder(memory, row, kernelMethod);
   decoder.reader.byte();
   std::vector<OopType> slots;

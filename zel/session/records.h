@@ -34,8 +34,9 @@ void decodeObject(Memory& memory, std::uint32_t index, const Row& row,
                   const std::function<OopType(const KernelMethod&)>& kernelMethod);
 // Whether programs' methods gave the hash of the row's elements; and their slots.
 bool isAsked(const Row& row);
-std::vector<OopType> decodeElements(Memory& memory, const Row& row,
-                                    const std::function<OopType(const KernelMethod&)>& kernelMethod);
+std::vector<OopType> decodeElements(
+    Memory& memory, const Row& row,
+    const std::function<OopType(const KernelMethod&)>& kernelMethod);
 
 // Appends the ids of the objects that the row refers to, its class included.
 void referencesOf(const Row& row, std::vector<ObjectId>& ids);

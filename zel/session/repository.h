@@ -1,5 +1,5 @@
-// What the sessions of a process have in common of one store: the store, and which object each entry
-// of their object tables stands for.
+// What the sessions of a process have in common of one store: the store, and which object each
+// entry of their object tables stands for.
 #pragma once
 
 #include <memory>

@@ -48,12 +48,11 @@ OopType addUser(Machine& machine, OopType receiver, const OopType* args) {
   const std::string name = utf8Argument(machine.memory, args[0]);
   const std::string password = utf8Argument(machine.memory, args[1]);
   if (name.empty() || name.size() > longestUserName || name.find('\0') != std::string::npos) {
-    throw Failure(ErrBadArgumentKind, "a user's name has 1 to " + std::to_string(longestUserName) +
-                                          " bytes and no NUL",
+    throw Failure(ErrBadArgumentKind,
+                  "a user's name has 1 to " + std::to_string(longestUserName) + " bytes and no NUL",
                   {args[0]});
   }
-  machine.session.workspace->changeUser(name,
-                                        machine.session.database.passwords.hashOf(password));
+  machine.session.workspace->changeUser(name, machine.session.database.passwords.hashOf(password));
   return receiver;
 }
 OopType removeUser(Machine& machine, OopType receiver, const OopType* args) {
@@ -86,8 +85,7 @@ OopType suspend(Machine&, OopType, const OopType* args) {
   throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);
 }
 OopType userName(Machine& machine, OopType, const OopType*) {
-  return withRoom(machine.memory,
-                  [&] { return stringOop(machine.memory, machine.session.user); });
+  return withRoom(machine.memory, [&] { return stringOop(machine.memory, machine.session.user); });
 }
 OopType sessionId(Machine& machine, OopType, const OopType*) {
   return smallIntOop(machine.session.id);
@@ -119,8 +117,7 @@ OopType stepLimit(Memory& memory, OopType, const OopType*) {
 }
 
 OopType takeTranscript(Machine& machine, OopType, const OopType*) {
-  return withRoom(machine.memory,
-                  [&] { return take(machine.memory, machine.session.transcript); });
+  return withRoom(machine.memory, [&] { return take(machine.memory, machine.session.transcript); });
 }
 OopType writeTranscript(Machine& machine, OopType receiver, const OopType* args) {
   Memory& memory = machine.memory;

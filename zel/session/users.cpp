@@ -39,8 +39,7 @@ Users usersIn(const Row& row) {
 std::map<std::uint32_t, Users> allUsers(Store& store, Version at) {
   std::map<std::uint32_t, Users> users;
   const ObjectId id = usersId;
-  store.read(at, {&id, 1},
-             [&](const Row& row) { users.emplace(row.place.part, usersIn(row)); });
+  store.read(at, {&id, 1}, [&](const Row& row) { users.emplace(row.place.part, usersIn(row)); });
   return users;
 }
 
@@ -74,8 +73,8 @@ std::vector<Write> writesOf(Store& store, Version at, const UserChanges& changes
   for (const auto& [name, hash] : changes) {
     const std::uint32_t part = partOf(name);
     const auto known = before.find(part);
-    Users& users = rows.try_emplace(part, known != before.end() ? known->second : Users())
-                       .first->second;
+    Users& users =
+        rows.try_emplace(part, known != before.end() ? known->second : Users()).first->second;
     std::erase_if(users, [&](const auto& each) { return each.first == name; });
     if (hash || isBuiltIn(name)) users.emplace_back(name, hash.value_or(""));
   }
@@ -97,11 +96,13 @@ UserChanges creators(std::string_view user, std::string_view password, Passwords
                   "login denied: only SystemUser or DataCurator can create a database");
   }
   if (password.empty() || password == wellKnown) {
-    throw Failure(ErrLoginDenied,
-                  "login denied: a new database needs a password of its own, not the well-known one");
+    throw Failure(
+        ErrLoginDenied,
+        "login denied: a new database needs a password of its own, not the well-known one");
   }
   UserChanges changes;
-  for (const std::string_view name : builtIn) changes[std::string(name)] = passwords.hashOf(password);
+  for (const std::string_view name : builtIn)
+    changes[std::string(name)] = passwords.hashOf(password);
   return changes;
 }
 

@@ -58,7 +58,8 @@ class Workspace::Writing {
       if (written.itself) writeObject(oop, memory_.identities.idOf(oop >> 2));
       written.elements ? writeAllElements(oop, written) : writeElements(oop, written.hashes);
     }
-    for (Write& write : writesOf(*workspace_.repository_.store, workspace_.view_, workspace_.users_)) {
+    for (Write& write :
+         writesOf(*workspace_.repository_.store, workspace_.view_, workspace_.users_)) {
       changes.writes.push_back(std::move(write));
     }
     // What is met while it is written is added.
@@ -118,8 +119,8 @@ class Workspace::Writing {
     if (id < firstFreeId && slots == workspace_.kernelEntries(oop, hash)) {
       write.gone = true;
     } else {
-      const bool asked = hash == unknownHashes ||
-                         (!slots.empty() && asksHash(memory_, oop, slots.front()));
+      const bool asked =
+          hash == unknownHashes || (!slots.empty() && asksHash(memory_, oop, slots.front()));
       write.bytes = encodeElements(memory_, slots, asked, asIdFor_);
       // That the kernel's own are gone is something to be kept.
       if (id < firstFreeId) write.gone = false;
@@ -250,9 +251,9 @@ void Workspace::applyToKernel(OopType dictionary, const std::vector<std::uint32_
   });
   for (const std::uint32_t hash : hashes) {
     const auto row = rows.find(hash);
-    const std::vector<OopType> slots =
-        row != rows.end() ? decodeElements(memory_, row->second, findKernelMethod_)
-                          : kernelEntries(dictionary, hash);
+    const std::vector<OopType> slots = row != rows.end()
+                                           ? decodeElements(memory_, row->second, findKernelMethod_)
+                                           : kernelEntries(dictionary, hash);
     replaceElements(memory_, dictionary, dictionaryStride, hash, slots);
   }
 }
@@ -327,8 +328,8 @@ void Workspace::noteFamily(std::span<const std::uint32_t> loaded) {
     const Object& object = *memory_.loaded(index);
     if (object.holdsBytes()) continue;
     for (const OopType slot : std::span(object.slots, object.size)) {
-      const bool isStub = isReference(slot) && memory_.knows(slot >> 2) &&
-                          memory_.loaded(slot >> 2) == nullptr;
+      const bool isStub =
+          isReference(slot) && memory_.knows(slot >> 2) && memory_.loaded(slot >> 2) == nullptr;
       if (isStub) entries.push_back(slot >> 2);
     }
   }
@@ -422,8 +423,9 @@ void Workspace::apply(std::span<const Place> changes) {
 
 std::optional<std::string> Workspace::passwordOf(std::string_view user) {
   const auto changed = users_.find(user);
-  return changed != users_.end() ? changed->second
-                                 : zel::passwordOf(*repository_.store, view_, repository_.inMemory != nullptr, user);
+  return changed != users_.end()
+             ? changed->second
+             : zel::passwordOf(*repository_.store, view_, repository_.inMemory != nullptr, user);
 }
 
 void Workspace::endTransaction() {

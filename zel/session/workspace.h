@@ -84,8 +84,8 @@ class Workspace {
   UserChanges users_;
   Version view_ = 0;  // leased
   Version lastCommit_ = 0;
-  // The last one that changed what `=` or `hash` means, and the memory's count when this transaction
-  // began: what programs gave as a hash before may be another now.
+  // The last one that changed what `=` or `hash` means, and the memory's count when this
+  // transaction began: what programs gave as a hash before may be another now.
   Version equality_ = 0;
   std::uint32_t equalityEpoch_ = 0;
 };

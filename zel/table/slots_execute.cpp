@@ -30,9 +30,8 @@ constexpr std::string_view transcriptText = "System takeTranscript";
 OopType takeTranscript() {
   Session& session = currentSession();
   const InRoom room(session.memory, session.memory.roomToRun());
-  return handOut(session, withRoom(session.memory, [&] {
-                   return take(session.memory, session.transcript);
-                 }));
+  return handOut(
+      session, withRoom(session.memory, [&] { return take(session.memory, session.transcript); }));
 }
 
 // Nor is it one when a client asks what its user may be about to write: the names of globals and of

@@ -150,8 +150,7 @@ BoolType ZelCommit() {
 }
 
 void ZelAbort() {
-  inSession(
-      [](Session& session) { session.workspace->abort(); });
+  inSession([](Session& session) { session.workspace->abort(); });
 }
 
 BoolType ZelSoftBreak() {

@@ -154,7 +154,8 @@ void Machine::markRoots() {
 // reference to the registers, which would not be any more then.
 [[gnu::always_inline]] inline Object& Machine::reach(const Registers& at, OopType oop) {
   Object* object = memory.atHand(oop);
-  if (object != nullptr) [[likely]] return *object;
+  if (object != nullptr) [[likely]]
+    return *object;
   at.store(*process_);
   return bring(oop);
 }

@@ -16,7 +16,8 @@ OopType newMessage(Memory& memory, OopType receiver, const OopType*) {
 
 OopType newSize(Memory& memory, OopType receiver, const OopType* args) {
   const bool isArray = receiver == ArrayClassOop;
-  const std::size_t unit = !isArray && inheritsFrom(memory, receiver, DoubleByteStringClassOop) ? 2 : 1;
+  const std::size_t unit =
+      !isArray && inheritsFrom(memory, receiver, DoubleByteStringClassOop) ? 2 : 1;
   if (!isArray && (inheritsFrom(memory, receiver, DictionaryClass) ||
                    inheritsFrom(memory, receiver, SetClass) ||
                    inheritsFrom(memory, receiver, OrderedCollectionClass))) {
