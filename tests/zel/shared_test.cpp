@@ -76,7 +76,9 @@ class Shared : public ZelSession {
         record += text + "\t" + show(text) + "\n";
       }
       const bool changes = show("System needsCommit") == "true";
-      if (show("System commit") != "true") {
+      const std::string answer = show("System commit");
+      if (answer != "true") {
+        EXPECT_EQ("error 2513", answer.substr(0, 10)) << answer;
         show("System abort");
       } else if (changes) {
         record = std::to_string(session().workspace->lastCommit()) + "\n" + record + "\n";

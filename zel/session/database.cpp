@@ -58,7 +58,10 @@ std::shared_ptr<Repository> repositoryFor(Database& database, const ServerName& 
   std::weak_ptr<Repository>& known = database.files[server.path];
   if (std::shared_ptr<Repository> open = known.lock()) return open;
   std::shared_ptr<Repository> opened = openRepository(server, [&database] {
-    if (database.current != nullptr) database.current->memory.meter.check();
+    if (database.current == nullptr) return;
+    Meter& meter = database.current->memory.meter;
+    meter.hurry();
+    meter.charge(1);
   });
   known = opened;
   return opened;
