@@ -490,9 +490,8 @@ Stride strideOf(const Memory& memory, OopType oop) {
 std::vector<std::uint32_t> hashesOf(Memory& memory, OopType oop, Stride stride) {
   std::vector<std::uint32_t> hashes = indexOf(memory, oop, stride).hashes;
   std::ranges::replace(hashes, unknownHash, unknownHashes);
-  std::ranges::sort(hashes);
-  const auto rest = std::ranges::unique(hashes);
-  hashes.erase(rest.begin(), rest.end());
+  std::sort(hashes.begin(), hashes.end());
+  hashes.erase(std::unique(hashes.begin(), hashes.end()), hashes.end());
   return hashes;
 }
 

@@ -25,7 +25,7 @@ Users usersIn(const Row& row) {
   std::string_view rest = std::string_view(row.bytes).substr(1);
   const auto take = [&] {
     const std::size_t end = std::min(rest.find('\0'), rest.size());
-    const std::string taken(rest.substr(0, end));
+    std::string taken(rest.substr(0, end));
     rest.remove_prefix(std::min(end + 1, rest.size()));
     return taken;
   };
@@ -75,7 +75,7 @@ std::vector<Write> writesOf(Store& store, Version at, const UserChanges& changes
     const auto known = before.find(part);
     Users& users =
         rows.try_emplace(part, known != before.end() ? known->second : Users()).first->second;
-    std::erase_if(users, [&](const auto& each) { return each.first == name; });
+    std::erase_if(users, [&user = name](const auto& each) { return each.first == user; });
     if (hash || isBuiltIn(name)) users.emplace_back(name, hash.value_or(""));
   }
   std::vector<Write> writes;

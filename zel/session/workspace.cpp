@@ -15,7 +15,7 @@ namespace {
 constexpr ObjectId equalityId = 1;
 // Ids of the kernel's dictionaries of methods, by the entries of their classes.
 constexpr ObjectId firstMethodsId = 2048;
-static_assert(firstMethodsId + 2 * firstFreeIndex <= firstFreeId);
+static_assert(firstMethodsId + ObjectId{2} * firstFreeIndex <= firstFreeId);
 
 // Among the system's objects that have rows.
 bool isKernelDictionary(ObjectId id) {
@@ -211,8 +211,8 @@ void Workspace::keepKernel() {
   for (std::uint32_t index = 0; index < firstFreeIndex; ++index) {
     if (!isClass(memory_, fixedOop(index))) continue;
     const OopType* slots = memory_.at(fixedOop(index)).slots;
-    keep(slots[ClassMethods - 1], firstMethodsId + 2 * index);
-    keep(slots[ClassClassMethods - 1], firstMethodsId + 2 * index + 1);
+    keep(slots[ClassMethods - 1], firstMethodsId + ObjectId{2} * index);
+    keep(slots[ClassClassMethods - 1], firstMethodsId + ObjectId{2} * index + 1);
   }
 }
 
@@ -437,14 +437,12 @@ void Workspace::endTransaction() {
   beginTransaction(memory_, client_);
 }
 
-void Workspace::conflict(const Outcome& outcome) {
+Failure Workspace::conflict(const Outcome& outcome) {
   Failure failure(ErrCommitConflict,
                   "another session has changed what this transaction has read or written: abort, "
                   "and do it again");
-  for (const ObjectId id : outcome.conflicts) {
-    failure.args.push_back(fixedOop(memory_.learn(id)));
-  }
-  throw failure;
+  for (const ObjectId id : outcome.conflicts) failure.args.push_back(fixedOop(memory_.learn(id)));
+  return failure;
 }
 
 void Workspace::commit() {
@@ -452,7 +450,7 @@ void Workspace::commit() {
     Writing writing(*this);
     writing.collect();
     const Outcome outcome = repository_.store->commit(writing.changes);
-    if (outcome.version == 0) conflict(outcome);
+    if (outcome.version == 0) throw conflict(outcome);
     writing.keep();
     lastCommit_ = outcome.version;
     if (writing.changesEquality) equality_ = outcome.version;

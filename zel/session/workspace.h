@@ -70,7 +70,7 @@ class Workspace {
   void moveTo(Version version);
   void apply(std::span<const Place> changes);
   void follow(const Changes& changes, Version version);
-  [[noreturn]] void conflict(const Outcome& outcome);
+  Failure conflict(const Outcome& outcome);
   void endTransaction();
   bool changesEquality(Place place);
 
