@@ -64,7 +64,7 @@ class FileCalls {
     return tried("unlink", [=] { return ::unlink(name); });
   }
   void* map(int fd, std::size_t size, int protection, std::int64_t at) const {
-    if (!let("mmap")) return MAP_FAILED;
+    if (!let("mmap") && errno != EINTR) return MAP_FAILED;
     return ::mmap64(nullptr, size, protection, MAP_SHARED, fd, at);
   }
   // A lock of the open file, not of the process: another open and close of it does no harm. Type is
