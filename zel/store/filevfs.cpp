@@ -433,18 +433,21 @@ bool FileVfs::missesFrames() const {
 }
 
 Mark readMark(const FileCalls& calls, int fd, const std::string& path) {
-  MarkBytes bytes{};
-  if (calls.read(fd, &bytes, sizeof bytes, markPlace) < 0) {
-    throw Failure(ErrDamaged,
-                  "the database " + path + ": reading it failed: " + std::strerror(errno));
+  // Who may not take the lock may meet one that is just being written.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    MarkBytes bytes{};
+    if (calls.read(fd, &bytes, sizeof bytes, markPlace) < 0) {
+      throw Failure(ErrDamaged,
+                    "the database " + path + ": reading it failed: " + std::strerror(errno));
+    }
+    const auto whole = [](const std::array<std::uint32_t, 2>& halves) {
+      return halves[0] | static_cast<std::uint64_t>(halves[1]) << 32;
+    };
+    if (whole(bytes.sum) != sumOf(bytes)) continue;
+    return {whole(bytes.tick), (bytes.state & 1) != 0, bytes.state >> 1};
   }
-  const std::uint64_t sum = bytes.sum[0] | static_cast<std::uint64_t>(bytes.sum[1]) << 32;
-  if (sum != sumOf(bytes)) {
-    throw Failure(ErrDamaged,
-                  "the database " + path + " is damaged: its header is not as it was written");
-  }
-  return {bytes.tick[0] | static_cast<std::uint64_t>(bytes.tick[1]) << 32, (bytes.state & 1) != 0,
-          bytes.state >> 1};
+  throw Failure(ErrDamaged,
+                "the database " + path + " is damaged: its header is not as it was written");
 }
 
 void writeMark(const FileCalls& calls, int fd, const std::string& path, const Mark& mark) {

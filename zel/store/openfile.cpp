@@ -40,6 +40,9 @@ void checkHeader(const FileCalls& calls, int fd, const std::string& path) {
     refuse(path, "it is a file of another program that uses SQLite");
   }
   const std::uint32_t version = bigEndian(&header[60]);
+  if (version == 0) {
+    throw Failure(ErrDamaged, "the database " + path + " is damaged: it has no format");
+  }
   if (version > formatVersion) {
     throw Failure(ErrNewerStore,
                   "the database " + path + " has the format " + std::to_string(version) +

@@ -92,18 +92,21 @@ class Store {
   virtual Version lease() = 0;
   virtual void giveUp(Version version) noexcept = 0;
 
-  // Calls `take` with each row that the objects had at the leased version, an object's own row
-  // before the others of it. Throws ErrDamaged when one that is not the system's has none.
+  // Calls `take`, which leaves the store alone, with each row that the objects had at the leased
+  // version, an object's own row before the others of it. Throws ErrDamaged when one that is not
+  // the system's has none.
   virtual void read(Version at, std::span<const ObjectId> ids, const TakeRow& take) = 0;
   // The same for all objects from `first` to before `end` that have rows, in the order of the ids.
+  // Here `take` may use the store.
   virtual void scan(Version at, ObjectId first, ObjectId end, const TakeRow& take) = 0;
-  // What commits after `from` up to `to` wrote, each place once.
+  // What commits after `from`, which is leased, up to `to` wrote, each place once.
   virtual std::vector<Place> changedSince(Version from, Version to) = 0;
 
   // So many ids, in sequence, that nobody had before; answers the first.
   virtual ObjectId newIds(std::uint32_t count) = 0;
   // Writes the changes as the next version, unless a commit after the base changed what they read
-  // or wrote. It is on the disk, where the store has one, before this returns.
+  // or wrote. It is on the disk, where the store has one, before this returns. Without writes
+  // nothing is done, and the version answered is the base.
   virtual Outcome commit(const Changes& changes) = 0;
 
   virtual StoreStatistics statistics() = 0;
