@@ -578,22 +578,29 @@ TEST_F(FileStoreTest, SharesWithChildrenAndOthers) {
   EXPECT_FALSE(fs::exists(frames));
 }
 
+// Who may only read does so, also beside a writer.
 TEST_F(FileStoreTest, ReadsWhatItMayNotWrite) {
-  const Model model = filled(path, 3).back();
-  fs::permissions(scratch.path(), fs::perms(0555));
+  Model model = filled(path, 3).back();
   fs::permissions(path, fs::perms(0444));
-  const ChildResult child = inChild([&] {
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return 1;
-    auto store = openFileStore({.path = path});
-    if (newest(*store) != model) return 2;
-    if (numberOf([&] { put(*store, firstFreeId, "x"); }) != ErrReadOnly) return 4;
-    if (numberOf([&] { store->newIds(1); }) != ErrReadOnly) return 5;
-    auto none = openFileStore({.path = scratch / "new.povzel", .create = true});
-    return numberOf([&] { put(*none, firstFreeId, "x"); }) == ErrReadOnly ? 3 : 6;
-  });
+  std::unique_ptr<Store> writer;
+  for (const bool isWritten : {false, true}) {
+    if (isWritten && geteuid() != 0) break;
+    fs::permissions(scratch.path(), fs::perms(0755));
+    if (isWritten) writer = openFileStore({.path = path});
+    if (isWritten) put(*writer, firstFreeId, model[{firstFreeId}] = "written");
+    fs::permissions(scratch.path(), fs::perms(0555));
+    const ChildResult child = inChild([&] {
+      if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return 1;
+      auto store = openFileStore({.path = path});
+      if (newest(*store) != model) return 2;
+      if (numberOf([&] { put(*store, firstFreeId, "x"); }) != ErrReadOnly) return 4;
+      if (numberOf([&] { store->newIds(1); }) != ErrReadOnly) return 5;
+      auto none = openFileStore({.path = scratch / "new.povzel", .create = true});
+      return numberOf([&] { put(*none, firstFreeId, "x"); }) == ErrReadOnly ? 3 : 6;
+    });
+    EXPECT_TRUE(child.exitedWith(3)) << isWritten << child.status << child.err;
+  }
   fs::permissions(scratch.path(), fs::perms(0700));
-  EXPECT_TRUE(child.exitedWith(3)) << child.status << child.err;
-  EXPECT_FALSE(fs::exists(frames));
 }
 
 // Waiting for others ends with an error, or when the caller wants it to.

@@ -8,6 +8,19 @@
 
 namespace zel {
 
+namespace {
+
+// Not every file system can do it in one step.
+bool moveToNothing(const char* from, const char* to) {
+  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (::link(from, to) != 0) return false;
+  ::unlink(from);
+  return true;
+}
+
+}  // namespace
+
 NewFile::NewFile(const FileCalls& calls, const Waiting& waiting, const std::string& path)
     : calls_(calls), waiting_(waiting), path_(path), own_(path + ".new-XXXXXX") {
   const Descriptor made(::mkostemp(own_.data(), O_CLOEXEC));
@@ -75,7 +88,7 @@ bool NewFile::publish(bool overEmpty) {
     const Descriptor empty(calls_.open(path_.c_str(), O_RDWR | O_NONBLOCK));
     if (!empty) {
       if (errno != ENOENT) fail("making it");
-      if (::renameat2(AT_FDCWD, own_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
+      if (moveToNothing(own_.c_str(), path_.c_str())) {
         settle();
         return true;
       }

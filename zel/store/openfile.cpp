@@ -113,7 +113,7 @@ bool OpenFile::attach() {
     }
     if (const char* kind = kindOf(status.st_mode)) refuse(path_, kind);
     if (status.st_size == 0) return false;
-    readOnly_ = ::access(folderOf(path_).c_str(), W_OK) != 0;
+    readOnly_ = ::faccessat(AT_FDCWD, folderOf(path_).c_str(), W_OK, AT_EACCESS) != 0;
     Descriptor fd(calls_.open(path_.c_str(), (readOnly_ ? O_RDONLY : O_RDWR) | O_NONBLOCK));
     if (!fd && (errno == EACCES || errno == EROFS || errno == EPERM)) {
       readOnly_ = true;
