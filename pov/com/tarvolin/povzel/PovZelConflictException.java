@@ -1,8 +1,11 @@
 package com.tarvolin.povzel;
 
 /**
- * Another session changed what this one is changing. Once this one has aborted, it may try again. An
- * error that a program raises with the number 2508 or 2513 is one, too.
+ * A commit that was refused: since the transaction began, another session has committed a change to
+ * something that this one has read or written. The changes are kept, but each further commit is
+ * refused as well, until the session aborts: then it sees what the other one did, and may try again.
+ * The arguments are the objects concerned, ten at most. An error that a program raises with the number
+ * 2513 is one, too.
  *
  * <pre>{@code
  * try {

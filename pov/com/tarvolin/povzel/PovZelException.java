@@ -34,8 +34,7 @@ public class PovZelException extends RuntimeException {
     /** The number of the bridge's own errors. */
     static final int BRIDGE = 2318;
     private static final int OUT_OF_MEMORY = 2208;
-    private static final int CONFLICT_AT_CHANGE = 2508;
-    private static final int CONFLICT_AT_COMMIT = 2513;
+    private static final int CONFLICT = 2513;
     private static final int SOFT_BREAK = 6003;
     private static final int HARD_BREAK = 6004;
 
@@ -186,8 +185,7 @@ public class PovZelException extends RuntimeException {
         switch (report.number) {
             case OUT_OF_MEMORY:
                 return new PovZelMemoryException(report);
-            case CONFLICT_AT_CHANGE:
-            case CONFLICT_AT_COMMIT:
+            case CONFLICT:
                 return new PovZelConflictException(report);
             case HARD_BREAK:
                 return new PovZelCancelledException(report);

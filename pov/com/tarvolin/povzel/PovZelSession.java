@@ -604,8 +604,11 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Asks the database which objects that the program refers to have been changed since it was asked
-     * last, and tells the listeners, on this thread: all of them of all changes, each once. What a
+     * Asks the database which objects that the program refers to are no longer what they were when it
+     * was asked last, and tells the listeners, on this thread: all of them of all changes, each once.
+     * These are what the session has changed itself, and what others have committed, as soon as this
+     * session sees it: at once while its transaction has looked at nothing, else from its commit,
+     * abort or {@link #refresh()} on. What a
      * listener throws is thrown when everything has been told, the first exception with the others as
      * suppressed ones. Nothing is lost then, nor when the database fails half way: the next poll
      * returns what this one could not, and tells the listeners what they were not told.
@@ -716,11 +719,15 @@ public final class PovZelSession implements AutoCloseable {
     // ---- Transactions ----
 
     /**
-     * Makes what the session has changed the database's, and shows the session what others have
-     * committed.
+     * Makes what the session has changed the database's, whole or not at all, and begins the next
+     * transaction. A session sees what was committed when its transaction first asked for something,
+     * and its own changes, which nobody else sees until this. What the transaction only read counts,
+     * too, if it changes anything: what it committed is as if no other session had been at work
+     * meanwhile. Objects that nothing in the database refers to are not stored.
      *
-     * @throws PovZelConflictException if another session has changed the same; nothing is committed
-     *     then
+     * @throws PovZelConflictException if another session has committed a change to something that
+     *     this transaction has read or written; nothing is committed then, and the session keeps its
+     *     changes until it aborts
      * @throws PovZelException if the database reports another error
      * @throws IllegalStateException within {@link #transaction(Callable)}, which commits by itself
      */
@@ -742,8 +749,9 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Takes back what the session has changed since its last commit, and shows it what others have
-     * committed. Nothing stops an abort.
+     * Takes back what the session has changed since its last commit, and begins the next transaction,
+     * which sees what others have committed. Objects that the session has made keep their contents,
+     * and its variables their values. Nothing stops an abort.
      *
      * @throws PovZelException if the database reports an error
      * @throws IllegalStateException within {@link #transaction(Callable)}, which aborts when its work
@@ -760,17 +768,37 @@ public final class PovZelSession implements AutoCloseable {
     }
 
     /**
-     * Tells whether the session has changed something that it has not committed.
+     * Shows a session that has changed nothing what others have committed: its next transaction
+     * begins.
+     *
+     * @throws PovZelException with the number 2521 if there is something to commit, which would not
+     *     fit there: commit or abort it first
+     * @throws PovZelException if the database reports another error
+     * @throws IllegalStateException within {@link #transaction(Callable)}, whose work is one
+     *     transaction
+     */
+    public void refresh() {
+        requireNoTransaction();
+        askSystem("refresh");
+    }
+
+    /**
+     * Tells whether the session has changed something in the database that it has not committed.
+     * Objects that it has made and that the database does not refer to are no such change.
      *
      * @return whether it has
      * @throws PovZelException if the database reports an error
      */
     public boolean needsCommit() {
+        return Boolean.TRUE.equals(askSystem("needsCommit"));
+    }
+
+    private Object askSystem(String selector) {
         return calls.locked(() -> {
             if (system == null) {
                 system = executeForObject("System");
             }
-            return Boolean.TRUE.equals(system.perform("needsCommit"));
+            return system.perform(selector);
         });
     }
 
@@ -785,7 +813,8 @@ public final class PovZelSession implements AutoCloseable {
 
     /**
      * Does something and commits it; when it throws anything, or the commit fails, all is taken
-     * back.
+     * back. What the session has read since its last commit, abort or {@link #refresh()} is part of
+     * it: when another session has changed that, the commit fails.
      *
      * <pre>{@code
      * session.transaction(() -> {
@@ -808,8 +837,8 @@ public final class PovZelSession implements AutoCloseable {
 
     /**
      * Does something and commits it; when another session was faster, all is taken back and done
-     * once more. A conflict of another session, and one whose changes cannot be taken back, is thrown
-     * at once.
+     * once more, with what that one has committed. A conflict of another session that the work uses,
+     * and one whose changes cannot be taken back, is thrown at once.
      *
      * @param <T> what the work returns
      * @param retries how often it may be repeated on a {@link PovZelConflictException}

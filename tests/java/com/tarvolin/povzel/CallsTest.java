@@ -243,6 +243,11 @@ class CallsTest {
         }
     }
 
+    private static void commit(PovZelSession session, String text) {
+        session.execute(text);
+        session.commit();
+    }
+
     @Test
     void transactionsCommitOrTakeBack() throws Exception {
         PovZelObject cell = session.executeForObject("Globals at: #Cell put: (Array with: 1)");
@@ -251,7 +256,7 @@ class CallsTest {
         assertEquals("done", session.transaction(() -> {
             cell.perform("at:put:", 1, 2);
             SessionTest.allThrow(IllegalStateException.class, () -> session.transaction(() -> { }),
-                    session::commit, session::abort);
+                    session::commit, session::abort, session::refresh);
             return "done";
         }));
         assertFalse(session.needsCommit());
@@ -263,36 +268,50 @@ class CallsTest {
         assertTrue(Thread.interrupted());
         assertEquals(2L, cell.perform("at:", 1), "an interrupted thread takes back all the same");
 
-        // The other session is in the way for two of three tries.
+        // The other session is faster in two of three tries.
         AtomicInteger tries = new AtomicInteger();
         Runnable work = () -> {
-            other.execute(tries.incrementAndGet() < 3 ? "Cell at: 1 put: 9" : "System abort");
-            cell.perform("at:put:", 1, 4);
+            long held = (Long) cell.perform("at:", 1);
+            if (tries.incrementAndGet() < 3) {
+                commit(other, "Cell at: 1 put: (Cell at: 1) + 10");
+            }
+            cell.perform("at:put:", 1, held + 1);
         };
-        assertThrows(PovZelConflictException.class, () -> session.transaction(1, work));
+        assertEquals(List.of(cell), assertThrows(PovZelConflictException.class, () ->
+                session.transaction(1, work)).getArguments());
         assertEquals(2, tries.getAndSet(0));
         session.transaction(2, work);
-        assertEquals(List.of(3, 4L), List.of(tries.getAndSet(0), cell.perform("at:", 1)));
+        assertEquals(List.of(3, 43L), List.of(tries.getAndSet(0), cell.perform("at:", 1)));
 
         // Neither a conflict of another session is repeated, nor one after which nothing is taken back.
-        other.execute("System abort. Cell at: 1 put: 9");
         try (PovZelSession third = login()) {
             PovZelConflictException conflict = assertThrows(PovZelConflictException.class, () ->
                     session.transaction(2, () -> {
                         tries.incrementAndGet();
-                        third.execute("Cell at: 1 put: 5");
+                        other.execute("Cell at: 1 put: 9");
+                        commit(third, "Cell at: 1 put: 5");
+                        other.commit();
                     }));
             assertEquals(List.of(1, 0), List.of(tries.get(), conflict.getSuppressed().length));
+            assertThrows(PovZelConflictException.class, other::commit, "until it aborts");
             conflict = assertThrows(PovZelConflictException.class, () -> third.transaction(2, () -> {
+                third.execute("Cell at: 1 put: 6");
+                commit(session, "Cell at: 1 put: 7");
                 PovZelException failure = assertThrows(PovZelConflictException.class, () ->
-                        third.execute("Cell at: 1 put: 5"));
+                        third.execute("System commit"));
                 PovZelInterface._logout(third.id(), null);
                 throw failure;
             }));
             assertEquals(1, conflict.getSuppressed().length);
             assertThrows(PovZelException.class, third::close);
         }
+        assertEquals(2521, assertThrows(PovZelException.class, other::refresh).getNumber());
         other.abort();
+        assertEquals(7L, other.execute("Cell at: 1"));
+        commit(session, "Cell at: 1 put: 8");
+        assertEquals(7L, other.execute("Cell at: 1"));
+        other.refresh();
+        assertEquals(8L, other.execute("Cell at: 1"));
         session.transaction(() -> session.execute("Globals removeKey: #Cell"));
     }
 

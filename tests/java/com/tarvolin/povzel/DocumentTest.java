@@ -40,7 +40,7 @@ class DocumentTest {
     private final Map<String, String> outputs = new TreeMap<>(Map.of("FirstQuery",
             "3 + 4 is 7\nAda is older than 30\nGrace is older than 30\nNobody: error ...\n",
             "LargeBytes", "stored 25%\n...stored 100%\nread 25%\n...100%\nIt is the same.\n",
-            "WatchChanges", "Changes before: 0\nThe account holds 250\nChanges after: 1\n"));
+            "WatchChanges", "The account holds 100 at first\nChanges before: 0\nThe account holds 250\nChanges after: 1\n"));
 
     private static Matcher matcher(String pattern, String text) {
         return Pattern.compile(pattern, Pattern.DOTALL | Pattern.MULTILINE).matcher(text);
