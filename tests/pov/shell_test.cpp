@@ -9,6 +9,10 @@ constexpr char launch[] = "exec env -u TARVOLIN '" POVZEL_LAUNCHER "' ";
 // Each in a folder of its own, with ./p to start the shell.
 TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
   const std::string use = " -u SystemUser -e 3";
+  // A launcher beside a program that tells what it was given.
+  const std::string install =
+      "mkdir -p t/bin; cp -L p t/bin/povzel; echo 'IFS=,; echo \"$*,$POVZEL_PASSWORD\"; exit 7' |"
+      "sed '1i #!/bin/sh' >t/bin/povzelstore; chmod +x t/bin/povzelstore; ";
   const std::tuple<std::string, int, const char*, const char*> cases[] = {
       {"./p -e '3 + 4' -e '6 * 7'", 0, "7\n42\n", ""},
       {"echo 2 + 3 | ./p", 0, "5\n", ""},
@@ -41,6 +45,19 @@ TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
       {"mkfifo f; POVZEL_PASSWORD=swordfish ./p -e 3 -e '[true] whileTrue' >f & read x <f;"
        "tr '\\0' '\\n' </proc/$!/environ | grep -c POVZEL_P; kill $!",
        0, "0\n", ""},
+      {"./p --create -e 3", 2, "", "povzel: --create makes a database in a file: name it with"},
+      {"./p -s shop -e 3 --password-file <(echo x)", 1, "", ": this library has no server shop\n"},
+      {"export POVZEL_PASSWORD=x; ./p -s a.povzel -e 3", 1, "",
+       "/a.povzel: create it with --create"},
+      {"POVZEL_PASSWORD=swordfish ./p -s a.povzel --create -e 3", 1, "", "a password of its own"},
+      {"export POVZEL_PASSWORD=x; mkdir d; ./p -s d/ü --create --commit -e 'Globals at: #X put: 3';"
+       "cd d; ls; ../p -s './ü?create=true' -u SystemUser -e 'X + 1' -e :session",
+       0, "3\nü\n4\nsession 1, SystemUser at ./ü (rpc)\n", ""},
+      {install + "POVZEL_PASSWORD=x t/bin/povzel load \"a b\" $(printf '\\374') -e", 7,
+       "load,a b,\374,-e,x\n", ""},
+      {install + "rm t/bin/povzelstore; t/bin/povzel stat x", 1, "",
+       "run a file of texts as ./stat"},
+      {"echo 5 >check; ./p ./check -e 3", 0, "5\n3\n", ""},
   };
   for (const auto& [command, status, out, err] : cases) {
     SCOPED_TRACE(command);

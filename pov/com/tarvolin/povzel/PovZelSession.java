@@ -86,7 +86,11 @@ public final class PovZelSession implements AutoCloseable {
     /**
      * Logs in to the database of a server.
      *
-     * @param server the server's name
+     * @param server the server's name; of the embedded database one that has a {@code /} or ends in
+     *     {@code .povzel} is a file, relative to the working folder. With {@code ?create=true} behind it
+     *     the first commit makes a file that is not there, whose users {@code SystemUser} and
+     *     {@code DataCurator} get the password; the user must be one of them. Empty for the database
+     *     that needs no name
      * @param user the database user
      * @param password the user's password
      * @return the session

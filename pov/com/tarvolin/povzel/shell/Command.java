@@ -14,6 +14,7 @@ enum Command {
     CONTINUE("", "goes on with the text that Ctrl-C interrupted last"),
     COMMIT("", "makes the changes of the session permanent and seen by all"),
     ABORT("", "takes the changes back that are not committed"),
+    REFRESH("", "shows what others have committed, while there is nothing to commit"),
     TIME("on|off", "shows how long each text ran, or no longer"),
     SESSION("", "shows who is logged in and where"),
     HELP("", "shows this"),

@@ -66,7 +66,8 @@ final class Editor {
         /** Reads a line; null if it is longer than one may be. */
         String readBounded(String prompt) {
             full = false;
-            String line = readLine(prompt);
+            // A sign of its own is doubled there.
+            String line = readLine(prompt.replace("%", "%%"));
             return full ? null : line;
         }
     }

@@ -219,6 +219,7 @@ final class Evaluator {
             case STACK -> guarded(entry.start(), () -> told(stack()));
             case COMMIT -> guarded(entry.start(), this::commit).saying("committed", options.quiet);
             case ABORT -> guarded(entry.start(), this::abort).saying("aborted", options.quiet);
+            case REFRESH -> guarded(entry.start(), this::refresh).saying("refreshed", options.quiet);
             case TIME -> guarded(entry.start(), () -> time(rest));
             case SESSION ->
                     Outcome.result(told("session " + session.id() + ", " + options.description()));
@@ -296,6 +297,11 @@ final class Evaluator {
 
     private String abort() {
         session.abort();
+        return null;
+    }
+
+    private String refresh() {
+        session.refresh();
         return null;
     }
 

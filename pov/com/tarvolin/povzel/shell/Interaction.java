@@ -11,8 +11,8 @@ import org.jline.reader.UserInterruptException;
 
 /** The conversation with a user at a terminal. */
 final class Interaction {
-    private static final String PROMPT = "povzel> ";
-    private static final String CHANGED = "povzel*> ";
+    private static final String PROMPT = "> ";
+    private static final String CHANGED = "*> ";
     private static final String CONTINUED = "....... ";
 
     /** How many characters are shown at once. */
@@ -23,6 +23,8 @@ final class Interaction {
     private final Console console;
     private final PrintStream out;
     private final Options options;
+    /** What prompts begin with. */
+    private final String database;
     private List<String> names;
     private final Interrupts interrupts;
 
@@ -31,6 +33,7 @@ final class Interaction {
         this.interrupts = new Interrupts(session);
         this.evaluator = new Evaluator(session, options, interrupts);
         this.options = options;
+        this.database = Printer.visible(options.database());
         this.console = console;
         this.out = out;
     }
@@ -38,7 +41,9 @@ final class Interaction {
     /** Answers the exit status: of a text that failed the user knows. */
     int run() throws IOException {
         if (!options.quiet) {
-            console.print("Logged in as " + options.description() + ". :help shows what can be entered.");
+            console.print("Logged in as " + Printer.visible(options.description())
+                    + (options.creates() ? "; " + Command.COMMIT.word() + " makes the database" : "")
+                    + ". " + Command.HELP.word() + " shows what can be entered.");
         }
         console.onInterrupt(interrupts::interrupt);
         console.setNames(this::names);
@@ -75,7 +80,7 @@ final class Interaction {
     private byte[] line(boolean goesOn) {
         interrupts.end();
         names = null;
-        byte[] line = console.readLine(goesOn ? CONTINUED : uncommitted() ? CHANGED : PROMPT, goesOn);
+        byte[] line = console.readLine(goesOn ? CONTINUED : database + (uncommitted() ? CHANGED : PROMPT), goesOn);
         // The user saw what earlier interrupts did before entering this.
         interrupts.end();
         return line;

@@ -1,6 +1,9 @@
 package com.tarvolin.povzel.shell;
 
 import com.tarvolin.povzel.PovZelSession;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -25,6 +28,16 @@ import picocli.CommandLine.Parameters;
                     + " in.",
             ""
         },
+        footerHeading = "%nThe first word can be one of these, with a database in a file:%n",
+        footer = {
+            "  check FILE            tell whether it is whole",
+            "  dump FILE >TEXT       write all of it as text",
+            "  load FILE <TEXT       fill a new one with such a text",
+            "  compact FILE          give room back that it no longer needs",
+            "  create FILE           make a new one",
+            "  stat FILE             tell its size and what is in it",
+            "A file of texts that has such a name is ./check."
+        },
         exitCodeListHeading = "%nExit status:%n",
         exitCodeList = {
             "0:Every text ran, or the conversation was ended",
@@ -42,6 +55,9 @@ final class Options {
     }
 
     static final String DEFAULT_USER = "DataCurator";
+    /** What can stand behind a server's name. */
+    private static final char QUERY = '?';
+    private static final String CREATE = "create=true";
 
     /** One of the texts that the command line gives or names, in its order. */
     static final class Source {
@@ -58,8 +74,15 @@ final class Options {
     @ArgGroup(multiplicity = "0..*")
     List<Source> sources = new ArrayList<>();
 
-    @Option(names = {"-s", "--server"}, paramLabel = "NAME", description = "The server to log in to.")
+    @Option(names = {"-s", "--server"}, paramLabel = "NAME",
+            description = "The server to log in to. Of the built-in database a name with a / or that ends in"
+                    + " .povzel is a file, which keeps what is committed.")
     String server;
+
+    @Option(names = "--create",
+            description = "Make the file, at the first commit; its users SystemUser and DataCurator get the"
+                    + " password. One that is there is used as it is.")
+    boolean create;
 
     @Option(names = {"-u", "--user"}, paramLabel = "NAME", defaultValue = DEFAULT_USER,
             description = "The user to log in as; ${DEFAULT-VALUE} unless given.")
@@ -100,11 +123,49 @@ final class Options {
         return format == Format.JSON;
     }
 
+    /** The server's name as the login takes it. */
+    String login() {
+        if (server == null) {
+            return "";
+        }
+        return !create || isCreating(server) ? server
+                : server + (server.indexOf(QUERY) < 0 ? QUERY : '&') + CREATE;
+    }
+
+    private static boolean isCreating(String name) {
+        int query = name.indexOf(QUERY);
+        return query >= 0 && name.indexOf(CREATE, query) >= 0;
+    }
+
+    /** Whether the first commit makes the database. */
+    boolean creates() {
+        if (!isCreating(login())) {
+            return false;
+        }
+        try {
+            return Files.size(Path.of(place())) == 0;
+        } catch (IOException | InvalidPathException e) {
+            return true;
+        }
+    }
+
+    /** The server's name without what is asked of it. */
+    private String place() {
+        int query = server.indexOf(QUERY);
+        return query < 0 ? server : server.substring(0, query);
+    }
+
+    /** The database's name, as short as it is told apart at a prompt. */
+    String database() {
+        String place = server == null ? "" : place();
+        String last = place.substring(place.lastIndexOf('/') + 1);
+        return last.isEmpty() ? "povzel" : last;
+    }
+
     /** Who is logged in and where. */
     String description() {
-        String place = server != null ? "server " + server
-                : embedded ? "the built-in database" : "the database";
-        return user + " at " + place + " (" + (access.linked ? "linked" : "rpc") + ")";
+        String where = server != null ? place() : embedded ? "the built-in database" : "the database";
+        return user + " at " + where + " (" + (access.linked ? "linked" : "rpc") + ")";
     }
 
     /** Which of the two interface libraries to use. */

@@ -36,6 +36,13 @@ final class Passwords {
         return inEnvironment != null ? inEnvironment : wellKnown ? WELL_KNOWN.toCharArray() : null;
     }
 
+    /** What is wrong with the password of a new database, which was typed twice; null if nothing is. */
+    static String flaw(char[] password, char[] again) {
+        return !Arrays.equals(password, again) ? "these were two different passwords"
+                : password.length == 0 ? "the database needs a password"
+                : Arrays.equals(password, WELL_KNOWN.toCharArray()) ? "everybody knows that password" : null;
+    }
+
     static void clear(char[] password) {
         if (password != null) {
             Arrays.fill(password, '\0');

@@ -47,6 +47,9 @@ final class Shell {
         } catch (ParameterException e) {
             return complain(MISUSED, e.getMessage() + "\nTry: povzel --help");
         }
+        if (options.create && options.server == null) {
+            return complain(MISUSED, "--create makes a database in a file: name it with --server");
+        }
         try {
             initialize(options);
             return run(options);
@@ -86,6 +89,7 @@ final class Shell {
 
     private int run(Options options, char[] known, Console console) throws IOException {
         char[] password = known != null ? known
+                : options.creates() ? newPassword(console)
                 : console.readPassword("Password of " + options.user + ": ");
         if (password == null) {
             return complain(FAILED, "no password given\nType it, or name a file with --password-file");
@@ -93,6 +97,25 @@ final class Shell {
         return loggedIn(options, password, session -> options.sources.isEmpty()
                 ? new Interaction(session, options, console, out).run()
                 : runTexts(options, session));
+    }
+
+    /** Asks for the password of a new database until it will do; null when the user declines. */
+    private static char[] newPassword(Console console) throws IOException {
+        while (true) {
+            char[] password = console.readPassword("New password of SystemUser and DataCurator: ");
+            char[] again = password == null ? null : console.readPassword("The same again: ");
+            if (again == null) {
+                Passwords.clear(password);
+                return null;
+            }
+            String flaw = Passwords.flaw(password, again);
+            Passwords.clear(again);
+            if (flaw == null) {
+                return password;
+            }
+            Passwords.clear(password);
+            console.print(flaw + ": type another one");
+        }
     }
 
     /** What is done in a session. */
@@ -103,8 +126,7 @@ final class Shell {
     private int loggedIn(Options options, char[] password, Work work) throws IOException {
         PovZelSession session;
         try {
-            session = PovZelSession.login(options.server == null ? "" : options.server, options.user,
-                    password);
+            session = PovZelSession.login(options.login(), options.user, password);
         } catch (PovZelException e) {
             return complain(FAILED, "cannot log in as " + options.user + ": " + e.getMessage()
                     + "\nName another user with --user, the password with --password-file or"

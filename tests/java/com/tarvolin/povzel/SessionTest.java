@@ -2,10 +2,12 @@ package com.tarvolin.povzel;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.nio.file.*;
 import java.util.*;
 import java.util.stream.*;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
+import org.junit.jupiter.api.io.TempDir;
 
 // Logging in, running texts, strings, references, errors, threads, closing.
 class SessionTest {
@@ -122,6 +124,26 @@ class SessionTest {
         array.close();
         allThrow(IllegalStateException.class, session::pollChanges, array::list, array::bytes,
                 () -> session.execute("3"), () -> session.perform(3, "+", 4));
+    }
+
+    // The name reaches the database whole, by every way; what one session committed the others find.
+    @Test
+    void filesAreServers(@TempDir Path folder) throws Exception {
+        String file = folder.resolve("\u00fc.povzel").toString();
+        String maker = file + "?create=true";
+        assertEquals(4051, fails(() -> PovZelSession.login(file, "SystemUser", "own")).getNumber());
+        assertEquals(4051, fails(() -> PovZelSession.login("shop", "SystemUser", "own")).getNumber());
+        try (PovZelSession first = PovZelSession.login(maker, "SystemUser", "own".toCharArray())) {
+            first.execute("Globals at: #Kept put: (Array with: 1)");
+            assertFalse(Files.exists(Path.of(file)));
+            first.commit();
+        }
+        try (PovZelPool pool = PovZelPool.builder(file, "DataCurator", "own").size(2).build();
+                PovZelSession one = pool.session(); PovZelSession two = pool.session()) {
+            one.transaction(() -> one.execute("Kept at: 1 put: 2"));
+            assertEquals(2L, two.execute("Kept at: 1"));
+            assertEquals(false, session.execute("Globals includesKey: #Kept"));
+        }
     }
 
     // Calls of many threads and sessions take turns; each sees its own results.

@@ -99,6 +99,7 @@ class EvaluatorTest {
         "  @ Globals at: #E put: (Array with: 1). :commit @ 1 @ `` @ .*:1:38: error 2501.*",
         "  @ Globals at: #E put: (Array with: 1)~:commit~E at: 1 put: 2~:abort~E~:commit @ 0 "
                 + "@ an Array( 1 )~2~an Array( 1 )~ @ committed~aborted~committed~",
+        "  @ Globals at: #E put: 1~:refresh~:abort~:refresh @ 1 @ 1~ @ <stdin>:2:1: error 2521: .*~aborted~refreshed~",
         "q @ :commit~:abort~:time on~3       @ 0 @ 3~                              @ \\(0\\.\\d{3} s\\)~",
         "cq@ Globals at: #E put: (Array with: 1)~E at: 1 put: 7. 3 foo~E~E at: 1 put: 5~:abort~E @ 1 "
                 + "@ an Array( 1 )~an Array( 1 )~5~an Array( 5 )~ @ .*2010.*",

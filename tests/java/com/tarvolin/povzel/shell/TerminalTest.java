@@ -201,5 +201,21 @@ class TerminalTest {
         start("", "-u SystemUser");
         until(": ");
         end(INTERRUPT, 130);
+        // A new database's is typed twice, until it is one.
+        String file = home + "/1%P.povzel";
+        start("", "--create -s " + file);
+        until("New password of SystemUser and DataCurator: ");
+        answer("swordfish\r", "again: ");
+        answer("swordfish\r", "everybody knows that password", "DataCurator: ");
+        answer("one\r", "again: ");
+        answer("two\r", "two different passwords", "DataCurator: ");
+        answer("one\r", "again: ");
+        answer("one\r", "DataCurator at " + file + " (rpc); :commit makes the database.", "1%P.povzel");
+        answer(":com\t\r", "committed", "1%P.povzel> ");
+        end(":quit\r", 0);
+        start("", "--create -s " + file);
+        until("Password of DataCurator: ");
+        answer("one\r", "1%P.povzel> ");
+        end(":quit\r", 0);
     }
 }
