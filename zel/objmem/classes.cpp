@@ -207,6 +207,16 @@ void requireChangeableSlot(const Memory& memory, OopType oop, std::size_t slot) 
   }
 }
 
+std::string_view kernelClassName(OopType classOop) {
+  const auto* const spec = std::ranges::find(classSpecs, classOop, &ClassSpec::oop);
+  return spec != std::end(classSpecs) ? spec->name : "";
+}
+
+OopType kernelClassNamed(std::string_view name) {
+  const auto* const spec = std::ranges::find(classSpecs, name, &ClassSpec::name);
+  return spec != std::end(classSpecs) ? spec->oop : 0;
+}
+
 bool isClass(const Memory& memory, OopType oop) {
   const Object* object = memory.look(oop);
   return object != nullptr && object->classOop == ClassClass;

@@ -39,6 +39,11 @@ enum ClassFormatBits : std::uint32_t {
 // Makes the classes that exist from the start, and the dictionary of globals.
 void bootstrapClasses(Memory& memory);
 
+// The name of a class that exists from the start, empty for any other oop; and the class of such a
+// name, 0 if there is none. Neither needs a memory.
+std::string_view kernelClassName(OopType classOop);
+OopType kernelClassNamed(std::string_view name);
+
 // Whether the oop names a class; any oop is allowed.
 bool isClass(const Memory& memory, OopType oop);
 // The class of a value or an object; UndefinedObject for nil and for oops that name nothing.

@@ -7,43 +7,18 @@
 #include "objmem/classes.h"
 #include "objmem/hashed.h"
 #include "objmem/values.h"
+#include "recordformat.h"
 
 namespace zel {
 
 namespace {
-
-enum class Tag : std::uint8_t {
-  nil,
-  falseValue,
-  trueValue,
-  smallInteger,  // zigzag
-  character,     // its code
-  floatNumber,   // eight bytes, the lowest first
-  largeInteger,  // size and bytes
-  symbol,        // size and bytes
-  reference,     // id
-  kernelMethod,  // id of the class, 1 for its class side, and the selector as a symbol
-};
-
-// Of an object's row, in its first byte.
-enum Form : std::uint8_t {
-  FormImpl = 3,
-  FormIndexable = 4,
-  FormFixedSize = 8,
-  FormInvariant = 16,
-  FormHashed = 32,     // its elements have rows of their own
-  FormClassSide = 64,  // a method of the class itself
-};
 
 class Writer {
  public:
   Writer(Memory& memory, const IdForFType& idFor) : memory_(memory), idFor_(idFor) {}
   std::string bytes;
 
-  void number(std::uint64_t value) {
-    for (; value >= 0x80; value >>= 7) bytes += static_cast<char>(value | 0x80);
-    bytes += static_cast<char>(value);
-  }
+  void number(std::uint64_t value) { appendNumber(bytes, value); }
   void text(std::string_view text) {
     number(text.size());
     bytes += text;
@@ -53,9 +28,7 @@ class Writer {
     if (isBoolean(oop)) return tag(oop == TrueOop ? Tag::trueValue : Tag::falseValue);
     if (isSmallInt(oop)) {
       tag(Tag::smallInteger);
-      const std::int32_t small = smallIntValue(oop);
-      return number(static_cast<std::uint32_t>(small) << 1 ^
-                    static_cast<std::uint32_t>(small >> 31));
+      return number(zigzag(smallIntValue(oop)));
     }
     if (isCharacter(oop)) {
       tag(Tag::character);
@@ -97,44 +70,12 @@ class Writer {
   const IdForFType& idFor_;
 };
 
-class Reader {
- public:
-  explicit Reader(const Row& row) : row_(row), left_(row.bytes) {}
-
-  [[noreturn]] void damaged() const {
-    throw Failure(ErrDamaged, "the store is damaged: object " + std::to_string(row_.place.id) +
-                                  " is not as it was written");
-  }
-  bool atEnd() const { return left_.empty(); }
-  std::uint8_t byte() { return static_cast<std::uint8_t>(text(1)[0]); }
-  std::uint64_t number() {
-    std::uint64_t value = 0;
-    for (int shift = 0; shift < 64; shift += 7) {
-      const std::uint8_t next = byte();
-      value |= std::uint64_t{next & 0x7FU} << shift;
-      if (next < 0x80) return value;
-    }
-    damaged();
-  }
-  std::string_view text(std::uint64_t size) {
-    if (size > left_.size()) damaged();
-    const std::string_view taken = left_.substr(0, static_cast<std::size_t>(size));
-    left_.remove_prefix(taken.size());
-    return taken;
-  }
-  std::string_view sizedText() { return text(number()); }
-
- private:
-  const Row& row_;
-  std::string_view left_;
-};
-
 class Decoder {
  public:
   Decoder(Memory& memory, const Row& row,
           const std::function<OopType(const KernelMethod&)>& kernelMethod)
       : reader(row), memory_(memory), kernelMethod_(kernelMethod) {}
-  Reader reader;
+  RowReader reader;
 
   OopType reference(ObjectId id) { return fixedOop(memory_.learn(id)); }
 
@@ -175,8 +116,7 @@ class Decoder {
 
  private:
   OopType smallInteger() {
-    const auto coded = static_cast<std::uint32_t>(reader.number());
-    const auto value = static_cast<std::int32_t>(coded >> 1 ^ (0U - (coded & 1U)));
+    const std::int32_t value = fromZigzag(static_cast<std::uint32_t>(reader.number()));
     if (!fitsSmallInt(value)) reader.damaged();
     return smallIntOop(value);
   }
@@ -246,7 +186,7 @@ std::string encodeElements(Memory& memory, std::span<const OopType> slots, bool 
 void decodeObject(Memory& memory, std::uint32_t index, const Row& row,
                   const std::function<OopType(const KernelMethod&)>& kernelMethod) {
   Decoder decoder(memory, row, kernelMethod);
-  Reader& reader = decoder.reader;
+  RowReader& reader = decoder.reader;
   const std::uint8_t form = reader.byte();
   const auto identityHash = static_cast<std::uint32_t>(reader.number());
   const std::uint64_t named = reader.number();
@@ -282,11 +222,11 @@ std::vector<OopType> decodeElements(
 }
 
 bool isAsked(const Row& row) {
-  return Reader(row).byte() != 0;
+  return RowReader(row).byte() != 0;
 }
 
 void referencesOf(const Row& row, std::vector<ObjectId>& ids) {
-  Reader reader(row);
+  RowReader reader(row);
   if (row.place.part == Place::itself) {
     ids.push_back(row.classId);
     const std::uint8_t form = reader.byte();

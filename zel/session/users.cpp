@@ -6,7 +6,6 @@ namespace zel {
 
 namespace {
 
-constexpr ObjectId usersId = 2;
 constexpr std::string_view builtIn[] = {"SystemUser", "DataCurator"};
 constexpr std::string_view wellKnown = "swordfish";
 
@@ -57,6 +56,17 @@ std::optional<std::string> passwordOf(Store& store, Version at, bool builtInToo,
     }
   }
   return builtInToo && isBuiltIn(user) ? std::optional(std::string()) : std::nullopt;
+}
+
+std::vector<std::string> userNames(Store& store, Version at) {
+  std::vector<std::string> names;
+  for (const auto& [part, users] : allUsers(store, at)) {
+    for (const auto& [name, hash] : users) {
+      if (!hash.empty()) names.push_back(name);
+    }
+  }
+  std::ranges::sort(names);
+  return names;
 }
 
 bool mayLogIn(Store& store, bool builtInToo, std::string_view user, std::string_view password,

@@ -12,6 +12,9 @@
 
 namespace zel {
 
+// The object that has them.
+constexpr ObjectId usersId = 2;
+
 // What a transaction changes: names with the hashes of their passwords, none for a user that is
 // removed.
 using UserChanges = std::map<std::string, std::optional<std::string>, std::less<>>;
@@ -21,6 +24,9 @@ using UserChanges = std::map<std::string, std::optional<std::string>, std::less<
 // an empty hash tells of their well-known password.
 std::optional<std::string> passwordOf(Store& store, Version at, bool builtIn,
                                       std::string_view user);
+
+// The names of those who have one, in order. Users in rows only: none that are built in.
+std::vector<std::string> userNames(Store& store, Version at);
 
 // Whether the user may log in with the password. Throws what Passwords does.
 bool mayLogIn(Store& store, bool builtIn, std::string_view user, std::string_view password,

@@ -1,9 +1,8 @@
 #include "store/filetools.h"
 
-#include <bitset>
 #include <cstring>
-#include <unordered_map>
 
+#include "store/idset.h"
 #include "store/newfile.h"
 
 namespace zel {
@@ -17,28 +16,6 @@ constexpr int stepsAtOnce = 100'000;  // of SQLite's, some milliseconds
 [[noreturn]] void giveUp() {
   throw Failure(ErrHardBreak, "given up", {}, FailureKind::stop);
 }
-
-// A set of ids, most of which are close together.
-class IdSet {
- public:
-  // Answers whether it is new.
-  bool add(ObjectId id) {
-    const auto bit = static_cast<std::size_t>(id % blockSize);
-    auto& block = blocks_[id / blockSize];
-    if (block == nullptr) block = std::make_unique<std::bitset<blockSize>>();
-    if (block->test(bit)) return false;
-    block->set(bit);
-    return true;
-  }
-  bool contains(ObjectId id) const {
-    const auto block = blocks_.find(id / blockSize);
-    return block != blocks_.end() && block->second->test(static_cast<std::size_t>(id % blockSize));
-  }
-
- private:
-  static constexpr std::size_t blockSize = 32768;
-  std::unordered_map<ObjectId, std::unique_ptr<std::bitset<blockSize>>> blocks_;
-};
 
 // How far a walk over everything is.
 class Walk {
