@@ -135,9 +135,7 @@ std::string passwordIn(const Signals& signals, const std::string& file) {
 // Signals
 
 Signals::Signals() {
-  // One that ends at a reader's end would leave the store as a killed process does.
-  struct sigaction piped {};
-  ::sigaction(SIGPIPE, nullptr, &piped);
+  // A reader that has gone is noticed by the write.
   ::signal(SIGPIPE, SIG_IGN);
   const sigset_t signals = setOfSignals();
   ::sigprocmask(SIG_BLOCK, &signals, nullptr);

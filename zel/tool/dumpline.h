@@ -1,7 +1,7 @@
 // Rows of the store as lines of text that people can read and change, and back without a loss:
 //
 //   @65536 Array indexable: 3 nil #name $a @65537
-//   @65537 String indexable bytes: "abc"
+//   @65537 String bytes indexable: "abc"
 //   @65538 Dictionary indexable hashed:
 //   @65538/7315: #key 2.5
 //   @2/80131 user: "SystemUser" "$6$..."
