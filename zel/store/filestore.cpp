@@ -48,48 +48,43 @@ std::vector<ObjectId> conflictsOf(const Changes& changes, const std::vector<Plac
 // just replaced, until its session has moved on.
 class Kept {
  public:
-  bool add(const Stored& row, Version until) {
-    const std::size_t size = sizeof(Old) + row.row.bytes.size();
+  // Takes a row that was valid until the version, or answers false when there is no room.
+  bool add(Stored& row, Version until) {
+    const std::size_t size = sizeof(Stored) + row.row.bytes.size();
     if (bytes_ + size > keptBytes) return false;
-    rows_[row.row.place].push_back({row, until});
+    rows_.emplace_hint(rows_.end(), Key{row.row.place, until}, std::move(row));
     bytes_ += size;
     return true;
   }
   // Removes what `isNeeded(from, until)` says no to.
   template <typename IsNeeded>
   void prune(IsNeeded isNeeded) noexcept {
-    for (auto place = rows_.begin(); place != rows_.end();) {
-      std::erase_if(place->second, [&](const Old& old) {
-        if (isNeeded(old.row.changed, old.until)) return false;
-        bytes_ -= sizeof(Old) + old.row.row.bytes.size();
-        return true;
-      });
-      place = place->second.empty() ? rows_.erase(place) : std::next(place);
-    }
+    std::erase_if(rows_, [&](const auto& old) {
+      const auto& [key, row] = old;
+      if (isNeeded(row.changed, key.second)) return false;
+      bytes_ -= sizeof(Stored) + row.row.bytes.size();
+      return true;
+    });
   }
   // Adds the objects in a range that there are rows of.
   void addIds(ObjectId first, ObjectId end, std::vector<ObjectId>& ids) const {
-    for (auto place = rows_.lower_bound(Place{first}); place != rows_.end(); ++place) {
-      if (place->first.id >= end) break;
-      ids.push_back(place->first.id);
+    for (auto old = rows_.lower_bound({Place{first}, 0}); old != rows_.end(); ++old) {
+      if (old->first.first.id >= end) break;
+      ids.push_back(old->first.first.id);
     }
   }
   // Calls `take` with the rows of the object that were valid at the version.
   void find(ObjectId id, Version at, const std::function<void(const Stored& row)>& take) const {
-    for (auto place = rows_.lower_bound(Place{id}); place != rows_.end() && place->first.id == id;
-         ++place) {
-      for (const Old& old : place->second) {
-        if (old.row.changed <= at && at < old.until) take(old.row);
-      }
+    for (auto old = rows_.lower_bound({Place{id}, 0}); old != rows_.end(); ++old) {
+      const auto& [key, row] = *old;
+      if (key.first.id != id) break;
+      if (row.changed <= at && at < key.second) take(row);
     }
   }
 
  private:
-  struct Old {
-    Stored row;
-    Version until;
-  };
-  std::map<Place, std::vector<Old>> rows_;
+  using Key = std::pair<Place, Version>;  // until when
+  std::map<Key, Stored> rows_;
   std::size_t bytes_ = 0;
 };
 
@@ -386,7 +381,7 @@ Outcome FileStore::write(const Changes& changes) {
     state.tick += 1;
     std::optional<Version> lastLease;
     if (!leases.empty()) lastLease = *leases.rbegin();
-    tables.apply(writes, state, lastLease, [&](const Stored& row) {
+    tables.apply(writes, state, lastLease, [&](Stored& row) {
       if (dropping.isOn() && kept_.add(row, state.version)) return;
       tables.addOld(row, state.version, *lastLease);
       state.olds += 1;

@@ -507,7 +507,10 @@ void Tables::apply(const std::vector<const Write*>& writes, State& state,
       object.row.place = {id, Place::itself};
       object.born = state.version;
     } else if (lastLease && object.changed <= *lastLease) {
+      // What is written anew need not be copied.
+      std::string old = own != nullptr ? std::move(object.row.bytes) : object.row.bytes;
       before = object;
+      before.row.bytes = std::move(old);
       replaced(before);
     }
     const std::uint64_t oldSum = object.sum;
