@@ -31,10 +31,10 @@ import picocli.CommandLine.Parameters;
         footerHeading = "%nThe first word can be one of these, with a database in a file:%n",
         footer = {
             "  check FILE            tell whether it is whole",
-            "  dump FILE >TEXT       write all of it as text",
-            "  load FILE <TEXT       fill a new one with such a text",
+            "  dump FILE [OUT]       write all of it as text",
+            "  load FILE [IN]        make a new one of such a text",
             "  compact FILE          give room back that it no longer needs",
-            "  create FILE           make a new one",
+            "  create FILE           make an empty one",
             "  stat FILE             tell its size and what is in it",
             "A file of texts that has such a name is ./check."
         },
