@@ -9,7 +9,7 @@ import java.util.regex.*;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.io.TempDir;
 
-// Runs what docs/java.md and examples/ show, and compares what they print.
+// Runs what docs/java.md, docs/database.md and examples/ show, and compares what they print.
 @TestInstance(TestInstance.Lifecycle.PER_CLASS)
 class DocumentTest {
     private static final Path SOURCES = Path.of(System.getProperty("povzel.test.sources"));
@@ -34,7 +34,7 @@ class DocumentTest {
     @TempDir
     private static Path directory;
 
-    private String document;
+    private String document;  // both pages
 
     // What each class prints, that of the examples to begin with. An ellipsis stands for anything.
     private final Map<String, String> outputs = new TreeMap<>(Map.of("FirstQuery",
@@ -50,7 +50,8 @@ class DocumentTest {
         ProcessBuilder builder = new ProcessBuilder("bash", "-c", command).redirectErrorStream(true)
                 .directory(directory.toFile());
         builder.environment().put("JAVA32", JAVA32);
-        builder.environment().put("PATH", JDK + ":" + System.getenv("PATH"));
+        builder.environment().put("PATH", JDK + ":" + System.getenv("TARVOLIN") + "/bin:"
+                + System.getenv("PATH"));
         return new String(builder.start().getInputStream().readAllBytes());
     }
 
@@ -79,7 +80,8 @@ class DocumentTest {
     // Compiles the examples and the document's Java, each piece of which has its output behind it.
     @BeforeAll
     void compile() throws IOException {
-        document = Files.readString(SOURCES.resolve("docs/java.md"));
+        document = Files.readString(SOURCES.resolve("docs/java.md"))
+                + Files.readString(SOURCES.resolve("docs/database.md"));
         Matcher block = matcher("```java\n(.*?)```.*?```(\\w+)\n(.*?)```", document);
         while (block.find()) {
             boolean whole = block.group(1).contains("public class FirstLogin");
