@@ -40,7 +40,10 @@ struct Transaction {
   std::unordered_map<OopType, Image> images;
   std::unordered_map<OopType, Written> written;
   std::unordered_set<Place, PlaceHash> keysRead;
-  std::size_t weight = 0;  // of the two, which the memory has counted
+  std::size_t weight = 0;     // of the two, which the memory has counted
+  bool changesUsers = false;  // which the session keeps
+
+  bool hasChanges() const { return !written.empty() || changesUsers; }
 };
 
 // What stands for the elements whose hash only a program's method can tell.

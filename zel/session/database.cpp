@@ -144,7 +144,7 @@ Session& login(Database& database, std::string_view server, std::string_view use
   const std::int32_t id = nextFreeId(database);
   Session& session =
       database.sessions.try_emplace(id, database, id, user, std::move(repository)).first->second;
-  for (const auto& [founder, hash] : founders) session.workspace->changeUser(founder, hash);
+  if (isNew) session.workspace->found(std::move(founders));
   database.current = &session;
   shareMemory(session, false);
   return session;

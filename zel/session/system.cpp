@@ -25,7 +25,7 @@ OopType abortMessage(Machine& machine, OopType receiver, const OopType*) {
 // Moves the session to the newest state; what it has changed would not fit there.
 OopType refresh(Machine& machine, OopType receiver, const OopType*) {
   Workspace& workspace = *machine.session.workspace;
-  if (workspace.hasChanges()) {
+  if (machine.memory.current->transaction.hasChanges()) {
     throw Failure(ErrNotPermitted,
                   "the session has changes that are not committed: commit or abort them first");
   }
@@ -78,8 +78,8 @@ OopType backupTo(Machine& machine, OopType receiver, const OopType* args) {
 }
 
 // Ends no program that failed, as what needs the machine does.
-OopType needsCommit(Machine& machine, OopType, const OopType*) {
-  return booleanOop(machine.session.workspace->hasChanges());
+OopType needsCommit(Memory& memory, OopType, const OopType*) {
+  return booleanOop(memory.current->transaction.hasChanges());
 }
 OopType suspend(Machine&, OopType, const OopType* args) {
   throw Failure(ErrSuspended, "the program is suspended", {args[0]}, FailureKind::suspension);

@@ -431,7 +431,8 @@ std::optional<std::string> Workspace::passwordOf(std::string_view user) {
 void Workspace::endTransaction() {
   families_ = {};
   forgetAccesses(memory_, client_);
-  users_.clear();
+  users_ = founders_;
+  client_.transaction.changesUsers = false;
   equalityEpoch_ = memory_.equalityEpoch;
   memory_.restAll();
   beginTransaction(memory_, client_);
@@ -455,6 +456,7 @@ void Workspace::commit() {
     lastCommit_ = outcome.version;
     if (writing.changesEquality) equality_ = outcome.version;
     keepChanges(memory_, client_);
+    founders_.clear();
     endTransaction();
     follow(writing.changes, outcome.version);
     repository_.tidy(false);

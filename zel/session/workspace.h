@@ -35,12 +35,15 @@ class Workspace {
   void abort();
   // The version that the last commit made, 0 if none did.
   Version lastCommit() const { return lastCommit_; }
-  // Whether there is something to commit.
+  // Whether there is something to commit, the users of a new database among it.
   bool hasChanges() const { return !client_.transaction.written.empty() || !users_.empty(); }
   // Has the commit give the user a password, by its hash, or remove the user.
   void changeUser(const std::string& name, std::optional<std::string> hash) {
     users_[name] = std::move(hash);
+    client_.transaction.changesUsers = true;
   }
+  // Has the first commit of a new database, and no abort before it, make these its users.
+  void found(UserChanges founders) { users_ = founders_ = std::move(founders); }
   // The hash of a user's password as this transaction sees it, none when there is no such user.
   std::optional<std::string> passwordOf(std::string_view user);
 
@@ -82,6 +85,7 @@ class Workspace {
   std::array<Family, 4> families_;  // of what was loaded last
   std::uint64_t lastUse_ = 0;
   UserChanges users_;
+  UserChanges founders_;  // among them, until they are committed
   Version view_ = 0;  // leased
   Version lastCommit_ = 0;
   // The last one that changed what `=` or `hash` means, and the memory's count when this

@@ -134,9 +134,9 @@ class SessionTest {
         assertEquals(4051, fails(() -> PovZelSession.login(file, "SystemUser", "own")).getNumber());
         assertEquals(4051, fails(() -> PovZelSession.login("shop", "SystemUser", "own")).getNumber());
         try (PovZelSession first = PovZelSession.login(maker, "SystemUser", "own".toCharArray())) {
-            first.execute("Globals at: #Kept put: (Array with: 1)");
+            first.abort();
             assertFalse(Files.exists(Path.of(file)));
-            first.commit();
+            first.transaction(() -> first.execute("Globals at: #Kept put: (Array with: 1)"));
         }
         try (PovZelPool pool = PovZelPool.builder(file, "DataCurator", "own").size(2).build();
                 PovZelSession one = pool.session(); PovZelSession two = pool.session()) {
