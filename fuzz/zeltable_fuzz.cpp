@@ -205,7 +205,7 @@ std::pair<std::uint64_t, std::size_t> withoutSessions() {
   execute("#(G C) do: [:name | Globals removeKey: name ifAbsent: [nil]]. System commit");
   require(takeError() == 0);
   table->ZelLogout();
-  zel::Repository& repository = zel::library().database->repository;
+  zel::Repository& repository = *zel::library().database->inMemory;
   return {repository.store->statistics().objects, repository.identities.bytes()};
 }
 

@@ -25,7 +25,8 @@ std::string decimalOf(std::string_view bytes) {
   const bool negative = !own.empty() && own.back() >= 0x80;
   if (negative) invert(own);
   Integer body;
-  import_bits(body, own.begin(), own.end(), 8, false);
+  // Of no bytes it would make no number.
+  if (!own.empty()) import_bits(body, own.begin(), own.end(), 8, false);
   return negative ? Integer(-body - 1).str() : body.str();
 }
 
