@@ -24,7 +24,6 @@ OopType abortMessage(Machine& machine, OopType receiver, const OopType*) {
 }
 // Moves the session to the newest state; what it has changed would not fit there.
 OopType refresh(Machine& machine, OopType receiver, const OopType*) {
-  Workspace& workspace = *machine.session.workspace;
   if (machine.memory.current->transaction.hasChanges()) {
     throw Failure(ErrNotPermitted,
                   "the session has changes that are not committed: commit or abort them first");

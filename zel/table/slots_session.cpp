@@ -135,6 +135,7 @@ const char* ZelVersion() {
 void ZelShutdown() {
   library().database.reset();
   library().error.set = false;
+  library().server.clear();
 }
 
 void ZelUnload() {

@@ -175,7 +175,11 @@ Object& Machine::bring(OopType oop) {
     }
     at.store(*process_);
   }
-  return keyOf(memory, receiver);
+  return keyOfAbsent(receiver);
+}
+
+OopType Machine::keyOfAbsent(OopType receiver) {
+  return withRoom(memory, [&] { return keyOf(memory, receiver); });
 }
 
 // What holds a captured variable.

@@ -131,6 +131,7 @@ class Machine {
   Object& reach(const Registers& at, OopType oop);
   Object& bring(OopType oop);
   OopType keyFor(const Registers& at, OopType receiver);
+  OopType keyOfAbsent(OopType receiver);
   Object& outer(const Registers& at);
   void noteEnvironment(OopType oop, unsigned hops);
   void poll();
