@@ -35,8 +35,21 @@ void requireSystemUser(Machine& machine) {
   if (machine.session.user == "SystemUser") return;
   throw Failure(ErrNotPermitted, "only SystemUser may do that");
 }
+// A file is not to be anybody's.
+std::string newPassword(Machine& machine, OopType text) {
+  std::string password = utf8Argument(machine.memory, text);
+  const bool isOpen = password.empty() || password == wellKnownPassword;
+  if (isOpen && machine.session.repository->inMemory == nullptr) {
+    throw Failure(ErrNotPermitted,
+                  "a password that is empty or well-known is none for a database in a file", {text});
+  }
+  return password;
+}
 OopType changePassword(Machine& machine, OopType receiver, const OopType* args) {
-  const std::string password = utf8Argument(machine.memory, args[0]);
+  const std::string password = newPassword(machine, args[0]);
+  if (!machine.session.workspace->passwordOf(machine.session.user)) {
+    throw Failure(ErrNotPermitted, "the user " + machine.session.user + " has been removed");
+  }
   machine.session.workspace->changeUser(machine.session.user,
                                         machine.session.database.passwords.hashOf(password));
   return receiver;
@@ -45,7 +58,7 @@ OopType changePassword(Machine& machine, OopType receiver, const OopType* args) 
 OopType addUser(Machine& machine, OopType receiver, const OopType* args) {
   requireSystemUser(machine);
   const std::string name = utf8Argument(machine.memory, args[0]);
-  const std::string password = utf8Argument(machine.memory, args[1]);
+  const std::string password = newPassword(machine, args[1]);
   if (name.empty() || name.size() > longestUserName || name.find('\0') != std::string::npos) {
     throw Failure(ErrBadArgumentKind,
                   "a user's name has 1 to " + std::to_string(longestUserName) + " bytes and no NUL",

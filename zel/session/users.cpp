@@ -7,7 +7,6 @@ namespace zel {
 namespace {
 
 constexpr std::string_view builtIn[] = {"SystemUser", "DataCurator"};
-constexpr std::string_view wellKnown = "swordfish";
 
 using Users = std::vector<std::pair<std::string, std::string>>;  // names and hashes
 
@@ -74,7 +73,7 @@ bool mayLogIn(Store& store, bool builtInToo, std::string_view user, std::string_
   const Lease lease(store);
   const std::optional<std::string> hash = passwordOf(store, lease.version, builtInToo, user);
   if (!hash) return false;
-  return hash->empty() ? password == wellKnown : passwords.matches(password, *hash);
+  return hash->empty() ? password == wellKnownPassword : passwords.matches(password, *hash);
 }
 
 std::vector<Write> writesOf(Store& store, Version at, const UserChanges& changes) {
@@ -105,7 +104,7 @@ UserChanges creators(std::string_view user, std::string_view password, Passwords
     throw Failure(ErrLoginDenied,
                   "login denied: only SystemUser or DataCurator can create a database");
   }
-  if (password.empty() || password == wellKnown) {
+  if (password.empty() || password == wellKnownPassword) {
     throw Failure(
         ErrLoginDenied,
         "login denied: a new database needs a password of its own, not the well-known one");

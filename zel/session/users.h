@@ -15,6 +15,8 @@ namespace zel {
 // The object that has them.
 constexpr ObjectId usersId = 2;
 
+constexpr std::string_view wellKnownPassword = "swordfish";  // of those who are built in
+
 // What a transaction changes: names with the hashes of their passwords, none for a user that is
 // removed.
 using UserChanges = std::map<std::string, std::optional<std::string>, std::less<>>;

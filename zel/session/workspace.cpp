@@ -367,6 +367,7 @@ void Workspace::begin() {
   const Version newest = repository_.store->lease();
   if (newest == view_) return repository_.store->giveUp(newest);
   try {
+    requireFounder(newest);
     moveTo(newest);
   } catch (...) {
     repository_.store->giveUp(newest);
@@ -446,8 +447,16 @@ Failure Workspace::conflict(const Outcome& outcome) {
   return failure;
 }
 
+// Who would have created the database that others have created may not be a user of it.
+void Workspace::requireFounder(Version newest) const {
+  if (founders_.empty() || newest == 0) return;
+  throw Failure(ErrInUseElsewhere,
+                "another session has created the database meanwhile: log in again");
+}
+
 void Workspace::commit() {
   if (hasChanges()) {
+    if (!founders_.empty()) requireFounder(Lease(*repository_.store).version);
     Writing writing(*this);
     writing.collect();
     const Outcome outcome = repository_.store->commit(writing.changes);

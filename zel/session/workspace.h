@@ -74,6 +74,7 @@ class Workspace {
   void apply(std::span<const Place> changes);
   void follow(const Changes& changes, Version version);
   Failure conflict(const Outcome& outcome);
+  void requireFounder(Version newest) const;
   void endTransaction();
   bool changesEquality(Place place);
 

@@ -50,6 +50,15 @@ void checkHeader(const FileCalls& calls, int fd, const std::string& path) {
   }
 }
 
+// What lies beside it is found by its name.
+void requireOneName(const struct stat64& status, const std::string& path) {
+  if (status.st_nlink < 2) return;
+  throw Failure(ErrNotPermitted,
+                "the database " + path +
+                    " has another name, a hard link, under which its commits would not be seen: "
+                    "remove one of the two");
+}
+
 }  // namespace
 
 std::string resolved(const std::string& path) {
@@ -121,6 +130,7 @@ bool OpenFile::attach() {
     }
     struct stat64 opened;
     if (!fd || calls_.status(fd.get(), opened) != 0) refuse(path_, std::strerror(errno));
+    requireOneName(opened, path_);
     checkHeader(calls_, fd.get(), path_);
     auto locks = std::make_unique<FileLocks>(calls_, waiting_, path_, std::move(fd));
     locks->lock(FileLocks::use, true);
@@ -190,6 +200,7 @@ void OpenFile::prepareToWrite() {
       opened.st_ino != named.st_ino || opened.st_dev != named.st_dev) {
     tables_->damaged("the file was removed or replaced while in use");
   }
+  requireOneName(opened, path_);
   const Mark mark = readMark(calls_, fd, path_);
   if (mark.filling != 0) fill(true);  // somebody has ended within it
   if (mark.inUse) {
