@@ -56,11 +56,6 @@ void putBack(Memory& memory, OopType oop, const Image& image) {
 constexpr std::size_t weightOfObject = 64;
 constexpr std::size_t weightOfHash = 20;
 
-bool goesByOtherHashes(const Object& object) {
-  const HashIndex* index = object.extra != nullptr ? object.extra->index.get() : nullptr;
-  return index == nullptr || index->rehashed || index->unknown != 0;
-}
-
 void weigh(Memory& memory, std::size_t bytes) {
   memory.current->transaction.weight += bytes;
   memory.account(static_cast<std::ptrdiff_t>(bytes));
@@ -101,10 +96,11 @@ void prepareStoredKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
   Object& object = memory.require(oop);
   if (memory.current == nullptr) return prepareWrite(memory, oop);
   if (object.invariant) refuseChange(memory, oop);
+  const bool other = goesByOtherHashes(memory, oop);
   Written& written = writtenOf(memory, oop);
-  if (goesByOtherHashes(object)) written.elements = true;
-  if (written.hashes.insert(hash).second) weigh(memory, weightOfHash);
   object.dirtyKeys = true;
+  if (other) written.elements = true;
+  if (written.hashes.insert(hash).second) weigh(memory, weightOfHash);
   if (object.exported) noteChanged(memory, oop);
 }
 
@@ -112,7 +108,7 @@ void noteStoredKeyRead(Memory& memory, OopType oop, std::uint32_t hash) {
   const Object& object = memory.at(oop);
   if (!object.stored || object.invariant) return;
   noteRead(memory, {memory.identities.idOf(oop >> 2),
-                    goesByOtherHashes(object) ? Place::any : Place::ofHash(hash)});
+                    goesByOtherHashes(memory, oop) ? Place::any : Place::ofHash(hash)});
 }
 
 void noteStoredElementsRead(Memory& memory, OopType oop) {

@@ -245,7 +245,6 @@ void buildIndex(Memory& memory, OopType oop, Stride stride) {
   auto index = std::make_unique<HashIndex>();
   index->identity = findsByIdentity(memory, oop);
   index->epoch = memory.equalityEpoch;
-  index->rehashed = object.stored;
   index->hashes.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
     memory.meter.charge(1);
@@ -253,7 +252,10 @@ void buildIndex(Memory& memory, OopType oop, Stride stride) {
     if (index->hashes.back() == unknownHash) ++index->unknown;
   }
   makeTable(memory, *index);
-  memory.extraOf(oop).index = std::move(index);
+  Extra& extra = memory.extraOf(oop);
+  const bool same = extra.index && !extra.index->rehashed && extra.index->hashes == index->hashes;
+  index->rehashed = object.stored && !same;
+  extra.index = std::move(index);
   memory.recount(oop);
 }
 
@@ -263,6 +265,12 @@ HashIndex& indexOf(Memory& memory, OopType oop, Stride stride) {
     return *extra->index;
   }
   buildIndex(memory, oop, stride);
+  return *memory.at(oop).extra->index;
+}
+
+// The same for what asks programs' methods for hashes.
+HashIndex& indexToAsk(Memory& memory, OopType oop, Stride stride) {
+  if (indexOf(memory, oop, stride).outdated) buildIndex(memory, oop, stride);
   return *memory.at(oop).extra->index;
 }
 
@@ -345,7 +353,7 @@ KeyPlace findKey(Memory& memory, OopType oop, OopType key, Stride stride) {
 }
 
 OopType unknownKey(Memory& memory, OopType oop, Stride stride) {
-  HashIndex& index = indexOf(memory, oop, stride);
+  HashIndex& index = indexToAsk(memory, oop, stride);
   if (index.unknown == 0) return NilOop;
   while (index.hashes[index.allKnownBelow] != unknownHash) ++index.allKnownBelow;
   return keyAt(memory.at(oop), stride, index.allKnownBelow);
@@ -363,13 +371,13 @@ void noteHash(Memory& memory, OopType oop, Stride stride, OopType key, std::uint
 }
 
 OopType hashOfKey(Memory& memory, OopType oop, Stride stride, std::size_t number) {
-  const std::uint32_t hash = indexOf(memory, oop, stride).hashes[number];
+  const std::uint32_t hash = indexToAsk(memory, oop, stride).hashes[number];
   return hash == unknownHash ? NilOop : smallIntOop(static_cast<std::int32_t>(hash));
 }
 
 OopType hashOfEntries(Memory& memory, OopType oop, Stride stride,
                       std::span<const OopType> valueHashes) {
-  const HashIndex& index = indexOf(memory, oop, stride);
+  const HashIndex& index = indexToAsk(memory, oop, stride);
   if (index.unknown != 0) return NilOop;
   const Object& object = memory.at(oop);
   const std::size_t count = index.hashes.size();
@@ -390,7 +398,7 @@ OopType hashOfEntries(Memory& memory, OopType oop, Stride stride,
 
 KeyPlace findIdentical(Memory& memory, OopType oop, Stride stride, OopType key, std::uint32_t hash,
                        std::vector<OopType>& others) {
-  const HashIndex& index = indexOf(memory, oop, stride);
+  const HashIndex& index = indexToAsk(memory, oop, stride);
   const Object& object = memory.at(oop);
   const std::size_t mask = index.table.size() - 1;
   for (std::size_t at = placeIn(index, hash); index.table[at] != freeEntry; at = (at + 1) & mask) {
@@ -537,6 +545,15 @@ bool asksHash(Memory& memory, OopType oop, OopType key) {
 
 void becomeRehashed(const Memory& memory, OopType oop) {
   memory.at(oop).extra->index->rehashed = true;
+}
+
+void becomeOutdated(const Memory& memory, OopType oop) {
+  memory.at(oop).extra->index->outdated = !memory.at(oop).extra->index->identity;
+}
+
+bool goesByOtherHashes(Memory& memory, OopType oop) {
+  const HashIndex& index = indexOf(memory, oop, strideOf(memory, oop));
+  return index.rehashed || index.unknown != 0;
 }
 
 void startElements(Memory& memory, OopType oop, Stride stride) {

@@ -96,6 +96,11 @@ void appendLoaded(Memory& memory, OopType oop, Stride stride, std::uint32_t hash
 void notRehashed(const Memory& memory, OopType oop) noexcept;
 // They do not.
 void becomeRehashed(const Memory& memory, OopType oop);
+// Whether that may be so.
+bool goesByOtherHashes(Memory& memory, OopType oop);
+// They are older than methods of programs which may have a say in them: to be looked into once one
+// that asks them is looked for.
+void becomeOutdated(const Memory& memory, OopType oop);
 
 // To be called when slots were changed in another way than through these functions.
 void dropIndex(Memory& memory, OopType oop);

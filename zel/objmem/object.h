@@ -46,6 +46,7 @@ struct HashIndex {
   std::uint32_t epoch = 0;            // of the methods that it was built by
   bool identity = false;
   bool rehashed = false;  // of an object of the store, whose rows may go by other hashes
+  bool outdated = false;  // loaded: programs may have a say in hashes that were found without
 
   std::size_t bytes() const {
     return sizeof *this + (table.capacity() + hashes.capacity()) * sizeof(std::uint32_t);

@@ -46,7 +46,7 @@ class Workspace::Writing {
 
   // Collects what is to be written; nothing changes by that.
   void collect() {
-    const Transaction& transaction = workspace_.client_.transaction;
+    Transaction& transaction = workspace_.client_.transaction;
     changes.base = workspace_.view_;
     for (const std::uint32_t index : memory_.touched()) {
       const ObjectId id = memory_.identities.idOf(index);
@@ -54,7 +54,8 @@ class Workspace::Writing {
     }
     changes.reads.insert(changes.reads.end(), transaction.keysRead.begin(),
                          transaction.keysRead.end());
-    for (const auto& [oop, written] : transaction.written) {
+    for (auto& [oop, written] : transaction.written) {
+      if (!written.hashes.empty() && goesByOtherHashes(memory_, oop)) written.elements = true;
       if (written.itself) writeObject(oop, memory_.identities.idOf(oop >> 2));
       written.elements ? writeAllElements(oop, written) : writeElements(oop, written.hashes);
     }
@@ -310,6 +311,8 @@ void Workspace::place(std::uint32_t index, std::span<const Row> rows) {
       if (isOld && hash != unknownHashes && isAsked(row)) {
         hash = unknownHashes;
         becomeRehashed(memory_, oop);
+      } else if (isOld) {
+        becomeOutdated(memory_, oop);
       }
       appendLoaded(memory_, oop, strideOf(memory_, oop), hash, slots);
     }
@@ -402,6 +405,7 @@ void Workspace::apply(std::span<const Place> changes) {
   for (const Place place : changes) {
     if (place.id == equalityId) {
       equality_ = view_;
+      ++memory_.equalityEpoch;
       continue;
     }
     const std::uint32_t index = repository_.identities.indexOf(place.id);

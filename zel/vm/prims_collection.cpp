@@ -375,8 +375,9 @@ KeyPlace search(Memory& memory, OopType receiver, OopType key) {
 template <Stride stride>
 KeyPlace searchIdentical(Memory& memory, OopType receiver, OopType key, std::uint32_t hash,
                          std::vector<OopType>& others) {
+  const KeyPlace place = findIdentical(memory, receiver, stride, key, hash, others);
   noteKeyRead(memory, receiver, hash);
-  return findIdentical(memory, receiver, stride, key, hash, others);
+  return place;
 }
 
 // What a search came to when it did not find the key.
