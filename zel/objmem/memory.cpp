@@ -218,7 +218,8 @@ void Memory::restAll() noexcept {
   touched_.clear();
 }
 
-// Symbols have that of their text; those of the kernel's objects and of values go by their oops.
+// Symbols and numbers have that of their contents, which rows of the store bring anew; those of the
+// kernel's objects and of values go by their oops.
 std::uint32_t Memory::identityHashOf(OopType oop) const {
   Object* found = look(oop);
   if (found == nullptr || (oop >> 2 < kernelEnd && found->classOop != SymbolClass)) {
@@ -227,8 +228,9 @@ std::uint32_t Memory::identityHashOf(OopType oop) const {
   Object& object = *found;
   if (object.identityHash == 0) {
     lastIdentityHash_ = lastIdentityHash_ * 1664525U + 1013904223U;
-    const std::uint32_t hash =
-        object.classOop == SymbolClass ? hashOfText(object.text()) : lastIdentityHash_ >> 4;
+    const bool byContent = object.classOop == SymbolClass || object.classOop == FloatClassOop ||
+                           object.classOop == LargeIntegerClass;
+    const std::uint32_t hash = byContent ? hashOfText(object.text()) : lastIdentityHash_ >> 4;
     object.identityHash = std::max(hash, 1U);
   }
   return object.identityHash;
