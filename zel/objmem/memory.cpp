@@ -189,13 +189,16 @@ Object& Memory::load(std::uint32_t index) const {
 // The first touch in a transaction.
 Object& Memory::arrive(std::uint32_t index) const {
   if (resting_[index] == nullptr) load(index);
-  touched_.push_back(index);
+  if ((flags_[index] & Read) == 0) touched_.push_back(index);
   return *(table_[index] = std::exchange(resting_[index], nullptr));
 }
 
 void Memory::becomeStored(std::uint32_t index) noexcept {
   table_[index]->stored = true;
-  if (index >= kernelEnd) flags_[index] |= Known;
+  if (index >= kernelEnd) {
+    flags_[index] |= Known;
+    ++stored_;
+  }
   touched_.push_back(index);
 }
 
@@ -206,6 +209,7 @@ void Memory::unload(std::uint32_t index) noexcept {
   release(object);
   table_[index] = resting_[index] = nullptr;
   --objects_;
+  --stored_;
 }
 
 void Memory::restAll() noexcept {
@@ -355,6 +359,7 @@ Object& Memory::placeLoaded(std::uint32_t index, OopType classOop, Impl impl, st
   clear(*object, 0);
   object->createdIn = 0;
   object->stored = true;
+  if (stored_++ == 0) dueAt_ = std::min(dueAt_, shortAt());
   return *(table_[index] = object);
 }
 
@@ -592,7 +597,7 @@ void Memory::dropSymbols() {
 
 // Of an object of the store, or of an entry for one: whether the memory goes on knowing it. Read
 // ones stay known while the transaction lasts; what can be loaded again goes when room is short.
-bool Memory::dropKnown(std::uint32_t index, bool pressed) {
+bool Memory::dropKnown(std::uint32_t index, bool unloads) {
   Object* object = loaded(index);
   const bool named = object != nullptr ? object->marked : (flags_[index] & Named) != 0;
   flags_[index] &= static_cast<std::uint8_t>(~Named);
@@ -600,14 +605,14 @@ bool Memory::dropKnown(std::uint32_t index, bool pressed) {
   const bool kept = named || (flags_[index] & Read) != 0 || table_[index] != nullptr;
   const bool again = object != nullptr && !object->dirty && !object->dirtyKeys &&
                      (object->extra == nullptr || isLoadedWhole(*object->extra));
-  if (object != nullptr && (!named || (pressed && again))) unload(index);
+  if (object != nullptr && (!named || (unloads && again))) unload(index);
   if (kept) return true;
   flags_[index] = 0;
   identities.drop(index);
   return false;
 }
 
-void Memory::sweep(bool pressed) {
+void Memory::sweep(bool unloads) {
   std::size_t swept = 0;
   for (std::uint32_t index = 0; index < endOfKernel_; ++index) {
     if (table_[index] != nullptr) table_[index]->marked = false;
@@ -616,7 +621,7 @@ void Memory::sweep(bool pressed) {
     Object* object = table_[index];
     const bool isKnown = object == nullptr ? (flags_[index] & Known) != 0 : object->stored;
     if (isKnown) {
-      dropKnown(index, pressed);
+      dropKnown(index, unloads);
       continue;
     }
     if (object == nullptr) continue;
@@ -632,15 +637,20 @@ void Memory::sweep(bool pressed) {
   objects_ -= swept;
 }
 
-void Memory::collect(bool pressed) {
+void Memory::collect(bool pressed, bool unloads) {
   for (std::uint32_t index = 0; index < endOfKernel_; ++index) mark(fixedOop(index));
   for (const Client* client : clients) markSaved(*this, *client);
   for (const Roots& each : roots_) each.visit(each.owner, *this);
   markReachable();
   for (Client* client : clients) keepHandedOut(*this, *client, pressed && client == current);
   dropSymbols();
-  sweep(pressed);
+  sweep(unloads);
   dueAt_ = used_ + std::max(leastBytesBetweenCollections, used_ / 2);
+  if (stored_ != 0) {
+    const std::size_t left = bounds_.bytes - std::min(bounds_.bytes, used_);
+    const std::size_t half = used_ + std::max(leastBytesBetweenCollections, left / 2);
+    dueAt_ = std::min(dueAt_, std::max(shortAt(), half));
+  }
   usedBefore_ = used_;
   forgetLookups();
   const bool hasSpares = blocks_.fillSpares(Blocks::mostSpares);

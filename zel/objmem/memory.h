@@ -156,13 +156,15 @@ class Memory {
   // The room of a program that begins now.
   Room roomToRun() const;
 
-  // Collects if enough was allocated since the last collection to be worth it.
+  // Collects if enough was allocated since the last collection to be worth it. Where room is short,
+  // what can be loaded again goes, before it is missed where nothing can be repeated.
   void collectIfDue() {
-    if (used_ >= dueAt_) collect();
+    if (used_ >= dueAt_) collect(false, isShort());
   }
+  bool isShort() const { return used_ >= shortAt(); }
   // Collects now. With `pressed`, what was only handed out to the current client goes, too, and
   // what can be loaded again.
-  void collect(bool pressed = false);
+  void collect(bool pressed = false) { collect(pressed, pressed); }
   // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
   // again and again for next to nothing: better an early end than one that takes for ever.
   void collectForRoom();
@@ -287,6 +289,8 @@ class Memory {
   void widen(std::size_t entries);
   Object& load(std::uint32_t index) const;
   Object& arrive(std::uint32_t index) const;
+  void collect(bool pressed, bool unloads);
+  std::size_t shortAt() const { return bounds_.bytes - bounds_.bytes / 8; }
   std::size_t mostBytes() const;
   std::size_t keptBack() const;
   Bounds boundsOf(Room room) const;
@@ -304,8 +308,8 @@ class Memory {
   Object& closeGap(OopType oop) const;
   void markContents(const Object& object);
   void dropSymbols();
-  bool dropKnown(std::uint32_t index, bool pressed);
-  void sweep(bool pressed);
+  bool dropKnown(std::uint32_t index, bool unloads);
+  void sweep(bool unloads);
   void release(Object* object);
   void releaseRest(Object& object);
   void releaseShare(Object& object);
@@ -332,6 +336,7 @@ class Memory {
   bool processIsFull_ = false;  // it hardly had memory left then
   std::size_t dueAt_ = 0;
   std::size_t objects_ = 0;
+  std::size_t stored_ = 0;  // of them, in the store and not the kernel's
   int futileCollections_ = 0;
   std::uint32_t lookupEpoch_ = 1;
 };

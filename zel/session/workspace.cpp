@@ -283,6 +283,7 @@ void Workspace::load(std::uint32_t index) {
     while (end < rows.size() && rows[end].place.id == each) ++end;
     const std::uint32_t entry = repository_.identities.indexOf(each);
     if (entry == 0 || memory_.loaded(entry) != nullptr) continue;
+    if (each != id && memory_.isShort()) continue;
     try {
       place(entry, std::span(rows).subspan(first, end - first));
       loaded.push_back(entry);

@@ -50,7 +50,7 @@ std::uint64_t homeOf(const Object& block) {
 }
 
 const Code& codeOf(const Memory& memory, const Object& block) {
-  return *memory.at(block.slots[BlockMethod]).extra->routine->code;
+  return *memory.lookAt(block.slots[BlockMethod]).extra->routine->code;
 }
 
 const BlockCode& bodyOf(const Code& code, const Object& block) {
@@ -174,6 +174,7 @@ Object& Machine::bring(OopType oop) {
       return object->classOop == ClassClass ? receiver | 2 : object->classOop;
     }
     at.store(*process_);
+    withRoom(memory, [&] { memory.lookAt(receiver); });
   }
   return keyOfAbsent(receiver);
 }
@@ -193,10 +194,11 @@ OopType Machine::keyOfAbsent(OopType receiver) {
 
 // Environments of blocks in the store are changed by their programs alone.
 void Machine::noteEnvironment(OopType oop, unsigned hops) {
-  for (; hops > 0; --hops) oop = memory.at(oop).slots[0];
   withRoom(memory, [&] {
-    const ChangeOfInvariant change(memory, oop);
-    prepareWrite(memory, oop);
+    OopType changed = oop;
+    for (unsigned i = 0; i < hops; ++i) changed = memory.at(changed).slots[0];
+    const ChangeOfInvariant change(memory, changed);
+    prepareWrite(memory, changed);
   });
 }
 
@@ -208,8 +210,19 @@ void Machine::poll() {
   memory.collectIfDue();
 }
 
+// The class may be known by its instance alone, and anew after a collection.
 const Routine& Machine::find(OopType receiver, OopType key, OopType selector,
                              std::size_t argumentCount) {
+  try {
+    return findAtOnce(receiver, key, selector, argumentCount);
+  } catch (const std::bad_alloc&) {
+  }
+  memory.collectForRoom();
+  return findAtOnce(receiver, keyOf(memory, receiver), selector, argumentCount);
+}
+
+const Routine& Machine::findAtOnce(OopType receiver, OopType key, OopType selector,
+                                   std::size_t argumentCount) {
   if (cacheEpoch_ != memory.lookupEpoch()) {
     std::fill(std::begin(cache_), std::end(cache_), CachedLookup{});
     cacheEpoch_ = memory.lookupEpoch();
@@ -225,9 +238,12 @@ const Routine& Machine::find(OopType receiver, OopType key, OopType selector,
 }
 
 const Routine& Machine::findSuper(const Code& code, OopType selector, std::size_t argumentCount) {
-  const OopType method = lookupSuper(memory, code.owner, selector, code.classSide);
-  if (method == 0) doesNotUnderstand(selector, argumentCount);
-  return *memory.at(method).extra->routine;
+  const Routine* routine = withRoom(memory, [&] {
+    const OopType method = lookupSuper(memory, code.owner, selector, code.classSide);
+    return method != 0 ? memory.at(method).extra->routine.get() : nullptr;
+  });
+  if (routine == nullptr) doesNotUnderstand(selector, argumentCount);
+  return *routine;
 }
 
 void Machine::findFor(Site& site, const Code& code, OopType receiver, OopType key) {
@@ -358,7 +374,11 @@ void Machine::enterCode(const Code& code, std::size_t argumentCount, bool usesSp
 void Machine::activateBlock(std::size_t argumentCount) {
   ProcessState& process = *process_;
   const OopType block = process.stack[process.top - argumentCount - 1];
-  const Object* object = memory.find(block);
+  const Object* object = withRoom(memory, [&] {
+    const Object* found = memory.find(block);
+    if (found != nullptr && found->classOop == BlockClass) codeOf(memory, *found);
+    return found;
+  });
   if (object == nullptr || object->classOop != BlockClass) wrongKind(memory, "a block", block);
   const Code& code = codeOf(memory, *object);
   const BlockCode& body = bodyOf(code, *object);
@@ -369,8 +389,9 @@ void Machine::activateBlock(std::size_t argumentCount) {
                       std::to_string(argumentCount),
                   {block});
   }
+  const std::uint32_t epoch = memory.lookupEpoch();
   growStacks(body.stackNeed);
-  object = memory.find(block);
+  if (memory.lookupEpoch() != epoch) return activateBlock(argumentCount);  // it may have gone
   Registers registers(process);
   registers.enter(process, code, body, object->slots[BlockReceiver],
                   object->slots[BlockEnvironment], homeOf(*object));
@@ -381,10 +402,14 @@ void Machine::replaceArgument(const OopType& argument, OopType value) {
   process_->stack[static_cast<std::size_t>(&argument - process_->stack.data())] = value;
 }
 
-void Machine::replaceArguments(std::size_t count, std::span<const OopType> arguments) {
+void Machine::makeRoomFor(std::size_t arguments) {
   const std::uint32_t place = process_->place;
-  growStacks(arguments.size());
+  growStacks(arguments);
   process_->place = place;
+}
+
+void Machine::replaceArguments(std::size_t count, std::span<const OopType> arguments) {
+  if (arguments.size() > count) makeRoomFor(arguments.size());
   process_->top -= static_cast<std::uint32_t>(count);
   for (const OopType argument : arguments) process_->stack[process_->top++] = argument;
 }
@@ -880,16 +905,18 @@ OopType Machine::execute(std::string_view source) {
 OopType Machine::perform(OopType receiver, std::string_view selector,
                          std::span<const OopType> arguments) {
   const InRoom room(memory, Room::library);
-  const OopType process = withRoom(
-      memory, [&] { return newProcess(compileMessage(memory, receiver, selector, arguments)); });
   // A full memory can still be printed.
-  const OopType key = keyOf(memory, receiver);
-  const bool classSide = (key & 2) != 0;
-  const OopType method =
-      lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
-  const Routine* routine = method != 0 ? memory.at(method).extra->routine.get() : nullptr;
+  const Routine* routine = withRoom(memory, [&]() -> const Routine* {
+    const OopType key = keyOf(memory, receiver);
+    const bool classSide = (key & 2) != 0;
+    const OopType method =
+        lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
+    return method != 0 ? memory.at(method).extra->routine.get() : nullptr;
+  });
   const bool briefly = routine != nullptr && routine->primitive != nullptr;
   const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
+  const OopType process = withRoom(
+      memory, [&] { return newProcess(compileMessage(memory, receiver, selector, arguments)); });
   if (!briefly && !ofKernel) settleBefore(process);
   return run(process, nullptr, briefly);
 }

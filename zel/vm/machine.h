@@ -91,6 +91,8 @@ class Machine {
   // For control primitives, which find receiver and arguments on top of the stack, change it
   // through these and answer frameChanged.
   static constexpr OopType frameChanged = 0;
+  // Makes room for so many more, where arguments on the stack may move to.
+  void makeRoomFor(std::size_t arguments);
   // Replaces one of the arguments on top of the stack, or so many of them.
   void replaceArgument(const OopType& argument, OopType value);
   void replaceArguments(std::size_t count, std::span<const OopType> arguments);
@@ -137,6 +139,8 @@ class Machine {
   void poll();
   void sendPending();
   const Routine& find(OopType receiver, OopType key, OopType selector, std::size_t argumentCount);
+  const Routine& findAtOnce(OopType receiver, OopType key, OopType selector,
+                            std::size_t argumentCount);
   const Routine& findSuper(const Code& code, OopType selector, std::size_t argumentCount);
   void findFor(Site& site, const Code& code, OopType receiver, OopType key);
   [[noreturn]] void doesNotUnderstand(OopType selector, std::size_t argumentCount);

@@ -20,7 +20,7 @@ OopType blockValue(Machine& machine, OopType, const OopType*) {
 }
 
 // The elements of an argument that must be an array of arguments.
-std::span<const OopType> argumentsIn(const Memory& memory, OopType array) {
+std::span<const OopType> elementsIn(const Memory& memory, OopType array) {
   const Object* object = memory.find(array);
   if (object == nullptr || object->impl != Impl::pointers || object->namedSize != 0) {
     wrongKind(memory, "an array", array);
@@ -31,9 +31,18 @@ std::span<const OopType> argumentsIn(const Memory& memory, OopType array) {
   }
   return {object->slots, object->size};
 }
+std::size_t countIn(Memory& memory, OopType array) {
+  return withRoom(memory, [&] { return elementsIn(memory, array).size(); });
+}
+// The same with room for them on the stack: until a collection, which may unload the array.
+std::span<const OopType> argumentsIn(Machine& machine, OopType array) {
+  Memory& memory = machine.memory;
+  machine.makeRoomFor(countIn(memory, array));
+  return withRoom(memory, [&] { return elementsIn(memory, array); });
+}
 
 OopType blockValueWithArguments(Machine& machine, OopType, const OopType* args) {
-  const std::span<const OopType> arguments = argumentsIn(machine.memory, args[0]);
+  const std::span<const OopType> arguments = argumentsIn(machine, args[0]);
   machine.replaceArguments(1, arguments);
   machine.activateBlock(arguments.size());
   return Machine::frameChanged;
@@ -59,7 +68,8 @@ OopType unwindFurther(Machine& machine, OopType, const OopType*) {
 
 // Carries a handler out, which takes the exception or nothing.
 OopType valueFor(Machine& machine, OopType receiver, const OopType*) {
-  const std::size_t count = blockArguments(machine.memory, receiver);
+  const std::size_t count =
+      withRoom(machine.memory, [&] { return blockArguments(machine.memory, receiver); });
   if (count == 0) machine.replaceArguments(1, {});
   machine.activateBlock(count);
   return Machine::frameChanged;
@@ -90,10 +100,10 @@ OopType perform(Machine& machine, OopType, const OopType* args) {
 }
 
 OopType performWithArguments(Machine& machine, OopType, const OopType* args) {
-  const std::span<const OopType> arguments = argumentsIn(machine.memory, args[1]);
-  const OopType selector = requireSelector(machine, args[0], arguments.size());
-  machine.replaceArguments(2, arguments);
-  machine.sendNext(selector, arguments.size());
+  const std::size_t count = countIn(machine.memory, args[1]);
+  const OopType selector = requireSelector(machine, args[0], count);
+  machine.replaceArguments(2, argumentsIn(machine, args[1]));
+  machine.sendNext(selector, count);
   return Machine::frameChanged;
 }
 
@@ -132,15 +142,20 @@ OopType signalText(Machine& machine, OopType receiver, const OopType* args) {
   return signal<false>(machine, receiver, args);
 }
 
-OopType classSignal(Machine& machine, OopType receiver, const OopType* args) {
+// A new exception, which takes the receiver's place on the stack.
+OopType newException(Machine& machine, OopType classOop, const OopType* args) {
   Memory& memory = machine.memory;
-  return signal<false>(machine, withRoom(memory, [&] { return newInstance(memory, receiver); }),
-                       args);
+  const OopType oop = withRoom(memory, [&] { return newInstance(memory, classOop); });
+  machine.replaceArgument(args[-1], oop);
+  return oop;
+}
+
+OopType classSignal(Machine& machine, OopType receiver, const OopType* args) {
+  return signal<false>(machine, newException(machine, receiver, args), args);
 }
 
 OopType classSignalText(Machine& machine, OopType receiver, const OopType* args) {
-  Memory& memory = machine.memory;
-  return signalText(machine, withRoom(memory, [&] { return newInstance(memory, receiver); }), args);
+  return signalText(machine, newException(machine, receiver, args), args);
 }
 
 OopType errorText(Machine& machine, OopType, const OopType* args) {

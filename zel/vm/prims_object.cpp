@@ -22,10 +22,13 @@ OopType identity(Memory&, OopType receiver, const OopType* args) {
 }
 // Methods of the program are sent `=` for what is inside, by the kernel's methods.
 OopType equality(Machine& machine, OopType receiver, const OopType* args) {
-  std::vector<OopType> toAsk;
-  const bool equal = compareOops(machine.memory, receiver, args[0], toAsk);
-  if (!equal || toAsk.empty()) return booleanOop(equal);
-  const OopType pairs = withRoom(machine.memory, [&] { return arrayOop(machine.memory, toAsk); });
+  Memory& memory = machine.memory;
+  const OopType pairs = withRoom(memory, [&] {
+    std::vector<OopType> toAsk;
+    const bool equal = compareOops(memory, receiver, args[0], toAsk);
+    return !equal || toAsk.empty() ? booleanOop(equal) : arrayOop(memory, toAsk);
+  });
+  if (isBoolean(pairs)) return pairs;
   machine.replaceArguments(1, {&pairs, 1});
   return sendInstead(machine, "areEqual:");
 }

@@ -84,10 +84,12 @@ void Machine::protect(FrameMark mark) {
   }
   const OopType* given = &process_->stack[sender.base];
   if (mark == FrameMark::handler) {
-    requireExceptions(memory, given[0]);
-    requireBlock(memory, given[1], 1);
+    withRoom(memory, [&] {
+      requireExceptions(memory, given[0]);
+      requireBlock(memory, given[1], 1);
+    });
   } else {
-    requireBlock(memory, given[0], 0);
+    withRoom(memory, [&] { requireBlock(memory, given[0], 0); });
   }
   activateBlock(0);
   process_->frames[depth].mark = mark;
@@ -170,7 +172,8 @@ void Machine::signal(OopType exception, bool outward) {
   ProcessState& process = *process_;
   const std::size_t from =
       outward ? handlerOf(process.frames[handlingDepth(exception)]) : process.depth;
-  const std::size_t handler = handlerDepth(classOf(memory, exception), from);
+  const std::size_t handler =
+      withRoom(memory, [&] { return handlerDepth(classOf(memory, exception), from); });
   process.top = process.place;
   push(exception);
   if (handler != notFound) return beginHandling(handler, true);
@@ -258,7 +261,8 @@ bool Machine::startHandler(const Failure& failure) {
   ProcessState& process = *process_;
   const bool noRoom = failure.kind == FailureKind::noRoom;
   if (failure.kind != FailureKind::error && !noRoom) return false;
-  const std::size_t handler = handlerDepth(classOfFailure(failure), process.depth);
+  const std::size_t handler =
+      withRoom(memory, [&] { return handlerDepth(classOfFailure(failure), process.depth); });
   if (handler == notFound) return askDefaultAction(failure);
   const OopType exception = withRoom(memory, [&] { return exceptionFor(failure); });
   if (noRoom) {
