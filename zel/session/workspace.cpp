@@ -411,7 +411,8 @@ void Workspace::apply(std::span<const Place> changes) {
     }
     const std::uint32_t index = repository_.identities.indexOf(place.id);
     if (index == 0 || !memory_.knows(index)) continue;
-    if (place.id < firstFreeId && !isKernelDictionary(place.id)) continue;
+    // Of the kernel's others may have written what it is.
+    if (index < Memory::kernelEnd && !isKernelDictionary(place.id)) continue;
     const OopType oop = fixedOop(index);
     if (isCode(memory_, oop)) {
       memory_.forgetLookups();
