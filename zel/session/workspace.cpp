@@ -262,6 +262,7 @@ void Workspace::applyToKernel(OopType dictionary, const std::vector<std::uint32_
 // Reads the object, and with it those that may be wanted next. Of them nothing is said if they
 // cannot be read.
 void Workspace::load(std::uint32_t index) {
+  if (behind_) throw Failure(*behind_);
   const ObjectId id = repository_.identities.idOf(index);
   std::vector<ObjectId> ids = relativesOf(index);
   ids.insert(ids.begin(), id);
@@ -389,6 +390,8 @@ void Workspace::moveTo(Version version) {
     view_ = before;
     throw;
   }
+  equalityEpoch_ = memory_.equalityEpoch;
+  behind_.reset();
   repository_.store->giveUp(before);
 }
 
@@ -473,12 +476,17 @@ void Workspace::commit() {
     keepChanges(memory_, client_);
     founders_.clear();
     endTransaction();
-    follow(writing.changes, outcome.version);
+    try {
+      follow(writing.changes, outcome.version);
+    } catch (const Failure& failure) {
+      behind_ = failure;  // what is committed is so all the same
+    }
     repository_.tidy(false);
     return;
   }
   keepChanges(memory_, client_);
   endTransaction();
+  begin();
 }
 
 // After a commit the view is at its version. What others have committed between is among it where
@@ -488,6 +496,7 @@ void Workspace::follow(const Changes& changes, Version version) {
     const Version newest = repository_.store->lease();
     if (newest == version) {
       repository_.store->giveUp(std::exchange(view_, version));
+      behind_.reset();
       return;
     }
     repository_.store->giveUp(newest);
