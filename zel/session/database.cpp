@@ -160,7 +160,7 @@ void logout(Database& database) {
   database.current = nullptr;
   const std::shared_ptr<Repository> repository = session.repository;
   database.sessions.erase(session.id);
-  repository->tidy(true);
+  repository->tidy(false);
 }
 
 void selectSession(Database& database, std::int32_t id) {
