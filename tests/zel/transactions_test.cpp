@@ -6,6 +6,40 @@
 
 namespace {
 
+// Fails in its so manyeth call from now on; never while that is 0.
+class FailingStore : public ::zel::Store {
+ public:
+  explicit FailingStore(std::unique_ptr<::zel::Store> kept) : kept_(std::move(kept)) {}
+  int left = 0;
+
+  ::zel::Version lease() override { return called().lease(); }
+  void giveUp(::zel::Version version) noexcept override { kept_->giveUp(version); }
+  void read(::zel::Version at, std::span<const ::zel::ObjectId> ids,
+            const ::zel::TakeRow& take) override {
+    called().read(at, ids, take);
+  }
+  void scan(::zel::Version at, ::zel::ObjectId first, ::zel::ObjectId end,
+            const ::zel::TakeRow& take) override {
+    called().scan(at, first, end, take);
+  }
+  std::vector<::zel::Place> changedSince(::zel::Version from, ::zel::Version to) override {
+    return called().changedSince(from, to);
+  }
+  ::zel::ObjectId newIds(std::uint32_t count) override { return called().newIds(count); }
+  ::zel::Outcome commit(const ::zel::Changes& changes) override { return called().commit(changes); }
+  ::zel::StoreStatistics statistics() override { return called().statistics(); }
+  void backUp(const std::string& file, const ::zel::Progress& progress) override {
+    called().backUp(file, progress);
+  }
+
+ private:
+  ::zel::Store& called() {
+    if (left != 0 && --left == 0) throw ::zel::Failure(::zel::ErrStoreBusy, "failed");
+    return *kept_;
+  }
+  std::unique_ptr<::zel::Store> kept_;
+};
+
 class Transactions : public ZelSession {
  protected:
   void SetUp() override {
@@ -234,6 +268,11 @@ TEST_F(Transactions, KeepEveryKindOfObject) {
   play(
       R"(A Globals at: #R put: (Array new: 1). [R at: 1 put: 1. nil foo] value ==> error 2010: nil does not understand #foo
           A System suspend: 3 ==> error 2502: the program is suspended)");
+  // What the kernel has is the same in all sessions.
+  play(R"(B 3 ==> 3
+          A Globals at: #Z put: {Bag instVarNames. Object classHistory. Array methodAt: 'do:'}
+          A ok
+          B System abort. {(Z at: 1) == Bag instVarNames. (Z at: 2) == Object classHistory. Z printString size} ==> an Array( true true 74 ))");
   // A block goes on with its own variables, in the session that runs it.
   play(R"(A | n | n := 0. Globals at: #Count put: [n := n + 1]. Count value ==> 1
           A ok
@@ -246,6 +285,115 @@ TEST_F(Transactions, KeepEveryKindOfObject) {
           A System abort. Count value ==> 4)");
 }
 
+TEST_F(Transactions, BeginWithTheirFirstAccessWhereverOneEnded) {
+  play(R"(A Globals at: #X put: (Array with: 1)
+          A ok
+          B X at: 1 ==> 1
+          A X at: 1 put: 2
+          A ok
+          B {X at: 1. System commit. X at: 1} ==> an Array( 1 true 2 ))");
+}
+
+// Elements stay where they are looked for when `=` or `hash` are defined after they came.
+TEST_F(Transactions, FindElementsByMethodsThatAreNew) {
+  play(R"(A Object subclass: #P instVarNames: #(n). P compile: 'n ^n'. P compile: 'n: x n := x'
+          A Globals at: #S put: Set new; at: #T put: Set new; at: #D put: Dictionary new. T add: (P new n: 6; yourself); add: 3
+          A ok
+          B T size ==> 2
+          A S add: (P new n: 5; yourself). D at: S any put: 7. P compile: 'hash ^n hash'. P compile: '= x ^(x isKindOf: P) and: [n = x n]'
+          A {S includes: S any. D at: S any} ==> an Array( true 7 )
+          A ok
+          B System abort. {S size. S includes: (P new n: 5; yourself). D at: S any} ==> an Array( 1 true 7 )
+          B {T includes: (P new n: 6; yourself). T includes: 3. T size} ==> an Array( true true 2 )
+          C T add: (P new n: 6; yourself). {T size. T includes: (P new n: 7; yourself)} ==> an Array( 2 false )
+          C T add: (P new n: 7; yourself)
+          C ok
+          B System abort. {T size. T includes: (P new n: 7; yourself). T includes: (P new n: 6; yourself)} ==> an Array( 3 true true )
+          A System abort. Globals at: #G1 put: 1
+          B Globals at: #G2 put: 2
+          B ok
+          A ok)");
+  // Numbers have no identity of their own in the store.
+  play(R"(A Globals at: #I put: IdentitySet new. I add: 1.5; add: (2 raisedTo: 100)
+          A ok
+          B f := I detect: [:each | each isKindOf: Float]. I remove: f ifAbsent: [nil] ==> 1.5
+          B I size ==> 1)");
+}
+
+TEST_F(Transactions, RemovedUsersStayRemoved) {
+  play(R"(B 3 ==> 3
+          A System removeUser: 'DataCurator'
+          A ok
+          B System changePassword: 'new' ==> error 2015: there is no user DataCurator
+          B System needsCommit ==> false
+          A System removeUser: 'DataCurator' ==> error 2015: there is no user DataCurator)");
+}
+
+TEST_F(Transactions, ExportingIsNoReading) {
+  in('A', "Globals at: #X put: (Array new: 1); at: #Q put: (Array new: 1). System commit");
+  in('B', "Q at: 1 put: 1");
+  const OopType exported = run("X");
+  zel->ZelSaveObjs(&exported, 1);
+  in('A', "X at: 1 put: 1. System commit");
+  EXPECT_EQ("true", in('B', "System commit"));
+}
+
+// What was committed stays so, whatever the store fails in after it, and before it nothing is done.
+TEST_F(Transactions, StandFailuresOfTheStore) {
+  in('A', "Globals at: #X put: (Array with: 0); at: #Y put: (Array with: 0). System commit");
+  in('B', "X at: 1");
+  ::zel::Repository& repository = *session().repository;
+  auto owned = std::make_unique<FailingStore>(std::move(repository.store));
+  FailingStore& failing = *owned;
+  repository.store = std::move(owned);
+  for (int call = 1, value = 1; call <= 12; ++call, ++value) {
+    const std::string text = std::to_string(value);
+    EXPECT_EQ("true", in('B', "System abort. Y at: 1 put: " + text + ". System commit"));
+    in('A', "System abort. X at: 1 put: " + text + "; at: 1 put: " + text);
+    zel->ZelSetSessionId(ids['A']);
+    failing.left = call;
+    const bool committed = run("System commit") == TrueOop;
+    failing.left = 0;
+    EXPECT_EQ(committed ? 0 : 2514, errorNumber()) << call;
+    if (!committed) {
+      EXPECT_EQ("true", in('A', "System needsCommit")) << call;
+      EXPECT_EQ("true", in('A', "System commit")) << call;
+    }
+    EXPECT_EQ("an Array( " + text + ' ' + text + " )", in('A', "{X at: 1. Y at: 1}")) << call;
+    failing.left = call;
+    in('B', "System abort. {X at: 1. Y at: 1}");
+    failing.left = 0;
+    EXPECT_EQ("an Array( " + text + ' ' + text + " )", in('B', "System abort. {X at: 1. Y at: 1}"));
+  }
+}
+
+// Of what does not fit into the memory, what was not changed makes room wherever some is needed.
+TEST_F(Transactions, ReadMoreThanTheMemoryHolds) {
+  session().memory.setLimit(8U << 20);
+  in('A',
+     "Globals at: #C put: OrderedCollection new. 1 to: 400 do: [:i | C add: OrderedCollection "
+     "new. 1 to: 100 do: [:j | C last add: (Array with: i with: j with: (String new: 200))]. i "
+     "\\\\ 20 = 0 ifTrue: [System commit]]. Globals at: #B put: (Array with: [:a | a first]). "
+     "System commit");
+  const char* counts[] = {
+      "e first > 0",
+      "e last size = 200",
+      "e = e copy",
+      "(e = #(1)) not",
+      "e hash >= 0",
+      "(e perform: #first) > 0",
+      "e printString size > 9",
+      "((B at: 1) value: e) > 0",
+      "([:a :b :c | a > 0] valueWithArguments: e)",
+      "([e foo. 1] on: Error do: [:x | 0]) = 0",
+  };
+  for (const char* count : counts) {
+    EXPECT_EQ("40000", in('A', "| n | n := 0. C do: [:c | c do: [:e | " + std::string(count) +
+                                   " ifTrue: [n := n + 1]]]. n"))
+        << count;
+  }
+}
+
 // The same object has the same oop in all sessions, and changes are told as the view has them.
 TEST_F(Transactions, ClientsSeeOneObject) {
   const OopType mine = (in('A', "Globals at: #X put: (Array with: 1). System commit"), run("X"));
@@ -253,6 +401,7 @@ TEST_F(Transactions, ClientsSeeOneObject) {
   EXPECT_EQ(mine, run("X"));
   zel->ZelDirtyObjsInit();
   zel->ZelSaveObjs(&mine, 1);
+  in('B', "X at: 1");
   in('A', "X at: 1 put: 2. System commit");
   zel->ZelSetSessionId(ids['B']);
   const auto changed = [&] {

@@ -104,7 +104,7 @@ void ZelSaveObjs(const OopType* oops, ArraySizeType count) {
     OopType missing = 0;
     for (ArraySizeType i = 0; i < count; ++i) {
       if (isImmediate(oops[i])) continue;
-      if (session.memory.find(oops[i]) == nullptr) {
+      if (!session.memory.exists(oops[i])) {
         missing = oops[i];
       } else {
         exportObject(session.memory, session.client, oops[i]);
