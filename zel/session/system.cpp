@@ -48,7 +48,7 @@ std::string newPassword(Machine& machine, OopType text) {
 OopType changePassword(Machine& machine, OopType receiver, const OopType* args) {
   const std::string password = newPassword(machine, args[0]);
   if (!machine.session.workspace->passwordOf(machine.session.user)) {
-    throw Failure(ErrNotPermitted, "the user " + machine.session.user + " has been removed");
+    throw Failure(ErrNotInCollection, "there is no user " + machine.session.user);
   }
   machine.session.workspace->changeUser(machine.session.user,
                                         machine.session.database.passwords.hashOf(password));
