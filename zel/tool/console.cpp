@@ -135,8 +135,9 @@ std::string passwordIn(const Signals& signals, const std::string& file) {
 // Signals
 
 Signals::Signals() {
-  // A reader that has gone is noticed by the write.
+  // A reader that has gone, and a file that may not grow, are noticed by the write.
   ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGXFSZ, SIG_IGN);
   const sigset_t signals = setOfSignals();
   ::sigprocmask(SIG_BLOCK, &signals, nullptr);
   fd_ = Descriptor(::signalfd(-1, &signals, SFD_CLOEXEC));

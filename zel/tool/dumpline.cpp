@@ -22,6 +22,7 @@ namespace {
 
 constexpr ObjectId endOfIds = ObjectId{1} << 62;
 constexpr std::size_t mostDigits = mostIntegerBits * 30103ULL / 100000 + 2;  // with the sign
+constexpr std::size_t mostIntegerBytes = mostIntegerBits / 8 + 4;
 constexpr std::string_view hexDigits = "0123456789ABCDEF";
 constexpr std::string_view rawWord = "raw";
 constexpr std::string_view userWord = "user";
@@ -199,6 +200,12 @@ class LineWriter {
     if (text.find_first_of(".e") == std::string::npos) line += ".0";
   }
 
+  void largeInteger(RowReader& reader) {
+    const std::string_view bytes = reader.sizedText();
+    if (bytes.empty() || bytes.size() > mostIntegerBytes) reader.damaged();
+    line += decimalOf(bytes);
+  }
+
   void value(RowReader& reader) {
     const Tag tag{reader.byte()};
     switch (tag) {
@@ -215,8 +222,7 @@ class LineWriter {
       case Tag::floatNumber:
         return floatValue(reader.text(sizeof(double)));
       case Tag::largeInteger:
-        line += decimalOf(reader.sizedText());
-        return;
+        return largeInteger(reader);
       case Tag::symbol:
         return symbol(reader.sizedText());
       case Tag::reference:

@@ -66,6 +66,10 @@ Progress progressOf(ProgressLine& line) {
   return [&line](std::uint64_t done, std::uint64_t all) { return line.tell(done, all); };
 }
 
+std::string counted(std::uint64_t objects) {
+  return std::to_string(objects) + (objects == 1 ? " object" : " objects");
+}
+
 // Commands
 
 int check(const Job& job) {
@@ -79,7 +83,7 @@ int check(const Job& job) {
   for (const std::string& fault : faults) output.line(fault);
   if (faults.empty()) {
     const std::uint64_t objects = opened(job)->statistics().objects;
-    output.line(job.file + " is whole: " + std::to_string(objects) + " objects");
+    output.line(job.file + " is whole: " + counted(objects));
   }
   output.finish();
   return faults.empty() ? 0 : faultStatus;
@@ -122,9 +126,9 @@ int compact(const Job& job) {
     result = compactFile(optionsOf(job), references, progressOf(line));
   }
   Output output(job.signals, "");
-  output.line(job.file + " has " + std::to_string(result.objects) + " objects, " +
-              std::to_string(result.dropped) + " were dropped; " + std::to_string(result.bytes) +
-              " bytes, before " + std::to_string(result.bytesBefore));
+  output.line(job.file + " has " + counted(result.objects) + ", " + std::to_string(result.dropped) +
+              " were dropped; " + std::to_string(result.bytes) + " bytes, before " +
+              std::to_string(result.bytesBefore));
   output.finish();
   return 0;
 }
