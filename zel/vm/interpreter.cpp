@@ -174,7 +174,6 @@ Object& Machine::bring(OopType oop) {
       return object->classOop == ClassClass ? receiver | 2 : object->classOop;
     }
     at.store(*process_);
-    withRoom(memory, [&] { memory.lookAt(receiver); });
   }
   return keyOfAbsent(receiver);
 }
