@@ -41,7 +41,8 @@ std::string newPassword(Machine& machine, OopType text) {
   const bool isOpen = password.empty() || password == wellKnownPassword;
   if (isOpen && machine.session.repository->inMemory == nullptr) {
     throw Failure(ErrNotPermitted,
-                  "a password that is empty or well-known is none for a database in a file", {text});
+                  "a password that is empty or well-known is none for a database in a file",
+                  {text});
   }
   return password;
 }

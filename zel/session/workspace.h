@@ -88,7 +88,7 @@ class Workspace {
   std::uint64_t lastUse_ = 0;
   UserChanges users_;
   UserChanges founders_;  // among them, until they are committed
-  Version view_ = 0;  // leased
+  Version view_ = 0;      // leased
   // Why the view did not move to the last commit: nothing can be loaded until it has.
   std::optional<Failure> behind_;
   Version lastCommit_ = 0;
