@@ -206,6 +206,7 @@ std::pair<std::uint64_t, std::size_t> withoutSessions() {
   require(takeError() == 0);
   table->ZelLogout();
   zel::Repository& repository = *zel::library().database->inMemory;
+  repository.tidy(true);
   return {repository.store->statistics().objects, repository.identities.bytes()};
 }
 
