@@ -208,13 +208,13 @@ void requireChangeableSlot(const Memory& memory, OopType oop, std::size_t slot) 
 }
 
 std::string_view kernelClassName(OopType classOop) {
-  const auto* const spec = std::ranges::find(classSpecs, classOop, &ClassSpec::oop);
-  return spec != std::end(classSpecs) ? spec->name : "";
+  const auto* const found = std::ranges::find(classSpecs, classOop, &ClassSpec::oop);
+  return found != std::end(classSpecs) ? found->name : "";
 }
 
 OopType kernelClassNamed(std::string_view name) {
-  const auto* const spec = std::ranges::find(classSpecs, name, &ClassSpec::name);
-  return spec != std::end(classSpecs) ? spec->oop : 0;
+  const auto* const found = std::ranges::find(classSpecs, name, &ClassSpec::name);
+  return found != std::end(classSpecs) ? found->oop : 0;
 }
 
 bool isClass(const Memory& memory, OopType oop) {
