@@ -7,6 +7,7 @@
 #include <map>
 #include <random>
 
+#include "histories.h"
 #include "process.h"
 #include "session_fixture.h"
 
@@ -32,39 +33,6 @@ class Shared : public ZelSession {
     zel->ZelShutdown();
   }
 
-  struct Step {
-    std::string text;
-    std::string answer;
-  };
-  static constexpr const char* set =
-      "Globals at: #V put: (Array new: 6); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
-      "6 "
-      "do: [:i | V at: i put: (OrderedCollection with: 0)]";
-  static constexpr const char* all =
-      "{V. D keys asSortedCollection asArray. S asSortedCollection asArray}";
-
-  static std::string randomText(std::mt19937& random) {
-    const auto number = [&] { return std::to_string(1 + random() % 6); };
-    switch (random() % 8) {
-      case 0:
-        return "(V at: " + number() + ") first";
-      case 1:
-        return "(V at: " + number() + ") at: 1 put: (V at: " + number() + ") first + 1";
-      case 2:
-        return "D at: " + number() + " ifAbsent: [0]";
-      case 3:
-        return "D at: " + number() + " put: (V at: " + number() + ") first";
-      case 4:
-        return "D removeKey: " + number() + " ifAbsent: [0]";
-      case 5:
-        return "S add: " + number();
-      case 6:
-        return "S remove: " + number() + " ifAbsent: [0]";
-      default:
-        return "{D size. S size. (V inject: 0 into: [:a :b | a + b first])}";
-    }
-  }
-
   // Runs random transactions and writes those that changed something, each with its version.
   void runTransactions(unsigned seed, int count, int log) {
     std::mt19937 random(seed);
@@ -72,7 +40,7 @@ class Shared : public ZelSession {
     for (int n = 0; n < count; ++n) {
       std::string record;
       for (unsigned steps = 1 + random() % 3; steps > 0; --steps) {
-        const std::string text = randomText(random);
+        const std::string text = randomStep(random);
         record += text + "\t" + show(text) + "\n";
       }
       const bool changes = show("System needsCommit") == "true";
@@ -90,7 +58,7 @@ class Shared : public ZelSession {
 };
 
 TEST_F(Shared, HistoriesHaveASerialOrder) {
-  create(set);
+  create(makeGlobals);
   std::vector<pid_t> children;
   std::vector<std::string> logs;
   for (unsigned i = 0; i < 4; ++i) {
@@ -124,14 +92,37 @@ TEST_F(Shared, HistoriesHaveASerialOrder) {
   }
   EXPECT_GT(committed.size(), 100U);
   openFile();
-  const std::string end = show(all);
+  const std::string end = show(allOfGlobals);
   zel->ZelShutdown();
   open("", "swordfish");
-  show(set);
+  show(makeGlobals);
   for (const auto& [version, steps] : committed) {
     for (const Step& step : steps) EXPECT_EQ(step.answer, show(step.text)) << version << step.text;
   }
-  EXPECT_EQ(end, show(all));
+  EXPECT_EQ(end, show(allOfGlobals));
+}
+
+// What lies beside a file is found by its name: one with two of them is refused, at a commit as
+// well.
+TEST_F(Shared, AFileHasOneName) {
+  create("Globals at: #X put: 1");
+  const std::string other = folder / "other.povzel";
+  openFile();
+  EXPECT_EQ("1", show("X"));
+  ASSERT_EQ(0, link(file.c_str(), other.c_str()));
+  EXPECT_EQ("error 2521", show("Globals at: #X put: 2. System commit").substr(0, 10));
+  zel->ZelShutdown();
+  for (const std::string& name : {file, other}) {
+    ASSERT_NE(0, zel->ZelInit());
+    zel->ZelSetNet(name.c_str(), nullptr, nullptr, nullptr);
+    EXPECT_EQ(0, zel->ZelLogin("SystemUser", "geheim"));
+    EXPECT_EQ(2521, errorNumber()) << name;
+    zel->ZelShutdown();
+  }
+  ASSERT_EQ(0, unlink(other.c_str()));
+  openFile();
+  EXPECT_EQ("1", show("X"));
+  zel->ZelShutdown();
 }
 
 // What was acknowledged is there, and nothing by half. POVZEL_ROUNDS sets how often it is tried.

@@ -2,6 +2,7 @@
 #include <map>
 #include <random>
 
+#include "histories.h"
 #include "session_fixture.h"
 
 namespace {
@@ -418,47 +419,17 @@ TEST_F(Transactions, ClientsSeeOneObject) {
 
 // Random transactions of four sessions: what committed has a serial order, the order of commits.
 TEST_F(Transactions, HaveASerialOrder) {
-  in('A',
-     "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
-     "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  in('A', std::string(makeGlobals) + ". System commit");
   std::mt19937 random(7);
   const auto roll = [&](unsigned n) { return static_cast<int>(random() % n); };
-  struct Step {
-    std::string text;
-    std::string answer;
-  };
   std::map<char, std::vector<Step>> open;
   std::vector<std::vector<Step>> committed;
-  const auto number = [&] { return std::to_string(1 + roll(8)); };
-  const auto text = [&]() -> std::string {
-    switch (roll(9)) {
-      case 0:
-        return "(V at: " + number() + ") first";
-      case 1:
-        return "(V at: " + number() + ") at: 1 put: (V at: " + number() + ") first + 1";
-      case 2:
-        return "D at: " + number() + " ifAbsent: [0]";
-      case 3:
-        return "D at: " + number() + " put: (V at: " + number() + ") first";
-      case 4:
-        return "D removeKey: " + number() + " ifAbsent: [0]";
-      case 5:
-        return "S includes: " + number();
-      case 6:
-        return "(S add: " + number() + ") + (S includes: " + number() +
-               ") hash - (S includes: 99) hash";
-      case 7:
-        return "S remove: " + number() + " ifAbsent: [0]";
-      default:
-        return "{D size. S size. (V inject: 0 into: [:a :b | a + b first])}";
-    }
-  };
   int conflicts = 0;
   for (int turn = 0; turn < 3000; ++turn) {
     const char name = static_cast<char>('A' + roll(4));
     const int kind = roll(10);
     if (kind < 7) {
-      const std::string source = text();
+      const std::string source = randomStep(random);
       open[name].push_back({source, in(name, source)});
     } else if (kind == 7) {
       in(name, "System abort");
@@ -484,9 +455,7 @@ TEST_F(Transactions, HaveASerialOrder) {
   zel->ZelShutdown();
   ids.clear();
   Transactions::SetUp();
-  in('A',
-     "Globals at: #V put: (Array new: 8); at: #D put: Dictionary new; at: #S put: Set new. 1 to: "
-     "8 do: [:i | V at: i put: (OrderedCollection with: 0)]. System commit");
+  in('A', std::string(makeGlobals) + ". System commit");
   for (const std::vector<Step>& transaction : committed) {
     for (const Step& step : transaction) EXPECT_EQ(step.answer, in('A', step.text)) << step.text;
   }
