@@ -126,10 +126,10 @@ function(povzel_bench name)
 endfunction()
 
 # povzel_java(NAME OUTPUT jar RELEASE version SOURCES... [CLASSPATH jars...] [DEPENDS targets...]
-#             [OPTIONS javac options...]): a target of the default build that compiles Java sources
+#             [MANIFEST file] [OPTIONS javac options...]): a target of the default build that compiles Java sources
 # into one jar. Every lint warning is an error.
 function(povzel_java name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT;RELEASE" "SOURCES;CLASSPATH;DEPENDS;OPTIONS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT;RELEASE;MANIFEST" "SOURCES;CLASSPATH;DEPENDS;OPTIONS")
   set(sources ${arg_SOURCES})
   list(TRANSFORM sources PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   set(classes ${CMAKE_CURRENT_BINARY_DIR}/${name}.classes)
@@ -139,6 +139,10 @@ function(povzel_java name)
     string(REPLACE ";" ":" classpath "${arg_CLASSPATH}")
     set(classpath_options -classpath ${classpath})
   endif()
+  set(manifest)
+  if(arg_MANIFEST)
+    set(manifest --manifest ${CMAKE_CURRENT_SOURCE_DIR}/${arg_MANIFEST})
+  endif()
   cmake_path(GET arg_OUTPUT PARENT_PATH directory)
   add_custom_command(
     OUTPUT ${arg_OUTPUT}
@@ -146,8 +150,8 @@ function(povzel_java name)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${classes} ${directory}
     COMMAND ${POVZEL_JAVAC} ${POVZEL_JVM} --release ${arg_RELEASE} -encoding UTF-8 -g -Xlint:all,-options
             ${POVZEL_JAVA_WERROR} ${arg_OPTIONS} ${classpath_options} -d ${classes} ${sources}
-    COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT} ${POVZEL_JVM}
-    DEPENDS ${sources} ${arg_CLASSPATH} ${arg_DEPENDS}
+    COMMAND ${CMAKE_SOURCE_DIR}/pov/pack ${POVZEL_JAR} ${classes} ${arg_OUTPUT} ${manifest} ${POVZEL_JVM}
+    DEPENDS ${sources} ${arg_MANIFEST} ${arg_CLASSPATH} ${arg_DEPENDS}
     COMMENT "Compiling ${name}"
     VERBATIM)
   add_custom_target(${name} ALL DEPENDS ${arg_OUTPUT})

@@ -13,6 +13,9 @@ TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
   const std::string install =
       "mkdir -p t/bin; cp -L p t/bin/povzel; echo 'IFS=,; echo \"$*,$POVZEL_PASSWORD\"; exit 7' |"
       "sed '1i #!/bin/sh' >t/bin/povzelstore; chmod +x t/bin/povzelstore; ";
+  const std::string copy =
+      "t=$(readlink -f p); t=${t%/bin/povzel}; export JAVA32=\"$t/jre\"; mkdir q;"
+      "cp -r \"$t/bin\" \"$t/lib\" \"$t/sys\" \"$t/java\" q; q/bin/povzel prepare;";
   const std::tuple<std::string, int, const char*, const char*> cases[] = {
       {"./p -e '3 + 4' -e '6 * 7'", 0, "7\n42\n", ""},
       {"echo 2 + 3 | ./p", 0, "5\n", ""},
@@ -58,6 +61,9 @@ TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
       {install + "rm t/bin/povzelstore; t/bin/povzel stat x", 1, "",
        "run a file of texts as ./stat"},
       {"echo 5 >check; ./p ./check -e 3", 0, "5\n3\n", ""},
+      {copy + "q/bin/povzel -e 3; truncate -s 99999 q/java/*.jsa; q/bin/povzel -e 4; mv q r;"
+              "r/bin/povzel prepare; mv r q; q/bin/povzel -e 5; ls q/java/*.jsa | wc -l",
+       0, "3\n4\n5\n1\n", ""},
   };
   for (const auto& [command, status, out, err] : cases) {
     SCOPED_TRACE(command);

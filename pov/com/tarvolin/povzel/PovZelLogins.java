@@ -20,7 +20,7 @@ import java.util.logging.Logger;
  * has them logged out and warns of them; it ends soon after the last session.
  */
 final class PovZelLogins {
-    private static final Logger LOG = Logger.getLogger("com.tarvolin.povzel");
+    private static final String LOG = "com.tarvolin.povzel";
     private static final long LINGER_MILLIS = 1000;
     /** A JVM can be told not to collect when it is asked to. */
     private static final long LONGEST_COLLECTION_MILLIS = 500;
@@ -204,7 +204,7 @@ final class PovZelLogins {
             pool.lost();
         }
         try {
-            LOG.log(Level.WARNING, "povzel session " + login.id + (pool == null
+            Logger.getLogger(LOG).log(Level.WARNING, "povzel session " + login.id + (pool == null
                     ? " was forgotten: close() it" : " was not given back to its pool: close() it")
                     + ". It has been logged out.", login.place);
         } catch (RuntimeException e) {

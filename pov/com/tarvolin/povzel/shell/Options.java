@@ -86,7 +86,7 @@ final class Options {
 
     @Option(names = {"-u", "--user"}, paramLabel = "NAME", defaultValue = DEFAULT_USER,
             description = "The user to log in as; ${DEFAULT-VALUE} unless given.")
-    String user;
+    String user = DEFAULT_USER;
 
     @Option(names = "--password-file", paramLabel = "FILE",
             description = "The file whose first line is the password, for nobody else to read; without"

@@ -6,9 +6,6 @@ import com.tarvolin.povzel.PovZelSession;
 import java.io.FileDescriptor;
 import java.io.IOException;
 import java.io.PrintStream;
-import picocli.CommandLine;
-import picocli.CommandLine.ParameterException;
-import picocli.CommandLine.ParseResult;
 
 /** What the command line asks for: help, a login, and then texts or a conversation. */
 final class Shell {
@@ -26,26 +23,17 @@ final class Shell {
 
     /** Answers the exit status. */
     int run(String[] arguments) {
-        Options options = new Options();
-        // Words are what they are: a file's name behind an @ is none of them.
-        CommandLine commandLine = new CommandLine(options).setExpandAtFiles(false)
-                .setCaseInsensitiveEnumValuesAllowed(true);
-        try {
-            ParseResult parsed = commandLine.parseArgs(arguments);
-            if (!parsed.unmatched().isEmpty()) {
-                return complain(MISUSED, "unknown: " + String.join(", ", parsed.unmatched())
-                        + "\nTry: povzel --help");
+        Options options = Arguments.read(arguments);
+        if (options == null) {
+            try {
+                Grammar grammar = new Grammar(arguments);
+                if (grammar.helps(out)) {
+                    return 0;
+                }
+                options = grammar.options();
+            } catch (IllegalArgumentException e) {
+                return complain(MISUSED, e.getMessage() + "\nTry: povzel --help");
             }
-            if (parsed.isUsageHelpRequested()) {
-                commandLine.usage(out);
-                return 0;
-            }
-            if (parsed.isVersionHelpRequested()) {
-                commandLine.printVersionHelp(out);
-                return 0;
-            }
-        } catch (ParameterException e) {
-            return complain(MISUSED, e.getMessage() + "\nTry: povzel --help");
         }
         if (options.create && options.server == null) {
             return complain(MISUSED, "--create makes a database in a file: name it with --server");

@@ -49,6 +49,31 @@ class EvaluatorTest {
                 .run(new ByteArrayInputStream(input));
     }
 
+    private static String show(Options options) {
+        StringBuilder text = new StringBuilder();
+        for (Options.Source source : options.sources) {
+            text.append(source.text).append('|').append(source.file).append(' ');
+        }
+        return text + String.join(" ", options.server, options.user, options.format.toString()) + options.passwordFile
+                + options.create + options.stop + options.commit + options.quiet + options.debug
+                + options.access.linked + options.access.rpc;
+    }
+
+    // Plain command lines are read as picocli reads them, and every other is left to it.
+    @Test
+    void commandLines() {
+        for (String line : new String[] {"", "-e 3+4", "--execute a x -e b - -e c", "-s f.povzel --create --linked",
+                "--rpc -u Ada --password-file p -q --debug", "--quiet --server n --user u --stop --commit",
+                "--format json", "--format text x.zel -e ${sys:user.name}"}) {
+            String[] words = line.isEmpty() ? new String[0] : line.split(" ");
+            assertEquals(show(new Grammar(words).options()), show(Arguments.read(words)), line);
+        }
+        for (String line : new String[] {"--help", "-e", "-e -1", "-s", "-q -q", "--rpc --linked", "--format JSON",
+                "--format xml", "--format json --format json", "-qe 1", "--server=a", "--", "--exec 1", "-u --create"}) {
+            assertNull(Arguments.read(line.split(" ")), line);
+        }
+    }
+
     // Bytes for a text in which "~" stands for the end of a line and "¿" for a byte that is no UTF-8.
     private static byte[] bytes(String text) {
         byte[] bytes = text.replace('~', '\n').replace('¿', '\u0001').getBytes(StandardCharsets.UTF_8);
