@@ -51,11 +51,11 @@ std::int32_t nextFreeId(Database& database) {
   return database.lastId;
 }
 
-// The repository of a file that a session has open already is shared.
+// The repository of a place that a session has open already is shared.
 std::shared_ptr<Repository> repositoryFor(Database& database, const ServerName& server) {
-  if (!server.isFile) return database.inMemory;
-  std::erase_if(database.files, [](const auto& file) { return file.second.expired(); });
-  std::weak_ptr<Repository>& known = database.files[server.path];
+  if (server.kind == ServerName::Kind::memory) return database.inMemory;
+  std::erase_if(database.opened, [](const auto& each) { return each.second.expired(); });
+  std::weak_ptr<Repository>& known = database.opened[server.path];
   if (std::shared_ptr<Repository> open = known.lock()) return open;
   std::shared_ptr<Repository> opened = openRepository(server, [&database] {
     if (database.current == nullptr) return;
@@ -105,8 +105,8 @@ Database::Database(BreakRequest& breakRequest)
 void shareMemory(Session& session, bool pressed) {
   if (pressed) session.repository->tidy(true);
   std::size_t elsewhere = session.database.inMemory->bytes();
-  for (const auto& [path, file] : session.database.files) {
-    if (const std::shared_ptr<Repository> open = file.lock()) elsewhere += open->bytes();
+  for (const auto& [name, each] : session.database.opened) {
+    if (const std::shared_ptr<Repository> open = each.lock()) elsewhere += open->bytes();
   }
   for (auto& [id, other] : session.database.sessions) {
     if (&other == &session) continue;
@@ -138,7 +138,8 @@ Session& login(Database& database, std::string_view server, std::string_view use
   UserChanges founders;
   if (isNew) {
     founders = creators(user, password, database.passwords);
-  } else if (!mayLogIn(*repository->store, !name.isFile, user, password, database.passwords)) {
+  } else if (!mayLogIn(*repository->store, name.kind == ServerName::Kind::memory, user, password,
+                       database.passwords)) {
     throw Failure(ErrLoginDenied, "login denied: the user name or the password is wrong");
   }
   const std::int32_t id = nextFreeId(database);

@@ -16,7 +16,7 @@ struct Database {
 
   BreakRequest& breaks;
   std::shared_ptr<Repository> inMemory;
-  std::map<std::string, std::weak_ptr<Repository>> files;  // that sessions have open
+  std::map<std::string, std::weak_ptr<Repository>> opened;  // by sessions, under their names
   Passwords passwords;
   std::map<std::int32_t, Session> sessions;
   Session* current = nullptr;  // null when nobody is logged in or selected
@@ -34,11 +34,11 @@ void shareMemory(Session& session, bool pressed);
 Session& requireSession(Database& database);
 // Checks the user and makes a new session current, in the database that the server's name means,
 // see places.h. A file that is to be created is made by the session's first commit. Throws
-// ErrLoginDenied, ErrTooManySessions, and what openFileStore does.
+// ErrLoginDenied, ErrTooManySessions, and what openRepository does.
 Session& login(Database& database, std::string_view server, std::string_view user,
                std::string_view password);
 // Ends the current session: what it did not commit is lost, and what it held goes. The last one of
-// a file closes it. No session is current afterwards.
+// a file or server closes it. No session is current afterwards.
 void logout(Database& database);
 // Makes the session current. Throws ErrBadSession and leaves the current one as it was.
 void selectSession(Database& database, std::int32_t id);

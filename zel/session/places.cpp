@@ -1,31 +1,41 @@
 #include "places.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "store/filestore.h"
+#include "store/serverstore.h"
 
 namespace zel {
 
 namespace {
 
-constexpr std::string_view schemes[] = {"postgresql://", "postgres://"};
 constexpr std::string_view ending = ".povzel";
 
 [[noreturn]] void noServer(std::string_view name) {
   throw Failure(ErrLoginDenied, "this library has no server " + std::string(name));
 }
 
+ServerName readUrl(std::string_view url) {
+  const std::string_view query = url.substr(std::min(url.find('?'), url.size()));
+  for (const std::string_view start : {"?create=", "&create="}) {
+    if (query.find(start) == std::string_view::npos) continue;
+    throw Failure(ErrLoginDenied, "?create=true is for files: povzel create " + shownUrl(url) +
+                                      " makes a database on a server, without it");
+  }
+  return {ServerName::Kind::server, std::string(url), false};
+}
+
 }  // namespace
 
 ServerName readServerName(std::string_view name) {
   if (name.empty()) return {};
-  for (const std::string_view scheme : schemes) {
-    if (name.starts_with(scheme)) noServer(name);
-  }
+  if (isServerUrl(name)) return readUrl(name);
   const std::size_t mark = name.find('?');
   const std::string_view path = name.substr(0, mark);
   if (path.find('/') == std::string_view::npos && !path.ends_with(ending)) noServer(name);
-  ServerName server{true, std::filesystem::absolute(path).lexically_normal().string(), false};
+  ServerName server{ServerName::Kind::file,
+                    std::filesystem::absolute(path).lexically_normal().string(), false};
   if (mark == std::string_view::npos) return server;
   const std::string_view query = name.substr(mark + 1);
   server.create = query == "create=true";
@@ -37,6 +47,10 @@ ServerName readServerName(std::string_view name) {
 }
 
 std::shared_ptr<Repository> openRepository(const ServerName& name, std::function<void()> poll) {
+  if (name.kind == ServerName::Kind::server) {
+    return std::make_shared<Repository>(
+        openServerStore({.url = name.path, .poll = std::move(poll)}));
+  }
   return std::make_shared<Repository>(
       openFileStore({.path = name.path, .create = name.create, .poll = std::move(poll)}));
 }
