@@ -4,102 +4,28 @@
 #include <unistd.h>
 #include <csignal>
 #include <cstdlib>
-#include <map>
 #include <random>
 
 #include "histories.h"
-#include "process.h"
-#include "session_fixture.h"
 
 namespace {
 
-class Shared : public ZelSession {
+class Shared : public Histories {
  protected:
-  void SetUp() override {}
-
   const ScratchDirectory folder;
   const std::string file = folder / "shared.povzel";
 
-  // Logs in to a database: the file, or the one in memory.
-  void open(const std::string& name, const char* password) {
-    ASSERT_NE(0, zel->ZelInit());
-    zel->ZelSetNet(name.c_str(), nullptr, nullptr, nullptr);
-    ASSERT_NE(0, zel->ZelLogin("SystemUser", password)) << takeError();
-  }
-  void openFile() { open(file, "geheim"); }
+  void openFile() { open(file); }
   void create(const std::string& text) {
-    open(file + "?create=true", "geheim");
+    open(file + "?create=true");
     ASSERT_EQ("true", show(text + ". System commit"));
-    zel->ZelShutdown();
-  }
-
-  // Runs random transactions and writes those that changed something, each with its version.
-  void runTransactions(unsigned seed, int count, int log) {
-    std::mt19937 random(seed);
-    openFile();
-    for (int n = 0; n < count; ++n) {
-      std::string record;
-      for (unsigned steps = 1 + random() % 3; steps > 0; --steps) {
-        const std::string text = randomStep(random);
-        record += text + "\t" + show(text) + "\n";
-      }
-      const bool changes = show("System needsCommit") == "true";
-      const std::string answer = show("System commit");
-      if (answer != "true") {
-        EXPECT_EQ("error 2513", answer.substr(0, 10)) << answer;
-        show("System abort");
-      } else if (changes) {
-        record = std::to_string(session().workspace->lastCommit()) + "\n" + record + "\n";
-        ASSERT_EQ(static_cast<ssize_t>(record.size()), write(log, record.data(), record.size()));
-      }
-    }
     zel->ZelShutdown();
   }
 };
 
 TEST_F(Shared, HistoriesHaveASerialOrder) {
   create(makeGlobals);
-  std::vector<pid_t> children;
-  std::vector<std::string> logs;
-  for (unsigned i = 0; i < 4; ++i) {
-    logs.push_back(folder.write("log" + std::to_string(i), ""));
-    children.push_back(fork());
-    if (children.back() != 0) continue;
-    std::FILE* log = std::fopen(logs.back().c_str(), "w");
-    runTransactions(i, 500, fileno(log));
-    _exit(HasFailure() ? 1 : 0);
-  }
-  for (const pid_t child : children) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
-  }
-  std::map<long, std::vector<Step>> committed;
-  for (const std::string& log : logs) {
-    std::istringstream lines(readFile(log));
-    std::vector<Step>* steps = nullptr;
-    for (std::string line; std::getline(lines, line);) {
-      const std::size_t tab = line.find('\t');
-      if (line.empty()) {
-        steps = nullptr;
-      } else if (steps == nullptr) {
-        steps = &committed[std::stol(line)];
-        EXPECT_TRUE(steps->empty()) << "two commits with one version";
-      } else {
-        steps->push_back({line.substr(0, tab), line.substr(tab + 1)});
-      }
-    }
-  }
-  EXPECT_GT(committed.size(), 100U);
-  openFile();
-  const std::string end = show(allOfGlobals);
-  zel->ZelShutdown();
-  open("", "swordfish");
-  show(makeGlobals);
-  for (const auto& [version, steps] : committed) {
-    for (const Step& step : steps) EXPECT_EQ(step.answer, show(step.text)) << version << step.text;
-  }
-  EXPECT_EQ(end, show(allOfGlobals));
+  expectSerialOrder(file, 4, 500);
 }
 
 // What lies beside a file is found by its name: one with two of them is refused, at a commit as
