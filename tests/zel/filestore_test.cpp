@@ -192,6 +192,9 @@ TEST_F(FileStoreTest, SurvivesTheEndAtEachCall) {
       put(*store, firstFreeId, "goes on");
     };
     ASSERT_EQ(numberOf(goOn), 0) << message << last;
+    for (const auto& file : fs::directory_iterator(scratch.path())) {
+      EXPECT_THAT(file.path(), Not(HasSubstr("new-"))) << last;
+    }
     EXPECT_THAT(complaints(path), testing::IsEmpty()) << last;
     last += last < 60 || last > calls - 60 ? 6 : step;
   }
@@ -379,11 +382,85 @@ TEST_F(FileStoreTest, NoticesDamage) {
     EXPECT_GT(errors, 300);
   }
   const std::string main = readFile(path);
+  const std::string behind = readFile(frames);
   fs::remove(frames);
   fs::remove(path + "-shm");
   EXPECT_EQ(openingOf(path), ErrDamaged);
   EXPECT_THAT(message, HasSubstr(frames));
   EXPECT_EQ(readFile(path), main);
+  // What another file has left behind is none of a backup's.
+  const Models models = filled(copy, 2);
+  place(path, readFile(copy), behind);
+  EXPECT_EQ(newest(*openFileStore({.path = path})), models.back());
+  // What came behind all that the main file knows of is missed as well.
+  fs::remove(path);
+  runInChild([&] {
+    auto store = openFileStore({.path = path, .create = true});
+    for (const int size : {0, 5'000'000, 1}) put(*store, firstFreeId, std::string(size, 'x'));
+    kill(getpid(), SIGKILL);
+  });
+  fs::remove(frames);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(openingOf(path), ErrDamaged);
+}
+
+// Whoever has met damage reads what is whole, and writes nothing. A check looks at old rows, too.
+TEST_F(FileStoreTest, WritesNothingOnceItMetDamage) {
+  filled(path, 1);
+  auto store = openFileStore({.path = path});
+  auto other = openFileStore({.path = path});
+  const Version old = other->lease();
+  const Version now = put(*store, firstFreeId + 1, "new");
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_exec(db, "UPDATE old SET bytes = x'41'", nullptr, nullptr, nullptr);
+  EXPECT_THAT(complaints(path), ElementsAre(HasSubstr("an old version of object 65537")));
+  sqlite3_exec(db, "UPDATE object SET bytes = x'41' WHERE id = 65536", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  EXPECT_EQ(put(*store, firstFreeId + 2, "not met"), now + 1);
+  EXPECT_EQ(numberOf([&] { newest(*store); }), ErrDamaged);
+  EXPECT_EQ(numberOf([&] { store->newIds(1); }), ErrDamaged);
+  EXPECT_EQ(numberOf([&] { put(*store, firstFreeId + 2, "x"); }), ErrDamaged);
+  EXPECT_THAT(message, HasSubstr("object 65536 "));
+  Model whole;
+  store->read(store->lease(), std::array{firstFreeId + 2}, into(whole));
+  EXPECT_EQ(whole, (Model{{{firstFreeId + 2}, "not met"}}));
+  EXPECT_EQ(put(*other, firstFreeId + 2, "others do not know"), now + 2);
+  other->giveUp(old);
+}
+
+// Opening, reading and closing wait for no writer, however much it commits.
+TEST_F(FileStoreTest, OpensBesideAWriter) {
+  const Model before = filled(path, 2).back();
+  std::vector<Write> writes;
+  for (ObjectId id = firstFreeId; id < firstFreeId + many; ++id) {
+    writes.push_back(writing({id}, std::string(12'000, 'w')));
+  }
+  const Model after = changed(before, writes);
+  std::vector<Model> found;
+  const auto look = [&] { found.push_back(newest(*openFileStore({.path = path, .patience = 0}))); };
+  int calls = 0;
+  const FailCall beside = [&](const char* call) {
+    const bool isTime = call == std::string("pwrite") && ++calls % 150 == 0;
+    EXPECT_EQ(isTime ? numberOf(look) : 0, 0) << message;
+    return 0;
+  };
+  commit(*openFileStore({.path = path, .beforeCall = beside}), writes);
+  ASSERT_GT(found.size(), 9U);
+  EXPECT_EQ(found.front(), before);
+  EXPECT_EQ(found.back(), after);
+  for (const Model& model : found) EXPECT_TRUE(model == before || model == after);
+}
+
+// What is in its place, but might not last, is said to be so.
+TEST_F(FileStoreTest, TellsWhenItsNameMightNotLast) {
+  int error = EIO;
+  const FailCall hook = [&](const char* call) { return call == std::string("fsync") ? error : 0; };
+  auto store = openFileStore({.path = path, .create = true, .beforeCall = hook});
+  const ObjectId id = store->newIds(1);
+  EXPECT_EQ(numberOf([&] { put(*store, id, "a"); }), ErrOutcomeUnknown);
+  EXPECT_EQ(newest(*store), (Model{{{id}, "a"}}));
+  error = 0;
+  EXPECT_EQ(put(*store, id, "b"), 2U);
 }
 
 // The locks stay when the process opens and closes the files by other ways; a child of the process

@@ -95,7 +95,10 @@ inline void playRandomly(const std::function<std::unique_ptr<Store>()>& open, Mo
     ASSERT_EQ(scanned(store, at), expected) << at;
     const ObjectId id = firstFreeId + below(objects);
     Model found;
-    const int number = numberOf([&] { store.read(at, std::array{id}, into(found)); });
+    // Who meets a reference that leads nowhere writes no more to a file.
+    const auto other = expected.contains({id}) ? nullptr : open();
+    Store& reader = other != nullptr ? *other : store;
+    const int number = numberOf([&] { reader.read(at, std::array{id}, into(found)); });
     ASSERT_EQ(number != 0, !expected.contains({id}));
     std::erase_if(expected, [id](const auto& row) { return row.first.id != id; });
     ASSERT_TRUE(number != 0 || found == expected);

@@ -5,6 +5,7 @@
 #include "session/users.h"
 #include "session_fixture.h"
 #include "store/filestore.h"
+#include "store/unfinished.h"
 #include "tool/dumpline.h"
 
 namespace zel {
@@ -121,6 +122,23 @@ class PovzelStore : public ZelSession {
     std::ranges::sort(names);
     return names;
   }
+  // A load of a.povzel that has read some of a fifo, and waits for more.
+  static std::pair<pid_t, int> beginLoad() {
+    const pid_t child = fork();
+    if (child == 0) {
+      execl(POVZELSTORE, "povzelstore", "load", "a.povzel", "fifo", nullptr);
+      _exit(127);
+    }
+    const int fifo = open("fifo", O_WRONLY | O_CLOEXEC);
+    const std::string text = manyLines();  // more than a pipe takes
+    EXPECT_EQ(::write(fifo, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    return {child, fifo};
+  }
+  static std::string manyLines() {
+    std::string text = "povzel dump 1\n";
+    for (int id = 65536; id < 75536; ++id) text += "@" + std::to_string(id) + " Array: 1 2 3\n";
+    return text;
+  }
   // A database of a session's making.
   void fill(const std::string& name, const std::string& source) {
     zel->ZelSetNet((name + "?create=true").c_str(), "", "", "");
@@ -195,16 +213,7 @@ TEST_F(PovzelStore, RefusesDumpsThatAreNotWhole) {
 
 TEST_F(PovzelStore, LeavesNothingHalfDone) {
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    execl(POVZELSTORE, "povzelstore", "load", "a.povzel", "fifo", nullptr);
-    _exit(127);
-  }
-  const int fifo = open("fifo", O_WRONLY | O_CLOEXEC);
-  // More than a pipe takes: it reads what it is to take back.
-  std::string text = "povzel dump 1\n";
-  for (int id = 65536; id < 75536; ++id) text += "@" + std::to_string(id) + " Array: 1 2 3\n";
-  ASSERT_EQ(::write(fifo, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  const auto [child, fifo] = beginLoad();
   kill(child, SIGTERM);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -212,7 +221,7 @@ TEST_F(PovzelStore, LeavesNothingHalfDone) {
   close(fifo);
   EXPECT_THAT(files(), ElementsAre("fifo"));
 
-  writeFile("a.txt", text + "end\n");
+  writeFile("a.txt", manyLines() + "end\n");
   ASSERT_EQ(run("load a.povzel a.txt"), "0");
   EXPECT_EQ(run("dump a.povzel >/dev/full"),
             "povzelstore: cannot write to standard output: No space left on device\n1");
@@ -229,6 +238,29 @@ TEST_F(PovzelStore, LeavesNothingHalfDone) {
   });
   EXPECT_TRUE(unread.killedBy(SIGPIPE));
   EXPECT_EQ(unread.err, "");
+}
+
+// The next one for the same place removes what is left of those who are gone, and of nobody else.
+TEST_F(PovzelStore, RemovesWhatKilledOnesLeft) {
+  ASSERT_EQ(mkfifo("fifo", 0600), 0);
+  writeFile("a.txt", dumped("@65536 Array: 1\n"));
+  const auto [killed, unread] = beginLoad();
+  kill(killed, SIGKILL);
+  ASSERT_EQ(waitpid(killed, nullptr, 0), killed);
+  close(unread);
+  runInChild([] {
+    const FileCalls calls;
+    const Unfinished dump(calls, "b.txt");
+    kill(getpid(), SIGKILL);
+  });
+  EXPECT_THAT(files(), ElementsAre(StartsWith("a.povzel."), "a.txt", StartsWith("b.txt."), "fifo"));
+  const auto [working, fifo] = beginLoad();
+  EXPECT_EQ(run("load a.povzel a.txt"), "0");
+  EXPECT_EQ(run("dump a.povzel b.txt"), "0");
+  EXPECT_THAT(files(), ElementsAre("a.povzel", StartsWith("a.povzel."), "a.txt", "b.txt", "fifo"));
+  close(fifo);
+  ASSERT_EQ(waitpid(working, nullptr, 0), working);
+  EXPECT_THAT(files(), ElementsAre("a.povzel", "a.txt", "b.txt", "fifo"));
 }
 
 TEST_F(PovzelStore, SaysHowItIsUsed) {

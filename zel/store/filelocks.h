@@ -5,6 +5,7 @@
 //   use       everybody who has the file open, shared; alone for who closes it last or compacts it
 //   write     one at a time: whoever commits, reserves ids, moves commits into the main file
 //   dropping  held by a commit that keeps no old rows; whoever begins a lease waits for its end
+//   closing   one at a time: whoever closes it and looks whether others are left
 //   leases    a byte for each version that somebody reads
 #pragma once
 
@@ -38,7 +39,7 @@ class Patience {
 
 class FileLocks {
  public:
-  enum Byte : std::uint8_t { use, write, dropping };
+  enum Byte : std::uint8_t { use, write, dropping, closing };
 
   // Takes an open descriptor of the file. `path` is for messages. Both references outlive this.
   FileLocks(const FileCalls& calls, const Waiting& waiting, std::string path, Descriptor file);

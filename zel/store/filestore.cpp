@@ -106,6 +106,7 @@ class FileStore final : public Store {
   ObjectId newIds(std::uint32_t count) override;
   Outcome commit(const Changes& changes) override;
   StoreStatistics statistics() override;
+  bool isStillThere() override;
   void backUp(const std::string& file, const Progress& progress) override;
 
  private:
@@ -228,8 +229,9 @@ void FileStore::read(Version at, std::span<const ObjectId> ids, const TakeRow& t
     rows.resize(1);
     const bool found = isThere && load(at, id, rows) && rows.front().isThere;
     if (!found && id >= firstFreeId) {
-      throw Failure(ErrDamaged, "the database " + file_.path() + " is damaged: object " +
-                                    std::to_string(id) + " is missing");
+      const std::string what = "object " + std::to_string(id) + " is missing";
+      if (isThere) file_.tables().damaged(what);
+      throw Failure(ErrDamaged, "the database " + file_.path() + " is damaged: " + what);
     }
     if (!isThere) continue;
     for (const Stored& row : rows) {
@@ -281,6 +283,11 @@ StoreStatistics FileStore::statistics() {
   return {state.version, state.objects, state.objects + state.entries + state.olds, file_.bytes()};
 }
 
+bool FileStore::isStillThere() {
+  if (!file_.isForked()) isOpen();
+  return file_.isStillThere();
+}
+
 // Writing
 
 ObjectId FileStore::newIds(std::uint32_t count) {
@@ -322,7 +329,8 @@ void FileStore::create(const Changes& changes) {
   made.tables().apply(writes, made.state, std::nullopt, nullptr);
   made.tables().addLog(1, writes);
   auto locks = made.finish();
-  locks->lock(FileLocks::use, true);
+  locks->lock(FileLocks::use, false);
+  requireNobodyBeside(file_.calls(), file_.path());
   for (int i = 0; i < emptyLeases_; ++i) {
     locks->lease([] { return Version{0}; });
   }
@@ -330,16 +338,32 @@ void FileStore::create(const Changes& changes) {
     throw Failure(ErrInUseElsewhere, "somebody else has created the database " + file_.path() +
                                          " meanwhile: log in again");
   }
+  try {
+    removeBeside(file_.calls(), file_.path());
+  } catch (...) {
+    file_.calls().unlink(file_.path().c_str());  // nobody else can have it open yet
+    throw;
+  }
+  locks->lock(FileLocks::use, true);
   file_.adopt(std::move(locks));
   endOfIds_ = nextId_;
+  made.settle();
 }
 
-// A commit that keeps no old rows in the file, because nobody else leases any version.
+// Whether a commit is so short that who begins a lease can wait for its end.
+bool isShort(const std::vector<Write>& writes) {
+  std::size_t size = 0;
+  for (const Write& write : writes) size += sizeof write + write.bytes.size();
+  return size <= keptBytes;
+}
+
+// A short commit that keeps no old rows in the file, because nobody else leases any version.
 class Dropping {
  public:
-  Dropping(FileLocks& locks, Version newest, std::set<Version>& others) : locks_(locks) {
+  Dropping(FileLocks& locks, Version newest, bool isShort, std::set<Version>& others)
+      : locks_(locks) {
     others = locks.others(newest);
-    isOn_ = others.empty() && locks.tryLock(FileLocks::dropping, false);
+    isOn_ = isShort && others.empty() && locks.tryLock(FileLocks::dropping, false);
     if (!isOn_) return;
     others = locks.others(newest);  // who has come before the lock
     if (!others.empty()) end();
@@ -373,7 +397,7 @@ Outcome FileStore::write(const Changes& changes) {
     if (!conflicts.empty()) return {0, conflicts};
 
     std::set<Version> leases;
-    const Dropping dropping(locks, state.version, leases);
+    const Dropping dropping(locks, state.version, isShort(changes.writes), leases);
     for (const auto& [version, count] : locks.own()) leases.insert(version);
     // Others may be about to lease this one.
     if (!dropping.isOn()) leases.insert(state.version);

@@ -1,7 +1,10 @@
 // Stores in a file: one SQLite database beside its write-ahead file, shared by any number of
 // processes. A commit that was acknowledged survives the end of the process and of the machine's
 // power. What lies in the file carries checksums, so that whatever was turned, cut or lost of it is
-// an error, and never a wrong answer.
+// an error, and never a wrong answer. A store that has met such damage, a reference to nothing
+// included, writes nothing any more: every commit and every call of newIds that would write throws
+// ErrDamaged, which names the damage, until the file is opened anew. What is whole can be read on.
+// A failure of the disk is no damage: what failed can be tried again.
 //
 //   auto store = openFileStore({.path = "shop.povzel", .create = true});
 //
@@ -9,8 +12,10 @@
 //   ErrLoginDenied  for what is no database: nothing there, a folder, another program's file
 //   ErrNewerStore   for the file of a newer version
 //   ErrReadOnly     when it would have to write and may not
+//   ErrOutcomeUnknown  when a new file is in its place, but may not last: the disk failed
 //   ErrInUseElsewhere  in a process that was forked while the store was open, in the place of its
-//                   parent; and where it says so
+//                   parent; for a file that has come in the place of one that is in use, as both
+//                   would use the same files beside; and where it says so
 //   std::bad_alloc  when there is no memory; everything is as before then, too
 #pragma once
 

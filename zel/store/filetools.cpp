@@ -179,8 +179,8 @@ class Verifier {
       }
     });
     if (!isSame(found, state_)) complain("there are not the rows that there should be");
-    Query olds(tables_, Sql::countOlds);
-    if (olds.next() && olds.number(0) != state_.olds) complain("old rows are missing");
+    const auto complainOf = [this](const std::string& text) { complain(text); };
+    if (tables_.verifyOlds(complainOf) != state_.olds) complain("old rows are missing");
   }
 
   static void count(const Stored& row, State& found) {
@@ -222,6 +222,7 @@ void copyFile(OpenFile& from, const std::string& file, const Progress& progress)
   }
   made.finish();
   if (!made.publish(false)) refuse();
+  made.settle();
 }
 
 std::vector<std::string> verifyFile(const FileOptions& options, const References& references,
@@ -274,6 +275,7 @@ Compacted compactFile(const FileOptions& options, const References& references,
   struct stat64 status;
   if (::stat64(frames.c_str(), &status) == 0) refuse();
   made.replace();
+  made.settle();
   if (::stat64(file.path().c_str(), &status) == 0) {
     result.bytes = static_cast<std::uint64_t>(status.st_size);
   }

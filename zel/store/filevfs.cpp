@@ -167,8 +167,8 @@ FileVfs::FileVfs(const FileCalls& calls, const std::string& path, FileRights rig
     : calls_(calls),
       rights_(rights),
       readOnly_(readOnly),
-      framesPath_(path + "-wal"),
-      sharedPath_(path + "-shm") {
+      framesPath_(framesPathOf(path)),
+      sharedPath_(sharedPathOf(path)) {
   std::array<char, 32> name;
   std::snprintf(name.data(), name.size(), "povzel-%p", static_cast<void*>(this));
   name_ = name.data();
@@ -402,7 +402,12 @@ void FileVfs::unmapShared(bool remove) noexcept {
   for (void* memory : regions_) ::munmap(memory, static_cast<std::size_t>(regionSize_));
   regions_.clear();
   if (!shared_) return;
-  if (remove && !readOnly_) ::unlink(sharedPath_.c_str());
+  struct stat64 opened;
+  struct stat64 named;
+  if (remove && !readOnly_ && ::fstat64(shared_.get(), &opened) == 0 &&
+      ::stat64(sharedPath_.c_str(), &named) == 0 && opened.st_ino == named.st_ino) {
+    ::unlink(sharedPath_.c_str());
+  }
   calls_.unlock(shared_.get(), firstShared, aliveByte - firstShared + 1);
   shared_.reset();
 }
@@ -425,6 +430,27 @@ bool FileVfs::hasLostFrames() const {
   struct stat64 named;
   return framesFile_ < 0 || calls_.status(framesFile_, opened) != 0 || opened.st_nlink == 0 ||
          calls_.status(framesPath_.c_str(), named) != 0 || named.st_ino != opened.st_ino;
+}
+
+bool isBesideInUse(const FileCalls& calls, const std::string& path) {
+  const Descriptor shared(calls.open(sharedPathOf(path).c_str(), O_RDONLY | O_NOFOLLOW));
+  if (!shared && errno == ENOENT) return false;
+  struct flock64 found;
+  if (shared && calls.blocker(shared.get(), F_WRLCK, aliveByte, 1, found) == 0) {
+    return found.l_type != F_UNLCK;
+  }
+  throw Failure(ErrDamaged, "the database " + path + ": looking at " + sharedPathOf(path) +
+                                " failed: " + std::strerror(errno));
+}
+
+void removeBeside(const FileCalls& calls, const std::string& path) {
+  const auto remove = [&](const std::string& name) {
+    if (calls.unlink(name.c_str()) == 0 || errno == ENOENT) return;
+    throw Failure(ErrReadOnly, "the database " + path + ": removing " + name +
+                                   " failed: " + std::strerror(errno));
+  };
+  remove(framesPathOf(path));
+  remove(sharedPathOf(path));
 }
 
 bool FileVfs::missesFrames() const {

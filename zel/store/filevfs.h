@@ -38,6 +38,20 @@ struct Mark {
       0;  // the main file may hold some pages of so many frames of that; 0: none
 };
 
+// The write-ahead file's name.
+inline std::string framesPathOf(const std::string& path) {
+  return path + "-wal";
+}
+// That of the memory which those who use it share.
+inline std::string sharedPathOf(const std::string& path) {
+  return path + "-shm";
+}
+
+// Whether somebody uses what lies beside the main file. Throws ErrDamaged when that cannot be told.
+bool isBesideInUse(const FileCalls& calls, const std::string& path);
+// Removes that. Throws ErrReadOnly.
+void removeBeside(const FileCalls& calls, const std::string& path);
+
 class FileVfs {
  public:
   // Of the database at `path`. `rights` are those of new files; with `readOnly` nothing is made or

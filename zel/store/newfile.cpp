@@ -8,41 +8,13 @@
 
 namespace zel {
 
-namespace {
-
-// Not every file system can do it in one step.
-bool moveToNothing(const char* from, const char* to) {
-  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  if (::link(from, to) != 0) return false;
-  ::unlink(from);
-  return true;
-}
-
-}  // namespace
-
 NewFile::NewFile(const FileCalls& calls, const Waiting& waiting, const std::string& path)
-    : calls_(calls), waiting_(waiting), path_(path), own_(path + ".new-XXXXXX") {
-  const Descriptor made(::mkostemp(own_.data(), O_CLOEXEC));
-  if (!made) {
-    own_.clear();
-    fail("making it");
-  }
-  try {
-    tables_ = std::make_unique<Tables>(calls_, waiting_, own_, Tables::Options{.building = true});
-    tables_->make();
-    transaction_.emplace(*tables_, true);
-  } catch (...) {
-    tables_.reset();
-    ::unlink(own_.c_str());
-    throw;
-  }
-}
-
-NewFile::~NewFile() {
-  transaction_.reset();
-  tables_.reset();
-  if (!own_.empty()) ::unlink(own_.c_str());
+    : calls_(calls), waiting_(waiting), path_(path), made_(calls, path) {
+  if (!made_) fail("making a file in its folder");
+  tables_ =
+      std::make_unique<Tables>(calls_, waiting_, made_.name(), Tables::Options{.building = true});
+  tables_->make();
+  transaction_.emplace(*tables_, true);
 }
 
 void NewFile::fail(const char* what) const {
@@ -58,6 +30,12 @@ void NewFile::fail(const char* what) const {
     case EROFS:
     case EPERM:
       throw Failure(ErrReadOnly, text);
+    case EISDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case ENOENT:
+    case ENOTDIR:
+      throw Failure(ErrLoginDenied, text);
     default:
       throw Failure(ErrDamaged, text);
   }
@@ -70,16 +48,18 @@ std::unique_ptr<FileLocks> NewFile::finish() {
   tables_->finish();
   tables_->removeFramesAtEnd();
   tables_.reset();
-  Descriptor fd(calls_.open(own_.c_str(), O_RDWR));
+  Descriptor fd(calls_.open(made_.name().c_str(), O_RDWR));
   if (!fd) fail("opening it");
   writeMark(calls_, fd.get(), path_, {state.tick, false, 0});
   return std::make_unique<FileLocks>(calls_, waiting_, path_, std::move(fd));
 }
 
-// From here on it is there, whatever happens.
 void NewFile::settle() {
-  own_.clear();
-  calls_.syncFolder(folderOf(path_).c_str());
+  if (calls_.syncFolder(folderOf(path_).c_str()) == 0) return;
+  throw Failure(ErrOutcomeUnknown, "the database " + path_ +
+                                       " is in its place, but whether it will last is unknown: "
+                                       "writing its folder failed: " +
+                                       std::strerror(errno));
 }
 
 bool NewFile::publish(bool overEmpty) {
@@ -88,10 +68,7 @@ bool NewFile::publish(bool overEmpty) {
     const Descriptor empty(calls_.open(path_.c_str(), O_RDWR | O_NONBLOCK));
     if (!empty) {
       if (errno != ENOENT) fail("making it");
-      if (moveToNothing(own_.c_str(), path_.c_str())) {
-        settle();
-        return true;
-      }
+      if (made_.place()) return true;
       if (errno != EEXIST) fail("making it");
       continue;
     }
@@ -103,8 +80,7 @@ bool NewFile::publish(bool overEmpty) {
       fail("making it");
     }
     if (opened.st_ino != named.st_ino || opened.st_size > 0) return false;
-    if (::rename(own_.c_str(), path_.c_str()) != 0) fail("making it");
-    settle();
+    if (!made_.replace()) fail("making it");
     return true;
   }
   return false;
@@ -115,11 +91,11 @@ void NewFile::replace() {
   if (calls_.status(path_.c_str(), there) != 0) fail("replacing it");
   // Only the superuser may need to, and can, give it to somebody else.
   if (there.st_uid != ::geteuid() || there.st_gid != ::getegid()) {
-    if (::chown(own_.c_str(), there.st_uid, there.st_gid) != 0) fail("giving it to its owner");
+    if (::chown(made_.name().c_str(), there.st_uid, there.st_gid) != 0)
+      fail("giving it to its owner");
   }
-  if (::chmod(own_.c_str(), there.st_mode & 0777) != 0) fail("replacing it");
-  if (::rename(own_.c_str(), path_.c_str()) != 0) fail("replacing it");
-  settle();
+  if (::chmod(made_.name().c_str(), there.st_mode & 0777) != 0) fail("replacing it");
+  if (!made_.replace()) fail("replacing it");
 }
 
 }  // namespace zel

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "store/tables.h"
+#include "store/unfinished.h"
 
 namespace zel {
 
@@ -14,7 +15,7 @@ class NewFile {
   // Begins an empty one that is to lie at `path`, readable and writable by the user alone. All
   // references outlive this.
   NewFile(const FileCalls& calls, const Waiting& waiting, const std::string& path);
-  ~NewFile();  // removes it, unless it was published
+  ~NewFile() = default;  // removes it, unless it was published
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
@@ -29,15 +30,16 @@ class NewFile {
   bool publish(bool overEmpty);
   // Puts it in the place of the file that is there, with the owner and the rights of that.
   void replace();
+  // Makes its new name last. Throws ErrOutcomeUnknown, and it is there all the same.
+  void settle();
 
  private:
   [[noreturn]] void fail(const char* what) const;
-  void settle();
 
   const FileCalls& calls_;
   const Waiting& waiting_;
   std::string path_;
-  std::string own_;
+  Unfinished made_;
   std::unique_ptr<Tables> tables_;
   std::optional<Transaction> transaction_;
 };

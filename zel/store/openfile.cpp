@@ -14,6 +14,11 @@ constexpr std::uint32_t fewFrames = 1000;
   throw Failure(ErrLoginDenied, "the database " + path + " cannot be opened: " + what);
 }
 
+// Damage that the files around have, and that can be mended while the file is open.
+[[noreturn]] void lost(const std::string& path, const std::string& what) {
+  throw Failure(ErrDamaged, "the database " + path + " is damaged: " + what);
+}
+
 const char* kindOf(mode_t mode) {
   if (S_ISDIR(mode)) return "it is a folder";
   if (S_ISFIFO(mode)) return "it is a pipe";
@@ -34,15 +39,13 @@ void checkHeader(const FileCalls& calls, int fd, const std::string& path) {
   if (std::memcmp(header.data(), magic.data(), magic.size()) != 0)
     refuse(path, "it is another kind of file");
   if (static_cast<std::size_t>(size) < header.size()) {
-    throw Failure(ErrDamaged, "the database " + path + " is damaged: it is cut off");
+    lost(path, "it is cut off");
   }
   if (bigEndian(&header[68]) != applicationId) {
     refuse(path, "it is a file of another program that uses SQLite");
   }
   const std::uint32_t version = bigEndian(&header[60]);
-  if (version == 0) {
-    throw Failure(ErrDamaged, "the database " + path + " is damaged: it has no format");
-  }
+  if (version == 0) lost(path, "it has no format");
   if (version > formatVersion) {
     throw Failure(ErrNewerStore,
                   "the database " + path + " has the format " + std::to_string(version) +
@@ -59,7 +62,27 @@ void requireOneName(const struct stat64& status, const std::string& path) {
                     "remove one of the two");
 }
 
+// Takes the lock `use`; answers false when somebody has it alone. The first to come looks at what
+// lies beside a file that was closed, or never opened: it is another file's, which had the name, or
+// was left by somebody who had not committed anything or had moved all of it.
+bool enter(const FileCalls& calls, FileLocks& locks, const std::string& path, bool readOnly) {
+  if (!readOnly && locks.tryLock(FileLocks::use, false)) {
+    if (!readMark(calls, locks.descriptor(), path).inUse) {
+      requireNobodyBeside(calls, path);
+      removeBeside(calls, path);
+    }
+  }
+  return locks.tryLock(FileLocks::use, true);
+}
+
 }  // namespace
+
+void requireNobodyBeside(const FileCalls& calls, const std::string& path) {
+  if (!isBesideInUse(calls, path)) return;
+  throw Failure(ErrInUseElsewhere, "the database " + path +
+                                       " has come in the place of one that is in use: end the "
+                                       "programs and sessions that use that");
+}
 
 std::string resolved(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> full(::realpath(path.c_str(), nullptr),
@@ -117,8 +140,10 @@ bool OpenFile::attach() {
   for (;;) {
     struct stat64 status;
     if (calls_.status(path_.c_str(), status) != 0) {
-      if (errno == ENOENT) return false;
-      refuse(path_, std::strerror(errno));
+      const int error = errno;
+      if (error != ENOENT) refuse(path_, std::strerror(error));
+      if (::lstat64(path_.c_str(), &status) == 0) refuse(path_, "it is a link that leads nowhere");
+      return false;
     }
     if (const char* kind = kindOf(status.st_mode)) refuse(path_, kind);
     if (status.st_size == 0) return false;
@@ -133,15 +158,21 @@ bool OpenFile::attach() {
     requireOneName(opened, path_);
     checkHeader(calls_, fd.get(), path_);
     auto locks = std::make_unique<FileLocks>(calls_, waiting_, path_, std::move(fd));
-    locks->lock(FileLocks::use, true);
+    bool isIn = false;
+    {
+      const Locked alone(*locks, FileLocks::closing, readOnly_);
+      isIn = enter(calls_, *locks, path_, readOnly_);
+    }
     // It may have been compacted, which puts another file in its place.
     struct stat64 named;
-    if (calls_.status(path_.c_str(), named) == 0 && named.st_ino == opened.st_ino) {
+    if (isIn && calls_.status(path_.c_str(), named) == 0 && named.st_ino == opened.st_ino) {
       rights_ = {opened.st_mode & 0666, opened.st_uid, opened.st_gid};
       locks_ = std::move(locks);
       break;
     }
-    if (!patience.pause()) throw Failure(ErrStoreBusy, "the database " + path_ + " is busy");
+    if (!patience.pause()) {
+      throw Failure(ErrStoreBusy, "the database " + path_ + " is busy: others use it");
+    }
   }
   try {
     openTables();
@@ -152,18 +183,28 @@ bool OpenFile::attach() {
   return true;
 }
 
+// Beside a writer the mark may just be on its way: what looks like damage is looked at once more
+// while nobody writes.
 void OpenFile::openTables() {
-  std::optional<Locked> still;
-  if (!readOnly_) still.emplace(*locks_, FileLocks::write);
-  const Mark mark = readMark(calls_, locks_->descriptor(), path_);
-  auto tables = std::make_unique<Tables>(calls_, waiting_, path_,
-                                         Tables::Options{.readOnly = readOnly_, .rights = rights_});
-  struct stat64 status;
-  const std::string& frames = tables->vfs().framesPath();
-  if (mark.inUse && calls_.status(frames.c_str(), status) != 0) {
-    throw Failure(ErrDamaged, "the database " + path_ + " is damaged: " + frames + " is missing");
+  try {
+    return attachTables();
+  } catch (const Failure& failure) {
+    if (failure.number != ErrDamaged || readOnly_) throw;
   }
-  tables_ = std::move(tables);
+  const Locked still(*locks_, FileLocks::write);
+  attachTables();
+}
+
+void OpenFile::attachTables() {
+  const Mark mark = readMark(calls_, locks_->descriptor(), path_);
+  // Looked at before SQLite makes it. Nobody takes it away while this has the lock `use`.
+  const std::string frames = framesPathOf(path_);
+  struct stat64 status;
+  if (mark.inUse && calls_.status(frames.c_str(), status) != 0) {
+    lost(path_, frames + " is missing");
+  }
+  tables_ = std::make_unique<Tables>(calls_, waiting_, path_,
+                                     Tables::Options{.readOnly = readOnly_, .rights = rights_});
   try {
     check(mark);
   } catch (...) {
@@ -184,30 +225,39 @@ void OpenFile::check(const Mark& mark) {
                                    " can only be read, and was left by a process that was killed: "
                                    "open it once where it can be written");
   }
-  throw Failure(ErrDamaged, "the database " + path_ + " is damaged: commits are missing in " +
-                                tables_->vfs().framesPath());
+  lost(path_, "commits are missing in " + tables_->vfs().framesPath());
+}
+
+bool OpenFile::isNamed(struct stat64& opened) const {
+  struct stat64 named;
+  return calls_.status(locks_->descriptor(), opened) == 0 &&
+         calls_.status(path_.c_str(), named) == 0 && opened.st_ino == named.st_ino &&
+         opened.st_dev == named.st_dev;
+}
+
+bool OpenFile::isStillThere() const {
+  struct stat64 status;
+  if (isForked()) return false;
+  if (locks_ != nullptr) return isNamed(status);
+  return calls_.status(path_.c_str(), status) != 0 || status.st_size == 0;
 }
 
 void OpenFile::checkWritable() const {
   if (readOnly_) throw Failure(ErrReadOnly, "the database " + path_ + " can only be read");
+  tables_->checkWhole();
 }
 
 void OpenFile::prepareToWrite() {
-  struct stat64 opened;
-  struct stat64 named;
   const int fd = locks_->descriptor();
-  if (calls_.status(fd, opened) != 0 || calls_.status(path_.c_str(), named) != 0 ||
-      opened.st_ino != named.st_ino || opened.st_dev != named.st_dev) {
-    tables_->damaged("the file was removed or replaced while in use");
-  }
+  struct stat64 opened;
+  if (!isNamed(opened)) lost(path_, "the file was removed or replaced while in use");
   requireOneName(opened, path_);
   const Mark mark = readMark(calls_, fd, path_);
   if (mark.filling != 0) fill(true);  // somebody has ended within it
-  if (mark.inUse) {
-    if (tables_->vfs().hasLostFrames())
-      tables_->damaged(tables_->vfs().framesPath() + " was removed");
-    return;
-  }
+  const auto requireFrames = [this] {
+    if (tables_->vfs().hasLostFrames()) lost(path_, tables_->vfs().framesPath() + " was removed");
+  };
+  if (mark.inUse) return requireFrames();
   // The first write is none of what anybody waits for: when the mark cannot be set, nothing is
   // lost.
   State state;
@@ -218,8 +268,7 @@ void OpenFile::prepareToWrite() {
     tables_->setState(state);
     transaction.commit();
   }
-  if (tables_->vfs().hasLostFrames())
-    tables_->damaged(tables_->vfs().framesPath() + " was removed");
+  requireFrames();
   if (calls_.syncFolder(folderOf(path_).c_str()) != 0) {
     throw Failure(ErrDamaged,
                   "the database " + path_ + ": writing its folder failed: " + std::strerror(errno));
@@ -241,11 +290,12 @@ bool OpenFile::fill(bool always) {
 void OpenFile::closeTables() {
   const int fd = locks_->descriptor();
   const Mark mark = readMark(calls_, fd, path_);
+  const auto give = [this] { lost(path_, "its commits cannot be moved into it"); };
+  // What lies under those names now may be another file's.
+  if (tables_->vfs().hasLostFrames()) give();
   if (mark.inUse || tables_->vfs().frames() > 0) {
     const State state = tables_->state();
-    if (tables_->vfs().hasLostFrames() || !fill(true)) {
-      tables_->damaged("its commits cannot be moved into it");
-    }
+    if (!fill(true)) give();
     writeMark(calls_, fd, path_, {state.tick, false, 0});
   }
   tables_->removeFramesAtEnd();
@@ -260,8 +310,8 @@ void OpenFile::close() noexcept {
   }
   try {
     if (tables_ != nullptr && !readOnly_) {
-      // One after the other, so that one of them is the last.
-      const Locked still(*locks_, FileLocks::write);
+      // One after the other, so that one of them is the last; nobody is waited for who writes.
+      const Locked still(*locks_, FileLocks::closing);
       if (locks_->tryLock(FileLocks::use, false)) closeTables();
       tables_.reset();
       locks_->unlock(FileLocks::use);

@@ -36,7 +36,8 @@ class OpenFile {
   // Takes the locks of a file that this process has just made and that has this path now.
   void adopt(std::unique_ptr<FileLocks> locks) noexcept { locks_ = std::move(locks); }
 
-  // Throws ErrReadOnly. Before the lock `write`, which needs the right to.
+  // Throws ErrReadOnly, and ErrDamaged when damage was met. Before the lock `write`, which needs
+  // the right to.
   void checkWritable() const;
   // With that lock held, before anything is written.
   void prepareToWrite();
@@ -45,9 +46,11 @@ class OpenFile {
   bool fill(bool always);
   // Closes it. Whoever is the last leaves one complete file.
   void close() noexcept;
-  // For who holds `use` alone, and `write`: leaves one complete file and keeps the locks.
+  // For who holds `use` alone: leaves one complete file and keeps the locks.
   void closeTables();
 
+  // Whether who opens this path now meets the same file, or also none, and not in a forked child.
+  bool isStillThere() const;
   bool isForked() const noexcept;
   void checkProcess() const;  // throws when it is
 
@@ -56,7 +59,10 @@ class OpenFile {
  private:
   bool attach();
   void openTables();
+  void attachTables();
   void check(const Mark& mark);
+  // Whether the open file has its name still; takes what the system says of it.
+  bool isNamed(struct stat64& opened) const;
 
   FileCalls calls_;
   Waiting waiting_;
@@ -70,6 +76,9 @@ class OpenFile {
 
 // The name behind all symbolic links, so that the files beside it are the same for everybody.
 std::string resolved(const std::string& path);
+// Throws ErrInUseElsewhere when what lies beside the file is in use by those who have open another
+// one that had its name. For who is alone with the file.
+void requireNobodyBeside(const FileCalls& calls, const std::string& path);
 // The folder that such a file is in.
 std::string folderOf(const std::string& path);
 

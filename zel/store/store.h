@@ -110,6 +110,9 @@ class Store {
   virtual Outcome commit(const Changes& changes) = 0;
 
   virtual StoreStatistics statistics() = 0;
+  // Whether who opens the name that this was opened by would get the same. Where that lies in a
+  // file, it may have been removed or replaced.
+  virtual bool isStillThere() { return true; }
   // Copies the newest version into a new file of the file store's. Never writes over a file.
   virtual void backUp(const std::string& file, const Progress& progress) = 0;
 };

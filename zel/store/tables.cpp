@@ -55,7 +55,8 @@ constexpr std::array<const char*, static_cast<std::size_t>(Sql::count)> texts = 
     "SELECT version, sum, places FROM log WHERE version > ? AND version <= ? ORDER BY version",
     "DELETE FROM log WHERE version <= ?",
     "PRAGMA integrity_check",
-    "SELECT count(*) FROM old",
+    "SELECT part, class, version, changed, born, parts, partSum, sum, bytes, until, untilSum, id "
+    "FROM old",
 };
 
 constexpr std::size_t placeSize = sizeof(ObjectId) + sizeof(std::uint32_t);
@@ -97,6 +98,17 @@ void takeColumns(const Query& query, int first, Stored& result, bool bytes) {
   result.sum = number(6);
   result.isThere = !query.isNull(first + 7);
   if (bytes) result.row.bytes = query.bytes(first + 7);
+}
+
+// Answers whether the old row is as it was written.
+bool takeOld(const Query& query, ObjectId id, Stored& row) {
+  row.row.place = {id, static_cast<std::uint32_t>(query.number(0))};
+  takeColumns(query, 1, row, true);
+  return sumOf(row) == row.sum && sumOfUntil(row, query.number(9)) == query.number(10);
+}
+
+std::string oldNamed(Place place) {
+  return "an old version of " + named(place) + " is not as it was written";
 }
 
 }  // namespace
@@ -243,8 +255,15 @@ void Tables::execute(const char* sql) {
   if (result != SQLITE_OK) fail(result);
 }
 
-void Tables::damaged(const std::string& what) const {
+void Tables::damaged(const std::string& what) {
+  if (damage_.empty()) damage_ = what;
   throw Failure(ErrDamaged, "the database " + path_ + " is damaged: " + what);
+}
+
+void Tables::checkWhole() const {
+  if (damage_.empty()) return;
+  throw Failure(ErrDamaged, "the database " + path_ +
+                                " is damaged, and nothing is written to it any more: " + damage_);
 }
 
 void Tables::fail(int result) {
@@ -378,13 +397,19 @@ void Tables::getOld(ObjectId id, Version at, const std::function<void(Stored& ro
   Query query(*this, Sql::getOld, {id, at});
   Stored row;
   while (query.next()) {
-    row.row.place = {id, static_cast<std::uint32_t>(query.number(0))};
-    takeColumns(query, 1, row, true);
-    if (sumOf(row) != row.sum || sumOfUntil(row, query.number(9)) != query.number(10)) {
-      damaged("an old version of " + named(row.row.place) + " is not as it was written");
-    }
+    if (!takeOld(query, id, row)) damaged(oldNamed(row.row.place));
     take(row);
   }
+}
+
+std::uint64_t Tables::verifyOlds(const std::function<void(const std::string& what)>& complain) {
+  Query query(*this, Sql::allOlds);
+  Stored row;
+  std::uint64_t count = 0;
+  for (; query.next(); ++count) {
+    if (!takeOld(query, query.number(11), row)) complain(oldNamed(row.row.place));
+  }
+  return count;
 }
 
 void Tables::addOld(const Stored& row, Version until, Version need) {

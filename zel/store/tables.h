@@ -76,7 +76,7 @@ enum class Sql : std::uint8_t {
   getLog,
   dropLog,
   checkPages,
-  countOlds,
+  allOlds,
   count
 };
 
@@ -121,6 +121,8 @@ class Tables {
 
   // Old rows of the object, of all its places, that were valid at the version.
   void getOld(ObjectId id, Version at, const std::function<void(Stored& row)>& take);
+  // Answers how many there are of all objects, and complains of each that is not as it was written.
+  std::uint64_t verifyOlds(const std::function<void(const std::string& what)>& complain);
   // Keeps a row that was valid until the version; `need` is the last lease that needs it.
   void addOld(const Stored& row, Version until, Version need);
   // Removes what none of the leases needs, about so many rows at the most.
@@ -139,7 +141,10 @@ class Tables {
   std::vector<Place> places(Version from, Version to);
   void dropLog(Version to);
 
-  [[noreturn]] void damaged(const std::string& what) const;
+  // Throws ErrDamaged for what is not as it was written, and keeps it in mind.
+  [[noreturn]] void damaged(const std::string& what);
+  // Throws it again if any was met. A failure of the disk is no damage.
+  void checkWhole() const;
   [[noreturn]] void fail(int result);
   // Runs SQL that is needed once.
   void execute(const char* sql);
@@ -161,6 +166,7 @@ class Tables {
   std::array<sqlite3_stmt*, static_cast<std::size_t>(Sql::count)> statements_{};
   std::optional<Patience> patience_;
   std::exception_ptr thrown_;  // by poll()
+  std::string damage_;         // the first that was met
 };
 
 // One run of a statement.

@@ -189,23 +189,17 @@ void openStandardStreams() {
 Output::Output(const Signals& signals, const std::string& file)
     : signals_(signals), file_(file), fd_(STDOUT_FILENO) {
   if (!file_.empty()) {
-    made_ = Descriptor(
-        ::open64(file_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0600));
-    if (!made_ && errno == EEXIST) {
-      const std::string name = std::exchange(file_, "");
-      throw Trouble{"there is a file " + name + " already\nName one that is not there"};
-    }
-    if (!made_) {
-      const std::string name = std::exchange(file_, "");
-      throw Trouble{"cannot make " + name + ": " + errorText()};
-    }
-    fd_ = made_.get();
+    struct stat64 status;
+    if (::lstat64(file_.c_str(), &status) == 0) refuse();
+    made_.emplace(calls_, file_);
+    if (!*made_) throw Trouble{"cannot make " + file_ + ": " + errorText()};
+    fd_ = made_->descriptor();
   }
   most_ = S_ISREG(statusOf(fd_).st_mode) ? bufferSize : pipeSize;
 }
 
-Output::~Output() {
-  if (!file_.empty()) ::unlink(file_.c_str());
+void Output::refuse() const {
+  throw Trouble{"there is a file " + file_ + " already\nName one that is not there"};
 }
 
 void Output::fail() const {
@@ -234,8 +228,9 @@ void Output::finish() {
   flush();
   if (file_.empty()) return;
   if (::fsync(fd_) != 0 && errno != EINVAL) fail();
-  if (::close(made_.release()) != 0) fail();
-  file_.clear();
+  if (made_->place()) return;
+  if (errno == EEXIST) refuse();
+  fail();
 }
 
 // Input

@@ -4,11 +4,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "store/filecalls.h"
+#include "store/unfinished.h"
 
 namespace zel {
 
@@ -49,26 +50,25 @@ class Signals {
 // never the next file that is opened.
 void openStandardStreams();
 
-// Writes to a new file that the user alone can read, or to standard output when it has no name.
-// Destroyed before finish(), it removes the file.
+// Writes to a new file that the user alone can read, or to standard output when it has no name. The
+// file is there when all of it is: at the end of finish().
 class Output {
  public:
   Output(const Signals& signals, const std::string& file);
-  ~Output();
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
 
   void line(std::string_view text);
-  // Writes what is left, a file to the disk.
+  // Writes what is left, and gives a file its name once it is on the disk.
   void finish();
 
  private:
   [[noreturn]] void fail() const;
+  [[noreturn]] void refuse() const;  // what is there
   void flush();
 
   const Signals& signals_;
   std::string file_;
-  Descriptor made_;
+  const FileCalls calls_;
+  std::optional<Unfinished> made_;
   int fd_;
   std::size_t most_;  // bytes that a write takes at once
   std::string bytes_;

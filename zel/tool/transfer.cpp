@@ -202,6 +202,7 @@ std::uint64_t load(const std::string& path, Input& input, ProgressLine& progress
   if (!made.publish(true)) {
     throw Trouble{"there is a file " + path + " already\nName one that is not there, or empty"};
   }
+  made.settle();
   return made.state.objects;
 }
 
