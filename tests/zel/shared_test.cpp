@@ -51,6 +51,62 @@ TEST_F(Shared, AFileHasOneName) {
   zel->ZelShutdown();
 }
 
+// Who logs in gets the file that has the name now, or an error, and never one that had it.
+TEST_F(Shared, AReplacedFileIsOpenedAnew) {
+  const std::string second = folder / "second.povzel";
+  create("Globals at: #X put: 2");
+  fs::rename(file, second);
+  create("Globals at: #X put: 1");
+  openFile();
+  const ZelSessionIdType first = zel->ZelGetSessionId();
+  EXPECT_EQ("1", show("X"));
+  fs::rename(file, folder / "first.povzel");
+  fs::rename(second, file);
+  EXPECT_EQ(0, zel->ZelLogin("SystemUser", "geheim"));
+  EXPECT_THAT(takeError(), HasSubstr("error 2523: "));
+  zel->ZelSetSessionId(first);
+  EXPECT_EQ("error 2515", show("Globals at: #X put: X + 2. System commit").substr(0, 10));
+  for (const char* end : {"-wal", "-shm"}) fs::remove(file + end);
+  openFile();
+  EXPECT_EQ("true", show("X = 2 and: [Globals at: #X put: 4. System commit]"));
+  const ZelSessionIdType other = zel->ZelGetSessionId();
+  zel->ZelSetSessionId(first);
+  zel->ZelLogout();
+  zel->ZelSetSessionId(other);
+  EXPECT_EQ("true", show("System abort. X = 4 and: [Globals at: #X put: 5. System commit]"));
+  zel->ZelShutdown();
+}
+
+// Names are as they are written, and in UTF-8 where a JVM writes halves of characters.
+TEST_F(Shared, NamesMayHaveAnyCharacters) {
+  const std::string halves = "\xED\xA0\xBD\xED\xB8\x80";
+  const auto in = [&](const std::string& name, const std::string& user, const char* text) {
+    EXPECT_NE(0, zel->ZelInit());
+    zel->ZelSetNet((folder / name).c_str(), nullptr, nullptr, nullptr);
+    zel->ZelLogin(user.c_str(), "geheim😀");
+    const std::string failure = takeError();
+    const std::string answer = failure.empty() ? show(text) : failure;
+    zel->ZelShutdown();
+    return answer;
+  };
+  const std::string add =
+      "System addUser: '" + halves + "' password: 'geheim" + halves + "'. System commit";
+  EXPECT_EQ("true", in("a?" + halves + ".povzel?create=true", "SystemUser", add.c_str()));
+  EXPECT_EQ("'😀'", in("a?😀.povzel", halves, "System userName"));
+  ASSERT_EQ(0, symlink("nowhere", (folder / "link").c_str()));
+  fs::create_directory(folder / "b");
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"b.povzel?odd=1", "", "error 4051: ~not ?odd=1"},
+      {"a?x=/none", "", "error 4051: ~/a?x=/none cannot be opened~"},
+      {"link?create=true", "", "error 4051: ~a link that leads nowhere"},
+      {"b?create=true", "", "error 4051: ~it is a folder"},
+      {"../../../../../proc/b?create=true", "System commit", "error 4051: ~ failed: No such file~"},
+      {"a?😀.povzel", "System backupTo: ''", "error 2094: the name of a file ~"},
+  };
+  for (const auto& [name, text, expected] : cases)
+    EXPECT_THAT(in(name, "SystemUser", text), Reads(expected));
+}
+
 // What was acknowledged is there, and nothing by half. POVZEL_ROUNDS sets how often it is tried.
 TEST_F(Shared, KilledWritersLoseNothing) {
   create(

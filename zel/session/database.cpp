@@ -1,9 +1,11 @@
 #include "database.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdlib>
 
+#include "objmem/text.h"
 #include "store/filestore.h"
 
 namespace zel {
@@ -51,19 +53,22 @@ std::int32_t nextFreeId(Database& database) {
   return database.lastId;
 }
 
-// The repository of a place that a session has open already is shared.
+// The repository of a place that a session has open already is shared, while its name leads there.
 std::shared_ptr<Repository> repositoryFor(Database& database, const ServerName& server) {
   if (server.kind == ServerName::Kind::memory) return database.inMemory;
   std::erase_if(database.opened, [](const auto& each) { return each.second.expired(); });
-  std::weak_ptr<Repository>& known = database.opened[server.path];
-  if (std::shared_ptr<Repository> open = known.lock()) return open;
+  const auto [first, end] = database.opened.equal_range(server.path);
+  for (auto known = first; known != end; ++known) {
+    std::shared_ptr<Repository> open = known->second.lock();
+    if (open->store->isStillThere()) return open;
+  }
   std::shared_ptr<Repository> opened = openRepository(server, [&database] {
     if (database.current == nullptr) return;
     Meter& meter = database.current->memory.meter;
     meter.hurry();
     meter.charge(1);
   });
-  known = opened;
+  database.opened.emplace(server.path, opened);
   return opened;
 }
 
@@ -123,8 +128,11 @@ Session& requireSession(Database& database) {
   return *database.current;
 }
 
-Session& login(Database& database, std::string_view server, std::string_view user,
-               std::string_view password) {
+Session& login(Database& database, std::string_view serverName, std::string_view userName,
+               std::string_view passwordGiven) {
+  const auto [server, user, password] =
+      std::array{withPairsJoined(std::string(serverName)), withPairsJoined(std::string(userName)),
+                 withPairsJoined(std::string(passwordGiven))};
   if (!database.wrongSetting.empty()) {
     throw Failure(ErrLoginDenied, "login denied: " + database.wrongSetting);
   }

@@ -16,7 +16,8 @@ struct Database {
 
   BreakRequest& breaks;
   std::shared_ptr<Repository> inMemory;
-  std::map<std::string, std::weak_ptr<Repository>> opened;  // by sessions, under their names
+  // That sessions have open, by their names: the path of a file can have had several.
+  std::multimap<std::string, std::weak_ptr<Repository>> opened;
   Passwords passwords;
   std::map<std::int32_t, Session> sessions;
   Session* current = nullptr;  // null when nobody is logged in or selected
@@ -33,7 +34,8 @@ void shareMemory(Session& session, bool pressed);
 // The current session; throws ErrBadSession if there is none.
 Session& requireSession(Database& database);
 // Checks the user and makes a new session current, in the database that the server's name means,
-// see places.h. A file that is to be created is made by the session's first commit. Throws
+// see places.h. Characters that a JVM hands over in two halves are made whole in all three texts. A
+// file that is to be created is made by the session's first commit. Throws
 // ErrLoginDenied, ErrTooManySessions, and what openRepository does.
 Session& login(Database& database, std::string_view server, std::string_view user,
                std::string_view password);

@@ -26,17 +26,29 @@ ServerName readUrl(std::string_view url) {
   return {ServerName::Kind::server, std::string(url), false};
 }
 
+// Where the query of a file's name begins, as in ?create=true; at the end when there is none, and a
+// question mark is one of the name's.
+std::size_t queryOf(std::string_view name) {
+  const std::size_t mark = name.rfind('?');
+  if (mark == std::string_view::npos) return name.size();
+  const std::string_view query = name.substr(mark + 1);
+  const std::size_t key = query.find_first_not_of("abcdefghijklmnopqrstuvwxyz");
+  const bool isQuery = key != std::string_view::npos && key > 0 && query[key] == '=' &&
+                       query.find('/') == std::string_view::npos;
+  return isQuery ? mark : name.size();
+}
+
 }  // namespace
 
 ServerName readServerName(std::string_view name) {
   if (name.empty()) return {};
   if (isServerUrl(name)) return readUrl(name);
-  const std::size_t mark = name.find('?');
+  const std::size_t mark = queryOf(name);
   const std::string_view path = name.substr(0, mark);
   if (path.find('/') == std::string_view::npos && !path.ends_with(ending)) noServer(name);
   ServerName server{ServerName::Kind::file,
                     std::filesystem::absolute(path).lexically_normal().string(), false};
-  if (mark == std::string_view::npos) return server;
+  if (mark == name.size()) return server;
   const std::string_view query = name.substr(mark + 1);
   server.create = query == "create=true";
   if (!server.create && query != "create=false") {

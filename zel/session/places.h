@@ -19,8 +19,10 @@ struct ServerName {
 
 // A name that starts with "postgresql://" or "postgres://" is the URL of a database on a server,
 // see serverstore.h. Else one with a '/', or that ends in ".povzel", is that of a file, relative to
-// the working folder; a query part can follow: ?create=true. The empty name means the database in
-// memory. Throws ErrLoginDenied for every other name, and for a URL with create= in its query.
+// the working folder; a query part can follow: ?create=true. Behind the last question mark only
+// letters, a '=' and a value without '/' are one, anything else belongs to the name. The empty name
+// means the database in memory. Throws ErrLoginDenied for every other name, and for a URL with
+// create= in its query.
 ServerName readServerName(std::string_view name);
 
 // Opens what keeps the objects of a file or on a server. `poll` is called while others are waited

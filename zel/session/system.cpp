@@ -35,9 +35,13 @@ void requireSystemUser(Machine& machine) {
   if (machine.session.user == "SystemUser") return;
   throw Failure(ErrNotPermitted, "only SystemUser may do that");
 }
+// As a login has it.
+std::string nameArgument(Machine& machine, OopType text) {
+  return withPairsJoined(utf8Argument(machine.memory, text));
+}
 // A file is not to be anybody's.
 std::string newPassword(Machine& machine, OopType text) {
-  std::string password = utf8Argument(machine.memory, text);
+  std::string password = nameArgument(machine, text);
   const bool isOpen = password.empty() || password == wellKnownPassword;
   if (isOpen && machine.session.repository->inMemory == nullptr) {
     throw Failure(ErrNotPermitted,
@@ -58,7 +62,7 @@ OopType changePassword(Machine& machine, OopType receiver, const OopType* args) 
 // Of a user that is there already it sets the password.
 OopType addUser(Machine& machine, OopType receiver, const OopType* args) {
   requireSystemUser(machine);
-  const std::string name = utf8Argument(machine.memory, args[0]);
+  const std::string name = nameArgument(machine, args[0]);
   const std::string password = newPassword(machine, args[1]);
   if (name.empty() || name.size() > longestUserName || name.find('\0') != std::string::npos) {
     throw Failure(ErrBadArgumentKind,
@@ -70,7 +74,7 @@ OopType addUser(Machine& machine, OopType receiver, const OopType* args) {
 }
 OopType removeUser(Machine& machine, OopType receiver, const OopType* args) {
   requireSystemUser(machine);
-  const std::string name = utf8Argument(machine.memory, args[0]);
+  const std::string name = nameArgument(machine, args[0]);
   if (name == machine.session.user) {
     throw Failure(ErrNotPermitted, "SystemUser cannot be removed");
   }
@@ -82,7 +86,11 @@ OopType removeUser(Machine& machine, OopType receiver, const OopType* args) {
 }
 // The newest committed state, in a new file.
 OopType backupTo(Machine& machine, OopType receiver, const OopType* args) {
-  const std::string file = utf8Argument(machine.memory, args[0]);
+  const std::string file = nameArgument(machine, args[0]);
+  if (file.empty() || file.find('\0') != std::string::npos) {
+    throw Failure(ErrBadArgumentKind, "the name of a file has at least one byte and no NUL",
+                  {args[0]});
+  }
   machine.session.repository->store->backUp(file, [&](std::uint64_t, std::uint64_t) {
     machine.memory.meter.charge(1);
     return true;
