@@ -49,20 +49,18 @@ struct Transaction {
 // What stands for the elements whose hash only a program's method can tell.
 constexpr std::uint32_t unknownHashes = 1U << 28;
 
-// Notes for the transaction that elements of that hash were looked for, or that all were looked at;
-// the argument may be any object. What concerns the code of classes is not noted.
+// Notes for the transaction that elements of that hash were looked for, of a set or dictionary that
+// is at hand, or that all were looked at, of any object. What concerns the code of classes is not
+// noted.
 void noteStoredKeyRead(Memory& memory, OopType oop, std::uint32_t hash);
 void noteStoredElementsRead(Memory& memory, OopType oop);
-inline bool isPrivate(const Memory& memory, OopType oop) {
-  if (isImmediate(oop)) return true;
-  const Object* object = memory.atHand(oop);
-  return object != nullptr && !object->stored;
-}
 inline void noteKeyRead(Memory& memory, OopType oop, std::uint32_t hash) {
-  if (!isPrivate(memory, oop)) noteStoredKeyRead(memory, oop, hash);
+  if (memory.atHand(oop)->stored) noteStoredKeyRead(memory, oop, hash);
 }
 inline void noteElementsRead(Memory& memory, OopType oop) {
-  if (!isPrivate(memory, oop)) noteStoredElementsRead(memory, oop);
+  if (isImmediate(oop)) return;
+  const Object* object = memory.atHand(oop);
+  if (object == nullptr || object->stored) noteStoredElementsRead(memory, oop);
 }
 
 // Lets the library itself change an object that is invariant for everyone else; it is invariant

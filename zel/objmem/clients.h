@@ -59,17 +59,20 @@ void prepareFirstWrite(Memory& memory, OopType oop);
 // To be called before any change of an object's contents. Throws ErrInvariant for objects that
 // never change. Marks the object as changed for the client, if it has exported it and tracks
 // changes.
-inline void prepareWrite(Memory& memory, OopType oop) {
-  const Object& object = memory.at(oop);
+inline void prepareWrite(Memory& memory, OopType oop, const Object& object) {
   const Client* client = memory.current;
   const bool ready = client != nullptr && !object.invariant && !object.shared && !object.exported &&
                      (object.dirty || object.createdIn == client->transaction.serial);
   if (!ready) prepareFirstWrite(memory, oop);
 }
+inline void prepareWrite(Memory& memory, OopType oop) {
+  prepareWrite(memory, oop, memory.at(oop));
+}
 // The same before a change of a set's or dictionary's elements of that hash.
 void prepareStoredKeyWrite(Memory& memory, OopType oop, std::uint32_t hash);
 inline void prepareKeyWrite(Memory& memory, OopType oop, std::uint32_t hash) {
-  memory.at(oop).stored ? prepareStoredKeyWrite(memory, oop, hash) : prepareWrite(memory, oop);
+  const Object& object = memory.at(oop);
+  object.stored ? prepareStoredKeyWrite(memory, oop, hash) : prepareWrite(memory, oop, object);
 }
 
 // The export set: oops that stay alive for the client whatever happens. Exporting throws

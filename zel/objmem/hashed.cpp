@@ -120,6 +120,11 @@ std::uint32_t mix(std::uint64_t value) {
   return static_cast<std::uint32_t>(value >> 32) >> (32 - hashBits);
 }
 
+// As that of other integers, which foldInteger folds.
+std::uint32_t hashOfSmallInt(OopType oop) {
+  return mix(static_cast<std::uint64_t>(std::int64_t{smallIntValue(oop)}));
+}
+
 // As far from linear as a sum of them needs, in which else 1 and 4 are what 2 and 3 are.
 std::uint32_t scatter(std::uint64_t value) {
   for (int round = 0; round < 2; ++round) {
@@ -142,7 +147,7 @@ class Hashing {
 
  private:
   std::uint32_t of(OopType oop, int depth) {
-    if (isSmallInt(oop)) return mix(foldInteger(memory_, oop));
+    if (isSmallInt(oop)) return hashOfSmallInt(oop);
     const Object* object = memory_.find(oop);
     return object == nullptr ? mix(oop) : ofObject(*object, oop, depth);
   }
@@ -208,7 +213,7 @@ bool findsByIdentity(const Memory& memory, OopType oop) {
 // unknownHash where a method of the program has a say in it.
 std::uint32_t hashToFind(Memory& memory, OopType key, bool identity) {
   if (identity) return isImmediate(key) ? mix(key) : memory.identityHashOf(key);
-  if (isSmallInt(key)) return mix(foldInteger(memory, key));
+  if (isSmallInt(key)) return hashOfSmallInt(key);
   if ((classTraits(memory, key) & AsksEquality) != 0) return unknownHash;
   std::vector<OopType> toAsk;
   Hashing hashing(memory, toAsk);
@@ -238,7 +243,7 @@ void makeTable(Memory& memory, HashIndex& index) {
   }
 }
 
-void buildIndex(Memory& memory, OopType oop, Stride stride) {
+[[gnu::noinline]] HashIndex& buildIndex(Memory& memory, OopType oop, Stride stride) {
   const Object& object = memory.at(oop);
   const std::size_t count = object.indexedSize() / stride;
   memory.reserve(sizeof(HashIndex) + count * sizeof(std::uint32_t));
@@ -257,21 +262,21 @@ void buildIndex(Memory& memory, OopType oop, Stride stride) {
   index->rehashed = object.stored && !same;
   extra.index = std::move(index);
   memory.recount(oop);
+  return *extra.index;
 }
 
-HashIndex& indexOf(Memory& memory, OopType oop, Stride stride) {
+inline HashIndex& indexOf(Memory& memory, OopType oop, Stride stride) {
   const Extra* extra = memory.at(oop).extra;
   if (extra != nullptr && extra->index && extra->index->epoch == memory.equalityEpoch) {
     return *extra->index;
   }
-  buildIndex(memory, oop, stride);
-  return *memory.at(oop).extra->index;
+  return buildIndex(memory, oop, stride);
 }
 
 // The same for what asks programs' methods for hashes.
 HashIndex& indexToAsk(Memory& memory, OopType oop, Stride stride) {
-  if (indexOf(memory, oop, stride).outdated) buildIndex(memory, oop, stride);
-  return *memory.at(oop).extra->index;
+  HashIndex& index = indexOf(memory, oop, stride);
+  return index.outdated ? buildIndex(memory, oop, stride) : index;
 }
 
 // Makes sure that one more element finds room.

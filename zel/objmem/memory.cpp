@@ -617,14 +617,13 @@ void Memory::sweep(bool unloads) {
   for (std::uint32_t index = 0; index < endOfKernel_; ++index) {
     if (table_[index] != nullptr) table_[index]->marked = false;
   }
-  for (std::uint32_t index = kernelEnd; index < table_.size(); ++index) {
+  const auto end = static_cast<std::uint32_t>(table_.size());
+  for (std::uint32_t index = kernelEnd; index < end; ++index) {
     Object* object = table_[index];
-    const bool isKnown = object == nullptr ? (flags_[index] & Known) != 0 : object->stored;
-    if (isKnown) {
-      dropKnown(index, unloads);
+    if (object == nullptr || object->stored) {
+      if ((flags_[index] & Known) != 0) dropKnown(index, unloads);
       continue;
     }
-    if (object == nullptr) continue;
     if (object->marked) {
       object->marked = false;
       continue;

@@ -175,12 +175,10 @@ class Memory {
   void mark(OopType oop) {
     const std::uint32_t index = oop >> 2;
     if ((oop & 3) != 1 || index >= table_.size()) return;
-    Object* object = loaded(index);
-    if (object == nullptr) {
-      flags_[index] |= (flags_[index] & Known) != 0 ? Named : 0;
-      return;
-    }
-    if (object->marked) return;
+    Object* object = table_[index];
+    if (object == nullptr) [[unlikely]]
+      object = restingToMark(index);
+    if (object == nullptr || object->marked) return;
     object->marked = true;
     markStack_.push_back(oop);  // never beyond what was reserved with the table
   }
@@ -287,6 +285,10 @@ class Memory {
   }
   void growTable();
   void widen(std::size_t entries);
+  Object* restingToMark(std::uint32_t index) {
+    if (resting_[index] == nullptr && (flags_[index] & Known) != 0) flags_[index] |= Named;
+    return resting_[index];
+  }
   Object& load(std::uint32_t index) const;
   Object& arrive(std::uint32_t index) const;
   void collect(bool pressed, bool unloads);

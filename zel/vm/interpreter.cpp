@@ -49,7 +49,7 @@ std::uint64_t homeOf(const Object& block) {
   return high << homeBits | low;
 }
 
-const Code& codeOf(const Memory& memory, const Object& block) {
+[[gnu::always_inline]] inline const Code& codeOf(const Memory& memory, const Object& block) {
   return *memory.lookAt(block.slots[BlockMethod]).extra->routine->code;
 }
 
@@ -792,13 +792,13 @@ OopType Machine::interpret() {
         continue;
       }
       case Routine::Kind::block: {
-        const Object& block = memory.lookAt(*receiver);
-        if (block.classOop == BlockClass && !block.stored) {
-          const Code& called = codeOf(memory, block);
-          const BlockCode& body = bodyOf(called, block);
+        const Object* block = memory.atHand(*receiver);
+        if (block != nullptr && block->classOop == BlockClass && !block->stored) {
+          const Code& called = codeOf(memory, *block);
+          const BlockCode& body = bodyOf(called, *block);
           if (body.argumentCount == count && at.hasRoom(*process_, body)) {
-            at.enter(*process_, called, body, block.slots[BlockReceiver],
-                     block.slots[BlockEnvironment], homeOf(block));
+            at.enter(*process_, called, body, block->slots[BlockReceiver],
+                     block->slots[BlockEnvironment], homeOf(*block));
             continue;
           }
         }

@@ -367,7 +367,7 @@ OopType anyPart(Memory& memory, OopType receiver, const OopType*) {
 
 // Finds a key for a program, whose transaction has looked for it then.
 template <Stride stride>
-KeyPlace search(Memory& memory, OopType receiver, OopType key) {
+[[gnu::always_inline]] inline KeyPlace search(Memory& memory, OopType receiver, OopType key) {
   const KeyPlace place = findKey(memory, receiver, key, stride);
   if (place.kind != KeyPlace::undecided) noteKeyRead(memory, receiver, place.hash);
   return place;

@@ -39,7 +39,8 @@ std::string inForm(Memory& memory, const Text& text, bool doubleByte) {
 OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   const Text left = textOf(memory, receiver);
   const Text right = textArgument(memory, args[0]);
-  const bool wholeUnits = left.bytes.size() == memory.at(receiver).size;
+  const Object& object = memory.at(receiver);
+  const bool wholeUnits = left.bytes.size() == object.size;
   if (left.doubleByte < right.doubleByte || !wholeUnits) {
     return doubleByteStringOop(memory, inForm(memory, left, true) + inForm(memory, right, true));
   }
@@ -51,7 +52,7 @@ OopType concatenate(Memory& memory, OopType receiver, const OopType* args) {
   const std::string_view added = left.doubleByte != right.doubleByte ? converted : right.bytes;
   const OopType both = memory.allocateJoined(
       receiver, added, left.doubleByte ? DoubleByteStringClassOop : StringClassOop);
-  if (memory.at(receiver).width != Width::unknown) continueText(memory, receiver, both);
+  if (object.width != Width::unknown) continueText(memory, receiver, both);
   return both;
 }
 
