@@ -110,9 +110,9 @@ TEST_F(Table, ReadsAndWritesRangesOfBytes) {
     EXPECT_EQ(2110, storeBytes(oop, start, "x")) << start;
   }
   const ByteType byte = 0;
-  EXPECT_EQ(tuple(2094, 2110, 2506, 2208),
+  EXPECT_EQ(tuple(2094, 2110, 2506, 2506, 2208),
             tuple(storeBytes(oop, 1, "", ArrayClassOop), storeBytes(zel->ZelFltToOop(1), 8, "xx"),
-                  storeBytes(run("'literal'"), 1, "x"),
+                  storeBytes(run("'literal'"), 1, "x"), storeBytes(zel->ZelFltToOop(1), 1, "x"),
                   errorOf(zel->ZelStoreBytesInstanceOf, NilOop, oop, 1, &byte, 0xFFFFFFFF)));
 }
 

@@ -18,7 +18,8 @@ constexpr std::uint32_t asSet = static_cast<std::uint32_t>(Impl::set);
 constexpr std::uint32_t asSpecial = static_cast<std::uint32_t>(Impl::special) | FormatNotCreatable;
 constexpr std::uint32_t indexedPointers = asPointers | FormatIndexable;
 constexpr std::uint32_t growingBytes = asBytes | FormatIndexable;
-constexpr std::uint32_t fixedBytes = asBytes | FormatFixedSize | FormatNotCreatable;
+constexpr std::uint32_t fixedBytes =
+    asBytes | FormatFixedSize | FormatNotCreatable | FormatInvariant;
 constexpr std::uint32_t internal = asPointers | FormatNotCreatable | FormatInvariant;
 
 struct ClassSpec {
@@ -39,7 +40,7 @@ constexpr ClassSpec classSpecs[] = {
     {NumberClass, "Number", MagnitudeClass, internal},
     {IntegerClass, "Integer", NumberClass, internal},
     {SmallIntegerClass, "SmallInteger", IntegerClass, asSpecial},
-    {LargeIntegerClass, "LargeInteger", IntegerClass, fixedBytes | FormatInvariant},
+    {LargeIntegerClass, "LargeInteger", IntegerClass, fixedBytes},
     {FloatClassOop, "Float", NumberClass, fixedBytes},
     {DateTimeClassOop, "DateTime", MagnitudeClass,
      asPointers | FormatNotCreatable | FormatInvariant, "year dayOfYear milliseconds timeZone"},

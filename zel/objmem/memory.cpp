@@ -286,8 +286,8 @@ OopType Memory::allocate(OopType classOop, Impl impl, std::size_t named, std::si
 OopType Memory::tryNumber(OopType classOop, std::uint64_t bits) try {
   reserve(objectOverhead + sizeof bits);
   const std::uint32_t index = freeIndex();
-  Object* object = place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false, true,
-                         classOop == LargeIntegerClass);
+  Object* object =
+      place(newBlock(sizeof bits), classOop, Impl::bytes, 0, sizeof bits, false, true, true);
   std::memcpy(object->bytes, &bits, sizeof bits);
   occupy(index, object);
   return fixedOop(index);

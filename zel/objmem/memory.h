@@ -113,7 +113,8 @@ class Memory {
   // slots (bytes for byte objects). Throws MemoryFull, and Failure for a size beyond the limit.
   OopType allocate(OopType classOop, Impl impl, std::size_t named, std::size_t indexed,
                    bool indexable);
-  // Creates a number: a fixed-size object of 8 bytes.
+  // Creates a number: an object of 8 bytes that never changes. Rows hold it as a value, which a
+  // change of its bytes would not reach.
   OopType allocateNumber(OopType classOop, std::uint64_t bits);
   // The same, but answers 0 where that throws MemoryFull.
   OopType tryNumber(OopType classOop, std::uint64_t bits);
