@@ -50,6 +50,7 @@ void Identities::drop(std::uint32_t index) noexcept {
   if (--entry.users != 0 || index < kernelEnd) return;
   indexes_.erase(entry.id);
   entry.id = 0;
+  ++drops_;
   if (Memory* owner = pages_[index / pageEntries].owner; owner != nullptr) owner->freeEntry(index);
 }
 

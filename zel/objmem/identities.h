@@ -50,6 +50,8 @@ class Identities {
   // Counts the sessions that know the object. The last one that drops it frees its entry.
   void use(std::uint32_t index) { ++entryAt(index).users; }
   void drop(std::uint32_t index) noexcept;
+  // How many entries were freed that way.
+  std::uint64_t drops() const { return drops_; }
   // Calls `visit` with each id that some session knows.
   template <typename Visit>
   void visitIds(Visit visit) const {
@@ -73,6 +75,7 @@ class Identities {
 
   std::vector<Page> pages_;
   std::size_t bytes_ = 0;  // of their entries
+  std::uint64_t drops_ = 0;
   std::unordered_map<ObjectId, std::uint32_t> indexes_;
 };
 

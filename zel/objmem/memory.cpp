@@ -240,7 +240,8 @@ std::uint32_t Memory::identityHashOf(OopType oop) const {
   return object.identityHash;
 }
 
-void Memory::noRoom() {
+void Memory::noRoom(std::size_t bytes) {
+  missed_ = bytes;
   throw MemoryFull();
 }
 
@@ -665,9 +666,18 @@ void Memory::beginProgram() {
 }
 
 void Memory::collectForRoom() {
-  if (relief.relieve != nullptr) relief.relieve(relief.owner);
-  const bool worthIt = used_ >= usedBefore_ + limit_ / 64;
+  const std::size_t least = limit_ / 64;
+  const std::size_t before = used_;
+  const bool worthIt = used_ >= usedBefore_ + least;
+  if (relief.relieve != nullptr) relief.relieve(relief.owner, false);
   collect(true);
+  const bool fits = missed_ <= bounds_.bytes && used_ <= bounds_.bytes - missed_;
+  const bool isEnough = fits && !processIsFull_ && before - used_ >= least;
+  missed_ = SIZE_MAX;
+  if (!isEnough && relief.relieve != nullptr) {
+    relief.relieve(relief.owner, true);
+    if (processIsFull_) collect(true);
+  }
   futileCollections_ = worthIt ? 0 : futileCollections_ + 1;
   if (bounds_.room == Room::rescue && roomToRun() == Room::programs) {
     bounds_ = boundsOf(Room::programs);

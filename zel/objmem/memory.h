@@ -53,10 +53,10 @@ struct ObjectSource {
   void (*load)(void* owner, Memory& memory, std::uint32_t index) = nullptr;
 };
 
-// Makes room in what others take of the limit.
+// Tells the memory what others take of the limit; with `pressed` it makes room in that before.
 struct Relief {
   void* owner = nullptr;
-  void (*relieve)(void* owner) = nullptr;
+  void (*relieve)(void* owner, bool pressed) = nullptr;
 };
 
 struct MemoryStatistics {
@@ -141,7 +141,7 @@ class Memory {
   void recount(OopType oop);
   // Throws MemoryFull unless there is room for so many more bytes.
   void reserve(std::size_t bytes) {
-    if (bytes > bounds_.bytes || used_ > bounds_.bytes - bytes) noRoom();
+    if (bytes > bounds_.bytes || used_ > bounds_.bytes - bytes) noRoom(bytes);
     if (used_ + bytes >= dueAt_) meter.hurry();
   }
   // Tells the memory that something beside the objects (a before-image) grew by `bytes`, which it
@@ -166,8 +166,9 @@ class Memory {
   // Collects now. With `pressed`, what was only handed out to the current client goes, too, and
   // what can be loaded again.
   void collect(bool pressed = false) { collect(pressed, pressed); }
-  // Collects for an allocation that found no room. Throws MemoryFull when a program has needed that
-  // again and again for next to nothing: better an early end than one that takes for ever.
+  // Collects for an allocation that found no room, and asks others for some only where that has
+  // not gained enough. Throws MemoryFull when a program has needed that again and again for next to
+  // nothing: better an early end than one that takes for ever.
   void collectForRoom();
   // Begins a program's account of that. In a full memory it collects, unless next to nothing was
   // allocated since that was last done: a program that needs more than is left does it itself.
@@ -303,7 +304,8 @@ class Memory {
     return block != nullptr ? block : spareBlock(sizeof(Object) + bytes);
   }
   void* spareBlock(std::size_t size);
-  [[noreturn]] static void noRoom();
+  // For so many bytes within the limit, or for something else.
+  [[noreturn]] void noRoom(std::size_t bytes = SIZE_MAX);
   Object* place(void* block, OopType classOop, Impl impl, std::size_t named, std::size_t size,
                 bool indexable, bool fixedSize = false, bool invariant = false);
   Object& moveBody(OopType oop, std::size_t gap, std::size_t capacity);
@@ -335,8 +337,9 @@ class Memory {
   std::uint32_t endOfKernel_ = kernelEnd;  // behind the last entry that it uses
   Bounds bounds_{};                        // of the room in use
   std::size_t used_ = 0;
-  std::size_t usedBefore_ = 0;  // at the end of the last collection
-  bool processIsFull_ = false;  // it hardly had memory left then
+  std::size_t usedBefore_ = 0;     // at the end of the last collection
+  std::size_t missed_ = SIZE_MAX;  // what noRoom was told since
+  bool processIsFull_ = false;     // it hardly had memory left then
   std::size_t dueAt_ = 0;
   std::size_t objects_ = 0;
   std::size_t stored_ = 0;  // of them, in the store and not the kernel's

@@ -108,15 +108,18 @@ Database::Database(BreakRequest& breakRequest)
 }
 
 void shareMemory(Session& session, bool pressed) {
-  if (pressed) session.repository->tidy(true);
+  if (pressed) {
+    for (auto& [id, other] : session.database.sessions) {
+      if (&other != &session) other.memory.collect();
+    }
+    session.repository->tidy(true);
+  }
   std::size_t elsewhere = session.database.inMemory->bytes();
   for (const auto& [name, each] : session.database.opened) {
     if (const std::shared_ptr<Repository> open = each.lock()) elsewhere += open->bytes();
   }
   for (auto& [id, other] : session.database.sessions) {
-    if (&other == &session) continue;
-    if (pressed) other.memory.collect();
-    elsewhere += other.memory.statistics().bytes;
+    if (&other != &session) elsewhere += other.memory.statistics().bytes;
   }
   session.memory.setTakenElsewhere(elsewhere);
 }

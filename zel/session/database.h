@@ -28,7 +28,8 @@ struct Database {
 };
 
 // Has the sessions' memories share the limit: tells the session how much of it the others and the
-// store take. With `pressed` they collect before.
+// store take. With `pressed` they collect before, and what nobody refers to any more goes from a
+// store in memory.
 void shareMemory(Session& session, bool pressed);
 
 // The current session; throws ErrBadSession if there is none.

@@ -24,8 +24,8 @@ struct Repository {
     return nextId++;
   }
 
-  // Drops what nothing refers to any more from a store in memory, `now` or when it has grown
-  // enough since to be worth it.
+  // Drops what nothing refers to any more from a store in memory: when it has grown enough since
+  // the last time to be worth it, or `now` if anything has changed since that may have let go.
   void tidy(bool now);
   // About how many bytes of memory it takes.
   std::size_t bytes() const {
@@ -39,7 +39,19 @@ struct Repository {
   ObjectId endOfIds = 0;
 
  private:
-  std::size_t tidied_ = 0;  // bytes that were left then
+  // What lets go of objects shows in one of these.
+  struct State {
+    Version version = 0;
+    std::size_t bytes = 0;
+    std::uint64_t drops = 0;
+
+    bool operator==(const State&) const = default;
+  };
+  State state() const {
+    return {inMemory->statistics().version, inMemory->bytes(), identities.drops()};
+  }
+
+  State tidied_;  // behind the last time
 };
 
 }  // namespace zel

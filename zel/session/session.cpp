@@ -49,7 +49,9 @@ Session::Session(Database& owner, std::int32_t number, std::string_view userName
   memory.setLimit(owner.memoryLimit);
   memory.clients.push_back(&client);
   memory.current = &client;
-  memory.relief = {this, [](void* session) { shareMemory(*static_cast<Session*>(session), true); }};
+  memory.relief = {this, [](void* session, bool pressed) {
+                     shareMemory(*static_cast<Session*>(session), pressed);
+                   }};
   memory.addRoots(this, [](void* session, Memory& marked) {
     markSession(marked, *static_cast<Session*>(session));
   });
