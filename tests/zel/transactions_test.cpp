@@ -368,6 +368,27 @@ TEST_F(Transactions, StandFailuresOfTheStore) {
   }
 }
 
+// Another version of the library need not have the methods that blocks in the store belong to.
+TEST_F(Transactions, NameBlocksOfMethodsThatAreGone) {
+  in('A', "Globals at: #Block put: #() asSortedCollection sortBlock. System commit");
+  ::zel::Store& store = *session().repository->store;
+  const ::zel::Lease lease(store);
+  ::zel::Changes changes{lease.version, {}, {}};
+  store.scan(lease.version, ::zel::firstFreeId, UINT64_MAX, [&](const ::zel::Row& row) {
+    std::string bytes = row.bytes;
+    const std::size_t at = bytes.find("sortBlock");
+    if (at == std::string::npos) return;
+    bytes[at] = 'x';
+    changes.writes.push_back({row.place, row.classId, bytes, false});
+  });
+  ASSERT_NE(0, store.commit(changes).version);
+  for (const char* text : {"Block value: 1 value: 2", "Block numArgs", "#(2 1) sort: Block"}) {
+    EXPECT_EQ(
+        "error 2509: the block belongs to a method that this version of the library does not have",
+        in('B', text));
+  }
+}
+
 // Of what does not fit into the memory, what was not changed makes room wherever some is needed.
 TEST_F(Transactions, ReadMoreThanTheMemoryHolds) {
   session().memory.setLimit(8U << 20);

@@ -27,6 +27,14 @@ bool isCode(const Memory& memory, OopType oop) {
   return object != nullptr && object->invariant && object->classOop == DictionaryClass;
 }
 
+// Of selectors and methods, those of methods that another version of the library had.
+void dropMissing(std::vector<OopType>& slots) {
+  for (std::size_t i = slots.size(); i != 0; i -= dictionaryStride) {
+    const auto entry = slots.begin() + static_cast<std::ptrdiff_t>(i - dictionaryStride);
+    if (entry[1] == NilOop) slots.erase(entry, entry + dictionaryStride);
+  }
+}
+
 }  // namespace
 
 // Turns the transaction's changes into rows.
@@ -252,9 +260,10 @@ void Workspace::applyToKernel(OopType dictionary, const std::vector<std::uint32_
   });
   for (const std::uint32_t hash : hashes) {
     const auto row = rows.find(hash);
-    const std::vector<OopType> slots = row != rows.end()
-                                           ? decodeElements(memory_, row->second, findKernelMethod_)
-                                           : kernelEntries(dictionary, hash);
+    std::vector<OopType> slots = row != rows.end()
+                                     ? decodeElements(memory_, row->second, findKernelMethod_)
+                                     : kernelEntries(dictionary, hash);
+    if (dictionary != GlobalsOop) dropMissing(slots);
     replaceElements(memory_, dictionary, dictionaryStride, hash, slots);
   }
 }

@@ -57,6 +57,19 @@ const BlockCode& bodyOf(const Code& code, const Object& block) {
   return code.blocks[static_cast<std::size_t>(smallIntValue(block.slots[BlockNumber]))];
 }
 
+// The same for a block that may be of the store, and then of a method that another version of the
+// library had. Throws ErrNotImplemented.
+const Code& requireCode(const Memory& memory, OopType oop, const Object& block) {
+  if (block.slots[BlockMethod] != NilOop) {
+    const Code& code = codeOf(memory, block);
+    const auto number = static_cast<std::size_t>(smallIntValue(block.slots[BlockNumber]));
+    if (number < code.blocks.size()) return code;
+  }
+  throw Failure(ErrNotImplemented,
+                "the block belongs to a method that this version of the library does not have",
+                {oop});
+}
+
 }  // namespace
 
 // The process's state while the loop works on it, in registers of the processor.
@@ -375,7 +388,7 @@ void Machine::activateBlock(std::size_t argumentCount) {
   const OopType block = process.stack[process.top - argumentCount - 1];
   const Object* object = withRoom(memory, [&] {
     const Object* found = memory.find(block);
-    if (found != nullptr && found->classOop == BlockClass) codeOf(memory, *found);
+    if (found != nullptr && found->classOop == BlockClass) requireCode(memory, block, *found);
     return found;
   });
   if (object == nullptr || object->classOop != BlockClass) wrongKind(memory, "a block", block);
@@ -951,7 +964,7 @@ OopType Machine::continueWithFailure(OopType process, Failure failure) {
 
 std::uint32_t blockArguments(const Memory& memory, OopType block) {
   const Object& object = memory.at(block);
-  return bodyOf(codeOf(memory, object), object).argumentCount;
+  return bodyOf(requireCode(memory, block, object), object).argumentCount;
 }
 
 }  // namespace zel

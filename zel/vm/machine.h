@@ -215,7 +215,8 @@ constexpr bool owesBlock(const Frame& frame) {
 // ExceptionSet of some.
 void requireExceptions(const Memory& memory, OopType oop);
 
-// How many arguments the block takes.
+// How many arguments the block takes. Throws ErrNotImplemented for a block of the store whose
+// method this version of the library does not have.
 std::uint32_t blockArguments(const Memory& memory, OopType block);
 
 // Named slots of exceptions, from 0.
