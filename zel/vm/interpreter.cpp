@@ -1,11 +1,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "lang/compiler.h"
 #include "machine.h"
 #include "objmem/classes.h"
 #include "objmem/clients.h"
-#include "objmem/hashed.h"
 #include "objmem/values.h"
 #include "printing.h"
 
@@ -14,18 +12,8 @@ namespace zel {
 namespace {
 
 constexpr std::size_t mostStackValues = 1U << 20;
-constexpr std::size_t mostVariables = 100'000;
 
 constexpr int homeBits = 29;  // of an activation's number in each of the two last slots
-
-// What lookups go by: the class of the receiver, or for a class itself the class with a bit more,
-// since it finds other methods than its instances.
-OopType keyOf(const Memory& memory, OopType receiver) {
-  if (isSmallInt(receiver)) return SmallIntegerClass;
-  if ((receiver & 3) != 1) return classOf(memory, receiver);
-  const OopType classOop = memory.lookAt(receiver).classOop;
-  return classOop == ClassClass ? receiver | 2 : classOop;
-}
 
 bool areSmallInts(OopType a, OopType b) {
   return (a & b & 3) == 3;
@@ -191,10 +179,6 @@ Object& Machine::bring(OopType oop) {
   return keyOfAbsent(receiver);
 }
 
-OopType Machine::keyOfAbsent(OopType receiver) {
-  return withRoom(memory, [&] { return keyOf(memory, receiver); });
-}
-
 // What holds a captured variable.
 [[gnu::always_inline]] inline Object& Machine::outer(const Registers& at) {
   Object* environment = &reach(at, at.frame->environment);
@@ -220,65 +204,6 @@ void Machine::poll() {
   memory.meter.heedSoftBreaks();
   memory.meter.check();
   memory.collectIfDue();
-}
-
-// The class may be known by its instance alone, and anew after a collection.
-const Routine& Machine::find(OopType receiver, OopType key, OopType selector,
-                             std::size_t argumentCount) {
-  try {
-    return findAtOnce(receiver, key, selector, argumentCount);
-  } catch (const std::bad_alloc&) {
-  }
-  memory.collectForRoom();
-  return findAtOnce(receiver, keyOf(memory, receiver), selector, argumentCount);
-}
-
-const Routine& Machine::findAtOnce(OopType receiver, OopType key, OopType selector,
-                                   std::size_t argumentCount) {
-  if (cacheEpoch_ != memory.lookupEpoch()) {
-    std::fill(std::begin(cache_), std::end(cache_), CachedLookup{});
-    cacheEpoch_ = memory.lookupEpoch();
-  }
-  CachedLookup& entry = cache_[((key >> 2) * 31 ^ (selector >> 2)) % cacheSize];
-  if (entry.key != key || entry.selector != selector) {
-    const bool classSide = (key & 2) != 0;
-    const OopType method = lookupMethod(memory, classSide ? receiver : key, selector, classSide);
-    if (method == 0) doesNotUnderstand(selector, argumentCount);
-    entry = {key, selector, memory.at(method).extra->routine.get()};
-  }
-  return *entry.routine;
-}
-
-const Routine& Machine::findSuper(const Code& code, OopType selector, std::size_t argumentCount) {
-  const Routine* routine = withRoom(memory, [&] {
-    const OopType method = lookupSuper(memory, code.owner, selector, code.classSide);
-    return method != 0 ? memory.at(method).extra->routine.get() : nullptr;
-  });
-  if (routine == nullptr) doesNotUnderstand(selector, argumentCount);
-  return *routine;
-}
-
-void Machine::findFor(Site& site, const Code& code, OopType receiver, OopType key) {
-  const Routine* own = code.kernel ? ownRoutine(site.selector) : nullptr;
-  site.routine = own != nullptr ? own
-                 : site.toSuper ? &findSuper(code, site.selector, site.argumentCount)
-                                : &find(receiver, key, site.selector, site.argumentCount);
-  site.key = key;
-  site.epoch = memory.lookupEpoch();
-}
-
-void Machine::doesNotUnderstand(OopType selector, std::size_t argumentCount) {
-  const InRoom room(memory, Room::library);
-  const OopType* arguments = process_->stack.data() + process_->top - argumentCount;
-  const OopType receiver = arguments[-1];
-  throw withRoom(memory, [&] {
-    const OopType array = arrayOop(memory, std::span(arguments, argumentCount));
-    return Failure(ErrDoesNotUnderstand,
-                   describe(memory, receiver) + " does not understand #" +
-                       std::string(bytesOf(memory, selector)),
-                   {receiver, selector, array})
-        .ofClass(MessageNotUnderstoodClass);
-  });
 }
 
 OopType Machine::callPrimitive(const Routine& routine, OopType receiver, const OopType* arguments) {
@@ -465,37 +390,6 @@ void Machine::sendPending() {
   if (result == frameChanged) return;
   process.stack[process.place] = result;
   process.top = process.place + 1;
-}
-
-OopType Machine::readGlobal(OopType name) {
-  const auto variable = names->variables.find(name);
-  if (variable != names->variables.end()) return variable->second;
-  const OopType value = dictionaryAt(memory, GlobalsOop, name);
-  if (value != 0) return value;
-  process_->place = process_->top;
-  throw Failure(ErrUnknownName, std::string(bytesOf(memory, name)) + " is not defined", {name});
-}
-
-void Machine::writeGlobal(OopType name, OopType value) {
-  const auto variable = names->variables.find(name);
-  if (variable != names->variables.end()) {
-    variable->second = value;
-    return;
-  }
-  if (dictionaryAt(memory, GlobalsOop, name) != 0) {
-    throw Failure(
-        ErrInvariant,
-        std::string(bytesOf(memory, name)) + " is a global: use Globals at: put: to change it",
-        {name});
-  }
-  if (names->variables.size() >= mostVariables) {
-    throw Failure(ErrNoMemory, "the session has too many variables");
-  }
-  withRoom(memory, [&] {
-    memory.reserve(Names::variableBytes);
-    names->variables.emplace(name, value);
-  });
-  memory.account(Names::variableBytes);
 }
 
 OopType Machine::makeBlock(std::uint32_t number) {
@@ -831,135 +725,6 @@ OopType Machine::interpret() {
       }
     }
   }
-}
-
-// `briefly` is for what keeps nothing of what it makes.
-OopType Machine::run(OopType processOop, Failure* failure, bool briefly) {
-  try {
-    return carryOut(processOop, failure, briefly);
-  } catch (const Failure& raised) {
-    const Meanwhile<const Failure*> settled(settled_, &raised);
-    runLeftBlocks();
-    throw;
-  }
-}
-
-OopType Machine::carryOut(OopType processOop, Failure* failure, bool briefly) {
-  struct Running {
-    Machine& machine;
-    ~Running() {
-      machine.running_ = 0;
-      machine.process_ = nullptr;
-      machine.inFlight_ = nullptr;
-      machine.briefly_ = nullptr;
-    }
-  } const scope{*this};
-  running_ = processOop;
-  process_ = memory.at(processOop).extra->process.get();
-  process_->suspended = false;
-  if (names->failedProcess == processOop) forgetFailed();
-  fresh_ = 0;
-  memory.beginProgram();
-  inFlight_ = failure;
-  InRoom room(memory, briefly ? Room::library : memory.roomToRun());
-  if (briefly) briefly_ = &room;
-  if (failure != nullptr) handleOrThrow(std::move(*failure));
-  if (process_->patience != 0) memory.meter.deferSoftBreaks(process_->patience);
-  while (true) {
-    try {
-      const OopType value = interpret();
-      giveUp(processOop);
-      return value;
-    } catch (Failure& raised) {
-      handleOrThrow(std::move(raised));
-    } catch (const std::bad_alloc&) {
-      process_->place = noPlace;
-      handleOrThrow(memoryFailure(memory));
-    }
-  }
-}
-
-// A process that is about to begin a method without arguments.
-OopType Machine::newProcess(OopType method) {
-  const Code& code = *memory.at(method).extra->routine->code;
-  const BlockCode& body = code.blocks[0];
-  auto state = std::make_unique<ProcessState>();
-  state->sessionId = names->sessionId;
-  state->frames.resize(16);
-  state->stack.resize(std::max<std::size_t>(64, body.stackNeed + 2));
-  std::fill_n(state->stack.begin(), body.temporaries + 1, NilOop);
-  state->frames[0] = {&code,
-                      code.ops.data() + body.entry,
-                      NilOop,
-                      NilOop,
-                      1,
-                      FrameMark::none,
-                      code.hasHomeReturns,
-                      code.hasHomeReturns ? ++lastActivation_ : 0};
-  state->depth = 1;
-  state->top = body.temporaries + 1;
-  memory.reserve(state->bytes());
-  const OopType process = memory.allocate(ProcessClass, Impl::pointers, 0, 0, false);
-  memory.at(process).invariant = true;
-  memory.extraOf(process).process = std::move(state);
-  memory.recount(process);
-  return process;
-}
-
-OopType Machine::execute(std::string_view source) {
-  std::optional<Failure> broken = settleFailed();
-  const InRoom room(memory, Room::library);
-  const OopType process = withRoom(memory, [&] { return newProcess(compileText(memory, source)); });
-  if (broken) suspendBefore(process, *std::move(broken));
-  return run(process);
-}
-
-OopType Machine::perform(OopType receiver, std::string_view selector,
-                         std::span<const OopType> arguments) {
-  const InRoom room(memory, Room::library);
-  // A full memory can still be printed.
-  const Routine* routine = withRoom(memory, [&]() -> const Routine* {
-    const OopType key = keyOf(memory, receiver);
-    const bool classSide = (key & 2) != 0;
-    const OopType method =
-        lookupMethod(memory, classSide ? receiver : key, symbolOop(memory, selector), classSide);
-    return method != 0 ? memory.at(method).extra->routine.get() : nullptr;
-  });
-  const bool briefly = routine != nullptr && routine->primitive != nullptr;
-  const bool ofKernel = routine != nullptr && routine->code && routine->code->kernel;
-  const OopType process = withRoom(
-      memory, [&] { return newProcess(compileMessage(memory, receiver, selector, arguments)); });
-  if (!briefly && !ofKernel) settleBefore(process);
-  return run(process, nullptr, briefly);
-}
-
-OopType Machine::suspendedProcess(OopType process) const {
-  const Object& object = memory.require(process);
-  const ProcessState* state = object.extra != nullptr ? object.extra->process.get() : nullptr;
-  if (state == nullptr) wrongKind(memory, "a process", process);
-  if (!state->suspended) {
-    throw Failure(ErrNotSuspended, "the process is not suspended", {process});
-  }
-  if (state->sessionId != names->sessionId) {
-    throw Failure(ErrBadSession,
-                  "the process belongs to session " + std::to_string(state->sessionId), {process});
-  }
-  return process;
-}
-
-OopType Machine::continueWithValue(OopType process, OopType value) {
-  ProcessState& state = *memory.at(suspendedProcess(process)).extra->process;
-  if (state.place != noPlace) {
-    state.stack[state.place] = value;
-    state.top = state.place + 1;
-    state.sendNext = 0;
-  }
-  settleBefore(process);
-  return run(process);
-}
-
-OopType Machine::continueWithFailure(OopType process, Failure failure) {
-  return run(suspendedProcess(process), &failure);
 }
 
 std::uint32_t blockArguments(const Memory& memory, OopType block) {

@@ -215,6 +215,10 @@ constexpr bool owesBlock(const Frame& frame) {
 // ExceptionSet of some.
 void requireExceptions(const Memory& memory, OopType oop);
 
+// What lookups go by: the class of the receiver, or for a class itself the class with a bit more,
+// since it finds other methods than its instances.
+OopType keyOf(const Memory& memory, OopType receiver);
+
 // How many arguments the block takes. Throws ErrNotImplemented for a block of the store whose
 // method this version of the library does not have.
 std::uint32_t blockArguments(const Memory& memory, OopType block);
