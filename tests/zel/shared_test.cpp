@@ -107,6 +107,32 @@ TEST_F(Shared, NamesMayHaveAnyCharacters) {
     EXPECT_THAT(in(name, "SystemUser", text), Reads(expected));
 }
 
+// A child process has no part in a file that its parent has open, which is none the worse for it.
+TEST_F(Shared, AForkedProcessLeavesTheFileAlone) {
+  create("Globals at: #X put: 1");
+  openFile();
+  const ZelSessionIdType inFile = zel->ZelGetSessionId();
+  open("", "swordfish");
+  const ZelSessionIdType inMemory = zel->ZelGetSessionId();
+  const auto next = [&](ZelSessionIdType id) {
+    zel->ZelSetSessionId(id);
+    return show("Globals at: #X put: (Globals at: #X ifAbsent: [1]) + 1. System commit. X");
+  };
+  ASSERT_EQ("2", next(inFile));
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool refused = next(inFile).starts_with("error 2523") && next(inMemory) == "2";
+    zel->ZelShutdown();
+    _exit(refused ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+  EXPECT_EQ("3", next(inFile));
+  EXPECT_EQ("2", next(inMemory));
+  zel->ZelShutdown();
+}
+
 // What was acknowledged is there, and nothing by half. POVZEL_ROUNDS sets how often it is tried.
 TEST_F(Shared, KilledWritersLoseNothing) {
   create(

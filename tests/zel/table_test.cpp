@@ -71,7 +71,11 @@ TEST_F(Table, RefusesWrongLoginsAndSessions) {
                                            errorOf(zel->ZelLogin, "Nobody", "swordfish"),
                                            errorOf(zel->ZelSetSessionId, first + 1)));
   EXPECT_EQ(first, zel->ZelGetSessionId());
-  for (int i = 1; i < 64; ++i) ASSERT_NE(0, zel->ZelLogin("SystemUser", "swordfish")) << i;
+  run("Globals at: #All put: Set new. System commit");
+  for (int i = 1; i < 64; ++i) {
+    ASSERT_NE(0, zel->ZelLogin("SystemUser", "swordfish")) << i;
+    EXPECT_EQ(std::to_string(i), show("All add: System sessionId. System commit. All size"));
+  }
   EXPECT_EQ(2512, errorOf(zel->ZelLogin, "SystemUser", "swordfish"));
   EXPECT_EQ(0, errorOf(zel->ZelLogout));
   EXPECT_EQ(4100, errorOf(zel->ZelExecuteStr, "3", NilOop));

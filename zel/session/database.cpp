@@ -154,9 +154,15 @@ Session& login(Database& database, std::string_view serverName, std::string_view
     throw Failure(ErrLoginDenied, "login denied: the user name or the password is wrong");
   }
   const std::int32_t id = nextFreeId(database);
-  Session& session =
-      database.sessions.try_emplace(id, database, id, user, std::move(repository)).first->second;
-  if (isNew) session.workspace->found(std::move(founders));
+  const auto opened =
+      database.sessions.try_emplace(id, database, id, user, std::move(repository)).first;
+  Session& session = opened->second;
+  try {
+    if (isNew) session.workspace->found(std::move(founders));
+  } catch (...) {
+    database.sessions.erase(opened);
+    throw;
+  }
   database.current = &session;
   shareMemory(session, false);
   return session;

@@ -395,8 +395,13 @@ void Workspace::moveTo(Version version) {
   const Version before = std::exchange(view_, version);
   try {
     apply(changes);
-  } catch (...) {
+  } catch (const Failure& failure) {  // some of it has been applied
     view_ = before;
+    behind_ = failure;
+    throw;
+  } catch (const std::bad_alloc&) {
+    view_ = before;
+    behind_ = memoryFailure(memory_);
     throw;
   }
   equalityEpoch_ = memory_.equalityEpoch;
@@ -487,8 +492,10 @@ void Workspace::commit() {
     endTransaction();
     try {
       follow(writing.changes, outcome.version);
-    } catch (const Failure& failure) {
-      behind_ = failure;  // what is committed is so all the same
+    } catch (Failure& failure) {
+      behind_ = std::move(failure);  // what is committed is so all the same
+    } catch (const std::bad_alloc&) {
+      behind_ = memoryFailure(memory_);
     }
     repository_.tidy(false);
     return;

@@ -89,7 +89,8 @@ class Workspace {
   UserChanges users_;
   UserChanges founders_;  // among them, until they are committed
   Version view_ = 0;      // leased
-  // Why the view did not move to the last commit: nothing can be loaded until it has.
+  // Why the view did not move to the last commit, or not as a whole to a newer one: nothing can be
+  // loaded until it has.
   std::optional<Failure> behind_;
   Version lastCommit_ = 0;
   // The last one that changed what `=` or `hash` means, and the memory's count when this
