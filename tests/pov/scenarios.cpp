@@ -98,10 +98,10 @@ isKindOf object other | object.value=8 object.valueString=a\xed\xa0\xbd\xed\xb8\
 isKindOf object other | object.value=9 object.valueLong=4298567296 object.valueInt1=2012
  object.valueInt2=60
  => 0 | NewDateTime(1857,{2012,60,3600000,10})? IsKindOf(5000,4720)? | [5000,4720]
-isKindOf object other | IsKindOf=-3 => -3 | IsKindOf(4716,4720)?
- ~;7: isKindOf.;Returning: 0;Returning: 0;isKindOf completed.;Returning: -3
+isKindOf object other | IsKindOf=-3 => 1 | IsKindOf(4716,4720)?
+ ~;7: isKindOf.;Returning: 0;Returning: 0;isKindOf completed.;Returning: 1
 isKindOf null other => isKindOf(): NULL obj argument
-isKindOf object null => isKindOf(): NULL cls argument
+isKindOf object null | object.value=7 object.valueString=new => isKindOf(): NULL cls argument
 isKindOf object other | object.value=7 => getOop(): NULL valueString
 
 executeStr '3 + 4' result | ExecuteStr=31
@@ -122,7 +122,8 @@ perform object 'a:b:c:' array 3 result | Perform=31 element.value=7 element.valu
  ;     jarg[0] = P;Returning: 0;     arg[0] = 8000;     jarg[1] = P;Returning: 0;     arg[1] = 5000
  ;     jarg[2] = P;Returning: 0;     arg[2] = 8008;     Selector = a:b:c:SEVEN
 perform null 'x' array 1 result => perform(): NULL receiver argument
-perform object null array 1 result => perform(): NULL selector argument
+perform object null array 2 result | element.value=7 element.valueString=new
+ => perform(): NULL selector argument
 perform object 'x' null 1 result => perform(): NULL args argument
 perform object 'x' array 2 result | hole=1 => perform(): NULL args element argument
 perform object 'x' array 1 null => perform(): NULL result argument
@@ -140,8 +141,7 @@ continue object null result 'b\xc3\xa4d' 'at x\x0aat y' | ContinueWith=31
  ;Continue: oop result = 31SEVEN
 continue object null result null 'not read' | ContinueWith=31
  => 0 | ContinueWith(4716,1,0,null)?? | oop=31 objType=3 valueType=3 valueLong=7
-continue object null result 'm' null
- => -1 | NewOop(1169)? StoreBytesInstanceOf(10,5000,1,<m>,1)? | | continue(): NULL errStk argument
+continue object null result 'm' null => continue(): NULL errStk argument
 continue null other result null null => continue(): NULL process argument
 continue object other null null null => continue(): NULL jvResult argument
 

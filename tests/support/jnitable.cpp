@@ -62,9 +62,9 @@ void observe(const char* called, R (JNICALL* Table::*)(JNIEnv*, Args...)) {
   observe<&Table::function, effect, false>(#function, &Table::function)
 
 void observeAll() {
-  passOn<&Table::ExceptionCheck, &Table::ExceptionClear, &Table::GetArrayLength,
-         &Table::GetStringLength, &Table::GetStringUTFLength, &Table::GetByteField,
-         &Table::GetIntField, &Table::GetLongField, &Table::GetDoubleField, &Table::SetBooleanField,
+  passOn<&Table::ExceptionClear, &Table::GetArrayLength, &Table::GetStringLength,
+         &Table::GetStringUTFLength, &Table::GetByteField, &Table::GetIntField,
+         &Table::GetLongField, &Table::GetDoubleField, &Table::SetBooleanField,
          &Table::SetByteField, &Table::SetIntField, &Table::SetLongField, &Table::SetDoubleField,
          &Table::SetObjectField>();
   FAILS(FindClass, MakesReference);
@@ -73,9 +73,9 @@ void observeAll() {
   FAILS(NewByteArray, MakesReference);
   FAILS(NewLongArray, MakesReference);
   FAILS(GetObjectArrayElement, MakesReference);
-  FAILS(SetByteArrayRegion, None);
-  FAILS(GetLongArrayRegion, None);
-  FAILS(SetLongArrayRegion, None);
+  WORKS(SetByteArrayRegion, None);
+  WORKS(GetLongArrayRegion, None);
+  WORKS(SetLongArrayRegion, None);
   FAILS(GetStringUTFChars, Obtains);
   FAILS(GetStringChars, Obtains);
   FAILS(GetByteArrayElements, Obtains);

@@ -53,7 +53,7 @@ void storeNumbers(jobject jErrRpt) {
 
 bool storeMessage(jobject jErrRpt) {
   if (messageFid == nullptr) return true;
-  jstring message = ENV->NewStringUTF(ZelError.message);
+  jstring message = newErrorText(ZelError.message);
   if (message == nullptr) return false;
   ENV->SetObjectField(jErrRpt, messageFid, message);
   return true;
@@ -69,7 +69,6 @@ bool storeArguments(jobject jErrRpt) {
     jlong staged[ZelMaxErrArgs];
     widen(ZelError.args, staged, ZelError.argCount);
     ENV->SetLongArrayRegion(args, 0, ZelError.argCount, staged);
-    if (threw()) return false;
   }
   ENV->SetObjectField(jErrRpt, argsFid, args);
   return true;

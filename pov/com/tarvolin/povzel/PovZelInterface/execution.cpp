@@ -1,5 +1,5 @@
-// The natives that run code in the database. A result that could not be reported is refused before
-// anything runs.
+// The natives that run code in the database. A result that could not be reported, and an argument
+// that is missing, is refused before anything is created or runs.
 #include "frame.h"
 
 namespace bridge {
@@ -47,7 +47,6 @@ jint errorReplacement(jstring jErrMsg, jstring jErrStk, OopType* replacement, jo
   jint status = createText(jErrMsg, message, &messageOop, jErrReport);
   if (status != 0) return status;
 
-  if (jErrStk == nullptr) return refuse(jErrReport, "continue(): NULL errStk argument");
   const char* stack = sbString(jErrStk);
   if (stack == nullptr) return allocationFailure();
   TRACE("Error stack: \n%s", stack);
@@ -72,7 +71,7 @@ jint executeStr(jstring jExecStr, jobject result, jobject jErrReport) {
   const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecuteStr(source, NilOop);
   TRACE("ResultOop = %ld\n", traced(resultOop));
   if (errorPending(jErrReport)) return -1;
-  return setupReport(resultOop, result, jErrReport, 1);
+  return describeResult(resultOop, result, jErrReport);
 }
 
 jint executeObj(jobject jexeObj, jobject result, jobject jErrReport) {
@@ -83,13 +82,14 @@ jint executeObj(jobject jexeObj, jobject result, jobject jErrReport) {
   TRACE("     Execute str oop = %ld\n", traced(source));
   const OopType resultOop = rtlPrivZelRtlFuncs->ZelExecute(source, NilOop);
   if (errorPending(jErrReport)) return -1;
-  return setupReport(resultOop, result, jErrReport, 1);
+  return describeResult(resultOop, result, jErrReport);
 }
 
 // The selector is converted last, since every getOop releases the temporary strings.
 jint perform(jobject jReceiver, jstring jSelector, jobjectArray jArgs, jint numArgs, jobject result,
              jobject jErrReport) {
   if (result == nullptr) return refuse(jErrReport, "perform(): NULL result argument");
+  if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
   jint status = checkCount(performArgs, mostArguments, jArgs, numArgs, jErrReport);
   if (status != 0) return status;
   OopType receiver = 0;
@@ -101,19 +101,21 @@ jint perform(jobject jReceiver, jstring jSelector, jobjectArray jArgs, jint numA
   status = elementOops(jArgs, numArgs, "perform", argNames, args, jErrReport);
   if (status != 0) return status;
 
-  if (jSelector == nullptr) return refuse(jErrReport, "perform(): NULL selector argument");
   const char* selector = sbString(jSelector);
   if (selector == nullptr) return allocationFailure();
   TRACE("     Selector = %s\n", selector);
   const OopType resultOop =
       rtlPrivZelRtlFuncs->ZelPerform(receiver, selector, args, static_cast<ArraySizeType>(numArgs));
   if (errorPending(jErrReport)) return -1;
-  return setupReport(resultOop, result, jErrReport, 1);
+  return describeResult(resultOop, result, jErrReport);
 }
 
 jint resume(jobject jProcess, jobject jStResult, jobject jJvResult, jstring jErrMsg,
             jstring jErrStk, jobject jErrReport) {
   if (jJvResult == nullptr) return refuse(jErrReport, "continue(): NULL jvResult argument");
+  if (jStResult == nullptr && jErrMsg != nullptr && jErrStk == nullptr) {
+    return refuse(jErrReport, "continue(): NULL errStk argument");
+  }
   OopType process = 0;
   jint status = argumentOop(jProcess, "continue", "process", &process, jErrReport);
   if (status != 0) return status;
@@ -130,7 +132,7 @@ jint resume(jobject jProcess, jobject jStResult, jobject jJvResult, jstring jErr
   const OopType resultOop = rtlPrivZelRtlFuncs->ZelContinueWith(process, replacement, 0, nullptr);
   if (errorPending(jErrReport)) return -1;
   TRACE("Continue: oop result = %ld\n", traced(resultOop));
-  return setupReport(resultOop, jJvResult, jErrReport, 1);
+  return describeResult(resultOop, jJvResult, jErrReport);
 }
 
 }  // namespace

@@ -28,13 +28,10 @@ __attribute__((format(printf, 2, 3), cold)) jint refuse(jobject jErrReport, cons
 // reason. Returns -2.
 __attribute__((cold)) jint allocationFailure();
 
-// True if the JNI call just made threw; the exception is dropped.
-inline bool threw() {
-  if (!ENV->ExceptionCheck()) [[likely]]
-    return false;
-  ENV->ExceptionClear();
-  return true;
-}
+// The text of an error as a Java string: what is malformed in it is a question mark each, and a
+// character that its end cuts is left out. Null if the string cannot be had.
+using ErrorText = char[sizeof ZelError.message];
+jstring newErrorText(const ErrorText& text);
 
 // zelError while a library is loaded: true if an error was pending, which is then in `jErrReport`.
 inline bool errorPending(jobject jErrReport) {
@@ -115,11 +112,13 @@ inline jint checkCount(const CountedArray& names, jint limit, jarray array, jint
 }
 
 // The element at `index`, counted from 0, of an array of reports. Its local reference ends with its
-// turn of the loop.
+// turn of the loop. Whoever fetches elements, or copies parts of an array, has tested the array's
+// length, the one thing that JNI would throw for.
 class Element {
  public:
   Element(jobjectArray array, jint index) : reference(ENV->GetObjectArrayElement(array, index)) {
-    if (threw()) reference = nullptr;
+    if (reference == nullptr) [[unlikely]]
+      ENV->ExceptionClear();
   }
   ~Element() {
     if (reference != nullptr) ENV->DeleteLocalRef(reference);
@@ -199,10 +198,37 @@ inline jint saveObject(OopType oop, jobject result, jobject jErrReport) {
   return poll(jErrReport);
 }
 
-// setupReport's short description, and its status, without the call for the objects that a
-// collection mostly holds.
+constexpr bool isSmallInteger(OopType oop) {
+  return (oop & 3) == 3;
+}
+
+constexpr jint smallIntegerValue(OopType oop) {
+  return static_cast<jint>(oop) >> 2;
+}
+
+// What comes behind a small integer's oop and object type in its description. Returns 0 or -1.
+inline jint describeInteger(OopType oop, jobject result, jobject jErrReport) {
+  if (errorPending(jErrReport)) return -1;
+  const jint value = smallIntegerValue(oop);
+  TRACE("setup:  oop %ld is a small int, value = %ld\n", traced(oop), traced(value));
+  ENV->SetByteField(result, valueTypeFid, IntegerValue);
+  ENV->SetLongField(result, longFid, value);
+  return 0;
+}
+
+// setupReport of what a native delivers, without the call for the commonest. The strings that are
+// live then are released with the native's end.
+inline jint describeResult(OopType oop, jobject result, jobject jErrReport,
+                           BoolType fullSetup = 1) {
+  if (Debug != 0 || !isSmallInteger(oop)) return setupReport(oop, result, jErrReport, fullSetup);
+  ENV->SetLongField(result, oopFid, oop);
+  ENV->SetByteField(result, objTypeFid, SpecialObject);
+  return describeInteger(oop, result, jErrReport);
+}
+
+// The same in short, for what a collection mostly holds.
 inline jint describeShortly(OopType oop, jobject result, jobject jErrReport) {
-  if (Debug != 0 || !isObject(oop)) return setupReport(oop, result, jErrReport, 0);
+  if (Debug != 0 || !isObject(oop)) return describeResult(oop, result, jErrReport, 0);
   const jint status = saveObject(oop, result, jErrReport);
   if (status != 0) [[unlikely]]
     releaseStrings();

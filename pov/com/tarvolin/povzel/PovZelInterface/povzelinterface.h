@@ -156,7 +156,7 @@ POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(
     jthrowable jErrReport);
 
 // Returns the library's answer, 0 for false, to whether the object `jobj` is a kind of the class
-// `jcls`: the library's own boolean, unchanged.
+// `jcls`: the library's own boolean, but 1 for a negative one, which is no failure.
 POVZEL_EXPORT jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass ignore,
                                                                        jint sessionId, jobject jobj,
                                                                        jobject jcls,
@@ -198,9 +198,11 @@ POVZEL_EXPORT jint zelError(jobject errRpt);
 // Returns setupError's result.
 POVZEL_EXPORT jint genericError(jobject errRpt, const char* message);
 
-// Copies the last error into the PovZelException `jErrRpt`; null is ignored. An argument count
-// outside 0 to 10 counts as the nearer end. While the exception class's fields are not known yet,
-// they are looked up here; one that cannot be found is left out.
+// Copies the last error into the PovZelException `jErrRpt`; null is ignored. Bytes of its message
+// that are no UTF-8, Java's form of it included, become question marks; a character that the text's
+// end cuts is left out. An argument count outside 0 to 10 counts as the nearer end. While the
+// exception class's fields are not known yet, they are looked up here; one that cannot be found is
+// left out.
 //
 // Returns 0, or -2 if a Java string or array could not be had: then message and arguments, or the
 // arguments alone, are not stored, and temporary strings have been released.

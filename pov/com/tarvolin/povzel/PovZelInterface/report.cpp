@@ -19,25 +19,8 @@ bool isCharacter(OopType oop) {
   return (oop & 31) == CharacterTag;
 }
 
-bool isSmallInteger(OopType oop) {
-  return (oop & 3) == 3;
-}
-
-jint smallIntegerValue(OopType oop) {
-  return static_cast<jint>(oop) >> 2;
-}
-
 void setValueType(jobject result, ValueType valueType) {
   ENV->SetByteField(result, valueTypeFid, valueType);
-}
-
-jint describeInteger(OopType oop, jobject result, jobject jErrReport) {
-  if (errorPending(jErrReport)) return -1;
-  const jint value = smallIntegerValue(oop);
-  TRACE("setup:  oop %ld is a small int, value = %ld\n", traced(oop), traced(value));
-  setValueType(result, IntegerValue);
-  ENV->SetLongField(result, longFid, value);
-  return 0;
 }
 
 jint describeUnknown(OopType oop, jobject jErrReport) {
@@ -75,7 +58,6 @@ jint storeBytes(jobject result, jint count) {
   if (bytes == nullptr) return allocationFailure();
   if (count > 0) {
     ENV->SetByteArrayRegion(bytes, 0, count, reinterpret_cast<const jbyte*>(byteBuf));
-    if (threw()) return allocationFailure();
   }
   ENV->SetObjectField(result, bytesFid, bytes);
   return 0;
@@ -92,7 +74,6 @@ jint storeOops(jobject result, jint count) {
   if (count > 0) {
     widen(preloadedOops(), longBuf, count);
     ENV->SetLongArrayRegion(oops, 0, count, longBuf);
-    if (threw()) return allocationFailure();
   }
   ENV->SetObjectField(result, longsFid, oops);
   return 0;

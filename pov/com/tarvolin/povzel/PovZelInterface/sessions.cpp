@@ -61,7 +61,7 @@ jint logout(jobject jErrReport) {
 jint setup(jobject result, jobject jErrReport) {
   if (result == nullptr) return refuse(jErrReport, "setup(): NULL result argument");
   const auto oop = static_cast<OopType>(ENV->GetLongField(result, oopFid));
-  return setupReport(oop, result, jErrReport, 1);
+  return describeResult(oop, result, jErrReport);
 }
 
 }  // namespace

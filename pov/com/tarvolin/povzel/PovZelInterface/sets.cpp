@@ -17,20 +17,6 @@ void traceLongs(jint count) {
   for (jint i = 0; i < count; ++i) writeTrace("     %lld\n", longBuf[i]);
 }
 
-jint copyFromJava(jlongArray joops, jint count, jobject jErrReport) {
-  if (count == 0) return 0;
-  ENV->GetLongArrayRegion(joops, 0, count, longBuf);
-  if (!threw()) return 0;
-  return refuse(jErrReport, "Problem with GetLongArrayRegion in releaseOops()");
-}
-
-jint copyToJava(jlongArray joops, jint count, jobject jErrReport) {
-  if (count == 0) return 0;
-  ENV->SetLongArrayRegion(joops, 0, count, longBuf);
-  if (!threw()) return 0;
-  return refuse(jErrReport, "Problem with SetLongArrayRegion in changedOops()");
-}
-
 // Takes the first `count` oops of oopBuf out of the export set.
 jint releaseStaged(jint count, jobject jErrReport) {
   rtlPrivZelRtlFuncs->ZelReleaseOops(oopBuf, static_cast<ArraySizeType>(count));
@@ -46,9 +32,9 @@ jint removeFromExportSet(jobjectArray jobjs, jint numObjs, jobject jErrReport) {
 }
 
 jint releaseOops(jlongArray joops, jint numOops, jobject jErrReport) {
-  jint status = checkCount(releasedOops, BufSizeOops, joops, numOops, jErrReport);
-  if (status == 0) status = copyFromJava(joops, numOops, jErrReport);
+  const jint status = checkCount(releasedOops, BufSizeOops, joops, numOops, jErrReport);
   if (status != 0) return status;
+  if (numOops > 0) ENV->GetLongArrayRegion(joops, 0, numOops, longBuf);
   TRACE("     Releasing %d oops:\n", numOops);
   traceLongs(numOops);
   for (jint i = 0; i < numOops; ++i) oopBuf[i] = static_cast<OopType>(longBuf[i]);
@@ -56,7 +42,7 @@ jint releaseOops(jlongArray joops, jint numOops, jobject jErrReport) {
 }
 
 jint collectChangedOops(jlongArray joops, jint numOops, jobject jErrReport) {
-  jint status = checkCount(changedOops, BufSizeOops, joops, numOops, jErrReport);
+  const jint status = checkCount(changedOops, BufSizeOops, joops, numOops, jErrReport);
   if (status != 0) return status;
   const auto room = static_cast<ArraySizeType>(numOops);
   ArraySizeType delivered = room;
@@ -66,20 +52,21 @@ jint collectChangedOops(jlongArray joops, jint numOops, jobject jErrReport) {
   if (errorPending(jErrReport)) return -1;
   TRACE("     Returning %d changed oops:\n", changed);
   traceLongs(changed);
-  status = copyToJava(joops, changed, jErrReport);
-  return status != 0 ? status : changed;
+  if (changed > 0) ENV->SetLongArrayRegion(joops, 0, changed, longBuf);
+  return changed;
 }
 
 jint isKindOf(jobject jobj, jobject jcls, jobject jErrReport) {
+  if (jobj == nullptr) return refuse(jErrReport, "isKindOf(): NULL obj argument");
+  if (jcls == nullptr) return refuse(jErrReport, "isKindOf(): NULL cls argument");
   OopType obj = 0;
   OopType cls = 0;
-  jint status = argumentOop(jobj, "isKindOf", "obj", &obj, jErrReport);
-  if (status == 0) status = argumentOop(jcls, "isKindOf", "cls", &cls, jErrReport);
+  jint status = oopOf(jobj, &obj, jErrReport);
+  if (status == 0) status = oopOf(jcls, &cls, jErrReport);
   if (status != 0) return status;
   const jint answer = rtlPrivZelRtlFuncs->ZelIsKindOf(obj, cls);
   if (errorPending(jErrReport)) return -1;
-  TRACE("isKindOf completed.");  // here, because a negative answer is no failure
-  return answer;
+  return answer >= 0 ? answer : 1;  // a negative status is a failure
 }
 
 }  // namespace
@@ -110,6 +97,6 @@ jint Java_com_tarvolin_povzel_PovZelInterface__1changedOops(JNIEnv* env, jclass,
 jint Java_com_tarvolin_povzel_PovZelInterface__1isKindOf(JNIEnv* env, jclass, jint sessionId,
                                                          jobject jobj, jobject jcls,
                                                          jthrowable jErrReport) {
-  return bridge::runInSession({" isKindOf."}, env, sessionId, jErrReport,
+  return bridge::runInSession({" isKindOf.", "isKindOf"}, env, sessionId, jErrReport,
                               [&] { return bridge::isKindOf(jobj, jcls, jErrReport); });
 }

@@ -3,8 +3,9 @@
 // The folder, from the ground up:
 //   state.h    state.cpp                    state, trace
 //   fields.h   fields.cpp                   the fields of Java's two report classes
-//   frame.h    strings.cpp errors.cpp       what natives are made of, and the frame around them
-//              values.cpp report.cpp
+//   frame.h    strings.cpp javatext.cpp     what natives are made of, and the frame around them
+//              errors.cpp values.cpp
+//              report.cpp
 //              initialize.cpp sessions.cpp  the natives
 //              execution.cpp transfer.cpp
 //              sets.cpp
