@@ -18,8 +18,9 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 
-# Doubles are computed in SSE registers, never with x87 excess precision. Callers may align the
-# stack to 4 bytes only, so entry points realign it.
+# Doubles are computed in SSE registers, never with x87 excess precision. What a caller that aligns
+# the stack to 4 bytes only may come to keeps its own frame in order; entry points do more, see
+# povzeltypes.h.
 add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-msse2;-mfpmath=sse;-mstackrealign>")
 # No file of the build names the place where it was built.
 add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX,ASM>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=>")

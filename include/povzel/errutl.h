@@ -61,15 +61,15 @@ POVZEL_STATIC_ASSERT(offsetof(ErrUtlEntrySType, argOrder) == 12 &&
 
 // The open file: its name (set before it is opened), its stream (null when there is none) and,
 // if it is a compiled one, its header. Requests for texts use what was read when it was opened.
-POVZEL_EXPORT extern HostFnameStrType ErrUtlErrFileName;
-POVZEL_EXPORT extern FILE* ErrUtlErrFile;
-POVZEL_EXPORT extern ErrUtlHdrSType ErrUtlFileHdr;
+POVZEL_EXPORT_DATA extern HostFnameStrType ErrUtlErrFileName;
+POVZEL_EXPORT_DATA extern FILE* ErrUtlErrFile;
+POVZEL_EXPORT_DATA extern ErrUtlHdrSType ErrUtlFileHdr;
 
 // The last ErrUtlInit succeeded.
-POVZEL_EXPORT extern BoolType errutl_is_init;
+POVZEL_EXPORT_DATA extern BoolType errutl_is_init;
 
 // The bytes that a compiled file starts with, and their address.
-POVZEL_EXPORT extern const unsigned char magicArray[4];
+POVZEL_EXPORT_DATA extern const unsigned char magicArray[4];
 POVZEL_EXPORT const unsigned char* ErrUtlGetMagic(void);
 
 // Returns 1 if the 4 bytes of `transform4` are 0 to 3 in some order and the 2 of `transform2` are

@@ -21,7 +21,7 @@ typedef void HostFatalReportFuncType(void);
 POVZEL_BEGIN_C
 
 // When non-zero, the fatal paths return at once. The library never sets it.
-POVZEL_EXPORT extern BoolType noHalt;
+POVZEL_EXPORT_DATA extern BoolType noHalt;
 
 // Registers `hook`, which HostCallDebugger calls first; null removes it.
 POVZEL_EXPORT void HostOnDebug(HostOnDebugHandlerType hook);

@@ -40,7 +40,7 @@ POVZEL_BEGIN_C
 // How many SIGSEGV handlers are running now, in all threads together. A thread's third, inside its
 // other two, ends the process; what the program adds here counts for every thread. One that a
 // program's handler left by siglongjmp is taken off at the thread's next.
-POVZEL_EXPORT extern long segvInProgressCount;
+POVZEL_EXPORT_DATA extern long segvInProgressCount;
 
 // Installs the handler, once until HostShutDown. `flushFiles` is called before the process ends by
 // a signal, `shutDown` after a core dump; either may be null. Gives the calling thread a signal

@@ -8,8 +8,16 @@
 #include <limits.h>
 #include <stdint.h>
 
-// Marks a declaration as part of the library's exported interface.
-#define POVZEL_EXPORT __attribute__((visibility("default")))
+// Marks a declaration as part of the library's exported interface. Callers may align the stack to 4
+// bytes only: the library's own functions, which define POVZEL_ALIGNS_STACK, align it anew, so that
+// whatever they call finds it as the compiler expects it. Programs do not see that attribute, which
+// a pointer type made of a function's would drop with a warning.
+#define POVZEL_EXPORT_DATA __attribute__((visibility("default")))
+#ifdef POVZEL_ALIGNS_STACK
+#define POVZEL_EXPORT __attribute__((visibility("default"), force_align_arg_pointer))
+#else
+#define POVZEL_EXPORT POVZEL_EXPORT_DATA
+#endif
 
 // What C, from C99 on, and C++ write differently:
 //   POVZEL_BEGIN_C, POVZEL_END_C  stand around the declarations with C linkage

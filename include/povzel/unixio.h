@@ -33,7 +33,7 @@ typedef void UnixSignalFuncType_1arg(int sig);
 POVZEL_BEGIN_C
 
 // A request to give up a blocking terminal read. The read that honours it clears it.
-POVZEL_EXPORT extern volatile BoolType cancelBlockingCall;
+POVZEL_EXPORT_DATA extern volatile BoolType cancelBlockingCall;
 
 // Install `fct`, which may also be SIG_DFL or SIG_IGN, for signal `sig`; every signal is blocked
 // while it runs. `oldHandler` receives the previous action unless it is null. A signal that the

@@ -18,11 +18,11 @@
 POVZEL_BEGIN_C
 
 // Entry i has its i lowest bits set.
-POVZEL_EXPORT extern const POVZEL_ARRAY(unsigned int, maskOfOnes, 32);
+POVZEL_EXPORT_DATA extern const POVZEL_ARRAY(unsigned int, maskOfOnes, 32);
 
 // Entry x is the number of the lowest set bit of x. Entry 0 is -23: added to the 22 of a word's top
 // chunk of 10 bits it says that there is none.
-POVZEL_EXPORT extern const POVZEL_ARRAY(signed char, ffstable, 2048);
+POVZEL_EXPORT_DATA extern const POVZEL_ARRAY(signed char, ffstable, 2048);
 
 // Returns 1 if bit `bit` of `array` is set, else 0.
 POVZEL_EXPORT BoolType UtlBitAt(const unsigned int* array, unsigned long bit);

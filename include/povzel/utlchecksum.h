@@ -14,7 +14,7 @@
 POVZEL_BEGIN_C
 
 // Entry x is what the byte x contributes to a checksum whose low byte was 0.
-POVZEL_EXPORT extern const POVZEL_ARRAY(unsigned long, crctable, 256);
+POVZEL_EXPORT_DATA extern const POVZEL_ARRAY(unsigned long, crctable, 256);
 
 // Returns the checksum of `length` bytes, which need no alignment. Callers have a positive multiple
 // of 4; any other length is handled byte by byte at its end, and no bytes at all give 0.

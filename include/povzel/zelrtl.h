@@ -18,7 +18,7 @@
 POVZEL_BEGIN_C
 
 // The loaded library's table, which the library owns; null while none is loaded.
-POVZEL_EXPORT extern const ZelRtlJumpSType* rtlPrivZelRtlFuncs;
+POVZEL_EXPORT_DATA extern const ZelRtlJumpSType* rtlPrivZelRtlFuncs;
 
 // Loads the remote ("rpc", `useRpc` non-zero) or linked ("lnk") interface library and publishes
 // its table. Tried in order: each directory of `path` (separated by ';'; may be null), the lib

@@ -8,6 +8,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "misaligned.h"
+
 namespace harness {
 
 namespace {
@@ -33,7 +35,7 @@ jint invoke(jint (*native)(JNIEnv*, jclass, Args...), Context& c, std::istream& 
   char* text = nullptr;
   std::size_t size = 0;
   FILE* const before = std::exchange(stdout, open_memstream(&text, &size));
-  const jint status = std::apply(native, arguments);
+  const jint status = std::apply(misaligned(c.bytesOff, native), arguments);
   c.flushed.assign(text, size);
   std::fclose(stdout);
   c.printed.assign(text, size);

@@ -36,7 +36,8 @@ struct Context {
 
   std::string shown(const char* name) const { return jvm::shown(named.at(name)); }
 
-  std::string flushed;  // of what the last call printed
+  unsigned bytesOff = 0;  // by which the calls miss the alignment of the stack
+  std::string flushed;    // of what the last call printed
   std::string printed;
   JNIEnv* env = jvm::start();
   jvm::Frame frame{256};

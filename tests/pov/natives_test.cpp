@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include "harness.h"
+#include "misaligned.h"
 #include "tests.h"
 
 namespace harness {
@@ -106,6 +107,23 @@ TEST_F(Natives, SurviveAnyFailureOfTheJvm) {
         jnitable::state.failAfterwards = n % 2 == 0;
       },
       expectSurvived);
+}
+
+TEST_F(Natives, AlignTheStackForWhatTheyCall) {
+  for (const unsigned bytesOff : {4, 8, 12}) {
+    for (const ScenarioSType& scenario : scenarios()) {
+      clear();
+      Context c;
+      c.bytesOff = bytesOff;
+      EXPECT_EQ(scenario.status, scenario.run(c));
+      const bool wasMisaligned = recorder::state.misaligned || jnitable::state.misaligned;
+      EXPECT_FALSE(wasMisaligned) << bytesOff << ": " << scenario.call;
+    }
+    recorder::state.misaligned = false;
+    misaligned(bytesOff, zelError)(nullptr);
+    misaligned(bytesOff, zelFetchNamedOops)(4, 1, nullptr, 0);
+    EXPECT_FALSE(recorder::state.misaligned) << bytesOff;
+  }
 }
 
 // Whole characters, in Java's form of UTF-8; what is none is a question mark a byte.

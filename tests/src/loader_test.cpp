@@ -3,6 +3,7 @@
 #include <povzel/dynlib.h>
 #include <povzel/zelrtl.h>
 #include <povzel/zeltable.h>
+#include "misaligned.h"
 #include "tests.h"
 
 namespace {
@@ -15,6 +16,7 @@ struct Hooks {
   std::map<std::string, std::string> stands = {};  // name asked for: file that is opened
   const ZelRtlJumpSType* table = nullptr;          // that the fixture library hands out
   int flags = 0;                                   // of the last dlopen
+  bool misaligned = false;  // a call came with a stack that is not aligned to 16 bytes
   bool isSetId = false;
 };
 Hooks hooks;
@@ -27,6 +29,7 @@ extern "C" {
 POVZEL_EXPORT void* dlopen(const char* name, int flags) noexcept {
   static const auto real = reinterpret_cast<decltype(&dlopen)>(dlsym(RTLD_NEXT, "dlopen"));
   if (name == nullptr) return real(name, flags);
+  hooks.misaligned |= !STACK_IS_ALIGNED();
   hooks.events.emplace_back(name);
   hooks.flags = flags;
   const auto stand = hooks.stands.find(name);
@@ -215,6 +218,18 @@ TEST_F(Loader, PublishesOneFitTable) {
   ZelRtlUnload();
   EXPECT_THAT(hooks.events, ElementsAre("ZelShutdown", "ZelUnload", "closed"));
   EXPECT_EQ(rtlPrivZelRtlFuncs, nullptr);
+}
+
+TEST_F(Loader, AlignsTheStackForWhatItCalls) {
+  for (const unsigned bytesOff : {4, 8, 12}) {
+    DynLibType library = nullptr;
+    misaligned(bytesOff, DynLibLoad)(POVZEL_FIXTURE, &library, nullptr, 0);
+    misaligned(bytesOff, DynLibUnload)(library);
+    misaligned(bytesOff, ZelRtlLoad)(1, nullptr, nullptr, 0);
+    misaligned(bytesOff, ZelRtlUnload)();
+    EXPECT_THAT(hooks.events, testing::Contains("closed"));
+    EXPECT_FALSE(hooks.misaligned) << bytesOff;
+  }
 }
 
 TEST_F(Loader, OverlongNamesAreRefused) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "misaligned.h"
+
 namespace jnitable {
 
 StateSType state;
@@ -45,6 +47,7 @@ template <auto slot, EffectEType effect, bool canFail, typename R, typename... A
 void observe(const char* called, R (JNICALL* Table::*)(JNIEnv*, Args...)) {
   static const char* const name = called;
   observed.*slot = [](JNIEnv* env, Args... arguments) -> R {
+    state.misaligned |= !STACK_IS_ALIGNED();
     if (canFail && failsNow(env, name)) return R();
     if constexpr (std::is_void_v<R>) {
       account(effect, name);

@@ -27,6 +27,7 @@ struct StateSType {
   int held = 0;                 // strings and arrays obtained and not given back
   int references = 0;           // local references made and not deleted
   int mostReferences = 0;
+  bool misaligned = false;    // a call came with a stack that is not aligned to 16 bytes
   std::string released = "";  // the functions that gave something back, in their order
 };
 

@@ -1,5 +1,7 @@
 #include "recorder.h"
 
+#include "misaligned.h"
+
 #include <malloc.h>
 
 #include <algorithm>
@@ -115,6 +117,7 @@ template <std::size_t slot, typename R, typename... Args>
 void fill(R (*&entry)(Args...), const char* called) {
   static const char* const name = called;
   entry = [](Args... arguments) -> R {
+    state.misaligned |= !STACK_IS_ALIGNED();
     const char* const gap = state.calls.empty() ? "" : " ";
     state.calls += slot == ZelErr ? "?" : gap + shownCall(name, arguments...);
     const double result = told(name, behave<slot>(arguments...));

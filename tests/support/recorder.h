@@ -14,11 +14,12 @@ namespace recorder {
 struct StateSType {
   std::string calls;  // "SetSessionId(7)? ExecuteStr('3 + 4',10)?"; "?" is a call of ZelErr
 
-  int failAt = 0;        // after this call, counted from 1, `error` is pending; 0 for none
-  std::string failName;  // when not empty, failAt counts the calls of this slot only
-  int count = 0;         // calls so far, other than of ZelErr
-  std::string failed;    // the call that left the error
-  bool pending = false;  // ZelErr has something to report
+  int failAt = 0;           // after this call, counted from 1, `error` is pending; 0 for none
+  std::string failName;     // when not empty, failAt counts the calls of this slot only
+  int count = 0;            // calls so far, other than of ZelErr
+  std::string failed;       // the call that left the error
+  bool pending = false;     // ZelErr has something to report
+  bool misaligned = false;  // a slot was called with a stack that is not aligned to 16 bytes
   ZelErrSType error{231169, 2101, 777, "something failed", {11, 0xffffffff, 13}, 3, 0};
 
   // What slots answer; otherwise 0, or true, or a new oop. Also what every object is: "impl" (0

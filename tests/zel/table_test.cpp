@@ -1,6 +1,24 @@
 // The table: what each slot does as a client uses it, and with arguments that make no sense.
 
+#include <dlfcn.h>
+
+#include "misaligned.h"
 #include "session_fixture.h"
+
+namespace {
+
+bool sawMisaligned = false;
+
+}  // namespace
+
+// What a slot that refuses its arguments calls of another library.
+extern "C" void* __cxa_allocate_exception(std::size_t size) noexcept {
+  using AllocateFType = void* (*)(std::size_t);
+  static const auto real =
+      reinterpret_cast<AllocateFType>(dlsym(RTLD_NEXT, "__cxa_allocate_exception"));
+  sawMisaligned |= !STACK_IS_ALIGNED();
+  return real(size);
+}
 
 namespace {
 
@@ -63,6 +81,18 @@ TEST_F(Table, FillsEverySlotAndNamesTheOnesItDoesNotProvide) {
   EXPECT_EQ(0, reinterpret_cast<int (*)()>(zel->ZelTvSocketRead)());
   EXPECT_EQ("error 2509: ZelTvSocketRead is not provided by the embedded interface library",
             takeError());
+}
+
+TEST_F(Table, AlignsTheStackForWhatItCalls) {
+  for (const unsigned bytesOff : {4, 8, 12}) {
+    misaligned(bytesOff, zel->ZelOopToBool)(7);
+    EXPECT_EQ(2211, errorNumber());
+    misaligned(bytesOff, zel->ZelExecuteStr)("nil foo", NilOop);
+    EXPECT_EQ(2010, errorNumber());
+    misaligned(bytesOff, zel->ZelFetchNamedOop)(ArrayClassOop, 1000);
+    EXPECT_NE(0, errorNumber());
+    EXPECT_FALSE(sawMisaligned) << bytesOff;
+  }
 }
 
 TEST_F(Table, RefusesWrongLoginsAndSessions) {

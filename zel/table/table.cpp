@@ -16,7 +16,7 @@ int refuse(const char* slot) {
 
 #define ZEL_TYPED_STUB(name, result, arguments)
 #define ZEL_UNTYPED_STUB(name) \
-  int refuse##name() { \
+  ZEL_SLOT int refuse##name() { \
     return refuse(#name); \
   }
 ZEL_RTL_SLOTS(ZEL_TYPED_STUB, ZEL_UNTYPED_STUB)
