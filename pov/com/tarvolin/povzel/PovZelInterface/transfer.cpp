@@ -1,6 +1,4 @@
 // The natives that read and write ranges of an object's contents.
-#include <algorithm>
-
 #include "frame.h"
 
 namespace bridge {
@@ -119,26 +117,31 @@ jint missingElement(const OopTransfer<Slot>& transfer, jobject jErrReport) {
   return refuse(jErrReport, "Problem with GetObjectArrayElement in %s()", transfer.elementName);
 }
 
-// Inlined by force, because a call is more than its share of a small transfer.
+// Into oopBuf. Returns what the library says of the number.
 template <const OopFetch& fetch>
-[[gnu::always_inline]] inline long fetchOops(OopType rcvr, jlong start, jlong* oops, jint count) {
+long fetchOops(OopType rcvr, jlong start, jint count) {
   const long fetched = (rtlPrivZelRtlFuncs->*fetch.slot)(rcvr, static_cast<long>(start), oopBuf,
                                                          static_cast<ArraySizeType>(count));
   if (fetch.tracesCount && fetched != count) {
     TRACE("Zel_FetchVaryingOops: returned count %ld different from %ld\n", fetched, traced(count));
   }
+  return fetched;
+}
+
+template <const OopFetch& fetch>
+long fetchWidened(OopType rcvr, jlong start, jlong* oops, jint count) {
+  const long fetched = fetchOops<fetch>(rcvr, start, count);
   widen(oopBuf, oops, count);
   return fetched;
 }
 
-// Describes the fetched oops, which are in longBuf, in the elements of `jobjs`. Returns `count`.
+// Describes the fetched oops in the elements of `jobjs`. Returns `count`.
 template <const OopFetch& fetch>
 jint describeFetched(jint count, jobjectArray jobjs, jobject jErrReport) {
   for (jint i = 0; i < count; ++i) {
     const Element element(jobjs, i);
     if (element.reference == nullptr) return missingElement(fetch, jErrReport);
-    const jint status =
-        describeShortly(static_cast<OopType>(longBuf[i]), element.reference, jErrReport);
+    const jint status = describeShortly(oopBuf[i], element.reference, jErrReport);
     if (status != 0) return status;
   }
   return count;
@@ -149,10 +152,11 @@ template <const OopFetch& fetch>
 jint getOops(JNIEnv* env, jint sessionId, jobject jobj, jlong startIndex, jint numObjs,
              jobjectArray jobjs, jobject jErrReport) {
   const auto work = [&](OopType rcvr) -> jint {
-    const long fetched = fetchOops<fetch>(rcvr, startIndex, longBuf, numObjs);
+    const long fetched = fetchOops<fetch>(rcvr, startIndex, numObjs);
     if (errorPending(jErrReport)) return -1;
     if (fetch.tracesCount) TRACE("%d:  GetObjs oopsFetched: %ld\n", sessionId, fetched);
-    return describeFetched<fetch>(std::clamp<jint>(fetched, 0, numObjs), jobjs, jErrReport);
+    const jint believed = fetched > numObjs ? numObjs : fetched;
+    return describeFetched<fetch>(believed > 0 ? believed : 0, jobjs, jErrReport);
   };
   return runTransfer<fetch>(env, sessionId, jobj, startIndex, numObjs, jobjs, jErrReport, work);
 }
@@ -187,11 +191,11 @@ jint putOops(JNIEnv* env, jint sessionId, jobject jobj, jlong startIndex, jint n
 }  // namespace bridge
 
 long zelFetchVaryingOops(OopType rcvr, jlong start, jlong* oops, jint count) {
-  return bridge::fetchOops<bridge::getObjs>(rcvr, start, oops, count);
+  return bridge::fetchWidened<bridge::getObjs>(rcvr, start, oops, count);
 }
 
 long zelFetchNamedOops(OopType rcvr, jlong start, jlong* oops, jint count) {
-  return bridge::fetchOops<bridge::getNamedObjs>(rcvr, start, oops, count);
+  return bridge::fetchWidened<bridge::getNamedObjs>(rcvr, start, oops, count);
 }
 
 jint Java_com_tarvolin_povzel_PovZelInterface__1getBytes(JNIEnv* env, jclass, jint sessionId,
