@@ -187,6 +187,11 @@ bool awaitServer(const ForkPlan& plan, pid_t child, PidType* thePid, const Failu
 }
 
 // No handler of this process runs in the child, but for faults of the application's fork handlers.
+//
+// It is a copy. One that shared the memory would start faster, but it would hold up the caller for
+// as long as the child waits for its folder or for a log that is a pipe; it would have no fork
+// handlers; the other threads, which go on, would find the child's environment in theirs; and
+// before Linux 5.16 a core dump of the child ended every process that shares the memory.
 pid_t forkChild(const ForkPlan& plan, ChildEnvironment& environment) {
   const SignalMask mask(SIG_BLOCK, unixIoAllSignalsButFaults());
   const pid_t child = unixIoRetry([] { return os.fork(); });

@@ -5,19 +5,13 @@
 #include "misaligned.h"
 #include "session_fixture.h"
 
-namespace {
-
-bool sawMisaligned = false;
-
-}  // namespace
+static bool sawMisaligned = false;
 
 // What a slot that refuses its arguments calls of another library.
 extern "C" void* __cxa_allocate_exception(std::size_t size) noexcept {
-  using AllocateFType = void* (*)(std::size_t);
-  static const auto real =
-      reinterpret_cast<AllocateFType>(dlsym(RTLD_NEXT, "__cxa_allocate_exception"));
   sawMisaligned |= !STACK_IS_ALIGNED();
-  return real(size);
+  void* const real = dlsym(RTLD_NEXT, "__cxa_allocate_exception");
+  return reinterpret_cast<void* (*)(std::size_t)>(real)(size);
 }
 
 namespace {
@@ -89,8 +83,6 @@ TEST_F(Table, AlignsTheStackForWhatItCalls) {
     EXPECT_EQ(2211, errorNumber());
     misaligned(bytesOff, zel->ZelExecuteStr)("nil foo", NilOop);
     EXPECT_EQ(2010, errorNumber());
-    misaligned(bytesOff, zel->ZelFetchNamedOop)(ArrayClassOop, 1000);
-    EXPECT_NE(0, errorNumber());
     EXPECT_FALSE(sawMisaligned) << bytesOff;
   }
 }
