@@ -168,9 +168,8 @@ bool describeObject(OopType oop, jobject report, ZelObjInfoSType* info) {
 
 // ---- Floors ----
 // Each is what a native might be: called from elsewhere, with a native's arguments.
-#define FLOOR [[gnu::noipa]] jint
 
-FLOOR executeStrFloor(JNIEnv*, jclass, jint id, jstring text, jobject report, jthrowable) {
+jint executeStrFloor(JNIEnv*, jclass, jint id, jstring text, jobject report, jthrowable) {
   if (!selectSession(id)) return -1;
   if (report == nullptr || text == nullptr) return -1;
   const char* characters = env->GetStringUTFChars(text, nullptr);
@@ -182,8 +181,8 @@ FLOOR executeStrFloor(JNIEnv*, jclass, jint id, jstring text, jobject report, jt
   return status;
 }
 
-FLOOR performFloor(JNIEnv*, jclass, jint id, jobject to, jstring text, jobjectArray reports,
-                   jint count, jobject report, jthrowable) {
+jint performFloor(JNIEnv*, jclass, jint id, jobject to, jstring text, jobjectArray reports,
+                  jint count, jobject report, jthrowable) {
   if (!selectSession(id)) return -1;
   if (report == nullptr || to == nullptr || text == nullptr) return -1;
   OopType args[20];
@@ -205,13 +204,13 @@ FLOOR performFloor(JNIEnv*, jclass, jint id, jobject to, jstring text, jobjectAr
   return status;
 }
 
-FLOOR setupIntegerFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
+jint setupIntegerFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
   if (!selectSession(id) || report == nullptr) return -1;
   const auto oop = static_cast<OopType>(env->GetLongField(report, fid.oop));
   return describeInteger(oop, report);
 }
 
-FLOOR setupStringFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
+jint setupStringFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
   if (!selectSession(id) || report == nullptr) return -1;
   const auto oop = static_cast<OopType>(env->GetLongField(report, fid.oop));
   ZelObjInfoSType info;
@@ -227,7 +226,7 @@ FLOOR setupStringFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
   return poll() ? -1 : 0;
 }
 
-FLOOR setupArrayFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
+jint setupArrayFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
   if (!selectSession(id) || report == nullptr) return -1;
   const auto oop = static_cast<OopType>(env->GetLongField(report, fid.oop));
   ZelObjInfoSType info;
@@ -243,8 +242,8 @@ FLOOR setupArrayFloor(JNIEnv*, jclass, jint id, jobject report, jthrowable) {
   return poll() ? -1 : 0;
 }
 
-FLOOR loginFloor(JNIEnv*, jclass, jstring server, jstring kellnet, jstring user, jstring secret,
-                 jstring hostUser, jstring hostSecret, jthrowable) {
+jint loginFloor(JNIEnv*, jclass, jstring server, jstring kellnet, jstring user, jstring secret,
+                jstring hostUser, jstring hostSecret, jthrowable) {
   if (server == nullptr || user == nullptr || secret == nullptr) return -1;
   if (kellnet != nullptr || hostUser != nullptr || hostSecret != nullptr) return -1;
   const jstring strings[] = {server, user, secret};
@@ -264,8 +263,8 @@ FLOOR loginFloor(JNIEnv*, jclass, jstring server, jstring kellnet, jstring user,
   return id;
 }
 
-FLOOR getBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count, jbyteArray bytes,
-                    jthrowable) {
+jint getBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count, jbyteArray bytes,
+                   jthrowable) {
   if (!selectSession(id) || start < 1 || of == nullptr || !fits(bytes, count)) return -1;
   const OopType oop = oopOf(of);
   jbyte* elements = env->GetByteArrayElements(bytes, nullptr);
@@ -278,8 +277,8 @@ FLOOR getBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint coun
   return failed || fetched != count ? -1 : count;
 }
 
-FLOOR putBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count, jbyteArray bytes,
-                    jthrowable) {
+jint putBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count, jbyteArray bytes,
+                   jthrowable) {
   if (!selectSession(id) || start < 1 || of == nullptr || !fits(bytes, count)) return -1;
   const OopType oop = oopOf(of);
   jbyte* elements = env->GetByteArrayElements(bytes, nullptr);
@@ -291,8 +290,8 @@ FLOOR putBytesFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint coun
   return poll() ? -1 : 0;
 }
 
-FLOOR getObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count,
-                   jobjectArray reports, jthrowable) {
+jint getObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count,
+                  jobjectArray reports, jthrowable) {
   if (!selectSession(id) || start < 1 || of == nullptr || !fits(reports, count)) return -1;
   const OopType oop = oopOf(of);
   const long fetched = zel->ZelFetchVaryingOops(oop, static_cast<long>(start), oops.data(),
@@ -307,8 +306,8 @@ FLOOR getObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count
   return fetched;
 }
 
-FLOOR putObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count,
-                   jobjectArray reports, jthrowable) {
+jint putObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count,
+                  jobjectArray reports, jthrowable) {
   if (!selectSession(id) || start < 1 || of == nullptr || !fits(reports, count)) return -1;
   const OopType oop = oopOf(of);
   for (jint i = 0; i < count; ++i) {
@@ -322,7 +321,7 @@ FLOOR putObjsFloor(JNIEnv*, jclass, jint id, jobject of, jlong start, jint count
   return poll() ? -1 : 0;
 }
 
-FLOOR releaseOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, jthrowable) {
+jint releaseOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, jthrowable) {
   if (!selectSession(id) || !fits(array, count)) return -1;
   env->GetLongArrayRegion(array, 0, count, longs.data());
   for (jint i = 0; i < count; ++i) oops[i] = static_cast<OopType>(longs[i]);
@@ -330,7 +329,7 @@ FLOOR releaseOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, j
   return poll() ? -1 : 0;
 }
 
-FLOOR changedOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, jthrowable) {
+jint changedOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, jthrowable) {
   if (!selectSession(id) || !fits(array, count)) return -1;
   auto delivered = static_cast<ArraySizeType>(count);
   zel->ZelDirtySaveObjs(oops.data(), &delivered);
@@ -341,7 +340,7 @@ FLOOR changedOopsFloor(JNIEnv*, jclass, jint id, jlongArray array, jint count, j
   return changed;
 }
 
-FLOOR isKindOfFloor(JNIEnv*, jclass, jint id, jobject report, jobject cls, jthrowable) {
+jint isKindOfFloor(JNIEnv*, jclass, jint id, jobject report, jobject cls, jthrowable) {
   if (!selectSession(id) || report == nullptr || cls == nullptr) return -1;
   const OopType obj = oopOf(report);
   const BoolType answer = zel->ZelIsKindOf(obj, oopOf(cls));
@@ -361,38 +360,48 @@ struct Case {
 
 #define NATIVE(name) Java_com_tarvolin_povzel_PovZelInterface__1##name
 
-// One call of a native or of its floor.
+// A native or its floor, of which the compiler knows nothing where it is called.
+template <auto function>
+auto* unknown() {
+  auto* pointer = function;
+  benchmark::DoNotOptimize(pointer);
+  return pointer;
+}
+
+// One call of it.
 template <auto function>
 jint executed(jint) {
-  return function(env, nullptr, session, source, result, error);
+  return unknown<function>()(env, nullptr, session, source, result, error);
 }
 template <auto function>
 jint performed(jint) {
-  return function(env, nullptr, session, arrayReport, selector, threeReports, 3, result, error);
+  return unknown<function>()(env, nullptr, session, arrayReport, selector, threeReports, 3, result,
+                             error);
 }
 template <auto function, jobject* report>
 jint setUp(jint) {
-  return function(env, nullptr, session, *report, error);
+  return unknown<function>()(env, nullptr, session, *report, error);
 }
 template <auto function>
 jint loggedIn(jint) {
-  return function(env, nullptr, serverName, nullptr, userName, password, nullptr, nullptr, error);
+  return unknown<function>()(env, nullptr, serverName, nullptr, userName, password, nullptr,
+                             nullptr, error);
 }
 template <auto function>
 jint bytes(jint n) {
-  return function(env, nullptr, session, arrayReport, 1, n, manyBytes, error);
+  return unknown<function>()(env, nullptr, session, arrayReport, 1, n, manyBytes, error);
 }
 template <auto function>
 jint objs(jint n) {
-  return function(env, nullptr, session, arrayReport, 1, n, manyReports, error);
+  return unknown<function>()(env, nullptr, session, arrayReport, 1, n, manyReports, error);
 }
 template <auto function>
 jint oopsOf(jint n) {
-  return function(env, nullptr, session, manyLongs, n, error);
+  return unknown<function>()(env, nullptr, session, manyLongs, n, error);
 }
 template <auto function>
 jint tested(jint) {
-  return function(env, nullptr, session, arrayReport, stringReport, error);
+  return unknown<function>()(env, nullptr, session, arrayReport, stringReport, error);
 }
 
 constexpr RunFType getObjs = objs<NATIVE(getObjs)>;
