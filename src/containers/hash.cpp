@@ -2,6 +2,7 @@
 
 #include <emmintrin.h>
 
+#include <array>
 #include <bit>
 #include <cctype>
 #include <cstdint>
@@ -41,10 +42,22 @@ const int* upperCase() {
   return *__ctype_toupper_loc();
 }
 
+// Two steps in one: entry [b][x] is the hash after the bytes a and b, x being the hash before them
+// exclusive-or a.
+using TwoSteps = std::array<std::array<ByteType, 256>, 256>;
+alignas(256) constexpr TwoSteps twoSteps = [] {
+  TwoSteps steps{};
+  for (unsigned second = 0; second < 256; ++second) {
+    for (unsigned x = 0; x < 256; ++x) {
+      steps[second][x] = CharPermutation[CharPermutation[x] ^ second];
+    }
+  }
+  return steps;
+}();
+
 // Three Pearson hashes that take the same bytes and differ in their start. Each step waits for
 // the one before, so only the latency of one step counts: the look-up's address is the exclusive
-// or of table, hash and byte (the table is aligned to its size), of which all but the hash is
-// ready in time.
+// or of row and hash (a row is aligned to its size), of which all but the hash is ready in time.
 class PearsonHash {
  public:
   explicit PearsonHash(unsigned first)
@@ -52,20 +65,44 @@ class PearsonHash {
         hash1_(CharPermutation[(first + 1) & 255]),
         hash2_(CharPermutation[(first + 2) & 255]) {}
 
-  void add(unsigned byte) {
-    const std::uintptr_t row = reinterpret_cast<std::uintptr_t>(CharPermutation) ^ byte;
+  void add(unsigned byte) { step(reinterpret_cast<std::uintptr_t>(CharPermutation) ^ byte); }
+
+  // The two bytes of `pair`, the low one first.
+  void addPair(unsigned pair) { step(reinterpret_cast<std::uintptr_t>(&twoSteps) + pair); }
+
+  unsigned value() const { return hash2_ << 16 | hash1_ << 8 | hash0_; }
+
+ private:
+  void step(std::uintptr_t row) {
     hash0_ = *reinterpret_cast<const ByteType*>(row ^ hash0_);
     hash1_ = *reinterpret_cast<const ByteType*>(row ^ hash1_);
     hash2_ = *reinterpret_cast<const ByteType*>(row ^ hash2_);
   }
 
-  unsigned value() const { return hash2_ << 16 | hash1_ << 8 | hash0_; }
-
- private:
   std::uintptr_t hash0_;
   std::uintptr_t hash1_;
   std::uintptr_t hash2_;
 };
+
+unsigned pairAt(const ByteType* bytes) {
+  std::uint16_t pair;
+  std::memcpy(&pair, bytes, sizeof pair);
+  return pair;
+}
+
+// Out of line: within a search it would lack registers.
+[[gnu::noinline]] unsigned hashOfCString(const ByteType* bytes) {
+  if (*bytes == 0) return 0;
+  PearsonHash hash(*bytes++);
+  for (; bytes[0] != 0; bytes += 2) {
+    if (bytes[1] == 0) {
+      hash.add(*bytes);
+      break;
+    }
+    hash.addPair(pairAt(bytes));
+  }
+  return hash.value();
+}
 
 // The 16-bit character at `bytes`, reduced to what HashDbStrHash takes of it.
 unsigned doubleByte(const ByteType* bytes, const int* upper) {
@@ -80,9 +117,10 @@ long HashStrHash(const ByteType* bytes, std::size_t count, BoolType caseSensitiv
   if (count == 0) return 0;
   const ByteType* const end = bytes + count;
   if (caseSensitive != 0) {
-    PearsonHash hash(*bytes);
-#pragma GCC unroll 4
-    while (++bytes != end) hash.add(*bytes);
+    PearsonHash hash(*bytes++);
+#pragma GCC unroll 2
+    for (; end - bytes > 1; bytes += 2) hash.addPair(pairAt(bytes));
+    if (bytes != end) hash.add(*bytes);
     return static_cast<long>(hash.value());
   }
   const int* const upper = upperCase();
@@ -101,11 +139,7 @@ long HashDbStrHash(const ByteType* bytes, std::size_t sizeBytes, BoolType caseSe
 }
 
 unsigned int HashCStrHash(const void* string) {
-  const auto* bytes = static_cast<const ByteType*>(string);
-  if (*bytes == 0) return 0;
-  PearsonHash hash(*bytes);
-  while (*++bytes != 0) hash.add(*bytes);
-  return hash.value();
+  return hashOfCString(static_cast<const ByteType*>(string));
 }
 
 BoolType HashCStrCompare(const void* string1, const void* string2) {

@@ -22,6 +22,30 @@ TEST(StringHash, KnownValues) {
   EXPECT_FALSE(HashCStrCompare("same", "Same") | HashCStrCompare("\xFF", ""));
 }
 
+// One byte a step, with the permutation as hashes of single bytes show it.
+long bytewise(const std::string& text) {
+  long hashes[3] = {};
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    for (int which = 0; which < 3; ++which) {
+      const auto byte = static_cast<ByteType>(text[i]);
+      const auto index = static_cast<ByteType>(i == 0 ? byte + which : hashes[which] ^ byte);
+      hashes[which] = HashStrHash(&index, 1, 1) & 255;
+    }
+  }
+  return hashes[2] << 16 | hashes[1] << 8 | hashes[0];
+}
+
+TEST(StringHash, TakesTextsOfAnyLength) {
+  std::mt19937 random(7);
+  std::string text;
+  for (int length = 0; length < 70; ++length) {
+    const auto* bytes = reinterpret_cast<const ByteType*>(text.data());
+    EXPECT_EQ(HashStrHash(bytes, text.size(), 1), bytewise(text));
+    EXPECT_EQ(HashCStrHash(text.c_str()), static_cast<unsigned>(bytewise(text)));
+    text += static_cast<char>(1 + random() % 255);
+  }
+}
+
 // Records whose hash and identity are the test's to choose.
 struct Record {
   unsigned key;
