@@ -57,6 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const ByteType* data, std::size_t size) {
     require(slot != nullptr && (*slot != nullptr) == model[key]);
     const unsigned operation = data[i] / count;
     if (operation < 2) {
+      // Another record's look-up between that of this one and its insert.
+      if (operation == 1) HashTableLookup(&table, &records[data[i - 1] % count]);
       require((HashTableInsert(&table, slot, &records[key]) != 0) != model[key]);
       model.set(key);
     } else if (operation == 2) {

@@ -8,7 +8,8 @@
 //   for (VoidPtrType* at = NULL; HashTableEnumerate(&table, &at), at != NULL;) use(*at);
 //
 // The table knows records only through the caller's two functions. It holds pointers to them, or
-// copies of its own, and prints nothing. Nothing here locks.
+// copies of its own, and keeps their hashes: while a record is stored, it stays equal to itself. It
+// prints nothing. Nothing here locks, and a look-up writes to the table too.
 #pragma once
 
 #include <stddef.h>
@@ -63,8 +64,8 @@ POVZEL_EXPORT void HashTableInit(HashTableSType* table, BoolType copyKeys, unsig
                                  HashFType* hashFunc, HashCompareFType* compareFunc);
 
 // Moves the records to a new array of the size that indexOfPrime names, or of 37 slots for less
-// than 5; inserts do it when it is time. Returns 1, or 0 and the table as it was when memory is
-// short, the records would not fit or indexOfPrime exceeds 16.
+// than 5; inserts do it when it is time. It looks at no record. Returns 1, or 0 and the table as it
+// was when memory is short, the records would not fit or indexOfPrime exceeds 16.
 POVZEL_EXPORT BoolType rehash(HashTableSType* table);
 
 // Returns the slot of the stored record that equals `record`; if there is none, the empty slot
@@ -72,23 +73,27 @@ POVZEL_EXPORT BoolType rehash(HashTableSType* table);
 // is valid until the next insert or clear.
 POVZEL_EXPORT VoidPtrType* HashTableLookup(HashTableSType* table, const void* record);
 
-// Stores `record` in the empty slot that HashTableLookup has just returned for it. A table that
-// is half full first grows to the next of 67, 131, 257, ... up to 65537 slots, which moves
-// records; the largest size then fills up. Returns 1, or 0 and nothing stored when memory is
-// short, the record is null, or the slot is null (in a table that cannot grow) or not empty.
+// Stores `record` in the empty slot that HashTableLookup has just returned for it, or for a record
+// that is equal to it. A table that is half full first grows to the next of 67, 131, 257, ... up to
+// 65537 slots, which moves records; the largest size then fills up. When removals have left too
+// much to pass over in searches, an insert first moves the records as well, unless memory is short
+// for it. The hash that the look-up took is not taken again for the same record. Returns 1, or 0
+// and nothing stored when memory is short, the record is null, or the slot is null (in a table that
+// cannot grow) or not empty.
 POVZEL_EXPORT BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot,
                                        VoidPtrType record);
 
-// Empties the slot, freeing the table's copy; a record that is not a copy is not looked at.
-// No other record moves, and all stay findable, so an enumeration can remove what it visits and
-// go on. Returns 0 if the slot was empty (or null), else 1.
+// Empties the slot, freeing the table's copy; records are not looked at. No other record moves, and
+// all stay findable, so an enumeration can remove what it visits and go on. It takes about the same
+// time whatever the table holds. Returns 0 if the slot was empty (or null), else 1.
 POVZEL_EXPORT BoolType HashTableRemove(HashTableSType* table, VoidPtrType* slot);
 
 // Removes every record and goes back to 37 slots.
 POVZEL_EXPORT void HashTableClear(HashTableSType* table);
 
 // Moves *cursor to the next occupied slot, from null to the first, and after the last to null.
-// Records come in slot order. Inserts that grow the table, and clearing it, end the enumeration.
+// Records come in slot order. Removals leave an enumeration as it is; an insert, which may move all
+// records, and clearing the table end it.
 POVZEL_EXPORT void HashTableEnumerate(HashTableSType* table, VoidPtrType** cursor);
 
 POVZEL_END_C

@@ -146,34 +146,45 @@ BoolType HashCStrCompare(const void* string1, const void* string2) {
   return std::strcmp(static_cast<const char*>(string1), static_cast<const char*>(string2)) == 0;
 }
 
-// The table. Its slots are one block with a mark for each of them behind it, at endPtr. The mark
-// of an occupied slot is a piece of its record's hash: a probe reads marks alone, many at once, and
-// looks at the records only where the mark is right.
+// The table. Its slots are one block with the Rest behind them, at endPtr. The mark of an occupied
+// slot is a piece of its record's hash: a probe reads marks alone, many at once, and looks at the
+// records only where the mark is right. The hashes themselves are kept too, behind the marks, so
+// that records move without being looked at.
 //
 // Emptying a slot would hide the records whose probes passed over it, and moving one of them into
 // it would hide that record from an enumeration that has come this far. So nothing moves: the
-// slot becomes a hole, over which probes go on. Inserts fill holes; those that no probe needs any
-// more are closed as removals go by, so that they do not accumulate.
+// slot becomes a hole, over which probes go on. Inserts fill holes, and when there are too many
+// an insert moves all records to a new array, which has none.
 namespace {
-
-constexpr long slotsPerSweep = 16;  // one sweep over the table for so many slots' worth of holes
 
 // The top bit says that a slot is empty.
 constexpr ByteType endOfRun = 128;  // no probe passes over it
 constexpr ByteType hole = 255;
 
-struct Marks {
-  std::int32_t holesSinceSweep;
-  ByteType of[1];  // each slot, and once more the first ones, so that groups need not wrap
+// Holes are too many when they are more than this part of the empty slots, which bounds how much
+// longer they make a search, and of all slots, so that moving the records is paid for by that many
+// removals.
+constexpr std::size_t emptyPerHole = 3;
+constexpr std::size_t slotsPerHole = 256;
+
+// How many holes one removal closes at the most.
+constexpr int mostClosed = 64;
+
+struct Rest {
+  std::size_t holes;
+  // The last look-up that found nothing: for the insert that follows it.
+  const VoidPtrType* missedSlot;
+  const void* missedRecord;
+  unsigned int missedHash;
+  ByteType marks[1];  // of each slot, and once more of the first ones, so that groups need not wrap
 };
 
 constexpr std::size_t groupSize = sizeof(__m128i);
 
-// A bit for each of the groupSize slots, the first lowest, that is empty or has this mark.
-unsigned emptyOrMarked(const ByteType* marks, ByteType mark) {
-  const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i*>(marks));
+// A bit for each of the groupSize slots, the first lowest, that has this mark.
+unsigned marked(__m128i group, ByteType mark) {
   const __m128i equal = _mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(mark)));
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(group, equal)));
+  return static_cast<unsigned>(_mm_movemask_epi8(equal));
 }
 
 // What a hash says of its record: the slot where probes for it start, and its mark.
@@ -182,8 +193,8 @@ struct Place {
   ByteType mark;
 };
 
-Marks* marksOf(const HashTableSType* table) {
-  return reinterpret_cast<Marks*>(table->endPtr);
+Rest* restOf(const HashTableSType* table) {
+  return reinterpret_cast<Rest*>(table->endPtr);
 }
 
 std::size_t indexOf(const HashTableSType* table, const VoidPtrType* slot) {
@@ -199,14 +210,21 @@ Place placeOf(unsigned int hash, std::size_t size) {
   return {hash % size, static_cast<ByteType>((hash ^ hash / size) & 127)};
 }
 
-std::size_t marksSize(std::size_t slots) {
-  return offsetof(Marks, of) + slots + groupSize - 1;
+// Bytes from endPtr to the hashes: whole words.
+constexpr std::size_t restSize(std::size_t slots) {
+  const std::size_t end = offsetof(Rest, marks) + slots + groupSize - 1;
+  return (end + sizeof(unsigned int) - 1) & ~(sizeof(unsigned int) - 1);
+}
+
+// The hash of the record in each slot.
+unsigned int* hashesOf(VoidPtrType* endPtr, std::size_t slots) {
+  return reinterpret_cast<unsigned int*>(reinterpret_cast<ByteType*>(endPtr) + restSize(slots));
 }
 
 void setMark(HashTableSType* table, std::size_t index, ByteType mark) {
-  Marks* const marks = marksOf(table);
-  marks->of[index] = mark;
-  if (index < groupSize - 1) marks->of[sizeOf(table) + index] = mark;
+  ByteType* const marks = restOf(table)->marks;
+  marks[index] = mark;
+  if (index < groupSize - 1) marks[sizeOf(table) + index] = mark;
 }
 
 std::size_t wrapped(const HashTableSType* table, std::size_t index) {
@@ -221,62 +239,137 @@ std::size_t previousOf(const HashTableSType* table, std::size_t index) {
   return (index != 0 ? index : sizeOf(table)) - 1;
 }
 
-// Leaves exactly those holes that the probe of some stored record passes over.
-void sweepHoles(HashTableSType* table) {
-  Marks* const marks = marksOf(table);
-  marks->holesSinceSweep = 0;
-  for (std::size_t i = 0; i < sizeOf(table); ++i) {
-    if (marks->of[i] == hole) setMark(table, i, endOfRun);
-  }
-  for (std::size_t i = 0; i < sizeOf(table); ++i) {
-    if (table->table[i] == nullptr) continue;
-    const Place place = placeOf(table->hashFunc(table->table[i]), sizeOf(table));
-    for (std::size_t at = place.home; at != i; at = nextOf(table, at)) {
-      if (marks->of[at] == endOfRun) setMark(table, at, hole);
-    }
-  }
+bool hasTooManyHoles(const HashTableSType* table) {
+  const std::size_t holes = restOf(table)->holes;
+  const std::size_t size = sizeOf(table);
+  return holes > (size - static_cast<std::size_t>(table->numEntries)) / emptyPerHole &&
+         holes > size / slotsPerHole;
 }
 
 // Marks the slot, just emptied, a hole if a probe might pass over it. None does when the next slot
 // ends all probes, and then the holes just before have lost their use too.
 void leaveHole(HashTableSType* table, std::size_t index) {
-  Marks* const marks = marksOf(table);
-  setMark(table, index, hole);
-  if (marks->of[nextOf(table, index)] != endOfRun) {
-    if (++marks->holesSinceSweep > table->tableSize / slotsPerSweep) sweepHoles(table);
+  Rest* const rest = restOf(table);
+  if (rest->marks[nextOf(table, index)] != endOfRun) {
+    setMark(table, index, hole);
+    ++rest->holes;
     return;
   }
-  for (; marks->of[index] == hole; index = previousOf(table, index)) {
+  setMark(table, index, endOfRun);
+  for (int closed = 0; closed < mostClosed; ++closed) {
+    index = previousOf(table, index);
+    if (rest->marks[index] != hole) return;
     setMark(table, index, endOfRun);
+    --rest->holes;
   }
+}
+
+// How records are hashed and compared: by the caller's functions, or directly by the pair for C
+// strings.
+
+struct ByPointer {
+  static unsigned int hash(const HashTableSType* table, const void* record) {
+    return table->hashFunc(record);
+  }
+  static bool equal(const HashTableSType* table, const void* record, const void* stored) {
+    return table->compareFunc(record, stored) != 0;
+  }
+};
+
+struct AsCStrings {
+  static unsigned int hash(const HashTableSType* /*table*/, const void* record) {
+    return hashOfCString(static_cast<const ByteType*>(record));
+  }
+  static bool equal(const HashTableSType* /*table*/, const void* record, const void* stored) {
+    return std::strcmp(static_cast<const char*>(record), static_cast<const char*>(stored)) == 0;
+  }
+};
+
+// A program that is not position-independent may know the two functions by addresses of its own:
+// then they are called like any others.
+bool holdsCStrings(const HashTableSType* table) {
+  return table->hashFunc == HashCStrHash && table->compareFunc == HashCStrCompare;
 }
 
 // Searches groupSize slots from `start` on. True ends the search, with its result in `found`; until
-// then that is the first hole, once there is one.
+// then that is the first empty slot, once there is one.
+template <typename Records>
 inline bool searchGroup(const HashTableSType* table, const void* record, ByteType mark,
                         std::size_t start, VoidPtrType*& found) {
-  const ByteType* const marks = marksOf(table)->of + start;
-  for (unsigned which = emptyOrMarked(marks, mark); which != 0; which &= which - 1) {
-    const auto offset = static_cast<unsigned>(std::countr_zero(which));
-    VoidPtrType* const slot = table->table + wrapped(table, start + offset);
-    if (marks[offset] == mark) {
-      if (table->compareFunc(record, *slot) == 0) continue;
-      found = slot;
-      return true;
-    }
-    if (found == nullptr) found = slot;
-    if (marks[offset] == endOfRun) return true;
+  const auto slotAt = [&](unsigned bits) {
+    return table->table + wrapped(table, start + static_cast<unsigned>(std::countr_zero(bits)));
+  };
+  const __m128i group =
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(restOf(table)->marks + start));
+  const unsigned ends = marked(group, endOfRun);
+  unsigned candidates = marked(group, mark) & (ends ^ (ends - 1));  // up to the first end
+  for (; candidates != 0; candidates &= candidates - 1) {
+    VoidPtrType* const slot = slotAt(candidates);
+    if (!Records::equal(table, record, *slot)) continue;
+    found = slot;
+    return true;
   }
-  return false;
+  const auto empty = static_cast<unsigned>(_mm_movemask_epi8(group));
+  if (found == nullptr && empty != 0) found = slotAt(empty);
+  return ends != 0;
 }
 
 // Goes on with a search from the second group on. Out of line, since few come this far.
+template <typename Records>
 [[gnu::noinline]] void searchOn(const HashTableSType* table, const void* record, ByteType mark,
                                 std::size_t start, VoidPtrType*& found) {
   for (std::size_t seen = groupSize; seen < sizeOf(table); seen += groupSize) {
     start = wrapped(table, start + groupSize);
-    if (searchGroup(table, record, mark, start, found)) return;
+    if (searchGroup<Records>(table, record, mark, start, found)) return;
   }
+}
+
+template <typename Records>
+inline VoidPtrType* search(const HashTableSType* table, const void* record, unsigned int hash) {
+  const auto [home, mark] = placeOf(hash, sizeOf(table));
+  VoidPtrType* found = nullptr;
+  if (!searchGroup<Records>(table, record, mark, home, found)) {
+    searchOn<Records>(table, record, mark, home, found);
+  }
+  return found;
+}
+
+template <typename Records>
+[[gnu::noinline]] VoidPtrType* lookup(const HashTableSType* table, const void* record) {
+  const unsigned int hash = Records::hash(table, record);
+  if (table->table == nullptr) return nullptr;
+  VoidPtrType* const found = search<Records>(table, record, hash);
+  if (found != nullptr && *found == nullptr) {
+    Rest* const rest = restOf(table);
+    rest->missedSlot = found;
+    rest->missedRecord = record;
+    rest->missedHash = hash;
+  }
+  return found;
+}
+
+// The hash of a record that is to be stored in `slot`. The slot alone would not do: between the
+// look-up for the record and its insert, another may have come to the same slot.
+unsigned int hashForInsert(const HashTableSType* table, const VoidPtrType* slot,
+                           const void* record) {
+  if (slot != nullptr) {
+    const Rest* const rest = restOf(table);
+    if (rest->missedSlot == slot && rest->missedRecord == record) return rest->missedHash;
+  }
+  return table->hashFunc(record);
+}
+
+// Makes room for an insert into `slot` if it is time: true, and the record's slot then, which is
+// the same unless records have moved. False when memory is short for a larger table.
+bool makeRoom(HashTableSType* table, const void* record, unsigned int hash, VoidPtrType*& slot) {
+  if (table->numEntries >= table->halfTableSize && table->indexOfPrime < lastPrime) {
+    ++table->indexOfPrime;
+    if (rehash(table) == 0) return false;
+  } else if (slot == nullptr || !hasTooManyHoles(table) || rehash(table) == 0) {
+    return true;
+  }
+  slot = search<ByPointer>(table, record, hash);
+  return true;
 }
 
 void makeEmpty(HashTableSType* table) {
@@ -306,29 +399,36 @@ BoolType rehash(HashTableSType* table) {
   const long indexOfPrime = table->indexOfPrime < firstPrime ? firstPrime : table->indexOfPrime;
   const long size = powerOfTwoPrime[indexOfPrime];
   if (size < table->numEntries) return 0;
-  const std::size_t slotBytes = static_cast<std::size_t>(size) * sizeof(VoidPtrType);
-  const std::size_t bytes = slotBytes + marksSize(static_cast<std::size_t>(size));
-  auto* slots = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
+  const auto newSize = static_cast<std::size_t>(size);
+  const std::size_t slotBytes = newSize * sizeof(VoidPtrType);
+  const std::size_t hashBytes = newSize * sizeof(unsigned int);
+  auto* slots =
+      static_cast<VoidPtrType*>(UtlMalloc_(slotBytes + restSize(newSize) + hashBytes, __LINE__));
   if (slots == nullptr) return 0;
   std::memset(slots, 0, slotBytes);
-  std::memset(slots + size, endOfRun, bytes - slotBytes);
+  std::memset(slots + size, endOfRun, restSize(newSize));
 
   VoidPtrType* const oldTable = table->table;
   VoidPtrType* const oldEnd = table->endPtr;
+  const std::size_t oldSize = sizeOf(table);
   table->indexOfPrime = indexOfPrime;
   table->table = slots;
   table->endPtr = slots + size;
   table->tableSize = size;
   table->halfTableSize = size >> 1;
   table->quarterTableSize = size >> 2;
-  marksOf(table)->holesSinceSweep = 0;
+  restOf(table)->holes = 0;
+  restOf(table)->missedSlot = nullptr;
   if (oldTable == nullptr) return 1;
-  for (VoidPtrType* old = oldTable; old != oldEnd; ++old) {
-    if (*old == nullptr) continue;
-    const auto [home, mark] = placeOf(table->hashFunc(*old), sizeOf(table));
+  const unsigned int* const oldHashes = hashesOf(oldEnd, oldSize);
+  unsigned int* const hashes = hashesOf(table->endPtr, newSize);
+  for (std::size_t old = 0; old < oldSize; ++old) {
+    if (oldTable[old] == nullptr) continue;
+    const auto [home, mark] = placeOf(oldHashes[old], newSize);
     std::size_t at = home;
     while (slots[at] != nullptr) at = nextOf(table, at);
-    slots[at] = *old;
+    slots[at] = oldTable[old];
+    hashes[at] = oldHashes[old];
     setMark(table, at, mark);
   }
   UtlFree(oldTable);
@@ -336,22 +436,14 @@ BoolType rehash(HashTableSType* table) {
 }
 
 VoidPtrType* HashTableLookup(HashTableSType* table, const void* record) {
-  const unsigned int hash = table->hashFunc(record);
-  if (table->table == nullptr) return nullptr;
-  const auto [home, mark] = placeOf(hash, sizeOf(table));
-  VoidPtrType* found = nullptr;
-  if (!searchGroup(table, record, mark, home, found)) searchOn(table, record, mark, home, found);
-  return found;
+  return holdsCStrings(table) ? lookup<AsCStrings>(table, record)
+                              : lookup<ByPointer>(table, record);
 }
 
 BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType record) {
   if (record == nullptr || (slot != nullptr && *slot != nullptr)) return 0;
-  if (table->numEntries >= table->halfTableSize && table->indexOfPrime < lastPrime) {
-    ++table->indexOfPrime;
-    if (rehash(table) == 0) return 0;
-    slot = HashTableLookup(table, record);
-  }
-  if (slot == nullptr || *slot != nullptr) return 0;
+  const unsigned int hash = hashForInsert(table, slot, record);
+  if (!makeRoom(table, record, hash, slot) || slot == nullptr || *slot != nullptr) return 0;
   void* stored = record;
   if (table->copyKeys != 0) {
     const auto keySize = static_cast<std::size_t>(table->keySize);
@@ -359,8 +451,13 @@ BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType r
     if (stored == nullptr) return 0;
     std::memcpy(stored, record, keySize);
   }
+  const std::size_t index = indexOf(table, slot);
+  Rest* const rest = restOf(table);
+  if (rest->marks[index] == hole) --rest->holes;
+  rest->missedSlot = nullptr;
   *slot = stored;
-  setMark(table, indexOf(table, slot), placeOf(table->hashFunc(record), sizeOf(table)).mark);
+  hashesOf(table->endPtr, sizeOf(table))[index] = hash;
+  setMark(table, index, placeOf(hash, sizeOf(table)).mark);
   ++table->numEntries;
   return 1;
 }
@@ -370,6 +467,7 @@ BoolType HashTableRemove(HashTableSType* table, VoidPtrType* slot) {
   if (table->copyKeys != 0) UtlFree(*slot);
   *slot = nullptr;
   --table->numEntries;
+  restOf(table)->missedSlot = nullptr;
   leaveHole(table, indexOf(table, slot));
   return 1;
 }
