@@ -1,6 +1,10 @@
 #include <povzel/tvhash.h>
 
+#include <emmintrin.h>
+
+#include <array>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -22,16 +26,95 @@ std::size_t wordIndex(const TvHashTable* table, std::uint32_t word) {
   return static_cast<std::size_t>((product >> table->downShift) & table->mask);
 }
 
-// The three kinds of key. Each says which keys it takes, in which bucket a key belongs, whether an
-// entry has it, how many bytes it takes in an entry, and puts it there and takes it from there.
+// A string's hash is the sum of its characters, each times 9 to the power of how many follow it.
+std::uint32_t plainStringHash(const char* key) {
+  std::uint32_t hash = 0;
+  for (; *key != '\0'; ++key) hash += (hash << 3) + static_cast<std::uint32_t>(*key);
+  return hash;
+}
+
+// Strings that one register holds, with their NUL.
+constexpr std::size_t mostInRegister = sizeof(__m128i) - 1;
+
+// The powers of 9 from the largest that such a string needs down to 1, and then zeros, so that they
+// can be read from where those of its length begin; each as a sum of signed halves,
+// low + 65536 * high.
+struct Powers {
+  std::array<std::int16_t, 2 * sizeof(__m128i)> low, high;
+};
+constexpr Powers powersOfNine = [] {
+  Powers powers{};
+  std::uint32_t power = 1;
+  for (std::size_t i = mostInRegister; i-- > 0; power *= 9) {
+    powers.low[i] = static_cast<std::int16_t>(power);
+    const std::uint32_t rest = power - static_cast<std::uint32_t>(powers.low[i]);
+    powers.high[i] = static_cast<std::int16_t>(rest >> 16);
+  }
+  return powers;
+}();
+
+template <typename Word>
+Word wordAt(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+// The `length` bytes, at most mostInRegister, with zeros behind them. Reads no others.
+inline __m128i inRegister(const char* bytes, std::size_t length) {
+  const auto bits = static_cast<int>(8 * length);
+  if (length >= 8) {
+    const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
+    const __m128i last = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes + length - 8));
+    return _mm_unpacklo_epi64(first, _mm_srl_epi64(last, _mm_cvtsi32_si128(128 - bits)));
+  }
+  if (length >= 4) {
+    const __m128i first = _mm_cvtsi32_si128(wordAt<int>(bytes));
+    const __m128i last = _mm_cvtsi32_si128(wordAt<int>(bytes + length - 4));
+    return _mm_unpacklo_epi32(first, _mm_srl_epi32(last, _mm_cvtsi32_si128(64 - bits)));
+  }
+  if (length == 0) return _mm_setzero_si128();
+  const auto byteAt = [bytes](std::size_t i) {
+    return static_cast<int>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+  };
+  return _mm_cvtsi32_si128(byteAt(0) | byteAt(length / 2) | byteAt(length - 1));
+}
+
+inline __m128i weigh(__m128i first, __m128i last, const std::int16_t* powers) {
+  const auto* weights = reinterpret_cast<const __m128i*>(powers);
+  return _mm_add_epi32(_mm_madd_epi16(first, _mm_loadu_si128(weights)),
+                       _mm_madd_epi16(last, _mm_loadu_si128(weights + 1)));
+}
+
+// What plainStringHash gives for the string of that length in the register.
+inline std::uint32_t shortStringHash(__m128i bytes, std::size_t length) {
+  const __m128i first = _mm_srai_epi16(_mm_unpacklo_epi8(bytes, bytes), 8);
+  const __m128i last = _mm_srai_epi16(_mm_unpackhi_epi8(bytes, bytes), 8);
+  const std::size_t start = mostInRegister - length;
+  const __m128i low = weigh(first, last, powersOfNine.low.data() + start);
+  const __m128i high = weigh(first, last, powersOfNine.high.data() + start);
+  __m128i sum = _mm_add_epi32(low, _mm_slli_epi32(high, 16));
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
+}
+
+std::uint32_t stringHash(const char* key) {
+  const std::size_t length = std::strlen(key);
+  if (length > mostInRegister) return plainStringHash(key);
+  return shortStringHash(inRegister(key, length), length);
+}
+
+// The kinds of key. Each says which keys it takes, in which bucket a key belongs, whether an entry
+// has it, how many bytes it takes in an entry, and puts it there and takes it from there; and
+// whether `matches` may be asked of any entry, and does so without a branch.
 
 struct StringKey {
-  static bool isValid(const TvHashTable* /*table*/, const char* key) { return key != nullptr; }
+  using Probe = const char*;
+  static constexpr bool isBranchFree = false;
 
   static std::size_t index(const TvHashTable* table, const char* key) {
-    std::uint32_t hash = 0;
-    for (; *key != '\0'; ++key) hash += (hash << 3) + static_cast<std::uint32_t>(*key);
-    return hash & static_cast<std::uint32_t>(table->mask);
+    return plainStringHash(key) & static_cast<std::uint32_t>(table->mask);
   }
 
   static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const char* key) {
@@ -46,10 +129,57 @@ struct StringKey {
     std::memcpy(reinterpret_cast<char*>(entry) + keyOffset, key, size);
   }
 
-  static const char* of(const TvHashEntry* entry) { return entry->key.string; }
+  static std::size_t storedIndex(const TvHashTable* table, const TvHashEntry* entry) {
+    return stringHash(entry->key.string) & static_cast<std::uint32_t>(table->mask);
+  }
+};
+
+// A string that one register holds.
+struct ShortStringKey {
+  struct Probe {
+    const char* string;
+    std::size_t length;
+    __m128i bytes;
+  };
+  static constexpr bool isBranchFree = true;
+
+  static std::size_t index(const TvHashTable* table, const Probe& key) {
+    return shortStringHash(key.bytes, key.length) & static_cast<std::uint32_t>(table->mask);
+  }
+
+#ifdef POVZEL_SANITIZE
+  static bool matches(const TvHashTable* table, const TvHashEntry* entry, const Probe& key) {
+    return StringKey::matches(table, entry, key.string);
+  }
+#else
+  // An entry's key is aligned to a register, as all of the heap is: what is read of it beyond the
+  // entry's block is in the same line as its first byte.
+  static_assert(alignof(std::max_align_t) >= sizeof(__m128i) && keyOffset == sizeof(__m128i));
+
+  static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const Probe& key) {
+    const __m128i stored = _mm_load_si128(reinterpret_cast<const __m128i*>(entry) + 1);
+    const int equal = _mm_movemask_epi8(_mm_cmpeq_epi8(stored, key.bytes));
+    return (equal | -2 << key.length) == -1;  // also its NUL
+  }
+#endif
+
+  static std::uint64_t size(const TvHashTable* /*table*/, const Probe& key) {
+    return std::uint64_t{key.length} + 1;
+  }
+
+  static void store(TvHashEntry* entry, const Probe& key, std::size_t size) {
+    StringKey::store(entry, key.string, size);
+  }
+
+  static std::size_t storedIndex(const TvHashTable* table, const TvHashEntry* entry) {
+    return StringKey::storedIndex(table, entry);
+  }
 };
 
 struct WordKey {
+  using Probe = const char*;
+  static constexpr bool isBranchFree = true;
+
   static bool isValid(const TvHashTable* /*table*/, const char* /*key*/) { return true; }
 
   static std::size_t index(const TvHashTable* table, const char* key) {
@@ -68,12 +198,15 @@ struct WordKey {
     entry->key.oneWordValue = key;
   }
 
-  static const char* of(const TvHashEntry* entry) {
-    return static_cast<const char*>(entry->key.oneWordValue);
+  static std::size_t storedIndex(const TvHashTable* table, const TvHashEntry* entry) {
+    return index(table, static_cast<const char*>(entry->key.oneWordValue));
   }
 };
 
 struct ArrayKey {
+  using Probe = const char*;
+  static constexpr bool isBranchFree = false;
+
   // No entry can hold more words; negative counts are beyond it too.
   static constexpr std::uint32_t mostWords = (UINT32_MAX - keyOffset) / sizeof(long);
 
@@ -106,13 +239,67 @@ struct ArrayKey {
   static const char* of(const TvHashEntry* entry) {
     return reinterpret_cast<const char*>(entry) + keyOffset;
   }
+
+  static std::size_t storedIndex(const TvHashTable* table, const TvHashEntry* entry) {
+    return index(table, of(entry));
+  }
 };
 
+// What is wanted of a chain: its keys are compared in registers only if all of it is inlined.
 template <typename Key>
-TvHashEntry* findIn(const TvHashTable* table, std::size_t index, const char* key) {
-  TvHashEntry* entry = table->buckets[index];
+[[gnu::always_inline]] inline TvHashEntry* walk(const TvHashTable* table, TvHashEntry* entry,
+                                                const typename Key::Probe& key) {
   while (entry != nullptr && !Key::matches(table, entry, key)) entry = entry->nextPtr;
   return entry;
+}
+
+// In a large table nobody can tell where in its chain an entry is, and a branch that is guessed
+// wrong takes longer than to look at all of the first links.
+constexpr long largeMask = 1023;
+
+// Stands where a chain has no more entries, and is read but never written to.
+struct alignas(__m128i) NoEntry {
+  TvHashEntry entry;
+  char line[sizeof(__m128i) - sizeof(TvHashEntry::key)];  // read with the key
+};
+constexpr NoEntry noEntry{};
+
+template <typename Key>
+[[gnu::noinline]] TvHashEntry* walkOn(const TvHashTable* table, TvHashEntry* entry,
+                                      typename Key::Probe key) {
+  return walk<Key>(table, entry, key);
+}
+
+template <typename Key>
+[[gnu::always_inline]] inline TvHashEntry* walkBranchFree(const TvHashTable* table,
+                                                          TvHashEntry* entry,
+                                                          const typename Key::Probe& key) {
+  auto* none = const_cast<TvHashEntry*>(&noEntry.entry);
+  __asm__("" : "+r"(none));  // what is known of it would be made use of by branching
+  const auto orNone = [none](TvHashEntry* link) {
+    __asm__("test %0, %0\n\tcmovz %1, %0" : "+r"(link) : "rm"(none) : "cc");
+    return link;
+  };
+  TvHashEntry* const first = orNone(entry);
+  TvHashEntry* const second = orNone(first->nextPtr);
+  TvHashEntry* const third = orNone(second->nextPtr);
+  TvHashEntry* const fourth = orNone(third->nextPtr);
+  TvHashEntry* found = none;
+  if (Key::matches(table, fourth, key)) found = fourth;
+  if (Key::matches(table, third, key)) found = third;
+  if (Key::matches(table, second, key)) found = second;
+  if (Key::matches(table, first, key)) found = first;
+  return found != none ? found : walkOn<Key>(table, fourth->nextPtr, key);
+}
+
+template <typename Key>
+[[gnu::always_inline]] inline TvHashEntry* findIn(const TvHashTable* table, std::size_t index,
+                                                  const typename Key::Probe& key) {
+  TvHashEntry* const entry = table->buckets[index];
+  if constexpr (Key::isBranchFree) {
+    if (table->mask >= largeMask) return walkBranchFree<Key>(table, entry, key);
+  }
+  return walk<Key>(table, entry, key);
 }
 
 void link(TvHashEntry* entry, TvHashEntry** bucket) {
@@ -135,7 +322,7 @@ void rebuild(TvHashTable* table, TvHashEntry** newBuckets) {
   for (long i = 0; i < oldSize; ++i) {
     for (TvHashEntry *entry = oldBuckets[i], *next; entry != nullptr; entry = next) {
       next = entry->nextPtr;
-      link(entry, &newBuckets[Key::index(table, Key::of(entry))]);
+      link(entry, &newBuckets[Key::storedIndex(table, entry)]);
     }
   }
   if (oldBuckets != table->staticBuckets) UtlFree(oldBuckets);
@@ -147,11 +334,19 @@ TvHashEntry* find(TvHashTable* table, const char* key) {
   return findIn<Key>(table, Key::index(table, key), key);
 }
 
-// Allocates all that it needs before it changes anything.
+TvHashEntry* findString(TvHashTable* table, const char* key) {
+  if (key == nullptr) return nullptr;
+  const std::size_t length = std::strlen(key);
+  if (length > mostInRegister) {
+    return findIn<StringKey>(table, StringKey::index(table, key), key);
+  }
+  const ShortStringKey::Probe probe{key, length, inRegister(key, length)};
+  return findIn<ShortStringKey>(table, ShortStringKey::index(table, probe), probe);
+}
+
+// Finds or makes the entry of a valid key. Allocates all that it needs before it changes anything.
 template <typename Key>
-TvHashEntry* create(TvHashTable* table, const char* key, long* newPtr) {
-  *newPtr = 0;
-  if (!Key::isValid(table, key)) return nullptr;
+TvHashEntry* findOrMake(TvHashTable* table, const typename Key::Probe& key, long* newPtr) {
   const std::size_t index = Key::index(table, key);
   if (TvHashEntry* found = findIn<Key>(table, index, key); found != nullptr) return found;
 
@@ -177,6 +372,20 @@ TvHashEntry* create(TvHashTable* table, const char* key, long* newPtr) {
   if (grows) rebuild<Key>(table, newBuckets);
   *newPtr = 1;
   return entry;
+}
+
+template <typename Key>
+TvHashEntry* create(TvHashTable* table, const char* key, long* newPtr) {
+  *newPtr = 0;
+  return Key::isValid(table, key) ? findOrMake<Key>(table, key, newPtr) : nullptr;
+}
+
+TvHashEntry* createString(TvHashTable* table, const char* key, long* newPtr) {
+  *newPtr = 0;
+  if (key == nullptr) return nullptr;
+  const std::size_t length = std::strlen(key);
+  if (length > mostInRegister) return findOrMake<StringKey>(table, key, newPtr);
+  return findOrMake<ShortStringKey>(table, {key, length, inRegister(key, length)}, newPtr);
 }
 
 TvHashEntry* findInDeleted(TvHashTable* /*table*/, const char* /*key*/) {
@@ -223,8 +432,8 @@ void TvInitHashTable(TvHashTable* table, long keyType) {
   makeEmpty(table);
   table->keyType = keyType;
   if (keyType == 0) {
-    table->findProc = find<StringKey>;
-    table->createProc = create<StringKey>;
+    table->findProc = findString;
+    table->createProc = createString;
   } else if (keyType == 1) {
     table->findProc = find<WordKey>;
     table->createProc = create<WordKey>;

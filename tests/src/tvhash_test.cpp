@@ -1,5 +1,8 @@
 #include <povzel/tvhash.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <povzel/hash.h>
 #include <povzel/hostdebug.h>
 #include <povzel/utlheap.h>
@@ -54,6 +57,61 @@ TEST_P(KeyedTable, GrowsFourfoldAtThreeEntriesPerBucket) {
   EXPECT_EQ(HashCStrHash(order.c_str()), orders.at(GetParam()));
   EXPECT_EQ(table_.numEntries, 0);
   EXPECT_EQ(TvNextHashEntry(&search), nullptr);
+}
+
+// Whatever the length of the chains; the least key, which is no string or 0, is absent at first.
+TEST_P(KeyedTable, LargeTablesFindWhatIsThereAndNothingElse) {
+  constexpr unsigned count = 6000;
+  const auto keyOf = [this](unsigned i) {
+    const char* made = key(i);
+    return i != 0 ? made : GetParam() == 0 ? "" : made;
+  };
+  std::map<unsigned, TvHashEntry*> model;
+  for (unsigned i = 1; i < count; i += 2) {
+    const char* made = keyOf(i);
+    model[i] = table_.createProc(&table_, made, &isNew_);
+  }
+  const auto agrees = [&] {
+    for (unsigned i = 0; i < count; ++i) {
+      const auto known = model.find(i);
+      TvHashEntry* const expected = known != model.end() ? known->second : nullptr;
+      ASSERT_EQ(table_.findProc(&table_, keyOf(i)), expected) << i;
+    }
+  };
+  agrees();
+  for (unsigned i = 0; i < count; i += 3) {
+    TvHashEntry*& entry = model[i];
+    if (entry == nullptr) {
+      entry = table_.createProc(&table_, keyOf(i), &isNew_);
+    } else {
+      TvDeleteHashEntry(entry);
+      model.erase(i);
+    }
+  }
+  agrees();
+}
+
+// No byte behind a key is read: it ends where its page does.
+TEST(TvHash, StringsOfAllLengthsHashAlike) {
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  auto* pages = static_cast<char*>(
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  mprotect(pages + page, page, PROT_NONE);
+  std::mt19937 random(5);
+  Table table(0);
+  for (int i = 0; i < 4000; ++i) {
+    const std::size_t length = random() % 24;
+    char* const key = pages + page - 1 - length;
+    std::generate(key, key + length, [&] { return static_cast<char>(1 + random() % 255); });
+    long isNew;
+    TvHashEntry* const entry = table.createProc(&table, key, &isNew);
+    EXPECT_EQ(table.findProc(&table, key), entry);
+    EXPECT_STREQ(entry->key.string, key);
+    std::uint32_t hash = 0;
+    for (const char* at = key; *at != 0; ++at) hash = 9 * hash + static_cast<std::uint32_t>(*at);
+    ASSERT_EQ(entry->bucketPtr - table.buckets, hash & static_cast<std::uint32_t>(table.mask));
+  }
+  munmap(pages, 2 * page);
 }
 
 TEST_P(KeyedTable, FailedAllocationsLeaveTheTableAsItWas) {
