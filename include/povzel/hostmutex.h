@@ -9,9 +9,14 @@
 // A mutex call that fails is a programming error: it is reported on standard output and ends in
 // HostCallDebuggerMsg with "UTL_GUARANTEE failure in file %s at line %d". Should that return, the
 // call has had no effect. A null mutex fails like a broken one. The caller owns the record.
+//
+// HostMutexAcquire and HostMutexRelease are compiled into their callers, in C and C++, so that a
+// lock costs no more than the system's; the library exports them too, for pointers to them and for
+// other languages.
 #pragma once
 
 #include <pthread.h>
+#include <stddef.h>
 
 #include <povzel/povzeltypes.h>
 
@@ -32,6 +37,27 @@ POVZEL_EXPORT void HostMutexAcquire(HostMutexSType* mutex);
 
 // Frees *mutex. A failure prints "mutexUnLock failed=n" without a new line and goes on.
 POVZEL_EXPORT void HostMutexRelease(HostMutexSType* mutex);
+
+// The exported two under names that are not compiled in.
+POVZEL_EXPORT void povzelMutexAcquire(HostMutexSType* mutex) __asm__("HostMutexAcquire");
+POVZEL_EXPORT void povzelMutexRelease(HostMutexSType* mutex) __asm__("HostMutexRelease");
+
+#define POVZEL_COMPILED_IN extern __inline__ __attribute__((__always_inline__, __gnu_inline__))
+
+// A null mutex makes the exported function report the failure and nothing else.
+POVZEL_COMPILED_IN void HostMutexAcquire(HostMutexSType* mutex) {
+  if (__builtin_expect(mutex == NULL || pthread_mutex_lock(mutex) != 0, 0)) {
+    povzelMutexAcquire(NULL);
+  }
+}
+
+POVZEL_COMPILED_IN void HostMutexRelease(HostMutexSType* mutex) {
+  if (__builtin_expect(mutex == NULL || pthread_mutex_unlock(mutex) != 0, 0)) {
+    povzelMutexRelease(NULL);
+  }
+}
+
+#undef POVZEL_COMPILED_IN
 
 // Reports a mutex error that a caller found at its line `lineNum`: prints
 // "HostMutexError :  caller line %ld\n", then fails as above.

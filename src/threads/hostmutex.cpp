@@ -27,11 +27,11 @@ void HostMutexDestroy(HostMutexSType* mutex) {
   if (mutex == nullptr || pthread_mutex_destroy(mutex) != 0) fail("mutexDestroy failed", __LINE__);
 }
 
-void HostMutexAcquire(HostMutexSType* mutex) {
+void povzelMutexAcquire(HostMutexSType* mutex) {
   if (mutex == nullptr || pthread_mutex_lock(mutex) != 0) fail("mutexLock failed", __LINE__);
 }
 
-void HostMutexRelease(HostMutexSType* mutex) {
+void povzelMutexRelease(HostMutexSType* mutex) {
   if (mutex == nullptr || pthread_mutex_unlock(mutex) != 0) reportRelease();
 }
 

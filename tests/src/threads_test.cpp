@@ -44,7 +44,9 @@ TEST(Threads, LoseNothing) {
 TEST(HostMutexDeathTest, FailuresAreBrokenGuaranteesButForReleases) {
   const std::pair<void (*)(HostMutexSType*), std::string> cases[] = {
       {HostMutexDestroy, "mutexDestroy failed\n"},
-      {HostMutexAcquire, "mutexLock failed\n"},
+      {HostMutexAcquire, "mutexLock failed\n"},  // exported, and compiled in
+      {[](HostMutexSType* held) { HostMutexAcquire(held); }, "mutexLock failed\n"},
+      {[](HostMutexSType*) { HostMutexAcquire(nullptr); }, "mutexLock failed\n"},
       {[](HostMutexSType*) { HostMutexError(-7); }, "HostMutexError :  caller line -7\n"}};
   // A mutex that checks its owner
   HostMutexSType mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
