@@ -26,10 +26,18 @@ char* setEnd(TvDString* ds, std::size_t length) {
   return ds->string;
 }
 
-// Out of line, so that the usual short append needs no frame.
-[[gnu::noinline]] char* appendLong(TvDString* ds, const char* text, std::size_t added) {
+// Out of line, so that a short append needs no frame. A text may overlap where it goes to only if
+// it reaches past the end of the record's own.
+[[gnu::noinline]] char* appendInPlace(TvDString* ds, const char* text, std::size_t added) {
   const auto oldLength = static_cast<std::size_t>(ds->length);
-  std::memmove(ds->string + oldLength, text, added);
+  char* const end = ds->string + oldLength;
+  const std::uintptr_t distance =
+      reinterpret_cast<std::uintptr_t>(end) - reinterpret_cast<std::uintptr_t>(text);
+  if (distance >= added && 0 - distance >= added) {
+    std::memcpy(end, text, added);
+  } else {
+    std::memmove(end, text, added);
+  }
   return setEnd(ds, oldLength + added);
 }
 
@@ -43,10 +51,6 @@ char* setEnd(TvDString* ds, std::size_t length) {
   ds->string = block;
   ds->spaceAvl = static_cast<long>(space);
   return setEnd(ds, oldLength + added);
-}
-
-[[gnu::noinline]] char* appendUntilNul(TvDString* ds, const char* text) {
-  return TvDStringAppend(ds, text, static_cast<long>(std::strlen(text)));
 }
 
 // Copies `size` bytes, at least the size of a Piece and at most twice that.
@@ -64,17 +68,49 @@ constexpr std::size_t mostInPlace = 2 * sizeof(__m128i);
 
 // Copies up to mostInPlace bytes, which may overlap.
 inline void copyShort(char* to, const char* from, std::size_t size) {
-  if (size == 1) {
-    *to = *from;
-  } else if (size >= 16) {
+  if (size >= 16) {
     copyAsTwo<__m128i>(to, from, size);
   } else if (size >= 8) {
-    copyAsTwo<std::uint64_t>(to, from, size);
+    const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+    const __m128i last = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from + size - 8));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), first);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + size - 8), last);
   } else if (size >= 4) {
     copyAsTwo<std::uint32_t>(to, from, size);
   } else if (size >= 2) {
     copyAsTwo<std::uint16_t>(to, from, size);
+  } else if (size == 1) {
+    *to = *from;
   }
+}
+
+// How many bytes fit, the NUL at the end included.
+std::size_t spaceLeft(const TvDString* ds) {
+  return static_cast<std::size_t>(ds->spaceAvl) - static_cast<std::size_t>(ds->length);
+}
+
+char* appendAny(TvDString* ds, const char* text, long length);
+
+// A text may be of more bytes than a long can count; no record has room for that.
+[[gnu::noinline]] char* appendUntilNul(TvDString* ds, const char* text) {
+  const std::size_t added = std::strlen(text);
+  return added < spaceLeft(ds) ? appendAny(ds, text, static_cast<long>(added))
+                               : appendToNewBlock(ds, text, added);
+}
+
+// All but single bytes.
+[[gnu::noinline]] char* appendAny(TvDString* ds, const char* text, long length) {
+  if (text == nullptr) return ds->string;
+  if (length < 0) return appendUntilNul(ds, text);
+  const auto added = static_cast<std::size_t>(length);
+  if (added >= spaceLeft(ds)) return appendToNewBlock(ds, text, added);
+  if (added > mostInPlace) return appendInPlace(ds, text, added);
+  char* const string = ds->string;
+  char* const end = string + ds->length;
+  copyShort(end, text, added);
+  end[added] = '\0';
+  ds->length = end + added - string;
+  return string;
 }
 
 }  // namespace
@@ -87,19 +123,14 @@ void TvDStringInit(TvDString* ds) {
 }
 
 char* TvDStringAppend(TvDString* ds, const char* text, long length) {
-  if (text == nullptr) return ds->string;
-  if (length < 0) return appendUntilNul(ds, text);
-  const auto added = static_cast<std::size_t>(length);
-  const auto oldLength = static_cast<std::size_t>(ds->length);
-  if (added >= static_cast<std::size_t>(ds->spaceAvl) - oldLength) {
-    return appendToNewBlock(ds, text, added);
+  const long oldLength = ds->length;
+  if (length != 1 || text == nullptr || ds->spaceAvl - oldLength < 2) {
+    return appendAny(ds, text, length);
   }
-  if (added > mostInPlace) return appendLong(ds, text, added);
   char* const string = ds->string;
-  char* const end = string + oldLength;
-  copyShort(end, text, added);
-  end[added] = '\0';
-  ds->length = end + added - string;
+  const std::uint16_t byteAndNul = static_cast<unsigned char>(*text);
+  std::memcpy(string + oldLength, &byteAndNul, sizeof byteAndNul);
+  ds->length = oldLength + 1;
   return string;
 }
 

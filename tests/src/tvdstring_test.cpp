@@ -1,5 +1,8 @@
 #include <povzel/tvdstring.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "faults.h"
 #include "tests.h"
 
@@ -30,3 +33,31 @@ TEST(TvDString, GrowsWhenItIsFullOrStaysAsItWas) {
   }
   TvDStringFree(&ds);
 }
+
+#ifndef POVZEL_SANITIZE
+// One piece of memory, mapped over and over, is a text of 2 GiB.
+TEST(TvDString, TextsThatNoLongCanCountAreTooLong) {
+  constexpr std::size_t piece = 64 << 20, pieces = 33;
+  auto* const text = static_cast<char*>(
+      mmap(nullptr, piece * pieces, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+  ASSERT_NE(text, MAP_FAILED);
+  const int file = memfd_create("text", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(file, piece), 0);
+  for (std::size_t i = 0; i < pieces; ++i) {
+    ASSERT_NE(
+        mmap(text + i * piece, piece, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0),
+        MAP_FAILED);
+  }
+  std::memset(text, 'x', piece);
+  mmap(text + (pieces - 1) * piece, piece, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1,
+       0);
+  TvDString ds;
+  TvDStringInit(&ds);
+  const FailingCall failing("malloc", ENOMEM);
+  EXPECT_EQ(printed([&] { EXPECT_EQ(TvDStringAppend(&ds, text, -1), nullptr); }),
+            "malloc failure allocating 4294967295 bytes: tvdstring\n\n");
+  EXPECT_EQ(std::string(ds.string), "");
+  munmap(text, piece * pieces);
+  close(file);
+}
+#endif
