@@ -1,6 +1,7 @@
 // The string hashes beside a plain loop, the open table beside std::unordered_set.
 #include <povzel/hash.h>
 
+#include <absl/container/flat_hash_set.h>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -41,23 +42,18 @@ const Permutation permutation = [] {
   return hash2 << 16 | hash1 << 8 | hash0;
 }
 
-// One of the three hashes alone, with the shortest step there is: an exclusive or and a load that
-// wait for each other. The three run side by side, but none can run faster than this.
-[[gnu::noinline]] unsigned oneHash(const ByteType* bytes, std::size_t count) {
-  alignas(256) static const Permutation aligned = permutation;
-  const auto table = reinterpret_cast<std::uintptr_t>(aligned.data());
-  std::uintptr_t hash = aligned[bytes[0]];
-  for (std::size_t i = 1; i < count; ++i) {
-    hash = *reinterpret_cast<const ByteType*>(hash ^ (table ^ bytes[i]));
-  }
-  return hash;
+// What the work cannot do without: a look at each byte, once.
+[[gnu::noinline]] unsigned readAll(const ByteType* bytes, std::size_t count) {
+  unsigned sum = 0;
+  for (std::size_t i = 0; i < count; ++i) sum += bytes[i];
+  return sum;
 }
 
 void BM_HashStrHashFloor(benchmark::State& state) {
   const std::string text(static_cast<std::size_t>(state.range(0)), 'x');
   const auto* bytes = reinterpret_cast<const ByteType*>(text.data());
   comparePaired(
-      state, [&] { benchmark::DoNotOptimize(oneHash(bytes, text.size())); },
+      state, [&] { benchmark::DoNotOptimize(readAll(bytes, text.size())); },
       [&] { benchmark::DoNotOptimize(plainHash(bytes, text.size())); });
 }
 BENCHMARK(BM_HashStrHashFloor)
@@ -92,88 +88,210 @@ struct Equal {
   }
 };
 
-[[gnu::noinline]] void visitHome(const HashTableSType* table, const char* string, bool hit) {
+[[gnu::noinline]] void visitHome(const HashTableSType* table, const char* string) {
   const auto size = static_cast<unsigned>(table->tableSize);
-  benchmark::DoNotOptimize(table->table[table->hashFunc(string) % size]);
-  if (hit) benchmark::DoNotOptimize(table->compareFunc(string, string));
+  benchmark::DoNotOptimize(table->table[HashCStrHash(string) % size]);
+  benchmark::DoNotOptimize(HashCStrCompare(string, string));
 }
 
-// Both tables with the same records, and the strings that they are asked for, in random order.
-class Tables {
+using Strings = std::vector<const char*>;
+
+// Each is a table, and does the same with it. Their own calls of the hash are the library's.
+class Ours {
  public:
-  Tables(std::size_t count, bool hit) {
-    for (std::size_t i = 0; i < count; ++i) stored_.push_back("symbol." + std::to_string(i));
-    asked_ = stored_;
-    if (!hit) {
-      for (std::string& string : asked_) string[0] = 'S';
-    }
-    std::shuffle(asked_.begin(), asked_.end(), std::mt19937(1));
-    HashTableInit(&table_, 0, 0, HashCStrHash, HashCStrCompare);
-    for (std::string& string : stored_) {
-      HashTableInsert(&table_, HashTableLookup(&table_, string.c_str()), string.data());
-      set_.insert(string.c_str());
-    }
-  }
-  Tables(const Tables&) = delete;
-  Tables& operator=(const Tables&) = delete;
-  ~Tables() {
+  Ours() { HashTableInit(&table_, 0, 0, HashCStrHash, HashCStrCompare); }
+  Ours(const Ours&) = delete;
+  Ours& operator=(const Ours&) = delete;
+  ~Ours() {
     HashTableClear(&table_);
     UtlFree(table_.table);
   }
 
-  double count() const { return static_cast<double>(stored_.size()); }
-
-  void lookUp() {
-    for (const std::string& string : asked_) {
-      benchmark::DoNotOptimize(*HashTableLookup(&table_, string.c_str()));
-    }
+  bool has(const char* string) { return *HashTableLookup(&table_, string) != nullptr; }
+  void insert(const char* string) {
+    HashTableInsert(&table_, HashTableLookup(&table_, string), const_cast<char*>(string));
   }
+  void remove(const char* string) { HashTableRemove(&table_, HashTableLookup(&table_, string)); }
 
-  void findInSet() {
-    for (const std::string& string : asked_) {
-      benchmark::DoNotOptimize(set_.find(string.c_str()) != set_.end());
-    }
-  }
-
-  // What no look-up in a table of this record can do without: the hash, through its pointer, the
-  // division for the slot, a look at it and, for a record that is there, one comparison.
-  void visitHomes(bool hit) {
-    for (const std::string& string : asked_) visitHome(&table_, string.c_str(), hit);
-  }
+  // What no look-up in a table of this record can do without: the hash, the division for the slot,
+  // a look at it and one comparison.
+  void visit(const char* string) { visitHome(&table_, string); }
 
  private:
-  std::vector<std::string> stored_;
-  std::vector<std::string> asked_;
   HashTableSType table_;
-  std::unordered_set<const char*, Hash, Equal> set_;
 };
 
-void BM_HashTableLookup(benchmark::State& state) {
-  Tables tables(static_cast<std::size_t>(state.range(0)), state.range(1) != 0);
-  comparePaired(
-      state, [&] { tables.lookUp(); }, [&] { tables.findInSet(); },
-      {.units = tables.count(), .bound = 1 / 1.3});
-}
-BENCHMARK(BM_HashTableLookup)
-    ->ArgsProduct({{1000, 30000}, {1, 0}})
-    ->ArgNames({"records", "hit"})
-    ->Iterations(pairedTurns)
-    ->UseManualTime();
+template <typename Set>
+class Theirs {
+ public:
+  bool has(const char* string) { return set_.find(string) != set_.end(); }
+  void insert(const char* string) { set_.insert(string); }
+  void remove(const char* string) { set_.erase(string); }
 
-// How far std::unordered_set can be undercut at all. Of 1,000 records in a loop the processor soon
-// knows every branch by heart; then the calls, which both tables make, are nearly all the time.
-void BM_HashTableLookupFloor(benchmark::State& state) {
-  Tables tables(static_cast<std::size_t>(state.range(0)), state.range(1) != 0);
-  comparePaired(
-      state, [&] { tables.visitHomes(state.range(1) != 0); }, [&] { tables.findInSet(); },
-      {.units = tables.count()});
+ private:
+  Set set_;
+};
+using UnorderedSet = Theirs<std::unordered_set<const char*, Hash, Equal>>;
+using FlatHashSet = Theirs<absl::flat_hash_set<const char*, Hash, Equal>>;
+
+template <typename Table>
+void insertAll(Table& table, const Strings& strings) {
+  for (const char* string : strings) table.insert(string);
 }
-BENCHMARK(BM_HashTableLookupFloor)
-    ->ArgsProduct({{1000, 30000}, {1, 0}})
-    ->ArgNames({"records", "hit"})
-    ->Iterations(pairedTurns)
-    ->UseManualTime();
+
+// As many names as the first argument says that are stored, and as many others.
+struct Names {
+  explicit Names(const benchmark::State& state, const std::string& tail = {}) {
+    const auto count = static_cast<std::size_t>(state.range(0));
+    for (std::size_t i = 0; i < 2 * count; ++i) {
+      texts.push_back((i < count ? "symbol." : "Symbol.") + std::to_string(i % count) + tail);
+    }
+    for (std::size_t i = 0; i < 2 * count; ++i) {
+      (i < count ? stored : absent).push_back(texts[i].c_str());
+    }
+  }
+
+  double count() const { return static_cast<double>(stored.size()); }
+
+  std::vector<std::string> texts;
+  Strings stored;
+  Strings absent;
+};
+
+template <typename Other>
+void BM_Lookup(benchmark::State& state, bool hit, double bound) {
+  Names names(state);
+  Ours ours;
+  Other other;
+  insertAll(ours, names.stored);
+  insertAll(other, names.stored);
+  Strings& asked = hit ? names.stored : names.absent;
+  const auto ask = [&asked](auto& table) {
+    for (const char* string : asked) benchmark::DoNotOptimize(table.has(string));
+  };
+  comparePaired(
+      state, [&] { ask(ours); }, [&] { ask(other); },
+      {.units = names.count(), .bound = bound, .beforeRound = [&] { reorder(asked); }});
+}
+
+void BM_LookupFloor(benchmark::State& state) {
+  Names names(state);
+  Ours ours;
+  insertAll(ours, names.stored);
+  comparePaired(
+      state,
+      [&] {
+        for (const char* string : names.stored) benchmark::DoNotOptimize(ours.has(string));
+      },
+      [&] {
+        for (const char* string : names.stored) ours.visit(string);
+      },
+      {.units = names.count(), .beforeRound = [&] { reorder(names.stored); }});
+}
+
+// Filling a new table, which grows as it goes. The names are long.
+template <typename Other>
+void BM_Fill(benchmark::State& state, double bound) {
+  Names names(state, ".of.a.name.that.is.long");
+  comparePaired(
+      state,
+      [&] {
+        Ours ours;
+        insertAll(ours, names.stored);
+      },
+      [&] {
+        Other other;
+        insertAll(other, names.stored);
+      },
+      {.units = names.count(), .bound = bound, .beforeRound = [&] { reorder(names.stored); }});
+}
+
+// Removing a record and inserting another, and back, a thousand times.
+template <typename Other>
+void BM_Churn(benchmark::State& state, double bound) {
+  constexpr std::size_t renewed = 1000;
+  Names names(state);
+  Ours ours;
+  Other other;
+  insertAll(ours, names.stored);
+  insertAll(other, names.stored);
+  const auto churn = [&](auto& table) {
+    for (const bool back : {false, true}) {
+      const Strings& from = back ? names.absent : names.stored;
+      const Strings& to = back ? names.stored : names.absent;
+      for (std::size_t i = 0; i < renewed; ++i) {
+        table.remove(from[i]);
+        table.insert(to[i]);
+      }
+    }
+  };
+  const auto reorderBoth = [&] {
+    reorder(names.stored);
+    reorder(names.absent);
+  };
+  comparePaired(
+      state, [&] { churn(ours); }, [&] { churn(other); },
+      {.units = 2 * renewed, .bound = bound, .beforeRound = reorderBoth});
+}
+
+// Look-ups of absent records at the last size, 0.9 and 0.95 full: after 350,000 removals and
+// inserts beside a fresh table with the same records.
+void BM_WornMiss(benchmark::State& state) {
+  Names names(state);
+  Ours worn;
+  insertAll(worn, names.absent);
+  for (const int renewals : {0, 1, 2, 3, 4, 5}) {
+    Strings& from = renewals % 2 == 0 ? names.absent : names.stored;
+    Strings& to = renewals % 2 == 0 ? names.stored : names.absent;
+    reorder(from);
+    for (std::size_t i = 0; i < from.size(); ++i) {
+      worn.remove(from[i]);
+      worn.insert(to[i]);
+    }
+  }
+  Ours fresh;
+  insertAll(fresh, names.absent);
+  Strings asked = names.stored;
+  reorder(asked);
+  asked.resize(2000);
+  const auto ask = [&](Ours& table) {
+    for (const char* string : asked) benchmark::DoNotOptimize(table.has(string));
+  };
+  comparePaired(
+      state, [&] { ask(worn); }, [&] { ask(fresh); },
+      {.units = 2000, .bound = 4, .beforeRound = [&] { reorder(asked); }});
+}
+
+template <typename... Arguments>
+benchmark::internal::Benchmark* add(const std::string& name, Arguments... arguments) {
+  return benchmark::RegisterBenchmark(name.c_str(), arguments...)
+      ->ArgName("records")
+      ->Iterations(pairedTurns)
+      ->UseManualTime();
+}
+
+template <typename Other>
+void addPeer(const std::string& peer, double lookupBound, double insertBound) {
+  for (const bool hit : {true, false}) {
+    add((hit ? "BM_HashTableHit/" : "BM_HashTableMiss/") + peer, BM_Lookup<Other>, hit, lookupBound)
+        ->Arg(1000)
+        ->Arg(30000);
+  }
+  add("BM_HashTableFill/" + peer, BM_Fill<Other>, insertBound)
+      ->Arg(1000)
+      ->Arg(30000)
+      ->Iterations(pairedTurns / 4);
+  add("BM_HashTableChurn/" + peer, BM_Churn<Other>, insertBound)->Arg(1000)->Arg(30000);
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  addPeer<UnorderedSet>("unordered_set", 1 / 1.3, 1);
+  addPeer<FlatHashSet>("flat_hash_set", 0, 0);
+  add("BM_HashTableHitFloor", BM_LookupFloor)->Arg(1000)->Arg(30000);
+  add("BM_HashTableWornMiss", BM_WornMiss)->Arg(58983)->Arg(62260);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+}

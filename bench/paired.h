@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <random>
 #include <vector>
 
 // How many turns each takes. Left to the library, it would go on until the reported times, which
@@ -22,7 +24,18 @@ struct PairedOptions {
   double units = 1;       // what one call works on; times are given per unit
   double otherUnits = 0;  // the same for the other; 0: as many
   double bound = 0;       // the ratio that is promised at the most; 0: none
+
+  // Done before each turn of both; not timed. Puts what they ask for in a new order, which no
+  // processor has learnt.
+  std::function<void()> beforeRound = {};
 };
+
+// Puts the elements in a random order, another one each time.
+template <typename Elements>
+void reorder(Elements& elements) {
+  static std::mt19937 random(1);
+  std::shuffle(elements.begin(), elements.end(), random);
+}
 
 namespace paired {
 
@@ -56,6 +69,7 @@ void compareTimed(benchmark::State& state, OursSeconds ours, OtherSeconds other,
   std::vector<double> others;
   bool oursFirst = true;
   for (auto _ : state) {
+    if (options.beforeRound) options.beforeRound();
     double mine = 0;
     if (oursFirst) mine = ours(ourCalls);
     const double theirs = other(otherCalls) / otherCalls / otherUnits;

@@ -20,22 +20,15 @@ namespace {
 
 constexpr double mapBound = 1 / 1.5;
 
-// Visits what a find of each of these entries has to visit, without a hash or a comparison: the
-// least that any table of this layout can do. Its number of buckets, a power of 4, leaves up to 3
-// entries in each, and an entry takes 32 bytes of the heap: of 30,000 words that alone is slower
-// than a find in std::unordered_map, whose nodes are half as large and one to a bucket.
-void walkChains(const std::vector<TvHashEntry*>& entries) {
-  for (const TvHashEntry* wanted : entries) {
-    const TvHashEntry* entry = *wanted->bucketPtr;
-    while (entry != wanted) entry = entry->nextPtr;
-    benchmark::DoNotOptimize(entry->value);
+// Reads the bucket and the value of each entry, without a look for it: the least that anything can
+// do that finds entries by way of buckets.
+void visit(const std::vector<TvHashEntry*>& entries) {
+  for (const TvHashEntry* entry : entries) {
+    const TvHashEntry* first = *entry->bucketPtr;
+    benchmark::DoNotOptimize(first);
+    void* value = entry->value;
+    benchmark::DoNotOptimize(value);
   }
-}
-
-std::uint32_t hashOf(const char* key) {
-  std::uint32_t hash = 0;
-  for (; *key != '\0'; ++key) hash = 9 * hash + static_cast<std::uint32_t>(*key);
-  return hash;
 }
 
 class StringTables {
@@ -58,7 +51,8 @@ class StringTables {
     for (std::string& key : asked_) {
       apr_hash_set(apr_, apr_pstrdup(pool_, key.c_str()), APR_HASH_KEY_STRING, &key);
     }
-    std::shuffle(asked_.begin(), asked_.end(), std::mt19937(1));
+    absent_ = asked_;
+    for (std::string& key : absent_) key[0] = 'O';
     for (const std::string& key : asked_) {
       entries_.push_back(table_.findProc(&table_, key.c_str()));
     }
@@ -74,16 +68,50 @@ class StringTables {
 
   double count() const { return static_cast<double>(asked_.size()); }
 
-  // What walkChains visits, with what a find has to read besides, once: the key, and the entry's
-  // key beside it.
-  void walkAndCompareOurs() {
-    for (std::size_t i = 0; i < asked_.size(); ++i) {
-      const TvHashEntry* entry = *entries_[i]->bucketPtr;
-      while (entry != entries_[i]) entry = entry->nextPtr;
-      benchmark::DoNotOptimize(hashOf(asked_[i].c_str()));
-      benchmark::DoNotOptimize(std::strcmp(entry->key.string, asked_[i].c_str()));
+  void reorderAll() {
+    reorder(asked_);
+    reorder(absent_);
+    reorder(entries_);
+  }
+
+  void visitOurs() { visit(entries_); }
+  void missInOurs() {
+    for (const std::string& key : absent_) {
+      benchmark::DoNotOptimize(table_.findProc(&table_, key.c_str()));
     }
   }
+  void missInMap() {
+    for (const std::string& key : absent_) {
+      const char* text = key.c_str();
+      benchmark::DoNotOptimize(map_.find(text) != map_.end());
+    }
+  }
+  void fillOurs() {
+    TvHashTable table;
+    TvInitHashTable(&table, 0);
+    long isNew;
+    for (const std::string& key : asked_) table.createProc(&table, key.c_str(), &isNew);
+    TvDeleteHashTable(&table);
+  }
+  void fillMap() {
+    std::unordered_map<std::string, void*> map;
+    for (const std::string& key : asked_) map[key.c_str()] = nullptr;
+  }
+  // Deletes each entry and makes it again.
+  void renewOurs() {
+    long isNew;
+    for (std::string& key : asked_) {
+      TvDeleteHashEntry(table_.findProc(&table_, key.c_str()));
+      table_.createProc(&table_, key.c_str(), &isNew)->value = &key;
+    }
+  }
+  void renewMap() {
+    for (std::string& key : asked_) {
+      map_.erase(key.c_str());
+      map_[key.c_str()] = &key;
+    }
+  }
+
   void findInOurs() {
     for (const std::string& key : asked_) {
       benchmark::DoNotOptimize(table_.findProc(&table_, key.c_str())->value);
@@ -112,6 +140,7 @@ class StringTables {
 
  private:
   std::vector<std::string> asked_;
+  std::vector<std::string> absent_;
   std::vector<TvHashEntry*> entries_;
   TvHashTable table_;
   std::unordered_map<std::string, void*> map_;
@@ -134,7 +163,7 @@ class WordTables {
     }
     for (const char* word : asked_) map_[word] = &table_;
     for (const char* word : asked_) g_hash_table_insert(glib_, const_cast<char*>(word), &table_);
-    std::shuffle(asked_.begin(), asked_.end(), random);
+    for (const char* word : asked_) absent_.push_back(word + 1);
     for (const char* key : asked_) entries_.push_back(table_.findProc(&table_, key));
   }
   WordTables(const WordTables&) = delete;
@@ -146,7 +175,44 @@ class WordTables {
 
   double count() const { return static_cast<double>(asked_.size()); }
 
-  void walkOurs() { walkChains(entries_); }
+  void reorderAll() {
+    reorder(asked_);
+    reorder(absent_);
+    reorder(entries_);
+  }
+
+  void visitOurs() { visit(entries_); }
+  void missInOurs() {
+    for (const char* key : absent_) benchmark::DoNotOptimize(table_.findProc(&table_, key));
+  }
+  void missInMap() {
+    for (const char* key : absent_) benchmark::DoNotOptimize(map_.find(key) != map_.end());
+  }
+  void fillOurs() {
+    TvHashTable table;
+    TvInitHashTable(&table, 1);
+    long isNew;
+    for (const char* key : asked_) table.createProc(&table, key, &isNew);
+    TvDeleteHashTable(&table);
+  }
+  void fillMap() {
+    std::unordered_map<const void*, void*> map;
+    for (const char* key : asked_) map[key] = nullptr;
+  }
+  void renewOurs() {
+    long isNew;
+    for (const char* key : asked_) {
+      TvHashEntry* const entry = table_.findProc(&table_, key);
+      if (entry != nullptr) TvDeleteHashEntry(entry);
+      table_.createProc(&table_, key, &isNew);
+    }
+  }
+  void renewMap() {
+    for (const char* key : asked_) {
+      map_.erase(key);
+      map_[key] = &table_;
+    }
+  }
   void findInOurs() {
     for (const char* key : asked_) benchmark::DoNotOptimize(table_.findProc(&table_, key)->value);
   }
@@ -159,6 +225,7 @@ class WordTables {
 
  private:
   std::vector<const char*> asked_;
+  std::vector<const char*> absent_;
   std::vector<TvHashEntry*> entries_;
   TvHashTable table_;
   std::unordered_map<const void*, void*> map_;
@@ -166,43 +233,49 @@ class WordTables {
 };
 
 template <typename Tables, void (Tables::*Other)(), void (Tables::*Ours)() = &Tables::findInOurs>
-void BM_Find(benchmark::State& state, double bound) {
+void BM_Keyed(benchmark::State& state, double bound) {
   Tables tables(static_cast<std::size_t>(state.range(0)));
   comparePaired(
       state, [&] { (tables.*Ours)(); }, [&] { (tables.*Other)(); },
-      {.units = tables.count(), .bound = bound});
+      {.units = tables.count(), .bound = bound, .beforeRound = [&] { tables.reorderAll(); }});
 }
 
-void registerFind(const char* name, void (*function)(benchmark::State&, double), double bound) {
+void registerPair(const char* name, void (*function)(benchmark::State&, double), double bound) {
   benchmark::RegisterBenchmark(name, function, bound)
       ->Arg(1000)
       ->Arg(30000)
       ->ArgName("entries")
-      ->Iterations(pairedTurns)
+      ->Iterations(pairedTurns / 2)
       ->UseManualTime();
+}
+
+// What both kinds of key have beside their finds.
+template <typename Tables>
+void registerRest(const std::string& kind, double bound) {
+  const auto name = [&](const char* what) { return "BM_" + (what + kind); };
+  registerPair((name("Miss") + "/unordered_map").c_str(),
+               BM_Keyed<Tables, &Tables::missInMap, &Tables::missInOurs>, bound);
+  registerPair((name("Fill") + "/unordered_map").c_str(),
+               BM_Keyed<Tables, &Tables::fillMap, &Tables::fillOurs>, 0);
+  registerPair((name("Renew") + "/unordered_map").c_str(),
+               BM_Keyed<Tables, &Tables::renewMap, &Tables::renewOurs>, 0);
+  registerPair((name("Find") + "/floor").c_str(), BM_Keyed<Tables, &Tables::visitOurs>, 0);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   // What is asked for is a C string, of which a map of std::string first makes a key.
-  registerFind("BM_FindString/unordered_map",
-               BM_Find<StringTables, &StringTables::findInMapByCString>, mapBound);
-  registerFind("BM_FindString/unordered_map_ready_keys",
-               BM_Find<StringTables, &StringTables::findInMap>, 0);
-  registerFind("BM_FindString/glib", BM_Find<StringTables, &StringTables::findInGlib>, 0);
-  registerFind("BM_FindString/apr", BM_Find<StringTables, &StringTables::findInApr>, 0);
-  registerFind(
-      "BM_FindStringFloor/unordered_map",
-      BM_Find<StringTables, &StringTables::findInMapByCString, &StringTables::walkAndCompareOurs>,
-      0);
-  registerFind("BM_FindStringFloor/unordered_map_ready_keys",
-               BM_Find<StringTables, &StringTables::findInMap, &StringTables::walkAndCompareOurs>,
-               0);
-  registerFind("BM_FindWord/unordered_map", BM_Find<WordTables, &WordTables::findInMap>, 1);
-  registerFind("BM_FindWord/glib", BM_Find<WordTables, &WordTables::findInGlib>, 0);
-  registerFind("BM_FindWordFloor/unordered_map",
-               BM_Find<WordTables, &WordTables::findInMap, &WordTables::walkOurs>, 0);
+  registerPair("BM_FindString/unordered_map",
+               BM_Keyed<StringTables, &StringTables::findInMapByCString>, mapBound);
+  registerPair("BM_FindString/unordered_map_ready_keys",
+               BM_Keyed<StringTables, &StringTables::findInMap>, 0);
+  registerPair("BM_FindString/glib", BM_Keyed<StringTables, &StringTables::findInGlib>, 0);
+  registerPair("BM_FindString/apr", BM_Keyed<StringTables, &StringTables::findInApr>, 0);
+  registerPair("BM_FindWord/unordered_map", BM_Keyed<WordTables, &WordTables::findInMap>, 1);
+  registerPair("BM_FindWord/glib", BM_Keyed<WordTables, &WordTables::findInGlib>, 0);
+  registerRest<StringTables>("String", mapBound);
+  registerRest<WordTables>("Word", 1);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
