@@ -240,13 +240,15 @@ std::string ServerConnection::reason() const {
 
 void ServerConnection::lose(std::string why) {
   close();
+  if (why.find("out of memory") != std::string::npos) throw std::bad_alloc();
   throw Failure(ErrConnectionLost,
                 "the connection to the database " + shown_ + " is lost: " + std::move(why));
 }
 
 void ServerConnection::connect() {
   checkProcess();
-  if (connection_ != nullptr) return;
+  if (isConnected()) return;
+  close();
   std::vector<const char*> keywords;
   std::vector<const char*> values;
   for (const auto& [keyword, value] : parameters_) {

@@ -81,7 +81,10 @@ class ServerConnection {
 
   // Connects, unless that is done. Throws ErrLoginDenied with libpq's reason.
   void connect();
-  bool isConnected() const { return connection_ != nullptr; }
+  // Whether it is, and nothing was left half sent, which only closing settles.
+  bool isConnected() const { return connection_ != nullptr && sent_.empty(); }
+  // How long connecting may take, with all hosts.
+  std::chrono::milliseconds connectTime() const { return connectTime_; }
   // Looks whether the schema holds a database that this version knows. Throws ErrLoginDenied,
   // ErrNewerStore, ErrNotPermitted.
   void identify();
@@ -111,7 +114,7 @@ class ServerConnection {
   [[noreturn]] void lose(std::string why);
   void wait(short events);
   void awaitConnection();
-  void flushMuch(std::size_t sent);
+  void flushMuch(std::size_t size);
   PGresult* next();
   bool take(const Sent& sent, std::vector<Answer>& answers, std::optional<Refusal>& refusal);
   std::string reason() const;

@@ -535,7 +535,8 @@ std::optional<Outcome> ServerStore::resolve() {
                        std::to_string(before) + " in " + server_.qualified("clients"));
   };
   server_.close();
-  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(options_.patience);
+  const Clock::time_point end =
+      Clock::now() + std::chrono::milliseconds(options_.patience) + server_.connectTime();
   server_.setDeadline(end);
   for (;;) {
     try {
