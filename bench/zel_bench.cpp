@@ -1,6 +1,6 @@
 // Programs in the embedded database beside the same in python3, both over 100,000 turns. Sorting
 // goes against sorted() with a comparing function, string building against itself at a tenth of
-// the length.
+// the length, and commits in memory against the time that they may take.
 #include <benchmark/benchmark.h>
 
 #include <unistd.h>
@@ -112,6 +112,20 @@ void BM_StringBuilding(benchmark::State& state) {
       {.units = 1e5, .otherUnits = 1e4, .bound = 3.0});
 }
 BENCHMARK(BM_StringBuilding)->Iterations(11)->UseManualTime();
+
+// Commits of 10 changed objects; beside them stands what is promised.
+void BM_Commit10(benchmark::State& state) {
+  constexpr double promised = 50e-6;
+  run("Globals at: #Ten put: ((1 to: 10) collect: [:i | Array new: 4]). System commit");
+  compareTimed(
+      state,
+      [](int calls) {
+        return secondsOf("1 to: 100 do: [:i | Ten do: [:each | each at: 1 put: i]. System commit]",
+                         calls);
+      },
+      [](int calls) { return calls * promised; }, {.units = 100, .otherUnits = 1, .bound = 1.0});
+}
+BENCHMARK(BM_Commit10)->Iterations(51)->UseManualTime();
 
 }  // namespace
 
