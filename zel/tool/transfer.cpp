@@ -20,10 +20,6 @@ constexpr std::uint64_t rowsAtOnce = 1024;
 constexpr std::size_t mostLost = 10000;
 constexpr std::size_t bytesAtOnce = 4U << 20;
 
-[[noreturn]] void giveUp() {
-  throw Failure(ErrHardBreak, "given up", {}, FailureKind::stop);
-}
-
 class Dumper {
  public:
   Dumper(Store& store, Output& output, ProgressLine& progress, std::vector<Lost>* lost)
@@ -62,7 +58,7 @@ class Dumper {
   void take(const Row& row) {
     output_.line(lineOf(row));
     next_ = row.place.id + 1;
-    if (++done_ % rowsAtOnce == 0 && !progress_.tell(done_, all_)) giveUp();
+    if (++done_ % rowsAtOnce == 0) tell(progress_, done_, all_);
   }
 
   const Lease lease_;
@@ -75,15 +71,16 @@ class Dumper {
   ObjectId next_ = 0;
 };
 
+// Takes some rows of a new database.
+using AddWrites = std::function<void(std::span<const Write> writes)>;
+
 class Loader {
  public:
-  Loader(NewFile& made, Input& input, ProgressLine& progress)
-      : made_(made), input_(input), progress_(progress) {
-    made_.state.version = 1;
-    made_.state.tick = 1;
-  }
+  Loader(const AddWrites& add, Input& input, ProgressLine& progress)
+      : add_(add), input_(input), progress_(progress) {}
 
-  void run() {
+  // Answers the first id that no object has.
+  ObjectId run() {
     readHead();
     while (nextLine() && line_ != lastLine) {
       takeRow();
@@ -97,6 +94,7 @@ class Loader {
       throw Trouble{input_.name() + " has no object @" + std::to_string(missing) +
                     ", to which others refer\nAdd its line, or put nil in its place"};
     }
+    return std::max(firstFreeId, last_.id + 1);
   }
 
  private:
@@ -158,17 +156,13 @@ class Loader {
   }
 
   void write() {
-    std::vector<const Write*> writes;
-    writes.reserve(writes_.size());
-    for (const Write& each : writes_) writes.push_back(&each);
-    made_.tables().apply(writes, made_.state, std::nullopt, nullptr);
+    add_(writes_);
     writes_.clear();
     bytes_ = 0;
-    made_.state.nextId = std::max(firstFreeId, last_.id + 1);
-    if (!progress_.tell(input_.all() != 0 ? input_.done() : number_, input_.all())) giveUp();
+    tell(progress_, input_.all() != 0 ? input_.done() : number_, input_.all());
   }
 
-  NewFile& made_;
+  const AddWrites& add_;
   Input& input_;
   ProgressLine& progress_;
   std::uint64_t number_ = 0;
@@ -183,6 +177,12 @@ class Loader {
 
 }  // namespace
 
+void tell(ProgressLine& progress, std::uint64_t done, std::uint64_t all) {
+  if (!progress.tell(done, all)) {
+    throw Failure(ErrHardBreak, "given up", {}, FailureKind::stop);
+  }
+}
+
 void references(const Row& row, std::vector<ObjectId>& ids) {
   if (row.place.id != usersId) referencesOf(row, ids);
 }
@@ -193,17 +193,30 @@ void dump(Store& store, Output& output, ProgressLine& progress, std::vector<Lost
   output.line(lastLine);
 }
 
-std::uint64_t load(const std::string& path, Input& input, ProgressLine& progress) {
+void loadFile(const std::string& path, Input& input, ProgressLine& progress) {
   const FileCalls calls;
   const Waiting waiting{nullptr, 0};
   NewFile made(calls, waiting, resolved(path));
-  Loader(made, input, progress).run();
+  made.state.version = 1;
+  made.state.tick = 1;
+  const AddWrites add = [&made](std::span<const Write> writes) {
+    std::vector<const Write*> pointers;
+    pointers.reserve(writes.size());
+    for (const Write& each : writes) pointers.push_back(&each);
+    made.tables().apply(pointers, made.state, std::nullopt, nullptr);
+  };
+  made.state.nextId = Loader(add, input, progress).run();
   made.finish();
   if (!made.publish(true)) {
     throw Trouble{"there is a file " + path + " already\nName one that is not there, or empty"};
   }
   made.settle();
-  return made.state.objects;
+}
+
+void loadServer(const ServerOptions& options, Input& input, ProgressLine& progress) {
+  NewServerStore made(options);
+  const AddWrites add = [&made](std::span<const Write> writes) { made.add(writes); };
+  made.finish(Loader(add, input, progress).run());
 }
 
 }  // namespace zel

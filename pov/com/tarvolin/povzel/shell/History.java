@@ -106,7 +106,7 @@ final class History extends DefaultHistory {
 
     /** Keeps a text or a command, unless the user hides it or it may hold a password. */
     void keep(String entry) {
-        boolean secret = entry.toLowerCase(Locale.ROOT).contains("password");
+        boolean secret = entry.toLowerCase(Locale.ROOT).contains("password") || ServerUrl.hasPassword(entry);
         if (!entry.isBlank() && !Character.isWhitespace(entry.charAt(0)) && !secret) {
             // The file's lines end with either.
             super.add(Instant.now(), entry.stripTrailing().replace('\r', '\n'));

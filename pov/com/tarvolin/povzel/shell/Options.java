@@ -28,14 +28,15 @@ import picocli.CommandLine.Parameters;
                     + " in.",
             ""
         },
-        footerHeading = "%nThe first word can be one of these, with a database in a file:%n",
+        footerHeading = "%nThe first word can be one of these, with a database:%n",
         footer = {
-            "  check FILE            tell whether it is whole",
-            "  dump FILE [OUT]       write all of it as text",
-            "  load FILE [IN]        make a new one of such a text",
-            "  compact FILE          give room back that it no longer needs",
-            "  create FILE           make an empty one",
-            "  stat FILE             tell its size and what is in it",
+            "  check NAME            tell whether it is whole",
+            "  dump NAME [OUT]       write all of it as text",
+            "  load NAME [IN]        make a new one of such a text",
+            "  compact NAME          give room back that it no longer needs",
+            "  create NAME           make an empty one",
+            "  stat NAME             tell its size and what is in it",
+            "NAME is a file, or postgresql://user@host:port/database?schema=povzel.",
             "A file of texts that has such a name is ./check."
         },
         exitCodeListHeading = "%nExit status:%n",
@@ -76,7 +77,8 @@ final class Options {
 
     @Option(names = {"-s", "--server"}, paramLabel = "NAME",
             description = "The server to log in to. Of the built-in database a name with a / or that ends in"
-                    + " .povzel is a file, which keeps what is committed.")
+                    + " .povzel is a file, which keeps what is committed, and"
+                    + " postgresql://user@host:port/database?schema=povzel is on a PostgreSQL server.")
     String server;
 
     @Option(names = "--create",
@@ -137,9 +139,13 @@ final class Options {
         return query >= 0 && name.indexOf(CREATE, query) >= 0;
     }
 
+    boolean isOnServer() {
+        return ServerUrl.isOne(server);
+    }
+
     /** Whether the first commit makes the database. */
     boolean creates() {
-        if (!isCreating(login())) {
+        if (!isCreating(login()) || isOnServer()) {
             return false;
         }
         try {

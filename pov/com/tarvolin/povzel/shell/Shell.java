@@ -35,8 +35,9 @@ final class Shell {
                 return complain(MISUSED, e.getMessage() + "\nTry: povzel --help");
             }
         }
-        if (options.create && options.server == null) {
-            return complain(MISUSED, "--create makes a database in a file: name it with --server");
+        String flaw = flaw(options);
+        if (flaw != null) {
+            return complain(MISUSED, flaw);
         }
         try {
             initialize(options);
@@ -46,6 +47,21 @@ final class Shell {
         } catch (IOException e) {
             return complain(FAILED, e.getMessage());
         }
+    }
+
+    /** What is wrong with the words of the command line; null if nothing is. */
+    private static String flaw(Options options) {
+        if (options.create && options.server == null) {
+            return "--create makes a database in a file: name it with --server";
+        }
+        if (!options.isOnServer()) {
+            return null;
+        }
+        // Not shown, neither here nor to the server.
+        return ServerUrl.hasPassword(options.server)
+                ? "a password in a URL can be seen by others, in the list of processes\nPut it into ~/.pgpass or"
+                        + " the file that PGPASSFILE names, or into a service file"
+                : options.create ? "--create makes a database in a file\nOn a server: povzel create URL" : null;
     }
 
     /** Before anybody is asked for a password: what is wrong with the installation comes first. */
