@@ -42,13 +42,18 @@ class DocumentTest {
             "LargeBytes", "stored 25%\n...stored 100%\nread 25%\n...100%\nIt is the same.\n",
             "WatchChanges", "The account holds 100 at first\nChanges before: 0\nThe account holds 250\nChanges after: 1\n"));
 
-    private static Matcher matcher(String pattern, String text) {
+    static Matcher matcher(String pattern, String text) {
         return Pattern.compile(pattern, Pattern.DOTALL | Pattern.MULTILINE).matcher(text);
     }
 
     private static String run(String command) throws IOException {
+        return run(command, directory, Map.of());
+    }
+
+    static String run(String command, Path directory, Map<String, String> environment) throws IOException {
         ProcessBuilder builder = new ProcessBuilder("bash", "-c", command).redirectErrorStream(true)
                 .directory(directory.toFile());
+        builder.environment().putAll(environment);
         builder.environment().put("JAVA32", JAVA32);
         builder.environment().put("PATH", JDK + ":" + System.getenv("TARVOLIN") + "/bin:"
                 + System.getenv("PATH"));
@@ -112,9 +117,13 @@ class DocumentTest {
         Matcher setting = matcher("```sh\n(.*?)```", document);
         assertTrue(setting.find());
         assertEquals("", run("cd " + SOURCES + "\n" + setting.group(1) + "test -x $JAVA32 || echo $JAVA32"));
+        runCommands(document, directory, Map.of());
+    }
+
+    static void runCommands(String document, Path directory, Map<String, String> environment) throws IOException {
         Matcher command = matcher("^\\$ ([^\n]*)\n((?:(?!\\$ |```)[^\n]*\n)*)", document);
         while (command.find()) {
-            assertLike(command.group(2), run(command.group(1)), command.group(1));
+            assertLike(command.group(2), run(command.group(1), directory, environment), command.group(1));
         }
     }
 }
