@@ -67,7 +67,7 @@ TEST_F(Failures, LoginsLeaveNothing) {
         EXPECT_EQ(done, first != zel->ZelGetSessionId()) << n;
         if (done) zel->ZelLogout();
         EXPECT_EQ(bytes, database.inMemory->bytes()) << n;
-        for (const auto& [path, file] : database.files) EXPECT_TRUE(file.expired()) << n;
+        for (const auto& [path, file] : database.opened) EXPECT_TRUE(file.expired()) << n;
       }
     }
     zel->ZelSetSessionId(first);

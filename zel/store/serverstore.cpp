@@ -405,6 +405,7 @@ void ServerStore::backUp(const std::string& file, const Progress& progress) {
   made.state.tick = 1;
   made.finish();
   if (!made.publish(false)) refuse();
+  made.settle();
 }
 
 // Writing
