@@ -204,7 +204,7 @@ int createFile(const Job& job) {
 
 int createServer(const Job& job) {
   // Where none can be made nobody is asked for a password, and nothing stays open while one is.
-  NewServerStore(serverOf(job));
+  { const NewServerStore tried(serverOf(job)); }
   const std::vector<Write> users = newUsers(job);
   NewServerStore made(serverOf(job));
   made.add(users);
