@@ -49,6 +49,11 @@ TEST(Shell, FilterKeepsToItsStreamsAndStatus) {
        "tr '\\0' '\\n' </proc/$!/environ | grep -c POVZEL_P; kill $!",
        0, "0\n", ""},
       {"./p --create -e 3", 2, "", "povzel: --create makes a database in a file: name it with"},
+      {"./p --create -s postgresql://h/d -e 3", 2, "", "On a server: povzel create URL"},
+      {"for u in a:x@h a:x/@h a:x?@h 'h/d?user=a&pass%77ord=x'; do ./p -s postgres://$u -e 3; echo "
+       "$?; done;"
+       "./p stat postgres://a:x@h",
+       2, "2\n2\n2\n2\n", "povzelstore: a password in a URL"},
       {"./p -s shop -e 3 --password-file <(echo x)", 1, "", ": this library has no server shop\n"},
       {"export POVZEL_PASSWORD=x; ./p -s a.povzel -e 3", 1, "",
        "/a.povzel: create it with --create"},

@@ -180,6 +180,7 @@ class TerminalTest {
         answer("(5 +\r", OPEN);
         answer("1)\r", "6 ", PROMPT);
         answer("'password'\r", "(String)", PROMPT);
+        answer("'postgresql://ada:x@host'\r", "(String)", PROMPT);
         answer(" 8\r", "8 ", PROMPT);
         end("\004", 0);
         Path file = home.resolve(".local/state/povzel/history");
