@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -113,6 +112,8 @@ struct StringKey {
   using Probe = const char*;
   static constexpr bool isBranchFree = false;
 
+  static bool isValid(const TvHashTable* /*table*/, const char* key) { return key != nullptr; }
+
   static std::size_t index(const TvHashTable* table, const char* key) {
     return plainStringHash(key) & static_cast<std::uint32_t>(table->mask);
   }
@@ -152,9 +153,9 @@ struct ShortStringKey {
     return StringKey::matches(table, entry, key.string);
   }
 #else
-  // An entry's key is aligned to a register, as all of the heap is: what is read of it beyond the
-  // entry's block is in the same line as its first byte.
-  static_assert(alignof(std::max_align_t) >= sizeof(__m128i) && keyOffset == sizeof(__m128i));
+  // An entry's key is aligned to a register: what is read of it beyond the entry's block is in the
+  // same line as its first byte.
+  static_assert(keyOffset == sizeof(__m128i));
 
   static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const Probe& key) {
     const __m128i stored = _mm_load_si128(reinterpret_cast<const __m128i*>(entry) + 1);
@@ -384,8 +385,16 @@ TvHashEntry* createString(TvHashTable* table, const char* key, long* newPtr) {
   *newPtr = 0;
   if (key == nullptr) return nullptr;
   const std::size_t length = std::strlen(key);
-  if (length > mostInRegister) return findOrMake<StringKey>(table, key, newPtr);
-  return findOrMake<ShortStringKey>(table, {key, length, inRegister(key, length)}, newPtr);
+  TvHashEntry* const entry =
+      length > mostInRegister
+          ? findOrMake<StringKey>(table, key, newPtr)
+          : findOrMake<ShortStringKey>(table, {key, length, inRegister(key, length)}, newPtr);
+  // A heap other than the C library's may align less: no entry is read in registers then.
+  if (reinterpret_cast<std::uintptr_t>(entry) % sizeof(__m128i) != 0) {
+    table->findProc = find<StringKey>;
+    table->createProc = create<StringKey>;
+  }
+  return entry;
 }
 
 TvHashEntry* findInDeleted(TvHashTable* /*table*/, const char* /*key*/) {

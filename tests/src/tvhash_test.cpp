@@ -6,6 +6,7 @@
 #include <povzel/hash.h>
 #include <povzel/hostdebug.h>
 #include <povzel/utlheap.h>
+#include "basics/fortests.h"
 #include "faults.h"
 #include "tests.h"
 
@@ -131,6 +132,21 @@ TEST_P(KeyedTable, FailedAllocationsLeaveTheTableAsItWas) {
     create(static_cast<unsigned>(std::min(succeed, 11)));
     EXPECT_EQ(table_.numBuckets, 16);
   }
+}
+
+TEST(TvHash, HeapsMayAlignLessThanARegister) {
+  alignas(16) static char heap[4096];
+  static std::size_t used = 8;
+  TvHashTable table;
+  TvInitHashTable(&table, 0);
+  utlHeapAllocateForTests = [](std::size_t size) -> void* {
+    return heap + std::exchange(used, used + (size + 15) / 16 * 16);
+  };
+  long isNew;
+  for (const char* key : {"one", "two", "three"}) table.createProc(&table, key, &isNew);
+  utlHeapAllocateForTests = std::malloc;
+  EXPECT_STREQ(table.findProc(&table, "two")->key.string, "two");
+  EXPECT_EQ(table.findProc(&table, "four"), nullptr);
 }
 
 TEST(TvHash, KeysAreCheckedAndBytesAreSigned) {
