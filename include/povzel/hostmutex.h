@@ -42,6 +42,7 @@ POVZEL_EXPORT void HostMutexRelease(HostMutexSType* mutex);
 POVZEL_EXPORT void povzelMutexAcquire(HostMutexSType* mutex) __asm__("HostMutexAcquire");
 POVZEL_EXPORT void povzelMutexRelease(HostMutexSType* mutex) __asm__("HostMutexRelease");
 
+// Of a definition that is compiled into its callers, never on its own.
 #define POVZEL_COMPILED_IN extern __inline__ __attribute__((__always_inline__, __gnu_inline__))
 
 // A null mutex makes the exported function report the failure and nothing else.
