@@ -61,7 +61,7 @@ inline double median(std::vector<double>& values) {
 // in nanoseconds, the median of the ratios ours/other, and the bound.
 template <typename OursSeconds, typename OtherSeconds>
 void compareTimed(benchmark::State& state, OursSeconds ours, OtherSeconds other,
-                  PairedOptions options = {}) {
+                  const PairedOptions& options = {}) {
   const int ourCalls = paired::callsPerTurn(ours);
   const int otherCalls = paired::callsPerTurn(other);
   const double otherUnits = options.otherUnits > 0 ? options.otherUnits : options.units;
@@ -88,7 +88,8 @@ void compareTimed(benchmark::State& state, OursSeconds ours, OtherSeconds other,
 
 // The same for two pieces that are timed by the clock on the wall.
 template <typename Ours, typename Other>
-void comparePaired(benchmark::State& state, Ours ours, Other other, PairedOptions options = {}) {
+void comparePaired(benchmark::State& state, Ours ours, Other other,
+                   const PairedOptions& options = {}) {
   const auto timed = [](auto& run) {
     return [&run](int calls) {
       const auto begin = std::chrono::steady_clock::now();

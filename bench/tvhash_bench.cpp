@@ -107,8 +107,9 @@ class StringTables {
   }
   void renewMap() {
     for (std::string& key : asked_) {
-      map_.erase(key.c_str());
-      map_[key.c_str()] = &key;
+      const char* text = key.c_str();
+      map_.erase(text);
+      map_[text] = &key;
     }
   }
 
