@@ -314,6 +314,11 @@ TEST_F(ServerStoreTest, GoesOnAfterALostConnection) {
   EXPECT_EQ(now + 131, put(*store, 70000, "c"));
   EXPECT_NE(client, (*sql)("SELECT max(id) FROM " + clients));
   // A server that knows less than it has said.
+  // Ids that are given out are not given out again, whatever the server loses.
+  (*sql)("SET synchronous_commit = off; UPDATE " + schema + ".state SET conflicts = 1");
+  const std::string written = (*sql)("SELECT pg_current_wal_insert_lsn()");
+  store->newIds(5000);
+  EXPECT_EQ("t", (*sql)("SELECT pg_current_wal_flush_lsn() >= '" + written + "'"));
   (*sql)("UPDATE " + schema + ".state SET version = 1; UPDATE " + clients + " SET settled = 1");
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(ErrConnectionLost, numberOf([&] { store->lease(); }));

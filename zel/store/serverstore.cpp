@@ -416,8 +416,9 @@ ObjectId ServerStore::newIds(std::uint32_t count) {
     if (left == 0) throw Failure(ErrStoreBusy, "others take all ids of " + server_.shown());
     const std::uint64_t ranges = (std::uint64_t{count} + idsInRange - 1) / idsInRange;
     const std::vector<Answer> answers = tried(server_, [&] {
-      server_.send(ServerSql::newIds,
-                   Values().add(std::string_view(server_.qualified("ids"))).add(ranges));
+      server_.send(
+          ServerSql::newIds,
+          Values().add(std::string_view(server_.qualified("ids"))).add(ranges).add(client_));
     });
     for (int i = 0; i < answers.front().size(); ++i) {
       const ObjectId first = answers.front().number(i, 0);

@@ -49,7 +49,9 @@ constexpr std::array<std::string_view, count> texts{
     "SELECT DISTINCT id, part FROM @rows WHERE since > $1 AND since <= $2 ORDER BY id, part",
     "SELECT id, part FROM @rows WHERE since > $1 AND since <= $2"
     " UNION SELECT id, 0 FROM @rows WHERE id >= 65536 AND since <= $2 ORDER BY id, part",
-    "SELECT nextval($1::text::regclass) FROM generate_series(1, $2::bigint)",
+    // The sequence alone would not wait for the disk each time: what is written besides does.
+    "WITH kept AS (UPDATE @clients SET turn = turn WHERE id = $3)"
+    " SELECT nextval($1::text::regclass) FROM generate_series(1, $2::bigint)",
     // While nobody has committed since the base nothing need be looked up.
     "WITH looked AS MATERIALIZED (SELECT s.version, s.version = $3 OR NOT ("
     "EXISTS (SELECT FROM unnest($5::bigint[], $6::bigint[]) p(id, part)"

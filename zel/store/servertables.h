@@ -54,7 +54,7 @@ enum class ServerSql : std::uint8_t {
   scan,        // id, part and version before the first, id behind the last, version, limit -> rows
   changes,     // version, version -> ids, parts
   allChanges,  // the same, and the own place of every object
-  newIds,      // the sequence's name, count -> first ids of ranges
+  newIds,      // the sequence's name, count, client -> first ids of ranges
   write,       // client, turn, base, lease, places, whole objects, rows -> version, whether it fits
   writeMore,   // client, version, rows
   settle,      // client, turn
