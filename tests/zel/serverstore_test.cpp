@@ -324,6 +324,12 @@ TEST_F(ServerStoreTest, GoesOnAfterALostConnection) {
     EXPECT_EQ(ErrConnectionLost, numberOf([&] { store->lease(); }));
     EXPECT_THAT(message, HasSubstr("log in again"));
   }
+  // Nor is a state that is gone asked for again and again.
+  store = opened();
+  (*sql)("DELETE FROM " + schema + ".state");
+  cutAll();
+  EXPECT_EQ(ErrConnectionLost, numberOf([&] { store->lease(); }));
+  EXPECT_EQ(ErrDamaged, numberOf([&] { store->lease(); }));
 }
 
 TEST_F(ServerStoreTest, WaitsAsLongAsItShould) {

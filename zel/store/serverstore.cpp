@@ -186,6 +186,10 @@ void ServerStore::join() {
   });
   const Answer& row = answers[2];
   if (row.size() == 0) {
+    if (!isKnown) {
+      throw Failure(ErrDamaged,
+                    "the database " + server_.shown() + " is damaged: it has no state any more");
+    }
     // Nobody knows it any more.
     client_ = 0;
     return join();
