@@ -12,6 +12,7 @@
 #include "session/users.h"
 #include "store/filestore.h"
 #include "store/memorystore.h"
+#include "store/serverconnection.h"
 
 namespace zel {
 namespace {
@@ -313,12 +314,12 @@ TEST_F(ServerStoreTest, GoesOnAfterALostConnection) {
   overwrite("2 hours");
   EXPECT_EQ(now + 131, put(*store, 70000, "c"));
   EXPECT_NE(client, (*sql)("SELECT max(id) FROM " + clients));
-  // A server that knows less than it has said.
   // Ids that are given out are not given out again, whatever the server loses.
   (*sql)("SET synchronous_commit = off; UPDATE " + schema + ".state SET conflicts = 1");
   const std::string written = (*sql)("SELECT pg_current_wal_insert_lsn()");
   store->newIds(5000);
   EXPECT_EQ("t", (*sql)("SELECT pg_current_wal_flush_lsn() >= '" + written + "'"));
+  // A server that knows less than it has said.
   (*sql)("UPDATE " + schema + ".state SET version = 1; UPDATE " + clients + " SET settled = 1");
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(ErrConnectionLost, numberOf([&] { store->lease(); }));
@@ -330,6 +331,31 @@ TEST_F(ServerStoreTest, GoesOnAfterALostConnection) {
   cutAll();
   EXPECT_EQ(ErrConnectionLost, numberOf([&] { store->lease(); }));
   EXPECT_EQ(ErrDamaged, numberOf([&] { store->lease(); }));
+}
+
+// However late it gets there, and whatever the process has committed since.
+TEST_F(ServerStoreTest, WhatAnEarlierConnectionHasSentComesToNothing) {
+  auto store = opened();
+  const std::uint64_t client = std::stoull((*sql)("SELECT id FROM " + schema + ".clients"));
+  cutAll();
+  numberOf([&] { store->lease(); });
+  put(*store, 70000, "a");
+  ServerConnection late({.url = url});
+  late.connect();
+  const std::vector<std::uint64_t> none;
+  const std::vector<Write> writes{writing({70001}, "late")};
+  Values first;
+  first.add(client).add(std::uint64_t{0}).add(Version{0}).add(Version{0});
+  first.add(none).add(none).add(none).add(writes);
+  late.send(ServerSql::begin);
+  late.send(ServerSql::lockLoosely);
+  late.send(ServerSql::write, first);
+  const std::vector<Write> more{writing({70002}, "late")};
+  late.send(ServerSql::writeMore,
+            Values().add(client).add(std::uint64_t{1}).add(Version{0}).add(more));
+  late.send(ServerSql::commit);
+  late.run();
+  EXPECT_EQ("1", (*sql)("SELECT count(*) FROM " + schema + ".rows"));
 }
 
 TEST_F(ServerStoreTest, WaitsAsLongAsItShould) {

@@ -495,7 +495,8 @@ std::size_t ServerStore::sendCommit(const Changes& changes, const Places& places
     writes = writes.subspan(some.size());
     if (writes.empty()) break;
     some = writes.first(countAtOnce(writes));
-    server_.send(ServerSql::writeMore, Values().add(client_).add(committed_).add(some));
+    server_.send(ServerSql::writeMore,
+                 Values().add(client_).add(turn_ + 1).add(committed_).add(some));
   }
   server_.send(ServerSql::commit);
   server_.send(ServerSql::settle, Values().add(client_).add(turn_ + 1));

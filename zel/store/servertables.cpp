@@ -73,8 +73,8 @@ constexpr std::array<std::string_view, count> texts{
     // In the same transaction, if the first part has come to something.
     "INSERT INTO @rows (id, part, since, class, gone, bytes)"
     " SELECT p.id, p.part, c.committed, p.class, p.gone, p.bytes FROM @clients c,"
-    " unnest($3::bigint[], $4::bigint[], $5::bigint[], $6::boolean[], $7::bytea[])"
-    " p(id, part, class, gone, bytes) WHERE c.id = $1 AND c.committed > $2",
+    " unnest($4::bigint[], $5::bigint[], $6::bigint[], $7::boolean[], $8::bytea[])"
+    " p(id, part, class, gone, bytes) WHERE c.id = $1 AND c.turn = $2 AND c.committed > $3",
     "UPDATE @clients SET settled = seen WHERE id = $1 AND turn = $2",
     "SELECT id FROM (SELECT p.id, min(n) AS n FROM ("
     "SELECT id, part, n FROM unnest($2::bigint[], $3::bigint[]) WITH ORDINALITY a(id, part, n)"

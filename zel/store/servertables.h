@@ -56,7 +56,7 @@ enum class ServerSql : std::uint8_t {
   allChanges,  // the same, and the own place of every object
   newIds,      // the sequence's name, count, client -> first ids of ranges
   write,       // client, turn, base, lease, places, whole objects, rows -> version, whether it fits
-  writeMore,   // client, version, rows
+  writeMore,   // client, the turn after `write`, the version before it, rows
   settle,      // client, turn
   conflicts,   // base, places, whole objects, limit -> ids
   markGone,    // client
