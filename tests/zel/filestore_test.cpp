@@ -451,6 +451,26 @@ TEST_F(FileStoreTest, OpensBesideAWriter) {
   for (const Model& model : found) EXPECT_TRUE(model == before || model == after);
 }
 
+// Who opens a file just before another comes in its place takes nothing from that.
+TEST_F(FileStoreTest, LeavesWhatIsBesideTheNextFileAlone) {
+  filled(path, 1);
+  openFileStore({.path = path})->backUp(copy, nullptr);
+  const FailCall replace = [&](const char* call) {
+    if (call != std::string("fcntl") || !fs::exists(copy)) return 0;
+    fs::rename(copy, path);
+    runInChild([&] {
+      auto store = openFileStore({.path = path});
+      put(*store, firstFreeId, "acknowledged");
+      _exit(0);
+    });
+    return 0;
+  };
+  Model found;
+  const auto look = [&] { found = newest(*openFileStore({.path = path, .beforeCall = replace})); };
+  EXPECT_EQ(numberOf(look), 0) << message;
+  EXPECT_EQ(found[{firstFreeId}], "acknowledged");
+}
+
 // What is in its place, but might not last, is said to be so.
 TEST_F(FileStoreTest, TellsWhenItsNameMightNotLast) {
   int error = EIO;

@@ -62,17 +62,27 @@ void requireOneName(const struct stat64& status, const std::string& path) {
                     "remove one of the two");
 }
 
-// Takes the lock `use`; answers false when somebody has it alone. The first to come looks at what
-// lies beside a file that was closed, or never opened: it is another file's, which had the name, or
-// was left by somebody who had not committed anything or had moved all of it.
+// Whether the path leads to the open file; takes what the system says of that.
+bool isNamed(const FileCalls& calls, int fd, const std::string& path, struct stat64& opened) {
+  struct stat64 named;
+  return calls.status(fd, opened) == 0 && calls.status(path.c_str(), named) == 0 &&
+         opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
+// Takes the lock `use`; answers false when somebody has it alone, or another file has the name. The
+// first to come looks at what lies beside a file that was closed, or never opened: it is another
+// file's, which had the name, or was left by somebody who had not committed anything or had moved
+// all of it.
 bool enter(const FileCalls& calls, FileLocks& locks, const std::string& path, bool readOnly) {
+  struct stat64 status;
   if (!readOnly && locks.tryLock(FileLocks::use, false)) {
+    if (!isNamed(calls, locks.descriptor(), path, status)) return false;
     if (!readMark(calls, locks.descriptor(), path).inUse) {
       requireNobodyBeside(calls, path);
       removeBeside(calls, path);
     }
   }
-  return locks.tryLock(FileLocks::use, true);
+  return locks.tryLock(FileLocks::use, true) && isNamed(calls, locks.descriptor(), path, status);
 }
 
 }  // namespace
@@ -164,8 +174,7 @@ bool OpenFile::attach() {
       isIn = enter(calls_, *locks, path_, readOnly_);
     }
     // It may have been compacted, which puts another file in its place.
-    struct stat64 named;
-    if (isIn && calls_.status(path_.c_str(), named) == 0 && named.st_ino == opened.st_ino) {
+    if (isIn) {
       rights_ = {opened.st_mode & 0666, opened.st_uid, opened.st_gid};
       locks_ = std::move(locks);
       break;
@@ -228,17 +237,10 @@ void OpenFile::check(const Mark& mark) {
   lost(path_, "commits are missing in " + tables_->vfs().framesPath());
 }
 
-bool OpenFile::isNamed(struct stat64& opened) const {
-  struct stat64 named;
-  return calls_.status(locks_->descriptor(), opened) == 0 &&
-         calls_.status(path_.c_str(), named) == 0 && opened.st_ino == named.st_ino &&
-         opened.st_dev == named.st_dev;
-}
-
 bool OpenFile::isStillThere() const {
   struct stat64 status;
   if (isForked()) return false;
-  if (locks_ != nullptr) return isNamed(status);
+  if (locks_ != nullptr) return isNamed(calls_, locks_->descriptor(), path_, status);
   return calls_.status(path_.c_str(), status) != 0 || status.st_size == 0;
 }
 
@@ -250,7 +252,8 @@ void OpenFile::checkWritable() const {
 void OpenFile::prepareToWrite() {
   const int fd = locks_->descriptor();
   struct stat64 opened;
-  if (!isNamed(opened)) lost(path_, "the file was removed or replaced while in use");
+  if (!isNamed(calls_, fd, path_, opened))
+    lost(path_, "the file was removed or replaced while in use");
   requireOneName(opened, path_);
   const Mark mark = readMark(calls_, fd, path_);
   if (mark.filling != 0) fill(true);  // somebody has ended within it

@@ -61,8 +61,6 @@ class OpenFile {
   void openTables();
   void attachTables();
   void check(const Mark& mark);
-  // Whether the open file has its name still; takes what the system says of it.
-  bool isNamed(struct stat64& opened) const;
 
   FileCalls calls_;
   Waiting waiting_;
