@@ -389,6 +389,7 @@ TEST_F(ServerStoreTest, BelongsToOneProcess) {
     EXPECT_EQ(ErrInUseElsewhere, numberOf([&] {
                 store->commit({1, {}, {writing({70000}, "b")}});
               }));
+    EXPECT_FALSE(store->isStillThere());
     store.reset();
     _exit(HasFailure() ? 1 : 0);
   });

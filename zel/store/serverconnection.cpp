@@ -259,6 +259,7 @@ void ServerConnection::connect() {
   values.push_back(nullptr);
   connection_ = pq_.connectStartParams(keywords.data(), values.data(), 0);
   if (connection_ == nullptr) throw std::bad_alloc();
+  pq_.setNoticeReceiver(connection_, ignoreNotice, nullptr);
   try {
     awaitConnection();
     if (pq_.serverVersion(connection_) < leastServer) {
@@ -266,7 +267,6 @@ void ServerConnection::connect() {
                                         std::to_string(pq_.serverVersion(connection_) / 10000) +
                                         "; 12 or later is needed");
     }
-    pq_.setNoticeReceiver(connection_, ignoreNotice, nullptr);
     const std::unique_ptr<char, void (*)(void*)> quoted(
         pq_.escapeIdentifier(connection_, schema_.c_str(), schema_.size()), pq_.freemem);
     if (!quoted) {

@@ -102,6 +102,7 @@ class ServerStore final : public Store {
   ObjectId newIds(std::uint32_t count) override;
   Outcome commit(const Changes& changes) override;
   StoreStatistics statistics() override;
+  bool isStillThere() override { return !isBehind_ && !server_.isForked(); }
   void backUp(const std::string& file, const Progress& progress) override;
 
  private:
@@ -181,7 +182,12 @@ void ServerStore::join() {
     }
     server_.send(ServerSql::begin);
     server_.send(ServerSql::lock);
-    server_.send(isKnown ? ServerSql::enterAgain : ServerSql::enter, values.add(needed()));
+    // What is leased before this is done is no older.
+    if (isKnown) {
+      server_.send(ServerSql::enterAgain, values.add(std::min(needed(), seen_)));
+    } else {
+      server_.send(ServerSql::enter, values.add(needed()));
+    }
     server_.send(ServerSql::commit);
   });
   const Answer& row = answers[2];
