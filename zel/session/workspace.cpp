@@ -417,10 +417,29 @@ bool Workspace::changesEquality(Place place) {
   return false;
 }
 
+// Of a key that is gone only the memory, or the kernel, may know.
+void Workspace::addAllOfKernel(HashesOfKernel& hashes) {
+  for (const Entries& each : kernel_) {
+    std::vector<std::uint32_t>& all = hashes[each.dictionary];
+    for (const std::uint32_t hash : hashesOf(memory_, each.dictionary, dictionaryStride)) {
+      all.push_back(hash);
+    }
+    for (std::size_t i = 0; i < each.slots.size(); i += dictionaryStride) {
+      all.push_back(hashOfSymbol(memory_, each.slots[i]));
+    }
+    if (isExported(client_, each.dictionary)) noteChanged(memory_, each.dictionary);
+  }
+  memory_.forgetLookups();
+}
+
 // Takes what others have changed out of the memory.
 void Workspace::apply(std::span<const Place> changes) {
-  std::unordered_map<OopType, std::vector<std::uint32_t>> ofKernel;
+  HashesOfKernel ofKernel;
   for (const Place place : changes) {
+    if (place.part == Place::any) {
+      addAllOfKernel(ofKernel);
+      continue;
+    }
     if (place.id == equalityId) {
       equality_ = view_;
       ++memory_.equalityEpoch;

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <optional>
+#include <unordered_map>
 
 #include "objmem/clients.h"
 #include "records.h"
@@ -61,6 +62,8 @@ class Workspace {
     std::size_t count = 1;
     std::uint64_t lastUse = 0;
   };
+  // Of the kernel's dictionaries, what is to be read anew.
+  using HashesOfKernel = std::unordered_map<OopType, std::vector<std::uint32_t>>;
   class Writing;
 
   void load(std::uint32_t index);
@@ -72,6 +75,7 @@ class Workspace {
   std::vector<OopType> kernelEntries(OopType dictionary, std::uint32_t hash);
   void applyToKernel(OopType dictionary, const std::vector<std::uint32_t>& hashes);
   void moveTo(Version version);
+  void addAllOfKernel(HashesOfKernel& hashes);
   void apply(std::span<const Place> changes);
   void follow(const Changes& changes, Version version);
   Failure conflict(const Outcome& outcome);

@@ -76,7 +76,6 @@ LibPq::LibPq() {
     find(library_, "PQgetResult", getResult);
     find(library_, "PQresultStatus", resultStatus);
     find(library_, "PQresultErrorField", resultErrorField);
-    find(library_, "PQcmdStatus", cmdStatus);
     find(library_, "PQntuples", ntuples);
     find(library_, "PQgetvalue", getvalue);
     find(library_, "PQgetlength", getlength);

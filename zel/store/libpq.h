@@ -89,7 +89,6 @@ struct LibPq {
   PGresult* (*getResult)(PGconn* connection) = nullptr;
   int (*resultStatus)(const PGresult* result) = nullptr;
   char* (*resultErrorField)(const PGresult* result, int field) = nullptr;
-  char* (*cmdStatus)(PGresult* result) = nullptr;
   int (*ntuples)(const PGresult* result) = nullptr;
   char* (*getvalue)(const PGresult* result, int row, int column) = nullptr;
   int (*getlength)(const PGresult* result, int row, int column) = nullptr;

@@ -174,19 +174,14 @@ void ServerStore::open() {
 void ServerStore::join() {
   const bool isKnown = client_ != 0;
   const std::vector<Answer> answers = tried(server_, [&] {
-    Values values;
-    if (isKnown) {
-      values.add(client_);
-    } else {
-      values.add(std::string_view(server_.qualified("ids")));
-    }
     server_.send(ServerSql::begin);
     server_.send(ServerSql::lock);
-    // What is leased before this is done is no older.
     if (isKnown) {
-      server_.send(ServerSql::enterAgain, values.add(std::min(needed(), seen_)));
+      // What is leased before this is done is no older.
+      server_.send(ServerSql::enterAgain, Values().add(client_).add(std::min(needed(), seen_)));
     } else {
-      server_.send(ServerSql::enter, values.add(needed()));
+      server_.send(ServerSql::enter,
+                   Values().add(std::string_view(server_.qualified("ids"))).add(needed()));
     }
     server_.send(ServerSql::commit);
   });
@@ -362,7 +357,8 @@ std::vector<Place> ServerStore::changedSince(Version from, Version to) {
   const std::vector<Answer> answers = server_.run();
   const Answer& found = answers.front();
   std::vector<Place> places;
-  places.reserve(static_cast<std::size_t>(found.size()));
+  places.reserve(static_cast<std::size_t>(found.size()) + 1);
+  if (isLost) places.push_back({0, Place::any});
   for (int i = 0; i < found.size(); ++i) {
     places.push_back({found.number(i, 0), static_cast<std::uint32_t>(found.number(i, 1))});
   }

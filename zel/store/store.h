@@ -99,7 +99,8 @@ class Store {
   // The same for all objects from `first` to before `end` that have rows, in the order of the ids.
   // Here `take` may use the store.
   virtual void scan(Version at, ObjectId first, ObjectId end, const TakeRow& take) = 0;
-  // What commits after `from`, which is leased, up to `to` wrote, each place once.
+  // What commits after `from`, which is leased, up to `to` wrote, each place once. {0, any} is
+  // among it when rows of the system's objects may be gone that are not told one by one.
   virtual std::vector<Place> changedSince(Version from, Version to) = 0;
 
   // So many ids, in sequence, that nobody had before; answers the first.
