@@ -12,6 +12,7 @@ class FailingStore : public ::zel::Store {
  public:
   explicit FailingStore(std::unique_ptr<::zel::Store> kept) : kept_(std::move(kept)) {}
   int left = 0;
+  bool isUnknown = false;  // what becomes of commits
   std::function<void()> instead;
 
   ::zel::Version lease() override { return called().lease(); }
@@ -28,7 +29,11 @@ class FailingStore : public ::zel::Store {
     return called().changedSince(from, to);
   }
   ::zel::ObjectId newIds(std::uint32_t count) override { return called().newIds(count); }
-  ::zel::Outcome commit(const ::zel::Changes& changes) override { return called().commit(changes); }
+  ::zel::Outcome commit(const ::zel::Changes& changes) override {
+    const ::zel::Outcome outcome = called().commit(changes);
+    if (isUnknown) throw ::zel::Failure(::zel::ErrOutcomeUnknown, "unknown");
+    return outcome;
+  }
   ::zel::StoreStatistics statistics() override { return called().statistics(); }
   void backUp(const std::string& file, const ::zel::Progress& progress) override {
     called().backUp(file, progress);
@@ -380,6 +385,19 @@ TEST_F(Transactions, StandFailuresOfTheStore) {
     failing.left = 0;
     EXPECT_EQ("an Array( " + text + ' ' + text + " )", in('B', "System abort. {X at: 1. Y at: 1}"));
   }
+}
+
+// Who has made a database without knowing it is no stranger there.
+TEST_F(Transactions, GoOnWhereTheFirstCommitWasUnknown) {
+  ::zel::Repository& repository = *session().repository;
+  auto owned = std::make_unique<FailingStore>(std::move(repository.store));
+  FailingStore& failing = *owned;
+  repository.store = std::move(owned);
+  session().workspace->found({{"SystemUser", "$6$"}, {"DataCurator", "$6$"}});
+  failing.isUnknown = true;
+  EXPECT_EQ("error 2520: unknown", show("Globals at: #F put: 1. System commit"));
+  failing.isUnknown = false;
+  EXPECT_EQ("true", show("System abort. F = 1 and: [Globals at: #F put: 2. System commit]"));
 }
 
 // Another version of the library need not have the methods that blocks in the store belong to.

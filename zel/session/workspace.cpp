@@ -496,12 +496,22 @@ void Workspace::requireFounder(Version newest) const {
                 "another session has created the database meanwhile: log in again");
 }
 
+// Of a first commit whose outcome is unknown: what is there then, if anything, is of this session.
+Outcome Workspace::write(const Changes& changes) {
+  try {
+    return repository_.store->commit(changes);
+  } catch (const Failure& failure) {
+    if (failure.number == ErrOutcomeUnknown) founders_.clear();
+    throw;
+  }
+}
+
 void Workspace::commit() {
   if (hasChanges()) {
     if (!founders_.empty()) requireFounder(Lease(*repository_.store).version);
     Writing writing(*this);
     writing.collect();
-    const Outcome outcome = repository_.store->commit(writing.changes);
+    const Outcome outcome = write(writing.changes);
     if (outcome.version == 0) throw conflict(outcome);
     writing.keep();
     lastCommit_ = outcome.version;

@@ -77,6 +77,7 @@ class Workspace {
   void moveTo(Version version);
   void addAllOfKernel(HashesOfKernel& hashes);
   void apply(std::span<const Place> changes);
+  Outcome write(const Changes& changes);
   void follow(const Changes& changes, Version version);
   Failure conflict(const Outcome& outcome);
   void requireFounder(Version newest) const;
