@@ -263,33 +263,42 @@ inline std::size_t utlBytes(const char* text, std::size_t length, std::size_t co
 
 // Processor (utlcpu.cpp)
 
-constexpr unsigned int utlCpuPclmul = 1;   // PCLMULQDQ
-constexpr unsigned int utlCpuVpclmul = 2;  // VPCLMULQDQ on 512-bit vectors
+constexpr unsigned int utlCpuPclmul = 1;      // PCLMULQDQ
+constexpr unsigned int utlCpuVpclmul256 = 2;  // VPCLMULQDQ on 256-bit vectors, and AVX2
+constexpr unsigned int utlCpuVpclmul512 = 4;  // VPCLMULQDQ on 512-bit vectors, and AVX-512
 
 // What was found when the library was loaded, 0 before.
 extern unsigned int utlCpuFeatures;
 
 // Checksum steps (utlchecksumfold.cpp)
 
-// x^power modulo the checksum's polynomial: bit 31 is the coefficient of x^0.
-constexpr std::uint32_t utlCrcPower(unsigned int power) {
-  std::uint32_t value = 0x80000000U;
-  for (; power > 0; --power) value = (value & 1) != 0 ? (value >> 1) ^ 0xEDB88320U : value >> 1;
-  return value;
-}
-
 constexpr std::size_t utlCrcRestSize = 16;
 
 // Each takes 16-byte blocks from the front of `bytes`, as many as there are, and leaves their
 // remainder in `rest`. Returns the number of bytes taken.
 
-// With PCLMULQDQ; `length` is at least 64.
-std::size_t utlCrcFold(std::uint32_t crc, const unsigned char* bytes, std::size_t length,
-                       unsigned char (&rest)[utlCrcRestSize]);
+// With utlCpuPclmul; `length` is at least 64.
+std::size_t utlCrcFold128(std::uint32_t crc, const unsigned char* bytes, std::size_t length,
+                          unsigned char (&rest)[utlCrcRestSize]);
 
-// With VPCLMULQDQ and AVX-512; `length` is at least 256.
-std::size_t utlCrcFoldWide(std::uint32_t crc, const unsigned char* bytes, std::size_t length,
-                           unsigned char (&rest)[utlCrcRestSize]);
+// With utlCpuVpclmul256; `length` is at least 16.
+std::size_t utlCrcFold256(std::uint32_t crc, const unsigned char* bytes, std::size_t length,
+                          unsigned char (&rest)[utlCrcRestSize]);
+
+// With utlCpuVpclmul512; `length` is at least 256.
+std::size_t utlCrcFold512(std::uint32_t crc, const unsigned char* bytes, std::size_t length,
+                          unsigned char (&rest)[utlCrcRestSize]);
+
+// A sparse multiple of the checksum's polynomial, read from the back: 1 + x^(8*580) + x^(8*732) +
+// x^(8*844) + x^(8*1200). So a byte may be removed if it is added to those 580, 732, 844 and 1200
+// places behind. These distances have the smallest span of all whose members are multiples of 4,
+// far enough behind for the stores to have settled.
+constexpr std::ptrdiff_t utlCrcDistances[] = {580, 732, 844, 1200};
+constexpr std::size_t utlCrcSpan = utlCrcDistances[3];
+
+// How many bytes are removed before the last ones are moved back to the front of their buffer.
+constexpr std::size_t utlCrcStretch = 4096;
+static_assert(utlCrcStretch >= utlCrcSpan);
 
 // Character tables (xchartables.cpp)
 

@@ -10,14 +10,12 @@
 namespace {
 
 // Three ways to the same value. Few bytes go through tables, sixteen at a time. Many go through
-// carry-less multiplication where the processor has it. Where it has not, they are eliminated by a
-// sparse multiple of the polynomial: 1 + x^(8*580) + x^(8*732) + x^(8*844) + x^(8*1200), read from
-// the back, is divisible by it, so a byte may be removed if it is added to those 580, 732, 844 and
-// 1200 places behind. That takes four exclusive-ors for each 16 bytes and no table. These
-// distances have the smallest span of all whose members are multiples of 4, far enough behind for
-// the stores to have settled.
+// carry-less multiplication where the processor has it. Where it has not, they are eliminated by
+// the sparse multiple of the polynomial, which takes four exclusive-ors for each 16 bytes and no
+// table.
 constexpr std::size_t foldAtLeast = 64;
-constexpr std::size_t foldWideAtLeast = 256;
+constexpr std::size_t fold256AtLeast = 160;
+constexpr std::size_t fold512AtLeast = 256;
 constexpr std::size_t eliminateAtLeast = 4096;
 
 constexpr std::size_t sliceSize = 16;
@@ -70,9 +68,8 @@ std::uint32_t lookUp(std::uint32_t crc, const unsigned char* bytes, std::size_t 
   return crc;
 }
 
-constexpr std::size_t span = 1200;
-constexpr std::size_t stepSize = 4096;
-static_assert(span % 16 == 0 && stepSize % 16 == 0 && stepSize >= span);
+constexpr std::size_t span = utlCrcSpan;
+static_assert(span % 16 == 0 && utlCrcStretch % 16 == 0);
 static_assert(eliminateAtLeast >= 2 * span);
 
 __m128i load(const unsigned char* bytes) {
@@ -81,18 +78,22 @@ __m128i load(const unsigned char* bytes) {
 
 // What the bytes removed before `place` add to the 16 bytes there.
 __m128i carriedTo(const unsigned char* place) {
-  return _mm_xor_si128(_mm_xor_si128(load(place - 580), load(place - 732)),
-                       _mm_xor_si128(load(place - 844), load(place - span)));
+  __m128i sum = _mm_setzero_si128();
+#pragma GCC unroll 4
+  for (const std::ptrdiff_t distance : utlCrcDistances) {
+    sum = _mm_xor_si128(sum, load(place - distance));
+  }
+  return sum;
 }
 
 // Removes all but the last bytes and looks those up.
 std::uint32_t eliminate(std::uint32_t crc, const unsigned char* bytes, std::size_t length) {
   // The last `span` bytes removed, then those of this step.
-  alignas(16) unsigned char removed[span + stepSize];
+  alignas(16) unsigned char removed[span + utlCrcStretch];
   std::memset(removed, 0, span);
   __m128i initial = _mm_cvtsi32_si128(static_cast<int>(crc));
   for (std::size_t toRemove = (length - span) & ~std::size_t{15}; toRemove > 0;) {
-    const std::size_t step = std::min(toRemove, stepSize);
+    const std::size_t step = std::min(toRemove, utlCrcStretch);
     for (std::size_t i = 0; i < step; i += 16) {
       unsigned char* place = removed + span + i;
       const __m128i here = _mm_xor_si128(load(bytes + i), initial);
@@ -114,7 +115,7 @@ std::uint32_t eliminate(std::uint32_t crc, const unsigned char* bytes, std::size
   return lookUp(lookUp(0, left, span), bytes + span, length - span);
 }
 
-using FoldFunction = decltype(utlCrcFold);
+using FoldFunction = decltype(utlCrcFold128);
 
 std::uint32_t foldWith(FoldFunction* fold, std::uint32_t crc, const unsigned char* bytes,
                        std::size_t length) {
@@ -124,12 +125,12 @@ std::uint32_t foldWith(FoldFunction* fold, std::uint32_t crc, const unsigned cha
 }
 
 std::uint32_t checksumFrom(std::uint32_t crc, const unsigned char* bytes, std::size_t length) {
-  if (length >= foldWideAtLeast && (utlCpuFeatures & utlCpuVpclmul) != 0) {
-    return foldWith(utlCrcFoldWide, crc, bytes, length);
-  }
-  if (length >= foldAtLeast && (utlCpuFeatures & utlCpuPclmul) != 0) {
-    return foldWith(utlCrcFold, crc, bytes, length);
-  }
+  const auto may = [length](unsigned int feature, std::size_t atLeast) {
+    return length >= atLeast && (utlCpuFeatures & feature) != 0;
+  };
+  if (may(utlCpuVpclmul512, fold512AtLeast)) return foldWith(utlCrcFold512, crc, bytes, length);
+  if (may(utlCpuVpclmul256, fold256AtLeast)) return foldWith(utlCrcFold256, crc, bytes, length);
+  if (may(utlCpuPclmul, foldAtLeast)) return foldWith(utlCrcFold128, crc, bytes, length);
   if (length >= eliminateAtLeast) return eliminate(crc, bytes, length);
   return lookUp(crc, bytes, length);
 }

@@ -6,8 +6,9 @@ unsigned int detect() {
   unsigned int features = 0;
   __builtin_cpu_init();
   if (__builtin_cpu_supports("pclmul")) features |= utlCpuPclmul;
-  if (__builtin_cpu_supports("vpclmulqdq") && __builtin_cpu_supports("avx512f")) {
-    features |= utlCpuVpclmul;
+  if (__builtin_cpu_supports("vpclmulqdq")) {
+    if (__builtin_cpu_supports("avx2")) features |= utlCpuVpclmul256;
+    if (__builtin_cpu_supports("avx512f")) features |= utlCpuVpclmul512;
   }
   return features;
 }

@@ -22,15 +22,20 @@ struct UtlChecksumWith : testing::TestWithParam<unsigned int> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Instructions, UtlChecksumWith,
-                         testing::Values(0U, utlCpuPclmul, utlCpuPclmul | utlCpuVpclmul));
+                         testing::Values(0U, utlCpuPclmul, utlCpuVpclmul256, utlCpuVpclmul512));
 
 TEST_P(UtlChecksumWith, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {
+  // Short ones, and those about the 62,752 bytes that are folded and eliminated together.
+  const auto isAsked = [](std::size_t length) {
+    if (length < 20000) return length % 4096 < 600 || length % 13 == 0;
+    return (length + 100) % 62752 < 200 || length % 997 == 0;
+  };
   std::mt19937 random(7);
   std::vector<unsigned char> bytes;
   std::uint32_t expected = 0xFFFFFFFF;
-  while (bytes.size() < 20000) {
+  while (bytes.size() < 130000) {
     const std::size_t length = bytes.size();
-    if (length % 4096 < 600 || length % 13 == 0) {
+    if (isAsked(length)) {
       // Storage that ends with the bytes, so that a read behind them shows under the sanitizers.
       const std::size_t offset = random() % 16;
       std::vector<unsigned char> exact(offset);
