@@ -1,6 +1,6 @@
-// The atomic primitives beside std::atomic and the mutexes beside POSIX ones. Ours are functions
-// of a library, std::atomic is compiled into its caller: so each primitive is also measured beside
-// the same std::atomic operation in a function of its own, reached as a library's is.
+// The atomic primitives beside std::atomic and the mutexes beside POSIX ones. Ours are compiled into
+// their callers as std::atomic is, but for the barrier; each is also measured beside the same
+// std::atomic operation in a function of its own, reached as a library's is.
 #include <benchmark/benchmark.h>
 
 #include <atomic>

@@ -7,6 +7,9 @@
 // Each read-modify-write is one locked instruction (or a loop around one) and so a full memory
 // barrier. Signal-safe: nothing here can fail, allocates or calls anything.
 // Words must be aligned to 4 bytes.
+//
+// All but HostShrMemoryBarrier and HostAsmClearLockedPage are compiled into their callers, in C and
+// C++; the library exports them too, for pointers to them and for other languages.
 #pragma once
 
 #include <povzel/povzeltypes.h>
@@ -34,5 +37,32 @@ POVZEL_EXPORT void HostAsmClearLockedPage(int* lock);
 POVZEL_EXPORT int HostAsmSyncCtrAdd(int* counter, int delta);
 POVZEL_EXPORT int HostAsmSyncOr(int* word, int mask);
 POVZEL_EXPORT int HostAsmSyncAnd(int* word, int mask);
+
+POVZEL_COMPILED_IN int HostAsmTryLock(int* lock, int spinCount) {
+  unsigned int rounds = spinCount;
+  while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0) {
+    do {
+      __builtin_ia32_pause();
+      if (--rounds == 0) return 0;
+    } while (__atomic_load_n(lock, __ATOMIC_RELAXED) != 0);
+  }
+  return 1;
+}
+
+POVZEL_COMPILED_IN void HostAsmUnlock(int* lock) {
+  (void)__atomic_exchange_n(lock, 0, __ATOMIC_SEQ_CST);
+}
+
+POVZEL_COMPILED_IN int HostAsmSyncCtrAdd(int* counter, int delta) {
+  return __atomic_fetch_add(counter, delta, __ATOMIC_SEQ_CST);
+}
+
+POVZEL_COMPILED_IN int HostAsmSyncOr(int* word, int mask) {
+  return __atomic_fetch_or(word, mask, __ATOMIC_SEQ_CST);
+}
+
+POVZEL_COMPILED_IN int HostAsmSyncAnd(int* word, int mask) {
+  return __atomic_fetch_and(word, mask, __ATOMIC_SEQ_CST);
+}
 
 POVZEL_END_C

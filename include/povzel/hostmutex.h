@@ -42,9 +42,6 @@ POVZEL_EXPORT void HostMutexRelease(HostMutexSType* mutex);
 POVZEL_EXPORT void povzelMutexAcquire(HostMutexSType* mutex) __asm__("HostMutexAcquire");
 POVZEL_EXPORT void povzelMutexRelease(HostMutexSType* mutex) __asm__("HostMutexRelease");
 
-// Of a definition that is compiled into its callers, never on its own.
-#define POVZEL_COMPILED_IN extern __inline__ __attribute__((__always_inline__, __gnu_inline__))
-
 // A null mutex makes the exported function report the failure and nothing else.
 POVZEL_COMPILED_IN void HostMutexAcquire(HostMutexSType* mutex) {
   if (__builtin_expect(mutex == NULL || pthread_mutex_lock(mutex) != 0, 0)) {
@@ -57,8 +54,6 @@ POVZEL_COMPILED_IN void HostMutexRelease(HostMutexSType* mutex) {
     povzelMutexRelease(NULL);
   }
 }
-
-#undef POVZEL_COMPILED_IN
 
 // Reports a mutex error that a caller found at its line `lineNum`: prints
 // "HostMutexError :  caller line %ld\n", then fails as above.

@@ -26,7 +26,10 @@
 //   POVZEL_CONSTANT               a constant that may be the size of an array; in C an int
 //   POVZEL_ARRAY                  an array; in C++ one of `<array>`, which the header includes
 //   POVZEL_ENUM_TYPE              names an enumeration stored as `type`; in C the integer itself
+//   POVZEL_COMPILED_IN            a definition that is compiled into its callers, never on its own:
+//                                 the library exports the same function
 //   POVZEL_ENUM                   follows the "enum" of such an enumeration's constants
+#define POVZEL_COMPILED_IN extern __inline__ __attribute__((__always_inline__, __gnu_inline__))
 // clang-format off
 #ifdef __cplusplus
 #define POVZEL_BEGIN_C extern "C" {

@@ -3,18 +3,30 @@
 #include <povzel/hostthread.h>
 #include "tests.h"
 
+// The exported functions: a call by name is compiled in.
+static int (*volatile exportedTryLock)(int*, int) = HostAsmTryLock;
+static void (*volatile exportedUnlock)(int*) = HostAsmUnlock;
+static int (*volatile exportedAdd)(int*, int) = HostAsmSyncCtrAdd;
+static int (*volatile exportedOr)(int*, int) = HostAsmSyncOr;
+static int (*volatile exportedAnd)(int*, int) = HostAsmSyncAnd;
+
 TEST(Atomics, LockWord) {
   int word = 0;
   EXPECT_EQ(HostAsmTryLock(&word, 1), 1);
-  for (const int spins : {1, 1000}) EXPECT_EQ(HostAsmTryLock(&word, spins), 0);
+  for (const int spins : {1, 1000}) {
+    EXPECT_EQ(HostAsmTryLock(&word, spins), 0);
+    EXPECT_EQ(exportedTryLock(&word, spins), 0);
+  }
   HostAsmUnlock(&word);
+  EXPECT_EQ(exportedTryLock(&word, 1), 1);
+  exportedUnlock(&word);
   EXPECT_EQ(word, 0);
   HostAsmClearLockedPage(&word);
   EXPECT_EQ(HostAsmSyncCtrAdd(&word, 3), -1);
 }
 
 // One kind of call after the other, so that the threads meet often. Each owns a bit of `flags`; the
-// last two numbers are behind locks.
+// last two numbers are behind locks. Every other round is made by exported functions.
 TEST(Threads, LoseNothing) {
   constexpr int workers = 4, rounds = 20000;
   HostMutexSType mutex;
@@ -26,11 +38,17 @@ TEST(Threads, LoseNothing) {
       HostAsmSyncCtrAdd(&counter, 1);
       if ((HostAsmSyncOr(&flags, bit) & bit) != 0) HostAsmSyncOr(&lost, bit);
       if ((HostAsmSyncAnd(&flags, ~bit) & bit) == 0) HostAsmSyncOr(&lost, bit);
+      exportedAdd(&counter, 1);
+      if ((exportedOr(&flags, bit) & bit) != 0) exportedOr(&lost, bit);
+      if ((exportedAnd(&flags, ~bit) & bit) == 0) exportedOr(&lost, bit);
     }
     for (int i = 0; i < rounds; ++i) {
       HostAsmTryLock(&lock, 0);  // without a limit of spins it waits
       ++guarded;
       HostAsmUnlock(&lock);
+      exportedTryLock(&lock, 0);
+      ++guarded;
+      exportedUnlock(&lock);
       HostMutexAcquire(&mutex);
       ++alsoGuarded;
       HostMutexRelease(&mutex);
@@ -38,7 +56,7 @@ TEST(Threads, LoseNothing) {
   });
   HostMutexDestroy(&mutex);
   EXPECT_EQ((std::vector{counter, guarded, alsoGuarded, lock | flags | lost}),
-            (std::vector{5 * workers * rounds, workers * rounds, workers * rounds, 0}));
+            (std::vector{10 * workers * rounds, 2 * workers * rounds, workers * rounds, 0}));
 }
 
 TEST(HostMutexDeathTest, FailuresAreBrokenGuaranteesButForReleases) {
