@@ -15,6 +15,10 @@ volatile BoolType cancelBlockingCall = 0;
 
 namespace {
 
+// Where this thread's errno is: for each line that is read, the call that tells costs more than all
+// else that is done here.
+[[gnu::tls_model("initial-exec")]] thread_local int* ownErrno = nullptr;
+
 void install(int sig, const struct sigaction& action, struct sigaction* oldHandler) {
   if (sigaction(sig, &action, oldHandler) == 0) return;
   std::printf("sigaction failed for sig %d with errno %d\n", sig, errno);
@@ -173,10 +177,14 @@ int UnixIoFgetc(std::FILE* inFile) {
 }
 
 BoolType UnixIoFgets(char* result, std::size_t resultSize, std::FILE* inFile) {
-  errno = 0;
-  if (resultSize == 1) *result = '\0';
-  if (resultSize <= 1) return 0;  // no room to read; fgets would call it a success
-  const int size = static_cast<int>(std::min<std::size_t>(resultSize, INT_MAX));
+  if (ownErrno == nullptr) ownErrno = &errno;
+  *ownErrno = 0;
+  if (resultSize - 2 > INT_MAX - 2U) {
+    if (resultSize == 1) *result = '\0';
+    if (resultSize <= 1) return 0;  // no room to read; fgets would call it a success
+    resultSize = INT_MAX;
+  }
+  const auto size = static_cast<int>(resultSize);
   // What fgets itself finds out for each line: without other threads there is nothing to lock.
   if (__libc_single_threaded) return fgets_unlocked(result, size, inFile) != nullptr;
   return std::fgets(result, size, inFile) != nullptr;
