@@ -90,8 +90,8 @@ struct Equal {
 
 [[gnu::noinline]] void visitHome(const HashTableSType* table, const char* string) {
   const auto size = static_cast<unsigned>(table->tableSize);
-  benchmark::DoNotOptimize(table->table[HashCStrHash(string) % size]);
-  benchmark::DoNotOptimize(HashCStrCompare(string, string));
+  const void* const stored = table->table[HashCStrHash(string) % size];
+  benchmark::DoNotOptimize(stored != nullptr ? *static_cast<const char*>(stored) : '\0');
 }
 
 using Strings = std::vector<const char*>;
@@ -114,7 +114,7 @@ class Ours {
   void remove(const char* string) { HashTableRemove(&table_, HashTableLookup(&table_, string)); }
 
   // What no look-up in a table of this record can do without: the hash, the division for the slot,
-  // a look at it and one comparison.
+  // a look at it and one at the record there.
   void visit(const char* string) { visitHome(&table_, string); }
 
  private:
@@ -288,6 +288,9 @@ void addPeer(const std::string& peer, double lookupBound, double insertBound) {
 
 int main(int argc, char** argv) {
   addPeer<UnorderedSet>("unordered_set", 1 / 1.3, 1);
+  // Its hits take longer than ours, which compare short names without a call. A miss of 30,000 does
+  // not: it is over with its marks, while ours is to answer with the slot, a line of its own in an
+  // array of 256 KiB, and notes it for an insert.
   addPeer<FlatHashSet>("flat_hash_set", 0, 0);
   add("BM_HashTableHitFloor", BM_LookupFloor)->Arg(1000)->Arg(30000);
   add("BM_HashTableWornMiss", BM_WornMiss)->Arg(58983)->Arg(62260);

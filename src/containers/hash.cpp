@@ -3,7 +3,6 @@
 #include <emmintrin.h>
 
 #include <array>
-#include <bit>
 #include <cctype>
 #include <cstdint>
 #include <cstring>
@@ -13,7 +12,7 @@
 namespace {
 
 // A permutation of 0 to 255. Its values are in compiled message files: they never change.
-alignas(256) constexpr ByteType CharPermutation[256] = {
+constexpr ByteType CharPermutation[256] = {
     1,   87,  49,  12,  176, 178, 102, 166, 121, 193, 6,   84,  249, 230, 44,  163, 14,  197, 213,
     181, 161, 85,  218, 80,  64,  239, 24,  226, 236, 142, 38,  200, 110, 177, 104, 103, 141, 253,
     255, 50,  77,  101, 81,  18,  45,  96,  31,  222, 25,  107, 190, 70,  86,  237, 240, 34,  72,
@@ -43,45 +42,52 @@ const int* upperCase() {
 }
 
 // Two steps in one: entry [b][x] is the hash after the bytes a and b, x being the hash before them
-// exclusive-or a.
+// exclusive-or a. Row 0 is the step for a alone, so that a C string of odd length ends with its NUL
+// like any other; where a byte 0 is one of a string's own, both steps are made one by one.
 using TwoSteps = std::array<std::array<ByteType, 256>, 256>;
-alignas(256) constexpr TwoSteps twoSteps = [] {
+alignas(64) constexpr TwoSteps twoSteps = [] {
   TwoSteps steps{};
-  for (unsigned second = 0; second < 256; ++second) {
-    for (unsigned x = 0; x < 256; ++x) {
+  for (unsigned x = 0; x < 256; ++x) {
+    steps[0][x] = CharPermutation[x];
+    for (unsigned second = 1; second < 256; ++second) {
       steps[second][x] = CharPermutation[CharPermutation[x] ^ second];
     }
   }
   return steps;
 }();
 
-// Three Pearson hashes that take the same bytes and differ in their start. Each step waits for
-// the one before, so only the latency of one step counts: the look-up's address is the exclusive
-// or of row and hash (a row is aligned to its size), of which all but the hash is ready in time.
+// Three Pearson hashes that take the same bytes and differ in their start. The bytes come in pairs,
+// the low one first, as twoSteps has them: a high byte 0 stands for none.
 class PearsonHash {
  public:
-  explicit PearsonHash(unsigned first)
-      : hash0_(CharPermutation[first]),
-        hash1_(CharPermutation[(first + 1) & 255]),
-        hash2_(CharPermutation[(first + 2) & 255]) {}
+  // The starts of the hashes are bytes: they go on with 0 after 255.
+  explicit PearsonHash(unsigned pair)
+      : PearsonHash(twoSteps, pair, (pair & ~255U) | ((pair + 1) & 255),
+                    (pair & ~255U) | ((pair + 2) & 255)) {}
 
-  void add(unsigned byte) { step(reinterpret_cast<std::uintptr_t>(CharPermutation) ^ byte); }
+  static PearsonHash withoutWrap(const TwoSteps& steps, unsigned pair) {
+    return {steps, pair, pair + 1, pair + 2};
+  }
 
-  // The two bytes of `pair`, the low one first.
-  void addPair(unsigned pair) { step(reinterpret_cast<std::uintptr_t>(&twoSteps) + pair); }
+  void add(unsigned pair) {
+    hash0_ = steps_[hash0_ ^ pair];
+    hash1_ = steps_[hash1_ ^ pair];
+    hash2_ = steps_[hash2_ ^ pair];
+  }
 
   unsigned value() const { return hash2_ << 16 | hash1_ << 8 | hash0_; }
 
  private:
-  void step(std::uintptr_t row) {
-    hash0_ = *reinterpret_cast<const ByteType*>(row ^ hash0_);
-    hash1_ = *reinterpret_cast<const ByteType*>(row ^ hash1_);
-    hash2_ = *reinterpret_cast<const ByteType*>(row ^ hash2_);
-  }
+  PearsonHash(const TwoSteps& steps, unsigned start0, unsigned start1, unsigned start2)
+      : steps_(steps.front().data()),
+        hash0_(steps_[start0]),
+        hash1_(steps_[start1]),
+        hash2_(steps_[start2]) {}
 
-  std::uintptr_t hash0_;
-  std::uintptr_t hash1_;
-  std::uintptr_t hash2_;
+  const ByteType* steps_;
+  unsigned hash0_;
+  unsigned hash1_;
+  unsigned hash2_;
 };
 
 unsigned pairAt(const ByteType* bytes) {
@@ -90,18 +96,34 @@ unsigned pairAt(const ByteType* bytes) {
   return pair;
 }
 
-// Out of line: within a search it would lack registers.
-[[gnu::noinline]] unsigned hashOfCString(const ByteType* bytes) {
-  if (*bytes == 0) return 0;
-  PearsonHash hash(*bytes++);
-  for (; bytes[0] != 0; bytes += 2) {
-    if (bytes[1] == 0) {
-      hash.add(*bytes);
-      break;
-    }
-    hash.addPair(pairAt(bytes));
+// Goes on with a hash of which `pair` is the last.
+[[gnu::always_inline]] inline unsigned hashRest(PearsonHash hash, unsigned pair,
+                                                const ByteType* bytes) {
+  while (pair > 255) {
+    bytes += 2;
+    if (*bytes == 0) break;
+    pair = pairAt(bytes);
+    hash.add(pair);
   }
   return hash.value();
+}
+
+// An empty string, and hashes whose starts may wrap.
+bool isRare(const ByteType* bytes) {
+  return *bytes == 0 || (pairAt(bytes) & 255) > 253;
+}
+
+// Of any other. Inlined, and with its table given, it leaves a search the registers it needs.
+[[gnu::always_inline]] inline unsigned hashOfUsualCString(const TwoSteps& steps,
+                                                          const ByteType* bytes) {
+  const unsigned pair = pairAt(bytes);
+  return hashRest(PearsonHash::withoutWrap(steps, pair), pair, bytes);
+}
+
+[[gnu::noinline]] unsigned hashOfRareCString(const ByteType* bytes) {
+  if (*bytes == 0) return 0;
+  const unsigned pair = pairAt(bytes);
+  return hashRest(PearsonHash(pair), pair, bytes);
 }
 
 // The 16-bit character at `bytes`, reduced to what HashDbStrHash takes of it.
@@ -119,7 +141,11 @@ long HashStrHash(const ByteType* bytes, std::size_t count, BoolType caseSensitiv
   if (caseSensitive != 0) {
     PearsonHash hash(*bytes++);
 #pragma GCC unroll 2
-    for (; end - bytes > 1; bytes += 2) hash.addPair(pairAt(bytes));
+    for (; end - bytes > 1; bytes += 2) {
+      const unsigned pair = pairAt(bytes);
+      hash.add(pair);
+      if (pair <= 255) hash.add(0);
+    }
     if (bytes != end) hash.add(*bytes);
     return static_cast<long>(hash.value());
   }
@@ -139,7 +165,9 @@ long HashDbStrHash(const ByteType* bytes, std::size_t sizeBytes, BoolType caseSe
 }
 
 unsigned int HashCStrHash(const void* string) {
-  return hashOfCString(static_cast<const ByteType*>(string));
+  const auto* const bytes = static_cast<const ByteType*>(string);
+  if (isRare(bytes)) return hashOfRareCString(bytes);
+  return hashOfUsualCString(twoSteps, bytes);
 }
 
 BoolType HashCStrCompare(const void* string1, const void* string2) {
@@ -172,6 +200,9 @@ constexpr int mostClosed = 64;
 
 struct Rest {
   std::size_t holes;
+  // Where records are C strings by the pair for them, what hashes them; else null. A look-up learns
+  // here which it is, and need not find out where the library is loaded.
+  const TwoSteps* cStringSteps;
   // The last look-up that found nothing: for the insert that follows it.
   const VoidPtrType* missedSlot;
   const void* missedRecord;
@@ -181,10 +212,30 @@ struct Rest {
 
 constexpr std::size_t groupSize = sizeof(__m128i);
 
-// A bit for each of the groupSize slots, the first lowest, that has this mark.
+__m128i groupAt(const void* bytes) {
+  return _mm_loadu_si128(static_cast<const __m128i*>(bytes));
+}
+
+__m128i withMark(__m128i group, ByteType mark) {
+  return _mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(mark)));
+}
+
+// A bit for each byte, the first lowest, that has its top bit set.
+unsigned bitsOf(__m128i group) {
+  return static_cast<unsigned>(_mm_movemask_epi8(group));
+}
+
+// A bit for each of the groupSize slots that has this mark.
 unsigned marked(__m128i group, ByteType mark) {
-  const __m128i equal = _mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(mark)));
-  return static_cast<unsigned>(_mm_movemask_epi8(equal));
+  return bitsOf(withMark(group, mark));
+}
+
+// The number of the lowest bit, of which there is one. A processor that does not know the faster
+// instruction ignores its prefix.
+unsigned lowestBit(unsigned bits) {
+  unsigned number;
+  __asm__("rep bsf %1, %0" : "=r"(number) : "rm"(bits) : "cc");
+  return number;
 }
 
 // What a hash says of its record: the slot where probes for it start, and its mark.
@@ -276,12 +327,35 @@ struct ByPointer {
   }
 };
 
+#ifdef POVZEL_SANITIZE
+bool areEqualCStrings(const void* one, const void* other) {
+  return HashCStrCompare(one, other) != 0;
+}
+#else
+// A group of bytes that may go on behind a string's end is read only where it lies in one page.
+bool canReadGroup(const void* bytes) {
+  constexpr std::uintptr_t pageSize = 4096;
+  return reinterpret_cast<std::uintptr_t>(bytes) % pageSize <= pageSize - groupSize;
+}
+
+// Out of line, so that the registers that a call needs are not taken from those who need none.
+[[gnu::noinline]] bool areEqualLongCStrings(const void* one, const void* other) {
+  return HashCStrCompare(one, other) != 0;
+}
+
+[[gnu::always_inline]] inline bool areEqualCStrings(const void* one, const void* other) {
+  if (!canReadGroup(one) || !canReadGroup(other)) return areEqualLongCStrings(one, other);
+  const __m128i bytes = groupAt(one);
+  const unsigned ends = marked(bytes, 0);
+  const unsigned equal = bitsOf(_mm_cmpeq_epi8(bytes, groupAt(other)));
+  if (ends != 0) return (~equal & (ends ^ (ends - 1))) == 0;  // up to the first end
+  return equal == (1U << groupSize) - 1 && areEqualLongCStrings(one, other);
+}
+#endif
+
 struct AsCStrings {
-  static unsigned int hash(const HashTableSType* /*table*/, const void* record) {
-    return hashOfCString(static_cast<const ByteType*>(record));
-  }
   static bool equal(const HashTableSType* /*table*/, const void* record, const void* stored) {
-    return std::strcmp(static_cast<const char*>(record), static_cast<const char*>(stored)) == 0;
+    return areEqualCStrings(record, stored);
   }
 };
 
@@ -297,10 +371,9 @@ template <typename Records>
 inline bool searchGroup(const HashTableSType* table, const void* record, ByteType mark,
                         std::size_t start, VoidPtrType*& found) {
   const auto slotAt = [&](unsigned bits) {
-    return table->table + wrapped(table, start + static_cast<unsigned>(std::countr_zero(bits)));
+    return table->table + wrapped(table, start + lowestBit(bits));
   };
-  const __m128i group =
-      _mm_loadu_si128(reinterpret_cast<const __m128i*>(restOf(table)->marks + start));
+  const __m128i group = groupAt(restOf(table)->marks + start);
   const unsigned ends = marked(group, endOfRun);
   unsigned candidates = marked(group, mark) & (ends ^ (ends - 1));  // up to the first end
   for (; candidates != 0; candidates &= candidates - 1) {
@@ -309,7 +382,7 @@ inline bool searchGroup(const HashTableSType* table, const void* record, ByteTyp
     found = slot;
     return true;
   }
-  const auto empty = static_cast<unsigned>(_mm_movemask_epi8(group));
+  const unsigned empty = bitsOf(group);
   if (found == nullptr && empty != 0) found = slotAt(empty);
   return ends != 0;
 }
@@ -334,18 +407,53 @@ inline VoidPtrType* search(const HashTableSType* table, const void* record, unsi
   return found;
 }
 
+void noteMiss(const HashTableSType* table, VoidPtrType* slot, const void* record,
+              unsigned int hash) {
+  Rest* const rest = restOf(table);
+  rest->missedSlot = slot;
+  rest->missedRecord = record;
+  rest->missedHash = hash;
+}
+
 template <typename Records>
-[[gnu::noinline]] VoidPtrType* lookup(const HashTableSType* table, const void* record) {
-  const unsigned int hash = Records::hash(table, record);
-  if (table->table == nullptr) return nullptr;
+[[gnu::noinline]] VoidPtrType* lookup(const HashTableSType* table, const void* record,
+                                      unsigned int hash) {
   VoidPtrType* const found = search<Records>(table, record, hash);
-  if (found != nullptr && *found == nullptr) {
-    Rest* const rest = restOf(table);
-    rest->missedSlot = found;
-    rest->missedRecord = record;
-    rest->missedHash = hash;
-  }
+  if (found != nullptr && *found == nullptr) noteMiss(table, found, record, hash);
   return found;
+}
+
+// Out of line, as the look-up of C strings calls nothing on its way.
+[[gnu::noinline]] VoidPtrType* lookupByPointer(const HashTableSType* table, const void* record) {
+  const unsigned int hash = table->hashFunc(record);
+  return table->table != nullptr ? lookup<ByPointer>(table, record, hash) : nullptr;
+}
+
+// Nearly always decided at the first slot that is empty or has the record's mark, which is one bit
+// to look for. All that is rare is called, so that nothing else of it is kept in memory.
+inline VoidPtrType* lookupCString(const HashTableSType* table, const TwoSteps& steps,
+                                  const void* record) {
+  const auto* const bytes = static_cast<const ByteType*>(record);
+  if (isRare(bytes)) [[unlikely]]
+    return lookup<AsCStrings>(table, record, hashOfRareCString(bytes));
+  const unsigned int hash = hashOfUsualCString(steps, bytes);
+  const auto [home, mark] = placeOf(hash, sizeOf(table));
+  const ByteType* const marks = restOf(table)->marks + home;
+  const __m128i group = groupAt(marks);
+  const unsigned stops = bitsOf(_mm_or_si128(group, withMark(group, mark)));
+  if (stops != 0) [[likely]] {
+    const unsigned first = lowestBit(stops);
+    // From endPtr, which the Rest is at already.
+    auto fromEnd = static_cast<std::ptrdiff_t>(home + first - sizeOf(table));
+    if (fromEnd >= 0) fromEnd -= static_cast<std::ptrdiff_t>(sizeOf(table));
+    VoidPtrType* const slot = table->endPtr + fromEnd;
+    if (marks[first] == endOfRun) {
+      noteMiss(table, slot, record, hash);
+      return slot;
+    }
+    if (marks[first] < endOfRun && areEqualCStrings(record, *slot)) return slot;
+  }
+  return lookup<AsCStrings>(table, record, hash);
 }
 
 // The hash of a record that is to be stored in `slot`. The slot alone would not do: between the
@@ -418,6 +526,7 @@ BoolType rehash(HashTableSType* table) {
   table->halfTableSize = size >> 1;
   table->quarterTableSize = size >> 2;
   restOf(table)->holes = 0;
+  restOf(table)->cStringSteps = holdsCStrings(table) ? &twoSteps : nullptr;
   restOf(table)->missedSlot = nullptr;
   if (oldTable == nullptr) return 1;
   const unsigned int* const oldHashes = hashesOf(oldEnd, oldSize);
@@ -436,8 +545,9 @@ BoolType rehash(HashTableSType* table) {
 }
 
 VoidPtrType* HashTableLookup(HashTableSType* table, const void* record) {
-  return holdsCStrings(table) ? lookup<AsCStrings>(table, record)
-                              : lookup<ByPointer>(table, record);
+  if (table->endPtr == nullptr) return lookupByPointer(table, record);
+  const TwoSteps* const steps = restOf(table)->cStringSteps;
+  return steps != nullptr ? lookupCString(table, *steps, record) : lookupByPointer(table, record);
 }
 
 BoolType HashTableInsert(HashTableSType* table, VoidPtrType* slot, VoidPtrType record) {

@@ -1,5 +1,9 @@
 #include <povzel/hash.h>
 
+#include <sys/mman.h>
+
+#include <set>
+
 #include <povzel/utlheap.h>
 #include "faults.h"
 #include "tests.h"
@@ -44,6 +48,45 @@ TEST(StringHash, TakesTextsOfAnyLength) {
     EXPECT_EQ(HashCStrHash(text.c_str()), static_cast<unsigned>(bytewise(text)));
     text += static_cast<char>(1 + random() % 255);
   }
+  for (unsigned i = 0; i < 1024; ++i) {  // each first byte, and bytes 0
+    const std::string bytes{static_cast<char>(i), static_cast<char>(i / 256), '\0', 'x', '\0'};
+    EXPECT_EQ(HashStrHash(reinterpret_cast<const ByteType*>(bytes.data()), 5, 1), bytewise(bytes));
+    EXPECT_EQ(HashCStrHash(bytes.c_str()), static_cast<unsigned>(bytewise(bytes.c_str())));
+  }
+}
+
+// Half the texts asked for and one that is stored end with a page, behind which none may read.
+TEST(CStringTable, IsAsOneThatCallsItsFunctions) {
+  void* const pages = mmap(nullptr, 16384, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  char* const ends[] = {static_cast<char*>(pages) + 4096, static_cast<char*>(pages) + 12288};
+  for (char* end : ends) mprotect(end - 4096, 4096, PROT_READ | PROT_WRITE);
+  std::set<std::string> texts;
+  HashTableSType direct, calling;
+  HashTableInit(&direct, 0, 0, HashCStrHash, HashCStrCompare);
+  HashTableInit(
+      &calling, 0, 0, [](const void* text) { return HashCStrHash(text); },
+      [](const void* one, const void* other) { return HashCStrCompare(one, other); });
+  const char* const sameHash[] = {"r312761", "r312761u", "sixteen.bytes.are14618",
+                                  "sixteen.bytes.are16372"};
+  std::mt19937 random(8);
+  for (int i = 0; i < 30000; ++i) {
+    std::string text = std::string(random() % 22, 'a') + std::to_string(random() % 150);
+    if (random() % 8 == 0) text[0] = static_cast<char>(-static_cast<int>(random() % 3));
+    if (i < 2 || random() % 64 == 0) text = sameHash[i < 2 ? 0 : random() % 4];
+    char* const end = ends[i == 0] - (i % 2 == 0 ? 0 : 16);
+    char* const asked = std::strcpy(end - std::strlen(text.c_str()) - 1, text.c_str());
+    char* const record = i == 0 ? asked : const_cast<char*>(texts.insert(asked).first->c_str());
+    VoidPtrType* const slots[] = {HashTableLookup(&direct, asked),
+                                  HashTableLookup(&calling, asked)};
+    ASSERT_TRUE(slots[0] - direct.table == slots[1] - calling.table && *slots[0] == *slots[1]);
+    const auto change = [&](HashTableSType* table, VoidPtrType* slot) {
+      return *slot != nullptr ? HashTableRemove(table, slot) : HashTableInsert(table, slot, record);
+    };
+    ASSERT_TRUE(change(&direct, slots[0]) && change(&calling, slots[1]));
+  }
+  EXPECT_GT(direct.numEntries, 500);
+  UtlFree(direct.table);
+  UtlFree(calling.table);
 }
 
 // Records whose hash and identity are the test's to choose.
