@@ -258,7 +258,7 @@ template <typename Key>
 // wrong takes longer than to look at all of the first links.
 constexpr long largeMask = 1023;
 
-// Stands where a chain has no more entries, and is read but never written to.
+// Stands in an empty bucket, and is read but never written to.
 struct alignas(__m128i) NoEntry {
   TvHashEntry entry;
   char line[sizeof(__m128i) - sizeof(TvHashEntry::key)];  // read with the key
@@ -271,26 +271,27 @@ template <typename Key>
   return walk<Key>(table, entry, key);
 }
 
+// How many links are looked at whatever they hold: of fewer, too many finds go on behind them; more
+// are read for too few.
+constexpr int firstLinks = 3;
+
+// A chain that ends early stays at its last entry, which changes nothing: keys are there once.
 template <typename Key>
 [[gnu::always_inline]] inline TvHashEntry* walkBranchFree(const TvHashTable* table,
                                                           TvHashEntry* entry,
                                                           const typename Key::Probe& key) {
   auto* none = const_cast<TvHashEntry*>(&noEntry.entry);
   __asm__("" : "+r"(none));  // what is known of it would be made use of by branching
-  const auto orNone = [none](TvHashEntry* link) {
-    __asm__("test %0, %0\n\tcmovz %1, %0" : "+r"(link) : "rm"(none) : "cc");
-    return link;
-  };
-  TvHashEntry* const first = orNone(entry);
-  TvHashEntry* const second = orNone(first->nextPtr);
-  TvHashEntry* const third = orNone(second->nextPtr);
-  TvHashEntry* const fourth = orNone(third->nextPtr);
   TvHashEntry* found = none;
-  if (Key::matches(table, fourth, key)) found = fourth;
-  if (Key::matches(table, third, key)) found = third;
-  if (Key::matches(table, second, key)) found = second;
-  if (Key::matches(table, first, key)) found = first;
-  return found != none ? found : walkOn<Key>(table, fourth->nextPtr, key);
+  __asm__("test %0, %0\n\tcmovz %1, %0" : "+r"(entry) : "rm"(none) : "cc");
+  if (Key::matches(table, entry, key)) found = entry;
+#pragma GCC unroll 4
+  for (int link = 1; link < firstLinks; ++link) {
+    TvHashEntry* const next = entry->nextPtr;
+    __asm__("test %1, %1\n\tcmovnz %1, %0" : "+r"(entry) : "r"(next) : "cc");
+    if (Key::matches(table, entry, key)) found = entry;
+  }
+  return found != none ? found : walkOn<Key>(table, entry->nextPtr, key);
 }
 
 template <typename Key>
