@@ -1,5 +1,5 @@
-// The atomic primitives beside std::atomic and the mutexes beside POSIX ones. Ours are compiled into
-// their callers as std::atomic is, but for the barrier; each is also measured beside the same
+// The atomic primitives beside std::atomic and the mutexes beside POSIX ones. Ours are compiled
+// into their callers as std::atomic is, but for the barrier; each is also measured beside the same
 // std::atomic operation in a function of its own, reached as a library's is.
 #include <benchmark/benchmark.h>
 
