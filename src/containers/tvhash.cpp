@@ -85,23 +85,24 @@ inline __m128i weigh(__m128i first, __m128i last, const std::int16_t* powers) {
                        _mm_madd_epi16(last, _mm_loadu_si128(weights + 1)));
 }
 
-// What plainStringHash gives for the string of that length in the register.
-inline std::uint32_t shortStringHash(__m128i bytes, std::size_t length) {
+// The low bits of what plainStringHash gives for the string of that length at the start of the
+// register, as many as the mask has. What lies behind the string has no weight.
+inline std::uint32_t shortStringHash(__m128i bytes, std::size_t length, std::uint32_t mask) {
   const __m128i first = _mm_srai_epi16(_mm_unpacklo_epi8(bytes, bytes), 8);
   const __m128i last = _mm_srai_epi16(_mm_unpackhi_epi8(bytes, bytes), 8);
   const std::size_t start = mostInRegister - length;
-  const __m128i low = weigh(first, last, powersOfNine.low.data() + start);
-  const __m128i high = weigh(first, last, powersOfNine.high.data() + start);
-  __m128i sum = _mm_add_epi32(low, _mm_slli_epi32(high, 16));
+  __m128i sum = weigh(first, last, powersOfNine.low.data() + start);
+  if (mask > UINT16_MAX) [[unlikely]] {
+    const __m128i high = weigh(first, last, powersOfNine.high.data() + start);
+    sum = _mm_add_epi32(sum, _mm_slli_epi32(high, 16));
+  }
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum)) & mask;
 }
 
-std::uint32_t stringHash(const char* key) {
-  const std::size_t length = std::strlen(key);
-  if (length > mostInRegister) return plainStringHash(key);
-  return shortStringHash(inRegister(key, length), length);
+std::uint32_t maskOf(const TvHashTable* table) {
+  return static_cast<std::uint32_t>(table->mask);
 }
 
 // The kinds of key. Each says which keys it takes, in which bucket a key belongs, whether an entry
@@ -115,7 +116,7 @@ struct StringKey {
   static bool isValid(const TvHashTable* /*table*/, const char* key) { return key != nullptr; }
 
   static std::size_t index(const TvHashTable* table, const char* key) {
-    return plainStringHash(key) & static_cast<std::uint32_t>(table->mask);
+    return plainStringHash(key) & maskOf(table);
   }
 
   static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const char* key) {
@@ -131,7 +132,10 @@ struct StringKey {
   }
 
   static std::size_t storedIndex(const TvHashTable* table, const TvHashEntry* entry) {
-    return stringHash(entry->key.string) & static_cast<std::uint32_t>(table->mask);
+    const char* const key = entry->key.string;
+    const std::size_t length = std::strlen(key);
+    if (length > mostInRegister) return index(table, key);
+    return shortStringHash(inRegister(key, length), length, maskOf(table));
   }
 };
 
@@ -140,12 +144,12 @@ struct ShortStringKey {
   struct Probe {
     const char* string;
     std::size_t length;
-    __m128i bytes;
+    __m128i bytes;  // the string's with its NUL, and any others behind that
   };
   static constexpr bool isBranchFree = true;
 
   static std::size_t index(const TvHashTable* table, const Probe& key) {
-    return shortStringHash(key.bytes, key.length) & static_cast<std::uint32_t>(table->mask);
+    return shortStringHash(key.bytes, key.length, maskOf(table));
   }
 
 #ifdef POVZEL_SANITIZE
@@ -336,15 +340,39 @@ TvHashEntry* find(TvHashTable* table, const char* key) {
   return findIn<Key>(table, Key::index(table, key), key);
 }
 
-TvHashEntry* findString(TvHashTable* table, const char* key) {
+[[gnu::always_inline]] inline TvHashEntry* findShort(const TvHashTable* table,
+                                                     const ShortStringKey::Probe& key) {
+  return findIn<ShortStringKey>(table, ShortStringKey::index(table, key), key);
+}
+
+// Finds any string. Out of line, so that its calls cost the others nothing.
+[[gnu::noinline]] TvHashEntry* findMeasured(TvHashTable* table, const char* key) {
   if (key == nullptr) return nullptr;
   const std::size_t length = std::strlen(key);
-  if (length > mostInRegister) {
-    return findIn<StringKey>(table, StringKey::index(table, key), key);
-  }
-  const ShortStringKey::Probe probe{key, length, inRegister(key, length)};
-  return findIn<ShortStringKey>(table, ShortStringKey::index(table, probe), probe);
+  if (length > mostInRegister) return find<StringKey>(table, key);
+  return findShort(table, {key, length, inRegister(key, length)});
 }
+
+#ifdef POVZEL_SANITIZE
+TvHashEntry* findString(TvHashTable* table, const char* key) {
+  return findMeasured(table, key);
+}
+#else
+// A register of bytes that may go on behind a string's end is read only where it lies in one page.
+bool canReadRegister(const char* bytes) {
+  constexpr std::uintptr_t pageSize = 4096;
+  return reinterpret_cast<std::uintptr_t>(bytes) % pageSize <= pageSize - sizeof(__m128i);
+}
+
+TvHashEntry* findString(TvHashTable* table, const char* key) {
+  if (key == nullptr || !canReadRegister(key)) [[unlikely]]
+    return findMeasured(table, key);
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(key));
+  const int ends = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()));
+  if (ends == 0) return findMeasured(table, key);
+  return findShort(table, {key, static_cast<std::size_t>(__builtin_ctz(ends)), bytes});
+}
+#endif
 
 // Finds or makes the entry of a valid key. Allocates all that it needs before it changes anything.
 template <typename Key>
