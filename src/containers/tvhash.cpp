@@ -106,8 +106,11 @@ std::uint32_t maskOf(const TvHashTable* table) {
 }
 
 // The kinds of key. Each says which keys it takes, in which bucket a key belongs, whether an entry
-// has it, how many bytes it takes in an entry, and puts it there and takes it from there; and
-// whether `matches` may be asked of any entry, and does so without a branch.
+// has it, how many bytes it takes in an entry, and puts it there and takes it from there.
+//
+// Of a branch-free one, `difference` tells without a branch whether an entry has the key: then it
+// is 0. `noEntry` gives an entry that stands in an empty bucket: it has another key than this one.
+// It may be made in `room`; it is read but never written to.
 
 struct StringKey {
   using Probe = const char*;
@@ -139,6 +142,20 @@ struct StringKey {
   }
 };
 
+// An entry whose key goes on to the end of a register, and therefore is no short string.
+struct alignas(__m128i) TooLong {
+  TvHashEntry entry;
+  char rest[sizeof(__m128i) - sizeof(TvHashEntry::key) + 1];
+};
+constexpr TooLong tooLong{
+    .entry = {.nextPtr = nullptr,
+              .tablePtr = nullptr,
+              .bucketPtr = nullptr,
+              .value = nullptr,
+              .key = {.string = {'t', 'o', 'o', ' '}}},
+    .rest = "long by far.",
+};
+
 // A string that one register holds.
 struct ShortStringKey {
   struct Probe {
@@ -153,20 +170,28 @@ struct ShortStringKey {
   }
 
 #ifdef POVZEL_SANITIZE
-  static bool matches(const TvHashTable* table, const TvHashEntry* entry, const Probe& key) {
-    return StringKey::matches(table, entry, key.string);
+  static std::uint32_t difference(const TvHashEntry* entry, const Probe& key) {
+    return std::strcmp(entry->key.string, key.string) != 0;
   }
 #else
   // An entry's key is aligned to a register: what is read of it beyond the entry's block is in the
   // same line as its first byte.
   static_assert(keyOffset == sizeof(__m128i));
 
-  static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const Probe& key) {
+  static std::uint32_t difference(const TvHashEntry* entry, const Probe& key) {
     const __m128i stored = _mm_load_si128(reinterpret_cast<const __m128i*>(entry) + 1);
     const int equal = _mm_movemask_epi8(_mm_cmpeq_epi8(stored, key.bytes));
-    return (equal | -2 << key.length) == -1;  // also its NUL
+    return static_cast<std::uint32_t>((equal | -2 << key.length) + 1);  // its NUL is compared too
   }
 #endif
+
+  static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const Probe& key) {
+    return difference(entry, key) == 0;
+  }
+
+  static const TvHashEntry* noEntry(const Probe& /*key*/, TvHashEntry& /*room*/) {
+    return &tooLong.entry;
+  }
 
   static std::uint64_t size(const TvHashTable* /*table*/, const Probe& key) {
     return std::uint64_t{key.length} + 1;
@@ -191,8 +216,19 @@ struct WordKey {
     return wordIndex(table, reinterpret_cast<std::uintptr_t>(key));
   }
 
+  static std::uint32_t difference(const TvHashEntry* entry, const char* key) {
+    return reinterpret_cast<std::uintptr_t>(entry->key.oneWordValue) ^
+           reinterpret_cast<std::uintptr_t>(key);
+  }
+
   static bool matches(const TvHashTable* /*table*/, const TvHashEntry* entry, const char* key) {
-    return entry->key.oneWordValue == key;
+    return difference(entry, key) == 0;
+  }
+
+  static const TvHashEntry* noEntry(const char* key, TvHashEntry& room) {
+    room.nextPtr = nullptr;
+    room.key.oneWordValue = reinterpret_cast<const char*>(~reinterpret_cast<std::uintptr_t>(key));
+    return &room;
   }
 
   static std::uint64_t size(const TvHashTable* /*table*/, const char* /*key*/) {
@@ -262,13 +298,6 @@ template <typename Key>
 // wrong takes longer than to look at all of the first links.
 constexpr long largeMask = 1023;
 
-// Stands in an empty bucket, and is read but never written to.
-struct alignas(__m128i) NoEntry {
-  TvHashEntry entry;
-  char line[sizeof(__m128i) - sizeof(TvHashEntry::key)];  // read with the key
-};
-constexpr NoEntry noEntry{};
-
 template <typename Key>
 [[gnu::noinline]] TvHashEntry* walkOn(const TvHashTable* table, TvHashEntry* entry,
                                       typename Key::Probe key) {
@@ -276,26 +305,33 @@ template <typename Key>
 }
 
 // How many links are looked at whatever they hold: of fewer, too many finds go on behind them; more
-// are read for too few.
+// take longer for too few.
 constexpr int firstLinks = 3;
 
-// A chain that ends early stays at its last entry, which changes nothing: keys are there once.
+// The next entry of the chain; the same one if it is the last, or the one that is wanted, so that
+// none is read for nothing.
+inline TvHashEntry* nextUnlessEqual(TvHashEntry* entry, std::uint32_t difference) {
+  TvHashEntry* next = entry->nextPtr;
+  __asm__("test %0, %0\n\tcmovz %1, %0\n\ttest %2, %2\n\tcmovz %1, %0"
+          : "+&r"(next)
+          : "r"(entry), "r"(difference)
+          : "cc");
+  return next;
+}
+
 template <typename Key>
 [[gnu::always_inline]] inline TvHashEntry* walkBranchFree(const TvHashTable* table,
                                                           TvHashEntry* entry,
                                                           const typename Key::Probe& key) {
-  auto* none = const_cast<TvHashEntry*>(&noEntry.entry);
-  __asm__("" : "+r"(none));  // what is known of it would be made use of by branching
-  TvHashEntry* found = none;
-  __asm__("test %0, %0\n\tcmovz %1, %0" : "+r"(entry) : "rm"(none) : "cc");
-  if (Key::matches(table, entry, key)) found = entry;
+  TvHashEntry room;
+  const TvHashEntry* const none = Key::noEntry(key, room);
+  __asm__("test %0, %0\n\tcmovz %1, %0" : "+r"(entry) : "r"(none) : "cc", "memory");
 #pragma GCC unroll 4
   for (int link = 1; link < firstLinks; ++link) {
-    TvHashEntry* const next = entry->nextPtr;
-    __asm__("test %1, %1\n\tcmovnz %1, %0" : "+r"(entry) : "r"(next) : "cc");
-    if (Key::matches(table, entry, key)) found = entry;
+    entry = nextUnlessEqual(entry, Key::difference(entry, key));
   }
-  return found != none ? found : walkOn<Key>(table, entry->nextPtr, key);
+  if (Key::difference(entry, key) == 0) return entry;
+  return walkOn<Key>(table, entry->nextPtr, key);
 }
 
 template <typename Key>
