@@ -39,11 +39,11 @@ POVZEL_EXPORT int HostAsmSyncOr(int* word, int mask);
 POVZEL_EXPORT int HostAsmSyncAnd(int* word, int mask);
 
 POVZEL_COMPILED_IN int HostAsmTryLock(int* lock, int spinCount) {
-  unsigned int rounds = spinCount;
   while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0) {
     do {
       __builtin_ia32_pause();
-      if (--rounds == 0) return 0;
+      (void)__builtin_sub_overflow(spinCount, 1, &spinCount);  // 0 wraps
+      if (spinCount == 0) return 0;
     } while (__atomic_load_n(lock, __ATOMIC_RELAXED) != 0);
   }
   return 1;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 
 #include <povzel/unixerr.h>
@@ -21,9 +22,17 @@ char* threadPointer() {
   return pointer;
 }
 
-// errno stands at the same distance from each thread's pointer. For each line that is read, the
-// call that tells where it is costs more than all else that is done here.
-const std::ptrdiff_t errnoDistance = reinterpret_cast<char*>(&errno) - threadPointer();
+// errno stands at the same distance from each thread's pointer; 0 until it is known. For each line
+// that is read, the call that tells where it is costs more than all else that is done here.
+std::atomic<std::ptrdiff_t> errnoDistance{0};
+
+void clearErrno() {
+  if (errnoDistance.load(std::memory_order_relaxed) == 0) [[unlikely]] {
+    errnoDistance.store(reinterpret_cast<char*>(&errno) - threadPointer(),
+                        std::memory_order_relaxed);
+  }
+  *reinterpret_cast<int*>(threadPointer() + errnoDistance.load(std::memory_order_relaxed)) = 0;
+}
 
 void install(int sig, const struct sigaction& action, struct sigaction* oldHandler) {
   if (sigaction(sig, &action, oldHandler) == 0) return;
@@ -183,7 +192,7 @@ int UnixIoFgetc(std::FILE* inFile) {
 }
 
 BoolType UnixIoFgets(char* result, std::size_t resultSize, std::FILE* inFile) {
-  *reinterpret_cast<int*>(threadPointer() + errnoDistance) = 0;
+  clearErrno();
   if (resultSize - 2 > INT_MAX - 2U) {
     if (resultSize == 1) *result = '\0';
     if (resultSize <= 1) return 0;  // no room to read; fgets would call it a success

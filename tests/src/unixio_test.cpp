@@ -37,6 +37,24 @@ TEST(UnixIoSignal, ActionsByInstaller) {
   std::signal(SIGUSR2, SIG_DFL);
 }
 
+#ifndef POVZEL_SANITIZE
+// What reads a line before anything is initialized has errno cleared too.
+static int errnoOfEarlyRead = -1;
+static void readEarly(int, char**, char**) {
+  char line[8];
+  std::FILE* const file = std::fopen("/dev/null", "r");
+  errno = EBADF;
+  UnixIoFgets(line, sizeof line, file);
+  errnoOfEarlyRead = errno;
+  std::fclose(file);
+}
+[[gnu::section(".preinit_array"), gnu::used]] static void (*early)(int, char**, char**) = readEarly;
+
+TEST(UnixIo, ReadsBeforeInitializers) {
+  EXPECT_EQ(errnoOfEarlyRead, 0);
+}
+#endif
+
 TEST(UnixIo, StatByNameAndDescriptor) {
   const ScratchDirectory scratch;
   const std::string name = scratch.write("f", "12345");
