@@ -64,11 +64,43 @@ void copyAsTwo(char* to, const char* from, std::size_t size) {
   std::memcpy(to + size - sizeof last, &last, sizeof last);
 }
 
-constexpr std::size_t mostInPlace = 2 * sizeof(__m128i);
+// That many registers, which lie one after the other.
+template <std::size_t count>
+struct Registers {
+  explicit Registers(const char* from) {
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < count; ++i) {
+      parts[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from) + i);
+    }
+  }
+  void store(char* to) const {
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < count; ++i) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to) + i, parts[i]);
+    }
+  }
+  __m128i parts[count];
+};
 
-// Copies up to mostInPlace bytes, which may overlap.
+// copyAsTwo for pieces of that many registers.
+template <std::size_t count>
+void copyAsTwoOf(char* to, const char* from, std::size_t size) {
+  constexpr std::size_t piece = count * sizeof(__m128i);
+  const Registers<count> first(from);
+  const Registers<count> last(from + size - piece);
+  first.store(to);
+  last.store(to + size - piece);
+}
+
+constexpr std::size_t mostInPlace = 128;
+
+// Copies up to mostInPlace bytes, which may overlap: all are read before any is written.
 inline void copyShort(char* to, const char* from, std::size_t size) {
-  if (size >= 16) {
+  if (size > 64) {
+    copyAsTwoOf<4>(to, from, size);
+  } else if (size > 32) {
+    copyAsTwoOf<2>(to, from, size);
+  } else if (size >= 16) {
     copyAsTwo<__m128i>(to, from, size);
   } else if (size >= 8) {
     const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
