@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include <povzel/utlheap.h>
+#include "internal.h"
 
 namespace {
 
@@ -332,19 +333,13 @@ bool areEqualCStrings(const void* one, const void* other) {
   return HashCStrCompare(one, other) != 0;
 }
 #else
-// A group of bytes that may go on behind a string's end is read only where it lies in one page.
-bool canReadGroup(const void* bytes) {
-  constexpr std::uintptr_t pageSize = 4096;
-  return reinterpret_cast<std::uintptr_t>(bytes) % pageSize <= pageSize - groupSize;
-}
-
 // Out of line, so that the registers that a call needs are not taken from those who need none.
 [[gnu::noinline]] bool areEqualLongCStrings(const void* one, const void* other) {
   return HashCStrCompare(one, other) != 0;
 }
 
 [[gnu::always_inline]] inline bool areEqualCStrings(const void* one, const void* other) {
-  if (!canReadGroup(one) || !canReadGroup(other)) return areEqualLongCStrings(one, other);
+  if (!tvCanReadRegister(one) || !tvCanReadRegister(other)) return areEqualLongCStrings(one, other);
   const __m128i bytes = groupAt(one);
   const unsigned ends = marked(bytes, 0);
   const unsigned equal = bitsOf(_mm_cmpeq_epi8(bytes, groupAt(other)));

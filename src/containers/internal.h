@@ -16,3 +16,12 @@
 inline void* tvAllocate(std::uint64_t size, const char* reason) {
   return UtlMalloc(size < SIZE_MAX ? static_cast<std::size_t>(size) : SIZE_MAX, reason);
 }
+
+// Strings in registers
+
+// Whether the 16 bytes there lie in one page: those behind a string's end may be read only then.
+inline bool tvCanReadRegister(const void* bytes) {
+  constexpr std::uintptr_t pageSize = 4096;
+  constexpr std::uintptr_t registerSize = 16;
+  return reinterpret_cast<std::uintptr_t>(bytes) % pageSize <= pageSize - registerSize;
+}

@@ -394,14 +394,8 @@ TvHashEntry* findString(TvHashTable* table, const char* key) {
   return findMeasured(table, key);
 }
 #else
-// A register of bytes that may go on behind a string's end is read only where it lies in one page.
-bool canReadRegister(const char* bytes) {
-  constexpr std::uintptr_t pageSize = 4096;
-  return reinterpret_cast<std::uintptr_t>(bytes) % pageSize <= pageSize - sizeof(__m128i);
-}
-
 TvHashEntry* findString(TvHashTable* table, const char* key) {
-  if (key == nullptr || !canReadRegister(key)) [[unlikely]]
+  if (key == nullptr || !tvCanReadRegister(key)) [[unlikely]]
     return findMeasured(table, key);
   const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(key));
   const int ends = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()));

@@ -4,7 +4,6 @@
 #include <sys/single_threaded.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <climits>
 
